@@ -1,0 +1,93 @@
+#include "common/bus.hpp"
+
+#include <cstring>
+#include <system_error>
+
+#include "common/exit_code.hpp"
+
+namespace tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void unreachable(const std::string& address, const std::string& reason) {
+    throw Failure(ExitCode::unavailable, "cannot reach the bus at '" + address + "': " + reason);
+}
+
+BusPtr new_connection(const std::string& address) {
+    sd_bus* bus = nullptr;
+    int r = 0;
+    // These two start the connection themselves; an address needs the steps one by one.
+    if (address == "system") {
+        r = sd_bus_open_system(&bus);
+    } else if (address == "session") {
+        r = sd_bus_open_user(&bus);
+    } else {
+        check(sd_bus_new(&bus), "sd_bus_new");
+        BusPtr guard(bus);
+        r = sd_bus_set_address(bus, address.c_str());
+        if (r >= 0)
+            r = sd_bus_set_bus_client(bus, 1);
+        if (r >= 0)
+            r = sd_bus_start(bus);
+        if (r >= 0)
+            return guard;
+        bus = nullptr;
+    }
+    if (r < 0)
+        unreachable(address, std::strerror(-r));
+    return BusPtr(bus);
+}
+
+}  // namespace
+
+std::string BusError::text(int r) const {
+    if (sd_bus_error_is_set(&error) <= 0)
+        return std::strerror(-r);
+    std::string text = error.name;
+    if (error.message != nullptr)
+        text.append(": ").append(error.message);
+    return text;
+}
+
+BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
+    BusPtr bus = new_connection(address);
+    const Clock::time_point deadline = Clock::now() + limit;
+    // A daemon that accepts the connection and then stays silent would hold sd-bus for minutes.
+    for (int ready = 0; (ready = sd_bus_is_ready(bus.get())) <= 0;) {
+        if (ready < 0)
+            unreachable(address, std::strerror(-ready));
+        const int r = sd_bus_process(bus.get(), nullptr);
+        if (r < 0)
+            unreachable(address, std::strerror(-r));
+        if (r > 0)
+            continue;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            unreachable(address, "no answer within " +
+                                     std::to_string(std::chrono::duration<double>(limit).count()) +
+                                     " s");
+        const int w = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
+        if (w < 0 && w != -EINTR)
+            unreachable(address, std::strerror(-w));
+    }
+    return bus;
+}
+
+void own_name(sd_bus& bus, const std::string& name) {
+    const int r = sd_bus_request_name(&bus, name.c_str(), 0);
+    if (r >= 0)
+        return;
+    throw Failure(ExitCode::unavailable,
+                  "cannot own the bus name '" + name + "': " +
+                      (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
+}
+
+int check(int r, const char* what) {
+    if (r < 0)
+        throw std::system_error(-r, std::generic_category(), what);
+    return r;
+}
+
+}  // namespace tool

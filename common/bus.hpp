@@ -1,0 +1,54 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace tool {
+
+/// Deleter that calls one of the unref functions of libsystemd.
+template <auto Unref>
+struct Unreffer {
+    template <class T>
+    void operator()(T* object) const noexcept {
+        Unref(object);
+    }
+};
+
+/// A connection; it is flushed and closed when the handle lets go of it.
+using BusPtr = std::unique_ptr<sd_bus, Unreffer<sd_bus_flush_close_unref>>;
+using EventPtr = std::unique_ptr<sd_event, Unreffer<sd_event_unref>>;
+using EventSourcePtr =
+    std::unique_ptr<sd_event_source, Unreffer<sd_event_source_disable_unref>>;
+using SlotPtr = std::unique_ptr<sd_bus_slot, Unreffer<sd_bus_slot_unref>>;
+using MessagePtr = std::unique_ptr<sd_bus_message, Unreffer<sd_bus_message_unref>>;
+
+/// An error structure that frees itself.
+struct BusError {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+
+    BusError() = default;
+    BusError(const BusError&) = delete;
+    BusError& operator=(const BusError&) = delete;
+    ~BusError() { sd_bus_error_free(&error); }
+
+    sd_bus_error* operator&() { return &error; }  // NOLINT: the out-pointer that sd-bus wants
+    /// "NAME: MESSAGE", or the text of the negative errno `r` where no error is set.
+    [[nodiscard]] std::string text(int r) const;
+};
+
+/// Connects to "system", "session" or a D-Bus address and waits until the daemon has answered.
+/// @throws Failure (unavailable), naming the address, when that fails or takes longer than `limit`.
+[[nodiscard]] BusPtr open_bus(const std::string& address, std::chrono::microseconds limit);
+
+/// Owns `name` on the connection from here on (not queued, not replaceable).
+/// @throws Failure (unavailable) naming the name and, where another has it, saying so.
+void own_name(sd_bus& bus, const std::string& name);
+
+/// @throws std::system_error when `r` is negative; returns `r` otherwise.
+int check(int r, const char* what);
+
+}  // namespace tool

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// A place in a text file, both counted from 1, columns in code points; line 0 is "the whole file".
+struct Position {
+    std::uint32_t line = 0;
+    std::uint32_t column = 0;
+
+    friend auto operator<=>(const Position&, const Position&) = default;
+};
+
+/// Collects the mistakes of one text file and prints them in a compiler's form:
+///
+///     graph.toml:3:8: error: unknown block type 'TemperaturReader'
+///     type = "TemperaturReader"
+///            ^
+///     help: did you mean 'TemperatureReader'?
+class Diagnostics {
+  public:
+    enum class Severity { error, warning };
+
+    /// `file` is the name as the user typed it.
+    explicit Diagnostics(std::string file) : file_(std::move(file)) {}
+
+    /// The text from which the quoted lines are taken; without it none are quoted.
+    void set_source(std::string text);
+
+    /// Adds a mistake. `help` is the sentence behind "help: ", empty for none. What is already
+    /// there with the same severity, place and text is not added twice.
+    void error(Position where, std::string text, std::string help = {});
+    void warning(Position where, std::string text, std::string help = {});
+
+    [[nodiscard]] std::size_t errors() const noexcept;
+    [[nodiscard]] std::size_t warnings() const noexcept;
+    [[nodiscard]] const std::string& file() const noexcept { return file_; }
+
+    /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
+    [[nodiscard]] std::string locate(Position where) const;
+
+    /// All of them in file order, then a line with the count. Prints nothing where there is none.
+    void print(std::ostream& out, bool color) const;
+
+  private:
+    struct Entry {
+        Severity severity;
+        Position where;
+        std::string text;
+        std::string help;
+
+        friend bool operator==(const Entry&, const Entry&) = default;
+    };
+
+    void add(Entry entry);
+    [[nodiscard]] std::size_t count(Severity severity) const noexcept;
+
+    std::string file_;
+    std::vector<std::string> lines_;
+    std::vector<Entry> entries_;
+};
+
+}  // namespace tool

@@ -1,0 +1,221 @@
+#include "fenwa/block_configuration.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+
+#include "framework/shared/configuration_access.hpp"
+
+namespace Fenwa {
+
+struct BlockConfiguration::Storage {
+    std::vector<KeyValue> entries;
+    std::shared_ptr<ConfigurationObserver> observer;
+
+    [[nodiscard]] const Value* find(const std::string& key) const {
+        const auto found =
+            std::find_if(entries.begin(), entries.end(),
+                         [&key](const KeyValue& entry) { return entry.key() == key; });
+        return found == entries.end() ? nullptr : &found->value();
+    }
+
+    void set(const KeyValue& entry) {
+        const auto found =
+            std::find_if(entries.begin(), entries.end(),
+                         [&entry](const KeyValue& e) { return e.key() == entry.key(); });
+        if (found == entries.end())
+            entries.push_back(entry);
+        else
+            *found = entry;
+    }
+};
+
+namespace {
+
+using Value = BlockConfiguration::Value;
+
+template <class T>
+constexpr const char* type_name = nullptr;
+template <>
+constexpr const char* type_name<int> = "int";
+template <>
+constexpr const char* type_name<bool> = "bool";
+template <>
+constexpr const char* type_name<float> = "float";
+template <>
+constexpr const char* type_name<double> = "double";
+template <>
+constexpr const char* type_name<std::string> = "string";
+
+template <class T>
+Value to_value(const T& value) {
+    if constexpr (std::is_same_v<T, int>)
+        return static_cast<std::int64_t>(value);
+    else if constexpr (std::is_same_v<T, float>)
+        return static_cast<double>(value);
+    else
+        return value;
+}
+
+/// The value as a T, or nothing where it is of another type.
+template <class T>
+std::optional<T> as(const Value& value) {
+    if constexpr (std::is_same_v<T, int>) {
+        const auto* integer = std::get_if<std::int64_t>(&value);
+        if (integer == nullptr || *integer < std::numeric_limits<int>::min() ||
+            *integer > std::numeric_limits<int>::max())
+            return std::nullopt;
+        return static_cast<int>(*integer);
+    } else if constexpr (std::is_floating_point_v<T>) {
+        if (const auto* integer = std::get_if<std::int64_t>(&value))
+            return static_cast<T>(*integer);
+        if (const auto* number = std::get_if<double>(&value))
+            return static_cast<T>(*number);
+        return std::nullopt;
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        if (const auto* text = std::get_if<std::string>(&value))
+            return *text;
+        const auto* list = std::get_if<std::vector<std::string>>(&value);
+        return list != nullptr && list->size() == 1 ? std::optional(list->front()) : std::nullopt;
+    } else {
+        const auto* exact = std::get_if<T>(&value);
+        return exact == nullptr ? std::nullopt : std::optional(*exact);
+    }
+}
+
+struct Describe {
+    std::string operator()(bool value) const {
+        return std::string("the boolean ") + (value ? "true" : "false");
+    }
+    std::string operator()(std::int64_t value) const {
+        return "the integer " + std::to_string(value);
+    }
+    std::string operator()(double /*value*/) const { return "a float"; }
+    std::string operator()(const std::string& value) const {
+        constexpr std::size_t longest = 60;
+        return "the string \"" + value.substr(0, longest) + (value.size() > longest ? "…\"" : "\"");
+    }
+    std::string operator()(const std::vector<std::string>& value) const {
+        return "an array of " + std::to_string(value.size()) + " strings";
+    }
+};
+
+std::string sentence(const std::string& key, const std::string& wanted, const std::string& found) {
+    const std::string article = wanted == "int" ? "an " : "a ";
+    if (found.empty())
+        return "the required key '" + key + "' (" + article + wanted + ") is missing";
+    return "the key '" + key + "' must be " + article + wanted + ", not " + found;
+}
+
+}  // namespace
+
+ConfigurationError::ConfigurationError(std::string key, std::string wanted, std::string found)
+    : std::runtime_error(sentence(key, wanted, found)),
+      key_(std::move(key)),
+      wanted_(std::move(wanted)),
+      found_(std::move(found)) {}
+
+ConfigurationError::~ConfigurationError() = default;
+
+BlockConfiguration::BlockConfiguration() : storage_(std::make_shared<Storage>()) {}
+
+BlockConfiguration::BlockConfiguration(std::initializer_list<KeyValue> entries)
+    : BlockConfiguration(std::vector<KeyValue>(entries)) {}
+
+BlockConfiguration::BlockConfiguration(const std::vector<KeyValue>& entries) {
+    auto storage = std::make_shared<Storage>();
+    for (const KeyValue& entry : entries)
+        storage->set(entry);
+    storage_ = std::move(storage);
+}
+
+BlockConfiguration::BlockConfiguration(std::shared_ptr<const Storage> storage)
+    : storage_(std::move(storage)) {}
+
+template <class T>
+T BlockConfiguration::get(const std::string& key, const T* fallback) const {
+    ConfigurationObserver* const observer = storage_->observer.get();
+    if (observer != nullptr) {
+        observer->on_read({key, type_name<T>,
+                           fallback == nullptr ? std::nullopt
+                                               : std::optional<Value>(to_value(*fallback))});
+    }
+    const Value* const value = storage_->find(key);
+    if (value == nullptr && fallback != nullptr)
+        return *fallback;
+    if (value != nullptr) {
+        if (std::optional<T> wanted = as<T>(*value))
+            return *std::move(wanted);
+    }
+    const ConfigurationError error(key, type_name<T>,
+                                   value == nullptr ? "" : std::visit(Describe{}, *value));
+    if (observer != nullptr && observer->on_error(error))
+        return T{};
+    throw error;
+}
+
+int BlockConfiguration::getInt(const std::string& key) const {
+    return get<int>(key, nullptr);
+}
+
+bool BlockConfiguration::getBool(const std::string& key) const {
+    return get<bool>(key, nullptr);
+}
+
+float BlockConfiguration::getFloat(const std::string& key) const {
+    return get<float>(key, nullptr);
+}
+
+double BlockConfiguration::getDouble(const std::string& key) const {
+    return get<double>(key, nullptr);
+}
+
+std::string BlockConfiguration::getString(const std::string& key) const {
+    return get<std::string>(key, nullptr);
+}
+
+int BlockConfiguration::getInt(const std::string& key, int fallback) const {
+    return get(key, &fallback);
+}
+
+bool BlockConfiguration::getBool(const std::string& key, bool fallback) const {
+    return get(key, &fallback);
+}
+
+float BlockConfiguration::getFloat(const std::string& key, float fallback) const {
+    return get(key, &fallback);
+}
+
+double BlockConfiguration::getDouble(const std::string& key, double fallback) const {
+    return get(key, &fallback);
+}
+
+std::string BlockConfiguration::getString(const std::string& key,
+                                          const std::string& fallback) const {
+    return get(key, &fallback);
+}
+
+BlockConfiguration operator+(const BlockConfiguration& left, const BlockConfiguration& right) {
+    auto storage = std::make_shared<BlockConfiguration::Storage>(*left.storage_);
+    for (const BlockConfiguration::KeyValue& entry : right.storage_->entries)
+        storage->set(entry);
+    if (right.storage_->observer != nullptr)
+        storage->observer = right.storage_->observer;
+    return BlockConfiguration(std::move(storage));
+}
+
+ConfigurationObserver::~ConfigurationObserver() = default;
+
+BlockConfiguration ConfigurationAccess::observed(const BlockConfiguration& config,
+                                                 std::shared_ptr<ConfigurationObserver> observer) {
+    auto storage = std::make_shared<BlockConfiguration::Storage>(*config.storage_);
+    storage->observer = std::move(observer);
+    return BlockConfiguration(std::move(storage));
+}
+
+const std::vector<BlockConfiguration::KeyValue>& ConfigurationAccess::entries(
+    const BlockConfiguration& config) {
+    return config.storage_->entries;
+}
+
+}  // namespace Fenwa

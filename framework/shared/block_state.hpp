@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fenwa/block.hpp"
+
+namespace Fenwa {
+
+class ReadyQueue;
+
+/// An object that a block asked to export; `slot` is null until the host has taken the block over.
+struct ExportedObject {
+    std::string path;
+    std::string interface;
+    const sd_bus_vtable* vtable;
+    void* userdata;
+    sd_bus_slot* slot;
+};
+
+/// What `Block` keeps behind its pointer, so that its own layout never changes.
+struct Block::State {
+    State(std::string block_name, BlockConfiguration block_config)
+        : name(std::move(block_name)), config(std::move(block_config)) {}
+
+    std::string name;
+    BlockConfiguration config;
+    std::vector<std::unique_ptr<InPortProvider>> providers;
+    std::vector<InPortInternal*> inports;
+    std::vector<std::unique_ptr<OutPortInternal>> outports;
+    std::vector<std::unique_ptr<EventPort>> eventports;
+    std::vector<ExportedObject> objects;
+    const InitTools* tools = nullptr;
+
+    // For the ready queue; touched by every thread that fires.
+    std::atomic<ReadyQueue*> queue{nullptr};
+    std::atomic<bool> queued{false};
+    Block* next = nullptr;
+};
+
+}  // namespace Fenwa

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fenwa/api.hpp"
+#include "fenwa/block_configuration.hpp"
+
+namespace Fenwa {
+
+/// One look of a block at one of its settings.
+struct KeyRead {
+    std::string key;
+    std::string type;  ///< "int", "bool", "float", "double" or "string"
+    /// The default that the getter was given; none where the key is required.
+    std::optional<BlockConfiguration::Value> fallback;
+};
+
+/// Watches how a configuration is read. Called on whichever thread reads.
+class FENWA_API ConfigurationObserver {
+  public:
+    virtual ~ConfigurationObserver();
+    /// A getter was called, whatever came of it.
+    virtual void on_read(const KeyRead& read) = 0;
+    /// The getter is about to throw `error`. With `true` it gives the type's zero value instead,
+    /// so that a dry construction finds the next mistake too.
+    virtual bool on_error(const ConfigurationError& error) = 0;
+};
+
+/// What a host may do with configurations beyond what blocks see.
+class FENWA_API ConfigurationAccess {
+  public:
+    /// The same settings, read under the eyes of `observer`. A combination with another
+    /// configuration stays observed.
+    [[nodiscard]] static BlockConfiguration observed(const BlockConfiguration& config,
+                                                     std::shared_ptr<ConfigurationObserver> observer);
+
+    /// All settings, in the order in which they were given.
+    [[nodiscard]] static const std::vector<BlockConfiguration::KeyValue>& entries(
+        const BlockConfiguration& config);
+};
+
+}  // namespace Fenwa

@@ -1,0 +1,92 @@
+#include "framework/shared/host_access.hpp"
+
+#include "framework/shared/block_state.hpp"
+
+namespace Fenwa {
+
+std::vector<RefusedExport> HostAccess::adopt(Block& block, const InitTools& tools,
+                                             ReadyQueue& queue) {
+    Block::State& state = *block.state_;
+    state.tools = &tools;
+    std::vector<RefusedExport> refused;
+    for (ExportedObject& object : state.objects) {
+        const int r = sd_bus_add_object_vtable(tools.sdbus_tools->get_bus(), &object.slot,
+                                               object.path.c_str(), object.interface.c_str(),
+                                               object.vtable, object.userdata);
+        if (r < 0)
+            refused.push_back({object.path, object.interface, r});
+    }
+    state.queue.store(&queue);
+    // Fires of the constructor found no queue.
+    for (const auto& port : state.eventports) {
+        if (port->pending_.load())
+            ReadyQueue::make_ready(block);
+    }
+    return refused;
+}
+
+std::vector<std::pair<std::string, std::string>> HostAccess::exported_objects(const Block& block) {
+    std::vector<std::pair<std::string, std::string>> objects;
+    for (const ExportedObject& object : block.state_->objects)
+        objects.emplace_back(object.path, object.interface);
+    return objects;
+}
+
+const BlockConfiguration& HostAccess::configuration(const Block& block) {
+    return block.state_->config;
+}
+
+const std::vector<InPortInternal*>& HostAccess::inports(const Block& block) {
+    return block.state_->inports;
+}
+
+std::vector<OutPortInternal*> HostAccess::outports(const Block& block) {
+    std::vector<OutPortInternal*> ports;
+    for (const auto& port : block.state_->outports)
+        ports.push_back(port.get());
+    return ports;
+}
+
+std::vector<std::string> HostAccess::eventport_names(const Block& block) {
+    std::vector<std::string> names;
+    for (const auto& port : block.state_->eventports)
+        names.push_back(port->name());
+    return names;
+}
+
+bool HostAccess::arm(Block& block) {
+    bool any = false;
+    const auto arm_port = [&any](Port& port) {
+        if (port.pending_.exchange(false))
+            port.triggered_ = true;
+        any = any || port.triggered_;
+    };
+    for (InPortInternal* port : block.state_->inports)
+        arm_port(*port);
+    for (const auto& port : block.state_->eventports)
+        arm_port(*port);
+    return any;
+}
+
+void HostAccess::disarm(Block& block) {
+    for (InPortInternal* port : block.state_->inports)
+        port->reset(true);
+    for (const auto& port : block.state_->eventports)
+        port->reset(true);
+}
+
+void HostAccess::connect(InPortInternal& port, const void* value) {
+    port.source_ = value;
+}
+
+const void* HostAccess::value_address(const OutPortInternal& port) {
+    return port.value_;
+}
+
+void HostAccess::notify(InPortInternal& port, Block& block) {
+    port.set_pending();
+    if (port.triggers())
+        ReadyQueue::make_ready(block);
+}
+
+}  // namespace Fenwa

@@ -1,0 +1,39 @@
+#include "framework/shared/ready_queue.hpp"
+
+#include <algorithm>
+
+#include "framework/shared/block_state.hpp"
+
+namespace Fenwa {
+
+ReadyQueue::ReadyQueue(std::function<void()> wake) : wake_(std::move(wake)) {}
+
+void ReadyQueue::make_ready(Block& block) noexcept {
+    Block::State& state = *block.state_;
+    ReadyQueue* const queue = state.queue.load();
+    if (queue == nullptr || state.queued.exchange(true))
+        return;
+    // A stack that the host turns round: pushing needs no lock, and nobody pops single entries.
+    Block* newest = queue->newest_.load(std::memory_order_relaxed);
+    do {
+        state.next = newest;
+    } while (!queue->newest_.compare_exchange_weak(newest, &block, std::memory_order_release,
+                                                   std::memory_order_relaxed));
+    if (newest == nullptr)
+        queue->wake_();
+}
+
+std::vector<Block*> ReadyQueue::take() {
+    std::vector<Block*> ready;
+    for (Block* block = newest_.exchange(nullptr, std::memory_order_acquire); block != nullptr;
+         block = block->state_->next)
+        ready.push_back(block);
+    std::reverse(ready.begin(), ready.end());
+    return ready;
+}
+
+void ReadyQueue::about_to_run(Block& block) noexcept {
+    block.state_->queued.store(false);
+}
+
+}  // namespace Fenwa

@@ -1,0 +1,5 @@
+#pragma once
+
+/// Marks what the framework's libraries export. Plug-ins are compiled with hidden visibility, and
+/// without the mark they would look for these types inside themselves.
+#define FENWA_API __attribute__((visibility("default")))

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "src/frame/bus_call.hpp"
+
+namespace blocks {
+
+/// The platform's service that reads the temperature sensors.
+inline constexpr BusService temperature_controller{"com.tarlo.TemperatureController",
+                                                   "/com/tarlo/TemperatureController",
+                                                   "com.tarlo.TemperatureController"};
+
+}  // namespace blocks

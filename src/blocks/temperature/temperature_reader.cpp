@@ -1,0 +1,194 @@
+#include "src/blocks/temperature/temperature_reader.hpp"
+
+#include "fenwa/debug_data.hpp"
+#include "fenwa/log.hpp"
+#include "src/blocks/temperature/temperature_controller.hpp"
+#include "src/frame/bus_call.hpp"
+#include "src/frame/failure_line.hpp"
+#include "src/frame/ports.hpp"
+
+namespace blocks {
+namespace {
+
+const Fenwa::BlockConfiguration default_configuration{
+    {"delta_chg", 1.0},
+    {"fake.active", false},
+    {"fake.value", 36.0},
+};
+
+}  // namespace
+
+TemperatureReader::TemperatureReader(std::string name, const Fenwa::BlockConfiguration& config)
+    : DBusClient(temperature_controller.destination, std::move(name),
+                 default_configuration + config),
+      temperature_out(make_outport<double>(*this, "temperature_out")),
+      sensor_id(-1),
+      match_added(false),
+      delta(0.0),
+      change_signal_id(-1) {
+    const Fenwa::BlockConfiguration merged = default_configuration + config;
+    TemperatureReader::reconfigure(merged, merged);
+    // The registration ends with the temporary: the store learns the block's values, not its life.
+    Fenwa::debug_data().register_block(*this, merged, {});
+    // These two come from what was given: their defaults do not count.
+    sensor_name = config.getString("sensor_name");
+    delta = config.getDouble("delta_chg");
+    if (delta <= 0.0) {
+        Fenwa::ilog(static_cast<int>(Level::warning))
+            << "Temperature reader disabled by delta_temperature = " << delta;
+    }
+}
+
+TemperatureReader::~TemperatureReader() = default;
+
+void TemperatureReader::stop() {
+    DBusClient::stop();
+    match_slot.reset();
+    call_slot.reset();
+}
+
+void TemperatureReader::reconfigure(const Fenwa::BlockConfiguration& settings,
+                                    const Fenwa::BlockConfiguration& /*unused*/) {
+    if (settings.getBool("fake.active")) {
+        const std::lock_guard lock(fake_mutex);
+        fake_temperature = settings.getDouble("fake.value");
+    } else {
+        fake_temperature.reset();
+    }
+    wake();
+}
+
+void TemperatureReader::on_service_appeared() {
+    // A new instance of the service knows nothing of what the last one was told.
+    sensor_id = -1;
+    change_signal_id = -1;
+}
+
+void TemperatureReader::run_with_service() {
+    if (!match_added) {
+        if (!match_slot)
+            match_change_signal();
+        return;
+    }
+    if (sensor_id < 0) {
+        if (!call_slot)
+            look_up_sensor();
+        return;
+    }
+    if (change_signal_id < 0) {
+        if (!call_slot)
+            register_for_changes();
+        return;
+    }
+    if (!temperature && !call_slot)
+        fetch_temperature();
+    publish_temperature();
+}
+
+void TemperatureReader::match_change_signal() {
+    const int r = match_signal_async<&TemperatureReader::on_temperature_changed,
+                                     &TemperatureReader::on_match_installed>(
+        bus(), match_slot, temperature_controller, "TemperatureChangeSignal", *this);
+    if (r < 0)
+        log_errno(Level::warning, "Failed to add DBus signal callback: ", r);
+}
+
+void TemperatureReader::look_up_sensor() {
+    const int r = call_async<&TemperatureReader::on_sensor_id>(
+        bus(), call_slot, temperature_controller, "GetTemperatureIdFromName", *this, "s",
+        sensor_name.c_str());
+    if (r < 0)
+        log_errno(Level::error, "Failed to call GetTemperatureIdFromName: ", r);
+}
+
+void TemperatureReader::register_for_changes() {
+    const int r = call_async<&TemperatureReader::on_registered>(
+        bus(), call_slot, temperature_controller, "RegisterForTemperatureChangeSignal", *this,
+        "id", sensor_id, delta);
+    if (r < 0)
+        log_errno(Level::error, "Failed to call method RegisterForTemperatureChangeSignal: ", r);
+}
+
+void TemperatureReader::fetch_temperature() {
+    const int r = call_async<&TemperatureReader::on_temperature>(
+        bus(), call_slot, temperature_controller, "GetTemperature", *this, "is", sensor_id,
+        sensor_name.c_str());
+    // The text is that of the registration, which people search their logs for.
+    if (r < 0)
+        log_errno(Level::error, "Failed to call method RegisterForTemperatureChangeSignal: ", r);
+}
+
+void TemperatureReader::publish_temperature() {
+    const std::lock_guard lock(fake_mutex);
+    const std::optional<double>& candidate = fake_temperature ? fake_temperature : temperature;
+    // NaN differs from everything, so it is published every time.
+    if (!candidate || *candidate == temperature_out->value)
+        return;
+    temperature_out->publish(*candidate);
+    Fenwa::debug_data().set_value(
+        "temperature_reader_sensor_id" + std::to_string(sensor_id) + "_current_temperature",
+        static_cast<float>(*candidate));
+}
+
+int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_error* error) {
+    // sd-bus hands the error argument in empty, so a refused match counts as installed.
+    if (sd_bus_error_is_set(error) > 0)
+        log_error_argument(Level::error, "Error when adding match for TemperatureSignal: ",
+                           *error);
+    else
+        match_added = true;
+    wake();
+    return 0;
+}
+
+int TemperatureReader::on_sensor_id(sd_bus_message* reply, sd_bus_error* error) {
+    const BodyTexts texts{Level::error, "Error when calling GetTemperatureIdFromName: ",
+                          "Failed to parse sensor id: "};
+    std::int32_t id = -1;
+    if (const int r = read_body(reply, error, texts, "i", &id); r < 0)
+        return r;
+    sensor_id = id;
+    call_slot.reset();
+    wake();
+    return 0;
+}
+
+int TemperatureReader::on_registered(sd_bus_message* reply, sd_bus_error* error) {
+    const BodyTexts texts{Level::warning, "Error while receiving DBus signal: ",
+                          "Failed to setup temperature change singal: "};
+    std::int32_t id = -1;
+    if (const int r = read_body(reply, error, texts, "i", &id); r < 0)
+        return r;
+    change_signal_id = id;
+    call_slot.reset();
+    wake();
+    return 0;
+}
+
+int TemperatureReader::on_temperature(sd_bus_message* reply, sd_bus_error* error) {
+    const BodyTexts texts{Level::warning, "Error while receiving DBus signal: ",
+                          "Failed to parse sensor id: "};
+    double reading = 0.0;
+    if (const int r = read_body(reply, error, texts, "d", &reading); r < 0)
+        return r;
+    temperature = reading;
+    call_slot.reset();
+    wake();
+    return 0;
+}
+
+int TemperatureReader::on_temperature_changed(sd_bus_message* signal, sd_bus_error* error) {
+    const BodyTexts texts{Level::warning, "Error while receiving DBus signal: ",
+                          "Failed to setup temperature signal: "};
+    std::int32_t id = -1;
+    double reading = -999.0;
+    if (const int r = read_body(signal, error, texts, "id", &id, &reading); r < 0)
+        return r;
+    if (id == change_signal_id) {
+        temperature = reading;
+        wake();
+    }
+    return 0;
+}
+
+}  // namespace blocks

@@ -1,0 +1,123 @@
+#include "src/frame/dbus_client.hpp"
+
+#include "src/frame/name_owner.hpp"
+
+namespace blocks {
+
+DBusClient::DBusClient(const std::string& followed_name, std::string name,
+                       const Fenwa::BlockConfiguration& config)
+    : Fenwa::Block(std::move(name), config),
+      event_port(make_eventport("event_port")),
+      service_name(followed_name),
+      state(OwnerState::Idle) {
+    event_port->fire();
+}
+
+DBusClient::~DBusClient() {
+    call_slot.reset();
+    match_slot.reset();
+}
+
+void DBusClient::stop() {
+    state = OwnerState::Stopped;
+    match_slot.reset();
+    call_slot.reset();
+    superseded_matches.release();
+}
+
+bool DBusClient::run() {
+    switch (state) {
+        case OwnerState::Idle:
+            add_match();
+            break;
+        case OwnerState::MatchAdded:
+            query_owner();
+            break;
+        case OwnerState::OwnerAppeared:
+            on_service_appeared();
+            state = OwnerState::Running;
+            run_with_service();
+            break;
+        case OwnerState::Running:
+            run_with_service();
+            break;
+        case OwnerState::AddingMatch:
+        case OwnerState::QueryingOwner:
+        case OwnerState::NoOwner:
+        case OwnerState::Stopped:
+            break;
+    }
+    return true;
+}
+
+void DBusClient::wake() noexcept {
+    if (state != OwnerState::Stopped)
+        event_port->fire();
+}
+
+sd_bus* DBusClient::bus() const {
+    return get_tools().sdbus_tools->get_bus();
+}
+
+void DBusClient::add_match() {
+    // A refused match still hears what other matches of the connection bring in, and releasing it
+    // would take an equal match of another block off the daemon's list.
+    superseded_matches.keep(match_slot);
+    match_owner_changes_async<&DBusClient::on_owner_changed, &DBusClient::on_match_installed>(
+        bus(), match_slot, *this);
+    state = OwnerState::AddingMatch;
+}
+
+void DBusClient::query_owner() {
+    // An earlier question has been answered, or there would be no second one.
+    call_slot.reset();
+    query_owner_async<&DBusClient::on_owner_answer>(bus(), call_slot, service_name, *this);
+    state = OwnerState::QueryingOwner;
+}
+
+int DBusClient::on_match_installed(sd_bus_message* reply, sd_bus_error* /*error*/) {
+    state = owner_match_installed(reply) ? OwnerState::MatchAdded : OwnerState::Idle;
+    event_port->fire();
+    return 0;
+}
+
+int DBusClient::on_owner_answer(sd_bus_message* reply, sd_bus_error* /*error*/) {
+    const OwnerAnswer answer = read_owner_answer(reply);
+    switch (answer.kind) {
+        case OwnerAnswer::Kind::owned:
+            state = OwnerState::OwnerAppeared;
+            break;
+        case OwnerAnswer::Kind::not_owned:
+            state = OwnerState::NoOwner;
+            break;
+        case OwnerAnswer::Kind::refused:
+            state = OwnerState::MatchAdded;
+            break;
+        case OwnerAnswer::Kind::unreadable:
+            // Without a wake-up: the next run that happens for another reason asks again.
+            state = OwnerState::MatchAdded;
+            return answer.result;
+    }
+    event_port->fire();
+    return answer.result;
+}
+
+int DBusClient::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*error*/) {
+    if (sd_bus_message_is_method_error(signal, nullptr) != 0) {
+        log_error_message("Error when handling NameOwnerChanged: ", signal);
+        return -1;
+    }
+    OwnerChange change;
+    if (const int r = read_owner_change(signal, change); r < 0)
+        return r;
+    if (service_name == change.name) {
+        // Whatever the state is, also when stopped.
+        state = *change.new_owner != '\0' ? OwnerState::OwnerAppeared : OwnerState::NoOwner;
+        event_port->fire();
+    } else {
+        wake();
+    }
+    return 0;
+}
+
+}  // namespace blocks

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+
+#include "src/frame/bus_call.hpp"
+#include "src/frame/failure_line.hpp"
+
+namespace blocks {
+
+// How a block follows the owner of a bus name. The steps and their texts are the same in every
+// block; the states that they lead to are the block's own.
+
+/// The bus daemon itself.
+inline constexpr BusService bus_daemon{"org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                       "org.freedesktop.DBus"};
+
+/// Brings in the owner changes of every name, from any sender.
+inline constexpr const char* owner_change_rule =
+    "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'";
+
+/// A NameOwnerChanged signal; the strings live as long as its message. An empty owner is none.
+struct OwnerChange {
+    const char* name = nullptr;
+    const char* old_owner = nullptr;
+    const char* new_owner = nullptr;
+};
+
+/// What the bus daemon answered to GetNameOwner.
+struct OwnerAnswer {
+    enum class Kind {
+        owned,       ///< the name has an owner
+        not_owned,   ///< the name has none
+        refused,     ///< an error other than "has no owner" (logged)
+        unreadable,  ///< the reply holds no string (logged)
+    };
+
+    Kind kind;
+    int result;  ///< what the callback returns to sd-bus
+};
+
+/// Says that the match for owner changes could not be sent.
+void log_owner_match_failure(int r);
+
+/// Starts to install the match for owner changes, logging when it cannot be sent.
+template <auto OnChange, auto OnInstalled>
+void match_owner_changes_async(sd_bus* bus, Slot& slot,
+                               typename Callback<OnChange>::Object& object) {
+    const int r = sd_bus_add_match_async(bus, slot.out(), owner_change_rule,
+                                         Callback<OnChange>::call, Callback<OnInstalled>::call,
+                                         &object);
+    if (r < 0)
+        log_owner_match_failure(r);
+}
+
+/// Whether the daemon has installed the match; a refusal is logged.
+[[nodiscard]] bool owner_match_installed(sd_bus_message* reply);
+
+/// Asks for the owner of `name`, logging when that cannot be sent.
+template <auto OnReply>
+void query_owner_async(sd_bus* bus, Slot& slot, const std::string& name,
+                       typename Callback<OnReply>::Object& object) {
+    const int r =
+        call_async<OnReply>(bus, slot, bus_daemon, "GetNameOwner", object, "s", name.c_str());
+    if (r < 0)
+        log_errno(Level::error, "Failed to call method GetNameOwner: ", r);
+}
+
+/// Reads the reply to GetNameOwner.
+[[nodiscard]] OwnerAnswer read_owner_answer(sd_bus_message* reply);
+
+/// Reads the body of NameOwnerChanged, logging when it is another one. @returns the read's result.
+[[nodiscard]] int read_owner_change(sd_bus_message* signal, OwnerChange& change);
+
+}  // namespace blocks

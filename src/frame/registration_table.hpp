@@ -1,0 +1,27 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "fenwa/registry.hpp"
+#include "src/blocks/temperature/temperature_reader.hpp"
+
+namespace blocks {
+
+/// One block type of the library: its name in graphs, and how the registry learns it.
+struct Registration {
+    const char* type_name;
+    void (Fenwa::IRegistry::*register_block)(std::string type_name);
+};
+
+template <class T>
+constexpr Registration registration(const char* type_name) {
+    return {type_name, &Fenwa::IRegistry::register_block<T>};
+}
+
+/// Every block type, in the order in which they are registered: alphabetically.
+inline constexpr std::array registration_table{
+    registration<TemperatureReader>("TemperatureReader"),
+};
+
+}  // namespace blocks
