@@ -26,6 +26,10 @@ std::string indent_to(const std::string& line, std::uint32_t column) {
 
 }  // namespace
 
+std::string counted(std::size_t n, const std::string& noun) {
+    return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
+}
+
 void Diagnostics::set_source(std::string text) {
     lines_.clear();
     std::istringstream stream(std::move(text));
@@ -94,9 +98,6 @@ void Diagnostics::print(std::ostream& out, bool color) const {
             out << palette.cyan << "help: " << palette.reset << entry->help << '\n';
     }
 
-    const auto counted = [](std::size_t n, const char* noun) {
-        return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
-    };
     out << file_ << ": ";
     if (errors() != 0)
         out << counted(errors(), "error") << (warnings() != 0 ? ", " : "");

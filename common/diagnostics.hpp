@@ -16,6 +16,9 @@ struct Position {
     friend auto operator<=>(const Position&, const Position&) = default;
 };
 
+/// "1 error", "2 errors".
+[[nodiscard]] std::string counted(std::size_t n, const std::string& noun);
+
 /// Collects the mistakes of one text file and prints them in a compiler's form:
 ///
 ///     graph.toml:3:8: error: unknown block type 'TemperaturReader'

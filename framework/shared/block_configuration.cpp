@@ -101,7 +101,7 @@ struct Describe {
 };
 
 std::string sentence(const std::string& key, const std::string& wanted, const std::string& found) {
-    const std::string article = wanted == "int" ? "an " : "a ";
+    const std::string article = wanted.starts_with("int") ? "an " : "a ";
     if (found.empty())
         return "the required key '" + key + "' (" + article + wanted + ") is missing";
     return "the key '" + key + "' must be " + article + wanted + ", not " + found;

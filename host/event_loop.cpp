@@ -1,0 +1,87 @@
+#include "host/event_loop.hpp"
+
+#include <systemd/sd-daemon.h>
+
+#include <csignal>
+
+namespace host {
+namespace {
+
+sigset_t stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
+    return sd_event_exit(sd_event_source_get_event(source), 0);
+}
+
+}  // namespace
+
+EventLoop::EventLoop() {
+    const sigset_t signals = stop_signals();
+    tool::check(-pthread_sigmask(SIG_BLOCK, &signals, nullptr), "cannot block signals");
+    sd_event* loop = nullptr;
+    tool::check(sd_event_new(&loop), "cannot make an event loop");
+    loop_.reset(loop);
+    // Without a handler a signal source ends the loop.
+    for (const int signal : {SIGINT, SIGTERM})
+        tool::check(sd_event_add_signal(loop, nullptr, signal, nullptr, nullptr),
+                    "cannot serve signals");
+}
+
+EventLoop::~EventLoop() = default;
+
+void EventLoop::attach(sd_bus& bus) {
+    tool::check(sd_bus_attach_event(&bus, loop_.get(), SD_EVENT_PRIORITY_NORMAL),
+                "cannot serve the bus");
+    // What blocks send when they stop, after the loop has ended, must still go out.
+    tool::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
+    sd_bus_slot* slot = nullptr;
+    tool::check(sd_bus_match_signal(&bus, &slot, "org.freedesktop.DBus.Local",
+                                    "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                    "Disconnected", on_disconnected, this),
+                "cannot watch the bus connection");
+    disconnected_.reset(slot);
+}
+
+bool EventLoop::interrupted() const {
+    // Nothing serves signals before `run`, so one that came is still pending.
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1;
+}
+
+void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
+    if (duration) {
+        tool::check(sd_event_add_time_relative(loop_.get(), nullptr, CLOCK_MONOTONIC,
+                                               static_cast<std::uint64_t>(duration->count()), 1,
+                                               on_time, nullptr),
+                    "cannot limit the time");
+    }
+    sd_notify(0, "READY=1");
+    tool::check(sd_event_loop(loop_.get()), "the event loop failed");
+}
+
+void EventLoop::announce_stop() {
+    sd_notify(0, "STOPPING=1");
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    std::signal(SIGINT, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
+int EventLoop::on_disconnected(sd_bus_message* /*message*/, void* userdata,
+                               sd_bus_error* /*error*/) noexcept {
+    auto& loop = *static_cast<EventLoop*>(userdata);
+    loop.lost_bus_ = true;
+    // By now sd-bus has taken the connection off the loop, so it cannot be asked for it.
+    sd_event_exit(loop.loop_.get(), 0);
+    return 0;
+}
+
+}  // namespace host

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <chrono>
+#include <optional>
+
+#include "common/bus.hpp"
+
+namespace host {
+
+/// The host's one loop, with what ends it: SIGINT and SIGTERM, a time, a lost bus.
+class EventLoop {
+  public:
+    /// Blocks SIGINT and SIGTERM for the process, so that they are served by the loop.
+    EventLoop();
+    EventLoop(const EventLoop&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+    ~EventLoop();
+
+    [[nodiscard]] sd_event& get() const noexcept { return *loop_; }
+
+    /// Serves a connection, which must outlive the loop's run and be detached by its own end.
+    void attach(sd_bus& bus);
+
+    /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
+    [[nodiscard]] bool interrupted() const;
+
+    /// Tells the service manager that the host is ready and serves until something ends it.
+    void run(std::optional<std::chrono::microseconds> duration);
+
+    /// Tells the service manager that the host stops; a further SIGINT ends the process at once.
+    void announce_stop();
+
+    [[nodiscard]] bool lost_bus() const noexcept { return lost_bus_; }
+
+  private:
+    static int on_disconnected(sd_bus_message* message, void* userdata,
+                               sd_bus_error* error) noexcept;
+
+    tool::EventPtr loop_;
+    tool::SlotPtr disconnected_;
+    bool lost_bus_ = false;
+};
+
+}  // namespace host

@@ -1,0 +1,143 @@
+#include "host/event_writer.hpp"
+
+#include <cmath>
+#include <iostream>
+
+namespace host {
+namespace {
+
+using tool::Json;
+
+class Stopwatch {
+  public:
+    /// Seconds since the start, to the microsecond.
+    [[nodiscard]] double seconds() const {
+        const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - start_);
+        return static_cast<double>(passed.count()) / 1e6;
+    }
+
+  private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+class JsonWriter final : public EventWriter {
+  public:
+    explicit JsonWriter(const Journal& journal) : journal_(journal) {}
+
+    void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
+        write("setup", {{"block", block}, {"settings", to_json(settings)}});
+    }
+
+    void ready() override { write("ready", Json::object()); }
+
+    void output(const std::string& block, const std::string& port,
+                const Fenwa::Datatype& datatype, const PortValue& value) override {
+        write("output", {{"block", block},
+                         {"port", port},
+                         {"type", type_name(datatype)},
+                         {"value", to_json(value)}});
+    }
+
+    void debug(const std::string& key, const Fenwa::DebugValue& value) override {
+        write("debug", {{"key", key}, {"value", to_json(value)}});
+    }
+
+    void log(int level, const std::string& message) override {
+        journal_.send(level, message);
+        write("log", {{"level", level}, {"message", message}});
+    }
+
+    void exit(int status) override { write("exit", {{"status", status}}); }
+
+  private:
+    void write(const char* event, const Json& members) {
+        Json line = {{"event", event}, {"time", watch_.seconds()}};
+        line.update(members);
+        const std::lock_guard lock(mutex_);
+        std::cout << tool::json_line(line) << '\n' << std::flush;
+    }
+
+    Stopwatch watch_;
+    const Journal& journal_;
+    std::mutex mutex_;
+};
+
+class TextWriter final : public EventWriter {
+  public:
+    TextWriter(const Journal& journal, tool::ColorChoice color)
+        : journal_(journal),
+          out_(tool::use_color(color, stdout)),
+          err_(tool::use_color(color, stderr)) {}
+
+    void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
+        for (const auto& [key, value] : to_json(settings).items())
+            value_line(block + " setup " + key, value);
+    }
+
+    void ready() override { host_line("ready"); }
+
+    void output(const std::string& block, const std::string& port,
+                const Fenwa::Datatype& /*datatype*/, const PortValue& value) override {
+        value_line(block + '.' + port, to_json(value));
+    }
+
+    void debug(const std::string& key, const Fenwa::DebugValue& value) override {
+        value_line("debug " + key, to_json(value));
+    }
+
+    void log(int level, const std::string& message) override {
+        if (journal_.send(level, message))
+            return;
+        const std::lock_guard lock(mutex_);
+        std::string_view color = err_.dim;
+        std::string_view word = "info";
+        if (level <= 1) {
+            color = err_.red;
+            word = "error";
+        } else if (level <= 3) {
+            color = err_.yellow;
+            word = "warning";
+        }
+        std::cerr << color << word << ": " << err_.reset << message
+                  << (message.ends_with('\n') ? "" : "\n") << std::flush;
+    }
+
+    void exit(int status) override {
+        if (status == 0)
+            host_line("stopped");
+    }
+
+  private:
+    void value_line(const std::string& name, const Json& value) {
+        char time[32];
+        std::snprintf(time, sizeof time, "%9.3f", watch_.seconds());
+        const std::lock_guard lock(mutex_);
+        std::cout << out_.dim << time << out_.reset << "  " << name << " = " << out_.bold
+                  << tool::json_line(value) << out_.reset << '\n'
+                  << std::flush;
+    }
+
+    void host_line(const char* text) {
+        const std::lock_guard lock(mutex_);
+        std::cerr << "fenwa: " << text << '\n' << std::flush;
+    }
+
+    Stopwatch watch_;
+    const Journal& journal_;
+    tool::Palette out_;
+    tool::Palette err_;
+    std::mutex mutex_;
+};
+
+}  // namespace
+
+std::unique_ptr<EventWriter> make_json_writer(const Journal& journal) {
+    return std::make_unique<JsonWriter>(journal);
+}
+
+std::unique_ptr<EventWriter> make_text_writer(const Journal& journal, tool::ColorChoice color) {
+    return std::make_unique<TextWriter>(journal, color);
+}
+
+}  // namespace host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "common/json_text.hpp"
+#include "common/terminal.hpp"
+#include "fenwa/block_configuration.hpp"
+#include "fenwa/debug_data.hpp"
+#include "fenwa/datatype.hpp"
+#include "host/journal.hpp"
+#include "host/port_value.hpp"
+
+namespace host {
+
+/// Tells the world what happens in a graph, each event at once and whole. Any thread.
+class EventWriter {
+  public:
+    virtual ~EventWriter() = default;
+
+    /// Settings that a block handed over in its setup.
+    virtual void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) = 0;
+    /// All blocks are started.
+    virtual void ready() = 0;
+    /// An output carries a new value.
+    virtual void output(const std::string& block, const std::string& port,
+                        const Fenwa::Datatype& datatype, const PortValue& value) = 0;
+    /// A debug-data entry was set.
+    virtual void debug(const std::string& key, const Fenwa::DebugValue& value) = 0;
+    /// A block handed a line to the logger; `message` as it was given.
+    virtual void log(int level, const std::string& message) = 0;
+    /// The run is over; `status` is the exit code.
+    virtual void exit(int status) = 0;
+};
+
+/// One JSON object a line on stdout, flushed at each line. Log lines also go to the journal.
+[[nodiscard]] std::unique_ptr<EventWriter> make_json_writer(const Journal& journal);
+
+/// Values on stdout, log lines on stderr (or in the journal, where stderr leads to it).
+[[nodiscard]] std::unique_ptr<EventWriter> make_text_writer(const Journal& journal,
+                                                            tool::ColorChoice color);
+
+}  // namespace host

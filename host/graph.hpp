@@ -1,0 +1,62 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "fenwa/block_configuration.hpp"
+
+namespace host {
+
+using tool::Position;
+
+/// A name together with the place where it stands in the graph file.
+struct PlacedName {
+    std::string text;
+    Position where;
+};
+
+/// One setting of a block, its key flattened to dots.
+struct Setting {
+    std::string key;
+    Position where;
+    Fenwa::BlockConfiguration::Value value;
+};
+
+/// One block of the graph.
+struct BlockEntry {
+    std::string name;
+    Position where;  ///< of the block's name in its table header
+    PlacedName type;
+    std::vector<Setting> settings;
+
+    /// The settings as the block gets them.
+    [[nodiscard]] Fenwa::BlockConfiguration configuration() const;
+    /// Where a key stands, or the block's own place where it does not.
+    [[nodiscard]] Position where_is(const std::string& key) const;
+};
+
+/// One end of a connection, "BLOCK.PORT"; empty where it could not be read.
+struct Endpoint {
+    std::string block;
+    std::string port;
+    Position where;
+
+    [[nodiscard]] std::string text() const { return block + '.' + port; }
+};
+
+struct Connection {
+    Endpoint from;
+    Endpoint to;
+};
+
+/// A graph file as it was read: its form is right, its names are not yet checked.
+struct Graph {
+    std::string bus_address = "system";
+    std::vector<PlacedName> bus_names;
+    std::vector<PlacedName> plugins;
+    std::vector<BlockEntry> blocks;  ///< in the order of the file
+    std::vector<Connection> connections;
+};
+
+}  // namespace host

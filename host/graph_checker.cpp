@@ -1,0 +1,232 @@
+#include "host/graph_checker.hpp"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "common/suggestion.hpp"
+#include "fenwa/sdbus_error.hpp"
+#include "framework/algo-tools/connection_tools.hpp"
+#include "framework/shared/configuration_access.hpp"
+#include "framework/shared/debug_data_store.hpp"
+#include "framework/shared/host_access.hpp"
+#include "framework/shared/log_sink.hpp"
+#include "host/port_value.hpp"
+
+namespace host {
+namespace {
+
+using tool::Diagnostics;
+
+/// Takes the log lines of dry blocks, which nobody is to see.
+class Silence {
+  public:
+    Silence() {
+        Fenwa::set_log_sink([](int, const std::string&) {});
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+    ~Silence() { Fenwa::set_log_sink({}); }
+};
+
+/// Notes which keys a block asks for, and reports its mistakes without stopping at the first.
+class KeyRecorder final : public Fenwa::ConfigurationObserver {
+  public:
+    KeyRecorder(const BlockEntry& entry, Diagnostics& diagnostics)
+        : entry_(entry), diagnostics_(diagnostics) {}
+
+    void on_read(const Fenwa::KeyRead& read) override { asked_.push_back(read.key); }
+
+    bool on_error(const Fenwa::ConfigurationError& error) override {
+        report(error, entry_, diagnostics_);
+        return true;
+    }
+
+    void warn_of_unread_keys() const {
+        for (const Setting& setting : entry_.settings) {
+            if (std::find(asked_.begin(), asked_.end(), setting.key) == asked_.end())
+                diagnostics_.warning(setting.where,
+                                     "no " + entry_.type.text + " reads the key '" + setting.key +
+                                         "'",
+                                     tool::did_you_mean(setting.key, asked_));
+        }
+    }
+
+  private:
+    const BlockEntry& entry_;
+    Diagnostics& diagnostics_;
+    std::vector<std::string> asked_;
+};
+
+class DryConstruction {
+  public:
+    DryConstruction(const BlockTypes& types, Diagnostics& diagnostics, Strictness strictness)
+        : types_(types), diagnostics_(diagnostics), strictness_(strictness) {}
+    DryConstruction(const DryConstruction&) = delete;
+    DryConstruction& operator=(const DryConstruction&) = delete;
+    ~DryConstruction() {
+        while (!kept_.empty())
+            kept_.pop_back();
+    }
+
+    /// The block, owned by this object, or null.
+    Fenwa::Block* build(const BlockEntry& entry) {
+        const Fenwa::BlockFactory* const factory = types_.find(entry, diagnostics_);
+        if (factory == nullptr)
+            return nullptr;
+        const auto recorder = std::make_shared<KeyRecorder>(entry, diagnostics_);
+        const Fenwa::BlockConfiguration config =
+            Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder);
+        try {
+            std::unique_ptr<Fenwa::Block> block = (*factory)(entry.name, config, tools_);
+            if (block == nullptr) {
+                diagnostics_.error(entry.where, "the factory of " + describe(entry) +
+                                                    " gave no block");
+                return nullptr;
+            }
+            Fenwa::HostAccess::adopt(*block, tools_, queue_);
+            static_cast<void>(block->setup(Fenwa::HostAccess::configuration(*block)));
+            recorder->warn_of_unread_keys();
+            kept_.push_back(std::move(block));
+            return kept_.back().get();
+        } catch (const Fenwa::ConfigurationError& error) {
+            report(error, entry, diagnostics_);
+        } catch (const Fenwa::SDBusError&) {
+            if (strictness_ == Strictness::alone)
+                diagnostics_.warning(
+                    entry.where,
+                    describe(entry) + " cannot be checked: it needs a bus to be built");
+        } catch (const std::exception& error) {
+            fail(entry, error.what());
+        } catch (...) {
+            fail(entry, "something that is no std::exception");
+        }
+        return nullptr;
+    }
+
+    [[nodiscard]] const CheckResult& result() const { return result_; }
+
+  private:
+    void fail(const BlockEntry& entry, const std::string& what) {
+        if (strictness_ == Strictness::before_a_run)
+            return;
+        diagnostics_.error(entry.where, describe(entry) + " threw in its constructor: " + what);
+        ++result_.throws;
+    }
+
+    const BlockTypes& types_;
+    Diagnostics& diagnostics_;
+    Strictness strictness_;
+    CheckResult result_;
+    Fenwa::ConnectionTools no_bus_{nullptr};
+    Fenwa::InitTools tools_{&no_bus_};
+    Fenwa::ReadyQueue queue_{[] {}};
+    std::vector<std::unique_ptr<Fenwa::Block>> kept_;
+};
+
+/// Warns of objects that the bus connection will take from one block only.
+void check_exports(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {
+    std::map<std::pair<std::string, std::string>, std::string> exporters;
+    for (const BlockEntry& entry : graph.blocks) {
+        const auto found = blocks.find(entry.name);
+        if (found == blocks.end() || found->second == nullptr)
+            continue;
+        for (const auto& object : Fenwa::HostAccess::exported_objects(*found->second)) {
+            const auto [first, is_new] = exporters.emplace(object, entry.name);
+            if (!is_new)
+                diagnostics.warning(entry.where, "the blocks '" + first->second + "' and '" +
+                                                     entry.name + "' both export '" +
+                                                     object.second + "' at '" + object.first +
+                                                     "'; only the first one is reached");
+        }
+    }
+}
+
+Fenwa::Block* find_block(const Endpoint& end, const BlocksByName& blocks,
+                         Diagnostics& diagnostics) {
+    if (end.block.empty())  // reported when it was read
+        return nullptr;
+    const auto found = blocks.find(end.block);
+    if (found != blocks.end())
+        return found->second;
+    std::vector<std::string> names;
+    for (const auto& [name, block] : blocks)
+        names.push_back(name);
+    diagnostics.error(end.where, "no block '" + end.block + "' in the graph",
+                      tool::did_you_mean(end.block, names));
+    return nullptr;
+}
+
+void report_unknown_port(const Endpoint& end, const char* kind, const char* other_kind,
+                         bool is_other_kind, const std::vector<std::string>& names,
+                         Diagnostics& diagnostics) {
+    if (is_other_kind) {
+        diagnostics.error(end.where, "'" + end.text() + "' is an " + other_kind + ", not an " +
+                                         kind);
+        return;
+    }
+    std::string help = tool::did_you_mean(end.port, names);
+    if (help.empty()) {
+        help = names.empty() ? "it has no " + std::string(kind) + "s" : "it has: ";
+        for (const std::string& name : names)
+            help += (&name == &names.front() ? "'" : ", '") + name + "'";
+    }
+    diagnostics.error(end.where,
+                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
+                      help);
+}
+
+}  // namespace
+
+std::string describe(const BlockEntry& entry) {
+    return "block '" + entry.name + "' (" + entry.type.text + ")";
+}
+
+void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
+            Diagnostics& diagnostics) {
+    diagnostics.error(entry.where_is(error.key()), describe(entry) + ": " + error.what());
+}
+
+void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {
+    std::map<std::string, Position> connected;
+    for (const Connection& connection : graph.connections) {
+        Fenwa::Block* const from = find_block(connection.from, blocks, diagnostics);
+        Fenwa::Block* const to = find_block(connection.to, blocks, diagnostics);
+        const auto [first, is_new] =
+            connected.emplace(connection.to.text(), connection.to.where);
+        if (!is_new && !connection.to.block.empty())
+            diagnostics.error(connection.to.where,
+                              "'" + connection.to.text() + "' is connected already, at " +
+                                  diagnostics.locate(first->second));
+        const Fenwa::OutPortInternal* out = nullptr;
+        if (from != nullptr && (out = from->get_outport(connection.from.port)) == nullptr)
+            report_unknown_port(connection.from, "output", "input",
+                                from->get_inport(connection.from.port) != nullptr,
+                                from->get_outport_names(), diagnostics);
+        const Fenwa::InPortInternal* in = nullptr;
+        if (to != nullptr && (in = to->get_inport(connection.to.port)) == nullptr)
+            report_unknown_port(connection.to, "input", "output",
+                                to->get_outport(connection.to.port) != nullptr,
+                                to->get_inport_names(), diagnostics);
+        if (out != nullptr && in != nullptr && out->datatype() != in->datatype())
+            diagnostics.error(connection.to.where, "'" + connection.to.text() + "' takes " +
+                                                       type_name(in->datatype()) + ", but '" +
+                                                       connection.from.text() + "' gives " +
+                                                       type_name(out->datatype()));
+    }
+}
+
+CheckResult check_graph(const Graph& graph, const BlockTypes& types, Diagnostics& diagnostics,
+                        Strictness strictness) {
+    const Silence silence;
+    DryConstruction dry(types, diagnostics, strictness);
+    BlocksByName blocks;
+    for (const BlockEntry& entry : graph.blocks)
+        blocks.emplace(entry.name, dry.build(entry));
+    check_exports(graph, blocks, diagnostics);
+    check_connections(graph, blocks, diagnostics);
+    return dry.result();
+}
+
+}  // namespace host

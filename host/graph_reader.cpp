@@ -1,0 +1,181 @@
+#include "host/graph_reader.hpp"
+
+#include <algorithm>
+
+#include "common/toml_document.hpp"
+
+namespace host {
+namespace {
+
+using tool::Diagnostics;
+using tool::kind_of;
+using tool::TableReader;
+using tool::TomlEntry;
+
+using Value = Fenwa::BlockConfiguration::Value;
+
+std::vector<PlacedName> read_names(const toml::array* list, const std::string& what,
+                                   Diagnostics& diagnostics) {
+    std::vector<PlacedName> names;
+    if (list == nullptr)
+        return names;
+    for (const toml::node& element : *list) {
+        const auto* name = element.as_string();
+        if (name == nullptr)
+            diagnostics.error(tool::position(element), "each of " + what +
+                                                           " must be a string, not " +
+                                                           std::string(kind_of(element)));
+        else
+            names.push_back({name->get(), tool::position(element)});
+    }
+    return names;
+}
+
+/// A setting's value, or nothing (with a diagnostic) for a kind that no block can be given.
+std::optional<Value> read_value(const std::string& key, const toml::node& node,
+                                Diagnostics& diagnostics) {
+    if (const auto* boolean = node.as_boolean())
+        return boolean->get();
+    if (const auto* integer = node.as_integer())
+        return integer->get();
+    if (const auto* number = node.as_floating_point())
+        return number->get();
+    if (const auto* text = node.as_string())
+        return text->get();
+    if (const toml::array* list = node.as_array()) {
+        std::vector<std::string> strings;
+        for (const toml::node& element : *list) {
+            const auto* text = element.as_string();
+            if (text == nullptr) {
+                diagnostics.error(tool::position(element),
+                                  "the array '" + key + "' must hold strings only, not " +
+                                      std::string(kind_of(element)));
+                return std::nullopt;
+            }
+            strings.push_back(text->get());
+        }
+        return strings;
+    }
+    diagnostics.error(tool::position(node),
+                      "'" + key + "' must be a boolean, an integer, a float, a string or an "
+                                  "array of strings, not " +
+                          std::string(kind_of(node)));
+    return std::nullopt;
+}
+
+/// Flattens a table of settings to dotted keys.
+void read_settings(const toml::table& table, const std::string& prefix, BlockEntry& block,
+                   Diagnostics& diagnostics) {
+    for (const TomlEntry& entry : tool::in_file_order(table)) {
+        if (prefix.empty() && entry.key == "type")
+            continue;
+        const std::string key = prefix + entry.key;
+        if (const toml::table* inner = entry.value->as_table()) {
+            read_settings(*inner, key + '.', block, diagnostics);
+            continue;
+        }
+        const bool twice = std::any_of(block.settings.begin(), block.settings.end(),
+                                       [&key](const Setting& s) { return s.key == key; });
+        if (twice) {
+            diagnostics.error(entry.where, "'" + key + "' is set twice");
+            continue;
+        }
+        if (std::optional<Value> value = read_value(key, *entry.value, diagnostics))
+            block.settings.push_back({key, entry.where, std::move(*value)});
+    }
+}
+
+void read_blocks(const toml::table* blocks, Graph& graph, Diagnostics& diagnostics) {
+    if (blocks == nullptr)
+        return;
+    for (const TomlEntry& entry : tool::in_file_order(*blocks)) {
+        const toml::table* table = entry.value->as_table();
+        if (table == nullptr) {
+            diagnostics.error(entry.where, "the block '" + entry.key + "' must be a table, not " +
+                                               std::string(kind_of(*entry.value)));
+            continue;
+        }
+        BlockEntry block;
+        block.name = entry.key;
+        block.where = entry.where;
+        const toml::node* type = table->get("type");
+        if (type == nullptr)
+            diagnostics.error(entry.where, "the block '" + entry.key + "' has no 'type'");
+        else if (const auto* text = type->as_string())
+            block.type = {text->get(), tool::position(*type)};
+        else
+            diagnostics.error(tool::position(*type), "'type' of the block '" + entry.key +
+                                                         "' must be a string, not " +
+                                                         std::string(kind_of(*type)));
+        read_settings(*table, "", block, diagnostics);
+        graph.blocks.push_back(std::move(block));
+    }
+}
+
+std::optional<Endpoint> read_endpoint(TableReader& reader, std::string_view key,
+                                      Diagnostics& diagnostics) {
+    const toml::node* node = reader.any(key);
+    if (node == nullptr) {
+        reader.missing(key);
+        return std::nullopt;
+    }
+    const Position where = tool::position(*node);
+    const auto* text = node->as_string();
+    if (text == nullptr) {
+        diagnostics.error(where, "'" + std::string(key) + "' of a connection must be a string, not " +
+                                     std::string(kind_of(*node)));
+        return std::nullopt;
+    }
+    // Block names may contain dots, port names do not.
+    const std::size_t dot = text->get().rfind('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == text->get().size()) {
+        diagnostics.error(where, "'" + text->get() + "' is not of the form BLOCK.PORT");
+        return std::nullopt;
+    }
+    return Endpoint{text->get().substr(0, dot), text->get().substr(dot + 1), where};
+}
+
+void read_connections(const toml::array* connections, Graph& graph, Diagnostics& diagnostics) {
+    if (connections == nullptr)
+        return;
+    for (const toml::node& element : *connections) {
+        const toml::table* table = element.as_table();
+        if (table == nullptr) {
+            diagnostics.error(tool::position(element),
+                              "a connection must be a table with 'from' and 'to', not " +
+                                  std::string(kind_of(element)));
+            continue;
+        }
+        TableReader reader(*table, "the connection", diagnostics);
+        const auto from = read_endpoint(reader, "from", diagnostics);
+        const auto to = read_endpoint(reader, "to", diagnostics);
+        reader.report_unknown_keys();
+        // An end that cannot be read stays empty; the other one is checked all the same.
+        graph.connections.push_back({from.value_or(Endpoint{}), to.value_or(Endpoint{})});
+    }
+}
+
+}  // namespace
+
+std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostics) {
+    const std::optional<toml::table> root = tool::read_toml(path, diagnostics);
+    if (!root)
+        return std::nullopt;
+    Graph graph;
+    TableReader reader(*root, "the graph", diagnostics);
+    graph.plugins = read_names(reader.array("plugins"), "'plugins'", diagnostics);
+    if (const toml::table* bus = reader.table("bus")) {
+        TableReader bus_reader(*bus, "[bus]", diagnostics);
+        graph.bus_address = bus_reader.string("address").value_or(graph.bus_address);
+        graph.bus_names = read_names(bus_reader.array("names"), "'names' of [bus]", diagnostics);
+        bus_reader.report_unknown_keys();
+    }
+    read_blocks(reader.table("blocks"), graph, diagnostics);
+    read_connections(reader.array("connections"), graph, diagnostics);
+    reader.report_unknown_keys();
+    if (graph.blocks.empty() && diagnostics.errors() == 0)
+        diagnostics.error({}, "the graph has no blocks");
+    return graph;
+}
+
+}  // namespace host

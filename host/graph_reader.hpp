@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "common/diagnostics.hpp"
+#include "host/graph.hpp"
+
+namespace host {
+
+/// Reads a graph file. Every mistake of its form (syntax, unknown keys, values of a wrong kind, a
+/// block without a type, a connection that is not "BLOCK.PORT") becomes a diagnostic; what can be
+/// used is returned all the same, so that the names in it can be checked too. Nothing is returned
+/// where the file could not be parsed.
+/// @throws tool::Failure (unreadable) when the file cannot be read.
+[[nodiscard]] std::optional<Graph> read_graph(const std::string& path,
+                                              tool::Diagnostics& diagnostics);
+
+}  // namespace host

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+namespace host {
+
+/// The journal of systemd, in use when the host runs under it, that is, when stderr leads to the
+/// journal's socket. Any thread.
+class Journal {
+  public:
+    /// @param graph the graph file as it was typed, for the field FENWA_GRAPH.
+    explicit Journal(std::string graph);
+
+    /// Sends one log line with its priority (1 → error, 2 → warning, 4 → info) and the fields
+    /// FENWA_GRAPH and, where it is known, FENWA_BLOCK.
+    /// @returns false when the journal is not in use or does not take the line.
+    bool send(int level, const std::string& message) const;
+
+  private:
+    std::string graph_;
+    bool in_use_;
+};
+
+/// While one lives, the log lines of its thread belong to this block.
+class CurrentBlock {
+  public:
+    explicit CurrentBlock(const std::string& name);
+    CurrentBlock(const CurrentBlock&) = delete;
+    CurrentBlock& operator=(const CurrentBlock&) = delete;
+    ~CurrentBlock();
+
+    /// The name, or null where none is known.
+    [[nodiscard]] static const std::string* name() noexcept;
+
+  private:
+    const std::string* outer_;
+};
+
+}  // namespace host

@@ -1,0 +1,91 @@
+#include "host/plugin_loader.hpp"
+
+#include <dlfcn.h>
+
+#include <system_error>
+
+#include "common/suggestion.hpp"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
+    std::vector<std::string> names;
+    for (const fs::path& folder : folders) {
+        std::error_code ignored;  // a folder that is not there has no libraries
+        for (const fs::directory_entry& file : fs::directory_iterator(folder, ignored)) {
+            if (file.path().extension() == ".so")
+                names.push_back(file.path().filename().string());
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
+    std::vector<fs::path> folders(given.begin(), given.end());
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (!error)
+        folders.push_back(self.parent_path());
+    folders.emplace_back(FENWA_PLUGIN_DIR);
+    return folders;
+}
+
+fs::path PluginLoader::find(const PlacedName& plugin, tool::Diagnostics& diagnostics) const {
+    std::error_code ignored;
+    if (plugin.text.find('/') != std::string::npos) {
+        const fs::path path = fs::path(diagnostics.file()).parent_path() / plugin.text;
+        if (fs::exists(path, ignored))
+            return fs::absolute(path);
+        diagnostics.error(plugin.where, "no plug-in at '" + path.string() + "'");
+        return {};
+    }
+    std::string looked_in;
+    for (const fs::path& folder : folders_) {
+        if (!plugin.text.empty() && fs::exists(folder / plugin.text, ignored))
+            return fs::absolute(folder / plugin.text);
+        looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
+    }
+    diagnostics.error(plugin.where,
+                      "no plug-in '" + plugin.text + "' (looked in " + looked_in + ")",
+                      tool::did_you_mean(plugin.text, libraries_in(folders_)));
+    return {};
+}
+
+bool PluginLoader::load(const PlacedName& plugin, tool::Diagnostics& diagnostics) {
+    const fs::path path = find(plugin, diagnostics);
+    if (path.empty())
+        return true;
+    const auto fail = [&](const std::string& reason) {
+        diagnostics.error(plugin.where, "the plug-in '" + plugin.text + "' " + reason);
+    };
+    // All symbols at once: one that is missing shows here and not in the middle of a run.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        fail(std::string("does not load: ") + dlerror());
+        return true;
+    }
+    void* const symbol = dlsym(library, "lib_register_cpp");
+    if (symbol == nullptr) {
+        fail("has no entry point 'lib_register_cpp'");
+        return true;
+    }
+    try {
+        const int r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
+        if (r != 0)
+            fail("cannot be used: its entry point returned " + std::to_string(r));
+    } catch (const std::exception& error) {
+        fail(std::string("threw in its entry point: ") + error.what());
+        return false;
+    } catch (...) {
+        fail("threw in its entry point something that is no std::exception");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace host

@@ -1,0 +1,124 @@
+#include "host/run_command.hpp"
+
+#include <csignal>
+#include <iostream>
+
+#include "common/bus.hpp"
+#include "framework/algo-tools/connection_tools.hpp"
+#include "framework/shared/debug_data_store.hpp"
+#include "framework/shared/log_sink.hpp"
+#include "host/block_types.hpp"
+#include "host/check_command.hpp"
+#include "host/event_loop.hpp"
+#include "host/event_writer.hpp"
+#include "host/journal.hpp"
+#include "host/running_graph.hpp"
+
+namespace host {
+namespace {
+
+using tool::ExitCode;
+
+/// Sends what blocks log and what they set in the debug-data store to the event writer.
+class Listeners {
+  public:
+    explicit Listeners(EventWriter& events) {
+        Fenwa::set_log_sink(
+            [&events](int level, const std::string& message) { events.log(level, message); });
+        Fenwa::set_debug_listener(
+            [&events](const std::string& key, const Fenwa::DebugValue& value) {
+                events.debug(key, value);
+            });
+    }
+    Listeners(const Listeners&) = delete;
+    Listeners& operator=(const Listeners&) = delete;
+    ~Listeners() {
+        Fenwa::set_debug_listener({});
+        Fenwa::set_log_sink({});
+    }
+};
+
+tool::BusPtr connect_bus(const RunOptions& options, const Graph& graph, const std::string& address) {
+    tool::BusPtr bus = tool::open_bus(address, options.call_timeout);
+    tool::check(sd_bus_set_method_call_timeout(
+                    bus.get(), static_cast<std::uint64_t>(options.call_timeout.count())),
+                "cannot set the call time-out");
+    for (const PlacedName& name : graph.bus_names)
+        tool::own_name(*bus, name.text);
+    return bus;
+}
+
+/// Starts the blocks, serves them until the end and stops them.
+ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
+               EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
+    const std::string address = options.bus.value_or(graph.bus_address);
+    const tool::BusPtr bus = connect_bus(options, graph, address);
+    loop.attach(*bus);
+    Fenwa::ConnectionTools connection(bus.get());
+    const Fenwa::InitTools tools(&connection);
+    const Listeners listeners(events);
+    RunningGraph running(graph, types, tools, loop.get(), events, diagnostics);
+
+    const auto failed = [&](const std::exception_ptr& failure) {
+        try {
+            std::rethrow_exception(failure);
+        } catch (const Fenwa::ConfigurationError&) {
+            diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+            return ExitCode::misconfigured;
+        } catch (const BlockFailure& error) {
+            std::cerr << error.what() << '\n';
+            return ExitCode::threw;
+        }
+    };
+    const std::size_t known = diagnostics.errors();
+    ExitCode code = ExitCode::done;
+    try {
+        if (running.start([&loop] { return loop.interrupted(); })) {
+            events.ready();
+            loop.run(options.duration);
+            if (running.failure() != nullptr)
+                std::rethrow_exception(running.failure());
+        } else if (diagnostics.errors() != known) {
+            diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+            code = ExitCode::misconfigured;
+        }
+    } catch (...) {
+        code = failed(std::current_exception());
+    }
+    loop.announce_stop();
+    running.stop();
+    if (loop.lost_bus())
+        throw tool::Failure(ExitCode::unavailable,
+                            "lost the connection to the bus at '" + address + "'");
+    return code;
+}
+
+}  // namespace
+
+ExitCode run_graph(const RunOptions& options) {
+    const Journal journal(options.graph);
+    const std::unique_ptr<EventWriter> events = options.format == EventFormat::json
+                                                    ? make_json_writer(journal)
+                                                    : make_text_writer(journal, options.color);
+    tool::Diagnostics diagnostics(options.graph);
+    // The signals belong to the loop from here on, so that none is lost during the start.
+    EventLoop loop;
+    BlockTypes types(&loop.get());
+    const auto ended = [&events](ExitCode code) {
+        events->exit(static_cast<int>(code));
+        return code;
+    };
+    try {
+        const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, types,
+                                                    diagnostics, Strictness::before_a_run);
+        diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+        if (checked.code != ExitCode::done)
+            return ended(checked.code);
+        return ended(serve(options, *checked.graph, types, loop, *events, diagnostics));
+    } catch (const tool::Failure& failure) {
+        ended(failure.code());
+        throw;
+    }
+}
+
+}  // namespace host

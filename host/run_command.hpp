@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/exit_code.hpp"
+#include "common/terminal.hpp"
+
+namespace host {
+
+enum class EventFormat { text, json };
+
+/// What `fenwa run` was asked for.
+struct RunOptions {
+    std::string graph;
+    std::optional<std::string> bus;  ///< instead of the graph's own address
+    std::vector<std::string> plugin_dirs;
+    EventFormat format = EventFormat::text;
+    std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
+    std::chrono::microseconds call_timeout = std::chrono::seconds(25);
+    tool::ColorChoice color = tool::ColorChoice::automatic;
+};
+
+/// Runs a graph until a signal comes, its time is over, the bus is lost or a block throws.
+/// @throws tool::Failure
+[[nodiscard]] tool::ExitCode run_graph(const RunOptions& options);
+
+}  // namespace host

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "fenwa/block.hpp"
+#include "host/block_types.hpp"
+#include "host/event_writer.hpp"
+#include "host/graph.hpp"
+#include "host/scheduler.hpp"
+
+namespace host {
+
+/// A block threw something that is no ConfigurationError. `what()` names the place in the graph
+/// file, the block, its type, the phase, and what it threw.
+class BlockFailure : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The blocks of a graph from their construction to their destruction, and the values between
+/// them. All on the thread of the loop.
+class RunningGraph {
+  public:
+    /// @param diagnostics takes the mistakes that only show when the real blocks are there.
+    RunningGraph(const Graph& graph, const BlockTypes& types, const Fenwa::InitTools& tools,
+                 sd_event& loop, EventWriter& events, tool::Diagnostics& diagnostics);
+    RunningGraph(const RunningGraph&) = delete;
+    RunningGraph& operator=(const RunningGraph&) = delete;
+    /// Stops and destroys, in reverse order, what still is there.
+    ~RunningGraph();
+
+    /// Creates all blocks in file order, sets them up, connects and starts them. The start is whole
+    /// or not at all: after an exception `stop` stops those before the block that threw.
+    /// @param interrupted asked between two calls into blocks; with true the start ends.
+    /// @returns false when it was interrupted, or when a mistake was added to the diagnostics.
+    /// @throws BlockFailure
+    bool start(const std::function<bool()>& interrupted);
+
+    /// Stops the blocks in reverse order and destroys them in reverse order. A block that
+    /// throws in its stop is reported on stderr and does not keep the others from stopping.
+    void stop() noexcept;
+
+    /// What a block threw in `run`, as a BlockFailure or a ConfigurationError; null for none.
+    [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
+
+  private:
+    struct Input {
+        Fenwa::InPortInternal* port;
+        Fenwa::Block* block;
+    };
+    struct Output {
+        Fenwa::OutPortInternal* port;
+        std::vector<Input> targets;
+    };
+    struct Instance {
+        const BlockEntry* entry;
+        std::string name;
+        std::unique_ptr<Fenwa::Block> block;
+        std::vector<Output> outputs;
+    };
+
+    void create(const BlockEntry& entry);
+    void set_up(Instance& instance);
+    bool connect();
+    void run(Fenwa::Block& block);
+    void deliver(Instance& instance);
+    void report_refused_exports(const Instance& instance);
+    [[nodiscard]] std::string exporter_of(const std::string& path,
+                                          const std::string& interface) const;
+    template <class Call>
+    void call(const Instance& instance, const char* phase, Call&& body);
+
+    const Graph& graph_;
+    const BlockTypes& types_;
+    const Fenwa::InitTools& tools_;
+    EventWriter& events_;
+    tool::Diagnostics& diagnostics_;
+    Scheduler scheduler_;
+    std::vector<std::unique_ptr<Instance>> instances_;
+    std::size_t stop_below_ = 0;  ///< the instances before this one are to be stopped
+    std::unordered_map<const Fenwa::Block*, Instance*> by_block_;
+};
+
+}  // namespace host
