@@ -80,8 +80,8 @@ void own_name(sd_bus& bus, const std::string& name) {
     if (r >= 0)
         return;
     throw Failure(ExitCode::unavailable,
-                  "cannot own the bus name '" + name + "': " +
-                      (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
+                  "cannot own the bus name '" + name +
+                      "': " + (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
 }
 
 int check(int r, const char* what) {

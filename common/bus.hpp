@@ -21,8 +21,7 @@ struct Unreffer {
 /// A connection; it is flushed and closed when the handle lets go of it.
 using BusPtr = std::unique_ptr<sd_bus, Unreffer<sd_bus_flush_close_unref>>;
 using EventPtr = std::unique_ptr<sd_event, Unreffer<sd_event_unref>>;
-using EventSourcePtr =
-    std::unique_ptr<sd_event_source, Unreffer<sd_event_source_disable_unref>>;
+using EventSourcePtr = std::unique_ptr<sd_event_source, Unreffer<sd_event_source_disable_unref>>;
 using SlotPtr = std::unique_ptr<sd_bus_slot, Unreffer<sd_bus_slot_unref>>;
 using MessagePtr = std::unique_ptr<sd_bus_message, Unreffer<sd_bus_message_unref>>;
 

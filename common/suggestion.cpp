@@ -7,7 +7,8 @@ namespace {
 
 /// Optimal string alignment distance: insert, delete, replace and swap of neighbours cost one each.
 std::size_t edit_distance(std::string_view a, std::string_view b) {
-    std::vector<std::vector<std::size_t>> cost(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    std::vector<std::vector<std::size_t>> cost(a.size() + 1,
+                                               std::vector<std::size_t>(b.size() + 1));
     for (std::size_t i = 0; i <= a.size(); ++i) {
         for (std::size_t j = 0; j <= b.size(); ++j) {
             if (i == 0 || j == 0) {

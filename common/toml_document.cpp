@@ -47,14 +47,13 @@ Position to_position(const toml::source_region& region) {
 std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagnostics) {
     const std::string text = read_text(path);
     if (text.size() > max_toml_bytes) {
-        diagnostics.error({}, "the file is larger than " + std::to_string(max_toml_bytes) +
-                                  " bytes (1 MiB)");
+        diagnostics.error(
+            {}, "the file is larger than " + std::to_string(max_toml_bytes) + " bytes (1 MiB)");
         return std::nullopt;
     }
     diagnostics.set_source(text);
     if (const Position deep = find_deep_nesting(text, max_toml_depth); deep.line != 0) {
-        diagnostics.error(deep,
-                          "nested deeper than " + std::to_string(max_toml_depth) + " tables");
+        diagnostics.error(deep, "nested deeper than " + std::to_string(max_toml_depth) + " tables");
         return std::nullopt;
     }
     try {
@@ -103,9 +102,8 @@ std::vector<TomlEntry> in_file_order(const toml::table& table) {
     std::vector<TomlEntry> entries;
     for (const auto& [key, value] : table)
         entries.push_back({std::string(key.str()), position(key), &value});
-    std::stable_sort(entries.begin(), entries.end(), [](const TomlEntry& a, const TomlEntry& b) {
-        return a.where < b.where;
-    });
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const TomlEntry& a, const TomlEntry& b) { return a.where < b.where; });
     return entries;
 }
 

@@ -7,11 +7,12 @@
 namespace host {
 
 BlockTypes::BlockTypes(sd_event* loop) {
-    registry_.register_factory(
-        "Timer", [loop](std::string name, const Fenwa::BlockConfiguration& config,
-                        const Fenwa::InitTools&) -> std::unique_ptr<Fenwa::Block> {
-            return std::make_unique<TimerBlock>(std::move(name), config, loop);
-        });
+    registry_.register_factory("Timer",
+                               [loop](std::string name, const Fenwa::BlockConfiguration& config,
+                                      const Fenwa::InitTools&) -> std::unique_ptr<Fenwa::Block> {
+                                   return std::make_unique<TimerBlock>(std::move(name), config,
+                                                                       loop);
+                               });
 }
 
 bool BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,

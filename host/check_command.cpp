@@ -28,8 +28,8 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
 ExitCode check_graph_file(const CheckOptions& options) {
     tool::Diagnostics diagnostics(options.graph);
     BlockTypes types(nullptr);
-    const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, types,
-                                                diagnostics, Strictness::alone);
+    const CheckedGraph checked =
+        read_and_check(options.graph, options.plugin_dirs, types, diagnostics, Strictness::alone);
     diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
     if (checked.code != ExitCode::done)
         return checked.code;

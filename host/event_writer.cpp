@@ -31,8 +31,8 @@ class JsonWriter final : public EventWriter {
 
     void ready() override { write("ready", Json::object()); }
 
-    void output(const std::string& block, const std::string& port,
-                const Fenwa::Datatype& datatype, const PortValue& value) override {
+    void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
+                const PortValue& value) override {
         write("output", {{"block", block},
                          {"port", port},
                          {"type", type_name(datatype)},

@@ -8,8 +8,8 @@
 #include "common/json_text.hpp"
 #include "common/terminal.hpp"
 #include "fenwa/block_configuration.hpp"
-#include "fenwa/debug_data.hpp"
 #include "fenwa/datatype.hpp"
+#include "fenwa/debug_data.hpp"
 #include "host/journal.hpp"
 #include "host/port_value.hpp"
 

@@ -46,10 +46,10 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     void warn_of_unread_keys() const {
         for (const Setting& setting : entry_.settings) {
             if (std::find(asked_.begin(), asked_.end(), setting.key) == asked_.end())
-                diagnostics_.warning(setting.where,
-                                     "no " + entry_.type.text + " reads the key '" + setting.key +
-                                         "'",
-                                     tool::did_you_mean(setting.key, asked_));
+                diagnostics_.warning(
+                    setting.where,
+                    "no " + entry_.type.text + " reads the key '" + setting.key + "'",
+                    tool::did_you_mean(setting.key, asked_));
         }
     }
 
@@ -81,8 +81,8 @@ class DryConstruction {
         try {
             std::unique_ptr<Fenwa::Block> block = (*factory)(entry.name, config, tools_);
             if (block == nullptr) {
-                diagnostics_.error(entry.where, "the factory of " + describe(entry) +
-                                                    " gave no block");
+                diagnostics_.error(entry.where,
+                                   "the factory of " + describe(entry) + " gave no block");
                 return nullptr;
             }
             Fenwa::HostAccess::adopt(*block, tools_, queue_);
@@ -162,8 +162,8 @@ void report_unknown_port(const Endpoint& end, const char* kind, const char* othe
                          bool is_other_kind, const std::vector<std::string>& names,
                          Diagnostics& diagnostics) {
     if (is_other_kind) {
-        diagnostics.error(end.where, "'" + end.text() + "' is an " + other_kind + ", not an " +
-                                         kind);
+        diagnostics.error(end.where,
+                          "'" + end.text() + "' is an " + other_kind + ", not an " + kind);
         return;
     }
     std::string help = tool::did_you_mean(end.port, names);
@@ -173,8 +173,7 @@ void report_unknown_port(const Endpoint& end, const char* kind, const char* othe
             help += (&name == &names.front() ? "'" : ", '") + name + "'";
     }
     diagnostics.error(end.where,
-                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
-                      help);
+                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'", help);
 }
 
 }  // namespace
@@ -193,12 +192,11 @@ void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnosti
     for (const Connection& connection : graph.connections) {
         Fenwa::Block* const from = find_block(connection.from, blocks, diagnostics);
         Fenwa::Block* const to = find_block(connection.to, blocks, diagnostics);
-        const auto [first, is_new] =
-            connected.emplace(connection.to.text(), connection.to.where);
+        const auto [first, is_new] = connected.emplace(connection.to.text(), connection.to.where);
         if (!is_new && !connection.to.block.empty())
-            diagnostics.error(connection.to.where,
-                              "'" + connection.to.text() + "' is connected already, at " +
-                                  diagnostics.locate(first->second));
+            diagnostics.error(connection.to.where, "'" + connection.to.text() +
+                                                       "' is connected already, at " +
+                                                       diagnostics.locate(first->second));
         const Fenwa::OutPortInternal* out = nullptr;
         if (from != nullptr && (out = from->get_outport(connection.from.port)) == nullptr)
             report_unknown_port(connection.from, "output", "input",

@@ -23,8 +23,8 @@ enum class Strictness { alone, before_a_run };
 /// Constructs every block against a bus that is not there, and says of each mistake where it is:
 /// unknown types, missing, mistyped and unread keys, unknown ports, datatypes that differ, inputs
 /// with two connections, objects that two blocks export. Nothing of the blocks is heard or kept.
-CheckResult check_graph(const Graph& graph, const BlockTypes& types,
-                        tool::Diagnostics& diagnostics, Strictness strictness);
+CheckResult check_graph(const Graph& graph, const BlockTypes& types, tool::Diagnostics& diagnostics,
+                        Strictness strictness);
 
 /// The blocks of a graph by name; null for one that could not be constructed.
 using BlocksByName = std::map<std::string, Fenwa::Block*>;

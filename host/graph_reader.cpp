@@ -22,9 +22,9 @@ std::vector<PlacedName> read_names(const toml::array* list, const std::string& w
     for (const toml::node& element : *list) {
         const auto* name = element.as_string();
         if (name == nullptr)
-            diagnostics.error(tool::position(element), "each of " + what +
-                                                           " must be a string, not " +
-                                                           std::string(kind_of(element)));
+            diagnostics.error(
+                tool::position(element),
+                "each of " + what + " must be a string, not " + std::string(kind_of(element)));
         else
             names.push_back({name->get(), tool::position(element)});
     }
@@ -47,9 +47,9 @@ std::optional<Value> read_value(const std::string& key, const toml::node& node,
         for (const toml::node& element : *list) {
             const auto* text = element.as_string();
             if (text == nullptr) {
-                diagnostics.error(tool::position(element),
-                                  "the array '" + key + "' must hold strings only, not " +
-                                      std::string(kind_of(element)));
+                diagnostics.error(tool::position(element), "the array '" + key +
+                                                               "' must hold strings only, not " +
+                                                               std::string(kind_of(element)));
                 return std::nullopt;
             }
             strings.push_back(text->get());
@@ -57,8 +57,9 @@ std::optional<Value> read_value(const std::string& key, const toml::node& node,
         return strings;
     }
     diagnostics.error(tool::position(node),
-                      "'" + key + "' must be a boolean, an integer, a float, a string or an "
-                                  "array of strings, not " +
+                      "'" + key +
+                          "' must be a boolean, an integer, a float, a string or an "
+                          "array of strings, not " +
                           std::string(kind_of(node)));
     return std::nullopt;
 }
@@ -122,7 +123,8 @@ std::optional<Endpoint> read_endpoint(TableReader& reader, std::string_view key,
     const Position where = tool::position(*node);
     const auto* text = node->as_string();
     if (text == nullptr) {
-        diagnostics.error(where, "'" + std::string(key) + "' of a connection must be a string, not " +
+        diagnostics.error(where, "'" + std::string(key) +
+                                     "' of a connection must be a string, not " +
                                      std::string(kind_of(*node)));
         return std::nullopt;
     }

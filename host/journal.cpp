@@ -35,8 +35,7 @@ int priority_of(int level) {
 
 }  // namespace
 
-Journal::Journal(std::string graph)
-    : graph_(std::move(graph)), in_use_(stderr_is_the_journal()) {}
+Journal::Journal(std::string graph) : graph_(std::move(graph)), in_use_(stderr_is_the_journal()) {}
 
 bool Journal::send(int level, const std::string& message) const {
     if (!in_use_)

@@ -51,8 +51,9 @@ int main(int argc, char** argv) {
     run.set_version_flag("--version", "fenwa " FENWA_VERSION);
     add_common_options(run, run_options.graph, run_options.plugin_dirs, color);
     CLI::Option* const bus_option =
-        run.add_option("--bus", bus, "\"system\", \"session\" or a D-Bus address, instead of the "
-                                     "graph's own")
+        run.add_option("--bus", bus,
+                       "\"system\", \"session\" or a D-Bus address, instead of the "
+                       "graph's own")
             ->type_name("ADDRESS");
     run.add_option("--format", format, "Event lines: text or json")
         ->check(CLI::IsMember({"text", "json"}))
@@ -64,7 +65,8 @@ int main(int argc, char** argv) {
         ->check(seconds_range)
         ->capture_default_str();
 
-    CLI::App& check = *app.add_subcommand("check", "Reports every mistake of a graph; needs no bus");
+    CLI::App& check =
+        *app.add_subcommand("check", "Reports every mistake of a graph; needs no bus");
     check.set_version_flag("--version", "fenwa " FENWA_VERSION);
     add_common_options(check, check_options.graph, check_options.plugin_dirs, color);
     check.add_flag("--deny-warnings", check_options.deny_warnings,
@@ -76,8 +78,7 @@ int main(int argc, char** argv) {
             return host::check_graph_file(check_options);
         }
         run_options.color = tool::color_choice(color);
-        run_options.format =
-            format == "json" ? host::EventFormat::json : host::EventFormat::text;
+        run_options.format = format == "json" ? host::EventFormat::json : host::EventFormat::text;
         if (!bus_option->empty())
             run_options.bus = bus;
         if (!duration_option->empty())

@@ -23,7 +23,10 @@ constexpr KnownType known(const char* name) {
 }
 
 constexpr KnownType known_types[] = {
-    known<float>("float"), known<bool>("bool"), known<double>("double"), known<int>("int"),
+    known<float>("float"),
+    known<bool>("bool"),
+    known<double>("double"),
+    known<int>("int"),
     known<Fenwa::datatype_timersource>("timersource"),
 };
 

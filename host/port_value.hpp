@@ -4,9 +4,9 @@
 #include <variant>
 
 #include "common/json_text.hpp"
+#include "fenwa/block_configuration.hpp"
 #include "fenwa/datatype.hpp"
 #include "fenwa/debug_data.hpp"
-#include "fenwa/block_configuration.hpp"
 
 namespace host {
 

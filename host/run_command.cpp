@@ -38,7 +38,8 @@ class Listeners {
     }
 };
 
-tool::BusPtr connect_bus(const RunOptions& options, const Graph& graph, const std::string& address) {
+tool::BusPtr connect_bus(const RunOptions& options, const Graph& graph,
+                         const std::string& address) {
     tool::BusPtr bus = tool::open_bus(address, options.call_timeout);
     tool::check(sd_bus_set_method_call_timeout(
                     bus.get(), static_cast<std::uint64_t>(options.call_timeout.count())),

@@ -100,8 +100,7 @@ void RunningGraph::report_refused_exports(const Instance& instance) {
     }
 }
 
-std::string RunningGraph::exporter_of(const std::string& path,
-                                      const std::string& interface) const {
+std::string RunningGraph::exporter_of(const std::string& path, const std::string& interface) const {
     for (const auto& instance : instances_) {
         for (const auto& object : HostAccess::exported_objects(*instance->block)) {
             if (object.first == path && object.second == interface)
@@ -113,9 +112,8 @@ std::string RunningGraph::exporter_of(const std::string& path,
 
 void RunningGraph::set_up(Instance& instance) {
     Fenwa::BlockConfiguration settings;
-    call(instance, "setup", [&] {
-        settings = instance.block->setup(HostAccess::configuration(*instance.block));
-    });
+    call(instance, "setup",
+         [&] { settings = instance.block->setup(HostAccess::configuration(*instance.block)); });
     if (!to_json(settings).empty())
         events_.setup(instance.name, settings);
 }
@@ -158,9 +156,9 @@ void RunningGraph::deliver(Instance& instance) {
         if (!output.port->is_triggered())
             continue;
         output.port->reset(true);
-        events_.output(instance.name, output.port->name(), output.port->datatype(),
-                       read_value(output.port->datatype(),
-                                  HostAccess::value_address(*output.port)));
+        events_.output(
+            instance.name, output.port->name(), output.port->datatype(),
+            read_value(output.port->datatype(), HostAccess::value_address(*output.port)));
         for (const Input& target : output.targets)
             HostAccess::notify(*target.port, *target.block);
     }

@@ -29,10 +29,10 @@ TimerBlock::TimerBlock(std::string name, const Fenwa::BlockConfiguration& config
 void TimerBlock::start() {
     sd_event_source* source = nullptr;
     // Accuracy 0 stands for a quarter of a second in sd-event, hence 1.
-    tool::check(sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC,
-                                           static_cast<std::uint64_t>(interval_.count()), 1,
-                                           on_time, this),
-                "cannot start a timer");
+    tool::check(
+        sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC,
+                                   static_cast<std::uint64_t>(interval_.count()), 1, on_time, this),
+        "cannot start a timer");
     timer_.reset(source);
 }
 

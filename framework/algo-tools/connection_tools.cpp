@@ -51,8 +51,8 @@ void ConnectionTools::call_method(const char* destination, const char* path, con
                                   const char* member, sd_bus_message** reply, const char* types,
                                   ...) {
     Call call;
-    int r = sd_bus_message_new_method_call(bus_, &call.message, destination, path, interface,
-                                           member);
+    int r =
+        sd_bus_message_new_method_call(bus_, &call.message, destination, path, interface, member);
     if (r >= 0 && types != nullptr && *types != '\0') {
         std::va_list arguments;
         va_start(arguments, types);
@@ -67,9 +67,8 @@ void ConnectionTools::call_method(const char* destination, const char* path, con
     call.hand_over(reply);
 }
 
-void ConnectionTools::get_property(const char* destination, const char* path,
-                                   const char* interface, const char* member,
-                                   sd_bus_message** reply, const char* type) {
+void ConnectionTools::get_property(const char* destination, const char* path, const char* interface,
+                                   const char* member, sd_bus_message** reply, const char* type) {
     Call call;
     const int r = sd_bus_get_property(bus_, destination, path, interface, member, &call.error,
                                       &call.reply, type);

@@ -90,8 +90,8 @@ bool Block::run() {
     return true;
 }
 
-void Block::reconfigure(const BlockConfiguration& /*before*/,
-                        const BlockConfiguration& /*after*/) {}
+void Block::reconfigure(const BlockConfiguration& /*before*/, const BlockConfiguration& /*after*/) {
+}
 
 EventPort* Block::make_eventport(const std::string& name) {
     state_->eventports.push_back(std::unique_ptr<EventPort>(new EventPort(name, *this)));

@@ -136,9 +136,9 @@ template <class T>
 T BlockConfiguration::get(const std::string& key, const T* fallback) const {
     ConfigurationObserver* const observer = storage_->observer.get();
     if (observer != nullptr) {
-        observer->on_read({key, type_name<T>,
-                           fallback == nullptr ? std::nullopt
-                                               : std::optional<Value>(to_value(*fallback))});
+        observer->on_read(
+            {key, type_name<T>,
+             fallback == nullptr ? std::nullopt : std::optional<Value>(to_value(*fallback))});
     }
     const Value* const value = storage_->find(key);
     if (value == nullptr && fallback != nullptr)

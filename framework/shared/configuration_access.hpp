@@ -34,8 +34,8 @@ class FENWA_API ConfigurationAccess {
   public:
     /// The same settings, read under the eyes of `observer`. A combination with another
     /// configuration stays observed.
-    [[nodiscard]] static BlockConfiguration observed(const BlockConfiguration& config,
-                                                     std::shared_ptr<ConfigurationObserver> observer);
+    [[nodiscard]] static BlockConfiguration observed(
+        const BlockConfiguration& config, std::shared_ptr<ConfigurationObserver> observer);
 
     /// All settings, in the order in which they were given.
     [[nodiscard]] static const std::vector<BlockConfiguration::KeyValue>& entries(

@@ -52,7 +52,7 @@ class FENWA_API Block {
 
     /// These three let a host treat a block like a composite of blocks: a plain block is its own
     /// only member and has no inner structure.
-    [[nodiscard]] virtual std::vector<Block*> get_members() { return {this}; }    // 9
+    [[nodiscard]] virtual std::vector<Block*> get_members() { return {this}; }   // 9
     [[nodiscard]] virtual std::vector<Block*> get_inner_blocks() { return {}; }  // 10
     [[nodiscard]] virtual std::vector<std::pair<std::string, std::string>>
     get_inner_connections() {  // 11

@@ -40,8 +40,7 @@ class FENWA_API ConfigurationError : public std::runtime_error {
 class FENWA_API BlockConfiguration {
   public:
     /// What a key can hold. Integers are 64 bits wide, as in the graph file.
-    using Value =
-        std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>>;
+    using Value = std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>>;
 
     /// One key with its value, as it stands in an initialiser list.
     class FENWA_API KeyValue {
@@ -49,8 +48,8 @@ class FENWA_API BlockConfiguration {
         /// Lets a key be written as a literal without becoming a value by accident.
         class StringWrapper {
           public:
-            StringWrapper(const char* text) : text_(text) {}                // NOLINT: implicit
-            StringWrapper(std::string text) : text_(std::move(text)) {}     // NOLINT: implicit
+            StringWrapper(const char* text) : text_(text) {}             // NOLINT: implicit
+            StringWrapper(std::string text) : text_(std::move(text)) {}  // NOLINT: implicit
             [[nodiscard]] const std::string& text() const { return text_; }
 
           private:
@@ -63,8 +62,7 @@ class FENWA_API BlockConfiguration {
         KeyValue(StringWrapper key, std::initializer_list<const char*> values)
             : key_(key.text()), value_(std::vector<std::string>(values.begin(), values.end())) {}
         template <std::integral Integer>
-            requires(!std::same_as<Integer, bool>)
-        KeyValue(StringWrapper key, Integer value)
+        requires(!std::same_as<Integer, bool>) KeyValue(StringWrapper key, Integer value)
             : key_(key.text()), value_(static_cast<std::int64_t>(value)) {}
         KeyValue(StringWrapper key, Value value) : key_(key.text()), value_(std::move(value)) {}
         /// A bare C string would become a bool.

@@ -18,8 +18,7 @@ using DebugValue = std::variant<std::string, std::int32_t, float, double, bool>;
 class FENWA_API RegisteredBlock {
   public:
     explicit RegisteredBlock(std::uint64_t ticket) noexcept : ticket_(ticket) {}
-    RegisteredBlock(RegisteredBlock&& other) noexcept
-        : ticket_(std::exchange(other.ticket_, 0)) {}
+    RegisteredBlock(RegisteredBlock&& other) noexcept : ticket_(std::exchange(other.ticket_, 0)) {}
     RegisteredBlock& operator=(RegisteredBlock&& other) noexcept {
         std::swap(ticket_, other.ticket_);
         return *this;

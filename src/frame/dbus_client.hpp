@@ -25,9 +25,9 @@ enum class OwnerState : int {
 /// has an owner, tells the derived block once whenever it gets one, and from then on calls its work
 /// operation on every run until the owner goes away.
 ///
-/// A match or call that cannot even be sent stalls the block for good; a refused one is tried again.
-/// Every owner change on the bus wakes a running client, so derived blocks must tolerate runs with
-/// nothing to do.
+/// A match or call that cannot even be sent stalls the block for good; a refused one is tried
+/// again. Every owner change on the bus wakes a running client, so derived blocks must tolerate
+/// runs with nothing to do.
 ///
 /// The state is a plain int, written by the callbacks and read by `run()`: the host dispatches both
 /// on one thread, or accepts a run that sees the state a moment late.

@@ -29,9 +29,9 @@ int log_error_argument(Level level, const char* prefix, const sd_bus_error& erro
 
 /// The texts of a callback that tests its error argument and then reads a body.
 struct BodyTexts {
-    Level error_level;          ///< for a set error argument
-    const char* error_prefix;   ///< for a set error argument
-    const char* parse_prefix;   ///< for a body that cannot be read, always a warning
+    Level error_level;         ///< for a set error argument
+    const char* error_prefix;  ///< for a set error argument
+    const char* parse_prefix;  ///< for a body that cannot be read, always a warning
 };
 
 /// Reads the body of a reply or signal with `sd_bus_message_read`, logging what goes wrong.

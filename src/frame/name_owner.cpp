@@ -30,8 +30,8 @@ OwnerAnswer read_owner_answer(sd_bus_message* reply) {
 }
 
 int read_owner_change(sd_bus_message* signal, OwnerChange& change) {
-    const int r = sd_bus_message_read(signal, "sss", &change.name, &change.old_owner,
-                                      &change.new_owner);
+    const int r =
+        sd_bus_message_read(signal, "sss", &change.name, &change.old_owner, &change.new_owner);
     if (r < 0)
         log_errno(Level::warning, "NameOwnerChanged failed to parse message: ", r);
     return r;

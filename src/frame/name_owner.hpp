@@ -47,9 +47,9 @@ void log_owner_match_failure(int r);
 template <auto OnChange, auto OnInstalled>
 void match_owner_changes_async(sd_bus* bus, Slot& slot,
                                typename Callback<OnChange>::Object& object) {
-    const int r = sd_bus_add_match_async(bus, slot.out(), owner_change_rule,
-                                         Callback<OnChange>::call, Callback<OnInstalled>::call,
-                                         &object);
+    const int r =
+        sd_bus_add_match_async(bus, slot.out(), owner_change_rule, Callback<OnChange>::call,
+                               Callback<OnInstalled>::call, &object);
     if (r < 0)
         log_owner_match_failure(r);
 }

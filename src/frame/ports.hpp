@@ -7,7 +7,8 @@
 
 namespace blocks {
 
-/// Makes and adds an input of T's datatype, which runs the block when a value comes. Owned by the block.
+/// Makes and adds an input of T's datatype, which runs the block when a value comes. Owned by the
+/// block.
 template <class T>
 Fenwa::InPort<T>* make_inport(Fenwa::Block& block, const std::string& name) {
     auto port = std::make_unique<Fenwa::InPort<T>>(name, Fenwa::datatype_of<T>(), true);

@@ -103,8 +103,8 @@ void TemperatureReader::look_up_sensor() {
 
 void TemperatureReader::register_for_changes() {
     const int r = call_async<&TemperatureReader::on_registered>(
-        bus(), call_slot, temperature_controller, "RegisterForTemperatureChangeSignal", *this,
-        "id", sensor_id, delta);
+        bus(), call_slot, temperature_controller, "RegisterForTemperatureChangeSignal", *this, "id",
+        sensor_id, delta);
     if (r < 0)
         log_errno(Level::error, "Failed to call method RegisterForTemperatureChangeSignal: ", r);
 }
@@ -133,8 +133,7 @@ void TemperatureReader::publish_temperature() {
 int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_error* error) {
     // sd-bus hands the error argument in empty, so a refused match counts as installed.
     if (sd_bus_error_is_set(error) > 0)
-        log_error_argument(Level::error, "Error when adding match for TemperatureSignal: ",
-                           *error);
+        log_error_argument(Level::error, "Error when adding match for TemperatureSignal: ", *error);
     else
         match_added = true;
     wake();
@@ -166,8 +165,8 @@ int TemperatureReader::on_registered(sd_bus_message* reply, sd_bus_error* error)
 }
 
 int TemperatureReader::on_temperature(sd_bus_message* reply, sd_bus_error* error) {
-    const BodyTexts texts{Level::warning, "Error while receiving DBus signal: ",
-                          "Failed to parse sensor id: "};
+    const BodyTexts texts{Level::warning,
+                          "Error while receiving DBus signal: ", "Failed to parse sensor id: "};
     double reading = 0.0;
     if (const int r = read_body(reply, error, texts, "d", &reading); r < 0)
         return r;

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// What a program left behind when it ended.
+struct Ended {
+    int code = -1;    ///< exit code, or -1 when a signal ended it
+    int signal = 0;   ///< the signal that ended it, 0 for none
+    std::string out;  ///< all of stdout
+    std::string err;  ///< all of stderr
+};
+
+/// A child process with its output in the test's hands. The kernel ends it with the test; the
+/// destructor ends it with SIGTERM and then SIGKILL, and waits until it is gone.
+class Process {
+  public:
+    /// How long any wait below may take; generous, because test machines are slow and shared.
+    static constexpr std::chrono::seconds patience{20};
+
+    /// @param environment set (or, with an empty value, removed) on top of the test's own.
+    /// @throws std::runtime_error when the program cannot be started.
+    explicit Process(std::vector<std::string> arguments,
+                     std::map<std::string, std::string> environment = {});
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process();
+
+    [[nodiscard]] pid_t pid() const noexcept { return pid_; }
+
+    /// Waits for the next line of stdout for which `wanted` holds, skipping others.
+    /// @returns nothing when the program ends first or patience does.
+    std::optional<std::string> wait_for_line(const std::function<bool(const std::string&)>& wanted);
+    /// The same for a line that contains `text`, on stdout or on stderr.
+    std::optional<std::string> wait_for_text(const std::string& text);
+    std::optional<std::string> wait_for_error_text(const std::string& text);
+
+    void send_signal(int signal) const;
+
+    /// Waits until the program has ended and gives everything it wrote.
+    /// @throws std::runtime_error when it does not end within `patience`.
+    Ended wait();
+    /// SIGTERM, then `wait`.
+    Ended terminate();
+
+    /// All that has been read so far.
+    [[nodiscard]] const std::string& out() const noexcept { return streams_[0].text; }
+    [[nodiscard]] const std::string& err() const noexcept { return streams_[1].text; }
+
+  private:
+    struct Stream {
+        int fd = -1;
+        std::string text;
+        std::size_t looked_at = 0;  ///< start of the first line that no wait has seen yet
+    };
+
+    bool read_more(std::chrono::steady_clock::time_point deadline);
+    std::optional<std::string> wait_in(Stream& stream,
+                                       const std::function<bool(const std::string&)>& wanted);
+
+    pid_t pid_ = 0;
+    Stream streams_[2];
+};
+
+/// Runs a program to its end.
+Ended run_program(std::vector<std::string> arguments,
+                  std::map<std::string, std::string> environment = {});
+
+}  // namespace test
