@@ -1,0 +1,192 @@
+#include "camera/camera.hpp"
+
+#include <algorithm>
+
+#include "camera/temperature_service.hpp"
+#include "common/suggestion.hpp"
+
+namespace camera {
+
+using tool::Json;
+
+Camera::Camera(sd_event& event, Story& story, const Configuration& configuration,
+               std::function<void()> lost)
+    : story_(story),
+      faults_([this](const char* state, const FaultRule& rule) {
+          story_.fault(state, rule.target(), rule.what());
+      }),
+      surroundings_{event,
+                    story,
+                    faults_,
+                    [this](const CallRecord& call) {
+                        if (observers_.called)
+                            observers_.called(call);
+                    },
+                    [this](const std::string& service) { drop(service); },
+                    std::move(lost)},
+      temperature_(configuration.sensors) {
+    services_.push_back(std::make_unique<TemperatureService>(temperature_, surroundings_));
+}
+
+void Camera::go_up(const std::string& address, const std::set<std::string>& without,
+                   bool activation) {
+    address_ = address;
+    for (const auto& service : services_) {
+        const bool left_out = without.contains(service->name());
+        if (left_out || !activation)
+            not_activatable_.insert(service->name());
+        if (!left_out)
+            service->bring_up(address_);
+    }
+}
+
+void Camera::go_down() {
+    for (auto service = services_.rbegin(); service != services_.rend(); ++service)
+        (*service)->take_down("");
+}
+
+Service& Camera::service_named(const std::string& name) const {
+    std::vector<std::string> known;
+    for (const auto& service : services_) {
+        if (service->name() == name)
+            return *service;
+        known.push_back(service->name());
+    }
+    throw Refusal("there is no service '" + name + "'", tool::did_you_mean(name, known));
+}
+
+std::pair<Service*, std::string> Camera::owner_of(const std::string& value) const {
+    std::vector<std::string> known;
+    for (const auto& service : services_) {
+        const std::string prefix = service->name() + ".";
+        if (value.starts_with(prefix))
+            return {service.get(), value.substr(prefix.size())};
+        for (const Value& each : service->values())
+            known.push_back(prefix + each.name);
+    }
+    throw Refusal("there is no value '" + value + "'", tool::did_you_mean(value, known));
+}
+
+Service::MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
+    if (!service.empty())
+        check_service(service);
+    std::vector<std::string> known;
+    for (const auto& each : services_) {
+        if (!service.empty() && each->name() != service)
+            continue;
+        for (const auto& [name, kind] : each->members()) {
+            if (name == member)
+                return kind;
+            known.push_back(name);
+        }
+    }
+    throw Refusal(
+        (service.empty() ? "no service has" : "the service '" + service + "' has no") +
+            std::string(service.empty() ? " a method or signal '" : " method or signal '") +
+            member + "'",
+        tool::did_you_mean(member, known));
+}
+
+void Camera::set(const std::string& name, const std::string& value) {
+    const auto [service, own_name] = owner_of(name);
+    service->set_value(own_name, value);
+    if (observers_.changed)
+        observers_.changed();
+}
+
+void Camera::start(const std::string& service) {
+    service_named(service).bring_up(address_);
+}
+
+void Camera::stop(const std::string& service) {
+    service_named(service).take_down("stopped");
+}
+
+void Camera::restart(const std::string& service) {
+    Service& named = service_named(service);
+    named.take_down("restarting");
+    named.bring_up(address_);
+}
+
+void Camera::activate(const std::string& service) {
+    Service& named = service_named(service);
+    if (not_activatable_.contains(service))
+        throw Refusal("the service '" + service + "' is not to be activated");
+    named.bring_up(address_);
+}
+
+void Camera::drop(const std::string& service) {
+    service_named(service).take_down("dropped by a fault");
+}
+
+void Camera::fail(const FaultRule& rule) {
+    check_fault(rule);
+    faults_.add(rule);
+    story_.fault("set", rule.target(), rule.description());
+}
+
+void Camera::clear_fault(const std::string& target) {
+    check_fault_target(target);
+    FaultRule rule;
+    set_target(rule, target);
+    // A rule that is spent, or never was, is as good as cleared.
+    if (faults_.clear(rule.service, rule.member))
+        story_.fault("cleared", target, "all is well again");
+}
+
+void Camera::press(const std::string& button) {
+    throw Refusal("there is no button '" + button + "': nobody has added buttons to this camera");
+}
+
+Json Camera::check_value(const std::string& name, const std::string& value) const {
+    const auto [service, own_name] = owner_of(name);
+    return service->parse_value(own_name, value);
+}
+
+void Camera::check_fault(const FaultRule& rule) const {
+    const Service::MemberKind kind = kind_of(rule.service, rule.member);
+    if (kind == Service::MemberKind::signal && rule.effect == FaultEffect::error)
+        throw Refusal("'" + rule.member + "' is a signal, and a signal is not answered");
+}
+
+void Camera::check_fault_target(const std::string& target) const {
+    FaultRule rule;
+    set_target(rule, target);
+    (void)kind_of(rule.service, rule.member);
+}
+
+void Camera::check_member(const std::string& service, const std::string& member,
+                          Service::MemberKind kind) const {
+    if (kind_of(service, member) == kind)
+        return;
+    throw Refusal("'" + member + "' is " +
+                  (kind == Service::MemberKind::method ? "a signal, not a method"
+                                                       : "a method, not a signal"));
+}
+
+Json Camera::value(const std::string& name) const {
+    const auto [service, own_name] = owner_of(name);
+    const std::vector<Value> values = service->values();
+    const auto it = std::ranges::find(values, own_name, &Value::name);
+    if (it == values.end())
+        throw Refusal("there is no value '" + name + "'");
+    return it->value;
+}
+
+Json Camera::show() const {
+    Json state = {{"bus", address_}, {"services", Json::array()}, {"values", Json::object()}};
+    for (const auto& service : services_) {
+        state["services"].push_back({{"name", service->name()},
+                                     {"state", service->is_up() ? "up" : "down"},
+                                     {"unique_name", service->unique_name()},
+                                     {"bus_names", service->bus_names()},
+                                     {"activatable", !not_activatable_.contains(service->name())},
+                                     {"registrations", service->registrations()}});
+        for (const Value& value : service->values())
+            state["values"][service->name() + "." + value.name] = value.value;
+    }
+    state["faults"] = faults_.json();
+    return state;
+}
+
+}  // namespace camera

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "camera/configuration.hpp"
+#include "camera/fault_rules.hpp"
+#include "camera/service.hpp"
+#include "camera/story.hpp"
+#include "camera/temperature_model.hpp"
+#include "common/json_text.hpp"
+
+namespace camera {
+
+/// The whole simulated camera: state, services, faults, and the verbs that people, scenarios and
+/// the control interface use. Verbs throw Refusal, and change nothing, where a name is unknown or
+/// a value makes no sense.
+class Camera {
+  public:
+    /// Who wants to know what happens; either may be empty. Both may be called from within a
+    /// service's callbacks, so they must not use verbs there and then.
+    struct Observers {
+        std::function<void(const CallRecord&)> called;  ///< a service was called
+        std::function<void()> changed;                  ///< a value was set
+    };
+
+    /// Builds the services, all down. `event` and `story` must outlive the camera; `lost` is
+    /// called from the loop when the daemon ends a connection.
+    Camera(sd_event& event, Story& story, const Configuration& configuration,
+           std::function<void()> lost);
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    /// Brings all services up on the bus at `address`, but those of `without`, which are not
+    /// there until they are started by order. With `activation`, a call to one of the others
+    /// brings it up again when it is down.
+    /// @throws tool::Failure (unavailable).
+    void go_up(const std::string& address, const std::set<std::string>& without, bool activation);
+    /// Takes all services down, in reverse order.
+    void go_down();
+
+    void set_observers(Observers observers) { observers_ = std::move(observers); }
+
+    /// `name` is "SERVICE.VALUE", such as "temperature.main".
+    void set(const std::string& name, const std::string& value);
+    /// @throws tool::Failure (unavailable) too, as `restart` and `activate`.
+    void start(const std::string& service);
+    void stop(const std::string& service);
+    void restart(const std::string& service);
+    /// What the bus daemon asks for when a service that is down is called.
+    void activate(const std::string& service);
+    void fail(const FaultRule& rule);
+    /// `target` is "MEMBER" or "SERVICE.MEMBER".
+    void clear_fault(const std::string& target);
+    void press(const std::string& button);
+
+    /// The same checks, without doing it.
+    [[nodiscard]] tool::Json check_value(const std::string& name, const std::string& value) const;
+    void check_service(const std::string& service) const { (void)service_named(service); }
+    void check_fault(const FaultRule& rule) const;
+    void check_fault_target(const std::string& target) const;
+    /// `kind` of a member that some service, or the named one, has.
+    void check_member(const std::string& service, const std::string& member,
+                      Service::MemberKind kind) const;
+
+    /// A value as it is now.
+    [[nodiscard]] tool::Json value(const std::string& name) const;
+    /// The whole state: "bus", "services" (each with "name", "state", "unique_name", "bus_names",
+    /// "activatable", "registrations"), "values", "faults".
+    [[nodiscard]] tool::Json show() const;
+    [[nodiscard]] const std::vector<std::unique_ptr<Service>>& services() const noexcept {
+        return services_;
+    }
+
+  private:
+    [[nodiscard]] Service& service_named(const std::string& name) const;
+    /// The service that has a value, and the value's name within it.
+    [[nodiscard]] std::pair<Service*, std::string> owner_of(const std::string& value) const;
+    /// The kind of a member, or a refusal with the nearest name.
+    [[nodiscard]] Service::MemberKind kind_of(const std::string& service,
+                                              const std::string& member) const;
+    void drop(const std::string& service);
+
+    Story& story_;
+    Observers observers_;
+    FaultRules faults_;
+    Surroundings surroundings_;
+    TemperatureModel temperature_;
+    std::vector<std::unique_ptr<Service>> services_;  // goes first: it refers to all of the above
+    std::string address_;
+    std::set<std::string> not_activatable_;
+};
+
+}  // namespace camera

@@ -1,0 +1,148 @@
+#include "camera/client_commands.hpp"
+
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+#include "camera/bus_names.hpp"
+#include "camera/connection.hpp"
+#include "camera/control.hpp"
+#include "camera/show_text.hpp"
+#include "common/bus.hpp"
+
+namespace camera {
+namespace {
+
+using tool::check;
+using tool::ExitCode;
+using tool::Failure;
+using tool::MessagePtr;
+
+/// The camera on the other end.
+class Client {
+  public:
+    explicit Client(std::string address)
+        : address_(std::move(address)), bus_(tool::open_bus(address_, bus_patience)) {}
+
+    [[nodiscard]] MessagePtr new_order(const char* order) const {
+        sd_bus_message* message = nullptr;
+        check(sd_bus_message_new_method_call(bus_.get(), &message, camera_control.name,
+                                             camera_control.path, camera_control.interface, order),
+              "sd_bus_message_new_method_call");
+        MessagePtr owned(message);
+        // No daemon should look for a camera to start.
+        check(sd_bus_message_set_auto_start(message, 0), "sd_bus_message_set_auto_start");
+        return owned;
+    }
+
+    MessagePtr give(const MessagePtr& order) const {
+        tool::BusError error;
+        sd_bus_message* reply = nullptr;
+        const int r = sd_bus_call(bus_.get(), order.get(), 0, &error, &reply);
+        if (r < 0)
+            report(error, r);
+        return MessagePtr(reply);
+    }
+
+    template <class... Arguments>
+    MessagePtr give(const char* order, const char* types, Arguments... arguments) const {
+        const MessagePtr message = new_order(order);
+        const int r = sd_bus_message_append(message.get(), types, arguments...);
+        if (r == -EINVAL)
+            throw Failure(ExitCode::usage, "the arguments are not valid UTF-8");
+        check(r, "sd_bus_message_append");
+        return give(message);
+    }
+
+  private:
+    [[noreturn]] void report(const tool::BusError& error, int r) const {
+        const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
+        const std::string text = error.error.message == nullptr ? "" : error.error.message;
+        if (name == refused_error)
+            throw Failure(ExitCode::usage, text);
+        if (name == unavailable_error)
+            throw Failure(ExitCode::unavailable, text);
+        if (name == SD_BUS_ERROR_SERVICE_UNKNOWN || name == SD_BUS_ERROR_NAME_HAS_NO_OWNER)
+            throw Failure(ExitCode::unavailable,
+                          "no camera plays on the bus at '" + address_ +
+                              "'; start one with 'fenwa-camera run', or name its bus with --bus");
+        throw Failure(ExitCode::unavailable, "the camera does not answer: " + error.text(r));
+    }
+
+    std::string address_;
+    tool::BusPtr bus_;
+};
+
+template <class T>
+void append_option(sd_bus_message* message, const char* key, const char* type, T value) {
+    const int r = sd_bus_message_append(message, "{sv}", key, type, value);
+    if (r == -EINVAL)
+        throw Failure(ExitCode::usage, "the arguments are not valid UTF-8");
+    check(r, "sd_bus_message_append");
+}
+
+void append_flag(sd_bus_message* message, const char* key, bool value) {
+    if (value)
+        append_option(message, key, "b", 1);
+}
+
+}  // namespace
+
+void give_order(const std::string& bus, const char* order, const std::string& argument) {
+    (void)Client(bus).give(order, "s", argument.c_str());
+}
+
+void set_value(const std::string& bus, const std::string& name, const std::string& value) {
+    (void)Client(bus).give("Set", "ss", name.c_str(), value.c_str());
+}
+
+void set_fault(const std::string& bus, const FaultOptions& options) {
+    const Client client(bus);
+    const MessagePtr order = client.new_order("Fail");
+    sd_bus_message* message = order.get();
+    check(sd_bus_message_open_container(message, 'a', "{sv}"), "sd_bus_message_open_container");
+    append_option(message, "member", "s", options.member.c_str());
+    if (options.error)
+        append_option(message, "error", "s", options.error->c_str());
+    if (options.delay)
+        append_option(message, "delay", "x", *options.delay);
+    if (options.times)
+        append_option(message, "times", "x", *options.times);
+    if (options.probability)
+        append_option(message, "probability", "d", *options.probability);
+    if (options.seed)
+        append_option(message, "seed", "x", *options.seed);
+    append_flag(message, "malformed", options.malformed);
+    append_flag(message, "silent", options.silent);
+    append_flag(message, "drop", options.drop);
+    check(sd_bus_message_close_container(message), "sd_bus_message_close_container");
+    (void)client.give(order);
+}
+
+void show_camera(const std::string& bus, Format format) {
+    const MessagePtr reply = Client(bus).give("Show", "");
+    const char* state = nullptr;
+    check(sd_bus_message_read(reply.get(), "s", &state), "sd_bus_message_read");
+    if (format == Format::json)
+        std::cout << state << '\n';
+    else
+        std::cout << show_text(tool::Json::parse(state));
+}
+
+ExitCode activate_service(const std::string& service) {
+    const char* address = std::getenv("DBUS_STARTER_ADDRESS");
+    if (address == nullptr)
+        throw Failure(ExitCode::usage,
+                      "'activate' is for the bus daemon to run: "
+                      "DBUS_STARTER_ADDRESS is not set");
+    try {
+        give_order(address, "Activate", service);
+    } catch (const Failure& failure) {
+        // Seen by whoever reads the daemon's log.
+        std::cerr << "fenwa-camera: " << failure.what() << '\n';
+        return static_cast<ExitCode>(1);
+    }
+    return ExitCode::done;
+}
+
+}  // namespace camera

@@ -1,0 +1,194 @@
+#include "camera/command_line.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "camera/client_commands.hpp"
+#include "camera/run_command.hpp"
+#include "common/command_line.hpp"
+#include "common/terminal.hpp"
+
+namespace camera {
+namespace {
+
+using tool::ExitCode;
+
+/// Everything that the command line can say, and what is to be done when it was read.
+struct CommandLine {
+    RunOptions run;
+    std::string format = "text";
+    std::string color = "auto";
+    bool no_activation = false;
+    std::string bus = "system";
+    std::string name;
+    std::string value;
+    FaultOptions fault;
+    bool clear = false;
+    std::function<ExitCode()> command;
+};
+
+void add_format(CLI::App& command, CommandLine& line) {
+    command.add_option("--format", line.format, "text for people, json for scripts")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->capture_default_str();
+}
+
+Format format_of(const CommandLine& line) {
+    return line.format == "json" ? Format::json : Format::text;
+}
+
+void add_run(CLI::App& app, CommandLine& line) {
+    CLI::App* run = app.add_subcommand("run", "Play the camera until a signal comes");
+    CLI::Option* bus =
+        run->add_option("--bus", line.run.bus, "Bus to play on: system, session or a D-Bus address")
+            ->type_name("ADDRESS");
+    CLI::Option* private_bus =
+        run->add_option("--private-bus", line.run.socket_path,
+                        "Start a bus daemon for this camera alone; --private-bus=SOCKET says "
+                        "where it listens")
+            ->expected(0, 1)
+            ->type_name("[SOCKET]")
+            ->excludes(bus);
+    run->add_option("--config", line.run.config, "Camera configuration (TOML)")->type_name("FILE");
+    run->add_option("--scenario", line.run.scenario,
+                    "Play these timed steps (TOML), then end; exit code 1 when an expectation "
+                    "fails")
+        ->type_name("FILE");
+    run->add_option("--without", line.run.without,
+                    "Services that are not there until they are started by order")
+        ->type_name("SERVICE");
+    run->add_flag("--no-activation", line.no_activation,
+                  "Calls do not bring services up that are down");
+    run->add_flag("--system", line.run.system_allowed,
+                  "Allow to play on the machine's own system bus");
+    run->footer(
+        "Behind a lone --, a program with its arguments: it runs on the camera's bus, which it "
+        "finds\nwhere programs look for the system bus; the camera ends with it, and it with the "
+        "camera.");
+    add_format(*run, line);
+    run->add_option("--color", line.color, "Colours in text: auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->capture_default_str();
+    run->final_callback([&line, private_bus] {
+        line.run.private_bus = private_bus->count() > 0;
+        line.run.activation = !line.no_activation;
+        line.run.format = format_of(line);
+        line.run.color = tool::color_choice(line.color);
+        line.command = [&line] { return run_camera(line.run); };
+    });
+}
+
+/// A verb that talks to a running camera.
+CLI::App* add_verb(CLI::App& app, CommandLine& line, const char* name, const char* description,
+                   const std::function<void()>& order) {
+    CLI::App* verb = app.add_subcommand(name, description);
+    verb->add_option("--bus", line.bus, "Bus of the camera: system, session or a D-Bus address")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    verb->final_callback([&line, order] {
+        line.command = [order] {
+            order();
+            return ExitCode::done;
+        };
+    });
+    return verb;
+}
+
+void add_orders(CLI::App& app, CommandLine& line) {
+    struct Order {
+        const char* name;
+        const char* description;
+        const char* method;
+        const char* argument;
+    };
+    static constexpr Order orders[] = {
+        {"start", "Bring a service up", "Start", "SERVICE"},
+        {"stop", "Take a service down", "Stop", "SERVICE"},
+        {"restart", "Take a service down and bring it up again", "Restart", "SERVICE"},
+        {"press", "Press an on-screen button", "Press", "BUTTON"},
+    };
+    CLI::App* set = add_verb(app, line, "set", "Set a value: set temperature.main 71.5",
+                             [&line] { set_value(line.bus, line.name, line.value); });
+    set->add_option("NAME", line.name, "SERVICE.VALUE, as 'show' lists them")->required();
+    set->add_option("VALUE", line.value, "What it is to be; -inf goes behind --")->required();
+    for (const Order& order : orders) {
+        add_verb(app, line, order.name, order.description,
+                 [&line, &order] { give_order(line.bus, order.method, line.name); })
+            ->add_option(order.argument, line.name)
+            ->required();
+    }
+}
+
+void add_fail(CLI::App& app, CommandLine& line) {
+    CLI::App* fail = add_verb(app, line, "fail", "Make a method or a signal go wrong", [&line] {
+        if (line.clear)
+            give_order(line.bus, "ClearFault", line.fault.member);
+        else
+            set_fault(line.bus, line.fault);
+    });
+    fail->add_option("MEMBER", line.fault.member, "Method or signal, or SERVICE.MEMBER")
+        ->required();
+    CLI::Option* clear = fail->add_flag("--clear", line.clear, "Let it work again");
+    FaultOptions& fault = line.fault;
+    CLI::Option* probability = fail->add_option("--probability", fault.probability,
+                                                "Hit a message with this probability, 0 to 1");
+    CLI::Option* const others[] = {
+        fail->add_option("--error", fault.error, "Answer with this D-Bus error")->type_name("NAME"),
+        fail->add_option("--delay", fault.delay, "Send it this much later")->type_name("MS"),
+        fail->add_flag("--malformed", fault.malformed, "Send it with a wrong signature"),
+        fail->add_flag("--silent", fault.silent, "Do not send it at all"),
+        fail->add_flag("--drop", fault.drop, "Let the service leave the bus in place of sending"),
+        fail->add_option("--times", fault.times, "For the next N only; without, until cleared")
+            ->type_name("N"),
+        fail->add_option("--seed", fault.seed, "The same seed hits the same messages")
+            ->type_name("S")
+            ->needs(probability),
+        probability->type_name("P"),
+    };
+    for (CLI::Option* other : others)
+        clear->excludes(other);
+}
+
+/// Takes `-- PROGRAM ARGUMENT…` off a command line that begins with `run`: options of the program
+/// are not ours, and an option of ours that may take several words must not take it for one.
+std::vector<std::string> take_guest(int& argc, char** argv) {
+    if (argc < 2 || std::string_view(argv[1]) != "run")
+        return {};
+    char** const end = argv + argc;
+    char** const dashes =
+        std::find_if(argv, end, [](const char* word) { return std::string_view(word) == "--"; });
+    std::vector<std::string> guest;
+    if (dashes != end)
+        guest.assign(dashes + 1, end);
+    argc = static_cast<int>(dashes - argv);
+    return guest;
+}
+
+}  // namespace
+
+int main_program(int argc, char** argv) {
+    CLI::App app{"Plays the services of a camera on D-Bus, for blocks that have no camera",
+                 "fenwa-camera"};
+    CommandLine line;
+    line.run.guest = take_guest(argc, argv);
+    app.set_version_flag("--version", "fenwa-camera " FENWA_VERSION);
+    app.require_subcommand(1);
+    add_run(app, line);
+    add_orders(app, line);
+    add_fail(app, line);
+    add_format(*add_verb(app, line, "show", "Show the state of the camera",
+                         [&line] { show_camera(line.bus, format_of(line)); }),
+               line);
+    // What service files run; no command for people, so it is in no help.
+    CLI::App* activate = app.add_subcommand("activate", "Bring a service up for the bus daemon");
+    activate->group("");
+    activate->add_option("SERVICE", line.name)->required();
+    activate->final_callback(
+        [&line] { line.command = [&line] { return activate_service(line.name); }; });
+    return tool::run_command_line(app, argc, argv, [&line] { return line.command(); });
+}
+
+}  // namespace camera

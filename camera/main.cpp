@@ -1,0 +1,5 @@
+#include "camera/command_line.hpp"
+
+int main(int argc, char** argv) {
+    return camera::main_program(argc, argv);
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+
+#include "common/json_text.hpp"
+
+namespace camera {
+
+/// The body of a received or sent message as a JSON array with one element an argument. Variants
+/// are shown by what they hold, dictionaries with string keys as objects, other dictionaries as
+/// arrays of pairs, file descriptors as the string "<file descriptor>". Nothing is consumed: the
+/// message is rewound before and after.
+/// @throws std::system_error when the body cannot be read.
+[[nodiscard]] tool::Json body_json(sd_bus_message& message);
+
+/// Arguments for a line of text: `3, 0.5, "main"`. Takes what `body_json` returns.
+[[nodiscard]] std::string arguments_text(const tool::Json& arguments);
+
+}  // namespace camera

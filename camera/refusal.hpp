@@ -1,0 +1,40 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace camera {
+
+/// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
+class BusRefusal : public std::runtime_error {
+  public:
+    /// `name` is the D-Bus error name, `sentence` its message.
+    BusRefusal(std::string name, const std::string& sentence)
+        : std::runtime_error(sentence), name_(std::move(name)) {}
+
+    [[nodiscard]] const std::string& name() const noexcept { return name_; }
+
+  private:
+    std::string name_;
+};
+
+/// The camera's answer to an order that makes no sense (an unknown sensor, say). `what()` is one
+/// sentence with the help behind it; a file reader shows sentence and help apart.
+class Refusal : public std::runtime_error {
+  public:
+    explicit Refusal(std::string sentence, std::string help = {})
+        : std::runtime_error(help.empty() ? sentence : sentence + "; " + help),
+          sentence_(std::move(sentence)),
+          help_(std::move(help)) {}
+
+    [[nodiscard]] const std::string& sentence() const noexcept { return sentence_; }
+    /// "did you mean 'NAME'?" or empty.
+    [[nodiscard]] const std::string& help() const noexcept { return help_; }
+
+  private:
+    std::string sentence_;
+    std::string help_;
+};
+
+}  // namespace camera

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/exit_code.hpp"
+#include "common/json_text.hpp"
+#include "common/terminal.hpp"
+
+namespace camera {
+
+enum class Format { text, json };
+
+/// A method call that reached a service.
+struct CallRecord {
+    std::string service;
+    std::string member;
+    tool::Json arguments;  ///< as `body_json` gives them
+    std::string sender;    ///< unique name of the client
+};
+
+/// Tells on a stream what happens, one line an event, flushed at each: as text for people or as
+/// JSON for scripts, where every line has "event" and "time" (seconds since the start).
+class Story {
+  public:
+    /// `broken` is called when a line cannot be written (the reader has gone, the disk is full),
+    /// with the errno, once.
+    Story(std::FILE* out, Format format, bool color, std::function<void(int)> broken);
+
+    void ready(const std::string& bus, const std::vector<std::string>& services);
+    /// `why` is empty where it came or went by itself or by an order.
+    void service_up(const std::string& service, const std::vector<std::string>& bus_names,
+                    const std::string& unique_name);
+    void service_down(const std::string& service, const std::string& why);
+    void call(const CallRecord& call);
+    void reply(const std::string& service, const std::string& member, const std::string& receiver,
+               const tool::Json& values);
+    void error_reply(const std::string& service, const std::string& member,
+                     const std::string& receiver, const std::string& name,
+                     const std::string& message);
+    void signal(const std::string& service, const std::string& member, const tool::Json& arguments);
+    /// A client has left the bus and `count` registrations of it went with it.
+    void registrations_dropped(const std::string& service, const std::string& client,
+                               std::size_t count);
+    /// `sentence` says it in words: "sensor main is 71.5".
+    void value_set(const std::string& service, const std::string& name, const tool::Json& value,
+                   const std::string& sentence);
+    /// `state`: "set", "applied", "spent" or "cleared"; `what` says what the rule does.
+    void fault(std::string_view state, const std::string& target, const std::string& what);
+    /// A step of a scenario begins; told in JSON only, as text it shows by what it does.
+    void step(std::size_t number, const std::string& where);
+    void say(std::size_t step, const std::string& text);
+    /// An expectation that was met, or that was not, with what came instead.
+    void expectation(std::size_t step, const std::string& where, const std::string& expected,
+                     bool met, const tool::Json& calls);
+    void exit(tool::ExitCode code);
+
+  private:
+    void write(std::string_view event, const tool::Json& fields, const std::string& subject,
+               std::string_view color, const std::string& sentence);
+    [[nodiscard]] double seconds() const;
+
+    std::FILE* out_;
+    Format format_;
+    tool::Palette palette_;
+    std::function<void(int)> broken_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace camera
