@@ -120,7 +120,7 @@ void TemperatureReader::fetch_temperature() {
 
 void TemperatureReader::publish_temperature() {
     const std::lock_guard lock(fake_mutex);
-    const std::optional<double>& candidate = fake_temperature ? fake_temperature : temperature;
+    const std::optional<double> candidate = fake_temperature ? fake_temperature : temperature;
     // NaN differs from everything, so it is published every time.
     if (!candidate || *candidate == temperature_out->value)
         return;

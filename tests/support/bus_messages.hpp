@@ -1,0 +1,80 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <memory>
+
+namespace support {
+
+struct MessageUnref {
+    void operator()(sd_bus_message* message) const noexcept { sd_bus_message_unref(message); }
+};
+struct BusUnref {
+    void operator()(sd_bus* bus) const noexcept { sd_bus_close_unref(bus); }
+};
+
+/// One message, owned. Stands for itself where sd-bus wants one.
+class Message {
+  public:
+    explicit Message(sd_bus_message* message) : message_(message) {}
+    operator sd_bus_message*() const { return message_.get(); }  // NOLINT: implicit
+
+  private:
+    std::unique_ptr<sd_bus_message, MessageUnref> message_;
+};
+
+/// Throws what a negative result of sd-bus means.
+void check(int r);
+
+/// Makes messages as they reach a callback: real ones, sealed and rewound. They are built on one
+/// end of a socket pair whose other end nobody reads.
+class Messages {
+  public:
+    Messages();
+    Messages(const Messages&) = delete;
+    Messages& operator=(const Messages&) = delete;
+    ~Messages();
+
+    /// The connection that the messages are built on; nothing on it is ever delivered.
+    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
+
+    /// A method return holding these values.
+    template <class... Values>
+    [[nodiscard]] Message reply(const char* types, Values... values) {
+        return finish(new_reply(), types, values...);
+    }
+
+    /// An error reply whose body is its text, as services send it; empty for a null text.
+    [[nodiscard]] Message error(const char* name, const char* text);
+
+    /// An error reply with any other body.
+    template <class... Values>
+    [[nodiscard]] Message error_with_body(const char* name, const char* types, Values... values) {
+        return finish(new_error(name, nullptr), types, values...);
+    }
+
+    template <class... Values>
+    [[nodiscard]] Message signal(const char* path, const char* interface, const char* member,
+                                 const char* types, Values... values) {
+        return finish(new_signal(path, interface, member), types, values...);
+    }
+
+  private:
+    [[nodiscard]] Message new_reply();
+    [[nodiscard]] Message new_error(const char* name, const char* text);
+    [[nodiscard]] Message new_signal(const char* path, const char* interface, const char* member);
+    [[nodiscard]] Message seal(Message message);
+
+    template <class... Values>
+    [[nodiscard]] Message finish(Message message, const char* types, Values... values) {
+        check(sd_bus_message_append(message, types, values...));
+        return seal(std::move(message));
+    }
+
+    int other_end_ = -1;
+    std::unique_ptr<sd_bus, BusUnref> bus_;
+    std::unique_ptr<sd_bus_message, MessageUnref> question_;  // what the replies answer
+    std::uint64_t cookie_ = 0;
+};
+
+}  // namespace support

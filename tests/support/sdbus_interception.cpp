@@ -1,0 +1,192 @@
+#include "tests/support/sdbus_interception.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <stdexcept>
+
+#include "tests/support/sdbus_arguments.hpp"
+
+namespace support {
+namespace {
+
+Interception* current_interception = nullptr;
+
+int call_back(sd_bus_message_handler_t callback, sd_bus_message* message, void* userdata,
+              sd_bus_error error) {
+    if (callback == nullptr)
+        throw std::logic_error("sd-bus was given no callback");
+    sd_bus_message_rewind(message, 1);
+    const char* const name = error.name;
+    const int result = callback(message, userdata, &error);
+    EXPECT_EQ(error.name, name) << "a callback touched its error argument";
+    return result;
+}
+
+/// Four parts of an address, with a blank before each.
+std::string address(const char* peer, const char* path, const char* interface, const char* member) {
+    std::string text;
+    for (const char* part : {peer, path, interface, member})
+        text += std::string(" ") + (part == nullptr ? "null" : part);
+    return text;
+}
+
+}  // namespace
+
+int Sending::deliver(sd_bus_message* message) const {
+    return deliver(message, SD_BUS_ERROR_NULL);
+}
+
+int Sending::deliver(sd_bus_message* message, sd_bus_error error) const {
+    return call_back(callback, message, userdata, error);
+}
+
+int Sending::install(sd_bus_message* reply) const {
+    return install(reply, SD_BUS_ERROR_NULL);
+}
+
+int Sending::install(sd_bus_message* reply, sd_bus_error error) const {
+    return call_back(install_callback, reply, userdata, error);
+}
+
+Interception::Interception() {
+    if (current_interception != nullptr)
+        throw std::logic_error("sd-bus is intercepted already");
+    current_interception = this;
+}
+
+Interception::~Interception() {
+    current_interception = nullptr;
+    for (const Sending& sending : sendings_)
+        EXPECT_TRUE(sending.released || !sending.holds_slot) << "slot kept: " << sending.text;
+    for (const std::string& entry : journal_)
+        EXPECT_TRUE(entry.starts_with("release")) << "nobody looked at: " << entry;
+}
+
+void Interception::answer_next(std::initializer_list<int> results) {
+    results_.assign(results);
+}
+
+std::vector<std::string> Interception::take_journal() {
+    return std::exchange(journal_, {});
+}
+
+const Sending& Interception::sending(std::size_t number) const {
+    return sendings_.at(number - 1);
+}
+
+Interception* Interception::current() {
+    return current_interception;
+}
+
+int Interception::record(Sending sending, const std::string& name, sd_bus_slot** slot_field) {
+    sending.slot_field = slot_field;
+    sending.result = 1;
+    if (!results_.empty()) {
+        sending.result = results_.front();
+        results_.pop_front();
+    }
+    sending.holds_slot = sending.result >= 0 && slot_field != nullptr;
+    sending.release_text = "release #" + std::to_string(sendings_.size() + 1) + " " + name;
+    journal_.push_back(sending.text);
+    sendings_.push_back(std::move(sending));
+    if (sendings_.back().holds_slot)
+        *slot_field = reinterpret_cast<sd_bus_slot*>(&sendings_.back());
+    return sendings_.back().result;
+}
+
+bool Interception::record_release(sd_bus_slot* slot) {
+    const auto found = std::find_if(sendings_.begin(), sendings_.end(), [slot](Sending& sending) {
+        return reinterpret_cast<sd_bus_slot*>(&sending) == slot;
+    });
+    if (found == sendings_.end())
+        return false;
+    EXPECT_FALSE(found->released) << "slot released twice: " << found->text;
+    found->released = true;
+    journal_.push_back(found->release_text);
+    return true;
+}
+
+}  // namespace support
+
+using support::Interception;
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker fixes these names.
+extern "C" {
+
+int __wrap_sd_bus_call_method_async(sd_bus* bus, sd_bus_slot** slot, const char* destination,
+                                    const char* path, const char* interface, const char* member,
+                                    sd_bus_message_handler_t callback, void* userdata,
+                                    const char* types, ...) {
+    std::va_list arguments;
+    va_start(arguments, types);
+    int r = 0;
+    if (Interception* interception = Interception::current()) {
+        support::Sending sending;
+        sending.text = "call" + support::address(destination, path, interface, member) + "(" +
+                       support::render_arguments(types, arguments) + ")";
+        sending.bus = bus;
+        sending.callback = callback;
+        sending.userdata = userdata;
+        r = interception->record(std::move(sending), member, slot);
+    } else {
+        r = sd_bus_call_method_asyncv(bus, slot, destination, path, interface, member, callback,
+                                      userdata, types, arguments);
+    }
+    va_end(arguments);
+    return r;
+}
+
+int __real_sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                                  sd_bus_message_handler_t callback,
+                                  sd_bus_message_handler_t install_callback, void* userdata);
+
+int __wrap_sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                                  sd_bus_message_handler_t callback,
+                                  sd_bus_message_handler_t install_callback, void* userdata) {
+    Interception* const interception = Interception::current();
+    if (interception == nullptr)
+        return __real_sd_bus_add_match_async(bus, slot, rule, callback, install_callback, userdata);
+    support::Sending sending;
+    sending.text = std::string("match ") + rule;
+    sending.bus = bus;
+    sending.callback = callback;
+    sending.install_callback = install_callback;
+    sending.userdata = userdata;
+    return interception->record(std::move(sending), "match", slot);
+}
+
+int __real_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char* sender,
+                                     const char* path, const char* interface, const char* member,
+                                     sd_bus_message_handler_t callback,
+                                     sd_bus_message_handler_t install_callback, void* userdata);
+
+int __wrap_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char* sender,
+                                     const char* path, const char* interface, const char* member,
+                                     sd_bus_message_handler_t callback,
+                                     sd_bus_message_handler_t install_callback, void* userdata) {
+    Interception* const interception = Interception::current();
+    if (interception == nullptr)
+        return __real_sd_bus_match_signal_async(bus, slot, sender, path, interface, member,
+                                                callback, install_callback, userdata);
+    support::Sending sending;
+    sending.text = "match signal" + support::address(sender, path, interface, member);
+    sending.bus = bus;
+    sending.callback = callback;
+    sending.install_callback = install_callback;
+    sending.userdata = userdata;
+    return interception->record(std::move(sending), member, slot);
+}
+
+sd_bus_slot* __real_sd_bus_slot_unref(sd_bus_slot* slot);
+
+sd_bus_slot* __wrap_sd_bus_slot_unref(sd_bus_slot* slot) {
+    Interception* const interception = Interception::current();
+    if (interception != nullptr && slot != nullptr && interception->record_release(slot))
+        return nullptr;
+    return __real_sd_bus_slot_unref(slot);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// One call or match that a block has handed to sd-bus. The callbacks are the test's to call.
+struct Sending {
+    /// All that goes on the wire: "call DESTINATION PATH INTERFACE MEMBER(ARGUMENTS)",
+    /// "match RULE" or "match signal SENDER PATH INTERFACE MEMBER".
+    std::string text;
+    sd_bus* bus = nullptr;
+    sd_bus_slot** slot_field = nullptr;  ///< where the caller wanted the slot
+    sd_bus_message_handler_t callback = nullptr;
+    sd_bus_message_handler_t install_callback = nullptr;
+    void* userdata = nullptr;
+    int result = 0;            ///< what the caller was given
+    bool holds_slot = false;   ///< the caller was given a slot
+    bool released = false;     ///< ... and has unref'd it
+    std::string release_text;  ///< how the journal names that
+
+    /// Calls the callback as sd-bus does: the message rewound, the error argument empty.
+    [[nodiscard]] int deliver(sd_bus_message* message) const;
+    /// Calls the callback with a filled error argument.
+    [[nodiscard]] int deliver(sd_bus_message* message, sd_bus_error error) const;
+    /// The same with the install callback of a match.
+    [[nodiscard]] int install(sd_bus_message* reply) const;
+    [[nodiscard]] int install(sd_bus_message* reply, sd_bus_error error) const;
+};
+
+/// Stands between the blocks and sd-bus while it lives: what they send is recorded instead of sent.
+/// Without one the functions of sd-bus are reached. One at a time.
+///
+/// A test reads everything: a sending that was not taken out of the journal, a slot that was
+/// released twice and one that was never released are failures of the test.
+class Interception {
+  public:
+    Interception();
+    Interception(const Interception&) = delete;
+    Interception& operator=(const Interception&) = delete;
+    ~Interception();
+
+    /// What the next sending functions return, one each; after that 1 again. With a negative result
+    /// the caller gets no slot.
+    void answer_next(std::initializer_list<int> results);
+
+    /// Everything recorded since the last time, in order: the texts of the sendings, and
+    /// "release #N NAME" for the slot of the N-th sending since the interception began.
+    [[nodiscard]] std::vector<std::string> take_journal();
+
+    /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
+    [[nodiscard]] const Sending& sending(std::size_t number) const;
+    [[nodiscard]] const Sending& last() const { return sending(sendings_.size()); }
+    [[nodiscard]] std::size_t count() const { return sendings_.size(); }
+
+    // For the functions that stand in for those of sd-bus.
+    static Interception* current();
+    int record(Sending sending, const std::string& name, sd_bus_slot** slot_field);
+    /// @returns whether the slot is one of ours.
+    bool record_release(sd_bus_slot* slot);
+
+  private:
+    std::deque<Sending> sendings_;  // never moves its elements: their addresses are the slots
+    std::deque<int> results_;
+    std::vector<std::string> journal_;
+};
+
+}  // namespace support

@@ -1,0 +1,236 @@
+#include "fenwa/block_configuration.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+#include "tests/support/configuration_recorder.hpp"
+
+namespace {
+
+using Fenwa::BlockConfiguration;
+using Fenwa::ConfigurationAccess;
+using Fenwa::ConfigurationError;
+using Entry = BlockConfiguration::KeyValue;
+using Keys = std::vector<std::string>;
+
+constexpr std::int64_t beyond_int = std::int64_t{std::numeric_limits<int>::max()} + 1;
+
+// A bare C string would silently become a bool.
+static_assert(!std::is_constructible_v<Entry, const char*, const char*>);
+static_assert(!std::is_constructible_v<Entry, std::string, char*>);
+static_assert(std::is_constructible_v<Entry, const char*, bool>);
+static_assert(std::is_constructible_v<Entry, std::string, double>);
+static_assert(std::is_constructible_v<Entry, const char*, std::initializer_list<const char*>>);
+
+/// A configuration with one key of every kind.
+const BlockConfiguration every_kind{{"bool", true},
+                                    {"integer", 7},
+                                    {"float", 2.5},
+                                    {"string", std::string("text")},
+                                    {"list of one", {"only"}},
+                                    {"list", {"a", "b"}},
+                                    {"empty list", std::vector<std::string>{}}};
+
+/// Whether the getter gives a value, and not an error, for every key of `every_kind`.
+template <class Getter>
+Keys accepted_by(Getter get) {
+    Keys accepted;
+    for (const Entry& entry : ConfigurationAccess::entries(every_kind)) {
+        try {
+            get(entry.key());
+            accepted.push_back(entry.key());
+        } catch (const ConfigurationError& error) {
+            EXPECT_EQ(error.key(), entry.key());
+            EXPECT_FALSE(error.missing());
+        }
+    }
+    return accepted;
+}
+
+TEST(BlockConfigurationTest, ReadsEachKindOnlyAsItself) {
+    const auto& config = every_kind;
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getBool(key); }), (Keys{"bool"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getInt(key); }), (Keys{"integer"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getFloat(key); }),
+              (Keys{"integer", "float"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getDouble(key); }),
+              (Keys{"integer", "float"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getString(key); }),
+              (Keys{"string", "list of one"}));
+}
+
+TEST(BlockConfigurationTest, IsAsStrictWhenADefaultIsGiven) {
+    const auto& config = every_kind;
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getBool(key, false); }),
+              (Keys{"bool"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getInt(key, 1); }),
+              (Keys{"integer"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getFloat(key, 1.0F); }),
+              (Keys{"integer", "float"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getDouble(key, 1.0); }),
+              (Keys{"integer", "float"}));
+    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getString(key, "other"); }),
+              (Keys{"string", "list of one"}));
+}
+
+TEST(BlockConfigurationTest, GivesTheValuesOfItsKeys) {
+    EXPECT_TRUE(every_kind.getBool("bool"));
+    EXPECT_EQ(every_kind.getInt("integer"), 7);
+    EXPECT_EQ(every_kind.getFloat("float"), 2.5F);
+    EXPECT_EQ(every_kind.getDouble("float"), 2.5);
+    EXPECT_EQ(every_kind.getString("string"), "text");
+    EXPECT_EQ(every_kind.getString("list of one"), "only");
+    EXPECT_EQ(every_kind.getFloat("integer"), 7.0F);
+    EXPECT_EQ(every_kind.getDouble("integer"), 7.0);
+}
+
+TEST(BlockConfigurationTest, PrefersItsValuesToDefaults) {
+    EXPECT_TRUE(every_kind.getBool("bool", false));
+    EXPECT_EQ(every_kind.getInt("integer", 1), 7);
+    EXPECT_EQ(every_kind.getFloat("float", 1.0F), 2.5F);
+    EXPECT_EQ(every_kind.getDouble("float", 1.0), 2.5);
+    EXPECT_EQ(every_kind.getString("string", "other"), "text");
+}
+
+TEST(BlockConfigurationTest, GivesTheDefaultOfAMissingKey) {
+    const BlockConfiguration empty;
+    EXPECT_TRUE(empty.getBool("key", true));
+    EXPECT_FALSE(empty.getBool("key", false));
+    EXPECT_EQ(empty.getInt("key", -3), -3);
+    EXPECT_EQ(empty.getFloat("key", 1.5F), 1.5F);
+    EXPECT_EQ(empty.getDouble("key", 0.1), 0.1);
+    EXPECT_EQ(empty.getString("key", "fallback"), "fallback");
+}
+
+TEST(BlockConfigurationTest, RefusesIntegersThatDoNotFit) {
+    const BlockConfiguration config{{"largest", std::numeric_limits<int>::max()},
+                                    {"smallest", std::numeric_limits<int>::min()},
+                                    {"too large", beyond_int},
+                                    {"too small", -beyond_int - 1}};
+    EXPECT_EQ(config.getInt("largest"), std::numeric_limits<int>::max());
+    EXPECT_EQ(config.getInt("smallest"), std::numeric_limits<int>::min());
+    EXPECT_THROW((void)config.getInt("too large"), ConfigurationError);
+    EXPECT_THROW((void)config.getInt("too small"), ConfigurationError);
+    EXPECT_EQ(config.getDouble("too large"), 2147483648.0);
+    EXPECT_EQ(config.getFloat("too small"), -2147483648.0F);
+}
+
+TEST(BlockConfigurationTest, RoundsToTheNearestFloat) {
+    const BlockConfiguration config{{"limit", 36.6}, {"not a number", std::nan("")}};
+    EXPECT_EQ(config.getFloat("limit"), 36.6F);
+    EXPECT_EQ(static_cast<double>(config.getFloat("limit")), 36.599998474121094);
+    EXPECT_EQ(config.getDouble("limit"), 36.6);
+    EXPECT_TRUE(std::isnan(config.getFloat("not a number")));
+}
+
+TEST(BlockConfigurationTest, LooksKeysUpWhole) {
+    const BlockConfiguration config{{"fake.active", true}, {"", 3}};
+    EXPECT_THROW((void)config.getBool("fake"), ConfigurationError);
+    EXPECT_THROW((void)config.getBool("Fake.active"), ConfigurationError);
+    EXPECT_EQ(config.getInt(""), 3);
+}
+
+TEST(BlockConfigurationTest, CountsTheLastOfEqualKeysInThePlaceOfTheFirst) {
+    const BlockConfiguration config{{"a", 1}, {"b", 2}, {"a", true}};
+    const auto& entries = ConfigurationAccess::entries(config);
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0].key(), "a");
+    EXPECT_EQ(entries[0].value(), BlockConfiguration::Value(true));
+    EXPECT_EQ(entries[1].key(), "b");
+    EXPECT_EQ(entries[1].value(), BlockConfiguration::Value(std::int64_t{2}));
+}
+
+TEST(BlockConfigurationTest, IsBuiltFromAVectorAlike) {
+    const BlockConfiguration config(std::vector<Entry>{{"a", 1}, {"a", 2}});
+    EXPECT_EQ(config.getInt("a"), 2);
+    EXPECT_EQ(ConfigurationAccess::entries(config).size(), 1U);
+}
+
+TEST(BlockConfigurationTest, LetsTheRightSideWin) {
+    const BlockConfiguration defaults{{"kept", 1.0}, {"changed", 2.0}};
+    const BlockConfiguration given{{"changed", std::string("now a string")}, {"added", true}};
+    const BlockConfiguration both = defaults + given;
+    EXPECT_EQ(both.getDouble("kept"), 1.0);
+    EXPECT_EQ(both.getString("changed"), "now a string");
+    EXPECT_TRUE(both.getBool("added"));
+    Keys keys;
+    for (const Entry& entry : ConfigurationAccess::entries(both))
+        keys.push_back(entry.key());
+    EXPECT_EQ(keys, (Keys{"kept", "changed", "added"}));
+    // Neither side has changed.
+    EXPECT_EQ(defaults.getDouble("changed"), 2.0);
+    EXPECT_THROW((void)defaults.getBool("added"), ConfigurationError);
+    EXPECT_THROW((void)given.getDouble("kept"), ConfigurationError);
+    EXPECT_EQ((defaults + BlockConfiguration()).getDouble("changed"), 2.0);
+    EXPECT_EQ((BlockConfiguration() + defaults).getDouble("changed"), 2.0);
+}
+
+class ObservedConfigurationTest : public testing::Test {
+  protected:
+    using Recorder = support::ConfigurationRecorder;
+    std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+};
+
+TEST_F(ObservedConfigurationTest, TellsOfEveryReadWithItsTypeAndDefault) {
+    const auto config = ConfigurationAccess::observed({{"present", 1}}, recorder);
+    EXPECT_EQ(config.getInt("present"), 1);
+    (void)config.getBool("absent", true);
+    (void)config.getFloat("present", 0.5F);
+    (void)config.getDouble("present");
+    EXPECT_THROW((void)config.getString("present"), ConfigurationError);
+    EXPECT_EQ(recorder->reads,
+              (Keys{"int present", "bool absent or a default", "float present or a default",
+                    "double present", "string present"}));
+}
+
+TEST_F(ObservedConfigurationTest, HandsDefaultsOnInTheFormOfValues) {
+    struct : Fenwa::ConfigurationObserver {
+        void on_read(const Fenwa::KeyRead& read) override { fallbacks.push_back(read.fallback); }
+        bool on_error(const ConfigurationError& /*error*/) override { return false; }
+        std::vector<std::optional<BlockConfiguration::Value>> fallbacks;
+    } observer;
+    const auto config = ConfigurationAccess::observed(
+        {}, std::shared_ptr<Fenwa::ConfigurationObserver>(&observer, [](auto*) {}));
+    (void)config.getInt("a", 5);
+    (void)config.getFloat("b", 0.5F);
+    (void)config.getString("c", "x");
+    EXPECT_THROW((void)config.getBool("d"), ConfigurationError);
+    using Value = BlockConfiguration::Value;
+    EXPECT_EQ(observer.fallbacks,
+              (std::vector<std::optional<Value>>{Value(std::int64_t{5}), Value(0.5),
+                                                 Value(std::string("x")), std::nullopt}));
+}
+
+TEST_F(ObservedConfigurationTest, GivesZeroInsteadOfAnErrorWhenTheObserverSaysSo) {
+    recorder->zero_on_error = true;
+    const auto config = ConfigurationAccess::observed({{"key", true}}, recorder);
+    EXPECT_EQ(config.getInt("key"), 0);
+    EXPECT_EQ(config.getDouble("absent"), 0.0);
+    EXPECT_EQ(config.getString("absent"), "");
+    EXPECT_FALSE(config.getBool("absent"));
+}
+
+TEST_F(ObservedConfigurationTest, StaysObservedWhenCombined) {
+    const auto config = ConfigurationAccess::observed({{"a", 1}}, recorder);
+    (void)(BlockConfiguration{{"b", 2}} + config).getInt("b");
+    (void)(config + BlockConfiguration{{"b", 2}}).getInt("b");
+    EXPECT_EQ(recorder->reads, (Keys{"int b", "int b"}));
+    const auto other = std::make_shared<Recorder>();
+    (void)(config + ConfigurationAccess::observed({}, other)).getInt("a");
+    EXPECT_EQ(recorder->reads.size(), 2U) << "the right side's observer counts";
+    EXPECT_EQ(other->reads, (Keys{"int a"}));
+}
+
+TEST_F(ObservedConfigurationTest, LeavesTheOriginalUnobserved) {
+    const BlockConfiguration original{{"a", 1}};
+    const auto observed = ConfigurationAccess::observed(original, recorder);
+    (void)original.getInt("a");
+    EXPECT_EQ(recorder->reads, Keys{});
+    EXPECT_EQ(observed.getInt("a"), 1);
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/block_driver.hpp"
+#include "tests/support/configuration_recorder.hpp"
+#include "tests/support/layout_probe.hpp"
+
+namespace reader_test {
+
+using blocks::LayoutProbe;
+using blocks::TemperatureReader;
+using Entry = Fenwa::BlockConfiguration::KeyValue;
+using Journal = std::vector<std::string>;
+using Lines = std::vector<std::string>;
+using Values = std::vector<std::string>;
+
+inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
+
+/// A call of the temperature controller, with its arguments.
+inline std::string controller_call(const std::string& call) {
+    return "call com.tarlo.TemperatureController /com/tarlo/TemperatureController "
+           "com.tarlo.TemperatureController " +
+           call;
+}
+
+// What a reader of sensor "main", id 3, with a threshold of 0.5 sends, in this order. The numbers
+// of its sendings begin with the two of its base.
+inline const std::string change_match =
+    "match signal com.tarlo.TemperatureController /com/tarlo/TemperatureController "
+    "com.tarlo.TemperatureController TemperatureChangeSignal";
+inline const std::string lookup = controller_call("GetTemperatureIdFromName(s \"main\")");
+inline const std::string registration =
+    controller_call("RegisterForTemperatureChangeSignal(i 3, d 0.5)");
+inline const std::string reading_call = controller_call("GetTemperature(i 3, s \"main\")");
+
+class TemperatureReaderTest : public testing::Test {
+  protected:
+    void make(const Fenwa::BlockConfiguration& more = {}) {
+        const Fenwa::BlockConfiguration least{{"sensor_name", {"main"}}, {"delta_chg", 0.5}};
+        reader.emplace(recorders.tools, "reader", least + more);
+        EXPECT_TRUE(reader->woken());
+    }
+
+    /// A run of the reader, with what it sends in it.
+    Journal run() {
+        EXPECT_TRUE((*reader)->run());
+        return bus.take_journal();
+    }
+
+    /// Brings the base to the point where the controller has an owner.
+    void appear() {
+        EXPECT_EQ(run().size(), 1U);
+        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+        EXPECT_EQ(run().size(), 1U);
+        EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
+        EXPECT_TRUE(reader->woken());
+    }
+
+    // Each takes the block one step further, and reports what the callback returned.
+
+    void install() {
+        EXPECT_EQ(run(), (Journal{change_match}));
+        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+        EXPECT_TRUE(reader->woken());
+    }
+    void look_up() {
+        EXPECT_EQ(run(), (Journal{lookup}));
+        EXPECT_EQ(bus.last().deliver(messages.reply("i", 3)), 0);
+        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(bus.take_journal(), (Journal{"release #4 GetTemperatureIdFromName"}));
+    }
+    void enlist() {
+        EXPECT_EQ(run(), (Journal{registration}));
+        EXPECT_EQ(bus.last().deliver(messages.reply("i", 12)), 0);
+        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(bus.take_journal(), (Journal{"release #5 RegisterForTemperatureChangeSignal"}));
+    }
+    void fetch(double reading) {
+        EXPECT_EQ(run(), (Journal{reading_call}));
+        EXPECT_EQ(bus.last().deliver(messages.reply("d", reading)), 0);
+        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(bus.take_journal(), (Journal{"release #6 GetTemperature"}));
+    }
+    void register_reader() {
+        appear();
+        install();
+        look_up();
+        enlist();
+    }
+
+    support::Message change(std::int32_t id, double reading) {
+        return messages.signal("/com/tarlo/TemperatureController",
+                               "com.tarlo.TemperatureController", "TemperatureChangeSignal", "id",
+                               id, reading);
+    }
+    /// Notifies the reader of a new reading.
+    void notify(double reading) {
+        EXPECT_EQ(bus.sending(3).deliver(change(12, reading)), 0);
+        EXPECT_TRUE(reader->woken());
+    }
+    void restart_service() {
+        EXPECT_EQ(bus.sending(1).deliver(messages.signal(
+                      "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged", "sss",
+                      "com.tarlo.TemperatureController", ":1.5", ":1.6")),
+                  0);
+        EXPECT_TRUE(reader->woken());
+    }
+
+    Fenwa::OutPort<double>& port() {
+        return *dynamic_cast<Fenwa::OutPort<double>*>((*reader)->get_outport("temperature_out"));
+    }
+    /// The value that the last run published, if it did.
+    std::optional<double> published() {
+        if (!port().is_triggered())
+            return std::nullopt;
+        port().reset(true);
+        return port().value;
+    }
+    Values debug_values() { return recorders.debug.take_values(); }
+
+    [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(**reader) != nullptr; }
+    [[nodiscard]] bool match_pending() {
+        return *LayoutProbe::match_slot_field(**reader) != nullptr;
+    }
+
+    support::Recorders recorders;
+    support::LogRecorder& log = recorders.log;
+    support::Messages& messages = recorders.messages;
+    support::Interception& bus = recorders.bus;
+    std::optional<support::BlockDriver<TemperatureReader>> reader;
+};
+
+}  // namespace reader_test
