@@ -55,10 +55,11 @@ class Descriptor {
 
 fs::path make_folder() {
     const char* base = std::getenv("TMPDIR");
-    std::string name =
+    const std::string pattern =
         (fs::path(base == nullptr || *base == '\0' ? "/tmp" : base) / "fenwa-bus-XXXXXX").string();
+    std::string name = pattern;  // mkdtemp writes into it even where it fails
     if (mkdtemp(name.data()) == nullptr)
-        fail("no folder like '" + name + "' can be made: " + std::strerror(errno));
+        fail("no folder like '" + pattern + "' can be made: " + std::strerror(errno));
     return fs::absolute(name);
 }
 

@@ -205,6 +205,9 @@ class Session {
     }
 
     void guest_ended(int status) {
+        // Whoever lets the SIGTERM end it that was to end it has done what was asked for.
+        if (ended_ && status == 128 + SIGTERM)
+            status = 0;
         const std::string ended =
             "'" + options_.guest.front() + "' ended with exit code " + std::to_string(status);
         if (!ended_ && status == 0 && options_.scenario)

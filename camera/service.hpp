@@ -150,6 +150,8 @@ class Service {
     int on_client_left(sd_bus_message& message);
     int on_call(sd_bus_message& call);
     [[nodiscard]] const sd_bus_vtable& method_for(sd_bus_message& call) const;
+    /// To the method, which goes on to `answer`.
+    int hand_on(sd_bus_message& call, const sd_bus_vtable& method);
     int answer(sd_bus_message& call, const std::function<tool::MessagePtr()>& method) noexcept;
     void send_signal(tool::MessagePtr signal);
     void send_reply(sd_bus_message& call, tool::MessagePtr reply, std::chrono::milliseconds delay);

@@ -100,12 +100,12 @@ int Service::on_call(sd_bus_message& call) {
     fault_ = around_.faults.take(name_, member).value_or(Fault{});
     switch (fault_.effect) {
         case FaultEffect::none:
-            return 0;  // on to the method of the vtable, and from there to `answer`
+            return hand_on(call, *method);
         case FaultEffect::malformed:
             // Made here: once the vtable is in play, sd-bus sends no reply of another signature.
             malformed_reply_ = new_reply(call);
             append_malformed(*malformed_reply_, method->x.method.result);
-            return 0;
+            return hand_on(call, *method);
         case FaultEffect::error:
             send_reply(call, new_error(call, fault_.error_name, "A fault rule answers this call."),
                        fault_.delay);
@@ -117,6 +117,13 @@ int Service::on_call(sd_bus_message& call) {
             return 1;
     }
     return 0;
+}
+
+int Service::hand_on(sd_bus_message& call, const sd_bus_vtable& method) {
+    // sd-bus finds the method of the vtable by itself, unless the call leaves the interface out.
+    if (sd_bus_message_get_interface(&call) != nullptr)
+        return 0;
+    return method.x.method.handler(&call, this, nullptr);
 }
 
 const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {

@@ -128,6 +128,9 @@ void StepReader::read_fail(const toml::table& table, Step& step) {
     }
     const FaultRule rule =
         fault_rule_from(options, [&](const std::string& key, const Refusal& mistake) {
+            // How the options go together is no matter where one of them could not be read.
+            if (key.empty() && !right)
+                return;
             right = false;
             const toml::node* node = table.get(key);
             diagnostics_.error(tool::position(node == nullptr ? table : *node), mistake.sentence(),

@@ -27,7 +27,7 @@ class ChangeRegistration {
     ChangeRegistration(double delta, double temperature) : delta_(delta), reported_(temperature) {}
 
     /// Whether the new temperature is to be signalled; if so, it counts as reported from here on.
-    /// The distance is compared as doubles are: 36.6 to 37.1 is a little less than 0.5. A change
+    /// The distance is compared as doubles are: 31.8 to 32.3 is a little less than 0.5. A change
     /// to or from NaN has no distance and is always reported; NaN to NaN is no change.
     [[nodiscard]] bool update(double temperature);
 

@@ -52,25 +52,29 @@ std::string BusError::text(int r) const {
 
 BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
     BusPtr bus = new_connection(address);
+    const auto give_up = [&](const std::string& reason) {
+        // At once: the handle would wait for the daemon to take what is still to be sent.
+        sd_bus_close(bus.get());
+        unreachable(address, reason);
+    };
     const Clock::time_point deadline = Clock::now() + limit;
     // A daemon that accepts the connection and then stays silent would hold sd-bus for minutes.
     for (int ready = 0; (ready = sd_bus_is_ready(bus.get())) <= 0;) {
         if (ready < 0)
-            unreachable(address, std::strerror(-ready));
+            give_up(std::strerror(-ready));
         const int r = sd_bus_process(bus.get(), nullptr);
         if (r < 0)
-            unreachable(address, std::strerror(-r));
+            give_up(std::strerror(-r));
         if (r > 0)
             continue;
         const auto left =
             std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
         if (left.count() <= 0)
-            unreachable(address, "no answer within " +
-                                     std::to_string(std::chrono::duration<double>(limit).count()) +
-                                     " s");
+            give_up("no answer within " +
+                    std::to_string(std::chrono::duration<double>(limit).count()) + " s");
         const int w = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
         if (w < 0 && w != -EINTR)
-            unreachable(address, std::strerror(-w));
+            give_up(std::strerror(-w));
     }
     return bus;
 }

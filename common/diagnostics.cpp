@@ -1,6 +1,7 @@
 #include "common/diagnostics.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
 
 #include "common/terminal.hpp"
@@ -8,21 +9,62 @@
 namespace tool {
 namespace {
 
-/// The bytes of `line` that stand before `column` (in code points), with tabs kept and everything
-/// else blank, so that a caret behind them stands below its place.
-std::string indent_to(const std::string& line, std::uint32_t column) {
-    std::string indent;
-    std::uint32_t at = 1;
-    for (const char c : line) {
-        const bool continues_code_point = (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-        if (continues_code_point)
-            continue;
-        if (at++ >= column)
-            break;
-        indent += c == '\t' ? '\t' : ' ';
-    }
-    return indent;
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+
+bool starts_code_point(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
 }
+
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < 0x20U || c == '\x7F';
+}
+
+/// Code points to each side of a place that are quoted of a long line. A file may be one line, and
+/// its mistakes as many as its bytes.
+constexpr std::size_t quoted_before = 100;
+constexpr std::size_t quoted_behind = 60;
+
+/// One line of a file, taken apart into code points once for all the mistakes that are in it.
+class QuotedLine {
+  public:
+    explicit QuotedLine(const std::string& line) : line_(line) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (starts_code_point(line[i]))
+                starts_.push_back(i);
+        }
+    }
+
+    struct Quote {
+        std::string text;
+        std::string indent;  ///< brings a caret below the place
+    };
+
+    [[nodiscard]] Quote around(std::uint32_t column) const {
+        const std::size_t place = std::min<std::size_t>(column == 0 ? 0 : column - 1, size());
+        const bool whole = size() <= quoted_before + quoted_behind;
+        const std::size_t begin = whole || place < quoted_before ? 0 : place - quoted_before;
+        const std::size_t end = whole ? size() : std::min(size(), place + quoted_behind);
+        Quote quote;
+        if (begin > 0)
+            quote = {"…", " "};
+        for (std::size_t at = begin; at < place; ++at)
+            quote.indent += line_[starts_[at]] == '\t' ? '\t' : ' ';
+        for (std::size_t i = offset(begin); i < offset(end); ++i)
+            quote.text += is_control(line_[i]) && line_[i] != '\t' ? '?' : line_[i];
+        if (end < size())
+            quote.text += "…";
+        return quote;
+    }
+
+  private:
+    [[nodiscard]] std::size_t size() const { return starts_.size(); }
+    [[nodiscard]] std::size_t offset(std::size_t at) const {
+        return at < size() ? starts_[at] : line_.size();
+    }
+
+    const std::string& line_;
+    std::vector<std::size_t> starts_;
+};
 
 }  // namespace
 
@@ -30,8 +72,26 @@ std::string counted(std::size_t n, const std::string& noun) {
     return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
 }
 
+std::string one_line(std::string_view text) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string line;
+    for (const char c : text) {
+        if (c == '\n') {
+            line += "\\n";
+        } else if (is_control(c)) {
+            line.append("\\x").push_back(digits[static_cast<unsigned char>(c) >> 4U]);
+            line += digits[static_cast<unsigned char>(c) & 0xFU];
+        } else {
+            line += c;
+        }
+    }
+    return line;
+}
+
 void Diagnostics::set_source(std::string text) {
     lines_.clear();
+    if (text.starts_with(byte_order_mark))
+        text.erase(0, byte_order_mark.size());
     std::istringstream stream(std::move(text));
     for (std::string line; std::getline(stream, line);) {
         if (!line.empty() && line.back() == '\r')
@@ -49,7 +109,9 @@ void Diagnostics::warning(Position where, std::string text, std::string help) {
 }
 
 void Diagnostics::add(Entry entry) {
-    if (std::find(entries_.begin(), entries_.end(), entry) == entries_.end())
+    entry.text = one_line(entry.text);
+    entry.help = one_line(entry.help);
+    if (known_.emplace(entry.severity, entry.where, entry.text).second)
         entries_.push_back(std::move(entry));
 }
 
@@ -73,36 +135,42 @@ std::string Diagnostics::locate(Position where) const {
     return file_ + ':' + std::to_string(where.line) + ':' + std::to_string(where.column);
 }
 
-void Diagnostics::print(std::ostream& out, bool color) const {
-    if (entries_.empty())
+void Diagnostics::print(std::ostream& out, bool color) {
+    if (printed_ == entries_.size())
         return;
     std::vector<const Entry*> sorted;
-    for (const Entry& entry : entries_)
-        sorted.push_back(&entry);
+    for (; printed_ < entries_.size(); ++printed_)
+        sorted.push_back(&entries_[printed_]);
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const Entry* a, const Entry* b) { return a->where < b->where; });
 
     const Palette palette(color);
+    std::size_t errors = 0;
+    std::optional<QuotedLine> line;
+    std::uint32_t line_number = 0;
     for (const Entry* entry : sorted) {
         const bool is_error = entry->severity == Severity::error;
+        errors += is_error ? 1 : 0;
         out << palette.bold << locate(entry->where) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
             << palette.reset << entry->text << '\n';
         if (entry->where.line != 0 && entry->where.line <= lines_.size()) {
-            const std::string& line = lines_[entry->where.line - 1];
-            out << line << '\n'
-                << indent_to(line, entry->where.column) << palette.green << '^' << palette.reset
-                << '\n';
+            if (!line || line_number != entry->where.line)
+                line.emplace(lines_[(line_number = entry->where.line) - 1]);
+            const QuotedLine::Quote quoted = line->around(entry->where.column);
+            out << quoted.text << '\n'
+                << quoted.indent << palette.green << '^' << palette.reset << '\n';
         }
         if (!entry->help.empty())
             out << palette.cyan << "help: " << palette.reset << entry->help << '\n';
     }
 
+    const std::size_t warnings = sorted.size() - errors;
     out << file_ << ": ";
-    if (errors() != 0)
-        out << counted(errors(), "error") << (warnings() != 0 ? ", " : "");
-    if (warnings() != 0)
-        out << counted(warnings(), "warning");
+    if (errors != 0)
+        out << counted(errors, "error") << (warnings != 0 ? ", " : "");
+    if (warnings != 0)
+        out << counted(warnings, "warning");
     out << '\n';
 }
 

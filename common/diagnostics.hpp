@@ -3,7 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <set>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace tool {
@@ -18,6 +21,10 @@ struct Position {
 
 /// "1 error", "2 errors".
 [[nodiscard]] std::string counted(std::size_t n, const std::string& noun);
+
+/// The text with its control characters written as escapes ("\\n", "\\x1b"), so that names and
+/// values out of a file stay on one line and do nothing to a terminal.
+[[nodiscard]] std::string one_line(std::string_view text);
 
 /// Collects the mistakes of one text file and prints them in a compiler's form:
 ///
@@ -47,8 +54,10 @@ class Diagnostics {
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
     [[nodiscard]] std::string locate(Position where) const;
 
-    /// All of them in file order, then a line with the count. Prints nothing where there is none.
-    void print(std::ostream& out, bool color) const;
+    /// What was added since the last time, in file order, then a line with the count. Prints
+    /// nothing where there is nothing new. Of a very long line only the part around the place is
+    /// quoted.
+    void print(std::ostream& out, bool color);
 
   private:
     struct Entry {
@@ -56,8 +65,6 @@ class Diagnostics {
         Position where;
         std::string text;
         std::string help;
-
-        friend bool operator==(const Entry&, const Entry&) = default;
     };
 
     void add(Entry entry);
@@ -66,6 +73,8 @@ class Diagnostics {
     std::string file_;
     std::vector<std::string> lines_;
     std::vector<Entry> entries_;
+    std::set<std::tuple<Severity, Position, std::string>> known_;
+    std::size_t printed_ = 0;  ///< the entries before this one have been printed
 };
 
 }  // namespace tool

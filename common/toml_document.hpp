@@ -15,7 +15,7 @@
 namespace tool {
 
 /// A larger file is refused before it is parsed: a graph of a few thousand blocks stays below it.
-inline constexpr std::size_t max_toml_bytes = 1024 * 1024;
+inline constexpr std::size_t max_toml_bytes = std::size_t{1024} * 1024;
 /// A file nested deeper than this many tables and arrays is refused before it is parsed, because
 /// the parser and the destruction of its tree recurse.
 inline constexpr std::size_t max_toml_depth = 32;

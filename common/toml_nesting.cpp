@@ -10,6 +10,8 @@ class NestingScan {
     NestingScan(std::string_view text, std::size_t limit) : text_(text), limit_(limit) {}
 
     Position run() {
+        if (text_.starts_with("\xEF\xBB\xBF"))
+            text_.remove_prefix(3);  // a byte-order mark has no column
         while (at_ < text_.size() && found_.line == 0)
             step();
         return found_;
@@ -55,6 +57,7 @@ class NestingScan {
                 if (at_line_start_ && brackets_.empty()) {
                     line_is_header_ = true;
                     header_parts_ = 1;
+                    note(header_parts_);
                     break;
                 }
                 open({false, 0});
@@ -139,6 +142,10 @@ class NestingScan {
                 (!multi_line ||
                  text_.substr(at_, 3) == std::string_view(quote == '"' ? "\"\"\"" : "'''"))) {
                 for (std::size_t i = 0; i < width; ++i)
+                    advance();
+                // The text may end with one or two quotes of its own: of five the last three count.
+                for (int i = 0; multi_line && i < 2 && at_ < text_.size() && text_[at_] == quote;
+                     ++i)
                     advance();
                 return;
             }

@@ -36,6 +36,7 @@ EventLoop::EventLoop() {
 EventLoop::~EventLoop() = default;
 
 void EventLoop::attach(sd_bus& bus) {
+    bus_ = &bus;
     tool::check(sd_bus_attach_event(&bus, loop_.get(), SD_EVENT_PRIORITY_NORMAL),
                 "cannot serve the bus");
     // What blocks send when they stop, after the loop has ended, must still go out.
@@ -46,6 +47,8 @@ void EventLoop::attach(sd_bus& bus) {
                                     "Disconnected", on_disconnected, this),
                 "cannot watch the bus connection");
     disconnected_.reset(slot);
+    tool::check(sd_event_add_post(loop_.get(), nullptr, on_dispatched, this),
+                "cannot serve the bus between the blocks");
 }
 
 bool EventLoop::interrupted() const {
@@ -71,14 +74,34 @@ void EventLoop::announce_stop() {
     sigset_t interrupt;
     sigemptyset(&interrupt);
     sigaddset(&interrupt, SIGINT);
+    // One that came during the start asked for this very stop and must not end it.
+    const timespec at_once{};
+    while (sigtimedwait(&interrupt, nullptr, &at_once) == SIGINT) {
+    }
     std::signal(SIGINT, SIG_DFL);
     pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
+bool EventLoop::lost_bus() const noexcept {
+    return bus_ != nullptr && sd_bus_is_open(bus_) <= 0;
+}
+
+int EventLoop::on_dispatched(sd_event_source* /*source*/, void* userdata) noexcept {
+    const auto& loop = *static_cast<EventLoop*>(userdata);
+    // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
+    // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
+    // its turn, and as long as the queue holds something the socket is not read either.
+    std::uint64_t due = 0;
+    std::uint64_t now = 0;
+    if (sd_bus_get_timeout(loop.bus_, &due) > 0 &&
+        sd_event_now(loop.loop_.get(), CLOCK_MONOTONIC, &now) >= 0 && due <= now)
+        sd_bus_process(loop.bus_, nullptr);
+    return 0;
 }
 
 int EventLoop::on_disconnected(sd_bus_message* /*message*/, void* userdata,
                                sd_bus_error* /*error*/) noexcept {
     auto& loop = *static_cast<EventLoop*>(userdata);
-    loop.lost_bus_ = true;
     // By now sd-bus has taken the connection off the loop, so it cannot be asked for it.
     sd_event_exit(loop.loop_.get(), 0);
     return 0;

@@ -21,7 +21,7 @@ class EventLoop {
 
     [[nodiscard]] sd_event& get() const noexcept { return *loop_; }
 
-    /// Serves a connection, which must outlive the loop's run and be detached by its own end.
+    /// Serves a connection, which outlives every later call and is detached by its own end.
     void attach(sd_bus& bus);
 
     /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
@@ -33,15 +33,18 @@ class EventLoop {
     /// Tells the service manager that the host stops; a further SIGINT ends the process at once.
     void announce_stop();
 
-    [[nodiscard]] bool lost_bus() const noexcept { return lost_bus_; }
+    /// Whether the connection is gone; a blocking call of a block may have been the first to see
+    /// it.
+    [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
+    static int on_dispatched(sd_event_source* source, void* userdata) noexcept;
     static int on_disconnected(sd_bus_message* message, void* userdata,
                                sd_bus_error* error) noexcept;
 
     tool::EventPtr loop_;
+    sd_bus* bus_ = nullptr;
     tool::SlotPtr disconnected_;
-    bool lost_bus_ = false;
 };
 
 }  // namespace host

@@ -71,7 +71,8 @@ class TextWriter final : public EventWriter {
           err_(tool::use_color(color, stderr)) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
-        for (const auto& [key, value] : to_json(settings).items())
+        const Json values = to_json(settings);
+        for (const auto& [key, value] : values.items())
             value_line(block + " setup " + key, value);
     }
 
@@ -111,7 +112,7 @@ class TextWriter final : public EventWriter {
   private:
     void value_line(const std::string& name, const Json& value) {
         char time[32];
-        std::snprintf(time, sizeof time, "%9.3f", watch_.seconds());
+        std::snprintf(time, sizeof time, "%8.3f", watch_.seconds());
         const std::lock_guard lock(mutex_);
         std::cout << out_.dim << time << out_.reset << "  " << name << " = " << out_.bold
                   << tool::json_line(value) << out_.reset << '\n'

@@ -4,17 +4,28 @@ namespace host {
 
 Fenwa::BlockConfiguration BlockEntry::configuration() const {
     std::vector<Fenwa::BlockConfiguration::KeyValue> entries;
-    for (const Setting& setting : settings)
-        entries.emplace_back(setting.key, setting.value);
+    for (const Setting& setting : settings) {
+        if (setting.value)
+            entries.emplace_back(setting.key, *setting.value);
+    }
     return Fenwa::BlockConfiguration(entries);
 }
 
+bool BlockEntry::add(Setting setting) {
+    const bool is_new = places_.emplace(setting.key, settings.size()).second;
+    if (is_new)
+        settings.push_back(std::move(setting));
+    return is_new;
+}
+
+const Setting* BlockEntry::find(const std::string& key) const {
+    const auto found = places_.find(key);
+    return found == places_.end() ? nullptr : &settings[found->second];
+}
+
 Position BlockEntry::where_is(const std::string& key) const {
-    for (const Setting& setting : settings) {
-        if (setting.key == key)
-            return setting.where;
-    }
-    return where;
+    const Setting* const setting = find(key);
+    return setting == nullptr ? where : setting->where;
 }
 
 }  // namespace host

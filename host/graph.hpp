@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "common/diagnostics.hpp"
@@ -20,7 +22,8 @@ struct PlacedName {
 struct Setting {
     std::string key;
     Position where;
-    Fenwa::BlockConfiguration::Value value;
+    /// None where the file has a kind of value that no block can be given.
+    std::optional<Fenwa::BlockConfiguration::Value> value;
 };
 
 /// One block of the graph.
@@ -28,12 +31,19 @@ struct BlockEntry {
     std::string name;
     Position where;  ///< of the block's name in its table header
     PlacedName type;
-    std::vector<Setting> settings;
+    std::vector<Setting> settings;  ///< each key once, in the order of the file
 
+    /// Adds a setting. @returns false when its key is there already.
+    bool add(Setting setting);
     /// The settings as the block gets them.
     [[nodiscard]] Fenwa::BlockConfiguration configuration() const;
+    /// The setting of that key, or null.
+    [[nodiscard]] const Setting* find(const std::string& key) const;
     /// Where a key stands, or the block's own place where it does not.
     [[nodiscard]] Position where_is(const std::string& key) const;
+
+  private:
+    std::unordered_map<std::string, std::size_t> places_;  ///< of the keys in `settings`
 };
 
 /// One end of a connection, "BLOCK.PORT"; empty where it could not be read.

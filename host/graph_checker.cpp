@@ -39,24 +39,53 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     void on_read(const Fenwa::KeyRead& read) override { asked_.push_back(read.key); }
 
     bool on_error(const Fenwa::ConfigurationError& error) override {
-        report(error, entry_, diagnostics_);
+        invented_ = true;
+        if (error.missing())
+            missing_.push_back(error.key());
+        const Setting* const setting = entry_.find(error.key());
+        // A kind of value that no block can be given was reported when it was read.
+        if (setting == nullptr || setting->value)
+            report(error, entry_, diagnostics_);
         return true;
     }
 
+    /// Whether the block was given a value that is not in the file: what it throws then is most
+    /// likely no mistake of its own.
+    [[nodiscard]] bool invented_a_value() const noexcept { return invented_; }
+
     void warn_of_unread_keys() const {
         for (const Setting& setting : entry_.settings) {
-            if (std::find(asked_.begin(), asked_.end(), setting.key) == asked_.end())
-                diagnostics_.warning(
-                    setting.where,
-                    "no " + entry_.type.text + " reads the key '" + setting.key + "'",
-                    tool::did_you_mean(setting.key, asked_));
+            // One without a value is reported already.
+            if (setting.value && !is_asked(setting.key))
+                warn_of_unread_key(setting, tool::did_you_mean(setting.key, asked_));
+        }
+    }
+
+    /// The same for a block that has not lived to read all its keys: only those are warned of that
+    /// look like one that it misses.
+    void warn_of_near_misses() const {
+        for (const Setting& setting : entry_.settings) {
+            const std::string help = tool::did_you_mean(setting.key, missing_);
+            if (!help.empty() && !is_asked(setting.key))
+                warn_of_unread_key(setting, help);
         }
     }
 
   private:
+    [[nodiscard]] bool is_asked(const std::string& key) const {
+        return std::find(asked_.begin(), asked_.end(), key) != asked_.end();
+    }
+
+    void warn_of_unread_key(const Setting& setting, const std::string& help) const {
+        diagnostics_.warning(
+            setting.where, "no " + entry_.type.text + " reads the key '" + setting.key + "'", help);
+    }
+
     const BlockEntry& entry_;
     Diagnostics& diagnostics_;
     std::vector<std::string> asked_;
+    std::vector<std::string> missing_;
+    bool invented_ = false;
 };
 
 class DryConstruction {
@@ -78,6 +107,7 @@ class DryConstruction {
         const auto recorder = std::make_shared<KeyRecorder>(entry, diagnostics_);
         const Fenwa::BlockConfiguration config =
             Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder);
+        const char* phase = "its constructor";
         try {
             std::unique_ptr<Fenwa::Block> block = (*factory)(entry.name, config, tools_);
             if (block == nullptr) {
@@ -86,10 +116,27 @@ class DryConstruction {
                 return nullptr;
             }
             Fenwa::HostAccess::adopt(*block, tools_, queue_);
+            phase = "setup";
             static_cast<void>(block->setup(Fenwa::HostAccess::configuration(*block)));
             recorder->warn_of_unread_keys();
             kept_.push_back(std::move(block));
             return kept_.back().get();
+        } catch (...) {
+            if (recorder->invented_a_value())
+                recorder->warn_of_near_misses();
+            else
+                complain(entry, phase);
+        }
+        return nullptr;
+    }
+
+    [[nodiscard]] const CheckResult& result() const { return result_; }
+
+  private:
+    /// Reports the exception that is being handled.
+    void complain(const BlockEntry& entry, const std::string& phase) {
+        try {
+            throw;
         } catch (const Fenwa::ConfigurationError& error) {
             report(error, entry, diagnostics_);
         } catch (const Fenwa::SDBusError&) {
@@ -98,20 +145,16 @@ class DryConstruction {
                     entry.where,
                     describe(entry) + " cannot be checked: it needs a bus to be built");
         } catch (const std::exception& error) {
-            fail(entry, error.what());
+            fail(entry, phase, error.what());
         } catch (...) {
-            fail(entry, "something that is no std::exception");
+            fail(entry, phase, "something that is no std::exception");
         }
-        return nullptr;
     }
 
-    [[nodiscard]] const CheckResult& result() const { return result_; }
-
-  private:
-    void fail(const BlockEntry& entry, const std::string& what) {
+    void fail(const BlockEntry& entry, const std::string& phase, const std::string& what) {
         if (strictness_ == Strictness::before_a_run)
             return;
-        diagnostics_.error(entry.where, describe(entry) + " threw in its constructor: " + what);
+        diagnostics_.error(entry.where, describe(entry) + " threw in " + phase + ": " + what);
         ++result_.throws;
     }
 
@@ -144,15 +187,12 @@ void check_exports(const Graph& graph, const BlocksByName& blocks, Diagnostics& 
 }
 
 Fenwa::Block* find_block(const Endpoint& end, const BlocksByName& blocks,
-                         Diagnostics& diagnostics) {
+                         const std::vector<std::string>& names, Diagnostics& diagnostics) {
     if (end.block.empty())  // reported when it was read
         return nullptr;
     const auto found = blocks.find(end.block);
     if (found != blocks.end())
         return found->second;
-    std::vector<std::string> names;
-    for (const auto& [name, block] : blocks)
-        names.push_back(name);
     diagnostics.error(end.where, "no block '" + end.block + "' in the graph",
                       tool::did_you_mean(end.block, names));
     return nullptr;
@@ -189,9 +229,12 @@ void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
 
 void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {
     std::map<std::string, Position> connected;
+    std::vector<std::string> names;
+    for (const auto& [name, block] : blocks)
+        names.push_back(name);
     for (const Connection& connection : graph.connections) {
-        Fenwa::Block* const from = find_block(connection.from, blocks, diagnostics);
-        Fenwa::Block* const to = find_block(connection.to, blocks, diagnostics);
+        Fenwa::Block* const from = find_block(connection.from, blocks, names, diagnostics);
+        Fenwa::Block* const to = find_block(connection.to, blocks, names, diagnostics);
         const auto [first, is_new] = connected.emplace(connection.to.text(), connection.to.where);
         if (!is_new && !connection.to.block.empty())
             diagnostics.error(connection.to.where, "'" + connection.to.text() +

@@ -1,6 +1,8 @@
 #include "host/graph_reader.hpp"
 
-#include <algorithm>
+#include <systemd/sd-bus.h>
+
+#include <set>
 
 #include "common/toml_document.hpp"
 
@@ -17,6 +19,7 @@ using Value = Fenwa::BlockConfiguration::Value;
 std::vector<PlacedName> read_names(const toml::array* list, const std::string& what,
                                    Diagnostics& diagnostics) {
     std::vector<PlacedName> names;
+    std::set<std::string> known;
     if (list == nullptr)
         return names;
     for (const toml::node& element : *list) {
@@ -25,10 +28,21 @@ std::vector<PlacedName> read_names(const toml::array* list, const std::string& w
             diagnostics.error(
                 tool::position(element),
                 "each of " + what + " must be a string, not " + std::string(kind_of(element)));
+        else if (!known.insert(name->get()).second)
+            diagnostics.error(tool::position(element),
+                              "'" + name->get() + "' stands in " + what + " twice");
         else
             names.push_back({name->get(), tool::position(element)});
     }
     return names;
+}
+
+/// Names that the bus daemon gives to connections, and what is no name at all, cannot be owned.
+void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnostics) {
+    for (const PlacedName& name : names) {
+        if (sd_bus_service_name_is_valid(name.text.c_str()) <= 0 || name.text.starts_with(':'))
+            diagnostics.error(name.where, "'" + name.text + "' is no bus name that can be owned");
+    }
 }
 
 /// A setting's value, or nothing (with a diagnostic) for a kind that no block can be given.
@@ -75,14 +89,10 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
             read_settings(*inner, key + '.', block, diagnostics);
             continue;
         }
-        const bool twice = std::any_of(block.settings.begin(), block.settings.end(),
-                                       [&key](const Setting& s) { return s.key == key; });
-        if (twice) {
+        if (block.find(key) != nullptr)
             diagnostics.error(entry.where, "'" + key + "' is set twice");
-            continue;
-        }
-        if (std::optional<Value> value = read_value(key, *entry.value, diagnostics))
-            block.settings.push_back({key, entry.where, std::move(*value)});
+        else
+            block.add({key, entry.where, read_value(key, *entry.value, diagnostics)});
     }
 }
 
@@ -170,6 +180,7 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
         TableReader bus_reader(*bus, "[bus]", diagnostics);
         graph.bus_address = bus_reader.string("address").value_or(graph.bus_address);
         graph.bus_names = read_names(bus_reader.array("names"), "'names' of [bus]", diagnostics);
+        check_bus_names(graph.bus_names, diagnostics);
         bus_reader.report_unknown_keys();
     }
     read_blocks(reader.table("blocks"), graph, diagnostics);

@@ -11,8 +11,16 @@ constexpr const char* exit_codes =
     "be read;\n69 the bus cannot be reached, a name cannot be had, or the connection was lost; 70 "
     "a block or a\nplug-in threw; 78 the graph is wrong.";
 
-/// A time in seconds, of which a thousand years are enough.
-const CLI::Range seconds_range(1e-6, 3.2e10, "SECONDS");
+/// A time in seconds, from a microsecond to thirty years, which clocks that count nanoseconds can
+/// add to the time of day. CLI::Range would let "nan" through.
+const CLI::Validator seconds_range(
+    [](const std::string& text) {
+        double seconds = 0.0;
+        if (CLI::detail::lexical_cast(text, seconds) && seconds >= 1e-6 && seconds <= 1e9)
+            return std::string();
+        return "'" + text + "' is no number of seconds from 0.000001 to 1000000000";
+    },
+    "SECONDS");
 
 std::chrono::microseconds to_microseconds(double seconds) {
     return std::chrono::microseconds(std::llround(seconds * 1e6));

@@ -87,7 +87,11 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         code = failed(std::current_exception());
     }
     loop.announce_stop();
-    running.stop();
+    running.stop([&](const std::exception_ptr& failure) {
+        const ExitCode reported = failed(failure);
+        if (code == ExitCode::done)
+            code = reported;
+    });
     if (loop.lost_bus())
         throw tool::Failure(ExitCode::unavailable,
                             "lost the connection to the bus at '" + address + "'");
@@ -118,6 +122,9 @@ ExitCode run_graph(const RunOptions& options) {
         return ended(serve(options, *checked.graph, types, loop, *events, diagnostics));
     } catch (const tool::Failure& failure) {
         ended(failure.code());
+        throw;
+    } catch (...) {
+        ended(ExitCode::threw);
         throw;
     }
 }

@@ -23,7 +23,7 @@ RunningGraph::RunningGraph(const Graph& graph, const BlockTypes& types,
       scheduler_(loop, [this](Fenwa::Block& block) { run(block); }) {}
 
 RunningGraph::~RunningGraph() {
-    stop();
+    stop([](const std::exception_ptr&) {});
 }
 
 /// Calls into a block: its log lines carry its name, and what it throws says where it came from.
@@ -31,8 +31,9 @@ template <class Call>
 void RunningGraph::call(const Instance& instance, const char* phase, Call&& body) {
     const CurrentBlock current(instance.name);
     const auto fail = [&](const std::string& what) {
-        throw BlockFailure(diagnostics_.locate(instance.entry->where) + ": error: " +
-                           describe(*instance.entry) + " threw in " + phase + ": " + what);
+        throw BlockFailure(diagnostics_.locate(instance.entry->where) +
+                           ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
+                           tool::one_line(what));
     };
     try {
         body();
@@ -82,8 +83,6 @@ void RunningGraph::create(const BlockEntry& entry) {
             throw std::runtime_error("its factory gave no block");
         report_refused_exports(*instance);
     });
-    for (Fenwa::OutPortInternal* port : HostAccess::outports(*instance->block))
-        instance->outputs.push_back({port, {}});
     by_block_.emplace(instance->block.get(), instance.get());
     instances_.push_back(std::move(instance));
 }
@@ -127,6 +126,11 @@ bool RunningGraph::connect() {
     check_connections(graph_, blocks, diagnostics_);
     if (diagnostics_.errors() != known)
         return false;
+    // Now and not before: a setup may add ports.
+    for (const auto& instance : instances_) {
+        for (Fenwa::OutPortInternal* port : HostAccess::outports(*instance->block))
+            instance->outputs.push_back({port, {}});
+    }
     for (const Connection& connection : graph_.connections) {
         Fenwa::Block& to = *blocks.at(connection.to.block);
         Instance& from = *by_block_.at(blocks.at(connection.from.block));
@@ -164,15 +168,16 @@ void RunningGraph::deliver(Instance& instance) {
     }
 }
 
-void RunningGraph::stop() noexcept {
+void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& report) noexcept {
     scheduler_.disable();
     for (; stop_below_ > 0; --stop_below_) {
-        const Instance& instance = *instances_[stop_below_ - 1];
+        Instance& instance = *instances_[stop_below_ - 1];
         try {
             call(instance, "stop", [&] { instance.block->stop(); });
-        } catch (const std::exception& error) {
-            std::cerr << "fenwa: " << error.what() << '\n';
+        } catch (...) {
+            report(std::current_exception());
         }
+        deliver(instance);
     }
     while (!instances_.empty()) {
         const CurrentBlock current(instances_.back()->name);

@@ -42,9 +42,10 @@ class RunningGraph {
     /// @throws BlockFailure
     bool start(const std::function<bool()>& interrupted);
 
-    /// Stops the blocks in reverse order and destroys them in reverse order. A block that
-    /// throws in its stop is reported on stderr and does not keep the others from stopping.
-    void stop() noexcept;
+    /// Stops the blocks in reverse order and destroys them in reverse order. A block that throws in
+    /// its stop is handed to `report`, as from `failure`, and does not keep the others from
+    /// stopping.
+    void stop(const std::function<void(const std::exception_ptr&)>& report) noexcept;
 
     /// What a block threw in `run`, as a BlockFailure or a ConfigurationError; null for none.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
@@ -62,7 +63,7 @@ class RunningGraph {
         const BlockEntry* entry;
         std::string name;
         std::unique_ptr<Fenwa::Block> block;
-        std::vector<Output> outputs;
+        std::vector<Output> outputs;  ///< empty until the blocks are connected
     };
 
     void create(const BlockEntry& entry);

@@ -52,7 +52,8 @@ TEST_F(CameraVerbsTest, RefusesUnknownValuesWithTheNearest) {
     EXPECT_EQ(refusal([&] { camera_.set("temperature.x", "1"); }), "no sensor is named 'x'");
     EXPECT_EQ(refusal([&] { camera_.set("temprature.main", "1"); }),
               "there is no value 'temprature.main'; did you mean 'temperature.main'?");
-    EXPECT_EQ(refusal([&] { camera_.set("temperature", "1"); }), "there is no value 'temperature'");
+    EXPECT_EQ(refusal([&] { camera_.set("temperature", "1"); }),
+              "there is no value 'temperature'; did you mean 'temperature.main'?");
     EXPECT_EQ(refusal([&] { (void)camera_.value("temperature.x"); }),
               "there is no value 'temperature.x'");
 }

@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
                               "'fail' of the step must be a table, not a string"},
                       Mistake{"fail = {drop = true}", 8,
                               "a fault needs the name of a method or signal in 'member'"},
-                      Mistake{"fail = {member = \"GetTemperature\", dorp = true}", 44,
+                      Mistake{"fail = {member = \"GetTemperature\", dorp = true}", 43,
                               "a fault has no 'dorp'", "did you mean 'drop'?"},
                       Mistake{"fail = {member = \"GetTemperature\", drop = 1}", 43,
                               "'drop' of a fault must be true or false"},

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
 #include <string>
+#include <thread>
 
 #include "camera/ramps.hpp"
 #include "tests/unit/camera/camera_fixture.hpp"
@@ -35,6 +37,29 @@ TEST_F(TimersTest, NeverRunAnActionEarly) {
     timers_.once(milliseconds(30), [&end] { end = std::chrono::steady_clock::now(); });
     run_loop(milliseconds(60));
     EXPECT_GE(end - begin, milliseconds(30));
+}
+
+// Late replies and signals overtake nothing that was to be as late.
+TEST_F(TimersTest, TheSameDelayKeepsTheOrder) {
+    std::vector<std::string> expected;
+    for (int i = 0; i < 50; ++i) {
+        expected.push_back(std::to_string(i));
+        timers_.once(milliseconds(5), [this, i] { done_.push_back(std::to_string(i)); });
+    }
+    std::this_thread::sleep_for(milliseconds(10));
+    timers_.once({}, [this] { done_.push_back("behind"); });
+    expected.push_back("behind");
+    run_loop(milliseconds(30));
+    EXPECT_EQ(done_, expected);
+}
+
+TEST_F(TimersTest, WhatIsDueEarlierGoesFirstHoweverLateTheLoopIs) {
+    timers_.once(milliseconds(3), [this] { done_.push_back("third"); });
+    timers_.once(milliseconds(2), [this] { done_.push_back("second"); });
+    timers_.once(milliseconds(1), [this] { done_.push_back("first"); });
+    std::this_thread::sleep_for(milliseconds(10));
+    run_loop(milliseconds(30));
+    EXPECT_THAT(done_, ElementsAre("first", "second", "third"));
 }
 
 TEST_F(TimersTest, WhatIsMoreImportantGoesFirst) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <optional>
 #include <type_traits>
 
 #include "framework/shared/debug_data_store.hpp"
@@ -76,10 +77,11 @@ TEST(RegisteredBlockTest, IsListedWhileItLives) {
 }
 
 TEST(RegisteredBlockTest, StaysListedWhenMoved) {
-    auto from = listed("moved");
+    std::optional<RegisteredBlock> from(listed("moved"));
     {
-        const RegisteredBlock to(std::move(from));
-        EXPECT_EQ(debug_data_blocks(), (Names{"moved"}));
+        const RegisteredBlock to(std::move(*from));
+        from.reset();
+        EXPECT_EQ(debug_data_blocks(), (Names{"moved"})) << "what was moved from let go of it";
     }
     EXPECT_EQ(debug_data_blocks(), Names{});
 }

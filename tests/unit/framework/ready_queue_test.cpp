@@ -162,4 +162,35 @@ TEST_F(ReadyQueueTest, LosesNoFireOfManyThreads) {
     EXPECT_EQ(host_queue.take(), Blocks{});
 }
 
+TEST_F(ReadyQueueTest, HoldsABlockOnceWhenTwoThreadsFireAtTheSameMoment) {
+    constexpr int rounds = 20'000;
+    EventBlock& block = blocks[0];
+    std::atomic<int> round{0};
+    std::atomic<int> fired{0};
+    const auto fire_in_every_round = [&](Fenwa::EventPort* port) {
+        for (int next = 1; next <= rounds; ++next) {
+            // Gives way only after a while: the two are to go off together.
+            for (int spins = 0; round.load() < next; ++spins) {
+                if (spins > 500)
+                    std::this_thread::yield();
+            }
+            port->fire();
+            fired.fetch_add(1);
+        }
+    };
+    std::thread first(fire_in_every_round, block.event);
+    std::thread second(fire_in_every_round, block.other_event);
+    int alone = 0;
+    for (int next = 1; next <= rounds; ++next) {
+        round.store(next);
+        while (fired.load() < 2 * next)
+            std::this_thread::yield();
+        alone += queue.take() == Blocks{&block} ? 1 : 0;
+        ReadyQueue::about_to_run(block);
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(alone, rounds);
+}
+
 }  // namespace

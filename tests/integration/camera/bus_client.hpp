@@ -1,0 +1,74 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/bus.hpp"
+
+namespace test {
+
+/// A client of the camera's temperature controller that writes down what it gets.
+class BusClient {
+  public:
+    explicit BusClient(const std::string& address);
+
+    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
+    [[nodiscard]] std::string unique_name() const;
+
+    /// Calls the controller and waits for the answer: `(3)`, or `NAME: MESSAGE` of an error.
+    template <class... Arguments>
+    std::string call(const char* member, const char* types, Arguments... arguments) {
+        return call(new_call(member, types, arguments...), std::chrono::seconds(20));
+    }
+    std::string call(const tool::MessagePtr& message, std::chrono::milliseconds limit);
+
+    /// Calls without waiting; the answer becomes a line of `heard()`: `MEMBER answers (3)`.
+    template <class... Arguments>
+    void send(const char* member, const char* types, Arguments... arguments) {
+        send(new_call(member, types, arguments...), member);
+    }
+
+    /// A call of the controller that is not sent yet.
+    template <class... Arguments>
+    [[nodiscard]] tool::MessagePtr new_call(const char* member, const char* types,
+                                            Arguments... arguments) const {
+        tool::MessagePtr message = new_call(member);
+        tool::check(sd_bus_message_append(message.get(), types, arguments...), "append");
+        return message;
+    }
+
+    /// From here on the controller's signals, and the owners of its name, become lines of
+    /// `heard()`: `TemperatureSignal(1)`, `owner :1.1 -> none`.
+    void listen();
+
+    /// Serves the connection until so many lines were heard.
+    /// @throws std::runtime_error with the lines when they do not come within 20 s.
+    const std::vector<std::string>& wait_for(std::size_t lines);
+    /// All that was heard so far.
+    [[nodiscard]] const std::vector<std::string>& heard() const { return heard_; }
+    void forget() { heard_.clear(); }
+
+  private:
+    struct Pending {
+        BusClient* client;
+        std::string member;
+        tool::SlotPtr slot;
+    };
+
+    [[nodiscard]] tool::MessagePtr new_call(const char* member) const;
+    void send(const tool::MessagePtr& message, const char* member);
+    static int on_answer(sd_bus_message* message, void* userdata, sd_bus_error* error);
+    static int on_signal(sd_bus_message* message, void* userdata, sd_bus_error* error);
+    static int on_owner(sd_bus_message* message, void* userdata, sd_bus_error* error);
+
+    tool::BusPtr bus_;
+    std::vector<std::string> heard_;
+    std::vector<tool::SlotPtr> matches_;
+    std::vector<std::unique_ptr<Pending>> pending_;
+};
+
+}  // namespace test

@@ -1,0 +1,138 @@
+#include "tests/integration/camera/camera_scene.hpp"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "camera/bus_names.hpp"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string without_time(const std::string& line) {
+    if (!line.starts_with('{'))
+        return line.substr(std::min<std::size_t>(line.size(), 10));
+    tool::Json event = tool::Json::parse(line);
+    event.erase("time");
+    return tool::json_line(event);
+}
+
+}  // namespace
+
+void CameraScene::open(Setting setting) {
+    camera::PrivateBusOptions options;
+    options.camera_program = FENWA_CAMERA_PROGRAM;
+    if (setting.activation)
+        options.activatable = {{camera::temperature_controller.name, "temperature"}};
+    bus_ = std::make_unique<camera::PrivateBus>(options);
+    std::vector<std::string> arguments{"run", "--bus", address(), "--format", setting.format};
+    arguments.insert(arguments.end(), setting.run.begin(), setting.run.end());
+    camera_ = start(arguments);
+    ASSERT_TRUE(camera_->wait_for_text("ready")) << camera_->err();
+}
+
+std::unique_ptr<Process> CameraScene::start(std::vector<std::string> arguments,
+                                            std::map<std::string, std::string> environment) const {
+    arguments.insert(arguments.begin(), FENWA_CAMERA_PROGRAM);
+    environment.try_emplace("DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus);
+    environment.try_emplace("TMPDIR", temporary());
+    return std::make_unique<Process>(arguments, environment);
+}
+
+Ended CameraScene::run(std::vector<std::string> arguments,
+                       std::map<std::string, std::string> environment) const {
+    return start(std::move(arguments), std::move(environment))->wait();
+}
+
+Ended CameraScene::order(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin() + 1, {"--bus", address()});
+    return run(arguments);
+}
+
+void CameraScene::obey(const std::vector<std::string>& arguments) const {
+    const Ended done = order(arguments);
+    EXPECT_EQ(done.code, 0) << done.err;
+    EXPECT_EQ(done.out, "");
+    EXPECT_EQ(done.err, "");
+}
+
+void CameraScene::close() {
+    ended_ = camera_->terminate();
+}
+
+tool::Json CameraScene::state() const {
+    const Ended shown = order({"show", "--format", "json"});
+    EXPECT_EQ(shown.code, 0) << shown.err;
+    return tool::Json::parse(shown.out);
+}
+
+std::string CameraScene::plain(std::string text) const {
+    const std::string folder = folder_.path().string() + '/';
+    for (std::size_t at = 0; (at = text.find(folder)) != std::string::npos;) {
+        // A socket in the folder is part of an address, which goes as a whole.
+        if (at >= 10 && text.compare(at - 10, 10, "unix:path=") == 0)
+            break;
+        text.erase(at, folder.size());
+    }
+    static const std::regex bus("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
+    return std::regex_replace(text, bus, "BUS");
+}
+
+Lines CameraScene::lines(const std::string& out) const {
+    Lines all;
+    std::istringstream stream(out);
+    for (std::string line; std::getline(stream, line);)
+        all.push_back(plain(without_time(line)));
+    return all;
+}
+
+Lines CameraScene::with(const std::string& text, const Lines& all) {
+    Lines some;
+    for (const std::string& line : all) {
+        if (line.find(text) != std::string::npos)
+            some.push_back(line);
+    }
+    return some;
+}
+
+std::string CameraScene::temporary() const {
+    const fs::path path = folder_.path() / "tmp";
+    fs::create_directories(path);
+    return path.string();
+}
+
+Lines CameraScene::left_behind() const {
+    // Whatever descends from our programs has their TMPDIR in its environment.
+    const std::string mark = "TMPDIR=" + temporary();
+    Lines found;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc", error)) {
+        std::ifstream file(entry.path() / "environ", std::ios::binary);
+        std::stringstream environment;
+        environment << file.rdbuf();
+        if (environment.str().find(mark + '\0') == std::string::npos)
+            continue;
+        std::ifstream name(entry.path() / "comm");
+        std::string command;
+        std::getline(name, command);
+        found.push_back(entry.path().filename().string() + ' ' + command);
+    }
+    return found;
+}
+
+bool CameraScene::files_left_behind() const {
+    return !fs::is_empty(temporary());
+}
+
+std::string address_in(const std::string& ready_line) {
+    static const std::regex bus("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
+    std::smatch match;
+    return std::regex_search(ready_line, match, bus) ? match[0].str() : std::string{};
+}
+
+}  // namespace test

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "camera/private_bus.hpp"
+#include "common/json_text.hpp"
+#include "tests/integration/camera/bus_client.hpp"
+#include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace test {
+
+using Lines = std::vector<std::string>;
+
+/// The address of a socket in a folder that is nowhere. Written so that it reads as the system
+/// bus of the machine, yet leads nobody there: the kernel does not look past the missing folder.
+inline constexpr const char* unreachable_system_bus =
+    "unix:path=/run/dbus/no-such-folder/../system_bus_socket";
+
+/// `fenwa-camera` as a process on a private bus. None of the programs started here can reach the
+/// bus of the machine, whatever goes wrong: what they take for it leads nowhere.
+class CameraScene : public ::testing::Test {
+  protected:
+    /// How the camera is to be.
+    struct Setting {
+        bool activation = false;         ///< a call brings the controller up
+        std::vector<std::string> run{};  ///< further options of `fenwa-camera run`
+        std::string format = "json";
+    };
+
+    /// Starts a bus and the camera on it, and waits until it is ready.
+    void open(Setting setting);
+    void open() { open(Setting{}); }
+
+    /// Runs `fenwa-camera` with these arguments to its end, TMPDIR in the scene's own folder.
+    [[nodiscard]] Ended run(std::vector<std::string> arguments,
+                            std::map<std::string, std::string> environment = {}) const;
+    /// Starts it.
+    [[nodiscard]] std::unique_ptr<Process> start(
+        std::vector<std::string> arguments,
+        std::map<std::string, std::string> environment = {}) const;
+
+    /// Gives the camera an order, such as {"set", "temperature.main", "40"}.
+    [[nodiscard]] Ended order(std::vector<std::string> arguments) const;
+    /// The same for an order that must be obeyed in silence.
+    void obey(const std::vector<std::string>& arguments) const;
+
+    /// Ends the camera with SIGTERM and gives what it left; its lines are in `told()`.
+    void close();
+    /// The camera's state as `show` has it.
+    [[nodiscard]] tool::Json state() const;
+
+    /// The camera's event lines so far, times taken out.
+    [[nodiscard]] Lines told() const { return lines(camera_->out()); }
+    /// Lines of a camera in JSON or text, with the times taken out, "BUS" for a bus address and
+    /// files of the scene's folder by their bare names.
+    [[nodiscard]] Lines lines(const std::string& out) const;
+    /// Only those that contain `text`.
+    [[nodiscard]] static Lines with(const std::string& text, const Lines& all);
+    /// `text` with "BUS" and bare file names as above.
+    [[nodiscard]] std::string plain(std::string text) const;
+
+    [[nodiscard]] const std::string& address() const { return bus_->address(); }
+    [[nodiscard]] camera::PrivateBus& bus() { return *bus_; }
+    [[nodiscard]] Process& camera() { return *camera_; }
+    [[nodiscard]] const Ended& ended() const { return ended_; }
+    [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+
+    /// Makes a folder for temporary files of the programs, below the scene's own.
+    [[nodiscard]] std::string temporary() const;
+    /// Processes of this machine that were started by this scene and still run.
+    [[nodiscard]] Lines left_behind() const;
+    /// Whether programs have left files in their temporary folder.
+    [[nodiscard]] bool files_left_behind() const;
+
+  private:
+    TemporaryFolder folder_;
+    std::unique_ptr<camera::PrivateBus> bus_;
+    std::unique_ptr<Process> camera_;
+    Ended ended_;
+};
+
+/// The bus address in a camera's "ready" line, in text or JSON.
+[[nodiscard]] std::string address_in(const std::string& ready_line);
+
+}  // namespace test

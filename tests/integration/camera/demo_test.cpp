@@ -1,0 +1,80 @@
+// The scenario of the examples with the graph of the examples, as the guide tells one to play it.
+#include <gmock/gmock.h>
+
+#include "tests/integration/camera/scenario_scene.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::Ge;
+using ::testing::Gt;
+using ::testing::IsEmpty;
+using ::testing::Le;
+using ::testing::SizeIs;
+
+class TemperatureDemo : public ScenarioScene {
+  protected:
+    /// The lines of the host, which writes JSON into the camera's text, by kind.
+    [[nodiscard]] Lines host_lines(const std::string& kind) const {
+        return with("{\"event\":\"" + kind + '"', host_);
+    }
+
+    void sort_lines(const std::string& out) {
+        for (const std::string& line : lines(out))
+            (line.starts_with('{') ? host_ : camera_).push_back(line);
+    }
+
+    Lines host_;
+    Lines camera_;
+};
+
+TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
+    const std::string examples = FENWA_EXAMPLES;
+    const Ended ended =
+        run({"run", "--private-bus", "--scenario", examples + "/scenarios/temperature.toml", "--",
+             FENWA_PROGRAM, "run", examples + "/graphs/temperature.toml", "--format", "json"});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(left_behind(), IsEmpty());
+    EXPECT_FALSE(files_left_behind());
+    sort_lines(ended.out);
+
+    std::vector<double> readings;
+    for (const std::string& line : host_lines("output")) {
+        const tool::Json event = tool::Json::parse(line);
+        readings.push_back(event["value"]);
+        EXPECT_EQ(line, R"({"event":"output","block":"reader","port":"temperature_out",)"
+                        R"("type":"double","value":)" +
+                            event["value"].dump() + '}');
+    }
+    // How many readings there are on the ramp is a matter of timing; where it begins and ends, and
+    // that each is at least the reader's delta away from the one before, is not.
+    ASSERT_GE(readings.size(), 8U) << ended.out;
+    const std::vector<double> before(readings.begin(), readings.begin() + 3);
+    const std::vector<double> ramp(readings.begin() + 2, readings.end() - 3);
+    const std::vector<double> after(readings.end() - 3, readings.end());
+    EXPECT_THAT(before, ElementsAre(36.5, 41.5, 47.0));
+    for (std::size_t i = 1; i < ramp.size(); ++i)
+        EXPECT_GE(ramp[i] - ramp[i - 1], 0.5) << "reading " << i << " of the ramp";
+    EXPECT_THAT(ramp.back(), AllOf(Gt(51.0 - 0.5), Le(51.0)));
+    EXPECT_THAT(after, ElementsAre(44.0, 38.5, 36.5));
+
+    EXPECT_EQ(host_.front(), R"({"event":"ready"})");
+    EXPECT_EQ(host_.back(), R"({"event":"exit","status":0})");
+    EXPECT_THAT(host_lines("debug"), SizeIs(readings.size()));
+    EXPECT_THAT(host_lines("log"), IsEmpty());
+    EXPECT_THAT(with("scenario: ", camera_),
+                ElementsAre("scenario: as expected: a call of GetTemperatureIdFromName(\"main\") "
+                            "within 10.0 s",
+                            "scenario: as expected: a call of RegisterForTemperatureChangeSignal "
+                            "within 5.0 s",
+                            "scenario: as expected: a call of RegisterForTemperatureChangeSignal "
+                            "within 5.0 s",
+                            "scenario: as expected: temperature.main to be 36.5 within 1.0 s"));
+    EXPECT_EQ(camera_.back(), "the end, with exit code 0");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,197 @@
+// The verbs of the command line that talk to a running camera.
+#include <gmock/gmock.h>
+
+#include "camera/bus_names.hpp"
+#include "camera/message_json.hpp"
+#include "tests/integration/camera/camera_scene.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+class CameraOrders : public CameraScene {
+  protected:
+    /// The order must be refused as a mistake of the user, with this sentence.
+    void expect_refused(const std::vector<std::string>& arguments, const std::string& sentence) {
+        const Ended ended = order(arguments);
+        EXPECT_EQ(ended.code, 2) << sentence;
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, "fenwa-camera: " + sentence + "\n");
+    }
+};
+
+TEST_F(CameraOrders, AreRefusedWithTheNearestName) {
+    open();
+    const std::string no_service = "there is no service 'temprature'; did you mean 'temperature'?";
+    expect_refused({"start", "temprature"}, no_service);
+    expect_refused({"stop", "temprature"}, no_service);
+    expect_refused({"restart", "temprature"}, no_service);
+    expect_refused({"stop", "x"}, "there is no service 'x'");
+    expect_refused({"set", "temperature.mian", "1"},
+                   "no sensor is named 'mian'; did you mean 'main'?");
+    expect_refused({"set", "temprature.main", "1"},
+                   "there is no value 'temprature.main'; did you mean 'temperature.main'?");
+    expect_refused({"set", "temperature.main", "warm"},
+                   "'warm' is not a temperature: a number, nan, inf or -inf is");
+    expect_refused({"fail", "GetTemperatur", "--drop"},
+                   "no service has a method or signal 'GetTemperatur'; did you mean "
+                   "'GetTemperature'?");
+    expect_refused({"fail", "temperature.Get", "--drop"},
+                   "the service 'temperature' has no method or signal 'Get'");
+    expect_refused({"fail", "GetTemperatur", "--clear"},
+                   "no service has a method or signal 'GetTemperatur'; did you mean "
+                   "'GetTemperature'?");
+    expect_refused({"press", "ok"},
+                   "there is no button 'ok': nobody has added buttons to this camera");
+    close();
+    EXPECT_EQ(told().size(), 4U) << "a refused order leaves no line";
+}
+
+TEST_F(CameraOrders, AFaultThatMakesNoSenseIsRefused) {
+    open();
+    expect_refused({"fail", "GetTemperature"},
+                   "a fault needs one of error, malformed, silent, drop and delay");
+    expect_refused({"fail", "GetTemperature", "--drop", "--silent"},
+                   "a fault is one of error, malformed, silent and drop, not two of them");
+    expect_refused({"fail", "GetTemperature", "--silent", "--delay", "5"},
+                   "what is never sent cannot be late: 'silent' and 'delay' do not go together");
+    expect_refused({"fail", "GetTemperature", "--error", "Busy"},
+                   "'Busy' is not a D-Bus error name, which looks like com.example.Error.Busy");
+    expect_refused({"fail", "TemperatureSignal", "--error", "com.example.Busy"},
+                   "'TemperatureSignal' is a signal, and a signal is not answered");
+    expect_refused({"fail", "GetTemperature", "--drop", "--times", "0"},
+                   "'times' of a fault must be 1 or more");
+    expect_refused({"fail", "GetTemperature", "--delay", "-5"},
+                   "'delay' of a fault must be 1 or more");
+    expect_refused({"fail", "GetTemperature", "--drop", "--probability", "1.5"},
+                   "'probability' of a fault must be above 0 and at most 1");
+    expect_refused({"fail", "GetTemperature", "--error", "com.\xFF"},
+                   "the arguments are not valid UTF-8");
+    expect_refused({"set", "temperature.\xFF", "1"}, "the arguments are not valid UTF-8");
+}
+
+TEST_F(CameraOrders, OfAnyKindNeedACamera) {
+    const camera::PrivateBus alone;
+    const std::string sentence = "fenwa-camera: no camera plays on the bus at '" + alone.address() +
+                                 "'; start one with 'fenwa-camera run', or name its bus with "
+                                 "--bus\n";
+    for (const std::vector<std::string>& order :
+         std::vector<std::vector<std::string>>{{"set", "temperature.main", "1"},
+                                               {"start", "temperature"},
+                                               {"stop", "temperature"},
+                                               {"restart", "temperature"},
+                                               {"fail", "GetTemperature", "--drop"},
+                                               {"fail", "GetTemperature", "--clear"},
+                                               {"press", "ok"},
+                                               {"show"}}) {
+        std::vector<std::string> arguments = order;
+        arguments.insert(arguments.end(), {"--bus", alone.address()});
+        const Ended ended = run(arguments);
+        EXPECT_EQ(ended.code, 69);
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, sentence);
+    }
+}
+
+TEST_F(CameraOrders, NeedABus) {
+    const Ended ended = run({"show", "--bus", "unix:path=/nonexistent/bus"});
+    EXPECT_EQ(ended.code, 69);
+    EXPECT_EQ(ended.err,
+              "fenwa-camera: cannot reach the bus at 'unix:path=/nonexistent/bus': No such file or "
+              "directory\n");
+    EXPECT_EQ(run({"show", "--bus", "nonsense"}).code, 69);
+}
+
+TEST_F(CameraOrders, GoToTheSystemBusThatTheEnvironmentNames) {
+    open();
+    const Ended done =
+        run({"set", "temperature.main", "50"}, {{"DBUS_SYSTEM_BUS_ADDRESS", address()}});
+    EXPECT_EQ(done.code, 0) << done.err;
+    EXPECT_EQ(state()["values"]["temperature.main"], 50.0);
+}
+
+TEST_F(CameraOrders, ShowTheWholeState) {
+    open();
+    BusClient client(address());
+    EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.5), "(1)");
+    EXPECT_EQ(client.call("RegisterForTemperatureSignal", "idb", 4, 60.0, 0), "(2, true)");
+    obey({"set", "temperature.housing", "nan"});
+    obey({"fail", "GetTemperature", "--delay", "250", "--times", "3"});
+    const Ended text = order({"show"});
+    EXPECT_EQ(text.code, 0);
+    EXPECT_EQ(text.err, "");
+    EXPECT_EQ(plain(text.out), R"(bus BUS
+service temperature: up as :1.1
+  name com.tarlo.TemperatureController
+  registration 1 of :1.2: change of main by 0.5
+  registration 2 of :1.2: lens at or below 60.0
+temperature.main     36.5
+temperature.lens     28.0
+temperature.housing  nan
+fault GetTemperature: sent after 250 ms, 3 times
+)");
+    const Ended json = order({"show", "--format", "json"});
+    EXPECT_EQ(json.code, 0);
+    EXPECT_EQ(json.err, "");
+    EXPECT_EQ(
+        plain(json.out),
+        R"({"bus":"BUS","services":[{"name":"temperature","state":"up","unique_name":":1.1",)"
+        R"("bus_names":["com.tarlo.TemperatureController"],"activatable":true,"registrations":[)"
+        R"({"id":1,"client":":1.2","what":"change of main by 0.5","delta":0.5,"reported":36.5},)"
+        R"({"id":2,"client":":1.2","what":"lens at or below 60.0","limit":60.0,"rising":false,)"
+        R"("beyond":true}]}],"values":{"temperature.main":36.5,"temperature.lens":28.0,)"
+        R"("temperature.housing":"nan"},"faults":[{"member":"GetTemperature","what":)"
+        R"("sent after 250 ms, 3 times","times":3}]})"
+        "\n");
+}
+
+TEST_F(CameraOrders, SetAndClearFaults) {
+    open();
+    BusClient client(address());
+    obey({"fail", "GetTemperature", "--error", "com.example.Error.A", "--probability", "0.5",
+          "--seed", "3"});
+    obey({"fail", "temperature.GetTemperature", "--malformed"});
+    obey({"fail", "temperature.GetTemperature", "--error", "com.example.Error.B"});
+    EXPECT_EQ(tool::json_line(state()["faults"]),
+              R"([{"member":"GetTemperature","what":"answered with com.example.Error.A, with )"
+              R"(probability 0.5"},{"member":"temperature.GetTemperature","what":)"
+              R"("answered with com.example.Error.B"}])");
+    obey({"fail", "temperature.GetTemperature", "--clear"});
+    EXPECT_EQ(state()["faults"].size(), 1U);
+    obey({"fail", "GetTemperature", "--clear"});
+    obey({"fail", "GetTemperature", "--clear"});
+    EXPECT_EQ(client.call("GetTemperature", "is", 3, "main"), "(36.5)");
+    close();
+    EXPECT_EQ(with("\"cleared\"", told()).size(), 2U);
+}
+
+TEST_F(CameraOrders, ReachTheCameraAsMethodsToo) {
+    open();
+    const BusClient client(address());
+    const auto call = [&client](const char* member, const char* types, auto... arguments) {
+        tool::BusError error;
+        sd_bus_message* reply = nullptr;
+        const int r = sd_bus_call_method(
+            client.bus(), camera::camera_control.name, camera::camera_control.path,
+            camera::camera_control.interface, member, &error, &reply, types, arguments...);
+        const tool::MessagePtr owned(reply);
+        return r < 0 ? error.text(r) : tool::json_line(camera::body_json(*reply));
+    };
+    const std::string refused = "com.tarlo.Fenwa.Camera1.Error.Refused: ";
+    EXPECT_EQ(call("Set", "ss", "temperature.main", "50"), "[]");
+    EXPECT_EQ(call("Set", "ss", "temperature.mian", "50"),
+              refused + "no sensor is named 'mian'; did you mean 'main'?");
+    EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "times", "d", 1.5),
+              refused + "'times' of a fault must be an integer");
+    EXPECT_EQ(call("Fail", "a{sv}", 0),
+              refused + "a fault needs the name of a method or signal in 'member'");
+    EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "delay", "u", 5U), "[]");
+    EXPECT_THAT(call("Set", "s", "temperature.main"),
+                StartsWith("org.freedesktop.DBus.Error.InvalidArgs: "));
+    EXPECT_THAT(call("Show", ""), ::testing::HasSubstr("sent after 5 ms"));
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,222 @@
+#include "camera/private_bus.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "common/bus.hpp"
+#include "common/exit_code.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace camera {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// Sets an environment variable for as long as it lives.
+class Variable {
+  public:
+    Variable(const char* name, const std::string& value) : name_(name) {
+        if (const char* old = std::getenv(name))
+            old_ = old;
+        setenv(name, value.c_str(), 1);
+    }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+    ~Variable() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
+
+  private:
+    const char* name_;
+    std::optional<std::string> old_;
+};
+
+class PrivateBusTest : public ::testing::Test {
+  protected:
+    static tool::BusPtr connect(const PrivateBus& bus) {
+        return tool::open_bus(bus.address(), std::chrono::seconds(20));
+    }
+
+    static PrivateBusOptions listening_at(const fs::path& socket) {
+        PrivateBusOptions options;
+        options.socket_path = socket.string();
+        return options;
+    }
+    static PrivateBusOptions with_xml(const std::string& xml) {
+        PrivateBusOptions options;
+        options.extra_xml = xml;
+        return options;
+    }
+
+    /// The sentence with which no bus starts; it must be one for exit code 69.
+    static std::string failure(const PrivateBusOptions& options = {}) {
+        try {
+            const PrivateBus bus(options);
+        } catch (const tool::Failure& failure) {
+            EXPECT_EQ(failure.code(), tool::ExitCode::unavailable);
+            return failure.what();
+        }
+        return "it started";
+    }
+
+    [[nodiscard]] bool clean() const { return fs::is_empty(folder_.path()); }
+
+    test::TemporaryFolder folder_;
+    Variable tmpdir_{"TMPDIR", folder_.path().string()};
+};
+
+TEST_F(PrivateBusTest, CanBeReachedAtItsAddress) {
+    const PrivateBus bus;
+    EXPECT_THAT(bus.address(), StartsWith("unix:path="));
+    EXPECT_GT(bus.pid(), 0);
+    const tool::BusPtr first = connect(bus);
+    const tool::BusPtr second = connect(bus);
+    tool::own_name(*first, "com.example.First");
+    EXPECT_THROW(tool::own_name(*second, "com.example.First"), tool::Failure);
+}
+
+TEST_F(PrivateBusTest, GoesWithAllThatItHasMade) {
+    pid_t pid = 0;
+    {
+        const PrivateBus bus;
+        pid = bus.pid();
+        EXPECT_FALSE(clean());
+        EXPECT_EQ(kill(pid, 0), 0);
+    }
+    EXPECT_TRUE(clean());
+    EXPECT_EQ(kill(pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
+}
+
+TEST_F(PrivateBusTest, StopsOnceAndForAll) {
+    PrivateBus bus;
+    const std::string address = bus.address();
+    const tool::BusPtr client = connect(bus);
+    bus.stop();
+    EXPECT_EQ(bus.pid(), 0);
+    EXPECT_EQ(bus.address(), address);
+    EXPECT_THROW((void)connect(bus), tool::Failure);
+    const int called = sd_bus_call_method(client.get(), "org.freedesktop.DBus", "/", nullptr,
+                                          "GetId", nullptr, nullptr, nullptr);
+    EXPECT_LT(called, 0) << "its connections are lost";
+    bus.stop();
+    EXPECT_EQ(bus.pid(), 0);
+}
+
+TEST_F(PrivateBusTest, TwoOfThemDoNotMeet) {
+    const PrivateBus one;
+    const PrivateBus two;
+    EXPECT_NE(one.address(), two.address());
+    tool::own_name(*connect(one), "com.example.First");
+    const tool::BusPtr other = connect(two);
+    EXPECT_NO_THROW(tool::own_name(*other, "com.example.First"));
+}
+
+TEST_F(PrivateBusTest, ListensWhereItIsTold) {
+    const fs::path socket = folder_.path() / "a,b;c %=";
+    {
+        const PrivateBus bus(listening_at(socket));
+        EXPECT_TRUE(fs::is_socket(socket));
+        (void)connect(bus);
+        EXPECT_EQ(
+            failure(listening_at(socket)),
+            "cannot start a private bus: somebody listens at '" + socket.string() + "' already");
+        EXPECT_TRUE(fs::is_socket(socket)) << "the other's socket stays";
+    }
+    EXPECT_TRUE(clean());
+}
+
+TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMore) {
+    const fs::path socket = folder_.path() / "bus";
+    pid_t gone = 0;
+    {
+        PrivateBus bus(listening_at(socket));
+        gone = bus.pid();
+        kill(gone, SIGKILL);
+        // Its socket stays behind, as after a crash.
+        const fs::path kept = folder_.path() / "kept";
+        fs::rename(socket, kept);
+        bus.stop();
+        fs::rename(kept, socket);
+    }
+    const PrivateBus bus(listening_at(socket));
+    (void)connect(bus);
+}
+
+TEST_F(PrivateBusTest, DoesNotTouchAFileThatIsNoSocket) {
+    const std::string file = folder_.write("bus", "precious");
+    EXPECT_EQ(failure(listening_at(file)),
+              "cannot start a private bus: '" + file + "' is there and is not a socket");
+    EXPECT_EQ(fs::file_size(file), 8U);
+}
+
+TEST_F(PrivateBusTest, RefusesASocketPathThatTheKernelCannotTake) {
+    const std::string path = (folder_.path() / std::string(120, 'x')).string();
+    EXPECT_EQ(failure(listening_at(path)), "cannot start a private bus: the socket path '" + path +
+                                               "' is longer than 107 bytes");
+    EXPECT_TRUE(clean());
+}
+
+TEST_F(PrivateBusTest, SaysThatDbusDaemonIsMissing) {
+    const Variable path("PATH", folder_.path().string());
+    EXPECT_EQ(failure(), "cannot start a private bus: dbus-daemon is not installed");
+    EXPECT_TRUE(clean());
+}
+
+TEST_F(PrivateBusTest, SaysWhereItCannotWrite) {
+    const Variable tmpdir("TMPDIR", "/nonexistent");
+    EXPECT_EQ(failure(),
+              "cannot start a private bus: no folder like '/nonexistent/fenwa-bus-XXXXXX' can be "
+              "made: No such file or directory");
+}
+
+TEST_F(PrivateBusTest, TakesLimitsAndPoliciesAsXml) {
+    const PrivateBus bus(
+        with_xml("  <policy context=\"default\"><deny own=\"com.example.Denied\"/></policy>"));
+    const tool::BusPtr client = connect(bus);
+    EXPECT_NO_THROW(tool::own_name(*client, "com.example.Allowed"));
+    try {
+        tool::own_name(*client, "com.example.Denied");
+        FAIL() << "the policy is not in force";
+    } catch (const tool::Failure& failure) {
+        EXPECT_THAT(failure.what(), HasSubstr("Permission denied"));
+    }
+}
+
+TEST_F(PrivateBusTest, HandsOnWhatTheDaemonComplainsOf) {
+    EXPECT_THAT(failure(with_xml("<nonsense/>")),
+                StartsWith("cannot start a private bus: dbus-daemon has ended: "));
+    EXPECT_TRUE(clean());
+}
+
+TEST_F(PrivateBusTest, ActivatesThroughAProgramWhosePathIsHardToQuote) {
+    const fs::path odd = folder_.path() / "it's \"a\" $dir \\";
+    fs::create_directory(odd);
+    const fs::path said = folder_.path() / "said";
+    const fs::path program = odd / "camera";
+    // Answers to nothing; that it ran, with which words, is what counts.
+    std::ofstream(program) << "#!/bin/sh\nprintf '%s|' \"$@\" > '" << said.string()
+                           << "'\nexit 1\n";
+    fs::permissions(program, fs::perms::owner_all);
+    PrivateBusOptions options;
+    options.camera_program = program.string();
+    options.activatable = {{"com.example.Name", "temperature"}};
+    const PrivateBus bus(options);
+    const tool::BusPtr client = connect(bus);
+    tool::BusError error;
+    EXPECT_LT(sd_bus_call_method(client.get(), "com.example.Name", "/", "com.example.X", "Y",
+                                 &error, nullptr, nullptr),
+              0);
+    EXPECT_EQ(std::string(error.error.name), "org.freedesktop.DBus.Error.Spawn.ChildExited");
+    std::string words;
+    std::getline(std::ifstream(said), words);
+    EXPECT_EQ(words, "activate|temperature|");
+}
+
+}  // namespace
+}  // namespace camera

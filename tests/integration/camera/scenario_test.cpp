@@ -1,0 +1,198 @@
+#include <gmock/gmock.h>
+
+#include "tests/integration/camera/scenario_scene.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+
+using Scenario = ScenarioScene;
+
+/// The times of the events of a kind.
+std::vector<double> times_of(const std::string& kind, const std::string& out) {
+    std::vector<double> times;
+    std::istringstream stream(out);
+    for (std::string line; std::getline(stream, line);) {
+        const tool::Json event = tool::Json::parse(line);
+        if (event["event"] == kind)
+            times.push_back(event["time"]);
+    }
+    return times;
+}
+
+TEST_F(Scenario, PlaysEveryVerbInOrderAndEndsByItself) {
+    const Ended ended = play(R"([[steps]]
+say = "Hello."
+set = {"temperature.main" = 71.5, "temperature.lens" = "nan"}
+[[steps]]
+stop = "temperature"
+start = "temperature"
+restart = "temperature"
+[[steps]]
+fail = {member = "GetTemperature", silent = true, times = 3}
+clear = "GetTemperature"
+expect = {state = "temperature.main", is = 71.5}
+)");
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+    const std::string service = R"({"event":"service","service":"temperature","state":)";
+    const std::string names = R"(,"bus_names":["com.tarlo.TemperatureController"]})";
+    EXPECT_THAT(
+        lines(ended.out),
+        ElementsAre(
+            service + R"("up","name":":1.1")" + names,
+            R"({"event":"ready","bus":"BUS","services":["temperature"]})",
+            R"({"event":"step","step":1,"where":"s.toml:1:1"})",
+            R"({"event":"say","step":1,"text":"Hello."})",
+            R"({"event":"set","name":"temperature.main","value":71.5})",
+            R"({"event":"set","name":"temperature.lens","value":"nan"})",
+            R"({"event":"step","step":2,"where":"s.toml:4:1"})",
+            service + R"("down","why":"stopped"})", service + R"("up","name":":1.2")" + names,
+            service + R"("down","why":"restarting"})", service + R"("up","name":":1.3")" + names,
+            R"({"event":"step","step":3,"where":"s.toml:8:1"})",
+            R"({"event":"fault","state":"set","member":"GetTemperature","what":"not sent, 3 times"})",
+            R"({"event":"fault","state":"cleared","member":"GetTemperature","what":)"
+            R"("all is well again"})",
+            R"({"event":"expectation","step":3,"where":"s.toml:8:1","expected":)"
+            R"("temperature.main to be 71.5 within 5.0 s","met":true})",
+            service + R"("down"})", R"({"event":"exit","status":0})"));
+}
+
+TEST_F(Scenario, TellsItselfInTextToo) {
+    const Ended ended = play(R"([[steps]]
+say = "Hello."
+set = {"temperature.main" = 71.5}
+expect = {state = "temperature.main", is = 71.5, within = 1.0}
+)",
+                             {}, "text");
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(lines(ended.out),
+                ElementsAre("temperature: up as com.tarlo.TemperatureController (:1.1)",
+                            "ready on BUS, services: temperature", "Hello.",
+                            "temperature: sensor main is 71.5",
+                            "scenario: as expected: temperature.main to be 71.5 within 1.0 s",
+                            "temperature: down", "the end, with exit code 0"));
+}
+
+TEST_F(Scenario, WithoutAStepEndsAtOnce) {
+    const Ended ended = play("steps = []\n");
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_THAT(between(ended), IsEmpty());
+}
+
+TEST_F(Scenario, StepsComeAtTheirTimes) {
+    const Ended ended = play(R"([[steps]]
+[[steps]]
+after = 0.2
+[[steps]]
+at = 0.5
+[[steps]]
+[[steps]]
+at = 0.5
+[[steps]]
+after = 0.1
+)");
+    EXPECT_EQ(ended.code, 0);
+    const std::vector<double> times = times_of("step", ended.out);
+    ASSERT_EQ(times.size(), 6U);
+    // A step may be late on a busy machine, but never early. The clock starts a little before
+    // the first step does.
+    const double begin = times[0] - 0.01;
+    EXPECT_GE(times[1] - times[0], 0.2);
+    EXPECT_LT(times[1] - times[0], 0.4);
+    EXPECT_GE(times[2], begin + 0.5);
+    EXPECT_LT(times[2], begin + 0.8);
+    EXPECT_LT(times[4], begin + 0.9);
+    EXPECT_GE(times[5] - times[4], 0.1);
+    EXPECT_LT(times[5], begin + 1.2);
+}
+
+TEST_F(Scenario, ARampMovesAValueWhileTheScenarioGoesOn) {
+    const Ended ended = play(R"([[steps]]
+ramp = {"temperature.main" = 38.5, over = 0.4}
+say = "At once."
+[[steps]]
+after = 0.05
+say = "Still before the first tenth of a second."
+)");
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_THAT(with("\"set\"", lines(ended.out)),
+                ElementsAre(R"({"event":"set","name":"temperature.main","value":37.0})",
+                            R"({"event":"set","name":"temperature.main","value":37.5})",
+                            R"({"event":"set","name":"temperature.main","value":38.0})",
+                            R"({"event":"set","name":"temperature.main","value":38.5})"));
+    const std::vector<double> says = times_of("say", ended.out);
+    const std::vector<double> sets = times_of("set", ended.out);
+    EXPECT_LT(says[1], sets[1]);
+    EXPECT_GE(sets[3] - says[0], 0.4);
+    EXPECT_LT(sets[3] - says[0], 0.8);
+}
+
+TEST_F(Scenario, ASetEndsTheRampOfItsValue) {
+    const Ended ended = play(R"([[steps]]
+ramp = {"temperature.main" = 60, over = 30.0}
+[[steps]]
+after = 0.25
+set = {"temperature.main" = 20}
+)");
+    EXPECT_EQ(ended.code, 0);
+    const Lines sets = with("\"set\"", lines(ended.out));
+    ASSERT_GE(sets.size(), 2U);
+    EXPECT_EQ(sets.back(), R"({"event":"set","name":"temperature.main","value":20.0})");
+}
+
+TEST_F(Scenario, AnExpectedStateMayComeWithARamp) {
+    const Ended ended = play(R"([[steps]]
+ramp = {"temperature.main" = 37.5, over = 0.2}
+expect = {state = "temperature.main", is = 37, within = 5.0}
+say = "Half way."
+)");
+    EXPECT_EQ(ended.code, 0);
+    const Lines all = between(ended);
+    ASSERT_EQ(all.size(), 5U) << ended.out;
+    EXPECT_EQ(with("\"say\"", all).size(), 1U);
+    EXPECT_THAT(all.back(), R"({"event":"set","name":"temperature.main","value":37.5})");
+}
+
+TEST_F(Scenario, FailsWhereAStateDoesNotCome) {
+    const Ended ended = play(R"([[steps]]
+say = "Hello."
+[[steps]]
+set = {"temperature.main" = 20}
+expect = {state = "temperature.main", is = 21, within = 0.1}
+say = "never"
+)");
+    EXPECT_EQ(ended.code, 1);
+    EXPECT_EQ(plain(ended.err),
+              "fenwa-camera: s.toml:3:1: expected temperature.main to be 21.0 within 0.1 s; no "
+              "calls came\n");
+    EXPECT_THAT(
+        with("\"expectation\"", lines(ended.out)),
+        ElementsAre(R"({"event":"expectation","step":2,"where":"s.toml:3:1","expected":)"
+                    R"("temperature.main to be 21.0 within 0.1 s","met":false,"calls":[]})"));
+    EXPECT_THAT(with("never", lines(ended.out)), IsEmpty());
+    EXPECT_EQ(lines(ended.out).back(), R"({"event":"exit","status":1})");
+}
+
+TEST_F(Scenario, AnOrderThatIsRefusedFailsItToo) {
+    const Ended ended = play("[[steps]]\npress = \"ok\"\n");
+    EXPECT_EQ(ended.code, 1);
+    EXPECT_EQ(plain(ended.err),
+              "fenwa-camera: s.toml:1:1: there is no button 'ok': nobody has added buttons to this "
+              "camera\n");
+}
+
+TEST_F(Scenario, ASignalEndsItWell) {
+    const auto camera = start(command("[[steps]]\nat = 0\n[[steps]]\nat = 60\n"));
+    ASSERT_TRUE(camera->wait_for_text("\"step\":1"));
+    const Ended ended = camera->terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,101 @@
+#include "tests/integration/host/host_test.hpp"
+
+namespace test {
+namespace {
+
+Ended fenwa(Words arguments) {
+    arguments.insert(arguments.begin(), FENWA_PROGRAM);
+    return run_program(arguments);
+}
+
+class CommandLine : public HostTest {};
+
+TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
+    const std::map<std::string, Words> usages{
+        {"Usage: fenwa [OPTIONS] SUBCOMMAND\n", {}},
+        {"Usage: fenwa run [OPTIONS] GRAPH\n", {"run"}},
+        {"Usage: fenwa check [OPTIONS] GRAPH\n", {"check"}},
+    };
+    for (const auto& [usage, level] : usages) {
+        for (const char* option : {"-h", "--help"}) {
+            Words words = level;
+            words.push_back(option);
+            const Ended ended = fenwa(words);
+            EXPECT_EQ(ended.code, 0) << usage;
+            EXPECT_NE(ended.out.find(usage), std::string::npos) << ended.out;
+            EXPECT_EQ(ended.err, "");
+        }
+    }
+}
+
+TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
+    const std::string help = fenwa({"run", "--help"}).out;
+    for (const char* option :
+         {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for", "--call-timeout", "--color"})
+        EXPECT_NE(help.find(option), std::string::npos) << option;
+}
+
+TEST_F(CommandLine, VersionGoesToStdoutOnEveryLevel) {
+    for (const Words& words :
+         {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"}}) {
+        const Ended ended = fenwa(words);
+        EXPECT_EQ(ended.code, 0);
+        EXPECT_EQ(ended.out, "fenwa " FENWA_VERSION "\n");
+        EXPECT_EQ(ended.err, "");
+    }
+}
+
+struct Mistake {
+    Words words;
+    std::string sentence;
+};
+
+void PrintTo(const Mistake& mistake, std::ostream* out) {
+    *out << mistake.sentence;
+}
+
+class WrongCommandLine : public testing::TestWithParam<Mistake> {};
+
+TEST_P(WrongCommandLine, IsOneLineOnStderrAndExitCode2) {
+    const Ended ended = fenwa(GetParam().words);
+    EXPECT_EQ(ended.code, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "fenwa: " + GetParam().sentence + "\n");
+}
+
+const std::string seconds = " is no number of seconds from 0.000001 to 1000000000";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, WrongCommandLine,
+    testing::Values(
+        Mistake{{}, "A subcommand is required"},
+        Mistake{{"chek"}, "unknown command 'chek'; did you mean 'check'?"},
+        Mistake{{"urn", "graph.toml"}, "unknown command 'urn'; did you mean 'run'?"},
+        Mistake{{"xyzzy"}, "unknown command 'xyzzy' (see fenwa --help)"},
+        Mistake{{""}, "unknown command '' (see fenwa --help)"},
+        Mistake{{"run"}, "GRAPH is required"}, Mistake{{"check"}, "GRAPH is required"},
+        Mistake{{"run", "one", "two"}, "The following argument was not expected: two"},
+        Mistake{{"check", "one", "--strict"}, "The following argument was not expected: --strict"},
+        Mistake{{"check", "one", "--for=3"}, "The following argument was not expected: --for=3"},
+        Mistake{{"run", "one", "--deny-warnings"},
+                "The following argument was not expected: --deny-warnings"},
+        Mistake{{"run", "one", "--format", "xml"}, "--format: xml not in {text,json}"},
+        Mistake{{"run", "one", "--color", "mauve"}, "--color: mauve not in {auto,always,never}"},
+        Mistake{{"run", "one", "--plugin-dir"}, "--plugin-dir: 1 required DIR missing"},
+        Mistake{{"run", "one", "--for", "soon"}, "--for: 'soon'" + seconds},
+        Mistake{{"run", "one", "--for", "0"}, "--for: '0'" + seconds},
+        Mistake{{"run", "one", "--for=-1"}, "--for: '-1'" + seconds},
+        Mistake{{"run", "one", "--for", "nan"}, "--for: 'nan'" + seconds},
+        Mistake{{"run", "one", "--for", "inf"}, "--for: 'inf'" + seconds},
+        Mistake{{"run", "one", "--for", "1s"}, "--for: '1s'" + seconds},
+        Mistake{{"run", "one", "--call-timeout", "1e10"}, "--call-timeout: '1e10'" + seconds},
+        Mistake{{"run", "one", "--call-timeout", "nan"}, "--call-timeout: 'nan'" + seconds}));
+
+TEST_F(CommandLine, LongestCallTimeoutIsUsable) {
+    const Ended ended = run("[blocks.t]\ntype = \"Timer\"\ninterval = 1000\n",
+                            {"--call-timeout", "1000000000", "--for", "0.01"});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+}
+
+}  // namespace
+}  // namespace test

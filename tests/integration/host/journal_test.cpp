@@ -1,0 +1,143 @@
+#include <sys/types.h>
+#include <unistd.h>
+
+#include "tests/integration/host/bus_listener.hpp"
+#include "tests/integration/host/datagram_socket.hpp"
+#include "tests/integration/host/host_test.hpp"
+
+namespace test {
+namespace {
+
+/// Runs the host where the journal's socket is one of the test's own: in a mount namespace in which
+/// the folder of that socket is the test's. JOURNAL_STREAM is what a service manager sets.
+class JournalTest : public HostTest {
+  protected:
+    Words in_namespace(const std::string& graph, const std::string& format) const {
+        const std::string script =
+            "set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/systemd/journal; "
+            "mount --bind \"$0\" /run/systemd/journal; "
+            "JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2); export JOURNAL_STREAM; "
+            "exec \"$@\"";
+        Words words{"unshare", "--mount"};
+        if (geteuid() != 0)
+            words = {"unshare", "--user", "--map-root-user", "--mount"};
+        words.insert(words.end(), {"sh", "-c", script, folder().path().string()});
+        const Words run = run_command(probes(graph), {"--bus", bus(), "--format", format});
+        words.insert(words.end(), run.begin(), run.end());
+        return words;
+    }
+
+    /// The fields of one entry as "NAME=VALUE" in alphabetical order, with the folder taken away.
+    std::map<std::string, std::string> entry(const DatagramSocket& socket) const {
+        std::map<std::string, std::string> fields;
+        const std::string text = socket.receive();
+        for (std::size_t at = 0; at < text.size();) {
+            const std::size_t end = text.find('\n', at);
+            const std::size_t equals = text.find('=', at);
+            if (equals < end) {
+                fields[text.substr(at, equals - at)] = text.substr(equals + 1, end - equals - 1);
+                at = end + 1;
+                continue;
+            }
+            // A value with line ends has its size, in eight bytes, before it.
+            std::uint64_t size = 0;
+            std::memcpy(&size, text.data() + end + 1, sizeof size);
+            fields[text.substr(at, end - at)] = text.substr(end + 1 + sizeof size, size);
+            at = end + 1 + sizeof size + size + 1;
+        }
+        return fields;
+    }
+
+    std::string journal_socket() const { return (folder().path() / "socket").string(); }
+
+    std::map<std::string, std::string> fields(const std::string& message,
+                                              const std::string& priority,
+                                              const std::string& block) const {
+        return {{"MESSAGE", message},
+                {"PRIORITY", priority},
+                {"SYSLOG_IDENTIFIER", "fenwa"},
+                {"FENWA_GRAPH", (folder().path() / "graph.toml").string()},
+                {"FENWA_BLOCK", block}};
+    }
+};
+
+TEST_F(JournalTest, GetsEachLogLineWithItsFieldsInsteadOfStderr) {
+    const DatagramSocket journal(journal_socket());
+    Process host(
+        in_namespace("[blocks.probe]\ntype = \"Probe\"\n[blocks.talker]\n"
+                     "type = \"Talker\"\n",
+                     "text"));
+    EXPECT_EQ(entry(journal), fields("probe: constructor", "6", "probe"));
+    EXPECT_EQ(entry(journal), fields("probe: setup", "6", "probe"));
+    EXPECT_EQ(entry(journal), fields("probe: start", "6", "probe"));
+    EXPECT_EQ(entry(journal), fields("an error", "3", "talker"));
+    EXPECT_EQ(entry(journal), fields("a warning", "4", "talker"));
+    EXPECT_EQ(entry(journal), fields("an information", "6", "talker"));
+    EXPECT_EQ(entry(journal), fields("ends its line\n", "6", "talker"));
+    EXPECT_EQ(entry(journal), fields("two\nlines", "6", "talker"));
+    ASSERT_TRUE(host.wait_for_error_text("fenwa: ready"));
+    for (int i = 0; i < 4; ++i)
+        entry(journal);  // three more lines of the talker, and the probe's run
+    const Ended ended = host.terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "fenwa: ready\nfenwa: stopped\n");
+    EXPECT_EQ(entry(journal), fields("probe: stop", "6", "probe"));
+    EXPECT_EQ(entry(journal), fields("probe: destructor", "6", "probe"));
+}
+
+TEST_F(JournalTest, LineOfAnUnknownBlockHasNoField) {
+    const DatagramSocket journal(journal_socket());
+    Process host(in_namespace("[blocks.c]\ntype = \"Choir\"\ntimes = 1\n", "text"));
+    auto expected = fields("", "6", "");
+    expected.erase("FENWA_BLOCK");
+    for (int voice = 0; voice < 4; ++voice) {
+        auto sung = entry(journal);
+        EXPECT_TRUE(sung["MESSAGE"].starts_with("voice ")) << sung["MESSAGE"];
+        sung["MESSAGE"].clear();
+        EXPECT_EQ(sung, expected);
+    }
+    EXPECT_EQ(host.terminate().code, 0);
+}
+
+TEST_F(JournalTest, LineOutsideOfABlocksOperationsHasNoField) {
+    const DatagramSocket journal(journal_socket());
+    Process host(
+        in_namespace("[bus]\nnames = [\"com.example.Journal\"]\n[blocks.echo]\n"
+                     "type = \"Exporter\"\npath = \"/com/example/Echo\"\n"
+                     "[blocks.probe]\ntype = \"Probe\"\n",
+                     "text"));
+    for (const char* phase : {"constructor", "setup", "start", "run"})
+        EXPECT_EQ(entry(journal), fields(std::string("probe: ") + phase, "6", "probe"));
+    BusListener client(bus());
+    EXPECT_EQ(client.echo("com.example.Journal", "/com/example/Echo", "you"), "echo heard you");
+    auto expected = fields("echo: was called", "6", "");
+    expected.erase("FENWA_BLOCK");
+    EXPECT_EQ(entry(journal), expected);
+    EXPECT_EQ(host.terminate().code, 0);
+}
+
+TEST_F(JournalTest, GetsTheLinesNextToEventLinesToo) {
+    const DatagramSocket journal(journal_socket());
+    Process host(in_namespace("[blocks.probe]\ntype = \"Probe\"\n", "json"));
+    ASSERT_TRUE(host.wait_for_text("probe: run"));
+    const Ended ended = host.terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(entry(journal), fields("probe: constructor", "6", "probe"));
+    EXPECT_EQ(lines_with(messages(ended.out), "constructor"), "probe: constructor\n");
+}
+
+TEST_F(JournalTest, IsLeftAloneWhenStderrLeadsElsewhere) {
+    for (const char* stream : {"1:1", "", "nonsense"}) {
+        const Ended ended =
+            run(probes("[blocks.p]\ntype = \"Probe\"\n"), {"--format", "text", "--for", "0.05"},
+                {{"JOURNAL_STREAM", stream}});
+        EXPECT_EQ(lines_with(ended.err, "info: "),
+                  "info: p: constructor\ninfo: p: setup\ninfo: p: start\ninfo: p: run\n"
+                  "info: p: stop\ninfo: p: destructor\n")
+            << stream;
+    }
+}
+
+}  // namespace
+}  // namespace test

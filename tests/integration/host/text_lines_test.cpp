@@ -1,0 +1,79 @@
+#include <regex>
+
+#include "tests/integration/host/host_test.hpp"
+
+namespace test {
+namespace {
+
+class TextLines : public HostTest {
+  protected:
+    Ended run_text(const std::string& graph, const Words& more = {}) const {
+        Words arguments{"--format", "text", "--for", "0.1"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        Ended ended = run(graph, arguments);
+        // Two blanks, or a colour's code, stand between the time and the name.
+        static const std::regex time("(^|\n|\x1b\\[2m) *[0-9]+\\.[0-9]{3}(?=  |\x1b)");
+        ended.out = std::regex_replace(ended.out, time, "$1TIME");
+        return ended;
+    }
+};
+
+TEST_F(TextLines, ValuesGoToStdoutAndEverythingElseToStderr) {
+    const Ended ended = run_text(
+        probes("[blocks.p]\ntype = \"Probe\"\nsettings = true\n[blocks.s]\ntype = \"Source\"\n"
+               "runs = 2\n[blocks.d]\ntype = \"Debugger\"\n"));
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.out,
+              "TIME  p setup truth = true\nTIME  p setup count = 3\nTIME  p setup ratio = 0.5\n"
+              "TIME  p setup word = [\"one\"]\nTIME  p setup list = [\"a\",\"b\"]\n"
+              "TIME  p setup none = []\nTIME  debug a_text = \"some text\"\n"
+              "TIME  debug a_number = -5\nTIME  debug a_float = 36.599998474121094\n"
+              "TIME  debug a_double = 36.6\nTIME  debug a_truth = true\n"
+              "TIME  debug a_truth = true\nTIME  s.out = 1.0\nTIME  s.out = 2.0\n"
+              "TIME  p.stopped = 1\n");
+    EXPECT_EQ(ended.err,
+              "info: p: constructor\ninfo: p: setup\ninfo: p: start\nfenwa: ready\n"
+              "info: p: run\ninfo: s: run\ninfo: s: run\ninfo: p: stop\ninfo: p: destructor\n"
+              "fenwa: stopped\n");
+}
+
+TEST_F(TextLines, LogLinesNameTheirLevelAndEndOnce) {
+    EXPECT_EQ(run_text(probes("[blocks.t]\ntype = \"Talker\"\n")).err,
+              "error: an error\nwarning: a warning\ninfo: an information\ninfo: ends its line\n"
+              "info: two\nlines\ninfo: quotes \" and \\ and tabs\t\n"
+              "info: a byte \xff that is no text, and ü that is\ninfo: \n"
+              "fenwa: ready\nfenwa: stopped\n");
+}
+
+TEST_F(TextLines, ColoursOnlyWhenTheyAreWanted) {
+    const std::string talker = probes("[blocks.t]\ntype = \"Talker\"\n");
+    EXPECT_EQ(run_text(talker).err.find('\x1b'), std::string::npos);
+    EXPECT_TRUE(run_text(talker, {"--color=always"})
+                    .err.starts_with("\x1b[1;31merror: \x1b[0man error\n"
+                                     "\x1b[1;33mwarning: \x1b[0ma warning\n"
+                                     "\x1b[2minfo: \x1b[0man information\n"));
+    const std::string source = probes("[blocks.s]\ntype = \"Source\"\nin_start = 1\n");
+    EXPECT_EQ(run_text(source).out, "TIME  s.out = 1.0\n");
+    EXPECT_EQ(run_text(source, {"--color=always"}).out,
+              "\x1b[2mTIME\x1b[0m  s.out = \x1b[1m1.0\x1b[0m\n");
+}
+
+TEST_F(TextLines, FailureIsNotCalledAStop) {
+    const Ended ended = run_text(probes("[blocks.p]\ntype = \"Probe\"\nthrows_in = \"start\"\n"));
+    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(ended.err,
+              "info: p: constructor\ninfo: p: setup\ninfo: p: start\n"
+              "graph.toml:2:9: error: block 'p' (Probe) threw in start: thrown on purpose\n"
+              "info: p: destructor\n");
+}
+
+TEST_F(TextLines, AreTheDefault) {
+    const Ended ended =
+        run_program({FENWA_PROGRAM, "run",
+                     folder().write("graph.toml", "[blocks.t]\ntype = \"Timer\"\ninterval = 9\n"),
+                     "--bus", bus(), "--for", "0.01"});
+    EXPECT_EQ(ended.err, "fenwa: ready\nfenwa: stopped\n");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,117 @@
+#include <chrono>
+#include <thread>
+
+#include "tests/plugins/probe.hpp"
+
+namespace probe {
+namespace {
+
+int echo(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+    const char* text = nullptr;
+    const int r = sd_bus_message_read(call, "s", &text);
+    if (r < 0)
+        return r;
+    const auto& block = *static_cast<const Fenwa::Block*>(userdata);
+    say(block, "was called");
+    const std::string answer = block.get_name() + " heard " + text;
+    return sd_bus_reply_method_return(call, "s", answer.c_str());
+}
+
+constexpr sd_bus_vtable echo_table[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Echo", "s", "s", echo, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+/// Exports "com.example.Echo1" at its key "path".
+class Exporter : public Fenwa::Block {
+  public:
+    Exporter(std::string name, const Fenwa::BlockConfiguration& config)
+        : Fenwa::Block(std::move(name), config) {
+        add_dbus(config.getString("path"), "com.example.Echo1", echo_table, this);
+    }
+};
+
+/// Sends the signal "Farewell" when it is stopped and when it is destroyed; "stop_ms" is how long
+/// its stop takes.
+class Leaver : public Fenwa::Block {
+  public:
+    Leaver(std::string name, const Fenwa::BlockConfiguration& config, const Fenwa::InitTools& tools)
+        : Fenwa::Block(std::move(name), config),
+          bus_(tools.sdbus_tools->get_bus()),
+          stop_time_(config.getInt("stop_ms", 0)) {}
+
+    ~Leaver() override { send("destructor"); }
+
+    void stop() override {
+        say(*this, "stop");
+        std::this_thread::sleep_for(stop_time_);
+        send("stop");
+    }
+
+  private:
+    void send(const char* phase) {
+        if (bus_ != nullptr)
+            sd_bus_emit_signal(bus_, "/com/example/Leaver", "com.example.Leaver1", "Farewell", "ss",
+                               get_name().c_str(), phase);
+    }
+
+    sd_bus* bus_;
+    std::chrono::milliseconds stop_time_;
+};
+
+/// Makes a blocking call of "Ask" to "destination" in a run, for which it fires when it is started.
+/// Says what the call threw; with "tells" false lets it out. With "early" it asks the bus daemon
+/// something in its constructor, and so needs a bus to be built.
+class Caller : public Fenwa::Block {
+  public:
+    Caller(std::string name, const Fenwa::BlockConfiguration& config, const Fenwa::InitTools& tools)
+        : Fenwa::Block(std::move(name), config),
+          tools_(*tools.sdbus_tools),
+          destination_(config.getString("destination", "")),
+          tells_(config.getBool("tells", true)),
+          go_(*make_eventport("go")) {
+        if (config.getBool("early", false))
+            tools_.call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus", "GetId", nullptr, nullptr);
+    }
+
+    void start() override {
+        if (!destination_.empty())
+            go_.fire();
+    }
+
+    bool run() override {
+        say(*this, "asks");
+        try {
+            ask();
+            say(*this, "was answered");
+        } catch (const Fenwa::SDBusError& error) {
+            if (!tells_)
+                throw;
+            say(*this, "got " + error.name());
+        }
+        return true;
+    }
+
+  private:
+    void ask() {
+        tools_.call_method(destination_.c_str(), "/com/example/Peer", "com.example.Peer1", "Ask",
+                           nullptr, "s", "anyone?");
+    }
+
+    Fenwa::SDBusTools& tools_;
+    std::string destination_;
+    bool tells_;
+    Fenwa::EventPort& go_;
+};
+
+}  // namespace
+
+void register_bus_blocks(Fenwa::IRegistry& registry) {
+    registry.register_block<Exporter>("Exporter");
+    registry.register_block<Leaver>("Leaver");
+    registry.register_block<Caller>("Caller");
+}
+
+}  // namespace probe

@@ -1,0 +1,64 @@
+#include "common/toml_document.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "common/exit_code.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace tool {
+namespace {
+
+class TomlDocument : public testing::Test {
+  protected:
+    std::optional<toml::table> read(const std::string& text) {
+        return read_toml(folder_.write("file.toml", text), diagnostics_);
+    }
+
+    test::TemporaryFolder folder_;
+    Diagnostics diagnostics_{"file.toml"};
+};
+
+TEST_F(TomlDocument, EntriesComeInTheOrderOfTheFile) {
+    const auto table = read("z = 1\na = 2\n[m]\nx = 1\n[b]\n[m.k]\n");
+    ASSERT_TRUE(table);
+    std::string order;
+    for (const TomlEntry& entry : in_file_order(*table))
+        order += entry.key + '@' + std::to_string(entry.where.line) + ' ';
+    EXPECT_EQ(order, "z@1 a@2 m@3 b@5 ");
+}
+
+TEST_F(TomlDocument, EveryKindHasItsWord) {
+    const auto table = read(
+        "a={}\nb=[]\nc='x'\nd=1\ne=1.0\nf=true\ng=1979-05-27\nh=07:32:00\n"
+        "i=1979-05-27T07:32:00Z\n");
+    ASSERT_TRUE(table);
+    std::string kinds;
+    for (const TomlEntry& entry : in_file_order(*table))
+        kinds.append(kind_of(*entry.value)).append("; ");
+    EXPECT_EQ(kinds,
+              "a table; an array; a string; an integer; a float; a boolean; a date; a time; "
+              "a date-time; ");
+}
+
+TEST_F(TomlDocument, SyntaxErrorIsADiagnosticAtItsPlace) {
+    EXPECT_FALSE(read("a = 1\nb = = 2\n"));
+    ASSERT_EQ(diagnostics_.errors(), 1U);
+    std::ostringstream out;
+    diagnostics_.print(out, false);
+    EXPECT_TRUE(out.str().starts_with("file.toml:2:5: error: ")) << out.str();
+    EXPECT_TRUE(out.str().ends_with("\nb = = 2\n    ^\nfile.toml: 1 error\n")) << out.str();
+}
+
+TEST_F(TomlDocument, MissingFileIsUnreadable) {
+    try {
+        static_cast<void>(read_toml((folder_.path() / "none").string(), diagnostics_));
+        FAIL() << "nothing was thrown";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.code(), ExitCode::unreadable);
+    }
+}
+
+}  // namespace
+}  // namespace tool

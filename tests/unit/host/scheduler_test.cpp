@@ -1,0 +1,134 @@
+#include "host/scheduler.hpp"
+
+#include <gtest/gtest.h>
+
+#include "framework/algo-tools/connection_tools.hpp"
+#include "framework/shared/host_access.hpp"
+
+namespace host {
+namespace {
+
+/// A block that can be fired from outside.
+class Fired : public Fenwa::Block {
+  public:
+    explicit Fired(const std::string& name)
+        : Fenwa::Block(name, {}), port(make_eventport("event")) {}
+    Fenwa::EventPort* port;
+};
+
+class SchedulerTest : public testing::Test {
+  protected:
+    SchedulerTest() {
+        for (Fired* block : {&a_, &b_, &c_})
+            Fenwa::HostAccess::adopt(*block, tools_, scheduler_.queue());
+    }
+
+    void on_run(Fenwa::Block& block) {
+        Fenwa::ReadyQueue::about_to_run(block);
+        Fenwa::HostAccess::arm(block);
+        ran_ += block.get_name();
+        if (during_)
+            during_(block);
+        Fenwa::HostAccess::disarm(block);
+    }
+
+    /// Serves the loop until nothing is left to do.
+    void serve() {
+        while (sd_event_run(&loop(), 0) > 0) {
+        }
+    }
+
+    static sd_event* new_loop() {
+        sd_event* loop = nullptr;
+        tool::check(sd_event_new(&loop), "loop");
+        return loop;
+    }
+    sd_event& loop() { return *loop_; }
+
+    tool::EventPtr loop_{new_loop()};
+    Fenwa::ConnectionTools no_bus_{nullptr};
+    Fenwa::InitTools tools_{&no_bus_};
+    std::string ran_;
+    std::function<void(Fenwa::Block&)> during_;
+    Scheduler scheduler_{*loop_, [this](Fenwa::Block& block) { on_run(block); }};
+    Fired a_{"a"};
+    Fired b_{"b"};
+    Fired c_{"c"};
+};
+
+TEST_F(SchedulerTest, NothingRunsBeforeItIsEnabledAndNothingIsForgotten) {
+    b_.port->fire();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+    scheduler_.enable();
+    serve();
+    EXPECT_EQ(ran_, "ba");
+}
+
+TEST_F(SchedulerTest, NothingRunsAfterItIsDisabled) {
+    scheduler_.enable();
+    scheduler_.disable();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+}
+
+TEST_F(SchedulerTest, WhatIsFiredInAPassRunsInTheNext) {
+    scheduler_.enable();
+    int rounds = 0;
+    during_ = [&](Fenwa::Block& block) {
+        if (&block == &a_ && ++rounds < 3) {
+            a_.port->fire();
+            c_.port->fire();
+        }
+    };
+    a_.port->fire();
+    b_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "abaca");  // the second fire of c comes before its first run
+}
+
+TEST_F(SchedulerTest, LoopGoesRoundBetweenTwoPasses) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    for (std::size_t round = 1; round <= 10; ++round) {
+        ASSERT_GT(sd_event_run(loop_.get(), 0), 0);
+        EXPECT_EQ(ran_.size(), round);
+    }
+}
+
+TEST_F(SchedulerTest, TimersAreServedBetweenTwoPasses) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    bool timer_came = false;
+    tool::check(sd_event_add_time_relative(
+                    loop_.get(), nullptr, CLOCK_MONOTONIC, 1000, 1,
+                    [](sd_event_source*, std::uint64_t, void* userdata) {
+                        *static_cast<bool*>(userdata) = true;
+                        return 0;
+                    },
+                    &timer_came),
+                "timer");
+    for (int i = 0; i < 1'000'000 && !timer_came; ++i)
+        sd_event_run(loop_.get(), 0);
+    EXPECT_TRUE(timer_came);
+    EXPECT_GT(ran_.size(), 1U);
+}
+
+TEST_F(SchedulerTest, WhatABlockThrowsEndsTheLoopAndIsKept) {
+    scheduler_.enable();
+    during_ = [](Fenwa::Block&) { throw std::runtime_error("thrown on purpose"); };
+    a_.port->fire();
+    b_.port->fire();
+    EXPECT_EQ(scheduler_.failure(), nullptr);
+    EXPECT_EQ(sd_event_loop(loop_.get()), 0);
+    EXPECT_EQ(ran_, "a");
+    ASSERT_NE(scheduler_.failure(), nullptr);
+    EXPECT_THROW(std::rethrow_exception(scheduler_.failure()), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace host
