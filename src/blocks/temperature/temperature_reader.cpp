@@ -4,7 +4,6 @@
 #include "fenwa/log.hpp"
 #include "src/blocks/temperature/temperature_controller.hpp"
 #include "src/frame/bus_call.hpp"
-#include "src/frame/failure_line.hpp"
 #include "src/frame/ports.hpp"
 
 namespace blocks {
@@ -140,40 +139,39 @@ int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_erro
     return 0;
 }
 
-int TemperatureReader::on_sensor_id(sd_bus_message* reply, sd_bus_error* error) {
-    const BodyTexts texts{Level::error, "Error when calling GetTemperatureIdFromName: ",
-                          "Failed to parse sensor id: "};
-    std::int32_t id = -1;
-    if (const int r = read_body(reply, error, texts, "i", &id); r < 0)
+/// The next step comes only after a reply that could be read: otherwise the slot is kept, and the
+/// steps wait for it until the block is stopped.
+template <class Value, class Target>
+int TemperatureReader::take_reply(sd_bus_message* reply, const sd_bus_error* error,
+                                  const BodyTexts& texts, const char* type, Target& target) {
+    Value value{};
+    if (const int r = read_body(reply, error, texts, type, &value); r < 0)
         return r;
-    sensor_id = id;
+    target = value;
     call_slot.reset();
     wake();
     return 0;
+}
+
+int TemperatureReader::on_sensor_id(sd_bus_message* reply, sd_bus_error* error) {
+    return take_reply<std::int32_t>(reply, error,
+                                    {Level::error, "Error when calling GetTemperatureIdFromName: ",
+                                     "Failed to parse sensor id: "},
+                                    "i", sensor_id);
 }
 
 int TemperatureReader::on_registered(sd_bus_message* reply, sd_bus_error* error) {
-    const BodyTexts texts{Level::warning, "Error while receiving DBus signal: ",
-                          "Failed to setup temperature change singal: "};
-    std::int32_t id = -1;
-    if (const int r = read_body(reply, error, texts, "i", &id); r < 0)
-        return r;
-    change_signal_id = id;
-    call_slot.reset();
-    wake();
-    return 0;
+    return take_reply<std::int32_t>(reply, error,
+                                    {Level::warning, "Error while receiving DBus signal: ",
+                                     "Failed to setup temperature change singal: "},
+                                    "i", change_signal_id);
 }
 
 int TemperatureReader::on_temperature(sd_bus_message* reply, sd_bus_error* error) {
-    const BodyTexts texts{Level::warning,
-                          "Error while receiving DBus signal: ", "Failed to parse sensor id: "};
-    double reading = 0.0;
-    if (const int r = read_body(reply, error, texts, "d", &reading); r < 0)
-        return r;
-    temperature = reading;
-    call_slot.reset();
-    wake();
-    return 0;
+    return take_reply<double>(
+        reply, error,
+        {Level::warning, "Error while receiving DBus signal: ", "Failed to parse sensor id: "}, "d",
+        temperature);
 }
 
 int TemperatureReader::on_temperature_changed(sd_bus_message* signal, sd_bus_error* error) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "src/frame/dbus_client.hpp"
+#include "src/frame/failure_line.hpp"
 
 namespace blocks {
 
@@ -40,6 +41,9 @@ class TemperatureReader : public DBusClient {
     void fetch_temperature();
     void publish_temperature();
     int on_match_installed(sd_bus_message* reply, sd_bus_error* error);
+    template <class Value, class Target>
+    int take_reply(sd_bus_message* reply, const sd_bus_error* error, const BodyTexts& texts,
+                   const char* type, Target& target);
     int on_sensor_id(sd_bus_message* reply, sd_bus_error* error);
     int on_registered(sd_bus_message* reply, sd_bus_error* error);
     int on_temperature(sd_bus_message* reply, sd_bus_error* error);

@@ -1,7 +1,10 @@
 // A program that runs on the camera's bus for as long as the camera plays.
 #include <gmock/gmock.h>
 
+#include <sys/wait.h>
+
 #include <csignal>
+#include <thread>
 
 #include "tests/integration/camera/scenario_scene.hpp"
 
@@ -48,14 +51,22 @@ exec "$0" set temperature.main 40
     EXPECT_THAT(sets, ElementsAre(HasSubstr("\"value\":40.0")));
 }
 
-TEST_F(CameraGuest, StartsWhenTheCameraIsReadyWithNothingOnItsInput) {
+TEST_F(CameraGuest, StartsWithItsArgumentsWhenTheCameraIsReady) {
     const Ended ended =
-        play("", {"sh", "-c", "cat; echo \"guest: $1 $2\"", "name", "a b", "--bus"}, "text");
+        play("", {"sh", "-c", "echo \"guest: $1 $2\"", "name", "a b", "--bus"}, "text");
     EXPECT_EQ(ended.code, 0);
     const std::size_t ready = ended.out.find("ready on");
     const std::size_t guest = ended.out.find("guest: a b --bus\n");
     ASSERT_NE(guest, std::string::npos) << ended.out;
     EXPECT_LT(ready, guest);
+}
+
+TEST_F(CameraGuest, HasNothingOnItsInput) {
+    const Ended ended = run_program(
+        {"sh", "-c", "echo for the camera | \"$0\" run --private-bus -- cat", FENWA_CAMERA_PROGRAM},
+        {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(ended.out.find("for the camera"), std::string::npos);
 }
 
 TEST_F(CameraGuest, EndsTheCameraWithItsOwnExitCode) {
@@ -157,6 +168,25 @@ TEST_F(CameraGuest, DoesNotGetTheTerminalsSigint) {
     const Ended ended = camera->wait();
     EXPECT_EQ(ended.out.find("interrupted"), std::string::npos);
     EXPECT_EQ(ended.code, 0);
+}
+
+TEST_F(CameraGuest, IsNotWaitedForAfterASecondSignal) {
+    const auto camera = start_guest(
+        {"sh", "-c", "trap 'echo asked' TERM; echo guest up; while :; do sleep 0.02; done"});
+    const auto begin = steady_clock::now();
+    camera->send_signal(SIGTERM);
+    ASSERT_TRUE(camera->wait_for_text("asked"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    camera->send_signal(SIGINT);
+    // The guest writes to the same streams and lives on, so that only the process can be awaited.
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(camera->pid()), &info, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(info.si_status, SIGINT);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
+    for (const std::string& process : left_behind()) {
+        if (process.ends_with(" sh"))
+            kill(std::stoi(process), SIGKILL);
+    }
 }
 
 TEST_F(CameraGuest, ThatIgnoresSigtermIsKilledAfterTenSeconds) {

@@ -111,6 +111,16 @@ TEST_F(CameraRun, EndsWellWhenNobodyReadsItsLinesAnyMore) {
     EXPECT_EQ(ended.err, "0\n");
 }
 
+TEST_F(CameraRun, SaysThatItsLinesCannotBeWritten) {
+    const Ended ended =
+        run_program({"sh", "-c", R"("$0" run --private-bus > /dev/full)", FENWA_CAMERA_PROGRAM},
+                    {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
+    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(ended.err,
+              "fenwa-camera: cannot write to the standard output: No space left on device\n");
+    EXPECT_FALSE(files_left_behind());
+}
+
 TEST_F(CameraRun, ASecondCameraOnABusStaysAway) {
     open();
     const Ended second = run({"run", "--bus", address(), "--format", "json"});
