@@ -1,7 +1,7 @@
 #include "common/diagnostics.hpp"
 
 #include <algorithm>
-#include <optional>
+#include <memory>
 #include <sstream>
 
 #include "common/terminal.hpp"
@@ -146,7 +146,7 @@ void Diagnostics::print(std::ostream& out, bool color) {
 
     const Palette palette(color);
     std::size_t errors = 0;
-    std::optional<QuotedLine> line;
+    std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;
     for (const Entry* entry : sorted) {
         const bool is_error = entry->severity == Severity::error;
@@ -156,7 +156,7 @@ void Diagnostics::print(std::ostream& out, bool color) {
             << palette.reset << entry->text << '\n';
         if (entry->where.line != 0 && entry->where.line <= lines_.size()) {
             if (!line || line_number != entry->where.line)
-                line.emplace(lines_[(line_number = entry->where.line) - 1]);
+                line = std::make_unique<QuotedLine>(lines_[(line_number = entry->where.line) - 1]);
             const QuotedLine::Quote quoted = line->around(entry->where.column);
             out << quoted.text << '\n'
                 << quoted.indent << palette.green << '^' << palette.reset << '\n';

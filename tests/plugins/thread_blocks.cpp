@@ -102,8 +102,8 @@ class Threaded : public Fenwa::Block {
     std::atomic<bool> stopped_{false};
 };
 
-/// Logs from four threads at the same time, "times" lines each, and sets a debug-data entry as
-/// often meanwhile.
+/// Logs from four threads at the same time, "times" lines each, and sets a debug-data entry again
+/// and again meanwhile.
 class Choir : public Fenwa::Block {
   public:
     Choir(std::string name, const Fenwa::BlockConfiguration& config)
@@ -115,9 +115,10 @@ class Choir : public Fenwa::Block {
             singers.emplace_back([this, voice] {
                 for (int i = 0; i < times_; ++i)
                     logger(4, "voice %d line %d %s", voice, i, std::string(200, '-').c_str());
+                --singing_;
             });
         }
-        for (int i = 0; i < times_; ++i)
+        for (int i = 0; singing_ > 0; ++i)
             Fenwa::debug_data().set_value("beat", i);
         for (std::thread& singer : singers)
             singer.join();
@@ -125,6 +126,7 @@ class Choir : public Fenwa::Block {
 
   private:
     int times_;
+    std::atomic<int> singing_{4};
 };
 
 }  // namespace

@@ -52,6 +52,11 @@ TEST_F(Check, UnreadKeyThatResemblesOneThatIsReadIsWarnedOfWithIt) {
               "graph.toml: 2 warnings\nfenwa: graph.toml: no mistakes (1 block, 0 connections)\n");
 }
 
+TEST_F(Check, OnlyTheBlocksOwnTypeIsNoSetting) {
+    EXPECT_EQ(lines_with(check(timer + "fake.type = \"x\"\n").err, "warning: "),
+              "graph.toml:4:6: warning: no Timer reads the key 'fake.type'\n");
+}
+
 TEST_F(Check, ObjectThatTwoBlocksExportIsAWarning) {
     const std::string exporter = "type = \"Exporter\"\npath = \"/com/example/";
     const Ended ended = check(probes("[blocks.one]\n" + exporter + "A\"\n[blocks.two]\n" +

@@ -146,6 +146,17 @@ TEST_F(Plugins, EntryPointThatThrowsGives70) {
                               "something that is no std::exception"));
 }
 
+TEST_F(Plugins, OneThatThrowsDoesNotHideTheNext) {
+    const Ended ended = check(
+        "plugins = [\"libthrowing.so\", \"librefusing.so\"]\n[blocks.t]\n"
+        "type = \"Timer\"\ninterval = 1\n");
+    EXPECT_EQ(ended.code, 78);
+    EXPECT_EQ(lines_with(ended.err, "error: "),
+              "graph.toml:1:12: error: the plug-in 'libthrowing.so' threw in its entry point: no "
+              "licence\ngraph.toml:1:30: error: the plug-in 'librefusing.so' cannot be used: its "
+              "entry point returned 7\n");
+}
+
 TEST_F(Plugins, RunReportsThemToo) {
     const Ended ended =
         run("plugins = [\"libthrowing.so\"]\n[blocks.t]\ntype = \"Timer\"\ninterval = 1\n");
