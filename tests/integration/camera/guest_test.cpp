@@ -51,6 +51,19 @@ exec "$0" set temperature.main 40
     EXPECT_THAT(sets, ElementsAre(HasSubstr("\"value\":40.0")));
 }
 
+TEST_F(CameraGuest, FindsNoOtherBusBesides) {
+    // No shell in between, which would tidy its environment up.
+    const Ended ended = play("", {"env"}, "text");
+    EXPECT_EQ(ended.code, 0);
+    Lines buses;
+    std::istringstream out(ended.out);
+    for (std::string line; std::getline(out, line);) {
+        if (line.starts_with("DBUS_SYSTEM_BUS_ADDRESS="))
+            buses.push_back(plain(line));
+    }
+    EXPECT_THAT(buses, ElementsAre("DBUS_SYSTEM_BUS_ADDRESS=BUS"));
+}
+
 TEST_F(CameraGuest, StartsWithItsArgumentsWhenTheCameraIsReady) {
     const Ended ended =
         play("", {"sh", "-c", "echo \"guest: $1 $2\"", "name", "a b", "--bus"}, "text");

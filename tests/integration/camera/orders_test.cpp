@@ -1,6 +1,8 @@
 // The verbs of the command line that talk to a running camera.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "camera/bus_names.hpp"
 #include "camera/message_json.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
@@ -93,6 +95,20 @@ TEST_F(CameraOrders, OfAnyKindNeedACamera) {
         EXPECT_EQ(ended.out, "");
         EXPECT_EQ(ended.err, sentence);
     }
+}
+
+TEST_F(CameraOrders, DoNotMakeTheDaemonStartACamera) {
+    const std::string started = (folder().path() / "started").string();
+    const std::string program = folder().write("program", "#!/bin/sh\n: > '" + started + "'\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    camera::PrivateBusOptions options;
+    options.camera_program = program;
+    options.activatable = {{camera::camera_control.name, "temperature"}};
+    const camera::PrivateBus bus(options);
+    const Ended ended = run({"show", "--bus", bus.address()});
+    EXPECT_EQ(ended.code, 69);
+    EXPECT_THAT(ended.err, StartsWith("fenwa-camera: no camera plays on the bus at '"));
+    EXPECT_FALSE(std::filesystem::exists(started));
 }
 
 TEST_F(CameraOrders, NeedABus) {

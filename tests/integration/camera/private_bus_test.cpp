@@ -148,6 +148,15 @@ TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMore) {
     (void)connect(bus);
 }
 
+TEST_F(PrivateBusTest, TidiesUpAfterADaemonThatCouldNot) {
+    const fs::path socket = folder_.path() / "bus";
+    {
+        const PrivateBus bus(listening_at(socket));
+        kill(bus.pid(), SIGKILL);
+    }
+    EXPECT_TRUE(clean());
+}
+
 TEST_F(PrivateBusTest, DoesNotTouchAFileThatIsNoSocket) {
     const std::string file = folder_.write("bus", "precious");
     EXPECT_EQ(failure(listening_at(file)),
