@@ -56,7 +56,7 @@ void DBusClient::wake() noexcept {
 }
 
 sd_bus* DBusClient::bus() const {
-    return get_tools().sdbus_tools->get_bus();
+    return bus_of(*this);
 }
 
 void DBusClient::add_match() {

@@ -47,10 +47,17 @@ void log_owner_match_failure(int r);
 template <auto OnChange, auto OnInstalled>
 void match_owner_changes_async(sd_bus* bus, Slot& slot,
                                typename Callback<OnChange>::Object& object) {
-    const int r =
-        sd_bus_add_match_async(bus, slot.out(), owner_change_rule, Callback<OnChange>::call,
-                               Callback<OnInstalled>::call, &object);
-    if (r < 0)
+    if (const int r = match_rule_async<OnChange, OnInstalled>(bus, slot, owner_change_rule, object);
+        r < 0)
+        log_owner_match_failure(r);
+}
+
+/// Installs the match for owner changes and waits until it is, logging when it cannot be.
+template <auto OnChange>
+void match_owner_changes(sd_bus* bus, Slot& slot, typename Callback<OnChange>::Object& object) {
+    if (const int r =
+            sd_bus_add_match(bus, slot.out(), owner_change_rule, Callback<OnChange>::call, &object);
+        r < 0)
         log_owner_match_failure(r);
 }
 

@@ -4,6 +4,9 @@
 #include <string>
 
 #include "fenwa/registry.hpp"
+#include "src/blocks/power/power_consumer.hpp"
+#include "src/blocks/power/power_monitor.hpp"
+#include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
 
 namespace blocks {
@@ -21,6 +24,9 @@ constexpr Registration registration(const char* type_name) {
 
 /// Every block type, in the order in which they are registered: alphabetically.
 inline constexpr std::array registration_table{
+    registration<PowerConsumer>("PowerConsumer"),
+    registration<PowerMonitor>("PowerMonitor"),
+    registration<TemperatureMonitor>("TemperatureMonitor"),
     registration<TemperatureReader>("TemperatureReader"),
 };
 
