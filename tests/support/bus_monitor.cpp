@@ -141,6 +141,9 @@ std::map<std::string, std::string> roles_in(const std::vector<BusMessage>& messa
     for (const BusMessage& message : messages) {
         for (const std::string& owner : owners_in(message, service_name))
             add_owner(owner);
+        // A name that the client owns stands for it where others call it by that name.
+        if (message.member == "NameAcquired" && message.destination == client)
+            roles[message.arguments.substr(1, message.arguments.size() - 2)] = "client";
         // An owner from before the recording shows by answering.
         if (message.destination == client)
             add_owner(message.sender);
@@ -165,8 +168,8 @@ std::vector<std::string> story_of(const std::vector<BusMessage>& recorded,
     for (const BusMessage& message : messages) {
         const bool signal_of_service = message.kind == "signals" && message.destination.empty() &&
                                        role(message.sender).starts_with("service");
-        if (message.sender != client && message.destination != client && !signal_of_service &&
-            owners_in(message, service_name).empty())
+        if (message.sender != client && role(message.destination) != "client" &&
+            !signal_of_service && owners_in(message, service_name).empty())
             continue;
         std::string line = role(message.sender) + ' ' + message.kind;
         if (message.kind == "replies")

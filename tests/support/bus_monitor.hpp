@@ -44,8 +44,9 @@ class BusMonitor {
 
 /// The messages from and to `client`, from its first one on, with the owner changes of
 /// `service_name` and the signals of its owners in between, one line each, with names in place of
-/// the numbers of the connections: "client" for the client, "daemon", "service" for the first owner
-/// of the service's name and "service 2", … for its successors, such as
+/// the numbers of the connections: "client" for the client (and for further names of its),
+/// "daemon", "service" for the first owner of the service's name and "service 2", … for its
+/// successors, such as
 ///
 ///     client calls service: GetTemperature(3, "main")
 ///     service replies to client: (36.5)

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "tests/integration/temperature/scene.hpp"
+#include "tests/integration/blocks/reader_scene.hpp"
 
 namespace test {
 namespace {
@@ -9,23 +9,15 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
-using Lines = std::vector<std::string>;
-
-Lines operator+(Lines a, const Lines& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 // The pieces that the traffic of a reader is made of.
 
-const Lines follows_the_owner{
-    R"(client calls daemon: Hello())",
-    R"(daemon replies to client: ("client"))",
-    R"(daemon signals client: NameAcquired("client"))",
-    R"(client calls daemon: AddMatch("type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'"))",
-    R"(daemon replies to client: ())",
-    R"(client calls daemon: GetNameOwner("com.tarlo.TemperatureController"))",
-};
+const std::string change_rule =
+    "type='signal',sender='com.tarlo.TemperatureController',path='/com/tarlo/"
+    "TemperatureController',"
+    "interface='com.tarlo.TemperatureController',member='TemperatureChangeSignal'";
+const Lines follows_the_owner =
+    host_connects + adds_match(owner_rule) +
+    Lines{R"(client calls daemon: GetNameOwner("com.tarlo.TemperatureController"))"};
 const Lines owner_there{R"(daemon replies to client: ("service"))"};
 const Lines no_owner{
     R"(daemon refuses client: org.freedesktop.DBus.Error.NameHasNoOwner("Could not get owner of name 'com.tarlo.TemperatureController': no such name"))",
@@ -33,10 +25,7 @@ const Lines no_owner{
 const Lines owner_comes{
     R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "", "service"))",
 };
-const Lines matches_the_signal{
-    R"(client calls daemon: AddMatch("type='signal',sender='com.tarlo.TemperatureController',path='/com/tarlo/TemperatureController',interface='com.tarlo.TemperatureController',member='TemperatureChangeSignal'"))",
-    R"(daemon replies to client: ())",
-};
+const Lines matches_the_signal = adds_match(change_rule);
 const Lines registers{
     R"(client calls service: GetTemperatureIdFromName("main"))",
     R"(service replies to client: (3))",
@@ -47,16 +36,9 @@ const Lines fetches{
     R"(client calls service: GetTemperature(3, "main"))",
     R"(service replies to client: (36.5))",
 };
-const Lines leaves{
-    R"(client calls daemon: RemoveMatch("type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'"))",
-    R"(client calls daemon: RemoveMatch("type='signal',sender='com.tarlo.TemperatureController',path='/com/tarlo/TemperatureController',interface='com.tarlo.TemperatureController',member='TemperatureChangeSignal'"))",
-    R"(daemon signals client: NameLost("client"))",
-};
+const Lines leaves = removes_match(owner_rule) + removes_match(change_rule) + host_leaves;
 
-const std::string ready = R"({"event":"ready"})";
-const std::string done = R"({"event":"exit","status":0})";
-
-using ReaderTest = TemperatureScene;
+using ReaderTest = ReaderScene;
 
 TEST_F(ReaderTest, PublishesTheReadingsOfAServiceThatIsThereBefore) {
     open();
@@ -70,14 +52,14 @@ TEST_F(ReaderTest, PublishesTheReadingsOfAServiceThatIsThereBefore) {
                 ElementsAreArray(
                     follows_the_owner + owner_there + matches_the_signal + registers + fetches +
                     Lines{"service signals: TemperatureChangeSignal(1, 40.0)"} + leaves));
-    EXPECT_THAT(events(), ElementsAre(ready, debug_event("36.5"), output_event("36.5"),
-                                      debug_event("40.0"), output_event("40.0"), done));
+    EXPECT_THAT(events(), ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"),
+                                      debug_event("40.0"), reading_event("40.0"), exit_event));
     EXPECT_EQ(ended().code, 0);
     EXPECT_EQ(ended().err, "");
 }
 
 TEST_F(ReaderTest, WaitsForAServiceThatAppearsLater) {
-    open({.controller_there = false});
+    open({.without = {"temperature"}});
     start_host();
     camera({"start", "temperature"});
     wait_for_output("36.5");
@@ -85,7 +67,8 @@ TEST_F(ReaderTest, WaitsForAServiceThatAppearsLater) {
 
     EXPECT_THAT(traffic(), ElementsAreArray(follows_the_owner + no_owner + owner_comes +
                                             matches_the_signal + registers + fetches + leaves));
-    EXPECT_THAT(events(), ElementsAre(ready, debug_event("36.5"), output_event("36.5"), done));
+    EXPECT_THAT(events(),
+                ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"), exit_event));
 }
 
 TEST_F(ReaderTest, RegistersAgainWithARestartedServiceAndDoesNotFetchAgain) {
@@ -114,8 +97,8 @@ TEST_F(ReaderTest, RegistersAgainWithARestartedServiceAndDoesNotFetchAgain) {
                 R"(service 2 signals: TemperatureChangeSignal(2, 41.25))",
             } +
             leaves));
-    EXPECT_THAT(events(), ElementsAre(ready, debug_event("36.5"), output_event("36.5"),
-                                      debug_event("41.25"), output_event("41.25"), done));
+    EXPECT_THAT(events(), ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"),
+                                      debug_event("41.25"), reading_event("41.25"), exit_event));
 }
 
 TEST_F(ReaderTest, IsWokenByAnActivatedServiceButDoesNotActivateIt) {
@@ -159,13 +142,13 @@ TEST_F(ReaderTest, RegistersAgainWhenTheNamePassesToAnotherOwnerWithoutAGap) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(),
                          R"(client calls service: GetTemperature(3, "main"))"),
               1);
-    EXPECT_THAT(events("output"), ElementsAre(output_event("36.5"), output_event("40.0")));
+    EXPECT_THAT(events("output"), ElementsAre(reading_event("36.5"), reading_event("40.0")));
     EXPECT_THAT(events("log"), ElementsAre());
 }
 
 TEST_F(ReaderTest, PublishesAFakeValueOnceRegisteredAndNoReadings) {
-    open({.reader_keys = "sensor_name = \"main\"\ndelta_chg = 0.5\n"
-                         "fake.active = true\nfake.value = 12.25\n",
+    open({.graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.5\n"
+                               "fake.active = true\nfake.value = 12.25\n"),
           .host_options = {"--for", "1.5"}});
     start_host();
     wait_for_output("12.25");
@@ -177,15 +160,16 @@ TEST_F(ReaderTest, PublishesAFakeValueOnceRegisteredAndNoReadings) {
                 ElementsAreArray(
                     follows_the_owner + owner_there + matches_the_signal + registers + fetches +
                     Lines{"service signals: TemperatureChangeSignal(1, 70.0)"} + leaves));
-    EXPECT_THAT(events(), ElementsAre(ready, debug_event("12.25"), output_event("12.25"), done));
+    EXPECT_THAT(events(),
+                ElementsAre(ready_event, debug_event("12.25"), reading_event("12.25"), exit_event));
 }
 
 TEST_F(ReaderTest, PublishesNoFakeValueWhileTheServiceIsAbsent) {
-    open({.controller_there = false,
-          .reader_keys = "sensor_name = \"main\"\ndelta_chg = 0.5\nfake.active = true\n"});
+    open({.without = {"temperature"},
+          .graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.5\nfake.active = true\n")});
     start_host();
     close();
-    EXPECT_THAT(events(), ElementsAre(ready, done));
+    EXPECT_THAT(events(), ElementsAre(ready_event, exit_event));
 }
 
 TEST_F(ReaderTest, PublishesANanEachTimeItComes) {
@@ -199,8 +183,8 @@ TEST_F(ReaderTest, PublishesANanEachTimeItComes) {
     wait_for_output("\"nan\"");
     close();
     const Lines outputs = events("output");
-    EXPECT_EQ(outputs.front(), output_event("36.5"));
-    EXPECT_THAT(Lines(outputs.begin() + 1, outputs.end()), Each(output_event("\"nan\"")));
+    EXPECT_EQ(outputs.front(), reading_event("36.5"));
+    EXPECT_THAT(Lines(outputs.begin() + 1, outputs.end()), Each(reading_event("\"nan\"")));
     EXPECT_EQ(events("debug").size(), outputs.size());
 }
 
@@ -213,17 +197,18 @@ TEST_F(ReaderTest, DoesNotPublishAFirstReadingOfZero) {
     camera({"set", "temperature.main", "1.5"});
     wait_for_output("1.5");
     close();
-    EXPECT_THAT(events(), ElementsAre(ready, debug_event("1.5"), output_event("1.5"), done));
+    EXPECT_THAT(events(),
+                ElementsAre(ready_event, debug_event("1.5"), reading_event("1.5"), exit_event));
 }
 
 TEST_F(ReaderTest, WarnsOnceOfAThresholdOfZeroAndPassesItOn) {
-    open({.reader_keys = "sensor_name = \"main\"\ndelta_chg = 0.0\n"});
+    open({.graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.0\n")});
     start_host();
     wait_for_output("36.5");
     close();
     EXPECT_THAT(events(),
                 ElementsAre(log_event(2, "Temperature reader disabled by delta_temperature = 0"),
-                            ready, debug_event("36.5"), output_event("36.5"), done));
+                            ready_event, debug_event("36.5"), reading_event("36.5"), exit_event));
     const Lines lines = traffic();
     EXPECT_EQ(std::count(lines.begin(), lines.end(),
                          "client calls service: RegisterForTemperatureChangeSignal(3, 0.0)"),

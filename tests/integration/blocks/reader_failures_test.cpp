@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "tests/integration/temperature/scene.hpp"
+#include "tests/integration/blocks/reader_scene.hpp"
 
 namespace test {
 namespace {
@@ -26,7 +26,7 @@ std::ostream& operator<<(std::ostream& out, const Step& step) {
     return out << step.member;
 }
 
-class ReaderStepTest : public TemperatureScene, public ::testing::WithParamInterface<Step> {
+class ReaderStepTest : public ReaderScene, public ::testing::WithParamInterface<Step> {
   protected:
     /// After the failed reply: nothing is published, and however much happens on the bus, the
     /// reader calls nothing more.
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Step{"GetTemperature", "Failed to parse sensor id: ", 3}),
     [](const auto& step) { return std::string(step.param.member); });
 
-using ReaderFailuresTest = TemperatureScene;
+using ReaderFailuresTest = ReaderScene;
 
 TEST_F(ReaderFailuresTest, StaysStalledThroughARestartOfTheService) {
     open();
@@ -102,7 +102,7 @@ TEST_F(ReaderFailuresTest, PublishesChangesEvenWhenTheFirstReadingFailed) {
     camera({"set", "temperature.main", "50"});
     wait_for_output("50.0");
     close();
-    EXPECT_THAT(events("output"), ElementsAre(output_event("50.0")));
+    EXPECT_THAT(events("output"), ElementsAre(reading_event("50.0")));
 }
 
 TEST_F(ReaderFailuresTest, LogsAChangeSignalOfAnotherTypeAndTakesTheNext) {
@@ -117,13 +117,13 @@ TEST_F(ReaderFailuresTest, LogsAChangeSignalOfAnotherTypeAndTakesTheNext) {
     close();
     EXPECT_THAT(events("log"),
                 ElementsAre(log_event(2, "Failed to setup temperature signal: " + no_such_device)));
-    EXPECT_THAT(events("output"), ElementsAre(output_event("36.5"), output_event("60.0")));
+    EXPECT_THAT(events("output"), ElementsAre(reading_event("36.5"), reading_event("60.0")));
 }
 
 TEST_F(ReaderFailuresTest, RetriesARefusedMatchForOwnerChangesForEver) {
     open({.bus_xml = "<limit name=\"max_match_rules_per_connection\">0</limit>",
           .camera_there = false});
-    start_host_without_owner_query();
+    start_host_without_first_call();
     wait_for_log("Error when adding match for NameOwnerChanged: ");
     wait_for_log("Error when adding match for NameOwnerChanged: ");
     end_host();
@@ -144,7 +144,7 @@ TEST_F(ReaderFailuresTest, TakesARefusedMatchForChangesAsInstalled) {
     wait_for_camera("\"event\":\"signal\"");
     close();
     EXPECT_THAT(events("log"), ElementsAre());
-    EXPECT_THAT(events("output"), ElementsAre(output_event("36.5")));
+    EXPECT_THAT(events("output"), ElementsAre(reading_event("36.5")));
 }
 
 TEST_F(ReaderFailuresTest, AsksAgainForAnOwnerThatItMayNotKnow) {
