@@ -14,6 +14,16 @@ inline constexpr BusObject temperature_controller{"com.tarlo.TemperatureControll
                                                   "/com/tarlo/TemperatureController",
                                                   "com.tarlo.TemperatureController"};
 
+/// Where consumers register and ask for power.
+inline constexpr BusObject power_consumers{"com.tarlo.PowerControl.Consumer",
+                                           "/com/tarlo/PowerControl/Consumer",
+                                           "com.tarlo.PowerControl.Consumer"};
+
+/// Where the power that the camera receives is shown.
+inline constexpr BusObject power_status{"com.tarlo.PowerControl.Status",
+                                        "/com/tarlo/PowerControl/Status",
+                                        "com.tarlo.PowerControl.Status"};
+
 /// Where a running camera takes orders (`fenwa-camera set`, `stop`, `fail` …).
 inline constexpr BusObject camera_control{"com.tarlo.Fenwa.Camera1", "/com/tarlo/Fenwa/Camera1",
                                           "com.tarlo.Fenwa.Camera1"};

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "camera/power_consumer_service.hpp"
+#include "camera/power_status_service.hpp"
 #include "camera/temperature_service.hpp"
 #include "common/suggestion.hpp"
 
@@ -22,10 +24,18 @@ Camera::Camera(sd_event& event, Story& story, const Configuration& configuration
                         if (observers_.called)
                             observers_.called(call);
                     },
+                    [this] {
+                        if (observers_.changed)
+                            observers_.changed();
+                    },
                     [this](const std::string& service) { drop(service); },
                     std::move(lost)},
-      temperature_(configuration.sensors) {
+      temperature_(configuration.sensors),
+      power_(configuration.power.budget) {
     services_.push_back(std::make_unique<TemperatureService>(temperature_, surroundings_));
+    services_.push_back(std::make_unique<PowerConsumerService>(power_, surroundings_));
+    services_.push_back(
+        std::make_unique<PowerStatusService>(configuration.power.received, surroundings_));
 }
 
 void Camera::go_up(const std::string& address, const std::set<std::string>& without,
@@ -55,19 +65,18 @@ Service& Camera::service_named(const std::string& name) const {
     throw Refusal("there is no service '" + name + "'", tool::did_you_mean(name, known));
 }
 
-std::pair<Service*, std::string> Camera::owner_of(const std::string& value) const {
+Service& Camera::owner_of(const std::string& value) const {
     std::vector<std::string> known;
     for (const auto& service : services_) {
-        const std::string prefix = service->name() + ".";
-        if (value.starts_with(prefix))
-            return {service.get(), value.substr(prefix.size())};
+        if (service->claims(value))
+            return *service;
         for (const Value& each : service->values())
-            known.push_back(prefix + each.name);
+            known.push_back(each.name);
     }
     throw Refusal("there is no value '" + value + "'", tool::did_you_mean(value, known));
 }
 
-Service::MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
+MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
     if (!service.empty())
         check_service(service);
     std::vector<std::string> known;
@@ -80,18 +89,18 @@ Service::MemberKind Camera::kind_of(const std::string& service, const std::strin
             known.push_back(name);
         }
     }
-    throw Refusal(
-        (service.empty() ? "no service has" : "the service '" + service + "' has no") +
-            std::string(service.empty() ? " a method or signal '" : " method or signal '") +
-            member + "'",
-        tool::did_you_mean(member, known));
+    throw Refusal((service.empty() ? "no service has" : "the service '" + service + "' has no") +
+                      std::string(service.empty() ? " a method, signal or property '"
+                                                  : " method, signal or property '") +
+                      member + "'",
+                  tool::did_you_mean(member, known));
 }
 
 void Camera::set(const std::string& name, const std::string& value) {
-    const auto [service, own_name] = owner_of(name);
-    service->set_value(own_name, value);
-    if (observers_.changed)
-        observers_.changed();
+    Service& service = owner_of(name);
+    service.check_settable(name);
+    service.set_value(name, value);
+    surroundings_.changed();
 }
 
 void Camera::start(const std::string& service) {
@@ -139,14 +148,22 @@ void Camera::press(const std::string& button) {
 }
 
 Json Camera::check_value(const std::string& name, const std::string& value) const {
-    const auto [service, own_name] = owner_of(name);
-    return service->parse_value(own_name, value);
+    owner_of(name).check_settable(name);
+    return check_state(name, value);
+}
+
+Json Camera::check_state(const std::string& name, const std::string& text) const {
+    return owner_of(name).parse_value(name, text);
 }
 
 void Camera::check_fault(const FaultRule& rule) const {
-    const Service::MemberKind kind = kind_of(rule.service, rule.member);
-    if (kind == Service::MemberKind::signal && rule.effect == FaultEffect::error)
+    const MemberKind kind = kind_of(rule.service, rule.member);
+    if (rule.effect != FaultEffect::error)
+        return;
+    if (kind == MemberKind::signal)
         throw Refusal("'" + rule.member + "' is a signal, and a signal is not answered");
+    if (kind == MemberKind::outgoing_call)
+        throw Refusal("'" + rule.member + "' is a call by the camera, which others answer");
 }
 
 void Camera::check_fault_target(const std::string& target) const {
@@ -155,22 +172,23 @@ void Camera::check_fault_target(const std::string& target) const {
     (void)kind_of(rule.service, rule.member);
 }
 
-void Camera::check_member(const std::string& service, const std::string& member,
-                          Service::MemberKind kind) const {
-    if (kind_of(service, member) == kind)
-        return;
-    throw Refusal("'" + member + "' is " +
-                  (kind == Service::MemberKind::method ? "a signal, not a method"
-                                                       : "a method, not a signal"));
+void Camera::check_method(const std::string& service, const std::string& member) const {
+    switch (kind_of(service, member)) {
+        case MemberKind::method:
+            return;
+        case MemberKind::signal:
+            throw Refusal("'" + member + "' is a signal, not a method");
+        case MemberKind::property:
+            throw Refusal("'" + member + "' is a property, not a method",
+                          "a property is read with 'Get'");
+        case MemberKind::outgoing_call:
+            throw Refusal("'" + member + "' is a call by the camera, not one that it gets",
+                          "expect the state that it tells of");
+    }
 }
 
 Json Camera::value(const std::string& name) const {
-    const auto [service, own_name] = owner_of(name);
-    const std::vector<Value> values = service->values();
-    const auto it = std::ranges::find(values, own_name, &Value::name);
-    if (it == values.end())
-        throw Refusal("there is no value '" + name + "'");
-    return it->value;
+    return owner_of(name).value(name);
 }
 
 Json Camera::show() const {
@@ -183,7 +201,7 @@ Json Camera::show() const {
                                      {"activatable", !not_activatable_.contains(service->name())},
                                      {"registrations", service->registrations()}});
         for (const Value& value : service->values())
-            state["values"][service->name() + "." + value.name] = value.value;
+            state["values"][value.name] = value.value;
     }
     state["faults"] = faults_.json();
     return state;

@@ -10,6 +10,7 @@
 
 #include "camera/configuration.hpp"
 #include "camera/fault_rules.hpp"
+#include "camera/power_model.hpp"
 #include "camera/service.hpp"
 #include "camera/story.hpp"
 #include "camera/temperature_model.hpp"
@@ -26,7 +27,7 @@ class Camera {
     /// service's callbacks, so they must not use verbs there and then.
     struct Observers {
         std::function<void(const CallRecord&)> called;  ///< a service was called
-        std::function<void()> changed;                  ///< a value was set
+        std::function<void()> changed;                  ///< a value has changed
     };
 
     /// Builds the services, all down. `event` and `story` must outlive the camera; `lost` is
@@ -46,7 +47,7 @@ class Camera {
 
     void set_observers(Observers observers) { observers_ = std::move(observers); }
 
-    /// `name` is "SERVICE.VALUE", such as "temperature.main".
+    /// `name` is one of `show()`, such as "temperature.main".
     void set(const std::string& name, const std::string& value);
     /// @throws tool::Failure (unavailable) too, as `restart` and `activate`.
     void start(const std::string& service);
@@ -61,12 +62,13 @@ class Camera {
 
     /// The same checks, without doing it.
     [[nodiscard]] tool::Json check_value(const std::string& name, const std::string& value) const;
+    /// What a value that can be seen would be, where `text` stands for it.
+    [[nodiscard]] tool::Json check_state(const std::string& name, const std::string& text) const;
     void check_service(const std::string& service) const { (void)service_named(service); }
     void check_fault(const FaultRule& rule) const;
     void check_fault_target(const std::string& target) const;
-    /// `kind` of a member that some service, or the named one, has.
-    void check_member(const std::string& service, const std::string& member,
-                      Service::MemberKind kind) const;
+    /// Of a method that some service, or the named one, has.
+    void check_method(const std::string& service, const std::string& member) const;
 
     /// A value as it is now.
     [[nodiscard]] tool::Json value(const std::string& name) const;
@@ -79,11 +81,10 @@ class Camera {
 
   private:
     [[nodiscard]] Service& service_named(const std::string& name) const;
-    /// The service that has a value, and the value's name within it.
-    [[nodiscard]] std::pair<Service*, std::string> owner_of(const std::string& value) const;
+    /// The service that has a value.
+    [[nodiscard]] Service& owner_of(const std::string& value) const;
     /// The kind of a member, or a refusal with the nearest name.
-    [[nodiscard]] Service::MemberKind kind_of(const std::string& service,
-                                              const std::string& member) const;
+    [[nodiscard]] MemberKind kind_of(const std::string& service, const std::string& member) const;
     void drop(const std::string& service);
 
     Story& story_;
@@ -91,6 +92,7 @@ class Camera {
     FaultRules faults_;
     Surroundings surroundings_;
     TemperatureModel temperature_;
+    PowerModel power_;
     std::vector<std::unique_ptr<Service>> services_;  // goes first: it refers to all of the above
     std::string address_;
     std::set<std::string> not_activatable_;

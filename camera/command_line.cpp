@@ -40,6 +40,13 @@ Format format_of(const CommandLine& line) {
     return line.format == "json" ? Format::json : Format::text;
 }
 
+void check_guests(const std::vector<std::vector<std::string>>& guests) {
+    for (const std::vector<std::string>& guest : guests) {
+        if (guest.empty())
+            throw tool::Failure(ExitCode::usage, "there is no program behind one of the '--'");
+    }
+}
+
 void add_run(CLI::App& app, CommandLine& line) {
     CLI::App* run = app.add_subcommand("run", "Play the camera until a signal comes");
     CLI::Option* bus =
@@ -65,9 +72,9 @@ void add_run(CLI::App& app, CommandLine& line) {
     run->add_flag("--system", line.run.system_allowed,
                   "Allow to play on the machine's own system bus");
     run->footer(
-        "Behind a lone --, a program with its arguments: it runs on the camera's bus, which it "
-        "finds\nwhere programs look for the system bus; the camera ends with it, and it with the "
-        "camera.");
+        "Behind each lone --, a program with its arguments: it runs on the camera's bus, which it "
+        "finds\nwhere programs look for the system bus. The camera ends when one of them fails or "
+        "all have\nended, and they end with the camera.");
     add_format(*run, line);
     run->add_option("--color", line.color, "Colours in text: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
@@ -77,7 +84,10 @@ void add_run(CLI::App& app, CommandLine& line) {
         line.run.activation = !line.no_activation;
         line.run.format = format_of(line);
         line.run.color = tool::color_choice(line.color);
-        line.command = [&line] { return run_camera(line.run); };
+        line.command = [&line] {
+            check_guests(line.run.guests);
+            return run_camera(line.run);
+        };
     });
 }
 
@@ -112,7 +122,7 @@ void add_orders(CLI::App& app, CommandLine& line) {
     };
     CLI::App* set = add_verb(app, line, "set", "Set a value: set temperature.main 71.5",
                              [&line] { set_value(line.bus, line.name, line.value); });
-    set->add_option("NAME", line.name, "SERVICE.VALUE, as 'show' lists them")->required();
+    set->add_option("NAME", line.name, "One of the values that 'show' lists")->required();
     set->add_option("VALUE", line.value, "What it is to be; -inf goes behind --")->required();
     for (const Order& order : orders) {
         add_verb(app, line, order.name, order.description,
@@ -123,13 +133,14 @@ void add_orders(CLI::App& app, CommandLine& line) {
 }
 
 void add_fail(CLI::App& app, CommandLine& line) {
-    CLI::App* fail = add_verb(app, line, "fail", "Make a method or a signal go wrong", [&line] {
-        if (line.clear)
-            give_order(line.bus, "ClearFault", line.fault.member);
-        else
-            set_fault(line.bus, line.fault);
-    });
-    fail->add_option("MEMBER", line.fault.member, "Method or signal, or SERVICE.MEMBER")
+    CLI::App* fail =
+        add_verb(app, line, "fail", "Make a method, signal or property go wrong", [&line] {
+            if (line.clear)
+                give_order(line.bus, "ClearFault", line.fault.member);
+            else
+                set_fault(line.bus, line.fault);
+        });
+    fail->add_option("MEMBER", line.fault.member, "Method, signal or property, or SERVICE.MEMBER")
         ->required();
     CLI::Option* clear = fail->add_flag("--clear", line.clear, "Let it work again");
     FaultOptions& fault = line.fault;
@@ -138,7 +149,7 @@ void add_fail(CLI::App& app, CommandLine& line) {
     CLI::Option* const others[] = {
         fail->add_option("--error", fault.error, "Answer with this D-Bus error")->type_name("NAME"),
         fail->add_option("--delay", fault.delay, "Send it this much later")->type_name("MS"),
-        fail->add_flag("--malformed", fault.malformed, "Send it with a wrong signature"),
+        fail->add_flag("--malformed", fault.malformed, "Send it with a wrong signature or type"),
         fail->add_flag("--silent", fault.silent, "Do not send it at all"),
         fail->add_flag("--drop", fault.drop, "Let the service leave the bus in place of sending"),
         fail->add_option("--times", fault.times, "For the next N only; without, until cleared")
@@ -152,19 +163,25 @@ void add_fail(CLI::App& app, CommandLine& line) {
         clear->excludes(other);
 }
 
-/// Takes `-- PROGRAM ARGUMENT…` off a command line that begins with `run`: options of the program
-/// are not ours, and an option of ours that may take several words must not take it for one.
-std::vector<std::string> take_guest(int& argc, char** argv) {
+/// Takes each `-- PROGRAM ARGUMENT…` off a command line that begins with `run`: options of a
+/// program are not ours, and an option of ours that may take several words must not take it for
+/// one. With nothing at all behind a `--` there is no program.
+std::vector<std::vector<std::string>> take_guests(int& argc, char** argv) {
     if (argc < 2 || std::string_view(argv[1]) != "run")
         return {};
+    const auto is_dashes = [](const char* word) { return std::string_view(word) == "--"; };
     char** const end = argv + argc;
-    char** const dashes =
-        std::find_if(argv, end, [](const char* word) { return std::string_view(word) == "--"; });
-    std::vector<std::string> guest;
-    if (dashes != end)
-        guest.assign(dashes + 1, end);
-    argc = static_cast<int>(dashes - argv);
-    return guest;
+    char** const first = std::find_if(argv, end, is_dashes);
+    argc = static_cast<int>(first - argv);
+    if (end - first <= 1)
+        return {};
+    std::vector<std::vector<std::string>> guests;
+    for (char** dashes = first; dashes != end;) {
+        char** const next = std::find_if(dashes + 1, end, is_dashes);
+        guests.emplace_back(dashes + 1, next);
+        dashes = next;
+    }
+    return guests;
 }
 
 }  // namespace
@@ -173,7 +190,7 @@ int main_program(int argc, char** argv) {
     CLI::App app{"Plays the services of a camera on D-Bus, for blocks that have no camera",
                  "fenwa-camera"};
     CommandLine line;
-    line.run.guest = take_guest(argc, argv);
+    line.run.guests = take_guests(argc, argv);
     app.set_version_flag("--version", "fenwa-camera " FENWA_VERSION);
     app.require_subcommand(1);
     add_run(app, line);

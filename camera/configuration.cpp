@@ -1,5 +1,6 @@
 #include "camera/configuration.hpp"
 
+#include <cmath>
 #include <limits>
 #include <map>
 
@@ -75,10 +76,23 @@ class SensorReader {
     std::map<std::int64_t, tool::Position> ids_;
 };
 
+void read_power(const toml::table& table, Power& power, tool::Diagnostics& diagnostics) {
+    tool::TableReader reader(table, "[power]", diagnostics);
+    if (const auto budget = reader.number("budget")) {
+        if (std::isfinite(*budget) && *budget >= 0.0)
+            power.budget = *budget;
+        else
+            diagnostics.error(reader.where("budget"),
+                              "'budget' of [power] must be a finite number of at least 0");
+    }
+    power.received = reader.number("received").value_or(power.received);
+    reader.report_unknown_keys();
+}
+
 }  // namespace
 
 Configuration default_configuration() {
-    return {{{"main", 3, 36.5}, {"lens", 4, 28.0}, {"housing", 5, 21.5}}};
+    return {{{"main", 3, 36.5}, {"lens", 4, 28.0}, {"housing", 5, 21.5}}, {}};
 }
 
 Configuration read_configuration(const std::string& path, tool::Diagnostics& diagnostics) {
@@ -93,6 +107,8 @@ Configuration read_configuration(const std::string& path, tool::Diagnostics& dia
             sensor_reader.read(node);
         configuration.sensors = sensor_reader.take();
     }
+    if (const toml::table* power = reader.table("power"))
+        read_power(*power, configuration.power, diagnostics);
     reader.report_unknown_keys();
     return configuration;
 }

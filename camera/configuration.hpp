@@ -8,13 +8,20 @@
 
 namespace camera {
 
+/// The camera's power, in the unit that the user thinks in; nothing is converted.
+struct Power {
+    double budget = 20.0;    ///< what consumers share; finite and at least 0
+    double received = 25.0;  ///< what comes in, any double; the budget does not depend on it
+};
+
 /// What a camera is made of.
 struct Configuration {
     std::vector<Sensor> sensors;
+    Power power{};
 };
 
 /// The camera that serves without a file: sensors "main" (id 3, 36.5), "lens" (id 4, 28.0) and
-/// "housing" (id 5, 21.5).
+/// "housing" (id 5, 21.5); it receives a power of 25 and has a budget of 20 for its consumers.
 [[nodiscard]] Configuration default_configuration();
 
 /// Reads a camera from a TOML file:
@@ -23,6 +30,10 @@ struct Configuration {
 ///     name = "main"
 ///     id = 3
 ///     temperature = 36.5
+///
+///     [power]
+///     budget = 20
+///     received = 25
 ///
 /// What the file leaves out is as in the default. Every mistake becomes a diagnostic; what could
 /// be read all the same is returned, so that a scenario can be checked against it.

@@ -81,7 +81,7 @@ void set_option(FaultRule& rule, const std::string& key, const Json& value) {
 /// How the options go together.
 void check_fault_rule(const FaultRule& rule) {
     if (rule.member.empty())
-        throw Refusal("a fault needs the name of a method or signal in 'member'");
+        throw Refusal("a fault needs the name of a method, signal or property in 'member'");
     if (rule.effect == FaultEffect::none && rule.delay.count() == 0)
         throw Refusal("a fault needs one of error, malformed, silent, drop and delay");
     if (rule.effect == FaultEffect::silent && rule.delay.count() > 0)

@@ -13,11 +13,11 @@
 
 namespace camera {
 
-/// What happens in place of the right answer, or of the right signal.
+/// What happens in place of the right answer, or of the right signal or call.
 enum class FaultEffect {
     none,       ///< the right one is sent, perhaps late
     error,      ///< an error reply; the call is not served
-    malformed,  ///< the call is served, the message has a body of another signature
+    malformed,  ///< the call is served, the message has a body or value of another type
     silent,     ///< nothing is sent; the call is not served
     drop,       ///< the service leaves the bus in place of answering; the call is not served
 };
@@ -25,7 +25,7 @@ enum class FaultEffect {
 /// A rule "do this to the next messages of that member".
 struct FaultRule {
     std::string service;  ///< empty: whichever service has the member
-    std::string member;   ///< a method or a signal
+    std::string member;   ///< a method, a signal, a property or an outgoing call
     FaultEffect effect = FaultEffect::none;
     std::string error_name;              ///< with `FaultEffect::error`
     std::chrono::milliseconds delay{0};  ///< what is sent, or the drop, comes this much later

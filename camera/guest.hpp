@@ -11,7 +11,8 @@
 
 namespace camera {
 
-/// A program that runs beside the camera, on the camera's bus, for as long as the camera plays.
+/// A program that runs beside the camera, on the camera's bus, at most for as long as the camera
+/// plays.
 /// It finds the bus where programs look for the system bus.
 class Guest {
   public:

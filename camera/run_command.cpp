@@ -3,6 +3,7 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -117,10 +118,8 @@ class Session {
         }
         story_.ready(address, up);
         sd_notifyf(0, "READY=1\nSTATUS=Playing on %s", address.c_str());
-        if (!options_.guest.empty())
-            guest_ = std::make_unique<Guest>(*event_, options_.guest, address,
-                                             [this](int status) { guest_ended(status); });
-        if (options_.scenario) {
+        start_guests(address);
+        if (options_.scenario && !ended_) {
             player_ = std::make_unique<ScenarioPlayer>(
                 scenario_, *camera_, story_, *event_,
                 [this](ExitCode code, const std::string& sentence) { end(code, sentence); });
@@ -132,6 +131,22 @@ class Session {
             end(ExitCode::threw, "ended by the internal error above");
         player_.reset();
         camera_->go_down();
+    }
+
+    void start_guests(const std::string& address) {
+        try {
+            for (const std::vector<std::string>& command : options_.guests)
+                guests_.push_back(std::make_unique<Guest>(
+                    *event_, command, address,
+                    [this, &command](int status) { guest_ended(command.front(), status); }));
+        } catch (const Failure& failure) {
+            // Those that run already are to end in peace.
+            end(failure.code(), failure.what());
+        }
+    }
+
+    [[nodiscard]] bool guests_run() const {
+        return std::ranges::any_of(guests_, [](const auto& guest) { return guest->running(); });
     }
 
     std::string open_private_bus() {
@@ -158,7 +173,7 @@ class Session {
         std::signal(SIGPIPE, SIG_IGN);
         const std::vector<int> signals = ending_signals();
         sigset_t set = set_of(signals);
-        sigaddset(&set, SIGCHLD);  // for the guest's end
+        sigaddset(&set, SIGCHLD);  // for the end of guests
         sigprocmask(SIG_BLOCK, &set, nullptr);
         for (const int number : signals) {
             sd_event_source* source = nullptr;
@@ -197,28 +212,32 @@ class Session {
             return;
         code_ = code;
         sentence_ = sentence;
-        // The guest still finds the bus and the services while it stops.
-        if (guest_ != nullptr && guest_->running())
-            guest_->ask_to_end();
-        else
+        // The guests still find the bus and the services while they stop.
+        for (const auto& guest : guests_)
+            guest->ask_to_end();
+        if (!guests_run())
             sd_event_exit(event_.get(), 0);
     }
 
-    void guest_ended(int status) {
+    void guest_ended(const std::string& program, int status) {
         // Whoever lets the SIGTERM end it that was to end it has done what was asked for.
         if (ended_ && status == 128 + SIGTERM)
             status = 0;
         const std::string ended =
-            "'" + options_.guest.front() + "' ended with exit code " + std::to_string(status);
-        if (!ended_ && status == 0 && options_.scenario)
-            end(ExitCode::expectation_failed, ended + ", before the scenario did");
-        else if (!ended_)
-            end(ExitCode{status}, status == 0 ? std::string{} : ended);
-        else if (code_ == ExitCode::done && status != 0) {
+            "'" + program + "' ended with exit code " + std::to_string(status);
+        if (!ended_ && status != 0) {
+            end(ExitCode{status}, ended);
+        } else if (!ended_ && !guests_run()) {
+            if (options_.scenario)
+                end(ExitCode::expectation_failed, ended + ", before the scenario did");
+            else
+                end(ExitCode::done, {});
+        } else if (ended_ && code_ == ExitCode::done && status != 0) {
             code_ = ExitCode{status};
             sentence_ = ended;
         }
-        sd_event_exit(event_.get(), 0);
+        if (ended_ && !guests_run())
+            sd_event_exit(event_.get(), 0);
     }
 
     const RunOptions& options_;
@@ -231,7 +250,7 @@ class Session {
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
     std::unique_ptr<ScenarioPlayer> player_;
-    std::unique_ptr<Guest> guest_;
+    std::vector<std::unique_ptr<Guest>> guests_;
     bool ended_ = false;
     ExitCode code_ = ExitCode::done;
     std::string sentence_;

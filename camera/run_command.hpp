@@ -23,12 +23,15 @@ struct RunOptions {
     bool activation = true;               ///< calls bring services up that are down
     Format format = Format::text;
     tool::ColorChoice color = tool::ColorChoice::automatic;
-    std::vector<std::string> guest;  ///< program with its arguments to run on the bus; or none
+    std::vector<std::vector<std::string>>
+        guests{};  ///< programs, with arguments, to run on the bus
 };
 
-/// Plays the camera until a signal, the end of the scenario, the end of the guest program or the
-/// loss of the bus. Where a guest runs, it is asked to end before the camera does.
-/// @returns `done`, the guest's own exit code, or `misconfigured` after the mistakes of the files
+/// Plays the camera until a signal, the end of the scenario, the loss of the bus, or until a guest
+/// program ends with a failure or the last one without. Guests that still run are asked to end
+/// before the camera does.
+/// @returns `done`, the exit code of the first guest that has failed, or `misconfigured` after the
+/// mistakes of the files
 ///          were printed on stderr.
 /// @throws tool::Failure for everything else, with a sentence.
 [[nodiscard]] tool::ExitCode run_camera(const RunOptions& options);

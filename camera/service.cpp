@@ -5,7 +5,10 @@
 namespace camera {
 
 Service::Service(std::string name, Surroundings& surroundings)
-    : name_(std::move(name)), around_(surroundings), timers_(surroundings.event) {}
+    : name_(std::move(name)),
+      around_(surroundings),
+      timers_(surroundings.event),
+      outgoing_(name_, surroundings.story) {}
 
 void Service::bring_up(const std::string& address) {
     if (is_up())
@@ -25,7 +28,7 @@ void Service::bring_up(const std::string& address) {
                                  Trampoline<&Service::on_client_left>::message, this),
                 "sd_bus_add_match");
     slots.emplace_back(slot);
-    for (const Object& object : objects()) {
+    for (const ServedObject& object : objects()) {
         tool::check(sd_bus_add_object_vtable(bus, &slot, object.names.path, object.names.interface,
                                              object.vtable, this),
                     "sd_bus_add_object_vtable");
@@ -43,6 +46,7 @@ void Service::take_down(const std::string& why) {
     if (!is_up())
         return;
     timers_.clear();
+    outgoing_.clear();
     slots_.clear();
     connection_.reset();
     forget();
@@ -55,31 +59,48 @@ std::string Service::unique_name() const {
 
 std::vector<std::string> Service::bus_names() const {
     std::vector<std::string> names;
-    for (const Object& object : objects()) {
+    for (const ServedObject& object : objects()) {
         if (std::ranges::find(names, object.names.name) == names.end())
             names.emplace_back(object.names.name);
     }
     return names;
 }
 
-std::vector<std::pair<std::string, Service::MemberKind>> Service::members() const {
-    std::vector<std::pair<std::string, MemberKind>> members;
-    for (const Object& object : objects()) {
-        for (const sd_bus_vtable* v = object.vtable; v->type != _SD_BUS_VTABLE_END; ++v) {
-            if (v->type == _SD_BUS_VTABLE_METHOD)
-                members.emplace_back(v->x.method.member, MemberKind::method);
-            else if (v->type == _SD_BUS_VTABLE_SIGNAL)
-                members.emplace_back(v->x.signal.member, MemberKind::signal);
-        }
+Members Service::members() const {
+    Members members;
+    for (const ServedObject& object : objects()) {
+        for (auto& member : members_of(object))
+            members.push_back(std::move(member));
     }
+    for (const std::string& call : outgoing_calls())
+        members.emplace_back(call, MemberKind::outgoing_call);
     return members;
+}
+
+bool Service::claims(const std::string& value) const {
+    return std::ranges::any_of(values(), [&](const Value& each) { return each.name == value; });
+}
+
+tool::Json Service::value(const std::string& name) const {
+    const std::vector<Value> all = values();
+    const auto it = std::ranges::find(all, name, &Value::name);
+    if (it == all.end())
+        throw Refusal("there is no value '" + name + "'");
+    return it->value;
+}
+
+void Service::do_afterwards() {
+    if (const auto what = std::exchange(afterwards_, nullptr))
+        what();
 }
 
 int Service::on_client_left(sd_bus_message& message) {
     const char* client = nullptr;
     tool::check(sd_bus_message_read(&message, "s", &client), "sd_bus_message_read");
+    afterwards_ = nullptr;
     if (const std::size_t count = client_left(client); count > 0)
         around_.story.registrations_dropped(name_, client, count);
+    do_afterwards();
     return 0;
 }
 

@@ -14,7 +14,9 @@
 #include "camera/bus_names.hpp"
 #include "camera/connection.hpp"
 #include "camera/fault_rules.hpp"
+#include "camera/outgoing_calls.hpp"
 #include "camera/refusal.hpp"
+#include "camera/served_object.hpp"
 #include "camera/story.hpp"
 #include "camera/timers.hpp"
 #include "camera/trampoline.hpp"
@@ -28,13 +30,14 @@ struct Surroundings {
     Story& story;
     FaultRules& faults;
     std::function<void(const CallRecord&)> called;         ///< a method call has arrived
+    std::function<void()> changed;                         ///< a value has changed by itself
     std::function<void(const std::string& service)> drop;  ///< a fault takes the service down
     std::function<void()> lost;                            ///< the daemon ended a connection
 };
 
-/// A value of the camera that can be set and seen.
+/// A value of the camera that can be seen and, mostly, set.
 struct Value {
-    std::string name;  ///< within its service: "main"
+    std::string name;  ///< "GROUP.NAME", such as "temperature.main"; services may share a group
     tool::Json value;
 };
 
@@ -44,18 +47,11 @@ struct Value {
 ///
 /// The base tells the story of each call and signal, applies faults, and refuses what sd-bus
 /// would refuse unseen (unknown members, wrong signatures). A derived class has a vtable whose
-/// methods are `serve<&Derived::method>`, and emits signals with `emit`.
+/// methods are `serve<&Derived::method>` and whose properties have an sd-bus getter with the
+/// service for userdata; it emits signals with `emit` and `emit_changed`, and calls others with
+/// `call_out`.
 class Service {
   public:
-    /// A method of a vtable or one of its signals.
-    enum class MemberKind { method, signal };
-
-    /// One interface at one path, with the vtable that describes and serves it.
-    struct Object {
-        BusObject names;
-        const sd_bus_vtable* vtable;
-    };
-
     /// `name` is the short name that users type: "temperature".
     Service(std::string name, Surroundings& surroundings);
     virtual ~Service() = default;
@@ -76,16 +72,23 @@ class Service {
     [[nodiscard]] std::string unique_name() const;
     /// The well-known names, each once.
     [[nodiscard]] std::vector<std::string> bus_names() const;
-    /// Methods and signals by name.
-    [[nodiscard]] std::vector<std::pair<std::string, MemberKind>> members() const;
+    /// Methods, signals, properties and outgoing calls by name.
+    [[nodiscard]] Members members() const;
 
-    /// What can be set, with what it is now.
+    /// What can be seen, with what it is now.
     [[nodiscard]] virtual std::vector<Value> values() const = 0;
-    /// What a value would be after `set_value(name, text)`, for a check ahead of time.
+    /// Whether a value of this name is the service's, even where it is not there (now).
+    [[nodiscard]] virtual bool claims(const std::string& value) const;
+    /// What a value that the service claims is now.
+    /// @throws Refusal where it is not there.
+    [[nodiscard]] virtual tool::Json value(const std::string& name) const;
+    /// What the value would be that a text stands for, for a check ahead of time.
     /// @throws Refusal for an unknown name or a text that makes no value.
     [[nodiscard]] virtual tool::Json parse_value(const std::string& name,
                                                  const std::string& text) const = 0;
-    /// Sets a value, tells it and emits the signals that are due.
+    /// @throws Refusal where the value can be seen only.
+    virtual void check_settable(const std::string& /*name*/) const {}
+    /// Sets a settable value, tells it and sends what is due.
     /// @throws Refusal as `parse_value`.
     virtual void set_value(const std::string& name, const std::string& text) = 0;
     /// Who has registered for what, for `show`: objects with "id", "client", "what" and more.
@@ -93,7 +96,9 @@ class Service {
 
   protected:
     /// The objects, the same at each call; valid as long as the service.
-    [[nodiscard]] virtual std::span<const Object> objects() const = 0;
+    [[nodiscard]] virtual std::span<const ServedObject> objects() const = 0;
+    /// The methods of others that the service calls.
+    [[nodiscard]] virtual std::vector<std::string> outgoing_calls() const { return {}; }
     /// A client has left the bus; returns how many of its registrations were dropped.
     virtual std::size_t client_left(const std::string& unique_name) = 0;
     /// Forgets what a process forgets when it ends.
@@ -106,20 +111,38 @@ class Service {
               Arguments... arguments) {
         if (!is_up())
             return;
-        tool::MessagePtr signal = new_signal(object, member);
-        tool::check(sd_bus_message_append(signal.get(), types, arguments...),
-                    "sd_bus_message_append");
-        send_signal(std::move(signal));
+        const auto empty = [&] { return new_signal(object, member); };
+        send_signal(with_body(empty(), types, arguments...),
+                    [&] { return with_wrong_body(empty(), types); });
     }
+
+    /// Emits PropertiesChanged with the value that a property of the service has now. Does nothing
+    /// when the service is down.
+    void emit_changed(const BusObject& object, const char* property);
+
+    /// Calls a method of somebody else, who need not be there: the answer, or what came in place
+    /// of it, goes into the story and nowhere else. `about` says what the call is about.
+    template <class... Arguments>
+    void call_out(const std::string& about, const BusObject& to, const char* member,
+                  const char* types, Arguments... arguments) {
+        if (!is_up())
+            return;
+        const auto empty = [&] { return new_call(to, member); };
+        send_call(about, with_body(empty(), types, arguments...),
+                  [&] { return with_wrong_body(empty(), types); });
+    }
+    /// From here on answers to the calls about this are ignored, and what is late is not sent.
+    void forget_calls(const std::string& about) { outgoing_.forget(about); }
+
+    /// To be used by a method and by `client_left`: `what` is done when the call was answered, or
+    /// the loss of the client told.
+    void afterwards(std::function<void()> what) { afterwards_ = std::move(what); }
 
     /// The reply to `call` with these values, to be returned by a method.
     template <class... Values>
     [[nodiscard]] static tool::MessagePtr reply(sd_bus_message& call, const char* types,
                                                 Values... values) {
-        tool::MessagePtr message = new_reply(call);
-        tool::check(sd_bus_message_append(message.get(), types, values...),
-                    "sd_bus_message_append");
-        return message;
+        return with_body(new_reply(call), types, values...);
     }
 
     /// The vtable entry for `tool::MessagePtr Derived::method(sd_bus_message&)`, which returns the
@@ -130,6 +153,8 @@ class Service {
     }
 
     [[nodiscard]] Story& story() const noexcept { return around_.story; }
+    /// Tells that values have changed that nobody has set.
+    void values_changed() const { around_.changed(); }
 
   private:
     template <auto Method>
@@ -143,18 +168,42 @@ class Service {
         }
     };
 
+    using MakeMessage = std::function<tool::MessagePtr()>;
+    using SendMessage = std::function<void(sd_bus_message&)>;
+
     [[nodiscard]] tool::MessagePtr new_signal(const BusObject& object, const char* member) const;
+    [[nodiscard]] tool::MessagePtr new_call(const BusObject& to, const char* member) const;
     [[nodiscard]] static tool::MessagePtr new_reply(sd_bus_message& call);
+    template <class... Arguments>
+    static tool::MessagePtr with_body(tool::MessagePtr message, const char* types,
+                                      Arguments... arguments) {
+        tool::check(sd_bus_message_append(message.get(), types, arguments...),
+                    "sd_bus_message_append");
+        return message;
+    }
+    /// With a body that whoever expects `types` cannot read.
+    static tool::MessagePtr with_wrong_body(tool::MessagePtr message, const char* types);
 
     int on_message(sd_bus_message& message);
     int on_client_left(sd_bus_message& message);
     int on_call(sd_bus_message& call);
+    int on_property_call(sd_bus_message& call, const ServedObject& object);
+    void begin_call(sd_bus_message& call);
+    void do_afterwards();
+    int refuse(sd_bus_message& call, const BusRefusal& refusal);
+    /// Does to the call what the fault wants: `wrong` makes a malformed reply, `serve` serves it.
+    int with_fault(sd_bus_message& call, Fault fault, const MakeMessage& wrong,
+                   const std::function<int()>& serve);
     [[nodiscard]] const sd_bus_vtable& method_for(sd_bus_message& call) const;
     /// To the method, which goes on to `answer`.
     int hand_on(sd_bus_message& call, const sd_bus_vtable& method);
     int answer(sd_bus_message& call, const std::function<tool::MessagePtr()>& method) noexcept;
-    void send_signal(tool::MessagePtr signal);
     void send_reply(sd_bus_message& call, tool::MessagePtr reply, std::chrono::milliseconds delay);
+    /// Sends what nobody has asked for, with the faults of its member. False when it goes astray.
+    bool send_unasked(tool::MessagePtr message, const MakeMessage& wrong, const SendMessage& send);
+    void send_signal(tool::MessagePtr signal, const MakeMessage& wrong);
+    void send_call(const std::string& about, tool::MessagePtr call, const MakeMessage& wrong);
+    void send_late(std::chrono::milliseconds delay, tool::MessagePtr message, SendMessage send);
     void send_now(sd_bus_message& message, const std::string& member);
     void drop(std::chrono::milliseconds delay);
 
@@ -163,8 +212,10 @@ class Service {
     Timers timers_;
     std::unique_ptr<Connection> connection_;
     std::vector<tool::SlotPtr> slots_;  // released before the connection
+    OutgoingCalls outgoing_;            // likewise
     Fault fault_;                       // for the call that is being dispatched
     tool::MessagePtr malformed_reply_;  // to it, where the fault wants one
+    std::function<void()> afterwards_;  // when it was answered
 };
 
 }  // namespace camera

@@ -1,9 +1,10 @@
-// What a service does with the messages that come and go: story, faults, refusals.
+// What a service does with the messages that come: story, faults, refusals.
 #include <cerrno>
 #include <cstring>
 #include <string_view>
 
 #include "camera/message_json.hpp"
+#include "camera/property_calls.hpp"
 #include "camera/service.hpp"
 #include "common/suggestion.hpp"
 
@@ -17,33 +18,8 @@ std::string text_or_empty(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-const sd_bus_vtable* find_method(const sd_bus_vtable* vtable, std::string_view member) {
-    for (const sd_bus_vtable* v = vtable; v->type != _SD_BUS_VTABLE_END; ++v) {
-        if (v->type == _SD_BUS_VTABLE_METHOD && v->x.method.member == member)
-            return v;
-    }
-    return nullptr;
-}
-
-std::vector<std::string> method_names(const sd_bus_vtable* vtable) {
-    std::vector<std::string> names;
-    for (const sd_bus_vtable* v = vtable; v->type != _SD_BUS_VTABLE_END; ++v) {
-        if (v->type == _SD_BUS_VTABLE_METHOD)
-            names.emplace_back(v->x.method.member);
-    }
-    return names;
-}
-
 std::string with_hint(std::string sentence, const std::string& hint) {
     return hint.empty() ? sentence : std::move(sentence) + "; " + hint;
-}
-
-/// A message of the same kind and way as `right`, with a body that its receiver cannot read.
-void append_malformed(sd_bus_message& message, const char* right_signature) {
-    if (right_signature[0] == SD_BUS_TYPE_STRING)
-        check(sd_bus_message_append(&message, "i", -1), "sd_bus_message_append");
-    else
-        check(sd_bus_message_append(&message, "s", "malformed"), "sd_bus_message_append");
 }
 
 MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::string& text) {
@@ -56,56 +32,100 @@ MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::s
 
 }  // namespace
 
-MessagePtr Service::new_reply(sd_bus_message& call) {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_return(&call, &message), "sd_bus_message_new_method_return");
-    return MessagePtr(message);
-}
-
-MessagePtr Service::new_signal(const BusObject& object, const char* member) const {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_signal(&connection_->bus(), &message, object.path, object.interface,
-                                    member),
-          "sd_bus_message_new_signal");
-    return MessagePtr(message);
-}
-
 int Service::on_message(sd_bus_message& message) {
     std::uint8_t type = 0;
     check(sd_bus_message_get_type(&message, &type), "sd_bus_message_get_type");
     if (type != SD_BUS_MESSAGE_METHOD_CALL)
         return 0;
-    // sd-bus serves introspection, peers and properties by itself; they are no news.
+    if (const ServedObject* object = object_of_property_call(message, objects()))
+        return on_property_call(message, *object);
+    // sd-bus serves introspection and peers by itself; they are no news.
     if (text_or_empty(sd_bus_message_get_interface(&message)).starts_with("org.freedesktop.DBus."))
         return 0;
     return on_call(message);
 }
 
-int Service::on_call(sd_bus_message& call) {
-    const std::string member = text_or_empty(sd_bus_message_get_member(&call));
-    const CallRecord record{name_, member, body_json(call),
+void Service::begin_call(sd_bus_message& call) {
+    const CallRecord record{name_, text_or_empty(sd_bus_message_get_member(&call)), body_json(call),
                             text_or_empty(sd_bus_message_get_sender(&call))};
     around_.story.call(record);
     around_.called(record);
-
     fault_ = {};
     malformed_reply_.reset();
+    afterwards_ = nullptr;
+}
+
+int Service::refuse(sd_bus_message& call, const BusRefusal& refusal) {
+    send_reply(call, new_error(call, refusal.name(), refusal.what()), {});
+    return 1;
+}
+
+int Service::on_call(sd_bus_message& call) {
+    begin_call(call);
     const sd_bus_vtable* method = nullptr;
     try {
         method = &method_for(call);
     } catch (const BusRefusal& refusal) {
-        send_reply(call, new_error(call, refusal.name(), refusal.what()), {});
-        return 1;
+        return refuse(call, refusal);
     }
-    fault_ = around_.faults.take(name_, member).value_or(Fault{});
+    return with_fault(
+        call, around_.faults.take(name_, method->x.method.member).value_or(Fault{}),
+        [&] { return with_wrong_body(new_reply(call), method->x.method.result); },
+        [&] { return hand_on(call, *method); });
+}
+
+int Service::on_property_call(sd_bus_message& call, const ServedObject& object) {
+    begin_call(call);
+    PropertyCall asked{};
+    try {
+        asked = read_property_call(call, object);
+    } catch (const BusRefusal& refusal) {
+        return refuse(call, refusal);
+    }
+    // A rule for a property goes ahead of one for the method that reads it.
+    const sd_bus_vtable* hit = nullptr;
+    std::optional<Fault> fault;
+    for (const sd_bus_vtable* property : asked.properties) {
+        if ((fault = around_.faults.take(name_, property->x.property.member))) {
+            hit = property;
+            break;
+        }
+    }
+    if (!fault)
+        fault = around_.faults.take(name_, sd_bus_message_get_member(&call));
+
+    const auto right = [&](sd_bus_message& reply, const sd_bus_vtable& property) {
+        append_right_value(reply, object, property, this);
+    };
+    const auto wrong_reply = [&] {
+        if (hit == nullptr)
+            return with_wrong_body(new_reply(call), asked.all ? "a{sv}" : "v");
+        MessagePtr reply = new_reply(call);
+        append_reply(*reply, asked, [&](sd_bus_message& message, const sd_bus_vtable& property) {
+            &property == hit ? append_wrong_value(message, property) : right(message, property);
+        });
+        return reply;
+    };
+    // Not left to sd-bus, whose answer could be neither late nor told.
+    const auto right_reply = [&] {
+        MessagePtr reply = new_reply(call);
+        append_reply(*reply, asked, right);
+        return reply;
+    };
+    return with_fault(call, fault.value_or(Fault{}), wrong_reply,
+                      [&] { return answer(call, right_reply); });
+}
+
+int Service::with_fault(sd_bus_message& call, Fault fault, const MakeMessage& wrong,
+                        const std::function<int()>& serve) {
+    fault_ = std::move(fault);
     switch (fault_.effect) {
         case FaultEffect::none:
-            return hand_on(call, *method);
+            return serve();
         case FaultEffect::malformed:
             // Made here: once the vtable is in play, sd-bus sends no reply of another signature.
-            malformed_reply_ = new_reply(call);
-            append_malformed(*malformed_reply_, method->x.method.result);
-            return hand_on(call, *method);
+            malformed_reply_ = wrong();
+            return serve();
         case FaultEffect::error:
             send_reply(call, new_error(call, fault_.error_name, "A fault rule answers this call."),
                        fault_.delay);
@@ -130,24 +150,25 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
     const std::string path = text_or_empty(sd_bus_message_get_path(&call));
     const std::string interface = text_or_empty(sd_bus_message_get_interface(&call));
     const std::string member = text_or_empty(sd_bus_message_get_member(&call));
-    const sd_bus_vtable* vtable = nullptr;
+    const ServedObject* served = nullptr;
     bool path_known = false;
-    for (const Object& object : objects()) {
+    for (const ServedObject& object : objects()) {
         path_known = path_known || path == object.names.path;
         // A call may leave the interface out.
         if (path == object.names.path && (interface.empty() || interface == object.names.interface))
-            vtable = object.vtable;
+            served = &object;
     }
     if (!path_known)
         throw BusRefusal(SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no object '" + path + "'.");
-    if (vtable == nullptr)
+    if (served == nullptr)
         throw BusRefusal(SD_BUS_ERROR_UNKNOWN_INTERFACE,
                          "'" + path + "' has no interface '" + interface + "'.");
-    const sd_bus_vtable* method = find_method(vtable, member);
+    const sd_bus_vtable* method = find_method(*served, member);
     if (method == nullptr)
-        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_METHOD,
-                         with_hint("There is no method '" + member + "'",
-                                   tool::did_you_mean(member, method_names(vtable))));
+        throw BusRefusal(
+            SD_BUS_ERROR_UNKNOWN_METHOD,
+            with_hint("There is no method '" + member + "'",
+                      tool::did_you_mean(member, names_of(*served, MemberKind::method))));
     const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
     if (signature != method->x.method.signature)
         throw BusRefusal(
@@ -168,84 +189,13 @@ int Service::answer(sd_bus_message& call, const std::function<MessagePtr()>& met
         if (malformed_reply_)
             reply = std::move(malformed_reply_);
         send_reply(call, std::move(reply), fault.delay);
+        do_afterwards();
         return 1;
     } catch (const std::system_error& error) {
         return -error.code().value();  // sd-bus answers with that error
     } catch (const std::exception&) {
         return -ENOMEM;
     }
-}
-
-void Service::send_reply(sd_bus_message& call, MessagePtr reply, std::chrono::milliseconds delay) {
-    if (sd_bus_message_get_expect_reply(&call) <= 0)
-        return;
-    const std::string member = text_or_empty(sd_bus_message_get_member(&call));
-    if (delay.count() == 0) {
-        send_now(*reply, member);
-        return;
-    }
-    // Shared, because std::function wants what it holds to be copyable.
-    timers_.once(delay, [this, member, late = std::shared_ptr<sd_bus_message>(std::move(reply))] {
-        send_now(*late, member);
-    });
-}
-
-void Service::send_signal(MessagePtr signal) {
-    const std::string member = text_or_empty(sd_bus_message_get_member(signal.get()));
-    const Fault fault = around_.faults.take(name_, member).value_or(Fault{});
-    switch (fault.effect) {
-        case FaultEffect::none:
-        case FaultEffect::error:  // refused for signals when the rule is made
-            break;
-        case FaultEffect::malformed: {
-            const BusObject object{nullptr, sd_bus_message_get_path(signal.get()),
-                                   sd_bus_message_get_interface(signal.get())};
-            MessagePtr wrong = new_signal(object, member.c_str());
-            append_malformed(*wrong, sd_bus_message_get_signature(signal.get(), 1));
-            signal = std::move(wrong);
-            break;
-        }
-        case FaultEffect::silent:
-            return;
-        case FaultEffect::drop:
-            drop(fault.delay);
-            return;
-    }
-    if (fault.delay.count() == 0) {
-        send_now(*signal, member);
-        return;
-    }
-    timers_.once(fault.delay,
-                 [this, member, late = std::shared_ptr<sd_bus_message>(std::move(signal))] {
-                     send_now(*late, member);
-                 });
-}
-
-void Service::send_now(sd_bus_message& message, const std::string& member) {
-    const int r = sd_bus_send(&connection_->bus(), &message, nullptr);
-    // A connection that has just been lost is told of elsewhere.
-    if (r == -ENOTCONN || r == -ECONNRESET)
-        return;
-    check(r, "sd_bus_send");
-
-    // Sending has sealed the message, so that it can be read like a received one.
-    const tool::Json body = body_json(message);
-    const std::string receiver = text_or_empty(sd_bus_message_get_destination(&message));
-    if (sd_bus_message_is_method_error(&message, nullptr) > 0) {
-        around_.story.error_reply(name_, member, receiver, sd_bus_message_get_error(&message)->name,
-                                  body.empty() ? "" : body[0].get<std::string>());
-    } else if (receiver.empty()) {
-        around_.story.signal(name_, member, body);
-    } else {
-        around_.story.reply(name_, member, receiver, body);
-    }
-}
-
-void Service::drop(std::chrono::milliseconds delay) {
-    // From the loop, ahead of everything else: a connection cannot be closed in its own callback,
-    // and nothing else may be answered in between.
-    timers_.once(
-        delay, [this] { around_.drop(name_); }, SD_EVENT_PRIORITY_IMPORTANT);
 }
 
 }  // namespace camera

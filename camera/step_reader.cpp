@@ -174,9 +174,8 @@ std::optional<ExpectedCall> StepReader::read_call(const std::string& target,
     ExpectedCall call{names.service, names.member, std::nullopt};
     if (const toml::array* arguments = reader.array("arguments"))
         call.arguments = json(*arguments);
-    const bool known = passes(reader.where("call"), [&] {
-        camera_.check_member(call.service, call.member, Service::MemberKind::method);
-    });
+    const bool known =
+        passes(reader.where("call"), [&] { camera_.check_method(call.service, call.member); });
     return known ? std::optional(call) : std::nullopt;
 }
 
@@ -193,7 +192,7 @@ std::optional<ExpectedState> StepReader::read_state(const std::string& name,
     std::optional<ExpectedState> expected;
     (void)passes(reader.where("state"), [&] {
         // The value as the camera would show it: 71 and 71.0 are the same temperature.
-        expected = ExpectedState{name, camera_.check_value(name, value_text(*value))};
+        expected = ExpectedState{name, camera_.check_state(name, value_text(*value))};
     });
     return expected;
 }

@@ -108,6 +108,36 @@ void Story::signal(const std::string& service, const std::string& member, const 
           "", "signals " + member + "(" + arguments_text(arguments) + ")");
 }
 
+void Story::call_out(const std::string& service, const std::string& member,
+                     const std::string& receiver, const Json& arguments) {
+    write("outgoing_call",
+          {{"service", service},
+           {"member", member},
+           {"receiver", receiver},
+           {"arguments", arguments}},
+          service, "", "calls " + receiver + ", " + member + "(" + arguments_text(arguments) + ")");
+}
+
+void Story::call_answered(const std::string& service, const std::string& member,
+                          const std::string& receiver, const Json& values) {
+    write("answer",
+          {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
+          service, "", receiver + " answers " + member + ": (" + arguments_text(values) + ")");
+}
+
+void Story::call_failed(const std::string& service, const std::string& member,
+                        const std::string& receiver, const std::string& name,
+                        const std::string& message) {
+    write("answer",
+          {{"service", service},
+           {"member", member},
+           {"receiver", receiver},
+           {"error", name},
+           {"message", message}},
+          service, palette_.red,
+          "the call of " + receiver + ", " + member + ", has failed: " + name + ": " + message);
+}
+
 void Story::registrations_dropped(const std::string& service, const std::string& client,
                                   std::size_t count) {
     write("dropped", {{"service", service}, {"client", client}, {"registrations", count}}, service,

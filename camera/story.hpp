@@ -43,6 +43,14 @@ class Story {
                      const std::string& receiver, const std::string& name,
                      const std::string& message);
     void signal(const std::string& service, const std::string& member, const tool::Json& arguments);
+    /// A service calls somebody else, and what comes of it; `receiver` is whom it has called.
+    void call_out(const std::string& service, const std::string& member,
+                  const std::string& receiver, const tool::Json& arguments);
+    void call_answered(const std::string& service, const std::string& member,
+                       const std::string& receiver, const tool::Json& values);
+    void call_failed(const std::string& service, const std::string& member,
+                     const std::string& receiver, const std::string& name,
+                     const std::string& message);
     /// A client has left the bus and `count` registrations of it went with it.
     void registrations_dropped(const std::string& service, const std::string& client,
                                std::size_t count);

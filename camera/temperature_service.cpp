@@ -1,8 +1,8 @@
 #include "camera/temperature_service.hpp"
 
-#include <charconv>
 #include <stdexcept>
 
+#include "camera/number_text.hpp"
 #include "common/suggestion.hpp"
 
 namespace camera {
@@ -14,14 +14,10 @@ using tool::MessagePtr;
 
 constexpr const char* change_signal = "TemperatureChangeSignal";
 constexpr const char* limit_signal = "TemperatureSignal";
+const std::string value_prefix = "temperature.";
 
 BusRefusal refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.TemperatureController.Error.") + name, sentence};
-}
-
-std::string number_text(double value) {
-    const Json number = tool::json_number(value);
-    return number.is_string() ? number.get<std::string>() : number.dump();
 }
 
 Json change_json(const ChangeRegistration& wish, const std::string& sensor) {
@@ -61,8 +57,8 @@ const sd_bus_vtable TemperatureService::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-std::span<const Service::Object> TemperatureService::objects() const {
-    static const Object object[] = {{temperature_controller, vtable_}};
+std::span<const ServedObject> TemperatureService::objects() const {
+    static const ServedObject object[] = {{temperature_controller, vtable_}};
     return object;
 }
 
@@ -123,35 +119,42 @@ MessagePtr TemperatureService::register_for_limit(sd_bus_message& call) {
 std::vector<Value> TemperatureService::values() const {
     std::vector<Value> values;
     for (const Sensor& sensor : model_.sensors())
-        values.push_back({sensor.name, tool::json_number(sensor.temperature)});
+        values.push_back({value_prefix + sensor.name, tool::json_number(sensor.temperature)});
     return values;
 }
 
-double TemperatureService::parse_temperature(const std::string& name,
-                                             const std::string& text) const {
-    if (model_.by_name(name) == nullptr) {
-        std::vector<std::string> known;
-        for (const Sensor& sensor : model_.sensors())
-            known.push_back(sensor.name);
-        throw Refusal("no sensor is named '" + name + "'", tool::did_you_mean(name, known));
-    }
-    double temperature = 0.0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, temperature);
-    if (error != std::errc{} || stop != end)
+bool TemperatureService::claims(const std::string& value) const {
+    return value.starts_with(value_prefix);
+}
+
+const Sensor& TemperatureService::sensor_of(const std::string& value) const {
+    const std::string name = value.substr(value_prefix.size());
+    if (const Sensor* sensor = model_.by_name(name))
+        return *sensor;
+    std::vector<std::string> known;
+    for (const Sensor& sensor : model_.sensors())
+        known.push_back(sensor.name);
+    throw Refusal("no sensor is named '" + name + "'", tool::did_you_mean(name, known));
+}
+
+double TemperatureService::parse_temperature(const std::string& text) {
+    const std::optional<double> temperature = number_of(text);
+    if (!temperature)
         throw Refusal("'" + text + "' is not a temperature: a number, nan, inf or -inf is");
-    return temperature;
+    return *temperature;
 }
 
 Json TemperatureService::parse_value(const std::string& name, const std::string& text) const {
-    return tool::json_number(parse_temperature(name, text));
+    (void)sensor_of(name);
+    return tool::json_number(parse_temperature(text));
 }
 
 void TemperatureService::set_value(const std::string& name, const std::string& text) {
-    const double temperature = parse_temperature(name, text);
-    const std::vector<TemperatureNotice> due = model_.set(name, temperature);
-    story().value_set(this->name(), this->name() + "." + name, tool::json_number(temperature),
-                      "sensor " + name + " is " + number_text(temperature));
+    const std::string sensor = sensor_of(name).name;
+    const double temperature = parse_temperature(text);
+    const std::vector<TemperatureNotice> due = model_.set(sensor, temperature);
+    story().value_set(this->name(), name, tool::json_number(temperature),
+                      "sensor " + sensor + " is " + number_text(temperature));
     for (const TemperatureNotice& notice : due) {
         switch (notice.kind) {
             case TemperatureNotice::Kind::change:

@@ -9,6 +9,8 @@ namespace camera {
 ///
 /// Registrations belong to the client that made them (its unique name): they go when it leaves
 /// the bus and when the service restarts. Signals are broadcast.
+///
+/// Values: "temperature.SENSOR".
 class TemperatureService final : public Service {
   public:
     /// Both must outlive the service; the model keeps the sensors over restarts.
@@ -16,13 +18,14 @@ class TemperatureService final : public Service {
         : Service("temperature", surroundings), model_(model) {}
 
     [[nodiscard]] std::vector<Value> values() const override;
+    [[nodiscard]] bool claims(const std::string& value) const override;
     [[nodiscard]] tool::Json parse_value(const std::string& name,
                                          const std::string& text) const override;
     void set_value(const std::string& name, const std::string& text) override;
     [[nodiscard]] tool::Json registrations() const override;
 
   protected:
-    [[nodiscard]] std::span<const Object> objects() const override;
+    [[nodiscard]] std::span<const ServedObject> objects() const override;
     std::size_t client_left(const std::string& unique_name) override {
         return model_.drop_owner(unique_name);
     }
@@ -36,7 +39,9 @@ class TemperatureService final : public Service {
     tool::MessagePtr register_for_change(sd_bus_message& call);
     tool::MessagePtr register_for_limit(sd_bus_message& call);
     [[nodiscard]] const Sensor& sensor_with(std::int32_t id) const;
-    [[nodiscard]] double parse_temperature(const std::string& name, const std::string& text) const;
+    /// @throws Refusal where the value is no sensor's.
+    [[nodiscard]] const Sensor& sensor_of(const std::string& value) const;
+    [[nodiscard]] static double parse_temperature(const std::string& text);
 
     TemperatureModel& model_;
 };

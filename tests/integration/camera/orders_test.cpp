@@ -38,12 +38,12 @@ TEST_F(CameraOrders, AreRefusedWithTheNearestName) {
     expect_refused({"set", "temperature.main", "warm"},
                    "'warm' is not a temperature: a number, nan, inf or -inf is");
     expect_refused({"fail", "GetTemperatur", "--drop"},
-                   "no service has a method or signal 'GetTemperatur'; did you mean "
+                   "no service has a method, signal or property 'GetTemperatur'; did you mean "
                    "'GetTemperature'?");
     expect_refused({"fail", "temperature.Get", "--drop"},
-                   "the service 'temperature' has no method or signal 'Get'");
+                   "the service 'temperature' has no method, signal or property 'Get'");
     expect_refused({"fail", "GetTemperatur", "--clear"},
-                   "no service has a method or signal 'GetTemperatur'; did you mean "
+                   "no service has a method, signal or property 'GetTemperatur'; did you mean "
                    "'GetTemperature'?");
     expect_refused({"press", "ok"},
                    "there is no button 'ok': nobody has added buttons to this camera");
@@ -202,7 +202,7 @@ TEST_F(CameraOrders, ReachTheCameraAsMethodsToo) {
     EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "times", "d", 1.5),
               refused + "'times' of a fault must be an integer");
     EXPECT_EQ(call("Fail", "a{sv}", 0),
-              refused + "a fault needs the name of a method or signal in 'member'");
+              refused + "a fault needs the name of a method, signal or property in 'member'");
     EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "delay", "u", 5U), "[]");
     EXPECT_THAT(call("Set", "s", "temperature.main"),
                 StartsWith("org.freedesktop.DBus.Error.InvalidArgs: "));

@@ -86,29 +86,53 @@ TEST_F(CameraVerbsTest, SetsListsAndClearsFaults) {
 
 TEST_F(CameraVerbsTest, RefusesFaultsOfMembersThatNobodyHas) {
     EXPECT_EQ(refusal([&] { camera_.fail(rule("GetTemperatur", FaultEffect::silent)); }),
-              "no service has a method or signal 'GetTemperatur'; did you mean 'GetTemperature'?");
+              "no service has a method, signal or property 'GetTemperatur'; did you mean "
+              "'GetTemperature'?");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("temperature.Show", FaultEffect::silent)); }),
-              "the service 'temperature' has no method or signal 'Show'");
+              "the service 'temperature' has no method, signal or property 'Show'");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("temperate.GetTemperature", FaultEffect::drop)); }),
               "there is no service 'temperate'; did you mean 'temperature'?");
     EXPECT_EQ(refusal([&] { camera_.clear_fault("GetTemperatur"); }),
-              "no service has a method or signal 'GetTemperatur'; did you mean 'GetTemperature'?");
+              "no service has a method, signal or property 'GetTemperatur'; did you mean "
+              "'GetTemperature'?");
     EXPECT_EQ(camera_.show()["faults"].dump(), "[]");
 }
 
 TEST_F(CameraVerbsTest, ASignalIsNotAnsweredWithAnError) {
     EXPECT_EQ(refusal([&] { camera_.fail(rule("TemperatureSignal", FaultEffect::error)); }),
               "'TemperatureSignal' is a signal, and a signal is not answered");
+    EXPECT_EQ(refusal([&] { camera_.fail(rule("PropertiesChanged", FaultEffect::error)); }),
+              "'PropertiesChanged' is a signal, and a signal is not answered");
 }
 
-TEST_F(CameraVerbsTest, TellsMethodsFromSignals) {
-    using Kind = Service::MemberKind;
-    EXPECT_NO_THROW(camera_.check_member("", "GetTemperature", Kind::method));
-    EXPECT_NO_THROW(camera_.check_member("temperature", "TemperatureSignal", Kind::signal));
-    EXPECT_EQ(refusal([&] { camera_.check_member("", "TemperatureSignal", Kind::method); }),
+TEST_F(CameraVerbsTest, ACallByTheCameraIsAnsweredByOthers) {
+    EXPECT_EQ(refusal([&] { camera_.fail(rule("SetPower", FaultEffect::error)); }),
+              "'SetPower' is a call by the camera, which others answer");
+    EXPECT_EQ(refusal([&] { camera_.fail(rule("SetPower", FaultEffect::silent)); }), "no refusal");
+}
+
+TEST_F(CameraVerbsTest, APropertyMayGoWrongInEveryWay) {
+    for (const FaultEffect effect :
+         {FaultEffect::error, FaultEffect::malformed, FaultEffect::silent, FaultEffect::drop})
+        EXPECT_EQ(refusal([&] { camera_.fail(rule("power-status.PowerReceived", effect)); }),
+                  "no refusal");
+}
+
+TEST_F(CameraVerbsTest, TellsMethodsFromWhatElseThereIs) {
+    EXPECT_NO_THROW(camera_.check_method("", "GetTemperature"));
+    EXPECT_NO_THROW(camera_.check_method("power-status", "Get"));
+    EXPECT_NO_THROW(camera_.check_method("power-status", "GetAll"));
+    EXPECT_EQ(refusal([&] { camera_.check_method("temperature", "Get"); }),
+              "the service 'temperature' has no method, signal or property 'Get'");
+    EXPECT_EQ(refusal([&] { camera_.check_method("", "TemperatureSignal"); }),
               "'TemperatureSignal' is a signal, not a method");
-    EXPECT_EQ(refusal([&] { camera_.check_member("", "GetTemperature", Kind::signal); }),
-              "'GetTemperature' is a method, not a signal");
+    EXPECT_EQ(refusal([&] { camera_.check_method("", "PropertiesChanged"); }),
+              "'PropertiesChanged' is a signal, not a method");
+    EXPECT_EQ(refusal([&] { camera_.check_method("", "PowerReceived"); }),
+              "'PowerReceived' is a property, not a method; a property is read with 'Get'");
+    EXPECT_EQ(refusal([&] { camera_.check_method("power-consumer", "SetPower"); }),
+              "'SetPower' is a call by the camera, not one that it gets; expect the state that it "
+              "tells of");
 }
 
 TEST_F(CameraVerbsTest, NobodyHasAddedAButton) {
@@ -117,11 +141,17 @@ TEST_F(CameraVerbsTest, NobodyHasAddedAButton) {
 }
 
 TEST_F(CameraVerbsTest, ShowsItsWholeStateWhileItIsDown) {
+    const auto down = [](const std::string& name, const std::string& bus_name) {
+        return R"({"name":")" + name + R"(","state":"down","unique_name":"","bus_names":[")" +
+               bus_name + R"("],"activatable":true,"registrations":[]})";
+    };
     EXPECT_EQ(tool::json_line(camera_.show()),
-              R"({"bus":"","services":[{"name":"temperature","state":"down","unique_name":"",)"
-              R"("bus_names":["com.tarlo.TemperatureController"],"activatable":true,)"
-              R"("registrations":[]}],"values":{"temperature.main":36.5,"temperature.lens":28.0,)"
-              R"("temperature.housing":21.5},"faults":[]})");
+              R"({"bus":"","services":[)" + down("temperature", "com.tarlo.TemperatureController") +
+                  "," + down("power-consumer", "com.tarlo.PowerControl.Consumer") + "," +
+                  down("power-status", "com.tarlo.PowerControl.Status") +
+                  R"(],"values":{"temperature.main":36.5,"temperature.lens":28.0,)"
+                  R"("temperature.housing":21.5,"power.budget":20.0,"power.left":20.0,)"
+                  R"("power.received":25.0},"faults":[]})");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -21,6 +22,7 @@ class ConfigurationTest : public ::testing::Test {
         diagnostics.print(out, false);
         printed_ = out.str();
         std::ostringstream list;
+        power_ = read.power;
         for (const Sensor& sensor : read.sensors)
             list << sensor.name << ' ' << sensor.id << ' ' << sensor.temperature << ", ";
         return list.str();
@@ -36,6 +38,7 @@ class ConfigurationTest : public ::testing::Test {
 
     test::TemporaryFolder folder_;
     std::string printed_;
+    Power power_;
 };
 
 constexpr const char* standard = "main 3 36.5, lens 4 28, housing 5 21.5, ";
@@ -71,6 +74,45 @@ name = "a b"
 TEST_F(ConfigurationTest, ACameraMayHaveNoSensor) {
     EXPECT_EQ(sensors("sensors = []\n"), "");
     EXPECT_EQ(printed_, "");
+}
+
+TEST_F(ConfigurationTest, WithoutAFileTheCameraReceivesMoreThanItsBudget) {
+    EXPECT_EQ(default_configuration().power.budget, 20.0);
+    EXPECT_EQ(default_configuration().power.received, 25.0);
+    (void)sensors("");
+    EXPECT_EQ(power_.budget, 20.0);
+    EXPECT_EQ(power_.received, 25.0);
+}
+
+TEST_F(ConfigurationTest, ReadsPower) {
+    EXPECT_EQ(sensors("[power]\nbudget = 0\nreceived = -inf\n"), standard);
+    EXPECT_EQ(power_.budget, 0.0);
+    EXPECT_EQ(power_.received, -std::numeric_limits<double>::infinity());
+    (void)sensors("[power]\nbudget = 12.5\n");
+    EXPECT_EQ(power_.budget, 12.5);
+    EXPECT_EQ(power_.received, 25.0);
+    EXPECT_EQ(printed_, "");
+}
+
+TEST_F(ConfigurationTest, MistakesInPowerAreReportedAtTheirValues) {
+    for (const std::string wrong : {"-0.5", "inf", "nan"}) {
+        (void)sensors("[power]\nbudget = " + wrong + "\n");
+        EXPECT_EQ(printed_,
+                  "camera.toml:2:10: error: 'budget' of [power] must be a finite number of at "
+                  "least 0\nbudget = " +
+                      wrong + "\n         ^\ncamera.toml: 1 error\n");
+        EXPECT_EQ(power_.budget, 20.0);
+    }
+    (void)sensors("[power]\nreceived = \"much\"\nbudgets = 4\n");
+    EXPECT_EQ(printed_,
+              "camera.toml:2:12: error: 'received' of [power] must be a number, not a string\n"
+              "received = \"much\"\n           ^\n"
+              "camera.toml:3:1: error: unknown key 'budgets' in [power]\nbudgets = 4\n^\n"
+              "help: did you mean 'budget'?\ncamera.toml: 2 errors\n");
+    (void)sensors("power = 20\n");
+    EXPECT_EQ(printed_,
+              "camera.toml:1:9: error: 'power' of the camera's configuration must be a table, not "
+              "an integer\npower = 20\n        ^\ncamera.toml: 1 error\n");
 }
 
 TEST_F(ConfigurationTest, EachMissingKeyIsReportedAtItsTable) {

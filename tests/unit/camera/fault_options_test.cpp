@@ -83,9 +83,10 @@ INSTANTIATE_TEST_SUITE_P(
     EachKind, FaultMistakeTest,
     ::testing::Values(
         Mistake{R"({"member":5,"drop":true})", "member: 'member' of a fault must be a string"},
-        Mistake{R"({"drop":true})", ": a fault needs the name of a method or signal in 'member'"},
+        Mistake{R"({"drop":true})",
+                ": a fault needs the name of a method, signal or property in 'member'"},
         Mistake{R"({"member":"","drop":true})",
-                ": a fault needs the name of a method or signal in 'member'"},
+                ": a fault needs the name of a method, signal or property in 'member'"},
         Mistake{R"({"member":"G"})",
                 ": a fault needs one of error, malformed, silent, drop and delay"},
         Mistake{R"({"member":"G","times":3})",

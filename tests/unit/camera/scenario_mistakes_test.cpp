@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"restart = \"x\"", 11, "there is no service 'x'"},
         Mistake{"press = 1.5", 9, "'press' of the step must be a string, not a float"},
         Mistake{"clear = \"GetTemperatures\"", 9,
-                "no service has a method or signal 'GetTemperatures'",
+                "no service has a method, signal or property 'GetTemperatures'",
                 "did you mean 'GetTemperature'?"},
         Mistake{"clear = 1979-05-27", 9, "'clear' of the step must be a string, not a date"}));
 
@@ -86,6 +86,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "'true' is not a temperature: a number, nan, inf or -inf is"},
         Mistake{"set = {\"temperature.main\" = 07:32:00}", 29,
                 "a string, a number, a boolean or an array is wanted, not a time"},
+        Mistake{"set = {power.budgt = 1}", 14, "there is no value 'power.budgt'",
+                "did you mean 'power.budget'?"},
+        Mistake{"set = {power.share.a = 1}", 20,
+                "'power.share.a' comes of the budget and the requests and cannot be set"},
+        Mistake{"ramp = {power.left = 1, over = 1}", 15,
+                "'power.left' comes of the budget and the requests and cannot be set"},
         Mistake{"ramp = true", 8, "'ramp' of the step must be a table, not a boolean"},
         Mistake{"ramp = {\"temperature.main\" = 1}", 8, "the ramp has no 'over'"},
         Mistake{"ramp = {\"temperature.main\" = 1, over = -1}", 40,
@@ -102,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Mistake{"fail = \"GetTemperature\"", 8,
                               "'fail' of the step must be a table, not a string"},
                       Mistake{"fail = {drop = true}", 8,
-                              "a fault needs the name of a method or signal in 'member'"},
+                              "a fault needs the name of a method, signal or property in 'member'"},
                       Mistake{"fail = {member = \"GetTemperature\", dorp = true}", 43,
                               "a fault has no 'dorp'", "did you mean 'drop'?"},
                       Mistake{"fail = {member = \"GetTemperature\", drop = 1}", 43,
@@ -110,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Mistake{"fail = {member = \"GetTemperature\"}", 8,
                               "a fault needs one of error, malformed, silent, drop and delay"},
                       Mistake{"fail = {member = \"GetTemperatur\", drop = true}", 18,
-                              "no service has a method or signal 'GetTemperatur'",
+                              "no service has a method, signal or property 'GetTemperatur'",
                               "did you mean 'GetTemperature'?"},
                       Mistake{"fail = {member = \"TemperatureSignal\", error = \"com.example.E\"}",
                               18, "'TemperatureSignal' is a signal, and a signal is not answered"},
@@ -126,12 +132,19 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"expect = {call = 5}", 18,
                 "'call' of the expectation must be a string, not an integer"},
         Mistake{"expect = {call = \"GetTemperatur\"}", 18,
-                "no service has a method or signal 'GetTemperatur'",
+                "no service has a method, signal or property 'GetTemperatur'",
                 "did you mean 'GetTemperature'?"},
         Mistake{"expect = {call = \"temperature.Show\"}", 18,
-                "the service 'temperature' has no method or signal 'Show'"},
+                "the service 'temperature' has no method, signal or property 'Show'"},
         Mistake{"expect = {call = \"TemperatureSignal\"}", 18,
                 "'TemperatureSignal' is a signal, not a method"},
+        Mistake{"expect = {call = \"PowerReceived\"}", 18,
+                "'PowerReceived' is a property, not a method", "a property is read with 'Get'"},
+        Mistake{"expect = {call = \"SetPower\"}", 18,
+                "'SetPower' is a call by the camera, not one that it gets",
+                "expect the state that it tells of"},
+        Mistake{"expect = {state = \"power.share.a\", is = -1}", 19,
+                "'-1' is not a share: a finite number of at least 0, or none, is"},
         Mistake{"expect = {call = \"GetTemperature\", arguments = 3}", 48,
                 "'arguments' of the expectation must be an array, not an integer"},
         Mistake{"expect = {call = \"GetTemperature\", argument = [3]}", 36,
@@ -218,7 +231,7 @@ fail = {member = "GetTemperature", times = 0, silent = 3}
 s.toml:8:56: error: 'silent' of a fault must be true or false
 fail = {member = "GetTemperature", times = 0, silent = 3}
                                                        ^
-s.toml:10:18: error: no service has a method or signal 'GetTemperatures'
+s.toml:10:18: error: no service has a method, signal or property 'GetTemperatures'
 expect = {call = "GetTemperatures", within = -1}
                  ^
 help: did you mean 'GetTemperature'?
