@@ -28,4 +28,8 @@ Position BlockEntry::where_is(const std::string& key) const {
     return setting == nullptr ? where : setting->where;
 }
 
+std::string describe(const BlockEntry& entry) {
+    return "block '" + entry.name + "' (" + entry.type.text + ")";
+}
+
 }  // namespace host

@@ -46,6 +46,9 @@ struct BlockEntry {
     std::unordered_map<std::string, std::size_t> places_;  ///< of the keys in `settings`
 };
 
+/// "block 'NAME' (TYPE)", for a sentence.
+[[nodiscard]] std::string describe(const BlockEntry& entry);
+
 /// One end of a connection, "BLOCK.PORT"; empty where it could not be read.
 struct Endpoint {
     std::string block;

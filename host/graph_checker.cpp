@@ -1,6 +1,7 @@
 #include "host/graph_checker.hpp"
 
 #include <algorithm>
+#include <deque>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -12,7 +13,8 @@
 #include "framework/shared/debug_data_store.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "host/port_value.hpp"
+#include "host/connection_checker.hpp"
+#include "host/terminations.hpp"
 
 namespace host {
 namespace {
@@ -99,11 +101,11 @@ class DryConstruction {
             kept_.pop_back();
     }
 
-    /// The block, owned by this object, or null.
-    Fenwa::Block* build(const BlockEntry& entry) {
+    /// The block with its terminations, owned by this object, or an empty one.
+    ConnectableBlock build(const BlockEntry& entry) {
         const Fenwa::BlockFactory* const factory = types_.find(entry, diagnostics_);
         if (factory == nullptr)
-            return nullptr;
+            return {};
         const auto recorder = std::make_shared<KeyRecorder>(entry, diagnostics_);
         const Fenwa::BlockConfiguration config =
             Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder);
@@ -113,26 +115,38 @@ class DryConstruction {
             if (block == nullptr) {
                 diagnostics_.error(entry.where,
                                    "the factory of " + describe(entry) + " gave no block");
-                return nullptr;
+                return {};
             }
             Fenwa::HostAccess::adopt(*block, tools_, queue_);
             phase = "setup";
-            static_cast<void>(block->setup(Fenwa::HostAccess::configuration(*block)));
+            const Fenwa::BlockConfiguration settings =
+                block->setup(Fenwa::HostAccess::configuration(*block));
             recorder->warn_of_unread_keys();
-            kept_.push_back(std::move(block));
-            return kept_.back().get();
+            // What a block makes of a value that is not in the file is no mistake of its own.
+            Diagnostics unheard({});
+            Terminations terminations(settings, *block, entry,
+                                      recorder->invented_a_value() ? unheard : diagnostics_);
+            const Kept& kept = kept_.emplace_back(std::move(block), std::move(terminations));
+            return {kept.block.get(), &kept.terminations};
         } catch (...) {
             if (recorder->invented_a_value())
                 recorder->warn_of_near_misses();
             else
                 complain(entry, phase);
         }
-        return nullptr;
+        return {};
     }
 
     [[nodiscard]] const CheckResult& result() const { return result_; }
 
   private:
+    struct Kept {
+        Kept(std::unique_ptr<Fenwa::Block> its_block, Terminations its_terminations)
+            : block(std::move(its_block)), terminations(std::move(its_terminations)) {}
+        std::unique_ptr<Fenwa::Block> block;
+        Terminations terminations;
+    };
+
     /// Reports the exception that is being handled.
     void complain(const BlockEntry& entry, const std::string& phase) {
         try {
@@ -165,7 +179,7 @@ class DryConstruction {
     Fenwa::ConnectionTools no_bus_{nullptr};
     Fenwa::InitTools tools_{&no_bus_};
     Fenwa::ReadyQueue queue_{[] {}};
-    std::vector<std::unique_ptr<Fenwa::Block>> kept_;
+    std::deque<Kept> kept_;  ///< referred to, so that they must not move
 };
 
 /// Warns of objects that the bus connection will take from one block only.
@@ -173,9 +187,9 @@ void check_exports(const Graph& graph, const BlocksByName& blocks, Diagnostics& 
     std::map<std::pair<std::string, std::string>, std::string> exporters;
     for (const BlockEntry& entry : graph.blocks) {
         const auto found = blocks.find(entry.name);
-        if (found == blocks.end() || found->second == nullptr)
+        if (found == blocks.end() || found->second.block == nullptr)
             continue;
-        for (const auto& object : Fenwa::HostAccess::exported_objects(*found->second)) {
+        for (const auto& object : Fenwa::HostAccess::exported_objects(*found->second.block)) {
             const auto [first, is_new] = exporters.emplace(object, entry.name);
             if (!is_new)
                 diagnostics.warning(entry.where, "the blocks '" + first->second + "' and '" +
@@ -186,76 +200,11 @@ void check_exports(const Graph& graph, const BlocksByName& blocks, Diagnostics& 
     }
 }
 
-Fenwa::Block* find_block(const Endpoint& end, const BlocksByName& blocks,
-                         const std::vector<std::string>& names, Diagnostics& diagnostics) {
-    if (end.block.empty())  // reported when it was read
-        return nullptr;
-    const auto found = blocks.find(end.block);
-    if (found != blocks.end())
-        return found->second;
-    diagnostics.error(end.where, "no block '" + end.block + "' in the graph",
-                      tool::did_you_mean(end.block, names));
-    return nullptr;
-}
-
-void report_unknown_port(const Endpoint& end, const char* kind, const char* other_kind,
-                         bool is_other_kind, const std::vector<std::string>& names,
-                         Diagnostics& diagnostics) {
-    if (is_other_kind) {
-        diagnostics.error(end.where,
-                          "'" + end.text() + "' is an " + other_kind + ", not an " + kind);
-        return;
-    }
-    std::string help = tool::did_you_mean(end.port, names);
-    if (help.empty()) {
-        help = names.empty() ? "it has no " + std::string(kind) + "s" : "it has: ";
-        for (const std::string& name : names)
-            help += (&name == &names.front() ? "'" : ", '") + name + "'";
-    }
-    diagnostics.error(end.where,
-                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'", help);
-}
-
 }  // namespace
-
-std::string describe(const BlockEntry& entry) {
-    return "block '" + entry.name + "' (" + entry.type.text + ")";
-}
 
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
             Diagnostics& diagnostics) {
     diagnostics.error(entry.where_is(error.key()), describe(entry) + ": " + error.what());
-}
-
-void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {
-    std::map<std::string, Position> connected;
-    std::vector<std::string> names;
-    for (const auto& [name, block] : blocks)
-        names.push_back(name);
-    for (const Connection& connection : graph.connections) {
-        Fenwa::Block* const from = find_block(connection.from, blocks, names, diagnostics);
-        Fenwa::Block* const to = find_block(connection.to, blocks, names, diagnostics);
-        const auto [first, is_new] = connected.emplace(connection.to.text(), connection.to.where);
-        if (!is_new && !connection.to.block.empty())
-            diagnostics.error(connection.to.where, "'" + connection.to.text() +
-                                                       "' is connected already, at " +
-                                                       diagnostics.locate(first->second));
-        const Fenwa::OutPortInternal* out = nullptr;
-        if (from != nullptr && (out = from->get_outport(connection.from.port)) == nullptr)
-            report_unknown_port(connection.from, "output", "input",
-                                from->get_inport(connection.from.port) != nullptr,
-                                from->get_outport_names(), diagnostics);
-        const Fenwa::InPortInternal* in = nullptr;
-        if (to != nullptr && (in = to->get_inport(connection.to.port)) == nullptr)
-            report_unknown_port(connection.to, "input", "output",
-                                to->get_outport(connection.to.port) != nullptr,
-                                to->get_inport_names(), diagnostics);
-        if (out != nullptr && in != nullptr && out->datatype() != in->datatype())
-            diagnostics.error(connection.to.where, "'" + connection.to.text() + "' takes " +
-                                                       type_name(in->datatype()) + ", but '" +
-                                                       connection.from.text() + "' gives " +
-                                                       type_name(out->datatype()));
-    }
 }
 
 CheckResult check_graph(const Graph& graph, const BlockTypes& types, Diagnostics& diagnostics,

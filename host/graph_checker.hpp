@@ -1,11 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
-#include <string>
 
 #include "common/diagnostics.hpp"
-#include "fenwa/block.hpp"
+#include "fenwa/block_configuration.hpp"
 #include "host/block_types.hpp"
 #include "host/graph.hpp"
 
@@ -20,24 +18,15 @@ struct CheckResult {
 /// Before a run, what a block throws without a bus is left to the real construction.
 enum class Strictness { alone, before_a_run };
 
-/// Constructs every block against a bus that is not there, and says of each mistake where it is:
-/// unknown types, missing, mistyped and unread keys, unknown ports, datatypes that differ, inputs
-/// with two connections, objects that two blocks export. Nothing of the blocks is heard or kept.
+/// Constructs every block against a bus that is not there and sets it up, and says of each mistake
+/// where it is: unknown types, missing, mistyped and unread keys, wrong terminations, unknown
+/// ports, datatypes that differ, inputs with two connections, objects that two blocks export.
+/// Nothing of the blocks is heard or kept.
 CheckResult check_graph(const Graph& graph, const BlockTypes& types, tool::Diagnostics& diagnostics,
                         Strictness strictness);
-
-/// The blocks of a graph by name; null for one that could not be constructed.
-using BlocksByName = std::map<std::string, Fenwa::Block*>;
-
-/// Checks the ends of all connections against the blocks that are there.
-void check_connections(const Graph& graph, const BlocksByName& blocks,
-                       tool::Diagnostics& diagnostics);
 
 /// Reports a ConfigurationError of a block at its key, or at the block where the key is missing.
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
             tool::Diagnostics& diagnostics);
-
-/// "block 'NAME' (TYPE)", for a sentence.
-[[nodiscard]] std::string describe(const BlockEntry& entry);
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "common/json_text.hpp"
 #include "fenwa/block_configuration.hpp"
@@ -16,6 +17,22 @@ using PortValue =
 
 /// Reads the value that a port of this datatype keeps at `address`.
 [[nodiscard]] PortValue read_value(const Fenwa::Datatype& datatype, const void* address);
+
+/// The value that a port of this datatype holds before one has come: the type's T{}.
+[[nodiscard]] PortValue first_value(const Fenwa::Datatype& datatype);
+
+/// A setting as a value of this datatype, as strictly as the getters of blocks.
+/// @throws Fenwa::ConfigurationError when the key is missing or of another type; a timersource is
+///         a type that no setting has. Of an unknown datatype nothing is read.
+[[nodiscard]] PortValue read_setting(const Fenwa::Datatype& datatype,
+                                     const Fenwa::BlockConfiguration& settings,
+                                     const std::string& key);
+
+/// Where the value stands that a PortValue holds, as a port of its datatype reads it.
+[[nodiscard]] const void* address_of(const PortValue& value);
+
+/// Paths of the well-known datatypes.
+[[nodiscard]] std::vector<std::string> known_datatypes();
 
 /// "float", "bool", "double", "int", "timersource", or the path of another datatype.
 [[nodiscard]] std::string type_name(const Fenwa::Datatype& datatype);

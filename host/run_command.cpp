@@ -74,13 +74,15 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
     const std::size_t known = diagnostics.errors();
     ExitCode code = ExitCode::done;
     try {
-        if (running.start([&loop] { return loop.interrupted(); })) {
+        const bool started = running.start([&loop] { return loop.interrupted(); });
+        // Warnings too, of what only shows when the real blocks are there.
+        diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+        if (started) {
             events.ready();
             loop.run(options.duration);
             if (running.failure() != nullptr)
                 std::rethrow_exception(running.failure());
         } else if (diagnostics.errors() != known) {
-            diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
             code = ExitCode::misconfigured;
         }
     } catch (...) {

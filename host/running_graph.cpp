@@ -1,12 +1,13 @@
 #include "host/running_graph.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 
+#include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "host/graph_checker.hpp"
 #include "host/journal.hpp"
-#include "host/port_value.hpp"
 
 namespace host {
 
@@ -58,9 +59,16 @@ bool RunningGraph::start(const std::function<bool()>& interrupted) {
         stop_below_ = graph_.blocks.size();
         return true;
     };
+    const std::size_t known = diagnostics_.errors();
     if (!each_block([&](std::size_t i) { create(graph_.blocks[i]); }) ||
-        !each_block([&](std::size_t i) { set_up(*instances_[i]); }) || !connect())
+        !each_block([&](std::size_t i) { set_up(*instances_[i]); }))
         return false;
+    const BlocksByName blocks = blocks_by_name();
+    // Once more, with the real blocks: one that needs a bus to be built was not there before.
+    check_connections(graph_, blocks, diagnostics_);
+    if (diagnostics_.errors() != known)
+        return false;
+    connect(blocks);
     for (const auto& instance : instances_)
         deliver(*instance);
     const bool whole = each_block([&](std::size_t i) {
@@ -113,36 +121,53 @@ void RunningGraph::set_up(Instance& instance) {
     Fenwa::BlockConfiguration settings;
     call(instance, "setup",
          [&] { settings = instance.block->setup(HostAccess::configuration(*instance.block)); });
-    if (!to_json(settings).empty())
+    if (!Fenwa::ConfigurationAccess::entries(settings).empty())
         events_.setup(instance.name, settings);
+    instance.terminations = Terminations(settings, *instance.block, *instance.entry, diagnostics_);
 }
 
-bool RunningGraph::connect() {
+BlocksByName RunningGraph::blocks_by_name() const {
     BlocksByName blocks;
     for (const auto& instance : instances_)
-        blocks.emplace(instance->name, instance->block.get());
-    // Once more, with the real blocks: one that needs a bus to be built was not there before.
-    const std::size_t known = diagnostics_.errors();
-    check_connections(graph_, blocks, diagnostics_);
-    if (diagnostics_.errors() != known)
-        return false;
+        blocks.emplace(instance->name,
+                       ConnectableBlock{instance->block.get(), &instance->terminations});
+    return blocks;
+}
+
+void RunningGraph::connect(const BlocksByName& blocks) {
     // Now and not before: a setup may add ports.
     for (const auto& instance : instances_) {
         for (Fenwa::OutPortInternal* port : HostAccess::outports(*instance->block))
             instance->outputs.push_back({port, {}});
     }
     for (const Connection& connection : graph_.connections) {
-        Fenwa::Block& to = *blocks.at(connection.to.block);
-        Instance& from = *by_block_.at(blocks.at(connection.from.block));
-        Fenwa::InPortInternal* const input = to.get_inport(connection.to.port);
+        const ConnectableBlock& to = blocks.at(connection.to.block);
+        Instance& from = *by_block_.at(blocks.at(connection.from.block).block);
+        Fenwa::InPortInternal* const input = to.inport(connection.to.port);
+        const bool provided = to.block->get_inport(connection.to.port) == nullptr;
         for (Output& output : from.outputs) {
             if (output.port->name() != connection.from.port)
                 continue;
-            output.targets.push_back({input, &to});
-            HostAccess::connect(*input, HostAccess::value_address(*output.port));
+            output.targets.push_back({input, provided ? nullptr : to.block});
+            if (!provided)
+                HostAccess::connect(*input, HostAccess::value_address(*output.port));
         }
     }
-    return true;
+}
+
+std::optional<PortValue> RunningGraph::input_value(const std::string& block,
+                                                   const std::string& port) const {
+    const auto instance = std::find_if(instances_.begin(), instances_.end(),
+                                       [&block](const auto& each) { return each->name == block; });
+    if (instance == instances_.end())
+        return std::nullopt;
+    const Fenwa::InPortInternal* const input =
+        ConnectableBlock{(*instance)->block.get(), &(*instance)->terminations}.inport(port);
+    if (input == nullptr)
+        return std::nullopt;
+    const void* const source = HostAccess::source(*input);
+    return source == nullptr ? first_value(input->datatype())
+                             : read_value(input->datatype(), source);
 }
 
 void RunningGraph::run(Fenwa::Block& block) {
@@ -160,11 +185,15 @@ void RunningGraph::deliver(Instance& instance) {
         if (!output.port->is_triggered())
             continue;
         output.port->reset(true);
-        events_.output(
-            instance.name, output.port->name(), output.port->datatype(),
-            read_value(output.port->datatype(), HostAccess::value_address(*output.port)));
-        for (const Input& target : output.targets)
-            HostAccess::notify(*target.port, *target.block);
+        const void* const value = HostAccess::value_address(*output.port);
+        events_.output(instance.name, output.port->name(), output.port->datatype(),
+                       read_value(output.port->datatype(), value));
+        for (const Input& target : output.targets) {
+            if (target.block != nullptr)
+                HostAccess::notify(*target.port, *target.block);
+            else  // Only now, because before the first delivery it reads its own first value.
+                HostAccess::connect(*target.port, value);
+        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -10,9 +11,12 @@
 #include "common/diagnostics.hpp"
 #include "fenwa/block.hpp"
 #include "host/block_types.hpp"
+#include "host/connection_checker.hpp"
 #include "host/event_writer.hpp"
 #include "host/graph.hpp"
+#include "host/port_value.hpp"
 #include "host/scheduler.hpp"
+#include "host/terminations.hpp"
 
 namespace host {
 
@@ -47,13 +51,19 @@ class RunningGraph {
     /// stopping.
     void stop(const std::function<void(const std::exception_ptr&)>& report) noexcept;
 
+    /// The value that an input holds now, one of the block's own or one that the host provides for
+    /// it: the value of the output that it is connected to, and before one came, or where nothing
+    /// is connected, its first value. Empty where there is no such input.
+    [[nodiscard]] std::optional<PortValue> input_value(const std::string& block,
+                                                       const std::string& port) const;
+
     /// What a block threw in `run`, as a BlockFailure or a ConfigurationError; null for none.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
 
   private:
     struct Input {
         Fenwa::InPortInternal* port;
-        Fenwa::Block* block;
+        Fenwa::Block* block;  ///< null for a port that the host provides, which runs nothing
     };
     struct Output {
         Fenwa::OutPortInternal* port;
@@ -63,12 +73,14 @@ class RunningGraph {
         const BlockEntry* entry;
         std::string name;
         std::unique_ptr<Fenwa::Block> block;
+        Terminations terminations;    ///< none before its setup
         std::vector<Output> outputs;  ///< empty until the blocks are connected
     };
 
     void create(const BlockEntry& entry);
     void set_up(Instance& instance);
-    bool connect();
+    [[nodiscard]] BlocksByName blocks_by_name() const;
+    void connect(const BlocksByName& blocks);
     void run(Fenwa::Block& block);
     void deliver(Instance& instance);
     void report_refused_exports(const Instance& instance);

@@ -148,7 +148,7 @@ T BlockConfiguration::get(const std::string& key, const T* fallback) const {
             return *std::move(wanted);
     }
     const ConfigurationError error(key, type_name<T>,
-                                   value == nullptr ? "" : std::visit(Describe{}, *value));
+                                   value == nullptr ? "" : ConfigurationAccess::describe(*value));
     if (observer != nullptr && observer->on_error(error))
         return T{};
     throw error;
@@ -211,6 +211,15 @@ BlockConfiguration ConfigurationAccess::observed(const BlockConfiguration& confi
     auto storage = std::make_shared<BlockConfiguration::Storage>(*config.storage_);
     storage->observer = std::move(observer);
     return BlockConfiguration(std::move(storage));
+}
+
+const BlockConfiguration::Value* ConfigurationAccess::find(const BlockConfiguration& config,
+                                                           const std::string& key) {
+    return config.storage_->find(key);
+}
+
+std::string ConfigurationAccess::describe(const BlockConfiguration::Value& value) {
+    return std::visit(Describe{}, value);
 }
 
 const std::vector<BlockConfiguration::KeyValue>& ConfigurationAccess::entries(

@@ -37,6 +37,13 @@ class FENWA_API ConfigurationAccess {
     [[nodiscard]] static BlockConfiguration observed(
         const BlockConfiguration& config, std::shared_ptr<ConfigurationObserver> observer);
 
+    /// The value of one key, or null; no observer is told.
+    [[nodiscard]] static const BlockConfiguration::Value* find(const BlockConfiguration& config,
+                                                               const std::string& key);
+
+    /// What a value is, for a sentence: "the integer 5", "the string \"main\"", "a float".
+    [[nodiscard]] static std::string describe(const BlockConfiguration::Value& value);
+
     /// All settings, in the order in which they were given.
     [[nodiscard]] static const std::vector<BlockConfiguration::KeyValue>& entries(
         const BlockConfiguration& config);

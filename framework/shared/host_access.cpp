@@ -79,6 +79,10 @@ void HostAccess::connect(InPortInternal& port, const void* value) {
     port.source_ = value;
 }
 
+const void* HostAccess::source(const InPortInternal& port) {
+    return port.source_;
+}
+
 const void* HostAccess::value_address(const OutPortInternal& port) {
     return port.value_;
 }

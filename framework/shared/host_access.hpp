@@ -44,6 +44,8 @@ class FENWA_API HostAccess {
 
     /// Lets an input port read the value at `value`, in place; null for none.
     static void connect(InPortInternal& port, const void* value);
+    /// Where an input port reads its value; null where it reads a T{}.
+    [[nodiscard]] static const void* source(const InPortInternal& port);
     /// Where an output port keeps its value; null for a port that has none.
     [[nodiscard]] static const void* value_address(const OutPortInternal& port);
     /// A new value has come for an input of `block`: runs the block if the port says so.

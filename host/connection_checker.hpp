@@ -1,0 +1,32 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "fenwa/block.hpp"
+#include "host/graph.hpp"
+#include "host/terminations.hpp"
+
+namespace host {
+
+/// A block as the connections of a graph see it: with the inputs that the host provides for it.
+struct ConnectableBlock {
+    Fenwa::Block* block = nullptr;               ///< null for one that could not be constructed
+    const Terminations* terminations = nullptr;  ///< never null where there is a block
+
+    /// The block's own input of that name, or else the one that the host provides, or null.
+    [[nodiscard]] Fenwa::InPortInternal* inport(const std::string& name) const;
+    /// Names of all these, the block's own first.
+    [[nodiscard]] std::vector<std::string> inport_names() const;
+};
+
+/// The blocks of a graph by name.
+using BlocksByName = std::map<std::string, ConnectableBlock>;
+
+/// Checks the ends of all connections against the blocks that are there.
+void check_connections(const Graph& graph, const BlocksByName& blocks,
+                       tool::Diagnostics& diagnostics);
+
+}  // namespace host
