@@ -190,12 +190,23 @@ void check_exports(const Graph& graph, const BlocksByName& blocks, Diagnostics& 
         if (found == blocks.end() || found->second.block == nullptr)
             continue;
         for (const auto& object : Fenwa::HostAccess::exported_objects(*found->second.block)) {
+            const auto& [path, interface] = object;
+            const std::string what = "'" + interface + "' at '" + path + "'";
+            if (sd_bus_object_path_is_valid(path.c_str()) <= 0 ||
+                sd_bus_interface_name_is_valid(interface.c_str()) <= 0) {
+                diagnostics.warning(entry.where, "the block '" + entry.name + "' cannot export " +
+                                                     what +
+                                                     ": no bus connection takes these names");
+                continue;
+            }
             const auto [first, is_new] = exporters.emplace(object, entry.name);
-            if (!is_new)
+            if (!is_new && first->second == entry.name)
+                diagnostics.warning(entry.where, "the block '" + entry.name + "' exports " + what +
+                                                     " twice; only the first one is reached");
+            else if (!is_new)
                 diagnostics.warning(entry.where, "the blocks '" + first->second + "' and '" +
-                                                     entry.name + "' both export '" +
-                                                     object.second + "' at '" + object.first +
-                                                     "'; only the first one is reached");
+                                                     entry.name + "' both export " + what +
+                                                     "; only the first one is reached");
         }
     }
 }

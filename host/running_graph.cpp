@@ -1,6 +1,7 @@
 #include "host/running_graph.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <iostream>
 
@@ -89,32 +90,29 @@ void RunningGraph::create(const BlockEntry& entry) {
         instance->block = (*factory)(entry.name, entry.configuration(), tools_);
         if (instance->block == nullptr)
             throw std::runtime_error("its factory gave no block");
-        report_refused_exports(*instance);
     });
     by_block_.emplace(instance->block.get(), instance.get());
-    instances_.push_back(std::move(instance));
+    const Instance& kept = *instances_.emplace_back(std::move(instance));
+    const auto say = [this, &kept](const Fenwa::RefusedExport& refused) {
+        say_refused(kept, refused);
+    };
+    for (const auto& refused : HostAccess::adopt(*kept.block, tools_, scheduler_.queue(), say))
+        say(refused);
 }
 
-void RunningGraph::report_refused_exports(const Instance& instance) {
-    for (const Fenwa::RefusedExport& refused :
-         HostAccess::adopt(*instance.block, tools_, scheduler_.queue())) {
-        const std::string other = exporter_of(refused.path, refused.interface);
-        std::cerr << "fenwa: the block '" << instance.name << "' cannot export '"
-                  << refused.interface << "' at '" << refused.path << "': "
-                  << (other.empty() ? std::strerror(-refused.negative_errno)
-                                    : "the block '" + other + "' exports it already")
-                  << '\n';
+void RunningGraph::say_refused(const Instance& instance,
+                               const Fenwa::RefusedExport& refused) const {
+    std::string reason = std::strerror(-refused.negative_errno);
+    for (const auto& other : instances_) {
+        // While it is destroyed, a block is not there any more.
+        if (refused.negative_errno == -EEXIST && other->block != nullptr &&
+            HostAccess::has_exported(*other->block, refused.path, refused.interface))
+            reason = "the block '" + other->name + "' exports it already";
     }
-}
-
-std::string RunningGraph::exporter_of(const std::string& path, const std::string& interface) const {
-    for (const auto& instance : instances_) {
-        for (const auto& object : HostAccess::exported_objects(*instance->block)) {
-            if (object.first == path && object.second == interface)
-                return instance->name;
-        }
-    }
-    return {};
+    std::cerr << "fenwa: "
+              << tool::one_line("the block '" + instance.name + "' cannot export '" +
+                                refused.interface + "' at '" + refused.path + "': " + reason)
+              << '\n';
 }
 
 void RunningGraph::set_up(Instance& instance) {

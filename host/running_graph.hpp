@@ -10,6 +10,7 @@
 
 #include "common/diagnostics.hpp"
 #include "fenwa/block.hpp"
+#include "framework/shared/host_access.hpp"
 #include "host/block_types.hpp"
 #include "host/connection_checker.hpp"
 #include "host/event_writer.hpp"
@@ -83,9 +84,7 @@ class RunningGraph {
     void connect(const BlocksByName& blocks);
     void run(Fenwa::Block& block);
     void deliver(Instance& instance);
-    void report_refused_exports(const Instance& instance);
-    [[nodiscard]] std::string exporter_of(const std::string& path,
-                                          const std::string& interface) const;
+    void say_refused(const Instance& instance, const Fenwa::RefusedExport& refused) const;
     template <class Call>
     void call(const Instance& instance, const char* phase, Call&& body);
 

@@ -32,6 +32,15 @@ auto find_port(const Ports& ports, const std::string& name) {
 
 }  // namespace
 
+std::optional<RefusedExport> Block::State::export_object(ExportedObject& object) const {
+    const int r =
+        sd_bus_add_object_vtable(tools->sdbus_tools->get_bus(), &object.slot, object.path.c_str(),
+                                 object.interface.c_str(), object.vtable, object.userdata);
+    if (r >= 0)
+        return std::nullopt;
+    return RefusedExport{object.path, object.interface, r};
+}
+
 Block::Block(std::string name, const BlockConfiguration& config)
     : state_(std::make_unique<State>(std::move(name), config)) {}
 
@@ -113,6 +122,11 @@ OutPortInternal* Block::add_outport(std::unique_ptr<OutPortInternal> port) {
 void Block::add_dbus(const std::string& path, const std::string& interface,
                      const sd_bus_vtable* vtable, void* userdata) {
     state_->objects.push_back({path, interface, vtable, userdata, nullptr});
+    if (state_->tools == nullptr)
+        return;
+    const auto refused = state_->export_object(state_->objects.back());
+    if (refused && state_->on_refused)
+        state_->on_refused(*refused);
 }
 
 const InitTools& Block::get_tools() const {

@@ -1,17 +1,21 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "fenwa/block.hpp"
+#include "framework/shared/host_access.hpp"
 
 namespace Fenwa {
 
 class ReadyQueue;
 
-/// An object that a block asked to export; `slot` is null until the host has taken the block over.
+/// An object that a block asked to export; `slot` is null until the host has taken the block over,
+/// and stays null where the export failed.
 struct ExportedObject {
     std::string path;
     std::string interface;
@@ -25,6 +29,9 @@ struct Block::State {
     State(std::string block_name, BlockConfiguration block_config)
         : name(std::move(block_name)), config(std::move(block_config)) {}
 
+    /// Exports one of `objects`; the tools are there. @returns what failed, if it did.
+    std::optional<RefusedExport> export_object(ExportedObject& object) const;
+
     std::string name;
     BlockConfiguration config;
     std::vector<std::unique_ptr<InPortProvider>> providers;
@@ -33,6 +40,7 @@ struct Block::State {
     std::vector<std::unique_ptr<EventPort>> eventports;
     std::vector<ExportedObject> objects;
     const InitTools* tools = nullptr;
+    std::function<void(const RefusedExport&)> on_refused;
 
     // For the ready queue; touched by every thread that fires.
     std::atomic<ReadyQueue*> queue{nullptr};

@@ -1,20 +1,21 @@
 #include "framework/shared/host_access.hpp"
 
+#include <algorithm>
+
 #include "framework/shared/block_state.hpp"
 
 namespace Fenwa {
 
-std::vector<RefusedExport> HostAccess::adopt(Block& block, const InitTools& tools,
-                                             ReadyQueue& queue) {
+std::vector<RefusedExport> HostAccess::adopt(
+    Block& block, const InitTools& tools, ReadyQueue& queue,
+    std::function<void(const RefusedExport&)> on_refused_later) {
     Block::State& state = *block.state_;
     state.tools = &tools;
+    state.on_refused = std::move(on_refused_later);
     std::vector<RefusedExport> refused;
     for (ExportedObject& object : state.objects) {
-        const int r = sd_bus_add_object_vtable(tools.sdbus_tools->get_bus(), &object.slot,
-                                               object.path.c_str(), object.interface.c_str(),
-                                               object.vtable, object.userdata);
-        if (r < 0)
-            refused.push_back({object.path, object.interface, r});
+        if (auto failure = state.export_object(object))
+            refused.push_back(*std::move(failure));
     }
     state.queue.store(&queue);
     // Fires of the constructor found no queue.
@@ -30,6 +31,14 @@ std::vector<std::pair<std::string, std::string>> HostAccess::exported_objects(co
     for (const ExportedObject& object : block.state_->objects)
         objects.emplace_back(object.path, object.interface);
     return objects;
+}
+
+bool HostAccess::has_exported(const Block& block, const std::string& path,
+                              const std::string& interface) {
+    const std::vector<ExportedObject>& objects = block.state_->objects;
+    return std::any_of(objects.begin(), objects.end(), [&](const ExportedObject& object) {
+        return object.slot != nullptr && object.path == path && object.interface == interface;
+    });
 }
 
 const BlockConfiguration& HostAccess::configuration(const Block& block) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,13 +22,20 @@ class FENWA_API HostAccess {
   public:
     /// Hands the block its tools and exports the objects that it asked for; from `queue` the host
     /// learns when the block wants to run, of fires in the constructor too. Both outlive the block.
-    /// @returns the exports that failed.
-    static std::vector<RefusedExport> adopt(Block& block, const InitTools& tools,
-                                            ReadyQueue& queue);
+    /// @param on_refused_later told of each export that fails from here on, in the block's
+    ///        `add_dbus`; may be empty.
+    /// @returns the exports of the constructor that failed.
+    static std::vector<RefusedExport> adopt(
+        Block& block, const InitTools& tools, ReadyQueue& queue,
+        std::function<void(const RefusedExport&)> on_refused_later = {});
 
     /// Path and interface of every object that the block asked to export.
     [[nodiscard]] static std::vector<std::pair<std::string, std::string>> exported_objects(
         const Block& block);
+
+    /// Whether the bus connection has taken such an object from the block.
+    [[nodiscard]] static bool has_exported(const Block& block, const std::string& path,
+                                           const std::string& interface);
 
     /// The configuration that the block was built with, its own defaults included.
     [[nodiscard]] static const BlockConfiguration& configuration(const Block& block);

@@ -81,9 +81,9 @@ class FENWA_API Block {
     InPortInternal* add_inport(std::unique_ptr<InPortProvider> provider);
     OutPortInternal* add_outport(std::unique_ptr<OutPortInternal> port);
 
-    /// Exports an object on the framework's connection, from the moment on at which the host has
-    /// taken the block over (right after its construction) to the block's destruction. A failure,
-    /// such as a second object at the same path and interface, is a log line of the host.
+    /// Exports an object on the framework's connection, at once or, in a constructor, when the host
+    /// takes the block over right after it, and to the block's destruction. A failure, such as a
+    /// second object at the same path and interface, is a log line of the host. Thread of `run()`.
     /// @param vtable method table in sd-bus's form; must outlive the block.
     /// @param userdata handed to the table's callbacks.
     void add_dbus(const std::string& path, const std::string& interface,

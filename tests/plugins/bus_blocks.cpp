@@ -23,13 +23,46 @@ constexpr sd_bus_vtable echo_table[] = {
     SD_BUS_VTABLE_END,
 };
 
-/// Exports "com.example.Echo1" at its key "path".
+/// Exports "com.example.Echo1" at its key "path", "times" times, in its "phase" ("constructor",
+/// "setup", "start" or "run").
 class Exporter : public Fenwa::Block {
   public:
     Exporter(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config) {
-        add_dbus(config.getString("path"), "com.example.Echo1", echo_table, this);
+        : Fenwa::Block(std::move(name), config),
+          path_(config.getString("path")),
+          phase_(config.getString("phase", "constructor")),
+          times_(config.getInt("times", 1)),
+          go_(*make_eventport("go")) {
+        enter("constructor");
     }
+
+    Fenwa::BlockConfiguration setup(const Fenwa::BlockConfiguration& /*config*/) override {
+        enter("setup");
+        return {};
+    }
+
+    void start() override {
+        enter("start");
+        if (phase_ == "run")
+            go_.fire();
+    }
+
+    bool run() override {
+        enter("run");
+        say(*this, "ran");
+        return true;
+    }
+
+  private:
+    void enter(const std::string& phase) {
+        for (int i = 0; phase == phase_ && i < times_; ++i)
+            add_dbus(path_, "com.example.Echo1", echo_table, this);
+    }
+
+    std::string path_;
+    std::string phase_;
+    int times_;
+    Fenwa::EventPort& go_;
 };
 
 /// Sends the signal "Farewell" when it is stopped and when it is destroyed; "stop_ms" is how long

@@ -10,8 +10,9 @@ using Clock = std::chrono::steady_clock;
 
 class BusBlocks : public HostTest {
   protected:
-    static std::string exporter(const std::string& name, const std::string& path) {
-        return "[blocks." + name + "]\ntype = \"Exporter\"\npath = \"" + path + "\"\n";
+    static std::string exporter(const std::string& name, const std::string& path,
+                                const std::string& more = {}) {
+        return "[blocks." + name + "]\ntype = \"Exporter\"\npath = \"" + path + "\"\n" + more;
     }
     static std::string caller(const std::string& keys) {
         return "[blocks.caller]\ntype = \"Caller\"\ndestination = \"com.example.Silent\"\n" + keys;
@@ -50,11 +51,67 @@ TEST_F(BusBlocks, SecondObjectAtTheSamePlaceIsSaidAndEndsNothing) {
               "the block 'one' exports it already\n");
 }
 
-TEST_F(BusBlocks, ObjectAtAnImpossiblePathIsSaidAndEndsNothing) {
-    const Ended ended = run(probes(exporter("one", "no/path")), {"--for", "0.05"});
+TEST_F(BusBlocks, ObjectsAreReachedInWhicheverPhaseTheyAreExported) {
+    for (const std::string phase : {"setup", "start", "run"}) {
+        Process host(run_command(
+            probes("[bus]\nnames = [\"com.example.Late\"]\n" +
+                   exporter("late", "/com/example/Late", "phase = \"" + phase + "\"\n")),
+            {"--bus", bus()}));
+        ASSERT_TRUE(host.wait_for_text(phase == "run" ? "late: ran" : "\"ready\""));
+        BusListener client(bus());
+        EXPECT_EQ(client.echo("com.example.Late", "/com/example/Late", "a"), "late heard a")
+            << phase;
+        const Ended ended = host.terminate();
+        EXPECT_EQ(ended.code, 0);
+        EXPECT_EQ(ended.err, "");
+    }
+}
+
+TEST_F(BusBlocks, SecondObjectInALaterPhaseIsSaidAndEndsNothing) {
+    const std::string warning =
+        "graph.toml:5:9: warning: the blocks 'one' and 'two' both export 'com.example.Echo1' at "
+        "'/com/example/Same'; only the first one is reached\n[blocks.two]\n        ^\n"
+        "graph.toml: 1 warning\n";
+    const std::string line =
+        "fenwa: the block 'two' cannot export 'com.example.Echo1' at '/com/example/Same': the "
+        "block 'one' exports it already\n";
+    for (const std::string phase : {"setup", "start", "run"}) {
+        const Ended ended =
+            run(probes(exporter("one", "/com/example/Same") +
+                       exporter("two", "/com/example/Same", "phase = \"" + phase + "\"\n")),
+                {"--for", "0.1"});
+        EXPECT_EQ(ended.code, 0);
+        // A check sees what blocks do up to their setup.
+        EXPECT_EQ(ended.err, (phase == "setup" ? warning : "") + line) << phase;
+    }
+}
+
+TEST_F(BusBlocks, ObjectThatOneBlockExportsTwiceIsSaidAndEndsNothing) {
+    const Ended ended =
+        run(probes(exporter("one", "/com/example/Same", "times = 2\n")), {"--for", "0.05"});
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(ended.err,
+              "graph.toml:2:9: warning: the block 'one' exports 'com.example.Echo1' at "
+              "'/com/example/Same' twice; only the first one is reached\n"
+              "[blocks.one]\n        ^\ngraph.toml: 1 warning\n"
+              "fenwa: the block 'one' cannot export 'com.example.Echo1' at '/com/example/Same': "
+              "the block 'one' exports it already\n");
+}
+
+TEST_F(BusBlocks, ObjectAtAnImpossiblePathIsSaidAndEndsNothing) {
+    // Of both, because neither has it.
+    const Ended ended =
+        run(probes(exporter("one", "no/path") + exporter("two", "no/path")), {"--for", "0.05"});
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err,
+              "graph.toml:2:9: warning: the block 'one' cannot export 'com.example.Echo1' at "
+              "'no/path': no bus connection takes these names\n[blocks.one]\n        ^\n"
+              "graph.toml:5:9: warning: the block 'two' cannot export 'com.example.Echo1' at "
+              "'no/path': no bus connection takes these names\n[blocks.two]\n        ^\n"
+              "graph.toml: 2 warnings\n"
               "fenwa: the block 'one' cannot export 'com.example.Echo1' at 'no/path': "
+              "Invalid argument\n"
+              "fenwa: the block 'two' cannot export 'com.example.Echo1' at 'no/path': "
               "Invalid argument\n");
 }
 

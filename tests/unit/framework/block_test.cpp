@@ -202,6 +202,26 @@ TEST_F(BlockTest, ReportsEveryExportThatIsRefused) {
     EXPECT_EQ(refused[1].negative_errno, -EINVAL);
 }
 
+TEST_F(BlockTest, ExportsAtOnceWhatItAddsAfterItIsTakenOver) {
+    std::vector<Fenwa::RefusedExport> refused;
+    EXPECT_TRUE(HostAccess::adopt(block, init_tools, queue, [&](const auto& export_) {
+                    refused.push_back(export_);
+                }).empty());
+    block.add_dbus("/a/b", "a.B", empty_table, &block);
+    EXPECT_TRUE(refused.empty());
+    EXPECT_TRUE(HostAccess::has_exported(block, "/a/b", "a.B"));
+    block.add_dbus("/a/b", "a.B", empty_table, &block);
+    ASSERT_EQ(refused.size(), 1U);
+    EXPECT_EQ(refused[0].path, "/a/b");
+    EXPECT_EQ(refused[0].interface, "a.B");
+    EXPECT_EQ(refused[0].negative_errno, -EEXIST);
+    // Nobody need be told.
+    Block other("other", {});
+    EXPECT_TRUE(adopt(other).empty());
+    other.add_dbus("/a/b", "a.B", empty_table, &other);
+    EXPECT_FALSE(HostAccess::has_exported(other, "/a/b", "a.B"));
+}
+
 TEST_F(BlockTest, TakesItsObjectsOffTheBusWhenItIsDestroyed) {
     {
         Block exporting("exporting", {});
