@@ -1,8 +1,9 @@
 #include "host/graph_checker.hpp"
 
-#include <algorithm>
 #include <deque>
+#include <map>
 #include <memory>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -38,7 +39,10 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     KeyRecorder(const BlockEntry& entry, Diagnostics& diagnostics)
         : entry_(entry), diagnostics_(diagnostics) {}
 
-    void on_read(const Fenwa::KeyRead& read) override { asked_.push_back(read.key); }
+    void on_read(const Fenwa::KeyRead& read) override {
+        if (is_asked_.insert(read.key).second)
+            asked_.push_back(read.key);
+    }
 
     bool on_error(const Fenwa::ConfigurationError& error) override {
         invented_ = true;
@@ -58,7 +62,7 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     void warn_of_unread_keys() const {
         for (const Setting& setting : entry_.settings) {
             // One without a value is reported already.
-            if (setting.value && !is_asked(setting.key))
+            if (setting.value && is_asked_.count(setting.key) == 0)
                 warn_of_unread_key(setting, tool::did_you_mean(setting.key, asked_));
         }
     }
@@ -68,16 +72,12 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     void warn_of_near_misses() const {
         for (const Setting& setting : entry_.settings) {
             const std::string help = tool::did_you_mean(setting.key, missing_);
-            if (!help.empty() && !is_asked(setting.key))
+            if (!help.empty() && is_asked_.count(setting.key) == 0)
                 warn_of_unread_key(setting, help);
         }
     }
 
   private:
-    [[nodiscard]] bool is_asked(const std::string& key) const {
-        return std::find(asked_.begin(), asked_.end(), key) != asked_.end();
-    }
-
     void warn_of_unread_key(const Setting& setting, const std::string& help) const {
         diagnostics_.warning(
             setting.where, "no " + entry_.type.text + " reads the key '" + setting.key + "'", help);
@@ -85,7 +85,8 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
 
     const BlockEntry& entry_;
     Diagnostics& diagnostics_;
-    std::vector<std::string> asked_;
+    std::vector<std::string> asked_;  ///< each once, in the order in which they were asked for
+    std::unordered_set<std::string> is_asked_;
     std::vector<std::string> missing_;
     bool invented_ = false;
 };

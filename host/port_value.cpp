@@ -123,9 +123,10 @@ Json to_json(const BlockConfiguration::Value& value) {
 }
 
 Json to_json(const BlockConfiguration& settings) {
-    Json object = Json::object();
+    // Put in directly: looking for each key, which stands once anyway, would take quadratic time.
+    Json::object_t object;
     for (const auto& entry : ConfigurationAccess::entries(settings))
-        object[entry.key()] = to_json(entry.value());
+        object.emplace_back(entry.key(), to_json(entry.value()));
     return object;
 }
 

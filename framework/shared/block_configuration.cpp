@@ -1,32 +1,29 @@
 #include "fenwa/block_configuration.hpp"
 
-#include <algorithm>
 #include <limits>
 #include <optional>
+#include <unordered_map>
 
 #include "framework/shared/configuration_access.hpp"
 
 namespace Fenwa {
 
 struct BlockConfiguration::Storage {
-    std::vector<KeyValue> entries;
+    std::vector<KeyValue> entries;  ///< in the order in which their keys were first given
+    std::unordered_map<std::string, std::size_t> places;  ///< of the keys in `entries`
     std::shared_ptr<ConfigurationObserver> observer;
 
     [[nodiscard]] const Value* find(const std::string& key) const {
-        const auto found =
-            std::find_if(entries.begin(), entries.end(),
-                         [&key](const KeyValue& entry) { return entry.key() == key; });
-        return found == entries.end() ? nullptr : &found->value();
+        const auto found = places.find(key);
+        return found == places.end() ? nullptr : &entries[found->second].value();
     }
 
     void set(const KeyValue& entry) {
-        const auto found =
-            std::find_if(entries.begin(), entries.end(),
-                         [&entry](const KeyValue& e) { return e.key() == entry.key(); });
-        if (found == entries.end())
+        const auto [place, is_new] = places.emplace(entry.key(), entries.size());
+        if (is_new)
             entries.push_back(entry);
         else
-            *found = entry;
+            entries[place->second] = entry;
     }
 };
 
