@@ -1,6 +1,7 @@
 #include "host/event_loop.hpp"
 
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -56,6 +57,11 @@ bool EventLoop::interrupted() const {
     sigset_t pending;
     sigpending(&pending);
     return sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1;
+}
+
+void EventLoop::ask_to_stop() noexcept {
+    // The signal itself: it is seen wherever the host is just then, and waits where it is blocked.
+    kill(getpid(), SIGTERM);
 }
 
 void EventLoop::run(std::optional<std::chrono::microseconds> duration) {

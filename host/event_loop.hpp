@@ -27,6 +27,9 @@ class EventLoop {
     /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
     [[nodiscard]] bool interrupted() const;
 
+    /// Ends the loop, or the start before it, as SIGTERM does. Any thread.
+    static void ask_to_stop() noexcept;
+
     /// Tells the service manager that the host is ready and serves until something ends it.
     void run(std::optional<std::chrono::microseconds> duration);
 

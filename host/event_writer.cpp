@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <iostream>
+#include <sstream>
 
 namespace host {
 namespace {
@@ -23,7 +24,7 @@ class Stopwatch {
 
 class JsonWriter final : public EventWriter {
   public:
-    explicit JsonWriter(const Journal& journal) : journal_(journal) {}
+    JsonWriter(StandardOutput& out, const Journal& journal) : out_(out), journal_(journal) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         write("setup", {{"block", block}, {"settings", to_json(settings)}});
@@ -55,20 +56,22 @@ class JsonWriter final : public EventWriter {
         Json line = {{"event", event}, {"time", watch_.seconds()}};
         line.update(members);
         const std::lock_guard lock(mutex_);
-        std::cout << tool::json_line(line) << '\n' << std::flush;
+        out_.write(tool::json_line(line) + '\n');
     }
 
     Stopwatch watch_;
+    StandardOutput& out_;
     const Journal& journal_;
     std::mutex mutex_;
 };
 
 class TextWriter final : public EventWriter {
   public:
-    TextWriter(const Journal& journal, tool::ColorChoice color)
-        : journal_(journal),
-          out_(tool::use_color(color, stdout)),
-          err_(tool::use_color(color, stderr)) {}
+    TextWriter(StandardOutput& out, const Journal& journal, tool::ColorChoice color)
+        : out_(out),
+          journal_(journal),
+          out_colors_(tool::use_color(color, stdout)),
+          err_colors_(tool::use_color(color, stderr)) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         const Json values = to_json(settings);
@@ -91,16 +94,16 @@ class TextWriter final : public EventWriter {
         if (journal_.send(level, message))
             return;
         const std::lock_guard lock(mutex_);
-        std::string_view color = err_.dim;
+        std::string_view color = err_colors_.dim;
         std::string_view word = "info";
         if (level <= 1) {
-            color = err_.red;
+            color = err_colors_.red;
             word = "error";
         } else if (level <= 3) {
-            color = err_.yellow;
+            color = err_colors_.yellow;
             word = "warning";
         }
-        std::cerr << color << word << ": " << err_.reset << message
+        std::cerr << color << word << ": " << err_colors_.reset << message
                   << (message.ends_with('\n') ? "" : "\n") << std::flush;
     }
 
@@ -114,9 +117,10 @@ class TextWriter final : public EventWriter {
         char time[32];
         std::snprintf(time, sizeof time, "%8.3f", watch_.seconds());
         const std::lock_guard lock(mutex_);
-        std::cout << out_.dim << time << out_.reset << "  " << name << " = " << out_.bold
-                  << tool::json_line(value) << out_.reset << '\n'
-                  << std::flush;
+        std::ostringstream line;
+        line << out_colors_.dim << time << out_colors_.reset << "  " << name << " = "
+             << out_colors_.bold << tool::json_line(value) << out_colors_.reset << '\n';
+        out_.write(line.str());
     }
 
     void host_line(const char* text) {
@@ -125,20 +129,22 @@ class TextWriter final : public EventWriter {
     }
 
     Stopwatch watch_;
+    StandardOutput& out_;
     const Journal& journal_;
-    tool::Palette out_;
-    tool::Palette err_;
+    tool::Palette out_colors_;
+    tool::Palette err_colors_;
     std::mutex mutex_;
 };
 
 }  // namespace
 
-std::unique_ptr<EventWriter> make_json_writer(const Journal& journal) {
-    return std::make_unique<JsonWriter>(journal);
+std::unique_ptr<EventWriter> make_json_writer(StandardOutput& out, const Journal& journal) {
+    return std::make_unique<JsonWriter>(out, journal);
 }
 
-std::unique_ptr<EventWriter> make_text_writer(const Journal& journal, tool::ColorChoice color) {
-    return std::make_unique<TextWriter>(journal, color);
+std::unique_ptr<EventWriter> make_text_writer(StandardOutput& out, const Journal& journal,
+                                              tool::ColorChoice color) {
+    return std::make_unique<TextWriter>(out, journal, color);
 }
 
 }  // namespace host

@@ -12,6 +12,7 @@
 #include "fenwa/debug_data.hpp"
 #include "host/journal.hpp"
 #include "host/port_value.hpp"
+#include "host/standard_output.hpp"
 
 namespace host {
 
@@ -36,10 +37,12 @@ class EventWriter {
 };
 
 /// One JSON object a line on stdout, flushed at each line. Log lines also go to the journal.
-[[nodiscard]] std::unique_ptr<EventWriter> make_json_writer(const Journal& journal);
+[[nodiscard]] std::unique_ptr<EventWriter> make_json_writer(StandardOutput& out,
+                                                            const Journal& journal);
 
 /// Values on stdout, log lines on stderr (or in the journal, where stderr leads to it).
-[[nodiscard]] std::unique_ptr<EventWriter> make_text_writer(const Journal& journal,
+[[nodiscard]] std::unique_ptr<EventWriter> make_text_writer(StandardOutput& out,
+                                                            const Journal& journal,
                                                             tool::ColorChoice color);
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/run_command.hpp"
 
-#include <csignal>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 
 #include "common/bus.hpp"
@@ -47,6 +48,20 @@ tool::BusPtr connect_bus(const RunOptions& options, const Graph& graph,
     for (const PlacedName& name : graph.bus_names)
         tool::own_name(*bus, name.text);
     return bus;
+}
+
+/// The exit code when stdout may have failed, which is said then. A reader that goes away, as
+/// `head` does, has what it wanted: that is a stop by the user. Any other failure has lost lines
+/// that somebody waits for.
+ExitCode code_after(const StandardOutput& out, ExitCode code) {
+    if (out.error() == 0)
+        return code;
+    if (out.error() == EPIPE) {
+        std::cerr << "fenwa: stdout was closed by its reader\n";
+        return code;
+    }
+    std::cerr << "fenwa: cannot write to stdout: " << std::strerror(out.error()) << '\n';
+    return code == ExitCode::done ? ExitCode::unavailable : code;
 }
 
 /// Starts the blocks, serves them until the end and stops them.
@@ -103,17 +118,19 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
 }  // namespace
 
 ExitCode run_graph(const RunOptions& options) {
+    open_closed_streams();
     const Journal journal(options.graph);
-    const std::unique_ptr<EventWriter> events = options.format == EventFormat::json
-                                                    ? make_json_writer(journal)
-                                                    : make_text_writer(journal, options.color);
     tool::Diagnostics diagnostics(options.graph);
     // The signals belong to the loop from here on, so that none is lost during the start.
     EventLoop loop;
+    StandardOutput out(EventLoop::ask_to_stop);
+    const std::unique_ptr<EventWriter> events = options.format == EventFormat::json
+                                                    ? make_json_writer(out, journal)
+                                                    : make_text_writer(out, journal, options.color);
     BlockTypes types(&loop.get());
-    const auto ended = [&events](ExitCode code) {
+    const auto ended = [&events, &out](ExitCode code) {
         events->exit(static_cast<int>(code));
-        return code;
+        return code_after(out, code);
     };
     try {
         const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, types,

@@ -1,0 +1,36 @@
+#include "host/standard_output.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+
+namespace host {
+
+void open_closed_streams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The lowest free number is taken, which is this one as all below it are open.
+        if (fcntl(stream, F_GETFD) < 0)
+            static_cast<void>(open("/dev/null", O_RDWR));
+    }
+}
+
+StandardOutput::StandardOutput(std::function<void()> on_failure)
+    : on_failure_(std::move(on_failure)) {
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+void StandardOutput::write(const std::string& text) {
+    if (error_ != 0)
+        return;
+    errno = 0;
+    std::cout << text << std::flush;
+    if (std::cout.good())
+        return;
+    error_ = errno != 0 ? errno : EIO;
+    on_failure_();
+}
+
+}  // namespace host
