@@ -36,7 +36,7 @@ TEST_F(Check, WarningsAreMistakesOnlyWhenTheyAreDenied) {
         "graph.toml: 1 warning\n";
     const Ended tolerant = check(timer + "delay = 1\n");
     EXPECT_EQ(tolerant.code, 0);
-    EXPECT_EQ(tolerant.err, said + "fenwa: graph.toml: no mistakes (1 block, 0 connections)\n");
+    EXPECT_EQ(tolerant.err, said + "fenwa: graph.toml: no errors (1 block, 0 connections)\n");
     const Ended strict = check(timer + "delay = 1\n", {"--deny-warnings"});
     EXPECT_EQ(strict.code, 78);
     EXPECT_EQ(strict.err, said);
@@ -49,7 +49,7 @@ TEST_F(Check, UnreadKeyThatResemblesOneThatIsReadIsWarnedOfWithIt) {
               "help: did you mean 'in_start'?\n"
               "graph.toml:5:7: warning: no Source reads the key 'fires.x'\nfires.x = 1\n      ^\n"
               "help: did you mean 'fires'?\n"
-              "graph.toml: 2 warnings\nfenwa: graph.toml: no mistakes (1 block, 0 connections)\n");
+              "graph.toml: 2 warnings\nfenwa: graph.toml: no errors (1 block, 0 connections)\n");
 }
 
 TEST_F(Check, OnlyTheBlocksOwnTypeIsNoSetting) {
@@ -66,7 +66,7 @@ TEST_F(Check, ObjectThatTwoBlocksExportIsAWarning) {
               "graph.toml:8:9: warning: the blocks 'one' and 'three' both export "
               "'com.example.Echo1' at '/com/example/A'; only the first one is reached\n"
               "[blocks.three]\n        ^\ngraph.toml: 1 warning\n"
-              "fenwa: graph.toml: no mistakes (3 blocks, 0 connections)\n");
+              "fenwa: graph.toml: no errors (3 blocks, 0 connections)\n");
 }
 
 TEST_F(Check, BlockThatThrowsGives70AndNamesThePhase) {
@@ -113,7 +113,7 @@ TEST_F(Check, BlockThatNeedsABusIsAWarning) {
     EXPECT_EQ(ended.err,
               "graph.toml:2:9: warning: block 'c' (Caller) cannot be checked: it needs a bus to "
               "be built\n[blocks.c]\n        ^\ngraph.toml: 1 warning\n"
-              "fenwa: graph.toml: no mistakes (1 block, 1 connection)\n");
+              "fenwa: graph.toml: no errors (1 block, 1 connection)\n");
 }
 
 TEST_F(Check, PortsOfABlockThatNeedsABusAreCheckedWhenItIsThere) {
