@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -11,8 +12,21 @@ namespace Fenwa {
 namespace {
 
 struct SinkHolder {
-    std::mutex mutex;
-    LogSink sink;
+    std::recursive_mutex mutex;  ///< the sink may log, and may be replaced out of its own call
+    std::shared_ptr<const LogSink> sink;
+    bool busy = false;  ///< with the mutex held: the sink is being called, on this very thread
+};
+
+/// Marks the sink as being called, however the call ends.
+class Call {
+  public:
+    explicit Call(bool& busy) : busy_(busy) { busy_ = true; }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    ~Call() { busy_ = false; }
+
+  private:
+    bool& busy_;
 };
 
 SinkHolder& holder() {
@@ -31,11 +45,25 @@ std::string format_text(const char* format, std::va_list arguments) {
     return text;
 }
 
+void hand_to_sink(int level, const std::string& message) {
+    SinkHolder& holder = Fenwa::holder();
+    const std::lock_guard lock(holder.mutex);
+    // A line of the sink's own would come back to it for ever.
+    if (holder.sink == nullptr || holder.busy) {
+        std::fprintf(stderr, "<%d>%s\n", level, message.c_str());
+        return;
+    }
+    const std::shared_ptr<const LogSink> sink = holder.sink;
+    const Call call(holder.busy);
+    (*sink)(level, message);
+}
+
 }  // namespace
 
 void set_log_sink(LogSink sink) {
+    auto shared = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
     const std::lock_guard lock(holder().mutex);
-    holder().sink = std::move(sink);
+    holder().sink.swap(shared);
 }
 
 }  // namespace Fenwa
@@ -45,11 +73,5 @@ void logger(int level, const char* format, ...) {
     va_start(arguments, format);
     const std::string message = Fenwa::format_text(format, arguments);
     va_end(arguments);
-
-    Fenwa::SinkHolder& holder = Fenwa::holder();
-    const std::lock_guard lock(holder.mutex);
-    if (holder.sink)
-        holder.sink(level, message);
-    else
-        std::fprintf(stderr, "<%d>%s\n", level, message.c_str());
+    Fenwa::hand_to_sink(level, message);
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <iomanip>
+#include <stdexcept>
+#include <thread>
 
 #include "tests/support/log_recorder.hpp"
 
@@ -57,6 +59,68 @@ TEST_F(LogTest, FormatsLikePrintf) {
     logger(2, "%s is %d of %.2f%%", "this", 7, 0.5);
     logger(1, "%s", std::string(100000, 'x').c_str());
     EXPECT_EQ(log.take(), (Lines{"2 this is 7 of 0.50%", "1 " + std::string(100000, 'x')}));
+}
+
+/// Takes the sink away again, however a test ends.
+struct NoSinkAfterwards {
+    ~NoSinkAfterwards() { Fenwa::set_log_sink({}); }
+};
+
+TEST(LogSinkTest, MayLogItself) {
+    const NoSinkAfterwards afterwards;
+    Lines lines;
+    Fenwa::set_log_sink([&lines](int level, const std::string& message) {
+        lines.push_back("begin " + message);
+        logger(level + 1, "sink took %s", message.c_str());
+        lines.push_back("end " + message);
+    });
+    testing::internal::CaptureStderr();
+    logger(1, "one");
+    logger(3, "two");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "<2>sink took one\n<4>sink took two\n");
+    EXPECT_EQ(lines, (Lines{"begin one", "end one", "begin two", "end two"}));
+}
+
+TEST(LogSinkTest, TakesLinesAgainAfterItThrew) {
+    const NoSinkAfterwards afterwards;
+    Lines lines;
+    Fenwa::set_log_sink([&lines](int /*level*/, const std::string& message) {
+        lines.push_back(message);
+        if (message == "throw")
+            throw std::runtime_error("thrown on purpose");
+    });
+    EXPECT_THROW(logger(1, "throw"), std::runtime_error);
+    logger(1, "on");
+    EXPECT_EQ(lines, (Lines{"throw", "on"}));
+}
+
+TEST(LogSinkTest, MayReplaceItself) {
+    const NoSinkAfterwards afterwards;
+    Lines lines;
+    const std::string last = "the last line of the first sink";
+    Fenwa::set_log_sink([&lines, last](int /*level*/, const std::string& message) {
+        Fenwa::set_log_sink([&lines](int, const std::string& text) { lines.push_back(text); });
+        lines.push_back(last + ": " + message);
+    });
+    logger(1, "one");
+    logger(1, "two");
+    EXPECT_EQ(lines, (Lines{"the last line of the first sink: one", "two"}));
+}
+
+TEST(LogSinkTest, IsCalledOnceAtATime) {
+    const NoSinkAfterwards afterwards;
+    Lines lines;
+    Fenwa::set_log_sink(
+        [&lines](int /*level*/, const std::string& message) { lines.push_back(message); });
+    std::vector<std::thread> singers;
+    for (int singer = 0; singer < 4; ++singer)
+        singers.emplace_back([] {
+            for (int line = 0; line < 500; ++line)
+                logger(4, "%d", line);
+        });
+    for (std::thread& singer : singers)
+        singer.join();
+    EXPECT_EQ(lines.size(), 2000U);
 }
 
 TEST(LogWithoutSinkTest, WritesLevelAndLineToStderr) {
