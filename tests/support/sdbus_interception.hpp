@@ -48,8 +48,12 @@ class Interception {
     /// the caller gets no slot.
     void answer_next(std::initializer_list<int> results);
 
+    /// Puts an entry into the journal for something that does not go through sd-bus's own
+    /// functions.
+    void note(std::string entry);
+
     /// Everything recorded since the last time, in order: the texts of the sendings, and
-    /// "release #N NAME" for the slot of the N-th sending since the interception began.
+    /// "release #N NAME" for the slot of the N-th sending since the interception began, and notes.
     [[nodiscard]] std::vector<std::string> take_journal();
 
     /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
