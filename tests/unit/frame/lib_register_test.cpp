@@ -7,6 +7,9 @@
 
 #include "fenwa/registry.hpp"
 #include "framework/shared/block_registry.hpp"
+#include "src/blocks/power/power_consumer.hpp"
+#include "src/blocks/power/power_monitor.hpp"
+#include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
 #include "tests/support/block_driver.hpp"
 
@@ -30,7 +33,8 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 
 namespace {
 
-const std::vector<std::string> every_type{"TemperatureReader"};
+const std::vector<std::string> every_type{"PowerConsumer", "PowerMonitor", "TemperatureMonitor",
+                                          "TemperatureReader"};
 
 /// Keeps names and factories until it is full, and then throws.
 class LimitedRegistry final : public Fenwa::IRegistry {
@@ -115,6 +119,35 @@ TEST_F(FactoryTest, BuildsAReaderWithItsNameAndConfiguration) {
     EXPECT_NE(dynamic_cast<blocks::TemperatureReader*>(block.get()), nullptr);
     EXPECT_EQ(block->get_name(), "inside");
     EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getString("sensor_name"), "main");
+}
+
+TEST_F(FactoryTest, BuildsAMonitorOfTheTemperatureWhichReadsItWithTheTools) {
+    recorders.tools.reply_next(recorders.messages.reply("i", 3));
+    recorders.tools.reply_next(recorders.messages.reply("d", 20.0));
+    const auto block = factory("TemperatureMonitor")("inside", config, tools);
+    EXPECT_NE(dynamic_cast<blocks::TemperatureMonitor*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "inside");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getString("sensor_name"), "main");
+    EXPECT_TRUE(block->setup({}).getBool("temperature_ok"));
+    EXPECT_EQ(recorders.bus.take_journal().size(), 2U);
+}
+
+TEST_F(FactoryTest, BuildsAConsumerOfPower) {
+    const auto block = factory("PowerConsumer")("budget", {{"power", 2.5}}, tools);
+    EXPECT_NE(dynamic_cast<blocks::PowerConsumer*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "budget");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getDouble("power"), 2.5);
+    EXPECT_EQ(recorders.log.take().size(), 1U);
+}
+
+TEST_F(FactoryTest, BuildsAMonitorOfThePowerWhichReadsItWithTheTools) {
+    recorders.tools.reply_next(recorders.messages.reply("d", 12.0));
+    const auto block = factory("PowerMonitor")("supply", {{"requested_power", 12.0}}, tools);
+    EXPECT_NE(dynamic_cast<blocks::PowerMonitor*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "supply");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getDouble("requested_power"), 12.0);
+    EXPECT_TRUE(block->setup({}).getBool("power_ok"));
+    EXPECT_EQ(recorders.bus.take_journal().size(), 1U);
 }
 
 TEST_F(FactoryTest, DoesNotHandTheToolsToABlockThatTakesNone) {
