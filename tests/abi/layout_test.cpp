@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "fenwa/fenwa.hpp"
+#include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/log_sink.hpp"
 #include "tests/support/layout_probe.hpp"
 
@@ -88,6 +89,16 @@ TEST(LayoutTest, HoldsAReadersMembersInOrderBehindTheClient) {
                                            {{"sensor_name", {"main"}}, {"delta_chg", 1.0}});
     expect_in_order(blocks::LayoutProbe::members(reader), sizeof(blocks::DBusClient));
     EXPECT_EQ(blocks::LayoutProbe::members(reader).size(), 11U);
+}
+
+TEST(LayoutTest, HoldsAMonitorsMembersInOrderBehindTheBlock) {
+    Fenwa::set_log_sink([](int, const std::string&) {});  // there is no controller to be read
+    Fenwa::ConnectionTools no_bus(nullptr);
+    const Fenwa::InitTools tools(&no_bus);
+    const blocks::TemperatureMonitor monitor("monitor", {{"sensor_name", {"main"}}}, tools);
+    Fenwa::set_log_sink({});
+    expect_in_order(blocks::LayoutProbe::members(monitor), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(monitor).size(), 15U);
 }
 
 TEST(LayoutTest, NumbersTheOwnerStates) {

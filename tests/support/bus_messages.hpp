@@ -59,6 +59,13 @@ class Messages {
         return finish(new_signal(path, interface, member), types, values...);
     }
 
+    /// The bus daemon's NameOwnerChanged; an empty owner is none.
+    [[nodiscard]] Message owner_change(const char* name, const char* old_owner,
+                                       const char* new_owner) {
+        return signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged", "sss",
+                      name, old_owner, new_owner);
+    }
+
   private:
     [[nodiscard]] Message new_reply();
     [[nodiscard]] Message new_error(const char* name, const char* text);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
 #include "src/frame/dbus_client.hpp"
 
@@ -30,6 +31,21 @@ struct LayoutProbe {
     static sd_bus_slot** call_slot_field(TemperatureReader& reader) {
         return as_field(reader.call_slot);
     }
+    static sd_bus_slot** owner_match_slot_field(TemperatureMonitor& monitor) {
+        return as_field(monitor.owner_match_slot);
+    }
+    static sd_bus_slot** signal_match_slot_field(TemperatureMonitor& monitor) {
+        return as_field(monitor.signal_match_slot);
+    }
+    static sd_bus_slot** call_slot_field(TemperatureMonitor& monitor) {
+        return as_field(monitor.call_slot);
+    }
+    static std::uint32_t registering_index(const TemperatureMonitor& monitor) {
+        return monitor.registering_index;
+    }
+    static void register_limit(TemperatureMonitor& monitor, std::size_t limit) {
+        monitor.register_limit(limit);
+    }
 
     static std::vector<MemberPlace> members(const DBusClient& client) {
         return {place(client, "event port", client.event_port),
@@ -49,6 +65,23 @@ struct LayoutProbe {
                 place(reader, "fake_temperature", reader.fake_temperature),
                 place(reader, "match_slot", reader.match_slot),
                 place(reader, "call_slot", reader.call_slot)};
+    }
+    static std::vector<MemberPlace> members(const TemperatureMonitor& monitor) {
+        return {place(monitor, "event port", monitor.event_port),
+                place(monitor, "temperature_ok_out", monitor.temperature_ok_out),
+                place(monitor, "signal_match_slot", monitor.signal_match_slot),
+                place(monitor, "owner_match_slot", monitor.owner_match_slot),
+                place(monitor, "call_slot", monitor.call_slot),
+                place(monitor, "registering_index", monitor.registering_index),
+                place(monitor, "thresholds", monitor.thresholds),
+                place(monitor, "owner_match_added", monitor.owner_match_added),
+                place(monitor, "signal_match_added", monitor.signal_match_added),
+                place(monitor, "registered", monitor.registered),
+                place(monitor, "pending_signals", monitor.pending_signals),
+                place(monitor, "sensor_id", monitor.sensor_id),
+                place(monitor, "signal_ids", monitor.signal_ids),
+                place(monitor, "temperature_ok", monitor.temperature_ok),
+                place(monitor, "stopped", monitor.stopped)};
     }
 
   private:

@@ -30,7 +30,7 @@ namespace blocks {
 class TemperatureMonitor : public Fenwa::Block {
   public:
     /// Makes two blocking calls; when they fail that is logged, the sensor's id is -1 and the
-    /// reading that is judged -999.0: inside the default limits, outside any others.
+    /// reading that is judged -999.0: inside the default limits, below any real temperature.
     /// @throws Fenwa::ConfigurationError when "sensor_name" is missing or a key is mistyped.
     TemperatureMonitor(std::string name, const Fenwa::BlockConfiguration& config,
                        const Fenwa::InitTools& tools);

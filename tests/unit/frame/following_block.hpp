@@ -67,8 +67,7 @@ class DBusClientTest : public testing::Test {
     }
 
     support::Message owner_change(const char* name, const char* new_owner) {
-        return messages.signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-                               "sss", name, "", new_owner);
+        return messages.owner_change(name, "", new_owner);
     }
 
     support::Recorders recorders;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,30 +9,18 @@
 #include "tests/support/block_driver.hpp"
 #include "tests/support/configuration_recorder.hpp"
 #include "tests/support/layout_probe.hpp"
+#include "tests/unit/temperature/controller_texts.hpp"
 
 namespace reader_test {
 
 using blocks::LayoutProbe;
 using blocks::TemperatureReader;
-using Entry = Fenwa::BlockConfiguration::KeyValue;
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
+using namespace temperature_test;
 using Values = std::vector<std::string>;
-
-inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
-
-/// A call of the temperature controller, with its arguments.
-inline std::string controller_call(const std::string& call) {
-    return "call com.tarlo.TemperatureController /com/tarlo/TemperatureController "
-           "com.tarlo.TemperatureController " +
-           call;
-}
 
 // What a reader of sensor "main", id 3, with a threshold of 0.5 sends, in this order. The numbers
 // of its sendings begin with the two of its base.
-inline const std::string change_match =
-    "match signal com.tarlo.TemperatureController /com/tarlo/TemperatureController "
-    "com.tarlo.TemperatureController TemperatureChangeSignal";
+inline const std::string change_match = controller_match("TemperatureChangeSignal");
 inline const std::string lookup = controller_call("GetTemperatureIdFromName(s \"main\")");
 inline const std::string registration =
     controller_call("RegisterForTemperatureChangeSignal(i 3, d 0.5)");
@@ -96,8 +82,7 @@ class TemperatureReaderTest : public testing::Test {
     }
 
     support::Message change(std::int32_t id, double reading) {
-        return messages.signal("/com/tarlo/TemperatureController",
-                               "com.tarlo.TemperatureController", "TemperatureChangeSignal", "id",
+        return messages.signal(controller_path, controller_name, "TemperatureChangeSignal", "id",
                                id, reading);
     }
     /// Notifies the reader of a new reading.
@@ -106,9 +91,7 @@ class TemperatureReaderTest : public testing::Test {
         EXPECT_TRUE(reader->woken());
     }
     void restart_service() {
-        EXPECT_EQ(bus.sending(1).deliver(messages.signal(
-                      "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged", "sss",
-                      "com.tarlo.TemperatureController", ":1.5", ":1.6")),
+        EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(controller_name, ":1.5", ":1.6")),
                   0);
         EXPECT_TRUE(reader->woken());
     }

@@ -53,10 +53,7 @@ TEST_F(TemperatureReaderTest, PausesWhileTheServiceHasNoOwner) {
     make();
     register_reader();
     fetch(20.0);
-    EXPECT_EQ(bus.sending(1).deliver(messages.signal(
-                  "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged", "sss",
-                  "com.tarlo.TemperatureController", ":1.5", "")),
-              0);
+    EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(controller_name, ":1.5", "")), 0);
     EXPECT_EQ(run(), Journal{});
     EXPECT_EQ(published(), std::nullopt);
 }

@@ -7,11 +7,6 @@ namespace {
 
 using namespace reader_test;
 
-constexpr sd_bus_error denied =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
-constexpr sd_bus_error silent =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
-
 TEST_F(TemperatureReaderTest, TakesARefusedMatchForAnInstalledOne) {
     make();
     appear();
