@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cmath>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 
 #include "fenwa/sdbus_error.hpp"
@@ -17,6 +18,10 @@ struct VerdictCase {
     double reading;
     bool ok;
 };
+
+void PrintTo(const VerdictCase& given, std::ostream* out) {
+    *out << given.reading << " in " << given.low_off << " to " << given.high_off;
+}
 
 class FirstVerdictTest : public TemperatureMonitorTest,
                          public testing::WithParamInterface<VerdictCase> {
@@ -120,6 +125,10 @@ struct Ending {
         return lines;
     }
 };
+
+void PrintTo(const Ending& ending, std::ostream* out) {
+    *out << ending.name;
+}
 
 const Ending endings[] = {
     {"Refused",

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <functional>
+#include <ostream>
 
 #include "tests/unit/temperature/temperature_reader_fixture.hpp"
 
@@ -39,6 +40,10 @@ struct ReplyCase {
     std::string parse_prefix;
     std::function<support::Message(support::Messages&)> accepted_error;
 };
+
+void PrintTo(const ReplyCase& reply, std::ostream* out) {
+    *out << reply.name;
+}
 
 /// Leaves each method call of a reader unanswered, for the test to answer.
 class TemperatureReaderReplyTest : public TemperatureReaderTest,
