@@ -181,8 +181,10 @@ std::vector<std::string> story_of(const std::vector<BusMessage>& recorded,
                     (message.destination == service_name ? "service" : role(message.destination)) +
                     ": " + message.member;
         std::string arguments = message.arguments;
-        for (const auto& [name, as] : roles)
-            replace_all(arguments, '"' + name + '"', '"' + as + '"');
+        for (const auto& [name, as] : roles) {
+            if (name.starts_with(':'))
+                replace_all(arguments, '"' + name + '"', '"' + as + '"');
+        }
         story.push_back(line + '(' + arguments + ')');
     }
     return story;

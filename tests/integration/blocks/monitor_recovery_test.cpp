@@ -43,6 +43,7 @@ TEST_F(MonitorRecoveryTest, IsSilentThroughEachCrashOfAServiceThatCallsDoNotBrin
         camera({"stop", "temperature"});
         camera({"start", "temperature"});
         camera({"set", "temperature.main", crash % 2 == 0 ? "36" : "61"});
+        wait_for_camera("\"event\":\"set\"");
     }
     close();
     EXPECT_THAT(events("log"), ElementsAre(log_event(2,

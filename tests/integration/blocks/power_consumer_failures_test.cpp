@@ -1,0 +1,184 @@
+#include <gmock/gmock.h>
+
+#include "tests/integration/blocks/power_consumer_scene.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+using ConsumerFailuresTest = ConsumerScene;
+
+const std::string refused_by_daemon =
+    "daemon refuses client: org.freedesktop.DBus.Error.ServiceUnknown("
+    "\"The name com.tarlo.PowerControl.Consumer was not provided by any .service files\")";
+const std::string owner_changed =
+    R"(daemon signals: NameOwnerChanged("com.tarlo.PowerControl.Consumer", )";
+
+TEST_F(ConsumerFailuresTest, TakesAnAbsentControllerForOneThatHasAnswered) {
+    open({.without = {"power-consumer"}});
+    start_host();
+    // The two refusals.
+    wait_for_output("0.0");
+    wait_for_output("0.0");
+    camera({"start", "power-consumer"});
+    wait_for_log("Owner of");
+    camera({"set", "power.budget", "1"});
+    close();
+
+    EXPECT_THAT(traffic(),
+                ElementsAreArray(consumer_starts() +
+                                 Lines{register_call, refused_by_daemon, request_call,
+                                       refused_by_daemon, owner_changed + R"("", "service"))"} +
+                                 consumer_leaves()));
+    EXPECT_THAT(grants(), ElementsAre(grant_event("0.0"), grant_event("0.0")));
+    EXPECT_THAT(events("log"), ElementsAre(adding_log, HasSubstr("changed from '' to ':1.")));
+}
+
+TEST_F(ConsumerFailuresTest, StaysSilentWhenALostControllerIsNotBroughtBackByTheCall) {
+    open();
+    start_host();
+    wait_for_output("4.5");
+    camera({"stop", "power-consumer"});
+    // The loss, and the two refusals, each run the block.
+    wait_for_output("4.5");
+    wait_for_output("4.5");
+    wait_for_output("4.5");
+    camera({"start", "power-consumer"});
+    wait_for_log("Owner of 'com.tarlo.PowerControl.Consumer' changed from ''");
+    camera({"set", "power.budget", "1"});
+    close();
+
+    EXPECT_THAT(traffic(),
+                ElementsAreArray(consumer_starts() + registers + Lines{request_call} +
+                                 granted("4.5") + Lines{owner_changed + R"("service", ""))"} +
+                                 Lines{register_call, refused_by_daemon, request_call,
+                                       refused_by_daemon, owner_changed + R"("", "service 2"))"} +
+                                 consumer_leaves()));
+    // It still believes what the controller that is gone has granted.
+    EXPECT_EQ(grants().back(), grant_event("4.5"));
+}
+
+/// How an answer goes wrong.
+struct Mishap {
+    const char* name;
+    std::vector<std::string> fault;
+};
+
+std::ostream& operator<<(std::ostream& out, const Mishap& mishap) {
+    return out << mishap.name;
+}
+
+class ConsumerAnswerTest : public ConsumerScene, public ::testing::WithParamInterface<Mishap> {
+  protected:
+    void start_with_fault_in(const std::string& member) {
+        open({.host_options = {"--call-timeout", "0.4"}});
+        std::vector<std::string> order{"fail", member, "--times", "1"};
+        order.insert(order.end(), GetParam().fault.begin(), GetParam().fault.end());
+        camera(order);
+        start_host();
+    }
+    [[nodiscard]] long calls_of(const std::string& member) const {
+        const Lines lines = traffic();
+        return std::count_if(lines.begin(), lines.end(), [&member](const std::string& line) {
+            return line.starts_with("client calls service: " + member);
+        });
+    }
+};
+
+TEST_P(ConsumerAnswerTest, ToTheRegistrationCountsAllTheSame) {
+    start_with_fault_in("Register");
+    wait_for_camera("\"member\":\"RequestPower\"");
+    wait_for_output("0.0");
+    wait_for_output("0.0");
+    close();
+    EXPECT_THAT(events("log"), ElementsAre(adding_log));
+    EXPECT_EQ(calls_of("Register"), 1);
+    EXPECT_EQ(calls_of("RequestPower"), 1);
+}
+
+TEST_P(ConsumerAnswerTest, ToTheRequestCountsAllTheSame) {
+    start_with_fault_in("RequestPower");
+    wait_for_output("0.0");
+    wait_for_output("0.0");
+    close();
+    EXPECT_THAT(events("log"), ElementsAre(adding_log));
+    EXPECT_EQ(calls_of("Register"), 1);
+    EXPECT_EQ(calls_of("RequestPower"), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Answer, ConsumerAnswerTest,
+                         ::testing::Values(Mishap{"AnError", {"--error", "com.tarlo.Broken"}},
+                                           Mishap{"ThatNeverComes", {"--silent"}}),
+                         [](const auto& mishap) { return std::string(mishap.param.name); });
+
+TEST_F(ConsumerFailuresTest, RegistersTwiceWhereTheControllerDiesWithTheRegistrationPending) {
+    open();
+    camera({"fail", "Register", "--times", "1", "--drop"});
+    start_host();
+    // The loss comes first; the answer that never came counts as one all the same.
+    wait_for_log("Owner of");
+    wait_for_output("0.0");
+    wait_for_output("0.0");
+    close();
+    const Lines lines = traffic();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), register_call), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), request_call), 1);
+}
+
+TEST_F(ConsumerFailuresTest, DoesNotAskAgainForAMatchThatIsRefused) {
+    open({.bus_xml = "<limit name=\"max_match_rules_per_connection\">0</limit>",
+          .camera_there = false});
+    start_host();
+    wait_for_output("0.0");
+    wait_for_output("0.0");
+    close();
+    EXPECT_THAT(events("log"),
+                ElementsAre(adding_log, HasSubstr(R"("level":1,"message":"Failed to add match for )"
+                                                  R"(NameOwnerChanged: )")));
+    const Lines lines = traffic();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) {
+                                return line.starts_with("client calls daemon: AddMatch");
+                            }),
+              1);
+}
+
+TEST_F(ConsumerFailuresTest, LogsAnOwnerChangeOfAnotherForm) {
+    open();
+    start_host();
+    wait_for_output("4.5");
+    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "NameOwnerChanged", "ss", "a", "b"),
+              0);
+    ASSERT_GE(sd_bus_flush(other.get()), 0);
+    wait_for_log("NameOwnerChanged failed to parse message: ");
+    camera({"set", "power.budget", "1"});
+    wait_for_output("1.0");
+    close();
+    EXPECT_THAT(events("log"),
+                ElementsAre(adding_log, log_event(2,
+                                                  "NameOwnerChanged failed to parse message: "
+                                                  "No such device or address")));
+}
+
+/// Both want the same object at the same path, so the calls for either reach the first.
+TEST_F(ConsumerFailuresTest, AnswersForTheSecondOneInTheSameHost) {
+    open({.graph = consumer_with("power = 4.5\n", "com.tarlo.Vipd.ch0\", \"com.tarlo.Vipd.ch1") +
+                   "[[connections]]\nfrom = \"tick.out\"\nto = \"second.timer_in\"\n"
+                   "[blocks.second]\ntype = \"PowerConsumer\"\nchannel = 1\npower = 2\n"});
+    start_host();
+    wait_for_output("2.0");
+    close();
+    EXPECT_THAT(ended().err, ::testing::AllOf(HasSubstr("'consumer'"), HasSubstr("'second'"),
+                                              HasSubstr("/com/tarlo/Vipd/PowerConsumer")));
+    for (const std::string& line : events("output"))
+        EXPECT_FALSE(line.starts_with(output_event("second.power_out", "float", "2.0"))) << line;
+}
+
+}  // namespace
+}  // namespace test
