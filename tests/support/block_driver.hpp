@@ -3,46 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
 #include <utility>
 
-#include "fenwa/tools.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/ready_queue.hpp"
 #include "tests/support/bus_messages.hpp"
 #include "tests/support/debug_store_recorder.hpp"
+#include "tests/support/fake_tools.hpp"
 #include "tests/support/log_recorder.hpp"
 #include "tests/support/sdbus_interception.hpp"
 
 namespace support {
 
-/// Tools over a given connection, for blocks that must make no blocking call.
-class FakeTools final : public Fenwa::SDBusTools {
-  public:
-    explicit FakeTools(sd_bus* bus) : bus_(bus) {}
-
-    void call_method(const char* /*destination*/, const char* /*path*/, const char* /*interface*/,
-                     const char* member, sd_bus_message** /*reply*/, const char* /*types*/,
-                     ...) override {
-        ADD_FAILURE() << "unexpected blocking call of " << member;
-    }
-    void get_property(const char* /*destination*/, const char* /*path*/, const char* /*interface*/,
-                      const char* member, sd_bus_message** /*reply*/,
-                      const char* /*type*/) override {
-        ADD_FAILURE() << "unexpected blocking read of " << member;
-    }
-    sd_bus* get_bus() override { return bus_; }
-
-  private:
-    sd_bus* bus_;
-};
-
-/// Builds one block and takes it over as a host does; the test calls its operations.
+/// Builds one block and takes it over as a host does; the test calls its operations. A constructor
+/// that takes the tools behind the given arguments gets them.
 template <class T>
 class BlockDriver {
   public:
     template <class... Arguments>
     explicit BlockDriver(Fenwa::SDBusTools& tools, Arguments&&... arguments)
-        : tools_(&tools), block_(std::make_unique<T>(std::forward<Arguments>(arguments)...)) {
+        : tools_(&tools), block_(build(std::forward<Arguments>(arguments)...)) {
         EXPECT_TRUE(Fenwa::HostAccess::adopt(*block_, tools_, queue_).empty());
     }
 
@@ -77,6 +58,15 @@ class BlockDriver {
         return armed;
     }
 
+    template <class... Arguments>
+    std::unique_ptr<T> build(Arguments&&... arguments) {
+        if constexpr (std::is_constructible_v<T, Arguments..., const Fenwa::InitTools&>)
+            return std::make_unique<T>(std::forward<Arguments>(arguments)...,
+                                       std::as_const(tools_));
+        else
+            return std::make_unique<T>(std::forward<Arguments>(arguments)...);
+    }
+
     Fenwa::ReadyQueue queue_{[] {}};
     Fenwa::InitTools tools_;
     std::unique_ptr<T> block_;
@@ -88,7 +78,7 @@ struct Recorders {
     DebugStoreRecorder debug;
     Messages messages;
     Interception bus;
-    FakeTools tools{messages.bus()};
+    FakeTools tools{messages.bus(), bus};
 };
 
 }  // namespace support

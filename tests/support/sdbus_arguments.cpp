@@ -109,6 +109,14 @@ std::string render_arguments(const char* types, std::va_list arguments) {
     return types == nullptr ? "" : Renderer(arguments).list(types, '\0');
 }
 
+std::string render_address(const char* peer, const char* path, const char* interface,
+                           const char* member) {
+    std::string text;
+    for (const char* part : {peer, path, interface, member})
+        text += std::string(" ") + (part == nullptr ? "null" : part);
+    return text;
+}
+
 std::string render_text(const char* text) {
     return text == nullptr ? "null" : '"' + std::string(text) + '"';
 }

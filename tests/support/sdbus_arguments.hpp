@@ -11,6 +11,10 @@ namespace support {
 /// @throws std::invalid_argument for a signature that is none.
 [[nodiscard]] std::string render_arguments(const char* types, std::va_list arguments);
 
+/// The four parts of an address as they stand, with a blank before each; `null` for a null one.
+[[nodiscard]] std::string render_address(const char* peer, const char* path, const char* interface,
+                                         const char* member);
+
 /// A C string in quotes, or `null`.
 [[nodiscard]] std::string render_text(const char* text);
 

@@ -13,14 +13,6 @@ namespace {
 
 Interception* current_interception = nullptr;
 
-/// Four parts of an address, with a blank before each.
-std::string address(const char* peer, const char* path, const char* interface, const char* member) {
-    std::string text;
-    for (const char* part : {peer, path, interface, member})
-        text += std::string(" ") + (part == nullptr ? "null" : part);
-    return text;
-}
-
 }  // namespace
 
 int call_back(sd_bus_message_handler_t callback, sd_bus_message* message, void* userdata,
@@ -75,6 +67,10 @@ void Interception::answer_next(std::initializer_list<int> results) {
 void Interception::make_up(MessageFunction function,
                            std::initializer_list<std::optional<int>> results) {
     made_up_[function].assign(results);
+}
+
+void Interception::note(std::string entry) {
+    journal_.push_back(std::move(entry));
 }
 
 std::vector<std::string> Interception::take_journal() {
@@ -148,8 +144,8 @@ int __wrap_sd_bus_call_method_async(sd_bus* bus, sd_bus_slot** slot, const char*
     int r = 0;
     if (Interception* interception = Interception::current()) {
         support::Sending sending;
-        sending.text = "call" + support::address(destination, path, interface, member) + "(" +
-                       support::render_arguments(types, arguments) + ")";
+        sending.text = "call" + support::render_address(destination, path, interface, member) +
+                       "(" + support::render_arguments(types, arguments) + ")";
         if (slot == nullptr && callback == nullptr)
             sending.text += " without reply";
         sending.bus = bus;
@@ -213,7 +209,7 @@ int __wrap_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char
         return __real_sd_bus_match_signal_async(bus, slot, sender, path, interface, member,
                                                 callback, install_callback, userdata);
     support::Sending sending;
-    sending.text = "match signal" + support::address(sender, path, interface, member);
+    sending.text = "match signal" + support::render_address(sender, path, interface, member);
     sending.bus = bus;
     sending.callback = callback;
     sending.install_callback = install_callback;

@@ -65,9 +65,13 @@ class Interception {
     /// nothing lets a call through.
     void make_up(MessageFunction function, std::initializer_list<std::optional<int>> results);
 
+    /// Puts an entry into the journal for something that does not go through sd-bus's own
+    /// functions.
+    void note(std::string entry);
+
     /// Everything recorded since the last time, in order: the texts of the sendings,
-    /// "release #N NAME" for the slot of the N-th sending since the interception began, and
-    /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return.
+    /// "release #N NAME" for the slot of the N-th sending since the interception began,
+    /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return, and notes.
     [[nodiscard]] std::vector<std::string> take_journal();
 
     /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
