@@ -65,8 +65,8 @@ void Interception::answer_next(std::initializer_list<int> results) {
 }
 
 void Interception::make_up(MessageFunction function,
-                           std::initializer_list<std::optional<int>> results) {
-    made_up_[function].assign(results);
+                           const std::vector<std::optional<int>>& results) {
+    made_up_[function].assign(results.begin(), results.end());
 }
 
 void Interception::note(std::string entry) {

@@ -63,7 +63,7 @@ class Interception {
 
     /// What the next calls of a function return, one each, instead of what the real one does;
     /// nothing lets a call through.
-    void make_up(MessageFunction function, std::initializer_list<std::optional<int>> results);
+    void make_up(MessageFunction function, const std::vector<std::optional<int>>& results);
 
     /// Puts an entry into the journal for something that does not go through sd-bus's own
     /// functions.
