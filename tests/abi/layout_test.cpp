@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "fenwa/fenwa.hpp"
+#include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/log_sink.hpp"
 #include "tests/support/layout_probe.hpp"
 
@@ -88,6 +89,24 @@ TEST(LayoutTest, HoldsAReadersMembersInOrderBehindTheClient) {
                                            {{"sensor_name", {"main"}}, {"delta_chg", 1.0}});
     expect_in_order(blocks::LayoutProbe::members(reader), sizeof(blocks::DBusClient));
     EXPECT_EQ(blocks::LayoutProbe::members(reader).size(), 11U);
+}
+
+TEST(LayoutTest, HoldsAPowerConsumersMembersInOrderBehindTheBlock) {
+    Fenwa::set_log_sink([](int, const std::string&) {});
+    const blocks::PowerConsumer consumer("consumer", {{"power", 1.0}});
+    Fenwa::set_log_sink({});
+    expect_in_order(blocks::LayoutProbe::members(consumer), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(consumer).size(), 13U);
+}
+
+TEST(LayoutTest, HoldsAPowerMonitorsMembersInOrderBehindTheBlock) {
+    Fenwa::set_log_sink([](int, const std::string&) {});  // there is no power to be read
+    Fenwa::ConnectionTools no_bus(nullptr);
+    const Fenwa::InitTools tools(&no_bus);
+    const blocks::PowerMonitor monitor("monitor", {{"requested_power", 1.0}}, tools);
+    Fenwa::set_log_sink({});
+    expect_in_order(blocks::LayoutProbe::members(monitor), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(monitor).size(), 10U);
 }
 
 TEST(LayoutTest, NumbersTheOwnerStates) {

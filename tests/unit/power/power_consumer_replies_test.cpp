@@ -1,3 +1,5 @@
+#include <ostream>
+
 #include "tests/unit/power/power_consumer_fixture.hpp"
 
 namespace {
@@ -18,6 +20,10 @@ struct ReplyCase {
     std::string error_prefix;
     std::atomic<bool>& (*flag)(PowerConsumer&);
 };
+
+void PrintTo(const ReplyCase& reply, std::ostream* out) {
+    *out << reply.name;
+}
 
 /// Leaves each call of the controller unanswered, for the test to answer.
 class PowerConsumerReplyTest : public PowerConsumerTest,

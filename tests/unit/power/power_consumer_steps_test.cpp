@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <limits>
+#include <ostream>
 
 #include "tests/unit/power/power_consumer_fixture.hpp"
 
@@ -87,6 +88,10 @@ struct RunCase {
     bool call_pending;
     Journal calls;
 };
+
+void PrintTo(const RunCase& state, std::ostream* out) {
+    *out << state.name;
+}
 
 void establish(const RunCase& state, PowerConsumer& consumer) {
     LayoutProbe::registered(consumer) = state.registered;

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <ostream>
 
 #include "tests/unit/power/power_monitor_fixture.hpp"
 
@@ -123,6 +124,10 @@ struct StepCase {
     bool refused;
     double power;  ///< known to the block afterwards
 };
+
+void PrintTo(const StepCase& step, std::ostream* out) {
+    *out << step.name;
+}
 
 class PowerMonitorStepTest : public PowerMonitorChangeTest,
                              public testing::WithParamInterface<StepCase> {};
