@@ -101,6 +101,24 @@ TEST(LayoutTest, HoldsAMonitorsMembersInOrderBehindTheBlock) {
     EXPECT_EQ(blocks::LayoutProbe::members(monitor).size(), 15U);
 }
 
+TEST(LayoutTest, HoldsAPowerConsumersMembersInOrderBehindTheBlock) {
+    Fenwa::set_log_sink([](int, const std::string&) {});
+    const blocks::PowerConsumer consumer("consumer", {{"power", 1.0}});
+    Fenwa::set_log_sink({});
+    expect_in_order(blocks::LayoutProbe::members(consumer), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(consumer).size(), 13U);
+}
+
+TEST(LayoutTest, HoldsAPowerMonitorsMembersInOrderBehindTheBlock) {
+    Fenwa::set_log_sink([](int, const std::string&) {});  // there is no power to be read
+    Fenwa::ConnectionTools no_bus(nullptr);
+    const Fenwa::InitTools tools(&no_bus);
+    const blocks::PowerMonitor monitor("monitor", {{"requested_power", 1.0}}, tools);
+    Fenwa::set_log_sink({});
+    expect_in_order(blocks::LayoutProbe::members(monitor), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(monitor).size(), 10U);
+}
+
 TEST(LayoutTest, NumbersTheOwnerStates) {
     static_assert(std::is_same_v<std::underlying_type_t<OwnerState>, int>);
     EXPECT_EQ(static_cast<int>(OwnerState::Idle), 0);

@@ -32,18 +32,32 @@ class BlockDriver {
 
     /// Whether the block has asked to be run since the last time.
     [[nodiscard]] bool woken() {
-        const auto ready = queue_.take();
-        for (Fenwa::Block* block : ready)
-            Fenwa::ReadyQueue::about_to_run(*block);
-        const bool armed = Fenwa::HostAccess::arm(*block_);
+        const bool armed = arm();
         Fenwa::HostAccess::disarm(*block_);
-        EXPECT_EQ(armed, !ready.empty());
         return armed;
+    }
+
+    /// Runs the block as a host does that it has asked to: its marks are triggered during the run.
+    [[nodiscard]] bool run_woken() {
+        EXPECT_TRUE(arm()) << "nothing has woken the block";
+        const bool result = block_->run();
+        Fenwa::HostAccess::disarm(*block_);
+        return result;
     }
 
     void destroy() { block_.reset(); }
 
   private:
+    /// Takes what is pending over for a run. @returns whether there is any.
+    bool arm() {
+        const auto ready = queue_.take();
+        for (Fenwa::Block* block : ready)
+            Fenwa::ReadyQueue::about_to_run(*block);
+        const bool armed = Fenwa::HostAccess::arm(*block_);
+        EXPECT_EQ(armed, !ready.empty());
+        return armed;
+    }
+
     template <class... Arguments>
     std::unique_ptr<T> build(Arguments&&... arguments) {
         if constexpr (std::is_constructible_v<T, Arguments..., const Fenwa::InitTools&>)

@@ -25,11 +25,7 @@ Messages::Messages() {
     check(sd_bus_set_fd(bus, ends[0], ends[0]));
     check(sd_bus_start(bus));
 
-    sd_bus_message* question = nullptr;
-    check(sd_bus_message_new_method_call(bus, &question, "com.example.Peer", "/com/example/Peer",
-                                         "com.example.Peer", "Ask"));
-    question_.reset(question);
-    check(sd_bus_message_seal(question, ++cookie_, 0));
+    question_ = call("/com/example/Peer", "com.example.Peer", "Ask", "");
 }
 
 Messages::~Messages() {
@@ -40,16 +36,23 @@ Message Messages::error(const char* name, const char* text) {
     return seal(new_error(name, text));
 }
 
+Message Messages::new_call(const char* path, const char* interface, const char* member) {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_method_call(bus(), &message, "com.example.Peer", path, interface,
+                                         member));
+    return Message(message);
+}
+
 Message Messages::new_reply() {
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_return(question_.get(), &message));
+    check(sd_bus_message_new_method_return(question_, &message));
     return Message(message);
 }
 
 Message Messages::new_error(const char* name, const char* text) {
     const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, text);
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_error(question_.get(), &message, &error));
+    check(sd_bus_message_new_method_error(question_, &message, &error));
     return Message(message);
 }
 

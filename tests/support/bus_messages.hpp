@@ -38,6 +38,13 @@ class Messages {
     /// The connection that the messages are built on; nothing on it is ever delivered.
     [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
 
+    /// A method call with these arguments; a reply to it is queued and never read.
+    template <class... Values>
+    [[nodiscard]] Message call(const char* path, const char* interface, const char* member,
+                               const char* types, Values... values) {
+        return finish(new_call(path, interface, member), types, values...);
+    }
+
     /// A method return holding these values.
     template <class... Values>
     [[nodiscard]] Message reply(const char* types, Values... values) {
@@ -67,6 +74,7 @@ class Messages {
     }
 
   private:
+    [[nodiscard]] Message new_call(const char* path, const char* interface, const char* member);
     [[nodiscard]] Message new_reply();
     [[nodiscard]] Message new_error(const char* name, const char* text);
     [[nodiscard]] Message new_signal(const char* path, const char* interface, const char* member);
@@ -80,7 +88,7 @@ class Messages {
 
     int other_end_ = -1;
     std::unique_ptr<sd_bus, BusUnref> bus_;
-    std::unique_ptr<sd_bus_message, MessageUnref> question_;  // what the replies answer
+    Message question_{nullptr};  // what the replies answer
     std::uint64_t cookie_ = 0;
 };
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "src/blocks/power/power_consumer.hpp"
+#include "src/blocks/power/power_monitor.hpp"
 #include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
 #include "src/frame/dbus_client.hpp"
@@ -47,6 +49,32 @@ struct LayoutProbe {
         monitor.register_limit(limit);
     }
 
+    static const sd_bus_vtable* exported_methods() { return PowerConsumer::exported_methods; }
+    static sd_bus*& bus(PowerConsumer& consumer) { return consumer.bus; }
+    static sd_bus_slot** match_slot_field(PowerConsumer& consumer) {
+        return as_field(consumer.match_slot);
+    }
+    static sd_bus_slot** call_slot_field(PowerConsumer& consumer) {
+        return as_field(consumer.call_slot);
+    }
+    static std::atomic<bool>& registered(PowerConsumer& consumer) { return consumer.registered; }
+    static std::atomic<bool>& power_requested(PowerConsumer& consumer) {
+        return consumer.power_requested;
+    }
+    static std::atomic<float>& granted_power(PowerConsumer& consumer) {
+        return consumer.granted_power;
+    }
+    static sd_bus_slot** match_slot_field(PowerMonitor& monitor) {
+        return as_field(monitor.match_slot);
+    }
+    static sd_bus_slot** call_slot_field(PowerMonitor& monitor) {
+        return as_field(monitor.call_slot);
+    }
+    static std::atomic<double>& received_power(PowerMonitor& monitor) {
+        return monitor.received_power;
+    }
+    static int retry_count(const PowerMonitor& monitor) { return monitor.retry_count; }
+
     static std::vector<MemberPlace> members(const DBusClient& client) {
         return {place(client, "event port", client.event_port),
                 place(client, "service name", client.service_name),
@@ -82,6 +110,33 @@ struct LayoutProbe {
                 place(monitor, "signal_ids", monitor.signal_ids),
                 place(monitor, "temperature_ok", monitor.temperature_ok),
                 place(monitor, "stopped", monitor.stopped)};
+    }
+    static std::vector<MemberPlace> members(const PowerConsumer& consumer) {
+        return {place(consumer, "timer_in", consumer.timer_in),
+                place(consumer, "power_out", consumer.power_out),
+                place(consumer, "event_port", consumer.event_port),
+                place(consumer, "channel", consumer.channel),
+                place(consumer, "service_name", consumer.service_name),
+                place(consumer, "consumer_name", consumer.consumer_name),
+                place(consumer, "power_request", consumer.power_request),
+                place(consumer, "bus", consumer.bus),
+                place(consumer, "match_slot", consumer.match_slot),
+                place(consumer, "call_slot", consumer.call_slot),
+                place(consumer, "registered", consumer.registered),
+                place(consumer, "power_requested", consumer.power_requested),
+                place(consumer, "granted_power", consumer.granted_power)};
+    }
+    static std::vector<MemberPlace> members(const PowerMonitor& monitor) {
+        return {place(monitor, "power_ok_out", monitor.power_ok_out),
+                place(monitor, "event_port", monitor.event_port),
+                place(monitor, "match_slot", monitor.match_slot),
+                place(monitor, "call_slot", monitor.call_slot),
+                place(monitor, "requested_power", monitor.requested_power),
+                place(monitor, "received_power", monitor.received_power),
+                place(monitor, "match_added", monitor.match_added),
+                place(monitor, "value_received", monitor.value_received),
+                place(monitor, "stopped", monitor.stopped),
+                place(monitor, "retry_count", monitor.retry_count)};
     }
 
   private:

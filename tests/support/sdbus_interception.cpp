@@ -13,6 +13,8 @@ namespace {
 
 Interception* current_interception = nullptr;
 
+}  // namespace
+
 int call_back(sd_bus_message_handler_t callback, sd_bus_message* message, void* userdata,
               sd_bus_error error) {
     if (callback == nullptr)
@@ -23,8 +25,6 @@ int call_back(sd_bus_message_handler_t callback, sd_bus_message* message, void* 
     EXPECT_EQ(error.name, name) << "a callback touched its error argument";
     return result;
 }
-
-}  // namespace
 
 int Sending::deliver(sd_bus_message* message) const {
     return deliver(message, SD_BUS_ERROR_NULL);
@@ -54,10 +54,19 @@ Interception::~Interception() {
         EXPECT_TRUE(sending.released || !sending.holds_slot) << "slot kept: " << sending.text;
     for (const std::string& entry : journal_)
         EXPECT_TRUE(entry.starts_with("release")) << "nobody looked at: " << entry;
+    for (const auto& [function, results] : made_up_) {
+        EXPECT_TRUE(results.empty())
+            << "made up for nobody: a result of function " << static_cast<int>(function);
+    }
 }
 
 void Interception::answer_next(std::initializer_list<int> results) {
     results_.assign(results);
+}
+
+void Interception::make_up(MessageFunction function,
+                           const std::vector<std::optional<int>>& results) {
+    made_up_[function].assign(results.begin(), results.end());
 }
 
 void Interception::note(std::string entry) {
@@ -104,6 +113,21 @@ bool Interception::record_release(sd_bus_slot* slot) {
     return true;
 }
 
+void Interception::record_answer(const sd_bus_message* message, const std::string& text,
+                                 int result) {
+    answered_ = message;
+    journal_.push_back("answer " + text + " = " + std::to_string(result));
+}
+
+std::optional<int> Interception::made_up_result(MessageFunction function) {
+    std::deque<std::optional<int>>& results = made_up_[function];
+    if (results.empty())
+        return std::nullopt;
+    const std::optional<int> result = results.front();
+    results.pop_front();
+    return result;
+}
+
 }  // namespace support
 
 using support::Interception;
@@ -122,6 +146,8 @@ int __wrap_sd_bus_call_method_async(sd_bus* bus, sd_bus_slot** slot, const char*
         support::Sending sending;
         sending.text = "call" + support::render_address(destination, path, interface, member) +
                        "(" + support::render_arguments(types, arguments) + ")";
+        if (slot == nullptr && callback == nullptr)
+            sending.text += " without reply";
         sending.bus = bus;
         sending.callback = callback;
         sending.userdata = userdata;
@@ -149,6 +175,22 @@ int __wrap_sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* r
     sending.bus = bus;
     sending.callback = callback;
     sending.install_callback = install_callback;
+    sending.userdata = userdata;
+    return interception->record(std::move(sending), "match", slot);
+}
+
+int __real_sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                            sd_bus_message_handler_t callback, void* userdata);
+
+int __wrap_sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                            sd_bus_message_handler_t callback, void* userdata) {
+    Interception* const interception = Interception::current();
+    if (interception == nullptr)
+        return __real_sd_bus_add_match(bus, slot, rule, callback, userdata);
+    support::Sending sending;
+    sending.text = std::string("blocking match ") + rule;
+    sending.bus = bus;
+    sending.callback = callback;
     sending.userdata = userdata;
     return interception->record(std::move(sending), "match", slot);
 }

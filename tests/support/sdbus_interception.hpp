@@ -3,6 +3,8 @@
 #include <systemd/sd-bus.h>
 
 #include <deque>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +13,8 @@ namespace support {
 /// One call or match that a block has handed to sd-bus. The callbacks are the test's to call.
 struct Sending {
     /// All that goes on the wire: "call DESTINATION PATH INTERFACE MEMBER(ARGUMENTS)",
-    /// "match RULE" or "match signal SENDER PATH INTERFACE MEMBER".
+    /// "match RULE" or "match signal SENDER PATH INTERFACE MEMBER". "without reply" stands behind
+    /// a call that nobody waits for, "blocking" before a match that is installed at once.
     std::string text;
     sd_bus* bus = nullptr;
     sd_bus_slot** slot_field = nullptr;  ///< where the caller wanted the slot
@@ -32,11 +35,21 @@ struct Sending {
     [[nodiscard]] int install(sd_bus_message* reply, sd_bus_error error) const;
 };
 
+/// Calls a callback as sd-bus does, with the message rewound; it must leave the error argument
+/// alone.
+[[nodiscard]] int call_back(sd_bus_message_handler_t callback, sd_bus_message* message,
+                            void* userdata, sd_bus_error error);
+
+/// What a block does with a message that it was handed. The real functions do it, unless a test
+/// makes up what they return.
+enum class MessageFunction { read, skip, enter_container, exit_container, reply_method_return };
+
 /// Stands between the blocks and sd-bus while it lives: what they send is recorded instead of sent.
 /// Without one the functions of sd-bus are reached. One at a time.
 ///
 /// A test reads everything: a sending that was not taken out of the journal, a slot that was
-/// released twice and one that was never released are failures of the test.
+/// released twice, one that was never released and a made-up result that nobody was given are
+/// failures of the test.
 class Interception {
   public:
     Interception();
@@ -48,12 +61,17 @@ class Interception {
     /// the caller gets no slot.
     void answer_next(std::initializer_list<int> results);
 
+    /// What the next calls of a function return, one each, instead of what the real one does;
+    /// nothing lets a call through.
+    void make_up(MessageFunction function, const std::vector<std::optional<int>>& results);
+
     /// Puts an entry into the journal for something that does not go through sd-bus's own
     /// functions.
     void note(std::string entry);
 
-    /// Everything recorded since the last time, in order: the texts of the sendings, and
-    /// "release #N NAME" for the slot of the N-th sending since the interception began, and notes.
+    /// Everything recorded since the last time, in order: the texts of the sendings,
+    /// "release #N NAME" for the slot of the N-th sending since the interception began,
+    /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return, and notes.
     [[nodiscard]] std::vector<std::string> take_journal();
 
     /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
@@ -61,15 +79,23 @@ class Interception {
     [[nodiscard]] const Sending& last() const { return sending(sendings_.size()); }
     [[nodiscard]] std::size_t count() const { return sendings_.size(); }
 
+    /// The message answered last; null before the first.
+    [[nodiscard]] const sd_bus_message* answered() const { return answered_; }
+
     // For the functions that stand in for those of sd-bus.
     static Interception* current();
     int record(Sending sending, const std::string& name, sd_bus_slot** slot_field);
     /// @returns whether the slot is one of ours.
     bool record_release(sd_bus_slot* slot);
+    void record_answer(const sd_bus_message* message, const std::string& text, int result);
+    /// @returns what the function is to return now, or nothing where the real one is to be called.
+    std::optional<int> made_up_result(MessageFunction function);
 
   private:
     std::deque<Sending> sendings_;  // never moves its elements: their addresses are the slots
     std::deque<int> results_;
+    std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
+    const sd_bus_message* answered_ = nullptr;
     std::vector<std::string> journal_;
 };
 

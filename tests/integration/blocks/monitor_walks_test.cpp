@@ -65,14 +65,12 @@ class MonitorOnBus {
     MonitorOnBus(const std::string& address, const Hysteresis::Band& band)
         : bus_(tool::open_bus(address, std::chrono::seconds(5))),
           tools_(bus_.get()),
-          init_tools_(&tools_),
           monitor_(tools_, "monitor",
                    Fenwa::BlockConfiguration{{"sensor_name", {"main"}},
                                              {"low_off_temp", double{band.low_off}},
                                              {"low_on_temp", double{band.low_on}},
                                              {"high_on_temp", double{band.high_on}},
-                                             {"high_off_temp", double{band.high_off}}},
-                   init_tools_) {}
+                                             {"high_off_temp", double{band.high_off}}}) {}
     MonitorOnBus(const MonitorOnBus&) = delete;
     MonitorOnBus& operator=(const MonitorOnBus&) = delete;
     ~MonitorOnBus() { monitor_->stop(); }
@@ -117,7 +115,6 @@ class MonitorOnBus {
 
     tool::BusPtr bus_;
     Fenwa::ConnectionTools tools_;
-    Fenwa::InitTools init_tools_;
     support::BlockDriver<blocks::TemperatureMonitor> monitor_;
 };
 

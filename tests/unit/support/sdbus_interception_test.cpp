@@ -61,6 +61,7 @@ TEST(InterceptionTest, ReachesSdBusItselfWhenThereIsNone) {
     EXPECT_EQ(
         sd_bus_call_method_async(nullptr, &slot, "a.b", "/a", "a.b", "C", nothing, nullptr, "i", 5),
         -EINVAL);
+    EXPECT_EQ(sd_bus_add_match(nullptr, &slot, "", nothing, nullptr), -EINVAL);
     EXPECT_EQ(sd_bus_add_match_async(nullptr, &slot, "", nothing, nothing, nullptr), -EINVAL);
     EXPECT_EQ(sd_bus_match_signal_async(nullptr, &slot, "a.b", "/a", "a.b", "C", nothing, nothing,
                                         nullptr),
@@ -94,6 +95,26 @@ TEST(InterceptionTest, RecordsWhatIsSentAndWhatIsReleased) {
     EXPECT_EQ(bus.last().callback, &nothing);
     EXPECT_EQ(bus.last().userdata, &object);
     EXPECT_TRUE(bus.last().released);
+}
+
+TEST(InterceptionTest, TellsCallsThatNobodyWaitsForAndBlockingMatchesApart) {
+    support::Interception bus;
+    EXPECT_EQ(
+        sd_bus_call_method_async(nullptr, nullptr, "a.b", "/a", "a.c", "Do", nullptr, nullptr, ""),
+        1);
+    EXPECT_EQ(
+        sd_bus_call_method_async(nullptr, nullptr, "a.b", "/a", "a.c", "Do", nothing, nullptr, ""),
+        1);
+    sd_bus_slot* slot = nullptr;
+    EXPECT_EQ(sd_bus_add_match(nullptr, &slot, "rule", nothing, &slot), 1);
+    EXPECT_EQ(bus.last().callback, &nothing);
+    EXPECT_EQ(bus.last().install_callback, nullptr);
+    EXPECT_EQ(bus.last().userdata, &slot);
+    EXPECT_THROW((void)bus.sending(1).deliver(nullptr), std::logic_error);
+    sd_bus_slot_unref(slot);
+    EXPECT_EQ(bus.take_journal(),
+              (Journal{"call a.b /a a.c Do() without reply", "call a.b /a a.c Do()",
+                       "blocking match rule", "release #3 match"}));
 }
 
 TEST(InterceptionTest, LeavesTheSlotAloneWhenItAnswersWithAFailure) {

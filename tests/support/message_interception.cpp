@@ -1,0 +1,75 @@
+#include <cstdarg>
+
+#include "tests/support/sdbus_arguments.hpp"
+#include "tests/support/sdbus_interception.hpp"
+
+// What a block does with a message: sd-bus does it, unless a test makes up the result.
+
+namespace {
+
+using support::Interception;
+using support::MessageFunction;
+
+std::optional<int> made_up(MessageFunction function) {
+    Interception* const interception = Interception::current();
+    return interception == nullptr ? std::nullopt : interception->made_up_result(function);
+}
+
+int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
+    if (const auto result = made_up(MessageFunction::reply_method_return))
+        return *result;
+    return sd_bus_reply_method_returnv(message, types, arguments);
+}
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker fixes these names.
+extern "C" {
+
+int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) {
+    if (const auto result = made_up(MessageFunction::read))
+        return *result;
+    std::va_list targets;
+    va_start(targets, types);
+    const int r = sd_bus_message_readv(message, types, targets);
+    va_end(targets);
+    return r;
+}
+
+int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
+
+int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {
+    const auto result = made_up(MessageFunction::skip);
+    return result ? *result : __real_sd_bus_message_skip(message, types);
+}
+
+int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, const char* contents);
+
+int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type,
+                                          const char* contents) {
+    const auto result = made_up(MessageFunction::enter_container);
+    return result ? *result : __real_sd_bus_message_enter_container(message, type, contents);
+}
+
+int __real_sd_bus_message_exit_container(sd_bus_message* message);
+
+int __wrap_sd_bus_message_exit_container(sd_bus_message* message) {
+    const auto result = made_up(MessageFunction::exit_container);
+    return result ? *result : __real_sd_bus_message_exit_container(message);
+}
+
+int __wrap_sd_bus_reply_method_return(sd_bus_message* message, const char* types, ...) {
+    std::va_list arguments;
+    va_start(arguments, types);
+    // Rendered first: answering uses the arguments up.
+    const std::string text =
+        support::render_text(types) + "(" + support::render_arguments(types, arguments) + ")";
+    const int r = answer(message, types, arguments);
+    va_end(arguments);
+    if (Interception* const interception = Interception::current())
+        interception->record_answer(message, text, r);
+    return r;
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,135 @@
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "tests/unit/power/power_consumer_fixture.hpp"
+
+namespace {
+
+using namespace consumer_test;
+
+/// Two connections that talk to each other without a bus in between.
+class ConnectedPair {
+  public:
+    ConnectedPair() {
+        std::array<int, 2> ends{};
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) < 0)
+            support::check(-errno);
+        served_.reset(open(ends[0]));
+        calling_.reset(open(ends[1]));
+        support::check(sd_bus_set_server(served(), 1, sd_id128_t{}));
+        support::check(sd_bus_start(served()));
+        support::check(sd_bus_start(calling_.get()));
+    }
+
+    /// The end on which objects are exported.
+    [[nodiscard]] sd_bus* served() const { return served_.get(); }
+
+    /// Calls a method from the other end. @returns the reply: its string where it holds one, "()"
+    /// where it holds nothing, "ERROR: TEXT", or "no reply".
+    template <class... Values>
+    std::string call(const char* path, const char* interface, const char* member, const char* types,
+                     Values... values) {
+        sd_bus_message* made = nullptr;
+        support::check(sd_bus_message_new_method_call(calling_.get(), &made, nullptr, path,
+                                                      interface, member));
+        const support::Message message(made);
+        support::check(sd_bus_message_append(message, types, values...));
+        std::string reply = "no reply";
+        support::check(sd_bus_call_async(calling_.get(), nullptr, message, keep, &reply, 0));
+        for (int round = 0; round < 1000 && reply == "no reply"; ++round) {
+            const int here = sd_bus_process(served(), nullptr);
+            const int there = sd_bus_process(calling_.get(), nullptr);
+            support::check(here);
+            support::check(there);
+            if (here == 0 && there == 0)
+                support::check(sd_bus_wait(served(), 10'000));
+        }
+        return reply;
+    }
+
+  private:
+    using Connection = std::unique_ptr<sd_bus, support::BusUnref>;
+
+    static sd_bus* open(int end) {
+        sd_bus* bus = nullptr;
+        support::check(sd_bus_new(&bus));
+        support::check(sd_bus_set_fd(bus, end, end));
+        return bus;
+    }
+
+    static int keep(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
+        auto& kept = *static_cast<std::string*>(userdata);
+        const char* text = nullptr;
+        if (const sd_bus_error* const error = sd_bus_message_get_error(reply))
+            kept = std::string(error->name) + ": " + error->message;
+        else if (sd_bus_message_read(reply, "s", &text) > 0)
+            kept = text;
+        else
+            kept = "()";
+        return 0;
+    }
+
+    Connection served_;
+    Connection calling_;
+};
+
+/// Has a consumer whose object can really be called.
+class PowerConsumerConnectionTest : public PowerConsumerTest {
+  protected:
+    void SetUp() override {
+        consumer.emplace(tools, "consumer", Fenwa::BlockConfiguration{{"power", 12.5}});
+        EXPECT_EQ(log.take(), (Lines{announcement}));
+    }
+
+    template <class... Values>
+    std::string call_object(const char* types, Values... values) {
+        return pair.call("/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer",
+                         "SetPower", types, values...);
+    }
+
+    ConnectedPair pair;
+    support::FakeTools tools{pair.served(), bus};
+};
+
+TEST_F(PowerConsumerConnectionTest, LetsTheControllerGrantPower) {
+    EXPECT_EQ(call_object("d", 2.5), "()");
+    EXPECT_EQ(bus.take_journal(), (Journal{"answer \"\"() = 1"}));
+    EXPECT_EQ(run_woken(), (Journal{owner_match, registration}));
+    EXPECT_EQ(published(), 2.5F);
+}
+
+TEST_F(PowerConsumerConnectionTest, IsNotBotheredWithCallsOfAnotherSignature) {
+    const std::string refused = "org.freedesktop.DBus.Error.InvalidArgs: ";
+    EXPECT_TRUE(call_object("s", "much").starts_with(refused));
+    EXPECT_TRUE(call_object("").starts_with(refused));
+    EXPECT_TRUE(call_object("dd", 1.0, 2.0).starts_with(refused));
+    EXPECT_FALSE(consumer->woken());
+    EXPECT_EQ(call_object("d", 1e300), "()") << "sd-bus goes on as before";
+    EXPECT_EQ(bus.take_journal(), (Journal{"answer \"\"() = 1"}));
+}
+
+TEST_F(PowerConsumerConnectionTest, DescribesItsObjectToWhoeverAsks) {
+    const std::string description = pair.call(
+        "/com/tarlo/Vipd/PowerConsumer", "org.freedesktop.DBus.Introspectable", "Introspect", "");
+    const auto begin = description.find(" <interface name=\"com.tarlo.");
+    ASSERT_NE(begin, std::string::npos) << description;
+    EXPECT_EQ(description.substr(begin),
+              " <interface name=\"com.tarlo.Vipd.PowerConsumer\">\n"
+              "  <method name=\"SetPower\">\n"
+              "   <arg type=\"d\" direction=\"in\"/>\n"
+              "  </method>\n"
+              " </interface>\n"
+              "</node>\n");
+}
+
+TEST_F(PowerConsumerConnectionTest, TakesItsObjectAlongWhenDestroyed) {
+    consumer.reset();
+    EXPECT_EQ(call_object("d", 2.5),
+              "org.freedesktop.DBus.Error.UnknownObject: Unknown object "
+              "'/com/tarlo/Vipd/PowerConsumer'.");
+}
+
+}  // namespace
