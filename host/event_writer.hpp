@@ -40,7 +40,8 @@ class EventWriter {
 [[nodiscard]] std::unique_ptr<EventWriter> make_json_writer(StandardOutput& out,
                                                             const Journal& journal);
 
-/// Values on stdout, log lines on stderr (or in the journal, where stderr leads to it).
+/// Values on stdout, all but the ticks of timers, and log lines on stderr (or in the journal, where
+/// stderr leads to it).
 [[nodiscard]] std::unique_ptr<EventWriter> make_text_writer(StandardOutput& out,
                                                             const Journal& journal,
                                                             tool::ColorChoice color);

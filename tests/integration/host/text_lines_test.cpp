@@ -67,6 +67,13 @@ TEST_F(TextLines, FailureIsNotCalledAStop) {
               "info: p: destructor\n");
 }
 
+TEST_F(TextLines, LeaveTheTicksOfATimerOut) {
+    const std::string timer = "[blocks.t]\ntype = \"Timer\"\ninterval = 10\n";
+    EXPECT_EQ(run_text(timer).out, "");
+    EXPECT_NE(run(timer, {"--format", "json", "--for", "0.1"}).out.find("\"timersource\""),
+              std::string::npos);
+}
+
 TEST_F(TextLines, AreTheDefault) {
     const Ended ended =
         run_program({FENWA_PROGRAM, "run",
