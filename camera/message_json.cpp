@@ -96,6 +96,10 @@ Json next_value(sd_bus_message& message, bool& more) {
 
 }  // namespace
 
+std::string text_or_empty(const char* text) {
+    return text == nullptr ? "" : text;
+}
+
 Json body_json(sd_bus_message& message) {
     check(sd_bus_message_rewind(&message, 1), "sd_bus_message_rewind");
     Json body = elements(message);

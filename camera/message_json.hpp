@@ -8,6 +8,10 @@
 
 namespace camera {
 
+/// sd-bus has a null pointer for a header field that a message leaves out, and in a vtable for no
+/// arguments and no result.
+[[nodiscard]] std::string text_or_empty(const char* text);
+
 /// The body of a received or sent message as a JSON array with one element an argument. Variants
 /// are shown by what they hold, dictionaries with string keys as objects, other dictionaries as
 /// arrays of pairs, file descriptors as the string "<file descriptor>". Nothing is consumed: the

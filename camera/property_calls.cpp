@@ -13,10 +13,6 @@ namespace {
 using tool::check;
 using tool::Json;
 
-std::string text_or_empty(const char* text) {
-    return text == nullptr ? "" : text;
-}
-
 void append_entry(sd_bus_message& message, const sd_bus_vtable& property,
                   const AppendValue& append_value) {
     check(sd_bus_message_open_container(&message, 'e', "sv"), "sd_bus_message_open_container");

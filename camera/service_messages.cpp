@@ -14,10 +14,6 @@ namespace {
 using tool::check;
 using tool::MessagePtr;
 
-std::string text_or_empty(const char* text) {
-    return text == nullptr ? "" : text;
-}
-
 std::string with_hint(std::string sentence, const std::string& hint) {
     return hint.empty() ? sentence : std::move(sentence) + "; " + hint;
 }
@@ -70,7 +66,9 @@ int Service::on_call(sd_bus_message& call) {
     }
     return with_fault(
         call, around_.faults.take(name_, method->x.method.member).value_or(Fault{}),
-        [&] { return with_wrong_body(new_reply(call), method->x.method.result); },
+        [&] {
+            return with_wrong_body(new_reply(call), text_or_empty(method->x.method.result).c_str());
+        },
         [&] { return hand_on(call, *method); });
 }
 
@@ -170,10 +168,10 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
             with_hint("There is no method '" + member + "'",
                       tool::did_you_mean(member, names_of(*served, MemberKind::method))));
     const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
-    if (signature != method->x.method.signature)
-        throw BusRefusal(
-            SD_BUS_ERROR_INVALID_ARGS,
-            member + " takes '" + method->x.method.signature + "', not '" + signature + "'.");
+    const std::string wanted = text_or_empty(method->x.method.signature);
+    if (signature != wanted)
+        throw BusRefusal(SD_BUS_ERROR_INVALID_ARGS,
+                         member + " takes '" + wanted + "', not '" + signature + "'.");
     return *method;
 }
 

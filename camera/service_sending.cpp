@@ -11,10 +11,6 @@ namespace {
 using tool::check;
 using tool::MessagePtr;
 
-std::string text_or_empty(const char* text) {
-    return text == nullptr ? "" : text;
-}
-
 }  // namespace
 
 MessagePtr Service::new_reply(sd_bus_message& call) {

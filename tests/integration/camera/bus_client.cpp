@@ -2,14 +2,12 @@
 
 #include <stdexcept>
 
-#include "camera/bus_names.hpp"
 #include "camera/message_json.hpp"
 
 namespace test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using camera::temperature_controller;
 
 constexpr std::chrono::seconds patience{20};
 
@@ -26,7 +24,8 @@ std::string answer_of(sd_bus_message& message) {
 
 }  // namespace
 
-BusClient::BusClient(const std::string& address) : bus_(tool::open_bus(address, patience)) {}
+BusClient::BusClient(const std::string& address, const camera::BusObject& service)
+    : service_(service), bus_(tool::open_bus(address, patience)) {}
 
 std::string BusClient::unique_name() const {
     const char* name = nullptr;
@@ -36,9 +35,8 @@ std::string BusClient::unique_name() const {
 
 tool::MessagePtr BusClient::new_call(const char* member) const {
     sd_bus_message* message = nullptr;
-    tool::check(sd_bus_message_new_method_call(bus(), &message, temperature_controller.name,
-                                               temperature_controller.path,
-                                               temperature_controller.interface, member),
+    tool::check(sd_bus_message_new_method_call(bus(), &message, service_.name, service_.path,
+                                               service_.interface, member),
                 "sd_bus_message_new_method_call");
     return tool::MessagePtr(message);
 }
@@ -63,14 +61,13 @@ void BusClient::send(const tool::MessagePtr& message, const char* member) {
 
 void BusClient::listen() {
     sd_bus_slot* slot = nullptr;
-    tool::check(
-        sd_bus_match_signal(bus(), &slot, temperature_controller.name, temperature_controller.path,
-                            temperature_controller.interface, nullptr, on_signal, this),
-        "sd_bus_match_signal");
+    tool::check(sd_bus_match_signal(bus(), &slot, service_.name, service_.path, nullptr, nullptr,
+                                    on_signal, this),
+                "sd_bus_match_signal");
     matches_.emplace_back(slot);
     const std::string owners =
         "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
-        std::string(temperature_controller.name) + "'";
+        std::string(service_.name) + "'";
     tool::check(sd_bus_add_match(bus(), &slot, owners.c_str(), on_owner, this), "sd_bus_add_match");
     matches_.emplace_back(slot);
 }

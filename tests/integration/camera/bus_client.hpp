@@ -7,19 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "camera/bus_names.hpp"
 #include "common/bus.hpp"
 
 namespace test {
 
-/// A client of the camera's temperature controller that writes down what it gets.
+/// A client of one of the camera's services that writes down what it gets.
 class BusClient {
   public:
-    explicit BusClient(const std::string& address);
+    /// A client of the temperature controller, or of another service.
+    explicit BusClient(const std::string& address,
+                       const camera::BusObject& service = camera::temperature_controller);
 
     [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
     [[nodiscard]] std::string unique_name() const;
 
-    /// Calls the controller and waits for the answer: `(3)`, or `NAME: MESSAGE` of an error.
+    /// Calls the service and waits for the answer: `(3)`, or `NAME: MESSAGE` of an error.
     template <class... Arguments>
     std::string call(const char* member, const char* types, Arguments... arguments) {
         return call(new_call(member, types, arguments...), std::chrono::seconds(20));
@@ -32,7 +35,7 @@ class BusClient {
         send(new_call(member, types, arguments...), member);
     }
 
-    /// A call of the controller that is not sent yet.
+    /// A call of the service that is not sent yet.
     template <class... Arguments>
     [[nodiscard]] tool::MessagePtr new_call(const char* member, const char* types,
                                             Arguments... arguments) const {
@@ -41,8 +44,8 @@ class BusClient {
         return message;
     }
 
-    /// From here on the controller's signals, and the owners of its name, become lines of
-    /// `heard()`: `TemperatureSignal(1)`, `owner :1.1 -> none`.
+    /// From here on the signals of the service's object, and the owners of its name, become lines
+    /// of `heard()`: `TemperatureSignal(1)`, `owner :1.1 -> none`.
     void listen();
 
     /// Serves the connection until so many lines were heard.
@@ -51,6 +54,9 @@ class BusClient {
     /// All that was heard so far.
     [[nodiscard]] const std::vector<std::string>& heard() const { return heard_; }
     void forget() { heard_.clear(); }
+
+  protected:
+    void hear(std::string line) { heard_.push_back(std::move(line)); }
 
   private:
     struct Pending {
@@ -65,6 +71,7 @@ class BusClient {
     static int on_signal(sd_bus_message* message, void* userdata, sd_bus_error* error);
     static int on_owner(sd_bus_message* message, void* userdata, sd_bus_error* error);
 
+    camera::BusObject service_;
     tool::BusPtr bus_;
     std::vector<std::string> heard_;
     std::vector<tool::SlotPtr> matches_;

@@ -28,7 +28,9 @@ void CameraScene::open(Setting setting) {
     camera::PrivateBusOptions options;
     options.camera_program = FENWA_CAMERA_PROGRAM;
     if (setting.activation)
-        options.activatable = {{camera::temperature_controller.name, "temperature"}};
+        options.activatable = {{camera::temperature_controller.name, "temperature"},
+                               {camera::power_consumers.name, "power-consumer"},
+                               {camera::power_status.name, "power-status"}};
     bus_ = std::make_unique<camera::PrivateBus>(options);
     std::vector<std::string> arguments{"run", "--bus", address(), "--format", setting.format};
     arguments.insert(arguments.end(), setting.run.begin(), setting.run.end());
@@ -88,6 +90,34 @@ Lines CameraScene::lines(const std::string& out) const {
     std::istringstream stream(out);
     for (std::string line; std::getline(stream, line);)
         all.push_back(plain(without_time(line)));
+    return all;
+}
+
+Lines CameraScene::whole(const Lines& middle, int status) {
+    struct Service {
+        const char* name;
+        const char* bus_name;
+    };
+    static constexpr Service services[] = {
+        {"temperature", camera::temperature_controller.name},
+        {"power-consumer", camera::power_consumers.name},
+        {"power-status", camera::power_status.name},
+    };
+    Lines all;
+    Lines downs;
+    // :1.0 takes orders.
+    for (int number = 0; const Service& service : services) {
+        const std::string begin =
+            std::string(R"({"event":"service","service":")") + service.name + R"(","state":")";
+        all.push_back(begin + R"(up","name":":1.)" + std::to_string(++number) +
+                      R"(","bus_names":[")" + service.bus_name + R"("]})");
+        downs.insert(downs.begin(), begin + R"(down"})");
+    }
+    all.push_back(
+        R"({"event":"ready","bus":"BUS","services":["temperature","power-consumer","power-status"]})");
+    all.insert(all.end(), middle.begin(), middle.end());
+    all.insert(all.end(), downs.begin(), downs.end());
+    all.push_back(R"({"event":"exit","status":)" + std::to_string(status) + '}');
     return all;
 }
 

@@ -28,7 +28,7 @@ class CameraScene : public ::testing::Test {
   protected:
     /// How the camera is to be.
     struct Setting {
-        bool activation = false;         ///< a call brings the controller up
+        bool activation = false;         ///< a call brings a service up
         std::vector<std::string> run{};  ///< further options of `fenwa-camera run`
         std::string format = "json";
     };
@@ -60,6 +60,9 @@ class CameraScene : public ::testing::Test {
     /// Lines of a camera in JSON or text, with the times taken out, "BUS" for a bus address and
     /// files of the scene's folder by their bare names.
     [[nodiscard]] Lines lines(const std::string& out) const;
+    /// All lines of a camera in JSON that comes up with all its services, does `middle` and goes
+    /// down again.
+    [[nodiscard]] static Lines whole(const Lines& middle, int status = 0);
     /// Only those that contain `text`.
     [[nodiscard]] static Lines with(const std::string& text, const Lines& all);
     /// `text` with "BUS" and bare file names as above.

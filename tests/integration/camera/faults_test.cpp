@@ -38,20 +38,20 @@ class ControllerFaults : public CameraScene {
 };
 
 TEST_F(ControllerFaults, ALateReplyHoldsNothingElseUp) {
-    fail({"GetTemperature", "--delay", "400"});
+    fail({"GetTemperature", "--delay", "2000"});
     const auto begin = steady_clock::now();
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     client_->wait_for(1);
     obey({"set", "temperature.main", "40"});
-    EXPECT_LT(steady_clock::now() - begin, milliseconds(400)) << "this machine is too slow";
+    EXPECT_LT(steady_clock::now() - begin, milliseconds(2000)) << "this machine is too slow";
     EXPECT_THAT(client_->wait_for(2), ElementsAre("GetTemperatureIdFromName answers (3)",
                                                   "GetTemperature answers (36.5)"));
-    EXPECT_GE(steady_clock::now() - begin, milliseconds(400));
+    EXPECT_GE(steady_clock::now() - begin, milliseconds(2000));
 }
 
 TEST_F(ControllerFaults, LateRepliesOverlapAndKeepTheirOrder) {
-    fail({"RegisterForTemperatureChangeSignal", "--delay", "300"});
+    fail({"RegisterForTemperatureChangeSignal", "--delay", "1000"});
     const auto begin = steady_clock::now();
     Lines expected;
     for (int i = 1; i <= 5; ++i) {
@@ -60,7 +60,7 @@ TEST_F(ControllerFaults, LateRepliesOverlapAndKeepTheirOrder) {
                            ")");
     }
     EXPECT_EQ(client_->wait_for(5), expected);
-    EXPECT_LT(steady_clock::now() - begin, milliseconds(5 * 300));
+    EXPECT_LT(steady_clock::now() - begin, milliseconds(5 * 1000));
 }
 
 TEST_F(ControllerFaults, ASilentMethodIsNeverAnswered) {
@@ -82,7 +82,7 @@ TEST_F(ControllerFaults, AnErrorAnswersInPlaceOfTheService) {
 }
 
 TEST_F(ControllerFaults, AnErrorMayBeLate) {
-    fail({"GetTemperature", "--error", "com.example.Error.Busy", "--delay", "100"});
+    fail({"GetTemperature", "--error", "com.example.Error.Busy", "--delay", "1000"});
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     EXPECT_THAT(client_->wait_for(2), ElementsAre("GetTemperatureIdFromName answers (3)",
@@ -97,7 +97,7 @@ TEST_F(ControllerFaults, AMalformedReplyComesFromACallThatIsServed) {
 }
 
 TEST_F(ControllerFaults, AMalformedReplyMayBeLate) {
-    fail({"GetTemperature", "--malformed", "--delay", "100"});
+    fail({"GetTemperature", "--malformed", "--delay", "1000"});
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     EXPECT_THAT(client_->wait_for(2), ElementsAre("GetTemperatureIdFromName answers (3)",
@@ -138,7 +138,7 @@ TEST_F(ControllerFaults, ADropComesBeforeWhatElseWouldBeAnswered) {
 }
 
 TEST_F(ControllerFaults, ALateDropLetsTheServiceWorkUntilThen) {
-    fail({"GetTemperature", "--drop", "--delay", "150"});
+    fail({"GetTemperature", "--drop", "--delay", "1000"});
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     EXPECT_THAT(client_->wait_for(3),
@@ -147,7 +147,7 @@ TEST_F(ControllerFaults, ALateDropLetsTheServiceWorkUntilThen) {
 }
 
 TEST_F(ControllerFaults, ALateReplyIsLostWithItsService) {
-    fail({"GetTemperature", "--delay", "200", "--times", "1"});
+    fail({"GetTemperature", "--delay", "2000", "--times", "1"});
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     client_->wait_for(1);
@@ -157,7 +157,7 @@ TEST_F(ControllerFaults, ALateReplyIsLostWithItsService) {
                             "GetTemperature answers " + disconnected,
                             ::testing::StartsWith("owner none -> :1.")));
     // Long enough for the reply to come, were it still on its way.
-    fail({"GetTemperature", "--delay", "250", "--times", "1"});
+    fail({"GetTemperature", "--delay", "2200", "--times", "1"});
     EXPECT_EQ(reading(), "(36.5)");
     close();
     EXPECT_EQ(ended().code, 0) << ended().err;
@@ -208,7 +208,7 @@ TEST_F(ControllerFaults, SignalsGoWrongToo) {
     obey({"set", "temperature.main", "40"});
     fail({"TemperatureChangeSignal", "--malformed", "--times", "1"});
     obey({"set", "temperature.main", "41"});
-    fail({"TemperatureChangeSignal", "--delay", "200", "--times", "1"});
+    fail({"TemperatureChangeSignal", "--delay", "2000", "--times", "1"});
     obey({"set", "temperature.main", "42"});
     obey({"set", "temperature.main", "43"});
     EXPECT_THAT(client_->wait_for(3), ElementsAre("TemperatureChangeSignal(\"malformed\")",

@@ -37,13 +37,13 @@ class ScenarioScene : public CameraScene {
         return ended;
     }
 
-    /// The lines between "ready" and the last "down".
+    /// The lines between "ready" and the "down" of the last service.
     [[nodiscard]] Lines between(const Ended& ended) const {
         Lines all = lines(ended.out);
-        EXPECT_GE(all.size(), 4U) << ended.out;
-        if (all.size() < 4)
+        EXPECT_GE(all.size(), 8U) << ended.out;
+        if (all.size() < 8)
             return all;
-        return {all.begin() + 2, all.end() - 2};
+        return {all.begin() + 4, all.end() - 4};
     }
 };
 

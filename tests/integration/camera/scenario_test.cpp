@@ -40,25 +40,22 @@ expect = {state = "temperature.main", is = 71.5}
     EXPECT_EQ(ended.err, "");
     const std::string service = R"({"event":"service","service":"temperature","state":)";
     const std::string names = R"(,"bus_names":["com.tarlo.TemperatureController"]})";
-    EXPECT_THAT(
+    EXPECT_EQ(
         lines(ended.out),
-        ElementsAre(
-            service + R"("up","name":":1.1")" + names,
-            R"({"event":"ready","bus":"BUS","services":["temperature"]})",
-            R"({"event":"step","step":1,"where":"s.toml:1:1"})",
-            R"({"event":"say","step":1,"text":"Hello."})",
-            R"({"event":"set","name":"temperature.main","value":71.5})",
-            R"({"event":"set","name":"temperature.lens","value":"nan"})",
-            R"({"event":"step","step":2,"where":"s.toml:4:1"})",
-            service + R"("down","why":"stopped"})", service + R"("up","name":":1.2")" + names,
-            service + R"("down","why":"restarting"})", service + R"("up","name":":1.3")" + names,
-            R"({"event":"step","step":3,"where":"s.toml:8:1"})",
-            R"({"event":"fault","state":"set","member":"GetTemperature","what":"not sent, 3 times"})",
-            R"({"event":"fault","state":"cleared","member":"GetTemperature","what":)"
-            R"("all is well again"})",
-            R"({"event":"expectation","step":3,"where":"s.toml:8:1","expected":)"
-            R"("temperature.main to be 71.5 within 5.0 s","met":true})",
-            service + R"("down"})", R"({"event":"exit","status":0})"));
+        whole(
+            {R"({"event":"step","step":1,"where":"s.toml:1:1"})",
+             R"({"event":"say","step":1,"text":"Hello."})",
+             R"({"event":"set","name":"temperature.main","value":71.5})",
+             R"({"event":"set","name":"temperature.lens","value":"nan"})",
+             R"({"event":"step","step":2,"where":"s.toml:4:1"})",
+             service + R"("down","why":"stopped"})", service + R"("up","name":":1.4")" + names,
+             service + R"("down","why":"restarting"})", service + R"("up","name":":1.5")" + names,
+             R"({"event":"step","step":3,"where":"s.toml:8:1"})",
+             R"({"event":"fault","state":"set","member":"GetTemperature","what":"not sent, 3 times"})",
+             R"({"event":"fault","state":"cleared","member":"GetTemperature","what":)"
+             R"("all is well again"})",
+             R"({"event":"expectation","step":3,"where":"s.toml:8:1","expected":)"
+             R"("temperature.main to be 71.5 within 5.0 s","met":true})"}));
 }
 
 TEST_F(Scenario, TellsItselfInTextToo) {
@@ -72,10 +69,13 @@ expect = {state = "temperature.main", is = 71.5, within = 1.0}
     EXPECT_EQ(ended.err, "");
     EXPECT_THAT(lines(ended.out),
                 ElementsAre("temperature: up as com.tarlo.TemperatureController (:1.1)",
-                            "ready on BUS, services: temperature", "Hello.",
-                            "temperature: sensor main is 71.5",
+                            "power-consumer: up as com.tarlo.PowerControl.Consumer (:1.2)",
+                            "power-status: up as com.tarlo.PowerControl.Status (:1.3)",
+                            "ready on BUS, services: temperature, power-consumer, power-status",
+                            "Hello.", "temperature: sensor main is 71.5",
                             "scenario: as expected: temperature.main to be 71.5 within 1.0 s",
-                            "temperature: down", "the end, with exit code 0"));
+                            "power-status: down", "power-consumer: down", "temperature: down",
+                            "the end, with exit code 0"));
 }
 
 TEST_F(Scenario, WithoutAStepEndsAtOnce) {
@@ -101,35 +101,33 @@ after = 0.1
     ASSERT_EQ(times.size(), 6U);
     // A step may be late on a busy machine, but never early. The clock starts a little before
     // the first step does.
-    const double begin = times[0] - 0.01;
+    const double begin = times[0] - 0.1;
     EXPECT_GE(times[1] - times[0], 0.2);
-    EXPECT_LT(times[1] - times[0], 0.4);
     EXPECT_GE(times[2], begin + 0.5);
-    EXPECT_LT(times[2], begin + 0.8);
-    EXPECT_LT(times[4], begin + 0.9);
     EXPECT_GE(times[5] - times[4], 0.1);
-    EXPECT_LT(times[5], begin + 1.2);
+    EXPECT_LT(times[5], begin + 10.0);
 }
 
 TEST_F(Scenario, ARampMovesAValueWhileTheScenarioGoesOn) {
     const Ended ended = play(R"([[steps]]
-ramp = {"temperature.main" = 38.5, over = 0.4}
+ramp = {"temperature.main" = 46.5, over = 2.0}
 say = "At once."
 [[steps]]
 after = 0.05
-say = "Still before the first tenth of a second."
+say = "Long before the ramp has arrived."
 )");
     EXPECT_EQ(ended.code, 0);
-    EXPECT_THAT(with("\"set\"", lines(ended.out)),
-                ElementsAre(R"({"event":"set","name":"temperature.main","value":37.0})",
-                            R"({"event":"set","name":"temperature.main","value":37.5})",
-                            R"({"event":"set","name":"temperature.main","value":38.0})",
-                            R"({"event":"set","name":"temperature.main","value":38.5})"));
+    Lines expected;
+    for (int i = 1; i <= 20; ++i)
+        expected.push_back(R"({"event":"set","name":"temperature.main","value":)" +
+                           tool::json_number(36.5 + i * 0.5).dump() + '}');
+    EXPECT_EQ(with("\"set\"", lines(ended.out)), expected);
     const std::vector<double> says = times_of("say", ended.out);
     const std::vector<double> sets = times_of("set", ended.out);
-    EXPECT_LT(says[1], sets[1]);
-    EXPECT_GE(sets[3] - says[0], 0.4);
-    EXPECT_LT(sets[3] - says[0], 0.8);
+    ASSERT_EQ(says.size(), 2U);
+    EXPECT_LT(says[1], sets.back());
+    EXPECT_GE(sets.back() - says[0], 2.0);
+    EXPECT_LT(sets.back() - says[0], 10.0);
 }
 
 TEST_F(Scenario, ASetEndsTheRampOfItsValue) {

@@ -34,7 +34,7 @@ TEST_F(ControllerLife, AStoppedServiceIsOffTheBusUntilItIsStarted) {
     EXPECT_EQ(id_of_main(client), "(3)");
     obey({"start", "temperature"});
     close();
-    EXPECT_EQ(with(R"("event":"service")", told()).size(), 4U) << "what is so already is no news";
+    EXPECT_EQ(with(R"("event":"service")", told()).size(), 8U) << "what is so already is no news";
 }
 
 TEST_F(ControllerLife, ARestartKeepsValuesAndForgetsRegistrations) {
@@ -91,7 +91,7 @@ TEST_F(ControllerLife, ACallBringsAStoppedServiceBackAndIsAnswered) {
     const Ended ended = camera->terminate();
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(ended.err, "");
-    EXPECT_EQ(with("\"state\":\"up\"", lines(ended.out)).size(), 2U);
+    EXPECT_EQ(with("\"service\":\"temperature\",\"state\":\"up\"", lines(ended.out)).size(), 2U);
     EXPECT_THAT(left_behind(), IsEmpty());
 }
 

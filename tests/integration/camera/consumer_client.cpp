@@ -1,0 +1,52 @@
+#include "tests/integration/camera/consumer_client.hpp"
+
+#include "camera/message_json.hpp"
+
+namespace test {
+namespace {
+
+constexpr const char* path = "/com/tarlo/Vipd/PowerConsumer";
+constexpr const char* interface = "com.tarlo.Vipd.PowerConsumer";
+
+}  // namespace
+
+const sd_bus_vtable ConsumerClient::vtable_[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("SetPower", "d", "", set_power, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+ConsumerClient::ConsumerClient(const std::string& address, int channel)
+    : BusClient(address, camera::power_consumers),
+      service_("com.tarlo.Vipd.ch" + std::to_string(channel)),
+      name_("vipd" + std::to_string(channel)) {
+    sd_bus_slot* slot = nullptr;
+    tool::check(sd_bus_add_object_vtable(bus(), &slot, path, interface, vtable_, this),
+                "sd_bus_add_object_vtable");
+    object_.reset(slot);
+    tool::own_name(*bus(), service_);
+}
+
+std::string ConsumerClient::register_consumer() {
+    return call("Register", "sbsss", name_.c_str(), 0, service_.c_str(), path, interface);
+}
+
+std::string ConsumerClient::request(double power) {
+    return call("RequestPower", "ssd", name_.c_str(), "control", power);
+}
+
+std::string ConsumerClient::unregister() {
+    return call("Unregister", "s", name_.c_str());
+}
+
+int ConsumerClient::set_power(sd_bus_message* call, void* userdata, sd_bus_error* error) {
+    auto& client = *static_cast<ConsumerClient*>(userdata);
+    client.hear("SetPower(" + camera::arguments_text(camera::body_json(*call)) + ')');
+    if (client.silent_)
+        return 1;
+    if (client.error_)
+        return sd_bus_error_set(error, client.error_->c_str(), "No.");
+    return sd_bus_reply_method_return(call, "");
+}
+
+}  // namespace test

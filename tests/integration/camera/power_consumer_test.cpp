@@ -1,0 +1,290 @@
+// The power budget, divided among consumers on connections of their own.
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "camera/power_model.hpp"
+#include "tests/integration/camera/camera_scene.hpp"
+#include "tests/integration/camera/consumer_client.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+const std::string error = "com.tarlo.PowerControl.Consumer.Error.";
+
+class PowerBudget : public CameraScene {
+  protected:
+    std::unique_ptr<ConsumerClient> consumer(int channel) {
+        auto client = std::make_unique<ConsumerClient>(address(), channel);
+        EXPECT_EQ(client->register_consumer(), "()");
+        return client;
+    }
+
+    /// What `show` has of the power controller's registrations, "NAME SHARE" each.
+    [[nodiscard]] Lines shares() const {
+        Lines all;
+        const tool::Json now = state();
+        for (const tool::Json& each : now["services"][1]["registrations"])
+            all.push_back(each["id"].get<std::string>() + ' ' + each["share"].dump());
+        return all;
+    }
+};
+
+TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
+    open();
+    const auto a = consumer(0);
+    const auto b = consumer(1);
+    const auto c = consumer(2);
+    EXPECT_EQ(b->request(12.0), "()");
+    EXPECT_THAT(b->wait_for(1), ElementsAre("SetPower(12.0)"));
+    EXPECT_EQ(a->request(12.0), "()");
+    EXPECT_THAT(a->wait_for(1), ElementsAre("SetPower(8.0)"));
+    EXPECT_EQ(c->request(1.0), "()");
+    EXPECT_THAT(c->wait_for(1), ElementsAre("SetPower(0.0)"));
+    EXPECT_THAT(shares(), ElementsAre("vipd1 12.0", "vipd0 8.0", "vipd2 0.0"));
+
+    EXPECT_EQ(b->request(11.5), "()");
+    EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(12.0)", "SetPower(11.5)"));
+    EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(8.0)", "SetPower(8.5)"));
+    obey({"set", "power.budget", "30"});
+    EXPECT_THAT(a->wait_for(3).back(), "SetPower(12.0)");
+    EXPECT_THAT(c->wait_for(2).back(), "SetPower(1.0)");
+    EXPECT_EQ(a->unregister(), "()");
+    close();
+    EXPECT_EQ(ended().code, 0) << ended().err;
+    Lines calls;
+    for (const std::string& line : with("\"outgoing_call\"", told())) {
+        const tool::Json event = tool::Json::parse(line);
+        calls.push_back(event["receiver"].get<std::string>() + ' ' + event["arguments"].dump());
+    }
+    EXPECT_THAT(calls, ElementsAre("com.tarlo.Vipd.ch1 [12.0]", "com.tarlo.Vipd.ch0 [8.0]",
+                                   "com.tarlo.Vipd.ch2 [0.0]", "com.tarlo.Vipd.ch1 [11.5]",
+                                   "com.tarlo.Vipd.ch0 [8.5]", "com.tarlo.Vipd.ch0 [12.0]",
+                                   "com.tarlo.Vipd.ch2 [1.0]"))
+        << "nobody else is told";
+}
+
+TEST_F(PowerBudget, ARequestIsAnsweredBeforeTheShareIsTold) {
+    open();
+    const auto a = consumer(0);
+    a->send("RequestPower", "ssd", "vipd0", "control", 4.5);
+    EXPECT_THAT(a->wait_for(2), ElementsAre("RequestPower answers ()", "SetPower(4.5)"));
+    a->send("RequestPower", "ssd", "vipd0", "control", 4.5);
+    EXPECT_THAT(a->wait_for(4), ElementsAre("RequestPower answers ()", "SetPower(4.5)",
+                                            "RequestPower answers ()", "SetPower(4.5)"))
+        << "the same share is told again";
+    ASSERT_TRUE(camera().wait_for_text("\"answer\""));
+    ASSERT_TRUE(camera().wait_for_text("\"answer\""));
+    close();
+    const std::string client = a->unique_name();
+    const std::string about = R"(,"service":"power-consumer","member":")";
+    const Lines request = {R"({"event":"call")" + about +
+                               R"(RequestPower","arguments":["vipd0","control",4.5],)" +
+                               R"("sender":")" + client + R"("})",
+                           R"({"event":"reply")" + about + R"(RequestPower","receiver":")" +
+                               client + R"(","values":[]})",
+                           R"({"event":"outgoing_call")" + about +
+                               R"(SetPower","receiver":"com.tarlo.Vipd.ch0","arguments":[4.5]})",
+                           R"({"event":"answer")" + about +
+                               R"(SetPower","receiver":"com.tarlo.Vipd.ch0","values":[]})"};
+    Lines middle = {
+        R"({"event":"call")" + about +
+            R"(Register","arguments":["vipd0",false,"com.tarlo.Vipd.ch0",)" +
+            R"("/com/tarlo/Vipd/PowerConsumer","com.tarlo.Vipd.PowerConsumer"],"sender":")" +
+            client + R"("})",
+        R"({"event":"reply")" + about + R"(Register","receiver":")" + client + R"(","values":[]})"};
+    middle.insert(middle.end(), request.begin(), request.end());
+    middle.insert(middle.end(), request.begin(), request.end());
+    EXPECT_EQ(told(), whole(middle));
+}
+
+TEST_F(PowerBudget, TheShareOfAClientThatLeavesIsFree) {
+    open();
+    auto a = consumer(0);
+    const auto b = consumer(1);
+    EXPECT_EQ(a->request(15.0), "()");
+    EXPECT_EQ(b->request(15.0), "()");
+    EXPECT_THAT(b->wait_for(1), ElementsAre("SetPower(5.0)"));
+    const std::string leaver = a->unique_name();
+    a.reset();
+    EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(5.0)", "SetPower(15.0)"));
+    EXPECT_THAT(shares(), ElementsAre("vipd1 15.0"));
+    close();
+    EXPECT_THAT(with("\"dropped\"", told()),
+                ElementsAre(R"({"event":"dropped","service":"power-consumer","client":")" + leaver +
+                            R"(","registrations":1})"));
+}
+
+TEST_F(PowerBudget, TheShareOfOneThatUnregistersIsFree) {
+    open();
+    const auto a = consumer(0);
+    const auto b = consumer(1);
+    EXPECT_EQ(a->request(15.0), "()");
+    EXPECT_EQ(b->request(15.0), "()");
+    // As a block does it: nobody waits for an answer.
+    const tool::MessagePtr unregister = a->new_call("Unregister", "s", "vipd0");
+    tool::check(sd_bus_message_set_expect_reply(unregister.get(), 0), "expect no reply");
+    tool::check(sd_bus_send(a->bus(), unregister.get(), nullptr), "send");
+    EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(5.0)", "SetPower(15.0)"));
+    close();
+    EXPECT_THAT(with(R"("event":"reply","service":"power-consumer","member":"Unregister")", told()),
+                IsEmpty());
+}
+
+TEST_F(PowerBudget, ANameBelongsToTheClientThatRegisteredIt) {
+    open();
+    const auto a = consumer(0);
+    EXPECT_EQ(a->request(4.0), "()");
+    EXPECT_EQ(a->register_consumer(), "()") << "the same again";
+    EXPECT_THAT(shares(), ElementsAre("vipd0 4.0"));
+    BusClient other(address(), camera::power_consumers);
+    const std::string sentence =
+        error + "OwnedByAnother: Another client has registered the consumer 'vipd0'.";
+    EXPECT_EQ(other.call("Register", "sbsss", "vipd0", 0, "com.example.A", "/", "com.example.A"),
+              sentence);
+    EXPECT_EQ(other.call("RequestPower", "ssd", "vipd0", "control", 1.0), sentence);
+    EXPECT_EQ(other.call("Unregister", "s", "vipd0"), sentence);
+    EXPECT_EQ(other.call("RequestPower", "ssd", "vipd1", "control", 1.0),
+              error + "NotRegistered: No consumer is registered as 'vipd1'.");
+    EXPECT_EQ(other.call("Unregister", "s", "vipd1"),
+              error + "NotRegistered: No consumer is registered as 'vipd1'.");
+    EXPECT_THAT(shares(), ElementsAre("vipd0 4.0"));
+}
+
+TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
+    open();
+    const auto a = consumer(0);
+    EXPECT_EQ(a->request(4.0), "()");
+    a->wait_for(1);
+    tool::own_name(*a->bus(), "com.example.Moved");
+    EXPECT_EQ(a->call("Register", "sbsss", "vipd0", 1, "com.example.Moved",
+                      "/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer"),
+              "()");
+    obey({"set", "power.budget", "3"});
+    EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(3.0)"));
+    EXPECT_EQ(tool::json_line(state()["services"][1]["registrations"]),
+              R"([{"id":"vipd0","client":")" + a->unique_name() +
+                  R"(","what":"gets 3.0 of 4.0 (control), at com.example.Moved )"
+                  R"(/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer",)"
+                  R"("request":{"kind":"control","power":4.0},"share":3.0,"address":)"
+                  R"({"service":"com.example.Moved","path":"/com/tarlo/Vipd/PowerConsumer",)"
+                  R"("interface":"com.tarlo.Vipd.PowerConsumer"}}])");
+}
+
+TEST_F(PowerBudget, RefusesWhatMakesNoSense) {
+    open();
+    const auto a = consumer(0);
+    const auto reg = [&](const char* name, const char* service, const char* path,
+                         const char* interface) {
+        return a->call("Register", "sbsss", name, 0, service, path, interface);
+    };
+    const std::string address_error = error + "InvalidAddress: ";
+    EXPECT_EQ(reg("x", "nonsense", "/", "com.example.A"),
+              address_error + "'nonsense' is not a bus name.");
+    EXPECT_EQ(reg("x", "com.example.A", "x/", "com.example.A"),
+              address_error + "'x/' is not an object path.");
+    EXPECT_EQ(reg("x", "com.example.A", "/", "A"), address_error + "'A' is not an interface name.");
+    EXPECT_EQ(reg("", "com.example.A", "/", "com.example.A"),
+              error + "InvalidName: A consumer's name has 1 to 255 bytes.");
+    EXPECT_EQ(reg(std::string(256, 'x').c_str(), "com.example.A", "/", "com.example.A"),
+              error + "InvalidName: A consumer's name has 1 to 255 bytes.");
+    const std::string request_error =
+        error + "InvalidRequest: A request is a finite number of at least 0, ";
+    EXPECT_EQ(a->request(-0.5), request_error + "-0.5 is not.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::quiet_NaN()), request_error + "nan is not.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::infinity()), request_error + "inf is not.");
+    EXPECT_EQ(a->call("RequestPower", "sd", "vipd0", 1.0),
+              "org.freedesktop.DBus.Error.InvalidArgs: RequestPower takes 'ssd', not 'sd'.");
+    EXPECT_THAT(shares(), ElementsAre("vipd0 0.0"));
+    EXPECT_THAT(a->heard(), IsEmpty());
+}
+
+TEST_F(PowerBudget, TakesSoManyConsumersAndNoMore) {
+    open();
+    BusClient client(address(), camera::power_consumers);
+    const auto add = [&](std::size_t number) {
+        return client.call("Register", "sbsss", std::to_string(number).c_str(), 0, "com.example.A",
+                           "/", "com.example.A");
+    };
+    for (std::size_t i = 0; i < camera::PowerModel::max_consumers; ++i) {
+        ASSERT_EQ(add(i), "()");
+        ASSERT_TRUE(camera().wait_for_text("\"reply\"")) << "its lines are to be read";
+    }
+    EXPECT_EQ(add(camera::PowerModel::max_consumers),
+              error + "TooManyConsumers: No more consumers are taken.");
+    EXPECT_EQ(add(0), "()");
+}
+
+TEST_F(PowerBudget, ARestartForgetsConsumersAndKeepsTheBudget) {
+    open();
+    const auto a = consumer(0);
+    EXPECT_EQ(a->request(4.0), "()");
+    obey({"set", "power.budget", "2"});
+    EXPECT_EQ(a->wait_for(2).back(), "SetPower(2.0)");
+    obey({"restart", "power-consumer"});
+    EXPECT_THAT(shares(), IsEmpty());
+    EXPECT_EQ(a->request(4.0), error + "NotRegistered: No consumer is registered as 'vipd0'.");
+    EXPECT_EQ(a->register_consumer(), "()");
+    EXPECT_EQ(a->request(4.0), "()");
+    EXPECT_THAT(a->wait_for(3).back(), "SetPower(2.0)") << "it is told, whatever it believes";
+}
+
+TEST_F(PowerBudget, ACallBringsAStoppedControllerBack) {
+    open({.activation = true});
+    const auto a = consumer(0);
+    EXPECT_EQ(a->request(4.0), "()");
+    obey({"stop", "power-consumer"});
+    EXPECT_EQ(a->register_consumer(), "()");
+    EXPECT_EQ(a->request(5.0), "()");
+    EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(5.0)"));
+}
+
+TEST_F(PowerBudget, WithoutItsControllerCallsAreRefused) {
+    open({.run = {"--without", "power-consumer"}});
+    ConsumerClient a(address(), 0);
+    EXPECT_THAT(a.register_consumer(), StartsWith("org.freedesktop.DBus.Error.ServiceUnknown: "));
+    EXPECT_EQ(state()["services"][1]["state"], "down");
+    EXPECT_EQ(state()["services"][2]["state"], "up");
+}
+
+TEST_F(PowerBudget, ShowsConsumersSharesAndWhatIsLeft) {
+    const std::string file = folder().write("c.toml", "[power]\nbudget = 10.5\nreceived = inf\n");
+    open({.run = {"--config", file}});
+    const auto a = consumer(0);
+    const auto b = consumer(1);
+    EXPECT_EQ(b->request(4.0), "()");
+    const std::string shown = plain(order({"show"}).out);
+    EXPECT_EQ(shown.substr(shown.find("service power-consumer")),
+              "service power-consumer: up as :1.2\n"
+              "  name com.tarlo.PowerControl.Consumer\n"
+              "  registration vipd0 of " +
+                  a->unique_name() +
+                  ": has not asked for power, at com.tarlo.Vipd.ch0 /com/tarlo/Vipd/PowerConsumer "
+                  "com.tarlo.Vipd.PowerConsumer\n"
+                  "  registration vipd1 of " +
+                  b->unique_name() +
+                  ": gets 4.0 of 4.0 (control), at com.tarlo.Vipd.ch1 "
+                  "/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer\n"
+                  "service power-status: up as :1.3\n"
+                  "  name com.tarlo.PowerControl.Status\n"
+                  "temperature.main     36.5\n"
+                  "temperature.lens     28.0\n"
+                  "temperature.housing  21.5\n"
+                  "power.budget         10.5\n"
+                  "power.left           6.5\n"
+                  "power.share.vipd0    0.0\n"
+                  "power.share.vipd1    4.0\n"
+                  "power.received       inf\n");
+    const Ended refused = order({"set", "power.share.vipd1", "1"});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_EQ(refused.err,
+              "fenwa-camera: 'power.share.vipd1' comes of the budget and the requests and cannot "
+              "be set\n");
+}
+
+}  // namespace
+}  // namespace test
