@@ -38,7 +38,8 @@ class ConnectedPair {
         const support::Message message(made);
         support::check(sd_bus_message_append(message, types, values...));
         std::string reply = "no reply";
-        support::check(sd_bus_call_async(calling_.get(), nullptr, message, keep, &reply, 0));
+        sd_bus_slot* slot = nullptr;
+        support::check(sd_bus_call_async(calling_.get(), &slot, message, keep, &reply, 0));
         for (int round = 0; round < 1000 && reply == "no reply"; ++round) {
             const int here = sd_bus_process(served(), nullptr);
             const int there = sd_bus_process(calling_.get(), nullptr);
@@ -47,6 +48,7 @@ class ConnectedPair {
             if (here == 0 && there == 0)
                 support::check(sd_bus_wait(served(), 10'000));
         }
+        sd_bus_slot_unref(slot);
         return reply;
     }
 
@@ -79,6 +81,8 @@ class ConnectedPair {
 /// Has a consumer whose object can really be called.
 class PowerConsumerConnectionTest : public PowerConsumerTest {
   protected:
+    ~PowerConsumerConnectionTest() override { consumer.reset(); }
+
     void SetUp() override {
         consumer.emplace(tools, "consumer", Fenwa::BlockConfiguration{{"power", 12.5}});
         EXPECT_EQ(log.take(), (Lines{announcement}));

@@ -148,6 +148,14 @@ TEST_F(PowerConsumerTest, KeepsItsGrantWhenTheArgumentIsNoDouble) {
     EXPECT_EQ(LayoutProbe::granted_power(**consumer), 2.5F);
 }
 
+TEST_F(PowerConsumerTest, TakesAnyReadThatDoesNotFailForAGrant) {
+    make();
+    begin();
+    bus.make_up(support::MessageFunction::read, {0});
+    set_power(2.5);
+    EXPECT_TRUE(consumer->woken());
+}
+
 TEST_F(PowerConsumerTest, TakesAGrantInAnyState) {
     make();
     set_power(1.0);
