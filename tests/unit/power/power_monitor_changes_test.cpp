@@ -119,10 +119,10 @@ constexpr std::nullopt_t real = std::nullopt;
 struct StepCase {
     const char* name;
     MessageFunction function;
-    Results results;  ///< of its calls, one each
-    Lines lines;
     bool refused;
-    double power;  ///< known to the block afterwards
+    double power;     ///< known to the block afterwards
+    Results results;  ///< of the function's calls, one each
+    Lines lines;
 };
 
 void PrintTo(const StepCase& step, std::ostream* out) {
@@ -150,50 +150,50 @@ const Lines not_left{"1 Failed to exit container for: A\n"};
 const Lines value_not_left{"1 Failed to exit container for: PowerReceived\n"};
 
 const StepCase step_cases[] = {
-    {"InterfaceNotSkipped", MessageFunction::skip, {-EBADMSG}, no_container, true, 4.0},
-    {"NoArray", MessageFunction::enter_container, {0}, no_container, true, 4.0},
-    {"ArrayNotEntered", MessageFunction::enter_container, {-EBADMSG}, no_container, true, 4.0},
-    {"NoEntry", MessageFunction::enter_container, {real, 0}, {}, false, 4.0},
-    {"EntryNotEntered", MessageFunction::enter_container, {real, -EBADMSG}, {}, false, 4.0},
-    {"NoName", MessageFunction::read, {0}, no_name, true, 4.0},
-    {"NameNotRead", MessageFunction::read, {-EBADMSG}, no_name, true, 4.0},
+    {"InterfaceNotSkipped", MessageFunction::skip, true, 4.0, {-EBADMSG}, no_container},
+    {"NoArray", MessageFunction::enter_container, true, 4.0, {0}, no_container},
+    {"ArrayNotEntered", MessageFunction::enter_container, true, 4.0, {-EBADMSG}, no_container},
+    {"NoEntry", MessageFunction::enter_container, false, 4.0, {real, 0}, {}},
+    {"EntryNotEntered", MessageFunction::enter_container, false, 4.0, {real, -EBADMSG}, {}},
+    {"NoName", MessageFunction::read, true, 4.0, {0}, no_name},
+    {"NameNotRead", MessageFunction::read, true, 4.0, {-EBADMSG}, no_name},
     {"OtherValueNotSkipped",
      MessageFunction::skip,
-     {real, -EBADMSG},
-     {"1 Failed to skip message: Bad message\n"},
      true,
-     4.0},
-    {"NothingSkipped", MessageFunction::skip, {real, 0}, not_left, true, 4.0},
-    {"EntryNotLeft", MessageFunction::exit_container, {-EBUSY}, not_left, true, 4.0},
-    {"EntryOnlySeeminglyLeft", MessageFunction::exit_container, {0}, {}, false, 4.0},
-    {"SecondNameNotRead", MessageFunction::read, {real, -EBADMSG}, no_name, true, 4.0},
-    {"NoVariant", MessageFunction::enter_container, {real, real, real, 0}, {}, false, 4.0},
+     4.0,
+     {real, -EBADMSG},
+     {"1 Failed to skip message: Bad message\n"}},
+    {"NothingSkipped", MessageFunction::skip, true, 4.0, {real, 0}, not_left},
+    {"EntryNotLeft", MessageFunction::exit_container, true, 4.0, {-EBUSY}, not_left},
+    {"EntryOnlySeeminglyLeft", MessageFunction::exit_container, false, 4.0, {0}, {}},
+    {"SecondNameNotRead", MessageFunction::read, true, 4.0, {real, -EBADMSG}, no_name},
+    {"NoVariant", MessageFunction::enter_container, false, 4.0, {real, real, real, 0}, {}},
     {"VariantNotEntered",
      MessageFunction::enter_container,
-     {real, real, real, -EBADMSG},
-     {},
      false,
-     4.0},
+     4.0,
+     {real, real, real, -EBADMSG},
+     {}},
     {"NoValue",
      MessageFunction::read,
-     {real, real, 0},
-     {"1 Failed to read value of PowerReceived: Success\n"},
      true,
-     4.0},
+     4.0,
+     {real, real, 0},
+     {"1 Failed to read value of PowerReceived: Success\n"}},
     {"ValueNotRead",
      MessageFunction::read,
-     {real, real, -EBADMSG},
-     {"1 Failed to read value of PowerReceived: Bad message\n"},
      true,
-     4.0},
-    {"VariantNotLeft", MessageFunction::exit_container, {real, -EBUSY}, value_not_left, false, 6.0},
-    {"VariantOnlySeeminglyLeft", MessageFunction::exit_container, {real, 0}, {}, false, 6.0},
+     4.0,
+     {real, real, -EBADMSG},
+     {"1 Failed to read value of PowerReceived: Bad message\n"}},
+    {"VariantNotLeft", MessageFunction::exit_container, false, 6.0, {real, -EBUSY}, value_not_left},
+    {"VariantOnlySeeminglyLeft", MessageFunction::exit_container, false, 6.0, {real, 0}, {}},
     {"AnotherEntryInsideTheOpenOne",
      MessageFunction::enter_container,
-     {real, real, real, real, 1},
-     no_name,
      true,
-     6.0},
+     6.0,
+     {real, real, real, real, 1},
+     no_name},
 };
 
 INSTANTIATE_TEST_SUITE_P(Steps, PowerMonitorStepTest, testing::ValuesIn(step_cases),
