@@ -96,7 +96,6 @@ class TextWriter final : public EventWriter {
     void log(int level, const std::string& message) override {
         if (journal_.send(level, message))
             return;
-        const std::lock_guard lock(mutex_);
         std::string_view color = err_colors_.dim;
         std::string_view word = "info";
         if (level <= 1) {
@@ -106,8 +105,11 @@ class TextWriter final : public EventWriter {
             color = err_colors_.yellow;
             word = "warning";
         }
-        std::cerr << color << word << ": " << err_colors_.reset << message
-                  << (message.ends_with('\n') ? "" : "\n") << std::flush;
+        std::string line{color};
+        line.append(word).append(": ").append(err_colors_.reset).append(message);
+        if (!message.ends_with('\n'))
+            line += '\n';
+        error_line(line);
     }
 
     void exit(int status) override {
@@ -126,9 +128,12 @@ class TextWriter final : public EventWriter {
         out_.write(line.str());
     }
 
-    void host_line(const char* text) {
+    void host_line(const std::string& text) { error_line("fenwa: " + text + '\n'); }
+
+    /// In one piece, because other hosts may write to the same terminal.
+    void error_line(const std::string& line) {
         const std::lock_guard lock(mutex_);
-        std::cerr << "fenwa: " << text << '\n' << std::flush;
+        std::cerr << line << std::flush;
     }
 
     Stopwatch watch_;

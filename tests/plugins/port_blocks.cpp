@@ -202,6 +202,23 @@ class Events : public Fenwa::Block {
     Fenwa::EventPort& second_;
 };
 
+/// Publishes 1, 2, 3 … on "out", one at each run, and says nothing.
+class Counter : public Fenwa::Block {
+  public:
+    Counter(std::string name, const Fenwa::BlockConfiguration& config)
+        : Fenwa::Block(std::move(name), config), out_(add_output<double>(*this, "out")) {
+        add_input<Fenwa::datatype_timersource>(*this, "tick");
+    }
+
+    bool run() override {
+        out_.publish(out_.value + 1.0);
+        return true;
+    }
+
+  private:
+    Fenwa::OutPort<double>& out_;
+};
+
 }  // namespace
 
 void register_port_blocks(Fenwa::IRegistry& registry) {
@@ -209,6 +226,7 @@ void register_port_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Sink>("Sink");
     registry.register_block<Values>("Values");
     registry.register_block<Events>("Events");
+    registry.register_block<Counter>("Counter");
 }
 
 }  // namespace probe

@@ -1,4 +1,4 @@
-// The scenario of the examples with the graph of the examples, as the guide tells one to play it.
+// The scenarios of the examples with the graphs of the examples, as they tell one to play them.
 #include <gmock/gmock.h>
 
 #include "tests/integration/camera/scenario_scene.hpp"
@@ -14,7 +14,7 @@ using ::testing::IsEmpty;
 using ::testing::Le;
 using ::testing::SizeIs;
 
-class TemperatureDemo : public ScenarioScene {
+class Demo : public ScenarioScene {
   protected:
     /// The lines of the host, which writes JSON into the camera's text, by kind.
     [[nodiscard]] Lines host_lines(const std::string& kind) const {
@@ -29,6 +29,9 @@ class TemperatureDemo : public ScenarioScene {
     Lines host_;
     Lines camera_;
 };
+
+using TemperatureDemo = Demo;
+using GuardAndBudgetDemo = Demo;
 
 TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
     const std::string examples = FENWA_EXAMPLES;
@@ -73,6 +76,49 @@ TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
                             "scenario: as expected: a call of RegisterForTemperatureChangeSignal "
                             "within 5.0 s",
                             "scenario: as expected: temperature.main to be 36.5 within 1.0 s"));
+    EXPECT_EQ(camera_.back(), "the end, with exit code 0");
+}
+
+TEST_F(GuardAndBudgetDemo, ThreeHostsDoTheirPart) {
+    const std::string examples = FENWA_EXAMPLES;
+    const auto host = [&examples](const std::string& graph) {
+        return Lines{"--",       FENWA_PROGRAM, "run", examples + "/graphs/" + graph + ".toml",
+                     "--format", "json"};
+    };
+    Lines command{"run", "--private-bus", "--scenario",
+                  examples + "/scenarios/guard-and-budget.toml"};
+    for (const char* graph : {"temperature-guard", "power-channel-0", "power-channel-1"}) {
+        const Lines words = host(graph);
+        command.insert(command.end(), words.begin(), words.end());
+    }
+    const Ended ended = run(command);
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(left_behind(), IsEmpty());
+    EXPECT_FALSE(files_left_behind());
+    sort_lines(ended.out);
+
+    const auto values_of = [this](const std::string& block) {
+        std::vector<std::string> values;
+        for (const std::string& line : host_lines("output")) {
+            const tool::Json event = tool::Json::parse(line);
+            if (event["block"] == block)
+                values.push_back(event["value"].dump());
+        }
+        return values;
+    };
+    EXPECT_THAT(values_of("reader"), ElementsAre("36.5", "55.0", "73.0", "65.0", "59.5"));
+    EXPECT_THAT(values_of("guard"), ElementsAre("true", "false", "true"));
+    EXPECT_THAT(values_of("housing"), ElementsAre("true"));
+    EXPECT_THAT(values_of("supply"), ElementsAre("true", "true", "true", "false", "true"));
+    // The answers of the controller, before and after its crash, each make a consumer publish too.
+    const auto distinct = [](std::vector<std::string> values) {
+        values.erase(std::unique(values.begin(), values.end()), values.end());
+        return values;
+    };
+    EXPECT_THAT(distinct(values_of("channel0")), ElementsAre("0.0", "12.0"));
+    EXPECT_THAT(distinct(values_of("channel1")), ElementsAre("0.0", "12.0", "4.0", "12.0"));
+    EXPECT_THAT(host_lines("exit"), SizeIs(3));
     EXPECT_EQ(camera_.back(), "the end, with exit code 0");
 }
 

@@ -15,7 +15,9 @@ class StandardOutput : public HostTest {
         Words all{"--bus", bus()};
         all.insert(all.end(), arguments.begin(), arguments.end());
         const Words run = run_command(
-            probes("[blocks.tick]\ntype = \"Timer\"\ninterval = 10\n"
+            probes("[[connections]]\nfrom = \"tick.out\"\nto = \"count.tick\"\n"
+                   "[blocks.tick]\ntype = \"Timer\"\ninterval = 10\n"
+                   "[blocks.count]\ntype = \"Counter\"\n"
                    "[blocks.one]\ntype = \"Leaver\"\n[blocks.two]\ntype = \"Leaver\"\n"),
             all);
         Words words{"sh", "-c", script, "sh"};
