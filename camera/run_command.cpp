@@ -3,7 +3,6 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +14,7 @@
 #include "camera/camera.hpp"
 #include "camera/configuration.hpp"
 #include "camera/control.hpp"
-#include "camera/guest.hpp"
+#include "camera/guests.hpp"
 #include "camera/private_bus.hpp"
 #include "camera/scenario_player.hpp"
 #include "camera/scenario_reader.hpp"
@@ -136,17 +135,11 @@ class Session {
     void start_guests(const std::string& address) {
         try {
             for (const std::vector<std::string>& command : options_.guests)
-                guests_.push_back(std::make_unique<Guest>(
-                    *event_, command, address,
-                    [this, &command](int status) { guest_ended(command.front(), status); }));
+                guests_.start(command, address);
         } catch (const Failure& failure) {
             // Those that run already are to end in peace.
             end(failure.code(), failure.what());
         }
-    }
-
-    [[nodiscard]] bool guests_run() const {
-        return std::ranges::any_of(guests_, [](const auto& guest) { return guest->running(); });
     }
 
     std::string open_private_bus() {
@@ -213,9 +206,8 @@ class Session {
         code_ = code;
         sentence_ = sentence;
         // The guests still find the bus and the services while they stop.
-        for (const auto& guest : guests_)
-            guest->ask_to_end();
-        if (!guests_run())
+        guests_.ask_to_end();
+        if (!guests_.running())
             sd_event_exit(event_.get(), 0);
     }
 
@@ -227,7 +219,7 @@ class Session {
             "'" + program + "' ended with exit code " + std::to_string(status);
         if (!ended_ && status != 0) {
             end(ExitCode{status}, ended);
-        } else if (!ended_ && !guests_run()) {
+        } else if (!ended_ && !guests_.running()) {
             if (options_.scenario)
                 end(ExitCode::expectation_failed, ended + ", before the scenario did");
             else
@@ -236,7 +228,7 @@ class Session {
             code_ = ExitCode{status};
             sentence_ = ended;
         }
-        if (ended_ && !guests_run())
+        if (ended_ && !guests_.running())
             sd_event_exit(event_.get(), 0);
     }
 
@@ -250,7 +242,8 @@ class Session {
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
     std::unique_ptr<ScenarioPlayer> player_;
-    std::vector<std::unique_ptr<Guest>> guests_;
+    Guests guests_{
+        *event_, [this](const std::string& program, int status) { guest_ended(program, status); }};
     bool ended_ = false;
     ExitCode code_ = ExitCode::done;
     std::string sentence_;
