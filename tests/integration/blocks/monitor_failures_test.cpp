@@ -20,6 +20,19 @@ const std::string registration_failed = "Failed to read temperature signal resul
 
 using MonitorFailuresTest = MonitorScene;
 
+/// What the monitor does behind a lookup that was answered so.
+Lines without_a_number(const std::string& answer) {
+    const std::string unknown =
+        "service refuses client: com.tarlo.TemperatureController.Error.UnknownSensor("
+        "\"No sensor has the id -1.\")";
+    return host_connects +
+           Lines{R"(client calls service: GetTemperatureIdFromName("main"))", answer,
+                 R"(client calls service: GetTemperature(-1, "main"))", unknown} +
+           matches +
+           Lines{"client calls service: RegisterForTemperatureSignal(-1, 10.0, true)", unknown} +
+           monitor_leaves;
+}
+
 TEST_F(MonitorFailuresTest, JudgesWithoutAServiceAndStaysSilentWhenItComes) {
     open({.without = {"temperature"}});
     start_host();
@@ -90,6 +103,10 @@ TEST_F(MonitorFailuresTest, GoesOnWithoutTheSensorsNumber) {
     start_host();
     wait_for_log(registration_failed);
     close();
+    EXPECT_THAT(traffic(),
+                ElementsAreArray(without_a_number(
+                    "service refuses client: com.tarlo.Broken(\"A fault rule answers this "
+                    "call.\")")));
     EXPECT_THAT(
         events("log"),
         ElementsAre(
@@ -108,6 +125,8 @@ TEST_F(MonitorFailuresTest, LogsAnUnreadableNumberOfTheSensor) {
     start_host();
     wait_for_log(registration_failed);
     close();
+    EXPECT_THAT(traffic(),
+                ElementsAreArray(without_a_number("service replies to client: (\"malformed\")")));
     EXPECT_THAT(
         events("log"),
         ElementsAre(
@@ -144,10 +163,11 @@ TEST_F(MonitorFailuresTest, WaitsForTheFirstReadingNoLongerThanACallMayTake) {
                     log_event(2, sensor_id_lost), verdict_log("true")));
 }
 
-/// How a registration goes wrong, and what it takes for the host to notice.
+/// How a registration goes wrong, and what is on the bus behind it, to the end of the controller.
 struct Mishap {
     const char* name;
     std::vector<std::string> fault;
+    Lines answer;
     std::vector<std::string> host_options{};
 };
 
@@ -171,21 +191,35 @@ TEST_P(MonitorRegistrationTest, StallsForGoodWithTheLastVerdict) {
     EXPECT_THAT(events(),
                 ElementsAre(setup_event("true"), verdict_event("true"), ready_event,
                             log_event(2, registration_failed + no_such_device), exit_event));
-    const Lines lines = traffic();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         "client calls service: RegisterForTemperatureSignal(3, 10.0, true)"),
-              1);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         "client calls service: RegisterForTemperatureSignal(3, 50.0, false)"),
-              0);
+    EXPECT_THAT(
+        traffic(),
+        ElementsAreArray(
+            host_connects + reads_first("36.5") + matches +
+            Lines{"client calls service: RegisterForTemperatureSignal(3, 10.0, true)"} +
+            GetParam().answer +
+            Lines{
+                R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "", "service 2"))"} +
+            monitor_leaves));
 }
+
+const std::string lost =
+    R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "service", ""))";
+const std::string no_reply =
+    "daemon refuses client: org.freedesktop.DBus.Error.NoReply(\"Message recipient disconnected "
+    "from "
+    "message bus without replying\")";
 
 INSTANTIATE_TEST_SUITE_P(
     Reply, MonitorRegistrationTest,
-    ::testing::Values(Mishap{"AnError", {"--error", "com.tarlo.Broken"}},
-                      Mishap{"OfAnotherType", {"--malformed"}},
-                      Mishap{"ThatNeverComes", {"--silent"}, {"--call-timeout", "0.4"}},
-                      Mishap{"OfAServiceThatDies", {"--drop"}}),
+    ::testing::Values(
+        Mishap{"AnError",
+               {"--error", "com.tarlo.Broken"},
+               {"service refuses client: com.tarlo.Broken(\"A fault rule answers this call.\")",
+                lost}},
+        Mishap{
+            "OfAnotherType", {"--malformed"}, {"service replies to client: (\"malformed\")", lost}},
+        Mishap{"ThatNeverComes", {"--silent"}, {lost, no_reply}, {"--call-timeout", "0.4"}},
+        Mishap{"OfAServiceThatDies", {"--drop"}, {lost, no_reply}}),
     [](const auto& mishap) { return std::string(mishap.param.name); });
 
 TEST_F(MonitorFailuresTest, LogsASignalOfAnotherTypeAndTakesTheNext) {

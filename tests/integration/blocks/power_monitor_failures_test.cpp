@@ -52,12 +52,25 @@ TEST_F(PowerMonitorFailuresTest, AsksElevenTimesForAServiceThatIsAbsentAndAgainW
                                                    Lines(2, outcome_event("true"))));
 }
 
+/// The monitor is answered so, once while it is built and `times` times afterwards, and then well.
+Lines asks_again_after(const Lines& answer, int times) {
+    Lines again;
+    for (int i = 0; i < times; ++i)
+        again = again + Lines{get_call} + answer;
+    return host_connects + Lines{get_call} + answer + adds_match(property_rule) + again +
+           gets("25.0") + power_monitor_leaves;
+}
+
 TEST_F(PowerMonitorFailuresTest, GetsOverAFewErrors) {
     open();
     camera({"fail", "PowerReceived", "--times", "4", "--error", "com.tarlo.Broken"});
     start_host();
     wait_for_output("true");
     close();
+    EXPECT_THAT(traffic(),
+                ElementsAreArray(asks_again_after({"service refuses client: com.tarlo.Broken(\"A "
+                                                   "fault rule answers this call.\")"},
+                                                  3)));
     EXPECT_THAT(events("log"),
                 ElementsAre(StartsWith(R"({"event":"log","level":1,"message":")" +
                                        constructor_line + "com.tarlo.Broken: "),
@@ -70,6 +83,8 @@ TEST_F(PowerMonitorFailuresTest, GetsOverAValueOfAnotherType) {
     start_host();
     wait_for_output("true");
     close();
+    EXPECT_THAT(traffic(), ElementsAreArray(asks_again_after(
+                               {"service replies to client: (\"malformed\")"}, 1)));
     EXPECT_THAT(events("log"), ElementsAre(StartsWith(R"({"event":"log","level":1,"message":")" +
                                                       constructor_line),
                                            log_event(1, no_reply_line), query_line));
@@ -81,6 +96,7 @@ TEST_F(PowerMonitorFailuresTest, GetsOverAnAnswerThatNeverComes) {
     start_host();
     wait_for_output("true");
     close();
+    EXPECT_THAT(traffic(), ElementsAreArray(asks_again_after({}, 1)));
     EXPECT_THAT(events("log"), ElementsAre(StartsWith(R"({"event":"log","level":1,"message":")" +
                                                       constructor_line),
                                            log_event(1, no_reply_line), query_line));
