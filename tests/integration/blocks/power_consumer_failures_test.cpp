@@ -91,6 +91,8 @@ TEST_P(ConsumerAnswerTest, ToTheRegistrationCountsAllTheSame) {
     wait_for_camera("\"member\":\"RequestPower\"");
     wait_for_output("0.0");
     wait_for_output("0.0");
+    if (GetParam().done)
+        wait_for_output("4.5");
     close();
     EXPECT_THAT(events("log"), ElementsAre(adding_log));
     const Lines request_answered =
@@ -107,6 +109,8 @@ TEST_P(ConsumerAnswerTest, ToTheRequestCountsAllTheSame) {
     start_with_fault_in("RequestPower");
     wait_for_output("0.0");
     wait_for_output("0.0");
+    if (GetParam().done)
+        wait_for_output("4.5");
     close();
     EXPECT_THAT(events("log"), ElementsAre(adding_log));
     const Lines grant{"service calls client: SetPower(4.5)", "client replies to service: ()"};
@@ -138,14 +142,18 @@ TEST_F(ConsumerFailuresTest, TakesTheAnswerThatADeadControllerOwesForOne) {
     wait_for_output("0.0");
     wait_for_output("0.0");
     close();
-    EXPECT_THAT(traffic(),
-                ElementsAreArray(consumer_starts() +
-                                 Lines{register_call, owner_changed + R"("service", ""))",
-                                       "daemon refuses client: org.freedesktop.DBus.Error.NoReply("
-                                       "\"Message recipient disconnected from message bus without "
-                                       "replying\")",
-                                       request_call, refused_by_daemon} +
-                                 consumer_leaves()));
+    EXPECT_THAT(
+        traffic(),
+        ElementsAreArray(consumer_starts() +
+                         Lines{register_call, owner_changed + R"("service", ""))",
+                               "daemon refuses client: org.freedesktop.DBus.Error.NoReply("
+                               "\"Message recipient disconnected from message bus without "
+                               "replying\")",
+                               request_call, refused_by_daemon} +
+                         removes_match(owner_rule) +
+                         Lines{R"(client calls service: Unregister("vipd0"))", refused_by_daemon,
+                               "daemon signals client: NameLost(\"com.tarlo.Vipd.ch0\")"} +
+                         host_leaves));
 }
 
 TEST_F(ConsumerFailuresTest, DoesNotAskAgainForAMatchThatIsRefused) {
