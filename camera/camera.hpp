@@ -60,6 +60,9 @@ class Camera {
     void clear_fault(const std::string& target);
     void press(const std::string& button);
 
+    /// Where the services are, after `go_up`.
+    [[nodiscard]] const std::string& address() const noexcept { return address_; }
+
     /// The same checks, without doing it.
     [[nodiscard]] tool::Json check_value(const std::string& name, const std::string& value) const;
     /// What a value that can be seen would be, where `text` stands for it.

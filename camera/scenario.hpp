@@ -58,6 +58,12 @@ struct Press {
     std::string button;
 };
 
+/// Runs a program on the camera's bus and waits until it has ended, well and within 30 s: a client
+/// that is part of the story, such as `fenwa write`.
+struct RunProgram {
+    std::vector<std::string> command;  ///< program, looked up in PATH, and arguments; not empty
+};
+
 /// A call of this member, by anyone.
 struct ExpectedCall {
     std::string service;  ///< empty: whichever
@@ -80,8 +86,8 @@ struct Expectation {
     [[nodiscard]] std::string description() const;
 };
 
-using Action =
-    std::variant<Say, SetValue, Ramp, ServiceOrder, SetFault, ClearFault, Press, Expectation>;
+using Action = std::variant<Say, SetValue, Ramp, ServiceOrder, SetFault, ClearFault, Press,
+                            RunProgram, Expectation>;
 
 /// What happens at one time, in the order in which it stands in the file.
 struct Step {

@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t max_calls = 10000;
 /// So many are named when an expectation fails.
 constexpr std::size_t max_calls_told = 10;
+/// No program of a step may take longer.
+constexpr std::chrono::seconds program_patience{30};
 
 std::string call_text(const CallRecord& call) {
     return call.member + "(" + arguments_text(call.arguments) + ")";
@@ -36,6 +38,7 @@ ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, Story& 
     : scenario_(scenario),
       camera_(camera),
       story_(story),
+      event_(event),
       ended_(std::move(ended)),
       ramps_(
           event,
@@ -110,6 +113,10 @@ bool ScenarioPlayer::done(const Action& action) {
                    [this](const SetFault& fault) { camera_.fail(fault.rule); },
                    [this](const ClearFault& fault) { camera_.clear_fault(fault.target); },
                    [this](const Press& press) { camera_.press(press.button); },
+                   [&](const RunProgram& run) {
+                       over = false;
+                       run_program(run.command);
+                   },
                    [&](const Expectation& expectation) {
                        over = met(expectation);
                        if (over)
@@ -128,6 +135,33 @@ bool ScenarioPlayer::done(const Action& action) {
                },
                action);
     return over;
+}
+
+void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
+    program_ = std::make_unique<Guest>(
+        event_, command, camera_.address(),
+        [this, program = command.front()](int status) { program_ended(program, status); });
+    deadline_.once(program_patience, [this, program = command.front()] {
+        program_.reset();
+        fail(tool::ExitCode::expectation_failed, "'" + program + "' has not ended within " +
+                                                     std::to_string(program_patience.count()) +
+                                                     " s");
+    });
+}
+
+void ScenarioPlayer::program_ended(const std::string& program, int status) {
+    deadline_.clear();
+    if (status == 0)
+        next_action();
+    else
+        fail(tool::ExitCode::expectation_failed,
+             "'" + program + "' ended with exit code " + std::to_string(status));
+}
+
+void ScenarioPlayer::next_action() {
+    ++action_;
+    // From the loop: this is within a callback of what has made the action over.
+    timers_.once({}, [this] { guarded([this] { go_on(); }); });
 }
 
 void ScenarioPlayer::step_done() {
@@ -159,9 +193,7 @@ void ScenarioPlayer::look() {
         return;
     awaited_ = nullptr;
     deadline_.clear();
-    ++action_;
-    // From the loop: this is within a callback of the service that was called.
-    timers_.once({}, [this] { guarded([this] { go_on(); }); });
+    next_action();
 }
 
 bool ScenarioPlayer::met(const Expectation& expectation) {

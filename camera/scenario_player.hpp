@@ -5,9 +5,11 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "camera/camera.hpp"
+#include "camera/guest.hpp"
 #include "camera/ramps.hpp"
 #include "camera/scenario.hpp"
 #include "camera/story.hpp"
@@ -42,10 +44,13 @@ class ScenarioPlayer {
 
     void schedule_step();
     void begin_step();
-    /// Does the actions of the step from the current one on, up to an expectation that is not met.
+    /// Does the actions of the step from the current one on, up to one that takes its time.
     void go_on();
-    /// Whether the action is over; an expectation may not be.
+    /// Whether the action is over; an expectation may not be, and a program never is.
     bool done(const Action& action);
+    void run_program(const std::vector<std::string>& command);
+    void program_ended(const std::string& program, int status);
+    void next_action();
     void step_done();
     void end_when_over();
 
@@ -63,6 +68,7 @@ class ScenarioPlayer {
     const Scenario& scenario_;
     Camera& camera_;
     Story& story_;
+    sd_event& event_;
     Ended ended_;
     Ramps ramps_;
     Timers timers_;    // what comes next
@@ -72,7 +78,8 @@ class ScenarioPlayer {
     std::size_t step_ = 0;
     std::size_t action_ = 0;
     const Expectation* awaited_ = nullptr;
-    std::deque<CallRecord> calls_;  // that no expectation has used up
+    std::unique_ptr<Guest> program_;  // the last one that was run
+    std::deque<CallRecord> calls_;    // that no expectation has used up
 };
 
 }  // namespace camera

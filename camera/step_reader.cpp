@@ -8,8 +8,8 @@ namespace {
 
 using tool::Json;
 
-constexpr std::array<std::string_view, 10> action_keys = {
-    "say", "set", "ramp", "start", "stop", "restart", "fail", "clear", "press", "expect"};
+constexpr std::array<std::string_view, 11> action_keys = {
+    "say", "set", "ramp", "start", "stop", "restart", "fail", "clear", "press", "run", "expect"};
 
 /// The text that `set` takes for a value of the file.
 std::string value_text(const Json& value) {
@@ -71,6 +71,8 @@ void StepReader::read_action(const std::string& key, tool::TableReader& reader, 
         // Buttons come and go while the camera runs, so the name cannot be checked here.
         if (const auto button = reader.string(key))
             step.actions.emplace_back(Press{*button});
+    } else if (key == "run") {
+        read_run(reader, step);
     } else if (key == "expect") {
         if (const toml::table* table = reader.table(key))
             read_expectation(*table, step);
@@ -139,6 +141,24 @@ void StepReader::read_fail(const toml::table& table, Step& step) {
     const toml::node* member = table.get("member");
     if (right && passes(tool::position(*member), [&] { camera_.check_fault(rule); }))
         step.actions.emplace_back(SetFault{rule});
+}
+
+void StepReader::read_run(tool::TableReader& reader, Step& step) {
+    const toml::array* words = reader.array("run");
+    if (words == nullptr)
+        return;
+    RunProgram run;
+    for (const toml::node& word : *words) {
+        if (!word.is_string()) {
+            diagnostics_.error(tool::position(word), "a program and its arguments are strings");
+            return;
+        }
+        run.command.push_back(word.as_string()->get());
+    }
+    if (run.command.empty() || run.command.front().empty())
+        diagnostics_.error(reader.where("run"), "'run' needs a program");
+    else
+        step.actions.emplace_back(std::move(run));
 }
 
 void StepReader::read_expectation(const toml::table& table, Step& step) {

@@ -32,6 +32,7 @@ class StepReader {
     void read_set(const toml::table& table, Step& step);
     void read_ramp(const toml::table& table, Step& step);
     void read_fail(const toml::table& table, Step& step);
+    void read_run(tool::TableReader& reader, Step& step);
     void read_expectation(const toml::table& table, Step& step);
     std::optional<ExpectedCall> read_call(const std::string& target, tool::TableReader& reader);
     std::optional<ExpectedState> read_state(const std::string& name, tool::TableReader& reader);

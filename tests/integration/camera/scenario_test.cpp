@@ -58,6 +58,39 @@ expect = {state = "temperature.main", is = 71.5}
              R"("temperature.main to be 71.5 within 5.0 s","met":true})"}));
 }
 
+TEST_F(Scenario, RunsAProgramOnItsBusAndWaitsForIt) {
+    const Ended ended = play(R"([[steps]]
+run = ["sh", "-c", "sleep 0.2; exec ')" FENWA_CAMERA_PROGRAM R"(' set temperature.main 71.5"]
+say = "It is hot."
+expect = {state = "temperature.main", is = 71.5, within = 0.0}
+)");
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(between(ended),
+                IsSupersetOf({R"({"event":"set","name":"temperature.main","value":71.5})",
+                              R"({"event":"say","step":1,"text":"It is hot."})"}));
+}
+
+TEST_F(Scenario, FailsWithAProgramThatFails) {
+    const Ended ended = play("[[steps]]\nrun = [\"sh\", \"-c\", \"exit 3\"]\nsay = \"no\"\n");
+    EXPECT_EQ(ended.code, 1);
+    EXPECT_THAT(ended.err, ::testing::HasSubstr("s.toml:1:1: 'sh' ended with exit code 3"));
+    EXPECT_EQ(ended.out.find("\"say\""), std::string::npos);
+}
+
+TEST_F(Scenario, FailsWithAProgramThatIsNotThere) {
+    const Ended ended = play("[[steps]]\nrun = [\"no-such-program\"]\n");
+    EXPECT_EQ(ended.code, 66);
+    EXPECT_THAT(ended.err, ::testing::HasSubstr("s.toml:1:1: cannot start 'no-such-program'"));
+}
+
+TEST_F(Scenario, EndsTheProgramThatItWaitsForWhenItIsStopped) {
+    const auto camera = start(command("[[steps]]\nrun = [\"sleep\", \"100\"]\n"));
+    ASSERT_TRUE(camera->wait_for_text("\"step\""));
+    EXPECT_EQ(camera->terminate().code, 0);
+    EXPECT_EQ(left_behind(), Lines{});
+}
+
 TEST_F(Scenario, TellsItselfInTextToo) {
     const Ended ended = play(R"([[steps]]
 say = "Hello."

@@ -27,6 +27,12 @@ struct Line {
     }
     std::string operator()(const ClearFault& fault) const { return "clear " + fault.target; }
     std::string operator()(const Press& press) const { return "press " + press.button; }
+    std::string operator()(const RunProgram& run) const {
+        std::string line = "run";
+        for (const std::string& word : run.command)
+            line += " <" + word + '>';
+        return line;
+    }
     std::string operator()(const Expectation& expectation) const {
         return "expect " + expectation.description();
     }
@@ -75,6 +81,7 @@ after = 1
 fail = {member = "temperature.GetTemperature", error = "com.example.Busy", delay = 20, times = 2}
 clear = "GetTemperature"
 press = "ok"
+run = ["fenwa", "write", "a.b", ""]
 )"),
               R"(1:1
   say hello
@@ -89,6 +96,7 @@ press = "ok"
   fail temperature.GetTemperature: answered with com.example.Busy after 20 ms, 2 times
   clear GetTemperature
   press ok
+  run <fenwa> <write> <a.b> <>
 )");
 }
 
