@@ -1,0 +1,162 @@
+// Runs, compiles or checks every code block of the guide, page by page, as a reader would who goes
+// through a page from its beginning to its end.
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "camera/private_bus.hpp"
+#include "tests/docs/markdown_page.hpp"
+#include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path project = FENWA_PROJECT;
+
+/// Every page: the README and the folder of the guide.
+std::vector<std::string> pages() {
+    std::vector<std::string> names{"README.md"};
+    for (const fs::directory_entry& entry : fs::directory_iterator(project / "docs")) {
+        if (entry.path().extension() == ".md")
+            names.push_back("docs/" + entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class GuideTest : public ::testing::TestWithParam<std::string> {
+  protected:
+    GuideTest() {
+        // What the page's commands find where the reader stands: in the project's folder, built.
+        for (const char* name : {"include", "script", "examples", "docs"})
+            fs::create_symlink(project / name, here() / name);
+        fs::create_directories(here() / "build/release");
+        fs::create_symlink(FENWA_BINARIES, here() / "build/release/bin");
+        EXPECT_TRUE(camera_.wait_for_text("ready on")) << camera_.err();
+    }
+
+    [[nodiscard]] fs::path here() const { return folder_.path(); }
+
+    void check(const CodeBlock& block) {
+        if (!block.file.empty())
+            folder_.write(block.file, block.text);
+        if (block.language == "sh")
+            run(block.text);
+        else if (block.language == "toml")
+            check_graph(block);
+        else if (block.language == "cpp")
+            EXPECT_FALSE(block.file.empty()) << "nobody compiles a file without a name";
+        else if (block.language == "json")
+            EXPECT_TRUE(nlohmann::json::accept(block.text));
+        else if (block.language == "mermaid")
+            check_diagram(block.text);
+        else
+            EXPECT_EQ(block.language, "text") << "no test knows what to do with this block";
+    }
+
+  private:
+    /// A block of nothing but the project's own scripts is what runs this test: they have to be
+    /// there and to be programs.
+    static bool only_scripts(const std::string& text) {
+        static const std::regex script("(script/[a-z-]+)( +#.*)?");
+        std::istringstream lines(text);
+        bool only = true;
+        for (std::string line; std::getline(lines, line);) {
+            std::smatch match;
+            if (!std::regex_match(line, match, script)) {
+                only = false;
+                continue;
+            }
+            const fs::perms permissions = fs::status(project / match[1].str()).permissions();
+            EXPECT_NE(permissions & fs::perms::owner_exec, fs::perms::none) << line;
+        }
+        return only;
+    }
+
+    void run(const std::string& text) {
+        if (only_scripts(text))
+            return;
+        const std::string script = folder_.write("commands.sh", text);
+        // What the page leaves in the background ends with its block.
+        const Ended ended = run_program(
+            {"/bin/bash", "-c",
+             "cd \"$1\"; trap 'kill $(jobs -p) 2>/dev/null; wait' EXIT; set -e; . ./commands.sh",
+             "bash", here().string()},
+            {{"PATH", std::string(FENWA_SHIMS) + ':' + FENWA_BINARIES + ':' + getenv("PATH")},
+             {"FENWA_PROGRAM", std::string(FENWA_BINARIES) + "/fenwa"},
+             {"FENWA_CAMERA_PROGRAM", std::string(FENWA_BINARIES) + "/fenwa-camera"},
+             {"DBUS_SYSTEM_BUS_ADDRESS", bus_.address()},
+             {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}});
+        EXPECT_EQ(ended.code, 0) << ended.out << ended.err;
+    }
+
+    void check_graph(const CodeBlock& block) {
+        const std::string file = block.file.empty() ? "graph.toml" : block.file;
+        folder_.write(file, block.text);
+        const Ended ended =
+            run_program({std::string(FENWA_BINARIES) + "/fenwa", "check", "--deny-warnings",
+                         "--plugin-dir", here().string(), (here() / file).string()});
+        EXPECT_EQ(ended.code, 0) << ended.err;
+    }
+
+    /// That a sequence diagram names its participants before they speak, and that there is no line
+    /// of another form.
+    static void check_diagram(const std::string& text) {
+        static const std::regex participant("participant ([A-Z]) as .+");
+        static const std::regex message("([A-Z])(->>|-->>|-\\)|--\\))([A-Z]): .+");
+        static const std::regex other("(Note over [A-Z]: .+|loop .+|alt .+|else .+|end)");
+        static const std::regex transition("(\\[\\*\\]|\\w+) --> (\\[\\*\\]|\\w+)(: .+)?");
+        std::istringstream lines(text);
+        std::string line;
+        std::getline(lines, line);
+        const bool sequence = line == "sequenceDiagram";
+        EXPECT_TRUE(sequence || line == "stateDiagram-v2") << line;
+        std::set<std::string> known;
+        while (std::getline(lines, line)) {
+            line.erase(0, line.find_first_not_of(' '));
+            std::smatch match;
+            if (!sequence) {
+                EXPECT_TRUE(std::regex_match(line, transition)) << line;
+            } else if (std::regex_match(line, match, participant)) {
+                known.insert(match[1]);
+            } else if (std::regex_match(line, match, message)) {
+                EXPECT_TRUE(known.count(match[1]) == 1 && known.count(match[3]) == 1) << line;
+            } else {
+                EXPECT_TRUE(std::regex_match(line, other)) << line;
+            }
+        }
+    }
+
+    TemporaryFolder folder_;
+    camera::PrivateBus bus_;
+    Process camera_{
+        {std::string(FENWA_BINARIES) + "/fenwa-camera", "run", "--bus", bus_.address()}};
+};
+
+TEST_P(GuideTest, SaysWhatIsTrue) {
+    const fs::path path = project / GetParam();
+    const MarkdownPage page = read_page(path);
+    for (const std::string& link : page.links)
+        EXPECT_TRUE(fs::exists(path.parent_path() / link)) << "leads nowhere: " << link;
+    for (const CodeBlock& block : page.blocks) {
+        SCOPED_TRACE(GetParam() + ':' + std::to_string(block.line));
+        check(block);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Page, GuideTest, ::testing::ValuesIn(pages()), [](const auto& page) {
+    std::string name = page.param;
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
+});
+
+}  // namespace
+}  // namespace test
