@@ -103,12 +103,8 @@ int DBusClient::on_owner_answer(sd_bus_message* reply, sd_bus_error* /*error*/) 
 }
 
 int DBusClient::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*error*/) {
-    if (sd_bus_message_is_method_error(signal, nullptr) != 0) {
-        log_error_message("Error when handling NameOwnerChanged: ", signal);
-        return -1;
-    }
     OwnerChange change;
-    if (const int r = read_owner_change(signal, change); r < 0)
+    if (const int r = take_owner_change(signal, change); r < 0)
         return r;
     if (service_name == change.name) {
         // Whatever the state is, also when stopped.

@@ -37,4 +37,12 @@ int read_owner_change(sd_bus_message* signal, OwnerChange& change) {
     return r;
 }
 
+int take_owner_change(sd_bus_message* message, OwnerChange& change) {
+    if (sd_bus_message_is_method_error(message, nullptr) != 0) {
+        log_error_message("Error when handling NameOwnerChanged: ", message);
+        return -1;
+    }
+    return read_owner_change(message, change);
+}
+
 }  // namespace blocks

@@ -64,14 +64,15 @@ void match_owner_changes(sd_bus* bus, Slot& slot, typename Callback<OnChange>::O
 /// Whether the daemon has installed the match; a refusal is logged.
 [[nodiscard]] bool owner_match_installed(sd_bus_message* reply);
 
-/// Asks for the owner of `name`, logging when that cannot be sent.
+/// Asks for the owner of `name`, logging when that cannot be sent. @returns what sd-bus returned.
 template <auto OnReply>
-void query_owner_async(sd_bus* bus, Slot& slot, const std::string& name,
-                       typename Callback<OnReply>::Object& object) {
+int query_owner_async(sd_bus* bus, Slot& slot, const std::string& name,
+                      typename Callback<OnReply>::Object& object) {
     const int r =
         call_async<OnReply>(bus, slot, bus_daemon, "GetNameOwner", object, "s", name.c_str());
     if (r < 0)
         log_errno(Level::error, "Failed to call method GetNameOwner: ", r);
+    return r;
 }
 
 /// Reads the reply to GetNameOwner.
@@ -79,5 +80,9 @@ void query_owner_async(sd_bus* bus, Slot& slot, const std::string& name,
 
 /// Reads the body of NameOwnerChanged, logging when it is another one. @returns the read's result.
 [[nodiscard]] int read_owner_change(sd_bus_message* signal, OwnerChange& change);
+
+/// The same in a block that looks whether an error has come in place of the signal, which is logged
+/// and gives -1.
+[[nodiscard]] int take_owner_change(sd_bus_message* message, OwnerChange& change);
 
 }  // namespace blocks

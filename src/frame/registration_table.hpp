@@ -8,6 +8,9 @@
 #include "src/blocks/power/power_monitor.hpp"
 #include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
+#include "src/blocks/video/on_screen_controls.hpp"
+#include "src/blocks/video/prioritized_text_overlay_setter.hpp"
+#include "src/blocks/video/video_ready.hpp"
 
 namespace blocks {
 
@@ -24,10 +27,13 @@ constexpr Registration registration(const char* type_name) {
 
 /// Every block type, in the order in which they are registered: alphabetically.
 inline constexpr std::array registration_table{
+    registration<OnScreenControls>("OnScreenControls"),
     registration<PowerConsumer>("PowerConsumer"),
     registration<PowerMonitor>("PowerMonitor"),
+    registration<PrioritizedTextOverlaySetter>("PrioritizedTextOverlaySetter"),
     registration<TemperatureMonitor>("TemperatureMonitor"),
     registration<TemperatureReader>("TemperatureReader"),
+    registration<VideoReady>("VideoReady"),
 };
 
 }  // namespace blocks

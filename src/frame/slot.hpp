@@ -23,4 +23,36 @@ class SupersededSlots {
     std::vector<Slot> slots_;
 };
 
+/// The calls of a block that starts new ones in one field while earlier ones may be unanswered.
+/// Holds the replaced slots no longer than until every call has been answered.
+class OverlappingCalls {
+  public:
+    /// Empties `slot`, the newest call's, for the next one.
+    void make_room(Slot& slot) {
+        if (unanswered_ == 0)
+            slot.reset();
+        else
+            superseded_.keep(slot);
+    }
+    /// Counts a call, unless `r`, the result of sending it, is negative. @returns `r`.
+    int sent(int r) noexcept {
+        unanswered_ += r < 0 ? 0 : 1;
+        return r;
+    }
+    /// To be called once for each reply.
+    void answered() noexcept {
+        if (--unanswered_ == 0)
+            superseded_.release();
+    }
+    /// No reply is wanted any more.
+    void release() noexcept {
+        superseded_.release();
+        unanswered_ = 0;
+    }
+
+  private:
+    SupersededSlots superseded_;
+    int unanswered_ = 0;
+};
+
 }  // namespace blocks

@@ -12,6 +12,7 @@
 
 namespace {
 
+using blocks::ControlsState;
 using blocks::OwnerState;
 
 template <class Object, class Member>
@@ -117,6 +118,41 @@ TEST(LayoutTest, HoldsAPowerMonitorsMembersInOrderBehindTheBlock) {
     Fenwa::set_log_sink({});
     expect_in_order(blocks::LayoutProbe::members(monitor), sizeof(Fenwa::Block));
     EXPECT_EQ(blocks::LayoutProbe::members(monitor).size(), 10U);
+}
+
+TEST(LayoutTest, HoldsOnScreenControlsMembersInOrderBehindTheBlock) {
+    const blocks::OnScreenControls controls("controls", {{"channel", 0}});
+    expect_in_order(blocks::LayoutProbe::members(controls), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(controls).size(), 11U);
+}
+
+TEST(LayoutTest, HoldsATextOverlaySettersMembersInOrderBehindTheBlock) {
+    const blocks::PrioritizedTextOverlaySetter setter("setter", {});
+    expect_in_order(blocks::LayoutProbe::members(setter), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(setter).size(), 5U);
+}
+
+TEST(LayoutTest, HoldsAVideoReadysMembersInOrderBehindTheBlock) {
+    Fenwa::ConnectionTools no_bus(nullptr);
+    const Fenwa::InitTools tools(&no_bus);
+    const blocks::VideoReady block("ready", {{"channel", 0}}, tools);
+    expect_in_order(blocks::LayoutProbe::members(block), sizeof(Fenwa::Block));
+    EXPECT_EQ(blocks::LayoutProbe::members(block).size(), 6U);
+}
+
+TEST(LayoutTest, NumbersTheControlsStates) {
+    static_assert(std::is_same_v<std::underlying_type_t<ControlsState>, std::int32_t>);
+    EXPECT_EQ(static_cast<int>(ControlsState::Idle), 0);
+    EXPECT_EQ(static_cast<int>(ControlsState::AddingMatch), 1);
+    EXPECT_EQ(static_cast<int>(ControlsState::MatchAdded), 2);
+    EXPECT_EQ(static_cast<int>(ControlsState::QueryingOwner), 3);
+    EXPECT_EQ(static_cast<int>(ControlsState::NoOwner), 4);
+    EXPECT_EQ(static_cast<int>(ControlsState::OwnerAppeared), 5);
+    EXPECT_EQ(static_cast<int>(ControlsState::ListingFeatures), 6);
+    EXPECT_EQ(static_cast<int>(ControlsState::FeaturesListed), 7);
+    EXPECT_EQ(static_cast<int>(ControlsState::UpdatePending), 8);
+    EXPECT_EQ(static_cast<int>(ControlsState::Synchronized), 9);
+    EXPECT_EQ(static_cast<int>(ControlsState::Stopped), 10);
 }
 
 TEST(LayoutTest, NumbersTheOwnerStates) {

@@ -19,6 +19,9 @@ class Message {
     explicit Message(sd_bus_message* message) : message_(message) {}
     operator sd_bus_message*() const { return message_.get(); }  // NOLINT: implicit
 
+    /// Hands the reference to the caller.
+    [[nodiscard]] sd_bus_message* release() { return message_.release(); }
+
   private:
     std::unique_ptr<sd_bus_message, MessageUnref> message_;
 };

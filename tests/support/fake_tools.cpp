@@ -32,15 +32,12 @@ void FakeTools::end(const std::string& operation, sd_bus_message** reply) {
         return;
     }
     interception_->note(operation);
-    const auto ending = std::move(endings_.front());
+    Ending ending = std::move(endings_.front());
     endings_.pop_front();
-    if (const auto* const exception = std::get_if<std::exception_ptr>(&ending))
-        std::rethrow_exception(*exception);
-    const auto* const message = std::get_if<Message>(&ending);
-    if (message == nullptr || reply == nullptr)
-        return;
-    EXPECT_EQ(*reply, nullptr) << "the reply is written over what stood there: " << operation;
-    *reply = sd_bus_message_ref(*message);
+    if (ending.reply != nullptr && reply != nullptr)
+        interception_->hand_out(std::move(ending.reply), reply);
+    if (ending.exception)
+        std::rethrow_exception(ending.exception);
 }
 
 }  // namespace support

@@ -7,7 +7,6 @@
 #include <exception>
 #include <string>
 #include <utility>
-#include <variant>
 
 #include "fenwa/tools.hpp"
 #include "tests/support/bus_messages.hpp"
@@ -30,14 +29,14 @@ class FakeTools final : public Fenwa::SDBusTools {
 
     /// With this reply, which the caller then owns. Where a property is read, a message that begins
     /// with the value stands for one that is positioned inside its variant.
-    void reply_next(Message reply) { endings_.emplace_back(std::move(reply)); }
-    /// With an exception, such as `Fenwa::SDBusError`.
+    void reply_next(Message reply) { endings_.push_back({std::move(reply), nullptr}); }
+    /// With an exception, such as `Fenwa::SDBusError`, after a reply where one is given.
     template <class Exception>
-    void throw_next(Exception exception) {
-        endings_.emplace_back(std::make_exception_ptr(std::move(exception)));
+    void throw_next(Exception exception, Message reply = Message(nullptr)) {
+        endings_.push_back({std::move(reply), std::make_exception_ptr(std::move(exception))});
     }
     /// Without a reply, and without an exception.
-    void return_next() { endings_.emplace_back(std::monostate()); }
+    void return_next() { reply_next(Message(nullptr)); }
 
     void call_method(const char* destination, const char* path, const char* interface,
                      const char* member, sd_bus_message** reply, const char* types, ...) override;
@@ -46,11 +45,16 @@ class FakeTools final : public Fenwa::SDBusTools {
     sd_bus* get_bus() override { return bus_; }
 
   private:
+    struct Ending {
+        Message reply;
+        std::exception_ptr exception;
+    };
+
     void end(const std::string& operation, sd_bus_message** reply);
 
     sd_bus* bus_;
     Interception* interception_;
-    std::deque<std::variant<std::monostate, Message, std::exception_ptr>> endings_;
+    std::deque<Ending> endings_;
 };
 
 }  // namespace support

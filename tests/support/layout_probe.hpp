@@ -8,6 +8,9 @@
 #include "src/blocks/power/power_monitor.hpp"
 #include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
+#include "src/blocks/video/on_screen_controls.hpp"
+#include "src/blocks/video/prioritized_text_overlay_setter.hpp"
+#include "src/blocks/video/video_ready.hpp"
 #include "src/frame/dbus_client.hpp"
 
 namespace blocks {
@@ -75,6 +78,27 @@ struct LayoutProbe {
     }
     static int retry_count(const PowerMonitor& monitor) { return monitor.retry_count; }
 
+    static ControlsState& state(OnScreenControls& controls) { return controls.state; }
+    static bool& wdr(OnScreenControls& controls) { return controls.wdr; }
+    static sd_bus_slot** match_slot_field(OnScreenControls& controls) {
+        return as_field(controls.match_slot);
+    }
+    static sd_bus_slot** call_slot_field(OnScreenControls& controls) {
+        return as_field(controls.call_slot);
+    }
+    static auto& pending_feature(OnScreenControls& controls) { return controls.pending_feature; }
+    static auto& added_features(OnScreenControls& controls) { return controls.added_features; }
+    static auto& listed_features(OnScreenControls& controls) { return controls.listed_features; }
+    static sd_bus*& bus(PrioritizedTextOverlaySetter& setter) { return setter.bus; }
+    static std::atomic<bool>& overlay_set(PrioritizedTextOverlaySetter& setter) {
+        return setter.overlay_set;
+    }
+    static sd_bus_slot** call_slot_field(PrioritizedTextOverlaySetter& setter) {
+        return as_field(setter.call_slot);
+    }
+    static bool pending(const VideoReady& block) { return block.pending; }
+    static bool& enabled(VideoReady& block) { return block.enabled; }
+
     static std::vector<MemberPlace> members(const DBusClient& client) {
         return {place(client, "event port", client.event_port),
                 place(client, "service name", client.service_name),
@@ -137,6 +161,33 @@ struct LayoutProbe {
                 place(monitor, "value_received", monitor.value_received),
                 place(monitor, "stopped", monitor.stopped),
                 place(monitor, "retry_count", monitor.retry_count)};
+    }
+    static std::vector<MemberPlace> members(const OnScreenControls& controls) {
+        return {place(controls, "event_port", controls.event_port),
+                place(controls, "match_slot", controls.match_slot),
+                place(controls, "call_slot", controls.call_slot),
+                place(controls, "state", controls.state),
+                place(controls, "channel", controls.channel),
+                place(controls, "wdr", controls.wdr),
+                place(controls, "pending_feature", controls.pending_feature),
+                place(controls, "feature_id", controls.feature_id),
+                place(controls, "language", controls.language),
+                place(controls, "added_features", controls.added_features),
+                place(controls, "listed_features", controls.listed_features)};
+    }
+    static std::vector<MemberPlace> members(const PrioritizedTextOverlaySetter& setter) {
+        return {place(setter, "bus", setter.bus), place(setter, "text", setter.text),
+                place(setter, "duration", setter.duration),
+                place(setter, "overlay_set", setter.overlay_set),
+                place(setter, "call_slot", setter.call_slot)};
+    }
+    static std::vector<MemberPlace> members(const VideoReady& block) {
+        return {place(block, "rotation_vip0_in", block.rotation_vip0_in),
+                place(block, "rotation_vip1_in", block.rotation_vip1_in),
+                place(block, "resend", block.resend),
+                place(block, "channel", block.channel),
+                place(block, "pending", block.pending),
+                place(block, "enabled", block.enabled)};
     }
 
   private:

@@ -36,6 +36,13 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
     return r;
 }
 
+int __real_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target);
+
+int __wrap_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target) {
+    const auto result = made_up(MessageFunction::read_basic);
+    return result ? *result : __real_sd_bus_message_read_basic(message, type, target);
+}
+
 int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
 
 int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {

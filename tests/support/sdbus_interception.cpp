@@ -54,6 +54,10 @@ Interception::~Interception() {
         EXPECT_TRUE(sending.released || !sending.holds_slot) << "slot kept: " << sending.text;
     for (const std::string& entry : journal_)
         EXPECT_TRUE(entry.starts_with("release")) << "nobody looked at: " << entry;
+    EXPECT_TRUE(call_endings_.empty())
+        << call_endings_.size() << " foreseen blocking calls are missing";
+    EXPECT_EQ(replies_.size(), 0U) << "replies kept";
+    EXPECT_EQ(filled_error_, nullptr) << "an error structure was not freed";
     for (const auto& [function, results] : made_up_) {
         EXPECT_TRUE(results.empty())
             << "made up for nobody: a result of function " << static_cast<int>(function);

@@ -5,8 +5,11 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "tests/support/bus_messages.hpp"
 
 namespace support {
 
@@ -14,7 +17,7 @@ namespace support {
 struct Sending {
     /// All that goes on the wire: "call DESTINATION PATH INTERFACE MEMBER(ARGUMENTS)",
     /// "match RULE" or "match signal SENDER PATH INTERFACE MEMBER". "without reply" stands behind
-    /// a call that nobody waits for, "blocking" before a match that is installed at once.
+    /// a call that nobody waits for, "blocking" before a call or match that ends at once.
     std::string text;
     sd_bus* bus = nullptr;
     sd_bus_slot** slot_field = nullptr;  ///< where the caller wanted the slot
@@ -42,14 +45,22 @@ struct Sending {
 
 /// What a block does with a message that it was handed. The real functions do it, unless a test
 /// makes up what they return.
-enum class MessageFunction { read, skip, enter_container, exit_container, reply_method_return };
+enum class MessageFunction {
+    read,
+    skip,
+    enter_container,
+    exit_container,
+    reply_method_return,
+    read_basic,
+};
 
 /// Stands between the blocks and sd-bus while it lives: what they send is recorded instead of sent.
 /// Without one the functions of sd-bus are reached. One at a time.
 ///
 /// A test reads everything: a sending that was not taken out of the journal, a slot that was
-/// released twice, one that was never released and a made-up result that nobody was given are
-/// failures of the test.
+/// released twice, one that was never released, a made-up result that nobody was given, a blocking
+/// call that was not foreseen or never made, and a reply or error of one that was never released
+/// are failures of the test.
 class Interception {
   public:
     Interception();
@@ -60,6 +71,12 @@ class Interception {
     /// What the next sending functions return, one each; after that 1 again. With a negative result
     /// the caller gets no slot.
     void answer_next(std::initializer_list<int> results);
+
+    /// How the next blocking call ends that nothing has been said about yet.
+    /// @param error copied into the caller's error structure, when it is set.
+    /// @param reply handed to the caller, when it is not null.
+    void end_next_call(int result, const sd_bus_error& error = SD_BUS_ERROR_NULL,
+                       Message reply = Message(nullptr));
 
     /// What the next calls of a function return, one each, instead of what the real one does;
     /// nothing lets a call through.
@@ -79,12 +96,21 @@ class Interception {
     [[nodiscard]] const Sending& last() const { return sending(sendings_.size()); }
     [[nodiscard]] std::size_t count() const { return sendings_.size(); }
 
+    /// How many replies of blocking calls have been handed out and not been released.
+    [[nodiscard]] std::size_t replies_held() const { return replies_.size(); }
+
     /// The message answered last; null before the first.
     [[nodiscard]] const sd_bus_message* answered() const { return answered_; }
 
     // For the functions that stand in for those of sd-bus.
     static Interception* current();
     int record(Sending sending, const std::string& name, sd_bus_slot** slot_field);
+    int record_blocking_call(Sending sending, const std::string& name, sd_bus_error* error,
+                             sd_bus_message** reply);
+    /// Hands a reply to a caller, who is to release it.
+    void hand_out(Message reply, sd_bus_message** place);
+    void record_message_release(sd_bus_message* message) { replies_.erase(message); }
+    void record_error_release(const sd_bus_error* error);
     /// @returns whether the slot is one of ours.
     bool record_release(sd_bus_slot* slot);
     void record_answer(const sd_bus_message* message, const std::string& text, int result);
@@ -92,8 +118,17 @@ class Interception {
     std::optional<int> made_up_result(MessageFunction function);
 
   private:
+    struct CallEnding {
+        int result;
+        sd_bus_error error;
+        Message reply;
+    };
+
     std::deque<Sending> sendings_;  // never moves its elements: their addresses are the slots
     std::deque<int> results_;
+    std::deque<CallEnding> call_endings_;
+    std::set<sd_bus_message*> replies_;           // handed out and not released
+    const sd_bus_error* filled_error_ = nullptr;  // ... and the error structure
     std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
     const sd_bus_message* answered_ = nullptr;
     std::vector<std::string> journal_;

@@ -11,6 +11,9 @@
 #include "src/blocks/power/power_monitor.hpp"
 #include "src/blocks/temperature/temperature_monitor.hpp"
 #include "src/blocks/temperature/temperature_reader.hpp"
+#include "src/blocks/video/on_screen_controls.hpp"
+#include "src/blocks/video/prioritized_text_overlay_setter.hpp"
+#include "src/blocks/video/video_ready.hpp"
 #include "tests/support/block_driver.hpp"
 
 namespace {
@@ -33,8 +36,9 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 
 namespace {
 
-const std::vector<std::string> every_type{"PowerConsumer", "PowerMonitor", "TemperatureMonitor",
-                                          "TemperatureReader"};
+const std::vector<std::string> every_type{
+    "OnScreenControls",   "PowerConsumer",     "PowerMonitor", "PrioritizedTextOverlaySetter",
+    "TemperatureMonitor", "TemperatureReader", "VideoReady"};
 
 /// Keeps names and factories until it is full, and then throws.
 class LimitedRegistry final : public Fenwa::IRegistry {
@@ -147,6 +151,30 @@ TEST_F(FactoryTest, BuildsAMonitorOfThePowerWhichReadsItWithTheTools) {
     EXPECT_EQ(block->get_name(), "supply");
     EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getDouble("requested_power"), 12.0);
     EXPECT_TRUE(block->setup({}).getBool("power_ok"));
+    EXPECT_EQ(recorders.bus.take_journal().size(), 1U);
+}
+
+TEST_F(FactoryTest, BuildsControlsOnTheScreen) {
+    const auto block = factory("OnScreenControls")("wdr", {{"channel", 2}}, tools);
+    EXPECT_NE(dynamic_cast<blocks::OnScreenControls*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "wdr");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("channel"), 2);
+}
+
+TEST_F(FactoryTest, BuildsASetterOfATextOnTheVideo) {
+    const auto block = factory("PrioritizedTextOverlaySetter")("alarm", {{"duration", 5}}, tools);
+    EXPECT_NE(dynamic_cast<blocks::PrioritizedTextOverlaySetter*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "alarm");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("duration"), 5);
+}
+
+TEST_F(FactoryTest, BuildsAVideoReadyWhichLooksAtItsUnitWithTheTools) {
+    recorders.tools.reply_next(recorders.messages.reply("s", "enabled"));
+    const auto block = factory("VideoReady")("ready", {{"channel", 2}}, tools);
+    EXPECT_NE(dynamic_cast<blocks::VideoReady*>(block.get()), nullptr);
+    EXPECT_EQ(block->get_name(), "ready");
+    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("channel"), 2);
+    EXPECT_TRUE(block->setup({}).getBool("no_video_at_startup"));
     EXPECT_EQ(recorders.bus.take_journal().size(), 1U);
 }
 

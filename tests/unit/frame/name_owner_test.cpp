@@ -102,4 +102,34 @@ TEST_F(NameOwnerTest, WarnsOfAnUnreadableOwnerChange) {
               (Lines{"2 NameOwnerChanged failed to parse message: No such device or address"}));
 }
 
+TEST_F(NameOwnerTest, TakesAnOwnerChange) {
+    const auto signal = owner_change("sss", "com.example.A", "", ":1.2");
+    blocks::OwnerChange change;
+    EXPECT_EQ(blocks::take_owner_change(signal, change), 1);
+    EXPECT_STREQ(change.name, "com.example.A");
+    EXPECT_STREQ(change.old_owner, "");
+    EXPECT_STREQ(change.new_owner, ":1.2");
+}
+
+TEST_F(NameOwnerTest, TakesNothingFromAnUnreadableOwnerChange) {
+    blocks::OwnerChange change;
+    EXPECT_EQ(blocks::take_owner_change(owner_change("u", 5U), change), -ENXIO);
+    EXPECT_EQ(log.take(),
+              (Lines{"2 NameOwnerChanged failed to parse message: No such device or address"}));
+}
+
+TEST_F(NameOwnerTest, RefusesAnErrorWhereAnOwnerChangeShouldBe) {
+    blocks::OwnerChange change;
+    EXPECT_EQ(blocks::take_owner_change(messages.error("com.example.E", "not you"), change), -1);
+    EXPECT_EQ(blocks::take_owner_change(messages.error("com.example.E", nullptr), change), -1);
+    EXPECT_EQ(
+        blocks::take_owner_change(
+            messages.error_with_body("com.example.E", "sss", "com.example.A", "", ":1.2"), change),
+        -1);
+    EXPECT_EQ(change.name, nullptr);
+    EXPECT_EQ(log.take(), (Lines{"1 Error when handling NameOwnerChanged: not you",
+                                 "1 Error when handling NameOwnerChanged: unknown",
+                                 "1 Error when handling NameOwnerChanged: com.example.A"}));
+}
+
 }  // namespace

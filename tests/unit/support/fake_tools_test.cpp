@@ -91,6 +91,24 @@ TEST_F(FakeToolsTest, ThrowTheForeseenException) {
     EXPECT_EQ(bus.take_journal().size(), 2U);
 }
 
+TEST_F(FakeToolsTest, ThrowAfterAReplyToo) {
+    tools.throw_next(std::out_of_range("something else"), messages.reply("i", 1));
+    Message reply;
+    EXPECT_THROW(ask(reply.out()), std::out_of_range);
+    EXPECT_TRUE(reply);
+    expect_asked();
+}
+
+TEST_F(FakeToolsTest, CountTheRepliesThatAreKept) {
+    sd_bus_message* reply = nullptr;
+    tools.reply_next(messages.reply("i", 1));
+    ask(&reply);
+    expect_asked();
+    EXPECT_EQ(bus.replies_held(), 1U);
+    sd_bus_message_unref(reply);
+    EXPECT_EQ(bus.replies_held(), 0U);
+}
+
 TEST_F(FakeToolsTest, FailATestThatDoesNotForeseeAnOperation) {
     Message reply;
     EXPECT_NONFATAL_FAILURE(ask(reply.out()), "unexpected blocking call a.b /a a.c Ask(i 5, s");

@@ -24,6 +24,7 @@ TEST_F(MessageInterceptionTest, ReachesSdBusItselfWhenThereIsNone) {
     double value = 0.0;
     EXPECT_EQ(sd_bus_message_read(question("d", 2.5), "d", &value), 1);
     EXPECT_EQ(value, 2.5);
+    EXPECT_EQ(sd_bus_message_read_basic(question("d", 2.5), 'd', &value), 1);
     EXPECT_EQ(sd_bus_message_skip(question("d", 2.5), "s"), -ENXIO);
     EXPECT_EQ(sd_bus_message_enter_container(question(), 'a', "s"), -ENXIO);
     EXPECT_EQ(sd_bus_message_exit_container(question()), -ENXIO);
@@ -51,6 +52,7 @@ TEST_F(MessageInterceptionTest, RecordsAnswersWithWhatTheyComeTo) {
 TEST_F(MessageInterceptionTest, GivesTheResultsThatATestHasMadeUp) {
     support::Interception bus;
     bus.make_up(MessageFunction::read, {std::nullopt, 0, -EIO});
+    bus.make_up(MessageFunction::read_basic, {-EINTR});
     bus.make_up(MessageFunction::skip, {-EBADMSG});
     bus.make_up(MessageFunction::enter_container, {0});
     bus.make_up(MessageFunction::exit_container, {-EBUSY});
@@ -61,6 +63,7 @@ TEST_F(MessageInterceptionTest, GivesTheResultsThatATestHasMadeUp) {
     EXPECT_EQ(sd_bus_message_read(call, "d", &value), 0);
     EXPECT_EQ(sd_bus_message_read(call, "d", &value), -EIO);
     EXPECT_EQ(sd_bus_message_read(call, "d", &value), -ENXIO);
+    EXPECT_EQ(sd_bus_message_read_basic(call, 'd', &value), -EINTR);
     EXPECT_EQ(sd_bus_message_skip(call, "d"), -EBADMSG);
     EXPECT_EQ(sd_bus_message_enter_container(call, 'a', "s"), 0);
     EXPECT_EQ(sd_bus_message_exit_container(call), -EBUSY);

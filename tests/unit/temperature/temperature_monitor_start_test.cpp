@@ -4,7 +4,7 @@
 #include <ostream>
 #include <stdexcept>
 
-#include "fenwa/sdbus_error.hpp"
+#include "tests/support/silent_bus_error.hpp"
 #include "tests/unit/temperature/temperature_monitor_fixture.hpp"
 
 namespace {
@@ -102,13 +102,6 @@ TEST_F(TemperatureMonitorTest, PublishesItsFirstVerdictAndIsWokenWithoutALine) {
     }
 }
 
-/// A failure with nothing to say.
-class SilentBusError final : public Fenwa::SDBusError {
-  public:
-    SilentBusError() : SDBusError("a.Error", "", -EIO) {}
-    [[nodiscard]] const char* what() const noexcept override { return nullptr; }
-};
-
 /// How one of the two blocking calls ends, and what is logged then.
 struct Ending {
     const char* name;
@@ -138,8 +131,8 @@ const Ending endings[] = {
      },
      "org.freedesktop.DBus.Error.ServiceUnknown: nobody is there", "Invalid argument"},
     {"RefusedSilently",
-     [](support::Recorders& recorders) { recorders.tools.throw_next(SilentBusError()); }, "",
-     "Invalid argument"},
+     [](support::Recorders& recorders) { recorders.tools.throw_next(support::SilentBusError()); },
+     "", "Invalid argument"},
     {"Nothing", [](support::Recorders& recorders) { recorders.tools.return_next(); }, std::nullopt,
      "Invalid argument"},
     {"Empty",

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "fenwa/block.hpp"
+#include "src/frame/slot.hpp"
+
+namespace blocks {
+
+/// Puts one text on the video when it starts, and takes it away again when it is destroyed, unless
+/// the text was given a limited duration. No ports; never runs.
+///
+/// Keys: "prio_text_overlay" (string, ""; empty: do nothing) and "duration" (int, 0: as long as the
+/// block lives; otherwise the service's unit, handed on as an unsigned number of the same bits).
+///
+/// An error reply to the request counts as an answer: the text is then taken away all the same.
+class PrioritizedTextOverlaySetter : public Fenwa::Block {
+  public:
+    /// @throws Fenwa::ConfigurationError when a key is mistyped.
+    PrioritizedTextOverlaySetter(std::string name, const Fenwa::BlockConfiguration& config);
+    /// May make one blocking call; a failure is logged.
+    ~PrioritizedTextOverlaySetter() override;
+
+    void start() override;
+    void stop() override;
+
+  private:
+    friend struct LayoutProbe;
+
+    void unset_overlay() noexcept;
+    int set_overlay_callback(sd_bus_message* reply, sd_bus_error* error);
+
+    // The order of these members is fixed; what is added goes behind them.
+    sd_bus* bus;  ///< the framework's connection, from `start()` on
+    std::string text;
+    std::int32_t duration;
+    std::atomic<bool> overlay_set;  ///< the request has been answered
+    Slot call_slot;
+
+    SupersededSlots superseded_calls;
+};
+
+}  // namespace blocks

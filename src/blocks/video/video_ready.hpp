@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "fenwa/block.hpp"
+
+namespace blocks {
+
+/// Tells the platform that video for one channel is available: when it starts, and again whenever
+/// one of its rotation inputs is triggered, until a call succeeds. Where the unit
+/// "video-ready.service" is masked, or its state cannot be learned, the block stays silent for
+/// good.
+///
+/// Key: "channel" (int, required). Inputs "rotation_vip0_in" and "rotation_vip1_in" (int), whose
+/// values are never read. Setting: "no_video_at_startup" (bool), whether the block will signal.
+///
+/// All its calls are blocking. A failed one is made again in the next run, without a pause.
+class VideoReady : public Fenwa::Block {
+  public:
+    /// Makes one blocking call, whose failure silences the block.
+    /// @throws Fenwa::ConfigurationError when "channel" is missing or mistyped.
+    VideoReady(std::string name, const Fenwa::BlockConfiguration& config,
+               const Fenwa::InitTools& tools);
+    ~VideoReady() override;
+
+    Fenwa::BlockConfiguration setup(const Fenwa::BlockConfiguration& unused) override;
+    void start() override;
+    bool run() override;
+
+  private:
+    friend struct LayoutProbe;
+
+    void check_unit(const Fenwa::InitTools& tools);
+    void signal_video_ready();
+
+    Fenwa::InPort<int>* rotation_vip0_in;
+    Fenwa::InPort<int>* rotation_vip1_in;
+    Fenwa::EventPort* resend;
+    int channel;
+    std::atomic<bool> pending;  ///< a signal is owed
+    bool enabled;               ///< the unit is there and not masked
+};
+
+}  // namespace blocks

@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+#include "tests/support/sdbus_arguments.hpp"
+#include "tests/support/sdbus_interception.hpp"
+
+// Blocking calls, and what their callers must give back: the reply and the error structure.
+
+namespace support {
+
+void Interception::end_next_call(int result, const sd_bus_error& error, Message reply) {
+    call_endings_.push_back({result, error, std::move(reply)});
+}
+
+int Interception::record_blocking_call(Sending sending, const std::string& name,
+                                       sd_bus_error* error, sd_bus_message** reply) {
+    if (call_endings_.empty()) {
+        ADD_FAILURE() << "unexpected " << sending.text;
+        return -ENOTCONN;
+    }
+    CallEnding ending = std::move(call_endings_.front());
+    call_endings_.pop_front();
+    results_.push_front(ending.result);
+    const int r = record(std::move(sending), name, nullptr);
+    if (sd_bus_error_is_set(&ending.error) > 0) {
+        EXPECT_EQ(sd_bus_error_is_set(error), 0) << "the error structure is not a fresh one";
+        sd_bus_error_copy(error, &ending.error);
+        filled_error_ = error;
+    }
+    if (ending.reply != nullptr)
+        hand_out(std::move(ending.reply), reply);
+    return r;
+}
+
+void Interception::hand_out(Message reply, sd_bus_message** place) {
+    EXPECT_EQ(*place, nullptr) << "the reply is written over what stood there";
+    *place = reply.release();
+    replies_.insert(*place);
+}
+
+void Interception::record_error_release(const sd_bus_error* error) {
+    if (error == filled_error_)
+        filled_error_ = nullptr;
+}
+
+}  // namespace support
+
+using support::Interception;
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker fixes these names.
+extern "C" {
+
+int __wrap_sd_bus_call_method(sd_bus* bus, const char* destination, const char* path,
+                              const char* interface, const char* member, sd_bus_error* error,
+                              sd_bus_message** reply, const char* types, ...) {
+    std::va_list arguments;
+    va_start(arguments, types);
+    int r = 0;
+    if (Interception* const interception = Interception::current()) {
+        support::Sending sending;
+        sending.text = "blocking call" +
+                       support::render_address(destination, path, interface, member) + "(" +
+                       support::render_arguments(types, arguments) + ")";
+        sending.bus = bus;
+        r = interception->record_blocking_call(std::move(sending), member, error, reply);
+    } else {
+        r = sd_bus_call_methodv(bus, destination, path, interface, member, error, reply, types,
+                                arguments);
+    }
+    va_end(arguments);
+    return r;
+}
+
+sd_bus_message* __real_sd_bus_message_unref(sd_bus_message* message);
+
+sd_bus_message* __wrap_sd_bus_message_unref(sd_bus_message* message) {
+    if (Interception* const interception = Interception::current())
+        interception->record_message_release(message);
+    return __real_sd_bus_message_unref(message);
+}
+
+void __real_sd_bus_error_free(sd_bus_error* error);
+
+void __wrap_sd_bus_error_free(sd_bus_error* error) {
+    if (Interception* const interception = Interception::current())
+        interception->record_error_release(error);
+    __real_sd_bus_error_free(error);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)
