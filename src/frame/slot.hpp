@@ -41,7 +41,7 @@ class OverlappingCalls {
     }
     /// To be called once for each reply.
     void answered() noexcept {
-        if (--unanswered_ == 0)
+        if (unanswered_ > 0 && --unanswered_ == 0)
             superseded_.release();
     }
     /// No reply is wanted any more.

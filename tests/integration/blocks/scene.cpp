@@ -24,7 +24,10 @@ void BlockScene::open(Setting setting) {
     if (setting_.activation) {
         options.activatable = {{"com.tarlo.TemperatureController", "temperature"},
                                {"com.tarlo.PowerControl.Consumer", "power-consumer"},
-                               {"com.tarlo.PowerControl.Status", "power-status"}};
+                               {"com.tarlo.PowerControl.Status", "power-status"},
+                               {"com.tarlo.Onscreencontrols1", "controls"},
+                               {"com.tarlo.PrioritizedTextOverlay", "overlay"},
+                               {"com.tarlo.VideoReady1", "video"}};
     }
     options.extra_xml = setting_.bus_xml;
     bus_ = std::make_unique<camera::PrivateBus>(options);
