@@ -79,6 +79,10 @@ BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
     return bus;
 }
 
+bool is_ownable_name(const std::string& name) {
+    return sd_bus_service_name_is_valid(name.c_str()) > 0 && !name.starts_with(':');
+}
+
 void own_name(sd_bus& bus, const std::string& name) {
     const int r = sd_bus_request_name(&bus, name.c_str(), 0);
     if (r >= 0)

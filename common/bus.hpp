@@ -43,6 +43,10 @@ struct BusError {
 /// @throws Failure (unavailable), naming the address, when that fails or takes longer than `limit`.
 [[nodiscard]] BusPtr open_bus(const std::string& address, std::chrono::microseconds limit);
 
+/// Whether a connection can ask for such a name: a well-formed one, and not one of those (":1.7")
+/// that the daemon gives itself.
+[[nodiscard]] bool is_ownable_name(const std::string& name);
+
 /// Owns `name` on the connection from here on (not queued, not replaceable).
 /// @throws Failure (unavailable) naming the name and, where another has it, saying so.
 void own_name(sd_bus& bus, const std::string& name);

@@ -31,14 +31,9 @@ void report_unknown_port(const Endpoint& end, const char* kind, const char* othe
                           "'" + end.text() + "' is an " + other_kind + ", not an " + kind);
         return;
     }
-    std::string help = tool::did_you_mean(end.port, names);
-    if (help.empty()) {
-        help = names.empty() ? "it has no " + std::string(kind) + "s" : "it has: ";
-        for (const std::string& name : names)
-            help += (&name == &names.front() ? "'" : ", '") + name + "'";
-    }
     diagnostics.error(end.where,
-                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'", help);
+                      "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
+                      port_help(end.port, kind, names));
 }
 
 }  // namespace
@@ -53,6 +48,17 @@ std::vector<std::string> ConnectableBlock::inport_names() const {
     const std::vector<std::string> provided = terminations->names();
     names.insert(names.end(), provided.begin(), provided.end());
     return names;
+}
+
+std::string port_help(const std::string& typed, const char* kind,
+                      const std::vector<std::string>& names) {
+    std::string help = tool::did_you_mean(typed, names);
+    if (help.empty()) {
+        help = names.empty() ? "it has no " + std::string(kind) + "s" : "it has: ";
+        for (const std::string& name : names)
+            help += (&name == &names.front() ? "'" : ", '") + name + "'";
+    }
+    return help;
 }
 
 void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {

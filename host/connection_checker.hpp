@@ -25,6 +25,11 @@ struct ConnectableBlock {
 /// The blocks of a graph by name.
 using BlocksByName = std::map<std::string, ConnectableBlock>;
 
+/// Helps with the name of a port that is none: the nearest of `names`, or all of them.
+/// @param kind "input", "output" or "port".
+[[nodiscard]] std::string port_help(const std::string& typed, const char* kind,
+                                    const std::vector<std::string>& names);
+
 /// Checks the ends of all connections against the blocks that are there.
 void check_connections(const Graph& graph, const BlocksByName& blocks,
                        tool::Diagnostics& diagnostics);

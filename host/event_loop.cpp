@@ -3,6 +3,7 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 
 namespace host {
@@ -32,12 +33,13 @@ EventLoop::EventLoop() {
     for (const int signal : {SIGINT, SIGTERM})
         tool::check(sd_event_add_signal(loop, nullptr, signal, nullptr, nullptr),
                     "cannot serve signals");
+    tool::check(sd_event_add_post(loop, nullptr, on_dispatched, this),
+                "cannot serve the bus between the blocks");
 }
 
 EventLoop::~EventLoop() = default;
 
 void EventLoop::attach(sd_bus& bus) {
-    bus_ = &bus;
     tool::check(sd_bus_attach_event(&bus, loop_.get(), SD_EVENT_PRIORITY_NORMAL),
                 "cannot serve the bus");
     // What blocks send when they stop, after the loop has ended, must still go out.
@@ -47,9 +49,7 @@ void EventLoop::attach(sd_bus& bus) {
                                     "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                                     "Disconnected", on_disconnected, this),
                 "cannot watch the bus connection");
-    disconnected_.reset(slot);
-    tool::check(sd_event_add_post(loop_.get(), nullptr, on_dispatched, this),
-                "cannot serve the bus between the blocks");
+    buses_.push_back({&bus, tool::SlotPtr(slot)});
 }
 
 bool EventLoop::interrupted() const {
@@ -89,7 +89,8 @@ void EventLoop::announce_stop() {
 }
 
 bool EventLoop::lost_bus() const noexcept {
-    return bus_ != nullptr && sd_bus_is_open(bus_) <= 0;
+    return std::any_of(buses_.begin(), buses_.end(),
+                       [](const Attached& attached) { return sd_bus_is_open(attached.bus) <= 0; });
 }
 
 int EventLoop::on_dispatched(sd_event_source* /*source*/, void* userdata) noexcept {
@@ -97,11 +98,14 @@ int EventLoop::on_dispatched(sd_event_source* /*source*/, void* userdata) noexce
     // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
     // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
     // its turn, and as long as the queue holds something the socket is not read either.
-    std::uint64_t due = 0;
     std::uint64_t now = 0;
-    if (sd_bus_get_timeout(loop.bus_, &due) > 0 &&
-        sd_event_now(loop.loop_.get(), CLOCK_MONOTONIC, &now) >= 0 && due <= now)
-        sd_bus_process(loop.bus_, nullptr);
+    if (sd_event_now(loop.loop_.get(), CLOCK_MONOTONIC, &now) < 0)
+        return 0;
+    for (const Attached& attached : loop.buses_) {
+        std::uint64_t due = 0;
+        if (sd_bus_get_timeout(attached.bus, &due) > 0 && due <= now)
+            sd_bus_process(attached.bus, nullptr);
+    }
     return 0;
 }
 

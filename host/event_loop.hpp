@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <optional>
+#include <vector>
 
 #include "common/bus.hpp"
 
@@ -21,7 +22,7 @@ class EventLoop {
 
     [[nodiscard]] sd_event& get() const noexcept { return *loop_; }
 
-    /// Serves a connection, which outlives every later call and is detached by its own end.
+    /// Serves one more connection, which outlives every later call and is detached by its own end.
     void attach(sd_bus& bus);
 
     /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
@@ -36,8 +37,8 @@ class EventLoop {
     /// Tells the service manager that the host stops; a further SIGINT ends the process at once.
     void announce_stop();
 
-    /// Whether the connection is gone; a blocking call of a block may have been the first to see
-    /// it.
+    /// Whether one of the connections is gone; a blocking call of a block may have been the first
+    /// to see it.
     [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
@@ -45,9 +46,13 @@ class EventLoop {
     static int on_disconnected(sd_bus_message* message, void* userdata,
                                sd_bus_error* error) noexcept;
 
+    struct Attached {
+        sd_bus* bus;
+        tool::SlotPtr disconnected;
+    };
+
     tool::EventPtr loop_;
-    sd_bus* bus_ = nullptr;
-    tool::SlotPtr disconnected_;
+    std::vector<Attached> buses_;
 };
 
 }  // namespace host

@@ -146,12 +146,10 @@ class TextWriter final : public EventWriter {
 
 }  // namespace
 
-std::unique_ptr<EventWriter> make_json_writer(StandardOutput& out, const Journal& journal) {
-    return std::make_unique<JsonWriter>(out, journal);
-}
-
-std::unique_ptr<EventWriter> make_text_writer(StandardOutput& out, const Journal& journal,
-                                              tool::ColorChoice color) {
+std::unique_ptr<EventWriter> make_event_writer(EventFormat format, StandardOutput& out,
+                                               const Journal& journal, tool::ColorChoice color) {
+    if (format == EventFormat::json)
+        return std::make_unique<JsonWriter>(out, journal);
     return std::make_unique<TextWriter>(out, journal, color);
 }
 

@@ -36,14 +36,15 @@ class EventWriter {
     virtual void exit(int status) = 0;
 };
 
-/// One JSON object a line on stdout, flushed at each line. Log lines also go to the journal.
-[[nodiscard]] std::unique_ptr<EventWriter> make_json_writer(StandardOutput& out,
-                                                            const Journal& journal);
+/// text: values on stdout, all but the ticks of timers, and log lines on stderr (or in the journal,
+/// where stderr leads to it). json: one JSON object a line on stdout, flushed at each line; log
+/// lines also go to the journal.
+enum class EventFormat { text, json };
 
-/// Values on stdout, all but the ticks of timers, and log lines on stderr (or in the journal, where
-/// stderr leads to it).
-[[nodiscard]] std::unique_ptr<EventWriter> make_text_writer(StandardOutput& out,
-                                                            const Journal& journal,
-                                                            tool::ColorChoice color);
+/// @param color of text; JSON has none.
+[[nodiscard]] std::unique_ptr<EventWriter> make_event_writer(EventFormat format,
+                                                             StandardOutput& out,
+                                                             const Journal& journal,
+                                                             tool::ColorChoice color);
 
 }  // namespace host

@@ -32,4 +32,11 @@ std::string describe(const BlockEntry& entry) {
     return "block '" + entry.name + "' (" + entry.type.text + ")";
 }
 
+std::optional<Endpoint> parse_endpoint(const std::string& text, Position where) {
+    const std::size_t dot = text.rfind('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == text.size())
+        return std::nullopt;
+    return Endpoint{text.substr(0, dot), text.substr(dot + 1), where};
+}
+
 }  // namespace host

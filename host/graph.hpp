@@ -58,6 +58,10 @@ struct Endpoint {
     [[nodiscard]] std::string text() const { return block + '.' + port; }
 };
 
+/// Takes "BLOCK.PORT" apart; nothing where the text is not of that form. Block names may contain
+/// dots, port names do not.
+[[nodiscard]] std::optional<Endpoint> parse_endpoint(const std::string& text, Position where = {});
+
 struct Connection {
     Endpoint from;
     Endpoint to;

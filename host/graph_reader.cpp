@@ -1,9 +1,8 @@
 #include "host/graph_reader.hpp"
 
-#include <systemd/sd-bus.h>
-
 #include <set>
 
+#include "common/bus.hpp"
 #include "common/toml_document.hpp"
 
 namespace host {
@@ -37,10 +36,9 @@ std::vector<PlacedName> read_names(const toml::array* list, const std::string& w
     return names;
 }
 
-/// Names that the bus daemon gives to connections, and what is no name at all, cannot be owned.
 void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnostics) {
     for (const PlacedName& name : names) {
-        if (sd_bus_service_name_is_valid(name.text.c_str()) <= 0 || name.text.starts_with(':'))
+        if (!tool::is_ownable_name(name.text))
             diagnostics.error(name.where, "'" + name.text + "' is no bus name that can be owned");
     }
 }
@@ -138,13 +136,10 @@ std::optional<Endpoint> read_endpoint(TableReader& reader, std::string_view key,
                                      std::string(kind_of(*node)));
         return std::nullopt;
     }
-    // Block names may contain dots, port names do not.
-    const std::size_t dot = text->get().rfind('.');
-    if (dot == std::string::npos || dot == 0 || dot + 1 == text->get().size()) {
+    std::optional<Endpoint> end = parse_endpoint(text->get(), where);
+    if (!end)
         diagnostics.error(where, "'" + text->get() + "' is not of the form BLOCK.PORT");
-        return std::nullopt;
-    }
-    return Endpoint{text->get().substr(0, dot), text->get().substr(dot + 1), where};
+    return end;
 }
 
 void read_connections(const toml::array* connections, Graph& graph, Diagnostics& diagnostics) {

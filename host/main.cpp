@@ -2,6 +2,7 @@
 
 #include "common/command_line.hpp"
 #include "host/check_command.hpp"
+#include "host/control_command_line.hpp"
 #include "host/run_command.hpp"
 
 namespace {
@@ -50,6 +51,7 @@ int main(int argc, char** argv) {
     std::string color = "auto";
     std::string format = "text";
     std::string bus;
+    std::string control;
     double duration = 0.0;
     double call_timeout = 25.0;
     host::RunOptions run_options;
@@ -72,6 +74,13 @@ int main(int argc, char** argv) {
     run.add_option("--call-timeout", call_timeout, "Longest wait for the bus and for a reply, s")
         ->check(seconds_range)
         ->capture_default_str();
+    // A flag, because an option would take the graph behind it for its name.
+    CLI::Option* const control_option =
+        run.add_flag("--control", control,
+                     "Lets others read, write and watch ports over the bus, under "
+                     "com.tarlo.Fenwa.Host1\nor this name")
+            ->option_text("[=NAME]")
+            ->transform(host::control_flag);
 
     CLI::App& check =
         *app.add_subcommand("check", "Reports every mistake of a graph; needs no bus");
@@ -80,7 +89,11 @@ int main(int argc, char** argv) {
     check.add_flag("--deny-warnings", check_options.deny_warnings,
                    "Warnings count as mistakes for the exit code");
 
+    host::ControlCommands control_commands(app, "fenwa " FENWA_VERSION);
+
     return tool::run_command_line(app, argc, argv, [&] {
+        if (const auto code = control_commands.run())
+            return *code;
         if (check.parsed()) {
             check_options.color = tool::color_choice(color);
             return host::check_graph_file(check_options);
@@ -91,6 +104,8 @@ int main(int argc, char** argv) {
             run_options.bus = bus;
         if (!duration_option->empty())
             run_options.duration = to_microseconds(duration);
+        if (!control_option->empty())
+            run_options.control = control;
         run_options.call_timeout = to_microseconds(call_timeout);
         return host::run_graph(run_options);
     });

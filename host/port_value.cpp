@@ -110,6 +110,14 @@ std::string type_name(const Fenwa::Datatype& datatype) {
     return type == nullptr ? datatype.path() : type->name;
 }
 
+Fenwa::Datatype datatype_named(const std::string& name) {
+    for (const KnownType& type : known_types) {
+        if (name == type.name)
+            return Fenwa::Datatype(type.path);
+    }
+    return Fenwa::Datatype(name);
+}
+
 Json to_json(const PortValue& value) {
     return std::visit(ToJson{}, value);
 }

@@ -37,6 +37,9 @@ using PortValue =
 /// "float", "bool", "double", "int", "timersource", or the path of another datatype.
 [[nodiscard]] std::string type_name(const Fenwa::Datatype& datatype);
 
+/// The datatype of which `type_name` gives this name.
+[[nodiscard]] Fenwa::Datatype datatype_named(const std::string& name);
+
 /// Values as they stand in event lines. A float is written as the double of the same value.
 [[nodiscard]] tool::Json to_json(const PortValue& value);
 [[nodiscard]] tool::Json to_json(const Fenwa::DebugValue& value);

@@ -1,7 +1,5 @@
 #include "host/run_command.hpp"
 
-#include <cerrno>
-#include <cstring>
 #include <iostream>
 
 #include "common/bus.hpp"
@@ -10,6 +8,7 @@
 #include "framework/shared/log_sink.hpp"
 #include "host/block_types.hpp"
 #include "host/check_command.hpp"
+#include "host/control.hpp"
 #include "host/event_loop.hpp"
 #include "host/event_writer.hpp"
 #include "host/journal.hpp"
@@ -39,36 +38,28 @@ class Listeners {
     }
 };
 
-tool::BusPtr connect_bus(const RunOptions& options, const Graph& graph,
-                         const std::string& address) {
+tool::BusPtr connect_bus(const RunOptions& options, const std::string& address) {
     tool::BusPtr bus = tool::open_bus(address, options.call_timeout);
     tool::check(sd_bus_set_method_call_timeout(
                     bus.get(), static_cast<std::uint64_t>(options.call_timeout.count())),
                 "cannot set the call time-out");
-    for (const PlacedName& name : graph.bus_names)
-        tool::own_name(*bus, name.text);
     return bus;
 }
 
-/// The exit code when stdout may have failed, which is said then. A reader that goes away, as
-/// `head` does, has what it wanted: that is a stop by the user. Any other failure has lost lines
-/// that somebody waits for.
-ExitCode code_after(const StandardOutput& out, ExitCode code) {
-    if (out.error() == 0)
-        return code;
-    if (out.error() == EPIPE) {
-        std::cerr << "fenwa: stdout was closed by its reader\n";
-        return code;
-    }
-    std::cerr << "fenwa: cannot write to stdout: " << std::strerror(out.error()) << '\n';
-    return code == ExitCode::done ? ExitCode::unavailable : code;
+/// The connection of the blocks, with the names that the graph asks for.
+tool::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
+                                const std::string& address) {
+    tool::BusPtr bus = connect_bus(options, address);
+    for (const PlacedName& name : graph.bus_names)
+        tool::own_name(*bus, name.text);
+    return bus;
 }
 
 /// Starts the blocks, serves them until the end and stops them.
 ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
                EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
     const std::string address = options.bus.value_or(graph.bus_address);
-    const tool::BusPtr bus = connect_bus(options, graph, address);
+    const tool::BusPtr bus = connect_blocks_bus(options, graph, address);
     loop.attach(*bus);
     Fenwa::ConnectionTools connection(bus.get());
     const Fenwa::InitTools tools(&connection);
@@ -84,15 +75,21 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         } catch (const BlockFailure& error) {
             std::cerr << error.what() << '\n';
             return ExitCode::threw;
+        } catch (const tool::Failure& error) {
+            std::cerr << "fenwa: " << error.what() << '\n';
+            return error.code();
         }
     };
     const std::size_t known = diagnostics.errors();
     ExitCode code = ExitCode::done;
+    std::optional<Control> control;
     try {
         const bool started = running.start([&loop] { return loop.interrupted(); });
         // Warnings too, of what only shows when the real blocks are there.
         diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
         if (started) {
+            if (options.control)
+                control.emplace(running, loop, connect_bus(options, address), *options.control);
             events.ready();
             loop.run(options.duration);
             if (running.failure() != nullptr)
@@ -124,9 +121,8 @@ ExitCode run_graph(const RunOptions& options) {
     // The signals belong to the loop from here on, so that none is lost during the start.
     EventLoop loop;
     StandardOutput out(EventLoop::ask_to_stop);
-    const std::unique_ptr<EventWriter> events = options.format == EventFormat::json
-                                                    ? make_json_writer(out, journal)
-                                                    : make_text_writer(out, journal, options.color);
+    const std::unique_ptr<EventWriter> events =
+        make_event_writer(options.format, out, journal, options.color);
     BlockTypes types(&loop.get());
     const auto ended = [&events, &out](ExitCode code) {
         events->exit(static_cast<int>(code));

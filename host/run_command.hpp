@@ -7,10 +7,9 @@
 
 #include "common/exit_code.hpp"
 #include "common/terminal.hpp"
+#include "host/event_writer.hpp"
 
 namespace host {
-
-enum class EventFormat { text, json };
 
 /// What `fenwa run` was asked for.
 struct RunOptions {
@@ -20,6 +19,7 @@ struct RunOptions {
     EventFormat format = EventFormat::text;
     std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
     std::chrono::microseconds call_timeout = std::chrono::seconds(25);
+    std::optional<std::string> control;  ///< bus name of the control interface; none without it
     tool::ColorChoice color = tool::ColorChoice::automatic;
 };
 

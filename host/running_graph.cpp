@@ -1,6 +1,5 @@
 #include "host/running_graph.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -92,6 +91,7 @@ void RunningGraph::create(const BlockEntry& entry) {
             throw std::runtime_error("its factory gave no block");
     });
     by_block_.emplace(instance->block.get(), instance.get());
+    by_name_.emplace(entry.name, instance.get());
     const Instance& kept = *instances_.emplace_back(std::move(instance));
     const auto say = [this, &kept](const Fenwa::RefusedExport& refused) {
         say_refused(kept, refused);
@@ -153,19 +153,43 @@ void RunningGraph::connect(const BlocksByName& blocks) {
     }
 }
 
-std::optional<PortValue> RunningGraph::input_value(const std::string& block,
+ConnectableBlock RunningGraph::block(const std::string& name) const {
+    const auto found = by_name_.find(name);
+    if (found == by_name_.end())
+        return {};
+    return {found->second->block.get(), &found->second->terminations};
+}
+
+std::optional<PortValue> RunningGraph::input_value(const std::string& name,
                                                    const std::string& port) const {
-    const auto instance = std::find_if(instances_.begin(), instances_.end(),
-                                       [&block](const auto& each) { return each->name == block; });
-    if (instance == instances_.end())
-        return std::nullopt;
+    const ConnectableBlock found = block(name);
     const Fenwa::InPortInternal* const input =
-        ConnectableBlock{(*instance)->block.get(), &(*instance)->terminations}.inport(port);
+        found.block == nullptr ? nullptr : found.inport(port);
     if (input == nullptr)
         return std::nullopt;
     const void* const source = HostAccess::source(*input);
     return source == nullptr ? first_value(input->datatype())
                              : read_value(input->datatype(), source);
+}
+
+std::optional<PortValue> RunningGraph::output_value(const std::string& name,
+                                                    const std::string& port) const {
+    const ConnectableBlock found = block(name);
+    const Fenwa::OutPortInternal* const output =
+        found.block == nullptr ? nullptr : found.block->get_outport(port);
+    if (output == nullptr)
+        return std::nullopt;
+    return read_value(output->datatype(), HostAccess::value_address(*output));
+}
+
+void RunningGraph::write(const Endpoint& input, const PortValue& value) {
+    Instance& instance = *by_name_.at(input.block);
+    Fenwa::InPortInternal& port = *block(input.block).inport(input.port);
+    PortValue& kept = instance.written[&port];
+    kept = value;
+    HostAccess::connect(port, address_of(kept));
+    if (instance.block->get_inport(input.port) != nullptr)
+        HostAccess::notify(port, *instance.block);
 }
 
 void RunningGraph::run(Fenwa::Block& block) {
@@ -184,8 +208,10 @@ void RunningGraph::deliver(Instance& instance) {
             continue;
         output.port->reset(true);
         const void* const value = HostAccess::value_address(*output.port);
-        events_.output(instance.name, output.port->name(), output.port->datatype(),
-                       read_value(output.port->datatype(), value));
+        const PortValue held = read_value(output.port->datatype(), value);
+        events_.output(instance.name, output.port->name(), output.port->datatype(), held);
+        if (watcher_)
+            watcher_(instance.name, output.port->name(), held);
         for (const Input& target : output.targets) {
             if (target.block != nullptr)
                 HostAccess::notify(*target.port, *target.block);
@@ -212,6 +238,7 @@ void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& re
         instances_.pop_back();
     }
     by_block_.clear();
+    by_name_.clear();
 }
 
 }  // namespace host

@@ -28,6 +28,10 @@ class BlockFailure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Told of an output that carries a new value, on the thread of the loop; must not throw.
+using OutputWatcher =
+    std::function<void(const std::string& block, const std::string& port, const PortValue& value)>;
+
 /// The blocks of a graph from their construction to their destruction, and the values between
 /// them. All on the thread of the loop.
 class RunningGraph {
@@ -58,6 +62,24 @@ class RunningGraph {
     [[nodiscard]] std::optional<PortValue> input_value(const std::string& block,
                                                        const std::string& port) const;
 
+    /// The value that an output holds now; empty where there is no such output.
+    [[nodiscard]] std::optional<PortValue> output_value(const std::string& block,
+                                                        const std::string& port) const;
+
+    /// Keeps `value` for an input that nothing is connected to: from here on it reads it, and the
+    /// block runs if the port triggers, as after a delivery.
+    /// @param value of the input's datatype, which is a well-known one.
+    void write(const Endpoint& input, const PortValue& value);
+
+    /// Has every output that carries a new value told to `watcher`, too, instead of to one before;
+    /// an empty one for nobody.
+    void watch_outputs(OutputWatcher watcher) { watcher_ = std::move(watcher); }
+
+    /// The graph as it was read; its blocks are those that `block` finds.
+    [[nodiscard]] const Graph& graph() const noexcept { return graph_; }
+    /// The block of that name; a null pointer in it where none is there.
+    [[nodiscard]] ConnectableBlock block(const std::string& name) const;
+
     /// What a block threw in `run`, as a BlockFailure or a ConfigurationError; null for none.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
 
@@ -73,6 +95,8 @@ class RunningGraph {
     struct Instance {
         const BlockEntry* entry;
         std::string name;
+        /// What was written to unconnected inputs, where they read it.
+        std::unordered_map<const Fenwa::InPortInternal*, PortValue> written;
         std::unique_ptr<Fenwa::Block> block;
         Terminations terminations;    ///< none before its setup
         std::vector<Output> outputs;  ///< empty until the blocks are connected
@@ -97,6 +121,8 @@ class RunningGraph {
     std::vector<std::unique_ptr<Instance>> instances_;
     std::size_t stop_below_ = 0;  ///< the instances before this one are to be stopped
     std::unordered_map<const Fenwa::Block*, Instance*> by_block_;
+    std::unordered_map<std::string, Instance*> by_name_;
+    OutputWatcher watcher_;
 };
 
 }  // namespace host

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <iostream>
 
 namespace host {
@@ -31,6 +32,17 @@ void StandardOutput::write(const std::string& text) {
         return;
     error_ = errno != 0 ? errno : EIO;
     on_failure_();
+}
+
+tool::ExitCode code_after(const StandardOutput& out, tool::ExitCode code) {
+    if (out.error() == 0)
+        return code;
+    if (out.error() == EPIPE) {
+        std::cerr << "fenwa: stdout was closed by its reader\n";
+        return code;
+    }
+    std::cerr << "fenwa: cannot write to stdout: " << std::strerror(out.error()) << '\n';
+    return code == tool::ExitCode::done ? tool::ExitCode::unavailable : code;
 }
 
 }  // namespace host

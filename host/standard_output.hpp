@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include "common/exit_code.hpp"
+
 namespace host {
 
 /// Opens /dev/null for every standard stream that the starter has closed. Otherwise the next file
@@ -31,5 +33,10 @@ class StandardOutput {
     std::function<void()> on_failure_;
     std::atomic<int> error_{0};
 };
+
+/// The exit code when stdout may have failed, which is said on stderr then. A reader that goes
+/// away, as `head` does, has what it wanted: that is a stop by the user. Any other failure has lost
+/// lines that somebody waits for.
+[[nodiscard]] tool::ExitCode code_after(const StandardOutput& out, tool::ExitCode code);
 
 }  // namespace host

@@ -219,6 +219,40 @@ class Counter : public Fenwa::Block {
     Fenwa::OutPort<double>& out_;
 };
 
+/// Publishes on "NAME_out" each new value of its inputs "double", "float", "int" and "bool"; and a
+/// point on "point_out" at each run.
+class Relay : public Fenwa::Block {
+  public:
+    Relay(std::string name, const Fenwa::BlockConfiguration& config)
+        : Fenwa::Block(std::move(name), config) {}
+
+    bool run() override {
+        hand_on(double_, double_out_);
+        hand_on(float_, float_out_);
+        hand_on(int_, int_out_);
+        hand_on(bool_, bool_out_);
+        point_out_.publish({1, 2});
+        return true;
+    }
+
+  private:
+    template <class T>
+    static void hand_on(const Fenwa::InPort<T>& in, Fenwa::OutPort<T>& out) {
+        if (in.is_triggered())
+            out.publish(in.value());
+    }
+
+    Fenwa::InPort<double>& double_ = add_input<double>(*this, "double");
+    Fenwa::InPort<float>& float_ = add_input<float>(*this, "float");
+    Fenwa::InPort<int>& int_ = add_input<int>(*this, "int");
+    Fenwa::InPort<bool>& bool_ = add_input<bool>(*this, "bool");
+    Fenwa::OutPort<double>& double_out_ = add_output<double>(*this, "double_out");
+    Fenwa::OutPort<float>& float_out_ = add_output<float>(*this, "float_out");
+    Fenwa::OutPort<int>& int_out_ = add_output<int>(*this, "int_out");
+    Fenwa::OutPort<bool>& bool_out_ = add_output<bool>(*this, "bool_out");
+    Fenwa::OutPort<Point>& point_out_ = add_output<Point>(*this, "point_out");
+};
+
 }  // namespace
 
 void register_port_blocks(Fenwa::IRegistry& registry) {
@@ -227,6 +261,7 @@ void register_port_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Values>("Values");
     registry.register_block<Events>("Events");
     registry.register_block<Counter>("Counter");
+    registry.register_block<Relay>("Relay");
 }
 
 }  // namespace probe

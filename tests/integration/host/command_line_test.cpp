@@ -15,6 +15,9 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
         {"Usage: fenwa [OPTIONS] SUBCOMMAND\n", {}},
         {"Usage: fenwa run [OPTIONS] GRAPH\n", {"run"}},
         {"Usage: fenwa check [OPTIONS] GRAPH\n", {"check"}},
+        {"Usage: fenwa read [OPTIONS] PORT\n", {"read"}},
+        {"Usage: fenwa write [OPTIONS] PORT VALUE\n", {"write"}},
+        {"Usage: fenwa watch [OPTIONS]\n", {"watch"}},
     };
     for (const auto& [usage, level] : usages) {
         for (const char* option : {"-h", "--help"}) {
@@ -30,14 +33,15 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
 
 TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
     const std::string help = fenwa({"run", "--help"}).out;
-    for (const char* option :
-         {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for", "--call-timeout", "--color"})
+    for (const char* option : {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for",
+                               "--call-timeout", "--color", "--control [=NAME]"})
         EXPECT_NE(help.find(option), std::string::npos) << option;
 }
 
 TEST_F(CommandLine, VersionGoesToStdoutOnEveryLevel) {
     for (const Words& words :
-         {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"}}) {
+         {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"},
+          Words{"read", "--version"}, Words{"write", "--version"}, Words{"watch", "--version"}}) {
         const Ended ended = fenwa(words);
         EXPECT_EQ(ended.code, 0);
         EXPECT_EQ(ended.out, "fenwa " FENWA_VERSION "\n");
@@ -88,6 +92,19 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"run", "one", "--for", "nan"}, "--for: 'nan'" + seconds},
         Mistake{{"run", "one", "--for", "inf"}, "--for: 'inf'" + seconds},
         Mistake{{"run", "one", "--for", "1s"}, "--for: '1s'" + seconds},
+        Mistake{{"run", "one", "--control=nodots"},
+                "--control: 'nodots' is no bus name that can be owned"},
+        Mistake{{"run", "one", "--control=:1.7"},
+                "--control: ':1.7' is no bus name that can be owned"},
+        Mistake{{"run", "--control"}, "GRAPH is required"},
+        Mistake{{"run", "--control", "one", "two"}, "The following argument was not expected: two"},
+        Mistake{{"read"}, "PORT is required"}, Mistake{{"write"}, "PORT is required"},
+        Mistake{{"write", "a.b"}, "VALUE is required"},
+        Mistake{{"watch", "a.b"}, "The following argument was not expected: a.b"},
+        Mistake{{"watch", "--format", "xml"}, "--format: xml not in {text,json}"},
+        Mistake{{"read", "a.b", "--control", "nodots"},
+                "--control: 'nodots' is no bus name that can be owned"},
+        Mistake{{"raed", "a.b"}, "unknown command 'raed'; did you mean 'read'?"},
         Mistake{{"run", "one", "--call-timeout", "1e10"}, "--call-timeout: '1e10'" + seconds},
         Mistake{{"run", "one", "--call-timeout", "nan"}, "--call-timeout: 'nan'" + seconds}));
 

@@ -31,5 +31,11 @@ TEST(PortValue, TypesHaveShortNames) {
     EXPECT_EQ(type_name(Fenwa::Datatype("/acme/number")), "/acme/number");
 }
 
+TEST(PortValue, TypesAreFoundByTheirNames) {
+    for (const std::string& path : known_datatypes())
+        EXPECT_EQ(datatype_named(type_name(Fenwa::Datatype(path))).path(), path);
+    EXPECT_EQ(datatype_named("/acme/number").path(), "/acme/number");
+}
+
 }  // namespace
 }  // namespace host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+
+#include "common/bus.hpp"
+#include "host/event_loop.hpp"
+#include "host/port_value.hpp"
+#include "host/running_graph.hpp"
+
+namespace host {
+
+/// The control interface of a running graph: others on the bus read and write its ports and watch
+/// its outputs. Calls are served from the host's loop, between two passes of the blocks.
+class Control {
+  public:
+    /// Exports the interface, owns `name` and has the loop serve the connection.
+    /// @param graph started, and there as long as the loop runs; outlives this object.
+    /// @param bus a connection of its own, so that a client's calls never wait in the blocks'
+    /// queue.
+    /// @throws tool::Failure (unavailable) when the name cannot be had.
+    Control(RunningGraph& graph, EventLoop& loop, tool::BusPtr bus, const std::string& name);
+    Control(const Control&) = delete;
+    Control& operator=(const Control&) = delete;
+    ~Control();
+
+  private:
+    template <int (Control::*Member)(sd_bus_message&)>
+    static int serve(sd_bus_message* call, void* userdata, sd_bus_error* error) noexcept;
+    static const sd_bus_vtable vtable_[];
+
+    int read(sd_bus_message& call);
+    int write(sd_bus_message& call);
+    int describe(sd_bus_message& call);
+
+    void tell(const std::string& port, const PortValue& value) noexcept;
+
+    RunningGraph& graph_;
+    tool::BusPtr bus_;
+    tool::SlotPtr object_;
+    bool said_lost_ = false;
+};
+
+}  // namespace host

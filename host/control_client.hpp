@@ -1,0 +1,41 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+
+#include "common/bus.hpp"
+#include "host/control_names.hpp"
+
+namespace host {
+
+/// Which host a command talks to.
+struct ControlTarget {
+    std::string bus = "system";       ///< "system", "session" or an address
+    std::string name = control_name;  ///< bus name of its control interface
+};
+
+/// The host on the other end. Every call waits for the answer.
+/// All throw tool::Failure: `usage` with the host's sentence when it refuses, because the command
+/// line names what is wrong; `unavailable` when the bus or such a host is not there.
+class ControlClient {
+  public:
+    explicit ControlClient(ControlTarget target);
+
+    [[nodiscard]] tool::MessagePtr new_call(const char* method) const;
+    /// Appends a string. A failure (usage) says when it is no valid UTF-8.
+    static void append(sd_bus_message& call, const std::string& text);
+    /// Sends a call and gives the reply.
+    [[nodiscard]] tool::MessagePtr send(const tool::MessagePtr& call) const;
+
+    [[nodiscard]] sd_bus& bus() const noexcept { return *bus_; }
+    [[nodiscard]] const ControlTarget& target() const noexcept { return target_; }
+
+  private:
+    [[noreturn]] void fail(const tool::BusError& error, int r) const;
+
+    ControlTarget target_;
+    tool::BusPtr bus_;
+};
+
+}  // namespace host

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace host {
+
+// What the control interface is called on the bus.
+inline constexpr const char* control_name = "com.tarlo.Fenwa.Host1";  ///< unless another is given
+inline constexpr const char* control_path = "/com/tarlo/Fenwa/Host1";
+inline constexpr const char* control_interface = "com.tarlo.Fenwa.Host1";
+
+// Names of the errors with which a host refuses a call. The message is a sentence for the user.
+inline constexpr const char* control_error_prefix = "com.tarlo.Fenwa.Host1.Error.";
+inline constexpr const char* unknown_block_error = "com.tarlo.Fenwa.Host1.Error.UnknownBlock";
+/// The block has no such port, an output is to be written, or the text is no "BLOCK.PORT".
+inline constexpr const char* unknown_port_error = "com.tarlo.Fenwa.Host1.Error.UnknownPort";
+/// The input gets its values from an output.
+inline constexpr const char* connected_input_error = "com.tarlo.Fenwa.Host1.Error.ConnectedInput";
+/// The value is of another type than the port, or the port's type has no values on the bus.
+inline constexpr const char* wrong_type_error = "com.tarlo.Fenwa.Host1.Error.WrongType";
+
+/// A call that a host does not serve. `what()` is the sentence for the user.
+class ControlRefusal : public std::runtime_error {
+  public:
+    /// @param name one of the names above.
+    ControlRefusal(const char* name, const std::string& sentence)
+        : std::runtime_error(sentence), name_(name) {}
+
+    [[nodiscard]] const char* name() const noexcept { return name_; }
+
+  private:
+    const char* name_;
+};
+
+}  // namespace host

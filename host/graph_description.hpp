@@ -1,0 +1,21 @@
+#pragma once
+
+#include "common/json_text.hpp"
+#include "host/running_graph.hpp"
+
+namespace host {
+
+/// A running graph as it is now, blocks in file order:
+///
+///     {"blocks": [{"name", "type", "settings": {KEY: VALUE, …},
+///                  "inputs": [{"name", "type", "triggers", "value"}, …],
+///                  "terminated_inputs": [{"name", "type", "value"}, …],
+///                  "outputs": [{"name", "type", "value"}, …]}, …],
+///      "connections": [{"from": "BLOCK.PORT", "to": "BLOCK.PORT"}, …]}
+///
+/// Types and values stand as in event lines: the value is null where the host does not know the
+/// datatype. The settings are those that the block runs with, its own defaults included;
+/// "terminated_inputs" are those that the host provides on its behalf.
+[[nodiscard]] tool::Json describe(const RunningGraph& graph);
+
+}  // namespace host

@@ -1,0 +1,44 @@
+#include "host/port_commands.hpp"
+
+#include "host/bus_value.hpp"
+#include "host/standard_output.hpp"
+#include "host/value_text.hpp"
+
+namespace host {
+namespace {
+
+using tool::check;
+
+PortValue ask_for(const ControlClient& host, const std::string& port) {
+    const tool::MessagePtr call = host.new_call("Read");
+    ControlClient::append(*call, port);
+    const tool::MessagePtr reply = host.send(call);
+    PortValue value = read_variant(*reply);
+    if (std::holds_alternative<std::monostate>(value))
+        throw tool::Failure(tool::ExitCode::unavailable,
+                            "the host gives '" + port + "' a value of an unknown type");
+    return value;
+}
+
+}  // namespace
+
+tool::ExitCode read_port_of_host(const ControlTarget& target, const std::string& port) {
+    open_closed_streams();
+    StandardOutput out([] {});
+    out.write(to_text(ask_for(ControlClient(target), port)) + '\n');
+    return code_after(out, tool::ExitCode::done);
+}
+
+void write_port_of_host(const ControlTarget& target, const std::string& port,
+                        const std::string& value) {
+    const ControlClient host(target);
+    const PortValue like = ask_for(host, port);
+    const tool::MessagePtr call = host.new_call("Write");
+    ControlClient::append(*call, port);
+    // The host says that a timer source cannot be written, whatever it is given.
+    const bool is_tick = std::holds_alternative<Fenwa::datatype_timersource>(like);
+    check(append_variant(*call, is_tick ? like : from_text(value, like)), "cannot append a value");
+    (void)host.send(call);
+}
+
+}  // namespace host
