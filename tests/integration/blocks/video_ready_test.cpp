@@ -16,17 +16,6 @@ using ::testing::StartsWith;
 using VideoReadyTest = VideoScene;
 
 const std::string signal_call = R"(client calls service: SignalVideoReady("vipd"))";
-const Lines signals{signal_call, "service replies to client: ()"};
-
-/// The question for the unit goes to the init system, which is no part of the service's story but
-/// for being called by the client.
-Lines asks(const std::string& answer) {
-    return host_connects +
-           Lines{
-               R"(client calls org.freedesktop.systemd1: GetUnitFileState("video-ready.service"))",
-               answer};
-}
-
 std::string setup_event(const std::string& enabled) {
     return R"({"event":"setup","block":"video","settings":{"no_video_at_startup":)" + enabled +
            "}}";

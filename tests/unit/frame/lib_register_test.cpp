@@ -20,17 +20,18 @@ namespace {
 thread_local std::size_t allocations = 0;
 }  // namespace
 
-// Counts what the thread allocates; everything else is as ever.
-void* operator new(std::size_t size) {
+// Counts what the thread allocates; everything else is as ever. Not inlined, or an optimising
+// compiler takes malloc() and free() for a mismatched pair of new and delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* const memory = std::malloc(size != 0 ? size : 1))
         return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
