@@ -24,6 +24,24 @@ inline constexpr BusObject power_status{"com.tarlo.PowerControl.Status",
                                         "/com/tarlo/PowerControl/Status",
                                         "com.tarlo.PowerControl.Status"};
 
+/// Where clients add buttons to the camera's screen.
+inline constexpr BusObject onscreen_controls{
+    "com.tarlo.Onscreencontrols1", "/com/tarlo/Onscreencontrols1", "com.tarlo.Onscreencontrols1"};
+
+/// Where clients put texts on the video.
+inline constexpr BusObject text_overlay{"com.tarlo.PrioritizedTextOverlay",
+                                        "/com/tarlo/PrioritizedTextOverlay/1",
+                                        "com.tarlo.PrioritizedTextOverlay"};
+
+/// Where clients say that there is video; the path is that of all channels, "/N" behind it makes
+/// the object of one.
+inline constexpr BusObject video_ready{"com.tarlo.VideoReady1", "/com/tarlo/VideoReady1",
+                                       "com.tarlo.VideoReady1"};
+
+/// The manager of the init system.
+inline constexpr BusObject init_manager{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+                                        "org.freedesktop.systemd1.Manager"};
+
 /// Where a running camera takes orders (`fenwa-camera set`, `stop`, `fail` …).
 inline constexpr BusObject camera_control{"com.tarlo.Fenwa.Camera1", "/com/tarlo/Fenwa/Camera1",
                                           "com.tarlo.Fenwa.Camera1"};

@@ -2,9 +2,13 @@
 
 #include <algorithm>
 
+#include "camera/init_service.hpp"
+#include "camera/overlay_service.hpp"
 #include "camera/power_consumer_service.hpp"
 #include "camera/power_status_service.hpp"
 #include "camera/temperature_service.hpp"
+#include "camera/video_service.hpp"
+#include "common/exit_code.hpp"
 #include "common/suggestion.hpp"
 
 namespace camera {
@@ -31,11 +35,19 @@ Camera::Camera(sd_event& event, Story& story, const Configuration& configuration
                     [this](const std::string& service) { drop(service); },
                     std::move(lost)},
       temperature_(configuration.sensors),
-      power_(configuration.power.budget) {
-    services_.push_back(std::make_unique<TemperatureService>(temperature_, surroundings_));
-    services_.push_back(std::make_unique<PowerConsumerService>(power_, surroundings_));
-    services_.push_back(
-        std::make_unique<PowerStatusService>(configuration.power.received, surroundings_));
+      power_(configuration.power.budget),
+      parameters_(configuration.video.channels) {
+    add<TemperatureService>(temperature_);
+    add<PowerConsumerService>(power_);
+    add<PowerStatusService>(configuration.power.received);
+    controls_ = &add<ControlsService>(parameters_, configuration.video.channels);
+    add<OverlayService>();
+    add<VideoService>(configuration.video.channels);
+    add<InitService>(configuration.video.unit);
+    for (const auto& service : services_) {
+        if (service->belongs_to_machine())
+            not_activatable_.insert(service->name());
+    }
 }
 
 void Camera::go_up(const std::string& address, const std::set<std::string>& without,
@@ -46,7 +58,17 @@ void Camera::go_up(const std::string& address, const std::set<std::string>& with
         if (left_out || !activation)
             not_activatable_.insert(service->name());
         if (!left_out)
-            service->bring_up(address_);
+            bring_up_at_first(*service);
+    }
+}
+
+void Camera::bring_up_at_first(Service& service) {
+    try {
+        service.bring_up(address_);
+    } catch (const tool::Failure& failure) {
+        if (!service.belongs_to_machine())
+            throw;
+        story_.service_down(service.name(), std::string("left alone: ") + failure.what());
     }
 }
 
@@ -144,7 +166,8 @@ void Camera::clear_fault(const std::string& target) {
 }
 
 void Camera::press(const std::string& button) {
-    throw Refusal("there is no button '" + button + "': nobody has added buttons to this camera");
+    controls_->press(button);
+    surroundings_.changed();
 }
 
 Json Camera::check_value(const std::string& name, const std::string& value) const {

@@ -6,10 +6,13 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "camera/configuration.hpp"
+#include "camera/controls_service.hpp"
 #include "camera/fault_rules.hpp"
+#include "camera/parameter_store.hpp"
 #include "camera/power_model.hpp"
 #include "camera/service.hpp"
 #include "camera/story.hpp"
@@ -39,7 +42,8 @@ class Camera {
 
     /// Brings all services up on the bus at `address`, but those of `without`, which are not
     /// there until they are started by order. With `activation`, a call to one of the others
-    /// brings it up again when it is down.
+    /// brings it up again when it is down. A service whose names belong to the machine leaves them
+    /// to whoever has them, and tells that it does.
     /// @throws tool::Failure (unavailable).
     void go_up(const std::string& address, const std::set<std::string>& without, bool activation);
     /// Takes all services down, in reverse order.
@@ -88,6 +92,15 @@ class Camera {
     [[nodiscard]] Service& owner_of(const std::string& value) const;
     /// The kind of a member, or a refusal with the nearest name.
     [[nodiscard]] MemberKind kind_of(const std::string& service, const std::string& member) const;
+    /// Adds the next service, made with these arguments.
+    template <class Kind, class... Arguments>
+    Kind& add(Arguments&&... arguments) {
+        auto service = std::make_unique<Kind>(std::forward<Arguments>(arguments)..., surroundings_);
+        Kind& added = *service;
+        services_.push_back(std::move(service));
+        return added;
+    }
+    void bring_up_at_first(Service& service);
     void drop(const std::string& service);
 
     Story& story_;
@@ -96,7 +109,9 @@ class Camera {
     Surroundings surroundings_;
     TemperatureModel temperature_;
     PowerModel power_;
+    ParameterStore parameters_;
     std::vector<std::unique_ptr<Service>> services_;  // goes first: it refers to all of the above
+    ControlsService* controls_;                       // one of them
     std::string address_;
     std::set<std::string> not_activatable_;
 };

@@ -72,6 +72,8 @@ void add_run(CLI::App& app, CommandLine& line) {
     run->add_flag("--system", line.run.system_allowed,
                   "Allow to play on the machine's own system bus");
     run->footer(
+        "Services: temperature, power-consumer, power-status, controls, overlay, video, init. A "
+        "call brings\neach of them up but init, whose bus name is left to whoever has it.\n\n"
         "Behind each lone --, a program with its arguments: it runs on the camera's bus, which it "
         "finds\nwhere programs look for the system bus. The camera ends when one of them fails or "
         "all have\nended, and they end with the camera.");
@@ -118,7 +120,7 @@ void add_orders(CLI::App& app, CommandLine& line) {
         {"start", "Bring a service up", "Start", "SERVICE"},
         {"stop", "Take a service down", "Stop", "SERVICE"},
         {"restart", "Take a service down and bring it up again", "Restart", "SERVICE"},
-        {"press", "Press an on-screen button", "Press", "BUTTON"},
+        {"press", "Press an on-screen button that a client has added", "Press", "BUTTON"},
     };
     CLI::App* set = add_verb(app, line, "set", "Set a value: set temperature.main 71.5",
                              [&line] { set_value(line.bus, line.name, line.value); });

@@ -89,10 +89,30 @@ void read_power(const toml::table& table, Power& power, tool::Diagnostics& diagn
     reader.report_unknown_keys();
 }
 
+void read_video(const toml::table& table, Video& video, tool::Diagnostics& diagnostics) {
+    tool::TableReader reader(table, "[video]", diagnostics);
+    if (const auto channels = reader.integer("channels")) {
+        if (*channels >= 1 && *channels <= Video::max_channels)
+            video.channels = static_cast<int>(*channels);
+        else
+            diagnostics.error(reader.where("channels"), "'channels' of [video] must be 1 to " +
+                                                            std::to_string(Video::max_channels) +
+                                                            ", not " + std::to_string(*channels));
+    }
+    if (const auto unit = reader.string("unit")) {
+        // D-Bus strings end at the first zero byte.
+        if (unit->find('\0') == std::string::npos)
+            video.unit = *unit;
+        else
+            diagnostics.error(reader.where("unit"), "'unit' of [video] must not hold a zero byte");
+    }
+    reader.report_unknown_keys();
+}
+
 }  // namespace
 
 Configuration default_configuration() {
-    return {{{"main", 3, 36.5}, {"lens", 4, 28.0}, {"housing", 5, 21.5}}, {}};
+    return {{{"main", 3, 36.5}, {"lens", 4, 28.0}, {"housing", 5, 21.5}}, {}, {}};
 }
 
 Configuration read_configuration(const std::string& path, tool::Diagnostics& diagnostics) {
@@ -109,6 +129,8 @@ Configuration read_configuration(const std::string& path, tool::Diagnostics& dia
     }
     if (const toml::table* power = reader.table("power"))
         read_power(*power, configuration.power, diagnostics);
+    if (const toml::table* video = reader.table("video"))
+        read_video(*video, configuration.video, diagnostics);
     reader.report_unknown_keys();
     return configuration;
 }

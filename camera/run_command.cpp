@@ -151,7 +151,7 @@ class Session {
             options.camera_program = std::filesystem::read_symlink("/proc/self/exe").string();
             const std::set<std::string> without(options_.without.begin(), options_.without.end());
             for (const auto& service : camera_->services()) {
-                if (without.contains(service->name()))
+                if (without.contains(service->name()) || service->belongs_to_machine())
                     continue;
                 for (const std::string& bus_name : service->bus_names())
                     options.activatable.push_back({bus_name, service->name()});

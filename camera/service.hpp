@@ -37,7 +37,7 @@ struct Surroundings {
 
 /// A value of the camera that can be seen and, mostly, set.
 struct Value {
-    std::string name;  ///< "GROUP.NAME", such as "temperature.main"; services may share a group
+    std::string name;  ///< mostly "GROUP.NAME": "temperature.main"; services may share a group
     tool::Json value;
 };
 
@@ -67,6 +67,9 @@ class Service {
     void take_down(const std::string& why);
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    /// Whether its bus names are those of the machine rather than of the camera: they are left to
+    /// whoever has them when the camera begins, and no call brings the service up.
+    [[nodiscard]] virtual bool belongs_to_machine() const { return false; }
     [[nodiscard]] bool is_up() const noexcept { return connection_ != nullptr; }
     /// Empty when it is down.
     [[nodiscard]] std::string unique_name() const;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "common/diagnostics.hpp"
+
 namespace camera {
 namespace {
 
@@ -14,7 +16,7 @@ std::string padded(std::string text, std::size_t width) {
 }
 
 std::string plain(const Json& value) {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? tool::one_line(value.get<std::string>()) : value.dump();
 }
 
 void add_service(std::string& text, const Json& service) {
@@ -41,7 +43,7 @@ std::string show_text(const Json& state) {
     for (const auto& [name, value] : state["values"].items())
         width = std::max(width, name.size());
     for (const auto& [name, value] : state["values"].items())
-        text += padded(name, width) + "  " + plain(value) + "\n";
+        text += padded(name, width) + "  " + (value == "" ? "\"\"" : plain(value)) + "\n";
     for (const Json& fault : state["faults"])
         text += "fault " + plain(fault["member"]) + ": " + plain(fault["what"]) + "\n";
     return text;

@@ -150,6 +150,17 @@ void Story::value_set(const std::string& service, const std::string& name, const
     write("set", {{"name", name}, {"value", value}}, service, palette_.bold, sentence);
 }
 
+void Story::pressed(const std::string& service, const std::string& button,
+                    const std::string& request) {
+    write("press", {{"service", service}, {"button", button}, {"request", request}}, service,
+          palette_.bold, "the button " + button + " is pressed: " + request);
+}
+
+void Story::text_expired(const std::string& service, const std::string& text) {
+    write("expired", {{"service", service}, {"text", text}}, service, "",
+          "the text " + tool::json_line(text) + " has had its time");
+}
+
 void Story::fault(std::string_view state, const std::string& target, const std::string& what) {
     write("fault", {{"state", state}, {"member", target}, {"what", what}}, "fault", palette_.yellow,
           target + ", " + std::string(state) + ": " + what);

@@ -57,6 +57,10 @@ class Story {
     /// `sentence` says it in words: "sensor main is 71.5".
     void value_set(const std::string& service, const std::string& name, const tool::Json& value,
                    const std::string& sentence);
+    /// Somebody presses a button, which makes this request: "GET /…".
+    void pressed(const std::string& service, const std::string& button, const std::string& request);
+    /// A text on the video has had its time.
+    void text_expired(const std::string& service, const std::string& text);
     /// `state`: "set", "applied", "spent" or "cleared"; `what` says what the rule does.
     void fault(std::string_view state, const std::string& target, const std::string& what);
     /// A step of a scenario begins; told in JSON only, as text it shows by what it does.
@@ -67,10 +71,12 @@ class Story {
                      bool met, const tool::Json& calls);
     void exit(tool::ExitCode code);
 
+    /// Since the start, as lines say it; to the microsecond.
+    [[nodiscard]] double seconds() const;
+
   private:
     void write(std::string_view event, const tool::Json& fields, const std::string& subject,
                std::string_view color, const std::string& sentence);
-    [[nodiscard]] double seconds() const;
 
     std::FILE* out_;
     Format format_;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace camera {
+
+/// A parameter of the camera that web requests read and change.
+struct Parameter {
+    std::string name;
+    std::vector<std::string> choices;  ///< what it can be
+    std::string value;
+};
+
+/// What a web request has set: the parameter's name and its value.
+using ParameterUpdate = std::pair<std::string, std::string>;
+
+/// "ImageSource.I0.Sensor.WDR" of channel 0.
+[[nodiscard]] std::string wdr_parameter(int channel);
+
+/// The camera's parameters: WDR of each channel, "off" at first. Knows no bus and no network.
+class ParameterStore {
+  public:
+    /// `channels` is at least 1.
+    explicit ParameterStore(int channels);
+
+    /// @throws Refusal, with the nearest name, where there is none.
+    [[nodiscard]] const Parameter& by_name(std::string_view name) const;
+    /// @throws Refusal where the parameter cannot be that.
+    void check(std::string_view name, const std::string& value) const;
+    /// @throws Refusal as `by_name` and `check`.
+    void set(std::string_view name, const std::string& value);
+
+    /// Answers a request such as a GET of "/tarlo-cgi/param.cgi?action=update&NAME=VALUE", which
+    /// may update several parameters; %XX and + stand for other bytes, as in every query. Returns
+    /// what was set, in the order of the request.
+    /// @throws Refusal, having changed nothing, with a sentence that says what is wrong.
+    std::vector<ParameterUpdate> request(std::string_view type, std::string_view url);
+
+  private:
+    std::vector<Parameter> parameters_;
+};
+
+}  // namespace camera
