@@ -4,10 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
-
-#include "camera/bus_names.hpp"
 
 namespace test {
 namespace {
@@ -30,7 +29,10 @@ void CameraScene::open(Setting setting) {
     if (setting.activation)
         options.activatable = {{camera::temperature_controller.name, "temperature"},
                                {camera::power_consumers.name, "power-consumer"},
-                               {camera::power_status.name, "power-status"}};
+                               {camera::power_status.name, "power-status"},
+                               {camera::onscreen_controls.name, "controls"},
+                               {camera::text_overlay.name, "overlay"},
+                               {camera::video_ready.name, "video"}};
     bus_ = std::make_unique<camera::PrivateBus>(options);
     std::vector<std::string> arguments{"run", "--bus", address(), "--format", setting.format};
     arguments.insert(arguments.end(), setting.run.begin(), setting.run.end());
@@ -73,6 +75,16 @@ tool::Json CameraScene::state() const {
     return tool::Json::parse(shown.out);
 }
 
+tool::Json CameraScene::service(const std::string& name) const {
+    const tool::Json now = state();
+    for (const tool::Json& each : now["services"]) {
+        if (each["name"] == name)
+            return each;
+    }
+    ADD_FAILURE() << "there is no service " << name;
+    return {};
+}
+
 std::string CameraScene::plain(std::string text) const {
     const std::string folder = folder_.path().string() + '/';
     for (std::size_t at = 0; (at = text.find(folder)) != std::string::npos;) {
@@ -94,30 +106,39 @@ Lines CameraScene::lines(const std::string& out) const {
 }
 
 Lines CameraScene::whole(const Lines& middle, int status) {
-    struct Service {
-        const char* name;
-        const char* bus_name;
-    };
-    static constexpr Service services[] = {
-        {"temperature", camera::temperature_controller.name},
-        {"power-consumer", camera::power_consumers.name},
-        {"power-status", camera::power_status.name},
-    };
     Lines all;
     Lines downs;
-    // :1.0 takes orders.
-    for (int number = 0; const Service& service : services) {
+    tool::Json names = tool::Json::array();
+    for (int number = 0; const ServiceNames& service : camera_services) {
         const std::string begin =
             std::string(R"({"event":"service","service":")") + service.name + R"(","state":")";
         all.push_back(begin + R"(up","name":":1.)" + std::to_string(++number) +
                       R"(","bus_names":[")" + service.bus_name + R"("]})");
         downs.insert(downs.begin(), begin + R"(down"})");
+        names.push_back(service.name);
     }
-    all.push_back(
-        R"({"event":"ready","bus":"BUS","services":["temperature","power-consumer","power-status"]})");
+    all.push_back(R"({"event":"ready","bus":"BUS","services":)" + names.dump() + '}');
     all.insert(all.end(), middle.begin(), middle.end());
     all.insert(all.end(), downs.begin(), downs.end());
     all.push_back(R"({"event":"exit","status":)" + std::to_string(status) + '}');
+    return all;
+}
+
+Lines CameraScene::whole_text(const Lines& middle, int status) {
+    Lines all;
+    Lines downs;
+    std::string names;
+    for (int number = 0; const ServiceNames& service : camera_services) {
+        const std::string name = service.name;
+        all.push_back(name + ": up as " + service.bus_name + " (:1." + std::to_string(++number) +
+                      ")");
+        downs.insert(downs.begin(), name + ": down");
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    all.push_back("ready on BUS, services: " + names);
+    all.insert(all.end(), middle.begin(), middle.end());
+    all.insert(all.end(), downs.begin(), downs.end());
+    all.push_back("the end, with exit code " + std::to_string(status));
     return all;
 }
 
@@ -157,6 +178,10 @@ Lines CameraScene::left_behind() const {
 
 bool CameraScene::files_left_behind() const {
     return !fs::is_empty(temporary());
+}
+
+std::string client_name(std::size_t later) {
+    return ":1." + std::to_string(std::size(camera_services) + 1 + later);
 }
 
 std::string address_in(const std::string& ready_line) {

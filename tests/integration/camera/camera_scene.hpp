@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "camera/bus_names.hpp"
 #include "camera/private_bus.hpp"
 #include "common/json_text.hpp"
 #include "tests/integration/camera/bus_client.hpp"
@@ -21,6 +22,28 @@ using Lines = std::vector<std::string>;
 /// bus of the machine, yet leads nobody there: the kernel does not look past the missing folder.
 inline constexpr const char* unreachable_system_bus =
     "unix:path=/run/dbus/no-such-folder/../system_bus_socket";
+
+/// What a service of the camera is called by its users and on the bus.
+struct ServiceNames {
+    const char* name;
+    const char* bus_name;
+};
+
+/// The services of the camera in the order in which they come up. The connection before theirs,
+/// :1.0, takes orders.
+inline constexpr ServiceNames camera_services[] = {
+    {"temperature", camera::temperature_controller.name},
+    {"power-consumer", camera::power_consumers.name},
+    {"power-status", camera::power_status.name},
+    {"controls", camera::onscreen_controls.name},
+    {"overlay", camera::text_overlay.name},
+    {"video", camera::video_ready.name},
+    {"init", camera::init_manager.name},
+};
+
+/// The unique name of the first connection after those of a camera that has just come up, or of
+/// one that comes so many later.
+[[nodiscard]] std::string client_name(std::size_t later = 0);
 
 /// `fenwa-camera` as a process on a private bus. None of the programs started here can reach the
 /// bus of the machine, whatever goes wrong: what they take for it leads nowhere.
@@ -54,6 +77,12 @@ class CameraScene : public ::testing::Test {
     void close();
     /// The camera's state as `show` has it.
     [[nodiscard]] tool::Json state() const;
+    /// What it has of one of its services.
+    [[nodiscard]] tool::Json service(const std::string& name) const;
+    /// One of its values.
+    [[nodiscard]] tool::Json value(const std::string& name) const {
+        return state()["values"][name];
+    }
 
     /// The camera's event lines so far, times taken out.
     [[nodiscard]] Lines told() const { return lines(camera_->out()); }
@@ -63,6 +92,8 @@ class CameraScene : public ::testing::Test {
     /// All lines of a camera in JSON that comes up with all its services, does `middle` and goes
     /// down again.
     [[nodiscard]] static Lines whole(const Lines& middle, int status = 0);
+    /// The same of a camera that tells itself in text.
+    [[nodiscard]] static Lines whole_text(const Lines& middle, int status = 0);
     /// Only those that contain `text`.
     [[nodiscard]] static Lines with(const std::string& text, const Lines& all);
     /// `text` with "BUS" and bare file names as above.

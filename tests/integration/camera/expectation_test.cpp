@@ -13,24 +13,14 @@ class Expectations : public ScenarioScene {
   protected:
     /// Starts a scenario and connects to its bus.
     void begin(const std::string& scenario) {
-        camera_ = start(command(scenario));
-        const auto line = camera_->wait_for_text("\"ready\"");
-        ASSERT_TRUE(line) << camera_->err();
-        client_ = std::make_unique<BusClient>(address_in(*line));
+        ScenarioScene::begin(scenario);
+        client_ = std::make_unique<BusClient>(address_);
     }
 
     std::string id_of(const std::string& name) {
         return client_->call("GetTemperatureIdFromName", "s", name.c_str());
     }
 
-    /// Waits for the end.
-    Ended end() {
-        const Ended ended = camera_->wait();
-        EXPECT_EQ(left_behind(), Lines{});
-        return ended;
-    }
-
-    std::unique_ptr<Process> camera_;
     std::unique_ptr<BusClient> client_;
 };
 

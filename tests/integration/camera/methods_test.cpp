@@ -174,7 +174,8 @@ TEST_F(ControllerMethods, ACallThatWantsNoReplyIsServedAndNotAnswered) {
     EXPECT_EQ(with("\"call\"", told()).size(), 3U);
     EXPECT_THAT(with("\"reply\"", told()),
                 ElementsAre(R"({"event":"reply","service":"temperature","member":)"
-                            R"("GetTemperatureIdFromName","receiver":":1.4","values":[3]})"));
+                            R"("GetTemperatureIdFromName","receiver":")" +
+                            client_->unique_name() + R"(","values":[3]})"));
 }
 
 }  // namespace

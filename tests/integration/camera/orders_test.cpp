@@ -141,18 +141,32 @@ TEST_F(CameraOrders, ShowTheWholeState) {
     EXPECT_EQ(plain(text.out), R"(bus BUS
 service temperature: up as :1.1
   name com.tarlo.TemperatureController
-  registration 1 of :1.4: change of main by 0.5
-  registration 2 of :1.4: lens at or below 60.0
+  registration 1 of :1.8: change of main by 0.5
+  registration 2 of :1.8: lens at or below 60.0
 service power-consumer: up as :1.2
   name com.tarlo.PowerControl.Consumer
 service power-status: up as :1.3
   name com.tarlo.PowerControl.Status
+service controls: up as :1.4
+  name com.tarlo.Onscreencontrols1
+service overlay: up as :1.5
+  name com.tarlo.PrioritizedTextOverlay
+service video: up as :1.6
+  name com.tarlo.VideoReady1
+service init: up as :1.7
+  name org.freedesktop.systemd1
 temperature.main     36.5
 temperature.lens     28.0
 temperature.housing  nan
 power.budget         20.0
 power.left           20.0
 power.received       25.0
+wdr.0                off
+wdr.1                off
+overlay.text         ""
+video.0              0
+video.1              0
+unit                 enabled
 fault GetTemperature: sent after 250 ms, 3 times
 )");
     const Ended json = order({"show", "--format", "json"});
@@ -162,15 +176,24 @@ fault GetTemperature: sent after 250 ms, 3 times
         plain(json.out),
         R"({"bus":"BUS","services":[{"name":"temperature","state":"up","unique_name":":1.1",)"
         R"("bus_names":["com.tarlo.TemperatureController"],"activatable":true,"registrations":[)"
-        R"({"id":1,"client":":1.4","what":"change of main by 0.5","delta":0.5,"reported":36.5},)"
-        R"({"id":2,"client":":1.4","what":"lens at or below 60.0","limit":60.0,"rising":false,)"
+        R"({"id":1,"client":":1.8","what":"change of main by 0.5","delta":0.5,"reported":36.5},)"
+        R"({"id":2,"client":":1.8","what":"lens at or below 60.0","limit":60.0,"rising":false,)"
         R"("beyond":true}]},{"name":"power-consumer","state":"up","unique_name":":1.2",)"
         R"("bus_names":["com.tarlo.PowerControl.Consumer"],"activatable":true,"registrations":[]},)"
         R"({"name":"power-status","state":"up","unique_name":":1.3",)"
-        R"("bus_names":["com.tarlo.PowerControl.Status"],"activatable":true,"registrations":[]}],)"
+        R"("bus_names":["com.tarlo.PowerControl.Status"],"activatable":true,"registrations":[]},)"
+        R"({"name":"controls","state":"up","unique_name":":1.4",)"
+        R"("bus_names":["com.tarlo.Onscreencontrols1"],"activatable":true,"registrations":[]},)"
+        R"({"name":"overlay","state":"up","unique_name":":1.5","bus_names":)"
+        R"(["com.tarlo.PrioritizedTextOverlay"],"activatable":true,"registrations":[]},)"
+        R"({"name":"video","state":"up","unique_name":":1.6",)"
+        R"("bus_names":["com.tarlo.VideoReady1"],"activatable":true,"registrations":[]},)"
+        R"({"name":"init","state":"up","unique_name":":1.7",)"
+        R"("bus_names":["org.freedesktop.systemd1"],"activatable":false,"registrations":[]}],)"
         R"("values":{"temperature.main":36.5,"temperature.lens":28.0,)"
         R"("temperature.housing":"nan","power.budget":20.0,"power.left":20.0,)"
-        R"("power.received":25.0},"faults":[{"member":"GetTemperature","what":)"
+        R"("power.received":25.0,"wdr.0":"off","wdr.1":"off","overlay.text":"","video.0":0,)"
+        R"("video.1":0,"unit":"enabled"},"faults":[{"member":"GetTemperature","what":)"
         R"("sent after 250 ms, 3 times","times":3}]})"
         "\n");
 }

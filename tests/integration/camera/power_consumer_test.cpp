@@ -187,6 +187,14 @@ TEST_F(PowerBudget, ShowsConsumersSharesAndWhatIsLeft) {
                   "/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer\n"
                   "service power-status: up as :1.3\n"
                   "  name com.tarlo.PowerControl.Status\n"
+                  "service controls: up as :1.4\n"
+                  "  name com.tarlo.Onscreencontrols1\n"
+                  "service overlay: up as :1.5\n"
+                  "  name com.tarlo.PrioritizedTextOverlay\n"
+                  "service video: up as :1.6\n"
+                  "  name com.tarlo.VideoReady1\n"
+                  "service init: up as :1.7\n"
+                  "  name org.freedesktop.systemd1\n"
                   "temperature.main     36.5\n"
                   "temperature.lens     28.0\n"
                   "temperature.housing  21.5\n"
@@ -194,7 +202,13 @@ TEST_F(PowerBudget, ShowsConsumersSharesAndWhatIsLeft) {
                   "power.left           6.5\n"
                   "power.share.vipd0    0.0\n"
                   "power.share.vipd1    4.0\n"
-                  "power.received       inf\n");
+                  "power.received       inf\n"
+                  "wdr.0                off\n"
+                  "wdr.1                off\n"
+                  "overlay.text         \"\"\n"
+                  "video.0              0\n"
+                  "video.1              0\n"
+                  "unit                 enabled\n");
     const Ended refused = order({"set", "power.share.vipd1", "1"});
     EXPECT_EQ(refused.code, 2);
     EXPECT_EQ(refused.err,

@@ -8,18 +8,7 @@
 namespace test {
 namespace {
 
-class PowerScenario : public ScenarioScene {
-  protected:
-    void begin(const std::string& scenario) {
-        camera_ = start(command(scenario));
-        const auto line = camera_->wait_for_text("\"ready\"");
-        ASSERT_TRUE(line) << camera_->err();
-        address_ = address_in(*line);
-    }
-
-    std::unique_ptr<Process> camera_;
-    std::string address_;
-};
+using PowerScenario = ScenarioScene;
 
 TEST_F(PowerScenario, WaitsForTheSharesOfConsumers) {
     begin(R"([[steps]]
@@ -43,7 +32,7 @@ expect = {state = "power.share.vipd1", is = "none", within = 20}
         b.wait_for(2);
         EXPECT_EQ(b.heard().back(), "SetPower(8.0)");
     }
-    const Ended ended = camera_->wait();
+    const Ended ended = end();
     EXPECT_EQ(ended.code, 0) << ended.err;
     EXPECT_EQ(with("\"met\":true", lines(ended.out)).size(), 4U);
 }
@@ -58,7 +47,7 @@ expect = {call = "power-status.Get", arguments = ["com.tarlo.PowerControl.Status
                                 camera::properties_interface});
     EXPECT_EQ(client.call("Get", "ss", "com.tarlo.PowerControl.Status", "PowerReceived"),
               "com.example.Error.Busy: A fault rule answers this call.");
-    const Ended ended = camera_->wait();
+    const Ended ended = end();
     EXPECT_EQ(ended.code, 0) << ended.err;
     EXPECT_EQ(with("\"set\"", with("power.received", lines(ended.out))).back(),
               R"({"event":"set","name":"power.received","value":10.0})");

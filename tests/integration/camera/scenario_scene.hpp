@@ -1,5 +1,7 @@
 #pragma once
 
+#include <iterator>
+
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -37,14 +39,33 @@ class ScenarioScene : public CameraScene {
         return ended;
     }
 
+    /// Starts one that is to be met by clients, and waits until its bus is there.
+    void begin(const std::string& scenario) {
+        camera_ = start(command(scenario));
+        const auto line = camera_->wait_for_text("\"ready\"");
+        ASSERT_TRUE(line) << camera_->err();
+        address_ = address_in(*line);
+    }
+
+    /// Waits for its end.
+    [[nodiscard]] Ended end() const {
+        Ended ended = camera_->wait();
+        EXPECT_EQ(left_behind(), Lines{});
+        return ended;
+    }
+
     /// The lines between "ready" and the "down" of the last service.
     [[nodiscard]] Lines between(const Ended& ended) const {
         Lines all = lines(ended.out);
-        EXPECT_GE(all.size(), 8U) << ended.out;
-        if (all.size() < 8)
+        constexpr std::ptrdiff_t edge = std::ssize(camera_services) + 1;
+        EXPECT_GE(std::ssize(all), 2 * edge) << ended.out;
+        if (std::ssize(all) < 2 * edge)
             return all;
-        return {all.begin() + 4, all.end() - 4};
+        return {all.begin() + edge, all.end() - edge};
     }
+
+    std::unique_ptr<Process> camera_;  // that `begin` has started
+    std::string address_;              // of its bus
 };
 
 }  // namespace test

@@ -6,6 +6,7 @@
 namespace test {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -57,6 +58,9 @@ TEST_F(CameraStart, HelpAndVersionGoToStdout) {
         EXPECT_EQ(help.err, "");
         EXPECT_THAT(help.out, HasSubstr("Usage: fenwa-camera " + std::string(verb)));
     }
+    for (const ServiceNames& service : camera_services)
+        EXPECT_THAT(run({"run", "--help"}).out,
+                    ContainsRegex(std::string("Services: .*") + service.name + "[,.]"));
     const Ended help = run({"-h"});
     EXPECT_EQ(help.code, 0);
     EXPECT_THAT(help.out, HasSubstr("\n  fail "));

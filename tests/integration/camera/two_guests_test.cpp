@@ -56,7 +56,7 @@ TEST_F(CameraGuests, TheFirstThatFailsEndsTheOthers) {
 
 TEST_F(CameraGuests, AreAllAskedToEndOnSigterm) {
     const auto camera = start(command("", both(patient("one", 0), patient("two", 6)), "text"));
-    ASSERT_TRUE(camera->wait_for_text("up as com.tarlo.PowerControl.Status"));
+    ASSERT_TRUE(camera->wait_for_text("ready"));
     std::size_t up = 0;
     while (up < 2 && camera->wait_for_line([](const std::string& line) {
         return line == "one up" || line == "two up";

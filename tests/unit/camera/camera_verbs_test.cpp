@@ -141,17 +141,23 @@ TEST_F(CameraVerbsTest, NobodyHasAddedAButton) {
 }
 
 TEST_F(CameraVerbsTest, ShowsItsWholeStateWhileItIsDown) {
-    const auto down = [](const std::string& name, const std::string& bus_name) {
+    const auto down = [](const std::string& name, const std::string& bus_name,
+                         const std::string& activatable = "true") {
         return R"({"name":")" + name + R"(","state":"down","unique_name":"","bus_names":[")" +
-               bus_name + R"("],"activatable":true,"registrations":[]})";
+               bus_name + R"("],"activatable":)" + activatable + R"(,"registrations":[]})";
     };
     EXPECT_EQ(tool::json_line(camera_.show()),
               R"({"bus":"","services":[)" + down("temperature", "com.tarlo.TemperatureController") +
                   "," + down("power-consumer", "com.tarlo.PowerControl.Consumer") + "," +
-                  down("power-status", "com.tarlo.PowerControl.Status") +
+                  down("power-status", "com.tarlo.PowerControl.Status") + "," +
+                  down("controls", "com.tarlo.Onscreencontrols1") + "," +
+                  down("overlay", "com.tarlo.PrioritizedTextOverlay") + "," +
+                  down("video", "com.tarlo.VideoReady1") + "," +
+                  down("init", "org.freedesktop.systemd1", "false") +
                   R"(],"values":{"temperature.main":36.5,"temperature.lens":28.0,)"
                   R"("temperature.housing":21.5,"power.budget":20.0,"power.left":20.0,)"
-                  R"("power.received":25.0},"faults":[]})");
+                  R"("power.received":25.0,"wdr.0":"off","wdr.1":"off","overlay.text":"",)"
+                  R"("video.0":0,"video.1":0,"unit":"enabled"},"faults":[]})");
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ TEST(ShowText, ShowsServicesRegistrationsValuesAndFaults) {
          "bus_names":["com.example.C"],"registrations":[]},
         {"name":"video","state":"down","unique_name":"","activatable":false,
          "bus_names":[],"registrations":[]}],
-        "values":{"temperature.main":36.5,"power":"nan"},
+        "values":{"temperature.main":36.5,"power":"nan","a":"","b":"two\nlines"},
         "faults":[{"member":"Get","what":"not sent, 2 times","times":2}]})")),
               R"(bus unix:path=/tmp/bus
 service temperature: up as :1.4
@@ -26,6 +26,8 @@ service power: down, a call brings it up
 service video: down
 temperature.main  36.5
 power             nan
+a                 ""
+b                 two\nlines
 fault Get: not sent, 2 times
 )");
 }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <regex>
 #include <string>
 
 namespace camera {
@@ -44,6 +45,24 @@ TEST_F(StoryTest, ALineOfTextHasTheTimeInSecondsInFront) {
     ASSERT_EQ(line.size(), std::string("   0.000  It gets warmer.\n").size()) << line;
     EXPECT_EQ(line.substr(0, 5), "   0.");
     EXPECT_EQ(line.substr(8), "  It gets warmer.\n");
+}
+
+TEST_F(StoryTest, TellsOfAButtonAndOfTheEndOfAText) {
+    Story text = story(Format::text);
+    text.pressed("controls", "on1", "GET /a");
+    text.text_expired("overlay", "Too\nhot");
+    Story json = story(Format::json);
+    json.pressed("controls", "on1", "GET /a");
+    json.text_expired("overlay", "Too\nhot");
+    const std::string lines = written();
+    EXPECT_EQ(std::regex_replace(lines, std::regex(R"( +[0-9.]+  |"time":[0-9.e-]+,)"), ""),
+              "controls: the button on1 is pressed: GET /a\n"
+              R"(overlay: the text "Too\nhot" has had its time)"
+              "\n"
+              R"({"event":"press","service":"controls","button":"on1","request":"GET /a"})"
+              "\n"
+              R"({"event":"expired","service":"overlay","text":"Too\nhot"})"
+              "\n");
 }
 
 TEST_F(StoryTest, ColoursAreForTextOnly) {
