@@ -3,6 +3,7 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +19,7 @@
 #include "camera/private_bus.hpp"
 #include "camera/scenario_player.hpp"
 #include "camera/scenario_reader.hpp"
+#include "camera/timers.hpp"
 #include "camera/trampoline.hpp"
 #include "common/bus.hpp"
 #include "common/diagnostics.hpp"
@@ -52,6 +54,9 @@ sigset_t set_of(const std::vector<int>& signals) {
         sigaddset(&set, number);
     return set;
 }
+
+/// How long the services stay when the last guest has gone.
+constexpr std::chrono::milliseconds farewell_time{200};
 
 /// One run of the camera, from reading the files to the last line.
 class Session {
@@ -228,8 +233,9 @@ class Session {
             code_ = ExitCode{status};
             sentence_ = ended;
         }
+        // What they said last is still with the daemon: the services are to hear it.
         if (ended_ && !guests_.running())
-            sd_event_exit(event_.get(), 0);
+            farewell_.once(farewell_time, [this] { sd_event_exit(event_.get(), 0); });
     }
 
     const RunOptions& options_;
@@ -242,6 +248,7 @@ class Session {
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
     std::unique_ptr<ScenarioPlayer> player_;
+    Timers farewell_{*event_};
     Guests guests_{
         *event_, [this](const std::string& program, int status) { guest_ended(program, status); }};
     bool ended_ = false;

@@ -19,6 +19,23 @@ std::string join(const std::vector<std::string>& words) {
     return text;
 }
 
+/// Arguments for somebody who reads along: whoever wants a whole document looks into the JSON.
+std::string brief(const Json& arguments) {
+    constexpr std::size_t longest = 80;
+    std::string text;
+    for (const Json& argument : arguments) {
+        std::string each = tool::json_line(argument);
+        if (each.size() > longest) {
+            std::size_t end = longest;
+            while ((static_cast<unsigned char>(each[end]) & 0xC0U) == 0x80U)
+                --end;  // not within a character
+            each = each.substr(0, end) + "…";
+        }
+        text.append(text.empty() ? "" : ", ").append(each);
+    }
+    return text;
+}
+
 }  // namespace
 
 Story::Story(std::FILE* out, Format format, bool color, std::function<void(int)> broken)
@@ -79,15 +96,14 @@ void Story::call(const CallRecord& call) {
            {"arguments", call.arguments},
            {"sender", call.sender}},
           call.service, "",
-          call.sender + " calls " + call.member + "(" + arguments_text(call.arguments) + ")");
+          call.sender + " calls " + call.member + "(" + brief(call.arguments) + ")");
 }
 
 void Story::reply(const std::string& service, const std::string& member,
                   const std::string& receiver, const Json& values) {
     write("reply",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "",
-          "answers " + receiver + ", " + member + ": (" + arguments_text(values) + ")");
+          service, "", "answers " + receiver + ", " + member + ": (" + brief(values) + ")");
 }
 
 void Story::error_reply(const std::string& service, const std::string& member,
@@ -105,7 +121,7 @@ void Story::error_reply(const std::string& service, const std::string& member,
 
 void Story::signal(const std::string& service, const std::string& member, const Json& arguments) {
     write("signal", {{"service", service}, {"member", member}, {"arguments", arguments}}, service,
-          "", "signals " + member + "(" + arguments_text(arguments) + ")");
+          "", "signals " + member + "(" + brief(arguments) + ")");
 }
 
 void Story::call_out(const std::string& service, const std::string& member,
@@ -115,14 +131,14 @@ void Story::call_out(const std::string& service, const std::string& member,
            {"member", member},
            {"receiver", receiver},
            {"arguments", arguments}},
-          service, "", "calls " + receiver + ", " + member + "(" + arguments_text(arguments) + ")");
+          service, "", "calls " + receiver + ", " + member + "(" + brief(arguments) + ")");
 }
 
 void Story::call_answered(const std::string& service, const std::string& member,
                           const std::string& receiver, const Json& values) {
     write("answer",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "", receiver + " answers " + member + ": (" + arguments_text(values) + ")");
+          service, "", receiver + " answers " + member + ": (" + brief(values) + ")");
 }
 
 void Story::call_failed(const std::string& service, const std::string& member,

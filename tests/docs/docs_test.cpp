@@ -87,7 +87,8 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
         // What the page leaves in the background ends with its block.
         const Ended ended = run_program(
             {"/bin/bash", "-c",
-             "cd \"$1\"; trap 'kill $(jobs -p) 2>/dev/null; wait' EXIT; set -e; . ./commands.sh",
+             "cd \"$1\"; trap 'kill $(jobs -p) 2>/dev/null || true; wait' EXIT; set -e; . "
+             "./commands.sh",
              "bash", here().string()},
             {{"PATH", std::string(FENWA_SHIMS) + ':' + FENWA_BINARIES + ':' + getenv("PATH")},
              {"FENWA_PROGRAM", std::string(FENWA_BINARIES) + "/fenwa"},

@@ -145,7 +145,7 @@ TEST_F(ControlsTest, TryAgainWhereTheServiceRefuses) {
     camera({"fail", "ListAddedFeatures", "--times", "1", "--error", "com.tarlo.Broken"});
     camera({"fail", "AddFeatures", "--times", "2", "--error", "com.tarlo.Broken"});
     start_host();
-    wait_for_replies("AddFeatures");
+    wait_for_replies("AddFeatures", 3);
     close();
     const std::string broken =
         R"(service refuses client: com.tarlo.Broken("A fault rule answers this call."))";

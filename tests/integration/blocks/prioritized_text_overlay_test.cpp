@@ -48,9 +48,9 @@ TEST_F(OverlayTest, HandsANegativeDurationOnAsTheUnsignedNumberOfTheSameBits) {
 }
 
 TEST_F(OverlayTest, DoesNothingAtAllWithoutAText) {
-    open({.graph = "[blocks.overlay]\ntype = \"PrioritizedTextOverlaySetter\"\n",
-          .host_options = {"--for", "0.2"}});
+    open({.graph = "[blocks.overlay]\ntype = \"PrioritizedTextOverlaySetter\"\n"});
     start_host_without_first_call();
+    wait_until_ready();
     end_host();
     EXPECT_THAT(events(), ElementsAre(ready_event, exit_event));
 }
@@ -96,6 +96,7 @@ TEST_F(OverlayTest, ThatIsNotAnsweredBeforeTheStopIsNotTakenAway) {
     open();
     camera({"fail", "Set", "--silent"});
     start_host();
+    wait_until_ready();
     close();
     EXPECT_THAT(traffic(),
                 ElementsAreArray(host_connects + Lines{sets("0").front()} + host_leaves));
@@ -104,6 +105,7 @@ TEST_F(OverlayTest, ThatIsNotAnsweredBeforeTheStopIsNotTakenAway) {
 TEST_F(OverlayTest, IsLostWithoutALineWhereTheServiceIsAbsent) {
     open({.without = {"overlay"}});
     start_host();
+    wait_until_ready();
     camera({"start", "overlay"});
     close();
     const Lines lines = traffic();

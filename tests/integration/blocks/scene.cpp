@@ -73,6 +73,10 @@ void BlockScene::wait_for_output(const std::string& value) {
         << host_->out() << host_->err();
 }
 
+void BlockScene::wait_until_ready() {
+    ASSERT_TRUE(host_->wait_for_text(R"({"event":"ready")")) << host_->out() << host_->err();
+}
+
 void BlockScene::wait_for_log(const std::string& message) {
     ASSERT_TRUE(host_->wait_for_text("\"message\":\"" + message))
         << "no log line " << message << " in\n"

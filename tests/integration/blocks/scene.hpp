@@ -54,6 +54,8 @@ class BlockScene : public ::testing::Test {
 
     /// Waits until an output of this value was published, as it stands in the event line.
     void wait_for_output(const std::string& value);
+    /// Waits until every block is started.
+    void wait_until_ready();
     /// Waits for a log line that begins so.
     void wait_for_log(const std::string& message);
     /// Waits for the camera's next event line with this text.

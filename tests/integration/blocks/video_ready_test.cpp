@@ -40,6 +40,7 @@ TEST_F(VideoReadyTest, StaysSilentWhereTheUnitIsMasked) {
         open();
         camera({"set", "unit", state});
         start_host();
+        wait_until_ready();
         close();
         EXPECT_EQ(std::ranges::count(traffic(), signal_call), 0) << state;
         EXPECT_THAT(events(),
@@ -62,6 +63,7 @@ TEST_F(VideoReadyTest, SignalsInEveryOtherState) {
 TEST_F(VideoReadyTest, StaysSilentWithoutALineWhereNobodyKnowsTheUnit) {
     open({.without = {"init"}});
     start_host();
+    wait_until_ready();
     close();
     EXPECT_EQ(std::ranges::count(traffic(), signal_call), 0);
     EXPECT_THAT(events(), ElementsAre(setup_event("false"), ready_event, exit_event));
@@ -71,6 +73,7 @@ TEST_F(VideoReadyTest, StaysSilentWhereTheStateIsUnreadable) {
     open();
     camera({"fail", "GetUnitFileState", "--malformed"});
     start_host();
+    wait_until_ready();
     close();
     EXPECT_THAT(events(), ElementsAre(log_event(1,
                                                 "Failed to parse status of video-ready.service: "
@@ -82,7 +85,7 @@ TEST_F(VideoReadyTest, CallsUntilItIsAnswered) {
     open();
     camera({"fail", "SignalVideoReady", "--times", "3", "--error", "com.tarlo.Broken"});
     start_host();
-    wait_for_replies("SignalVideoReady");
+    wait_for_replies("SignalVideoReady", 4);
     close();
     EXPECT_EQ(std::ranges::count(traffic(), signal_call), 4);
     EXPECT_THAT(events("log"),

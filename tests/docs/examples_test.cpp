@@ -1,0 +1,64 @@
+// Every graph of the examples is right and runs without a complaint.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include "common/json_text.hpp"
+#include "tests/support/process.hpp"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string programs = FENWA_BINARIES;
+
+std::vector<std::string> graphs() {
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry :
+         fs::directory_iterator(fs::path(FENWA_PROJECT) / "examples/graphs"))
+        names.push_back(entry.path().stem().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class ExampleTest : public ::testing::TestWithParam<std::string> {
+  protected:
+    [[nodiscard]] static std::string file() {
+        return std::string(FENWA_PROJECT) + "/examples/graphs/" + GetParam() + ".toml";
+    }
+};
+
+TEST_P(ExampleTest, HasNoMistakes) {
+    const Ended ended = run_program({programs + "/fenwa", "check", "--deny-warnings", file()});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+}
+
+TEST_P(ExampleTest, RunsWithoutAComplaint) {
+    const Ended ended =
+        run_program({programs + "/fenwa-camera", "run", "--private-bus", "--format", "json", "--",
+                     programs + "/fenwa", "run", "--format", "json", "--for", "3", file()});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(ended.err, "");
+    int outputs = 0;
+    std::istringstream lines(ended.out);
+    for (std::string line; std::getline(lines, line);) {
+        const tool::Json event = tool::Json::parse(line);
+        if (event["event"] == "output")
+            ++outputs;
+        EXPECT_FALSE(event["event"] == "log" && event["level"] != 4) << line;
+        EXPECT_FALSE(event["event"] == "reply" && event.contains("error")) << line;
+    }
+    EXPECT_GT(outputs, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Graph, ExampleTest, ::testing::ValuesIn(graphs()), [](const auto& graph) {
+    std::string name = graph.param;
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+});
+
+}  // namespace
+}  // namespace test
