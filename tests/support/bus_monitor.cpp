@@ -145,7 +145,7 @@ std::map<std::string, std::string> roles_in(const std::vector<BusMessage>& messa
         if (message.member == "NameAcquired" && message.destination == client)
             roles[message.arguments.substr(1, message.arguments.size() - 2)] = "client";
         // An owner from before the recording shows by answering.
-        if (message.destination == client)
+        if (message.destination == client && message.kind != "calls")
             add_owner(message.sender);
     }
     return roles;

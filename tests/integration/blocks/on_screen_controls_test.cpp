@@ -73,6 +73,7 @@ TEST_F(ControlsTest, WaitForAServiceThatAppearsLater) {
     start_host();
     camera({"start", "controls"});
     wait_for_replies("AddFeatures");
+    settle();
     close();
     EXPECT_THAT(traffic(),
                 ElementsAreArray(follows + no_owner + Lines{owner_changed + R"("", "service"))"} +
@@ -86,6 +87,7 @@ TEST_F(ControlsTest, PublishAgainAfterARestartAndRemoveAsOftenAsTheyAdded) {
     camera({"stop", "controls"});
     camera({"start", "controls"});
     wait_for_replies("AddFeatures");
+    settle();
     close();
     // The second removal finds nothing, which nobody learns: no answer was wanted.
     EXPECT_THAT(traffic(),
@@ -104,6 +106,7 @@ TEST_F(ControlsTest, ComeBackAfterEachOfTwoHundredCrashes) {
         camera({"stop", "controls"});
         camera({"start", "controls"});
         wait_for_replies("AddFeatures");
+        settle();
         camera({"press", crash % 2 == 0 ? "activateWDR1" : "deactivateWDR1"});
     }
     close();
@@ -124,6 +127,7 @@ TEST_F(ControlsTest, TakeAwayWhatIsListedUnderTheirOwnNumber) {
         0);
     start_host();
     wait_for_replies("RemoveFeatures");
+    settle();
     close();
     EXPECT_THAT(traffic(), ElementsAreArray(
                                follows + owner_there + lists(R"([["WDR1",["en-us"]]])") +
@@ -146,6 +150,7 @@ TEST_F(ControlsTest, TryAgainWhereTheServiceRefuses) {
     camera({"fail", "AddFeatures", "--times", "2", "--error", "com.tarlo.Broken"});
     start_host();
     wait_for_replies("AddFeatures", 3);
+    settle();
     close();
     const std::string broken =
         R"(service refuses client: com.tarlo.Broken("A fault rule answers this call."))";
@@ -168,6 +173,7 @@ TEST_F(ControlsTest, WaitForTheNextOwnerWhereTheListIsOfAnotherForm) {
     camera({"stop", "controls"});
     camera({"start", "controls"});
     wait_for_replies("AddFeatures");
+    settle();
     close();
     EXPECT_THAT(events("log"),
                 ElementsAre(log_event(2, "Failed to enter array: No such device or address")));

@@ -25,6 +25,7 @@ TEST_F(OverlayTest, PutsTheTextOnTheVideoAndTakesItAwayAtTheEnd) {
     open();
     start_host();
     wait_for_replies("Set");
+    settle();
     close();
     EXPECT_THAT(traffic(), ElementsAreArray(host_connects + sets("0") + unsets + host_leaves));
     EXPECT_THAT(events(), ElementsAre(ready_event, exit_event));
@@ -35,6 +36,7 @@ TEST_F(OverlayTest, LeavesATextOfLimitedDurationToTheService) {
     open({.graph = overlay_with("duration = 5\n")});
     start_host();
     wait_for_replies("Set");
+    settle();
     close();
     EXPECT_THAT(traffic(), ElementsAreArray(host_connects + sets("5") + host_leaves));
 }
@@ -43,6 +45,7 @@ TEST_F(OverlayTest, HandsANegativeDurationOnAsTheUnsignedNumberOfTheSameBits) {
     open({.graph = overlay_with("duration = -1\n")});
     start_host();
     wait_for_replies("Set");
+    settle();
     close();
     EXPECT_THAT(traffic(), ElementsAreArray(host_connects + sets("4294967295") + host_leaves));
 }
@@ -59,6 +62,7 @@ TEST_F(OverlayTest, BringsAnAbsentServiceUpWhereCallsDo) {
     open({.activation = true, .without = {"overlay"}});
     start_host();
     wait_for_replies("Set");
+    settle();
     close();
     EXPECT_THAT(events("log"), ElementsAre());
 }
@@ -68,6 +72,7 @@ TEST_F(OverlayTest, TakesARefusalForAnAnswer) {
     camera({"fail", "Set", "--times", "1", "--error", "com.tarlo.Broken"});
     start_host();
     wait_for_camera("\"event\":\"reply\"");
+    settle();
     close();
     const Lines lines = traffic();
     EXPECT_EQ(lines.at(4),
@@ -83,6 +88,7 @@ TEST_F(OverlayTest, SaysThatItCouldNotTakeTheTextAwayFromAServiceThatIsGone) {
     open();
     start_host();
     wait_for_replies("Set");
+    settle();
     camera({"stop", "overlay"});
     close();
     EXPECT_THAT(events("log"),
@@ -106,6 +112,7 @@ TEST_F(OverlayTest, IsLostWithoutALineWhereTheServiceIsAbsent) {
     open({.without = {"overlay"}});
     start_host();
     wait_until_ready();
+    settle();
     camera({"start", "overlay"});
     close();
     const Lines lines = traffic();

@@ -63,6 +63,10 @@ class BlockScene : public ::testing::Test {
     /// Waits until the camera has answered this many more calls of `member`.
     void wait_for_replies(const std::string& member, int count = 1);
 
+    /// Waits until the host has served what it was sent before. What the camera has told may still
+    /// be on its way.
+    void settle() const;
+
     /// Stops the host with SIGTERM and records to its end.
     void close();
     /// The same without the traffic.
