@@ -117,6 +117,27 @@ TEST_F(VideoReadyTest, BringsAnAbsentServiceUpWhereCallsDo) {
     EXPECT_THAT(events("log"), ElementsAre());
 }
 
+TEST_F(VideoReadyTest, SignalsAgainWhenThePictureIsTurnedAlsoAfterEachOfTwoHundredCrashes) {
+    open({.activation = true, .host_options = {"--control"}});
+    start_host();
+    wait_until_ready();
+    wait_for_replies("SignalVideoReady");
+    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(20));
+    const char* const name = "com.tarlo.Fenwa.Host1";
+    for (int crash = 0; crash < 200 && !HasFatalFailure(); ++crash) {
+        SCOPED_TRACE(crash);
+        camera({"stop", "video"});
+        ASSERT_GE(
+            sd_bus_call_method(other.get(), name, "/com/tarlo/Fenwa/Host1", name, "Write", nullptr,
+                               nullptr, "sv", "video.rotation_vip1_in", "i", 90 * (crash % 4)),
+            0);
+        wait_for_replies("SignalVideoReady");
+    }
+    close();
+    EXPECT_THAT(events("log"), ElementsAre());
+    EXPECT_EQ(std::ranges::count(traffic(), signal_call), 201);
+}
+
 TEST_F(VideoReadyTest, NeverSucceedsForANegativeChannel) {
     open({.graph = "[blocks.video]\ntype = \"VideoReady\"\nchannel = -1\n"});
     start_host();
