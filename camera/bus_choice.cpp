@@ -1,10 +1,11 @@
 #include "camera/bus_choice.hpp"
 
 #include <array>
-#include <charconv>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+
+#include "camera/percent_decoding.hpp"
 
 namespace camera {
 namespace {
@@ -13,23 +14,6 @@ namespace fs = std::filesystem;
 
 constexpr std::array<const char*, 2> system_sockets = {"/run/dbus/system_bus_socket",
                                                        "/var/run/dbus/system_bus_socket"};
-
-/// Undoes the %XX of a D-Bus address.
-std::string unescaped(std::string_view text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned char byte = 0;
-        const char* digits = text.data() + i + 1;
-        if (text[i] == '%' && i + 2 < text.size() &&
-            std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
-            plain += static_cast<char>(byte);
-            i += 2;
-        } else {
-            plain += text[i];
-        }
-    }
-    return plain;
-}
 
 /// The path of one address of a list, such as "unix:path=/run/x,guid=…"; empty where it has none.
 std::string socket_path(std::string_view address) {
@@ -40,7 +24,7 @@ std::string socket_path(std::string_view address) {
     while (!address.empty()) {
         const std::string_view pair = address.substr(0, address.find(','));
         if (pair.starts_with("path="))
-            return unescaped(pair.substr(5));
+            return percent_decoded(pair.substr(5));
         address.remove_prefix(std::min(address.size(), pair.size() + 1));
     }
     return {};

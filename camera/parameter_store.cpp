@@ -1,8 +1,8 @@
 #include "camera/parameter_store.hpp"
 
 #include <algorithm>
-#include <charconv>
 
+#include "camera/percent_decoding.hpp"
 #include "camera/refusal.hpp"
 #include "common/suggestion.hpp"
 
@@ -11,21 +11,11 @@ namespace {
 
 constexpr std::string_view update_path = "/tarlo-cgi/param.cgi";
 
-/// A part of a query with its escapes undone; what is no escape stays as it is.
+/// A part of a query with its escapes undone, the "+" for a blank included.
 std::string decoded(std::string_view text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned char byte = 0;
-        const char* digits = text.data() + i + 1;
-        if (text[i] == '%' && i + 2 < text.size() &&
-            std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
-            plain += static_cast<char>(byte);
-            i += 2;
-        } else {
-            plain += text[i] == '+' ? ' ' : text[i];
-        }
-    }
-    return plain;
+    std::string plain(text);
+    std::ranges::replace(plain, '+', ' ');
+    return percent_decoded(plain);
 }
 
 /// The "KEY=VALUE" parts of a query.
