@@ -83,22 +83,11 @@ int DBusClient::on_match_installed(sd_bus_message* reply, sd_bus_error* /*error*
 
 int DBusClient::on_owner_answer(sd_bus_message* reply, sd_bus_error* /*error*/) {
     const OwnerAnswer answer = read_owner_answer(reply);
-    switch (answer.kind) {
-        case OwnerAnswer::Kind::owned:
-            state = OwnerState::OwnerAppeared;
-            break;
-        case OwnerAnswer::Kind::not_owned:
-            state = OwnerState::NoOwner;
-            break;
-        case OwnerAnswer::Kind::refused:
-            state = OwnerState::MatchAdded;
-            break;
-        case OwnerAnswer::Kind::unreadable:
-            // Without a wake-up: the next run that happens for another reason asks again.
-            state = OwnerState::MatchAdded;
-            return answer.result;
-    }
-    event_port->fire();
+    state = state_after<OwnerState>(answer);
+    // Without a wake-up after an unreadable one: the next run that happens for another reason asks
+    // again.
+    if (answer.kind != OwnerAnswer::Kind::unreadable)
+        event_port->fire();
     return answer.result;
 }
 
@@ -108,7 +97,7 @@ int DBusClient::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*error*/
         return r;
     if (service_name == change.name) {
         // Whatever the state is, also when stopped.
-        state = *change.new_owner != '\0' ? OwnerState::OwnerAppeared : OwnerState::NoOwner;
+        state = state_after<OwnerState>(change);
         event_port->fire();
     } else {
         wake();

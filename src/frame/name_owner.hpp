@@ -25,6 +25,9 @@ struct OwnerChange {
     const char* name = nullptr;
     const char* old_owner = nullptr;
     const char* new_owner = nullptr;
+
+    /// Whether nobody owns the name any more. Only of a signal that was read.
+    [[nodiscard]] bool lost() const noexcept { return *new_owner == '\0'; }
 };
 
 /// What the bus daemon answered to GetNameOwner.
@@ -39,6 +42,30 @@ struct OwnerAnswer {
     Kind kind;
     int result;  ///< what the callback returns to sd-bus
 };
+
+// The states of a block that follows an owner bear the same names in each such block.
+
+/// The state that an answer to the question for the owner leads to; where there was none to be
+/// had, the question is to be asked again.
+template <class State>
+[[nodiscard]] State state_after(const OwnerAnswer& answer) {
+    switch (answer.kind) {
+        case OwnerAnswer::Kind::owned:
+            return State::OwnerAppeared;
+        case OwnerAnswer::Kind::not_owned:
+            return State::NoOwner;
+        case OwnerAnswer::Kind::refused:
+        case OwnerAnswer::Kind::unreadable:
+            break;
+    }
+    return State::MatchAdded;
+}
+
+/// The state that a change of the followed name's owner leads to.
+template <class State>
+[[nodiscard]] State state_after(const OwnerChange& change) {
+    return change.lost() ? State::NoOwner : State::OwnerAppeared;
+}
 
 /// Says that the match for owner changes could not be sent.
 void log_owner_match_failure(int r);

@@ -116,7 +116,7 @@ int PowerConsumer::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*erro
     Fenwa::ilog(static_cast<int>(Level::information))
         << "Owner of '" << change.name << "' changed from '" << change.old_owner << "' to '"
         << change.new_owner << "'";
-    if (*change.new_owner == '\0') {
+    if (change.lost()) {
         registered = false;
         power_requested = false;
         event_port->fire();

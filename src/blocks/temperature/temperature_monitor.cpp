@@ -233,8 +233,7 @@ int TemperatureMonitor::on_owner_changed(sd_bus_message* signal, sd_bus_error* e
         return r;
     // A controller that is gone has forgotten the limits; one that has come has nothing to be told
     // here, as the registration is tried from the moment of the loss on.
-    if (std::strcmp(change.name, temperature_controller.destination) == 0 &&
-        *change.new_owner == '\0') {
+    if (std::strcmp(change.name, temperature_controller.destination) == 0 && change.lost()) {
         registered.fill(false);
         wake();
     }

@@ -215,7 +215,7 @@ int OnScreenControls::name_owner_changed_callback(sd_bus_message* signal, sd_bus
         return r;
     if (std::strcmp(change.name, on_screen_controls.destination) == 0) {
         // Whatever the state is, also when stopped.
-        state = *change.new_owner != '\0' ? ControlsState::OwnerAppeared : ControlsState::NoOwner;
+        state = state_after<ControlsState>(change);
         event_port->fire();
     } else {
         wake();
@@ -226,22 +226,11 @@ int OnScreenControls::name_owner_changed_callback(sd_bus_message* signal, sd_bus
 int OnScreenControls::check_name_owner_callback(sd_bus_message* reply, sd_bus_error* /*error*/) {
     calls.answered();
     const OwnerAnswer answer = read_owner_answer(reply);
-    switch (answer.kind) {
-        case OwnerAnswer::Kind::owned:
-            state = ControlsState::OwnerAppeared;
-            break;
-        case OwnerAnswer::Kind::not_owned:
-            state = ControlsState::NoOwner;
-            break;
-        case OwnerAnswer::Kind::refused:
-            state = ControlsState::MatchAdded;
-            break;
-        case OwnerAnswer::Kind::unreadable:
-            // Without a wake-up: the next run that happens for another reason asks again.
-            state = ControlsState::MatchAdded;
-            return answer.result;
-    }
-    event_port->fire();
+    state = state_after<ControlsState>(answer);
+    // Without a wake-up after an unreadable one: the next run that happens for another reason asks
+    // again.
+    if (answer.kind != OwnerAnswer::Kind::unreadable)
+        event_port->fire();
     return answer.result;
 }
 
