@@ -9,12 +9,7 @@ namespace camera {
 namespace {
 
 using tool::check;
-
-std::string read_string(sd_bus_message& call) {
-    const char* text = nullptr;
-    check(sd_bus_message_read(&call, "s", &text), "sd_bus_message_read");
-    return text;
-}
+using tool::read_string;
 
 }  // namespace
 

@@ -32,7 +32,6 @@ class ControlsService final : public Service {
 
   protected:
     [[nodiscard]] std::span<const ServedObject> objects() const override;
-    std::size_t client_left(const std::string& /*unique_name*/) override { return 0; }
     void forget() override { features_.drop_all(); }
 
   private:

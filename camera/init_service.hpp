@@ -21,12 +21,9 @@ class InitService final : public Service {
     [[nodiscard]] tool::Json parse_value(const std::string& name,
                                          const std::string& text) const override;
     void set_value(const std::string& name, const std::string& text) override;
-    [[nodiscard]] tool::Json registrations() const override { return tool::Json::array(); }
 
   protected:
     [[nodiscard]] std::span<const ServedObject> objects() const override;
-    std::size_t client_left(const std::string& /*unique_name*/) override { return 0; }
-    void forget() override {}
 
   private:
     static const sd_bus_vtable vtable_[];

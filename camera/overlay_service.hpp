@@ -27,7 +27,6 @@ class OverlayService final : public Service {
 
   protected:
     [[nodiscard]] std::span<const ServedObject> objects() const override;
-    std::size_t client_left(const std::string& /*unique_name*/) override { return 0; }
     void forget() override;
 
   private:

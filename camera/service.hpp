@@ -95,7 +95,7 @@ class Service {
     /// @throws Refusal as `parse_value`.
     virtual void set_value(const std::string& name, const std::string& text) = 0;
     /// Who has registered for what, for `show`: objects with "id", "client", "what" and more.
-    [[nodiscard]] virtual tool::Json registrations() const = 0;
+    [[nodiscard]] virtual tool::Json registrations() const { return tool::Json::array(); }
 
   protected:
     /// The objects, the same at each call; valid as long as the service.
@@ -103,9 +103,10 @@ class Service {
     /// The methods of others that the service calls.
     [[nodiscard]] virtual std::vector<std::string> outgoing_calls() const { return {}; }
     /// A client has left the bus; returns how many of its registrations were dropped.
-    virtual std::size_t client_left(const std::string& unique_name) = 0;
+    /// What outlives its client, or is nobody's, is not dropped.
+    virtual std::size_t client_left(const std::string& /*unique_name*/) { return 0; }
     /// Forgets what a process forgets when it ends.
-    virtual void forget() = 0;
+    virtual void forget() {}
 
     /// Emits a signal with arguments as `sd_bus_message_append` takes them. Does nothing when the
     /// service is down.
@@ -145,7 +146,7 @@ class Service {
     template <class... Values>
     [[nodiscard]] static tool::MessagePtr reply(sd_bus_message& call, const char* types,
                                                 Values... values) {
-        return with_body(new_reply(call), types, values...);
+        return with_body(tool::new_reply(call), types, values...);
     }
 
     /// The vtable entry for `tool::MessagePtr Derived::method(sd_bus_message&)`, which returns the
@@ -176,7 +177,6 @@ class Service {
 
     [[nodiscard]] tool::MessagePtr new_signal(const BusObject& object, const char* member) const;
     [[nodiscard]] tool::MessagePtr new_call(const BusObject& to, const char* member) const;
-    [[nodiscard]] static tool::MessagePtr new_reply(sd_bus_message& call);
     template <class... Arguments>
     static tool::MessagePtr with_body(tool::MessagePtr message, const char* types,
                                       Arguments... arguments) {

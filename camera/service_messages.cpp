@@ -67,7 +67,8 @@ int Service::on_call(sd_bus_message& call) {
     return with_fault(
         call, around_.faults.take(name_, method->x.method.member).value_or(Fault{}),
         [&] {
-            return with_wrong_body(new_reply(call), text_or_empty(method->x.method.result).c_str());
+            return with_wrong_body(tool::new_reply(call),
+                                   text_or_empty(method->x.method.result).c_str());
         },
         [&] { return hand_on(call, *method); });
 }
@@ -97,8 +98,8 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
     };
     const auto wrong_reply = [&] {
         if (hit == nullptr)
-            return with_wrong_body(new_reply(call), asked.all ? "a{sv}" : "v");
-        MessagePtr reply = new_reply(call);
+            return with_wrong_body(tool::new_reply(call), asked.all ? "a{sv}" : "v");
+        MessagePtr reply = tool::new_reply(call);
         append_reply(*reply, asked, [&](sd_bus_message& message, const sd_bus_vtable& property) {
             &property == hit ? append_wrong_value(message, property) : right(message, property);
         });
@@ -106,7 +107,7 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
     };
     // Not left to sd-bus, whose answer could be neither late nor told.
     const auto right_reply = [&] {
-        MessagePtr reply = new_reply(call);
+        MessagePtr reply = tool::new_reply(call);
         append_reply(*reply, asked, right);
         return reply;
     };

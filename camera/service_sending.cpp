@@ -13,12 +13,6 @@ using tool::MessagePtr;
 
 }  // namespace
 
-MessagePtr Service::new_reply(sd_bus_message& call) {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_return(&call, &message), "sd_bus_message_new_method_return");
-    return MessagePtr(message);
-}
-
 MessagePtr Service::new_signal(const BusObject& object, const char* member) const {
     sd_bus_message* message = nullptr;
     check(sd_bus_message_new_signal(&connection_->bus(), &message, object.path, object.interface,

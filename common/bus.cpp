@@ -98,4 +98,16 @@ int check(int r, const char* what) {
     return r;
 }
 
+std::string read_string(sd_bus_message& message) {
+    const char* text = nullptr;
+    check(sd_bus_message_read(&message, "s", &text), "sd_bus_message_read");
+    return text;
+}
+
+MessagePtr new_reply(sd_bus_message& call) {
+    sd_bus_message* reply = nullptr;
+    check(sd_bus_message_new_method_return(&call, &reply), "sd_bus_message_new_method_return");
+    return MessagePtr(reply);
+}
+
 }  // namespace tool

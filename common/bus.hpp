@@ -51,6 +51,13 @@ struct BusError {
 /// @throws Failure (unavailable) naming the name and, where another has it, saying so.
 void own_name(sd_bus& bus, const std::string& name);
 
+/// The next argument of a message, which is a string.
+/// @throws std::system_error when it is not.
+[[nodiscard]] std::string read_string(sd_bus_message& message);
+
+/// An empty method return for `call`. @throws std::system_error.
+[[nodiscard]] MessagePtr new_reply(sd_bus_message& call);
+
 /// @throws std::system_error when `r` is negative; returns `r` otherwise.
 int check(int r, const char* what);
 

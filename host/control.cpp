@@ -12,18 +12,8 @@ namespace host {
 namespace {
 
 using tool::check;
-
-std::string read_string(sd_bus_message& call) {
-    const char* text = nullptr;
-    check(sd_bus_message_read(&call, "s", &text), "cannot read a string");
-    return text;
-}
-
-tool::MessagePtr new_reply(sd_bus_message& call) {
-    sd_bus_message* reply = nullptr;
-    check(sd_bus_message_new_method_return(&call, &reply), "cannot make a reply");
-    return tool::MessagePtr(reply);
-}
+using tool::new_reply;
+using tool::read_string;
 
 }  // namespace
 
