@@ -1,0 +1,63 @@
+#include "host/command_options.hpp"
+
+#include "common/bus.hpp"
+
+namespace host {
+
+const char* const program_version = "fenwa " FENWA_VERSION;
+
+CLI::App& add_command(CLI::App& program, const char* name, const char* description) {
+    CLI::App& command = *program.add_subcommand(name, description);
+    command.set_version_flag("--version", program_version);
+    return command;
+}
+
+void add_graph(CLI::App& command, std::string& graph) {
+    command.add_option("GRAPH", graph, "The graph file (TOML)")->required();
+}
+
+void add_plugin_dirs(CLI::App& command, std::vector<std::string>& plugin_dirs) {
+    command
+        .add_option("--plugin-dir", plugin_dirs, "A further folder with plug-ins; may be repeated")
+        ->type_name("DIR")
+        ->expected(1)
+        ->take_all();
+}
+
+void add_color(CLI::App& command, tool::ColorChoice& color) {
+    command
+        .add_option_function<std::string>(
+            "--color", [&color](const std::string& word) { color = tool::color_choice(word); },
+            "Colours: auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->default_str("auto");
+}
+
+void add_format(CLI::App& command, EventFormat& format) {
+    command
+        .add_option_function<std::string>(
+            "--format",
+            [&format](const std::string& word) {
+                format = word == "json" ? EventFormat::json : EventFormat::text;
+            },
+            "Event lines: text or json")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->default_str("text");
+}
+
+void add_target(CLI::App& command, ControlTarget& target) {
+    command.add_option("--bus", target.bus, "\"system\", \"session\" or a D-Bus address")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    command.add_option("--control", target.name, "The name that the host was given for it")
+        ->type_name("NAME")
+        ->check(CLI::Validator(check_bus_name, ""))
+        ->capture_default_str();
+}
+
+std::string check_bus_name(const std::string& name) {
+    return tool::is_ownable_name(name) ? std::string()
+                                       : "'" + name + "' is no bus name that can be owned";
+}
+
+}  // namespace host

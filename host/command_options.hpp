@@ -1,0 +1,49 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/exit_code.hpp"
+#include "common/terminal.hpp"
+#include "host/control_client.hpp"
+#include "host/event_writer.hpp"
+
+namespace host {
+
+/// What `--version` prints.
+extern const char* const program_version;
+
+/// One command of `fenwa` as it stands on the command line. What was typed is kept by `run`.
+struct Command {
+    CLI::App* app;                        ///< its options; `app->parsed()` once it was given
+    std::function<tool::ExitCode()> run;  ///< does what was asked for; throws tool::Failure
+};
+
+// The commands. Each adds itself with its options to the program, which outlives it.
+[[nodiscard]] Command add_run_command(CLI::App& program);
+[[nodiscard]] Command add_check_command(CLI::App& program);
+[[nodiscard]] Command add_read_command(CLI::App& program);
+[[nodiscard]] Command add_write_command(CLI::App& program);
+[[nodiscard]] Command add_watch_command(CLI::App& program);
+
+// What several commands have in common. The places given outlive the parsing.
+
+/// A new command that answers `--version` as the program does.
+CLI::App& add_command(CLI::App& program, const char* name, const char* description);
+/// The argument GRAPH.
+void add_graph(CLI::App& command, std::string& graph);
+/// `--plugin-dir DIR`, any number of times.
+void add_plugin_dirs(CLI::App& command, std::vector<std::string>& plugin_dirs);
+/// `--color=auto|always|never`.
+void add_color(CLI::App& command, tool::ColorChoice& color);
+/// `--format text|json`.
+void add_format(CLI::App& command, EventFormat& format);
+/// `--bus` and `--control`: which running host is meant.
+void add_target(CLI::App& command, ControlTarget& target);
+
+/// Says what is wrong with a name that is to be owned on the bus; empty where nothing is.
+[[nodiscard]] std::string check_bus_name(const std::string& name);
+
+}  // namespace host

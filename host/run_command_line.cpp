@@ -1,0 +1,72 @@
+#include <cmath>
+#include <memory>
+
+#include "host/command_options.hpp"
+#include "host/run_command.hpp"
+
+namespace host {
+namespace {
+
+/// A time in seconds, from a microsecond to thirty years, which clocks that count nanoseconds can
+/// add to the time of day. CLI::Range would let "nan" through.
+const CLI::Validator seconds_range(
+    [](const std::string& text) {
+        double seconds = 0.0;
+        if (CLI::detail::lexical_cast(text, seconds) && seconds >= 1e-6 && seconds <= 1e9)
+            return std::string();
+        return "'" + text + "' is no number of seconds from 0.000001 to 1000000000";
+    },
+    "SECONDS");
+
+std::chrono::microseconds to_microseconds(double seconds) {
+    return std::chrono::microseconds(std::llround(seconds * 1e6));
+}
+
+/// Makes the value of `--control[=NAME]` the bus name to own; refuses what is none.
+const CLI::Validator control_flag(
+    [](std::string& name) {
+        // What CLI11 gives a flag without a value.
+        if (name == "true")
+            name = control_name;
+        return check_bus_name(name);
+    },
+    "");
+
+}  // namespace
+
+Command add_run_command(CLI::App& program) {
+    const auto options = std::make_shared<RunOptions>();
+    CLI::App& run = add_command(program, "run", "Runs a graph until SIGINT or SIGTERM");
+    add_graph(run, options->graph);
+    add_plugin_dirs(run, options->plugin_dirs);
+    add_color(run, options->color);
+    run.add_option("--bus", options->bus,
+                   "\"system\", \"session\" or a D-Bus address, instead of the graph's own")
+        ->type_name("ADDRESS");
+    add_format(run, options->format);
+    run.add_option_function<double>(
+           "--for", [options](double seconds) { options->duration = to_microseconds(seconds); },
+           "Stops after this many seconds, as on SIGTERM")
+        ->check(seconds_range);
+    run.add_option_function<double>(
+           "--call-timeout",
+           [options](double seconds) { options->call_timeout = to_microseconds(seconds); },
+           "Longest wait for the bus and for a reply, s")
+        ->check(seconds_range)
+        ->default_str("25");
+    // A flag, because an option would take the graph behind it for its name.
+    const auto name = std::make_shared<std::string>();
+    const CLI::Option* const control =
+        run.add_flag("--control", *name,
+                     "Lets others read, write and watch ports over the bus, under "
+                     "com.tarlo.Fenwa.Host1\nor this name")
+            ->option_text("[=NAME]")
+            ->transform(control_flag);
+    return {&run, [options, name, control] {
+                if (!control->empty())
+                    options->control = *name;
+                return run_graph(*options);
+            }};
+}
+
+}  // namespace host
