@@ -132,12 +132,13 @@ BlockConfiguration::BlockConfiguration(std::shared_ptr<const Storage> storage)
 template <class T>
 T BlockConfiguration::get(const std::string& key, const T* fallback) const {
     ConfigurationObserver* const observer = storage_->observer.get();
+    const Value* const value = storage_->find(key);
     if (observer != nullptr) {
         observer->on_read(
             {key, type_name<T>,
-             fallback == nullptr ? std::nullopt : std::optional<Value>(to_value(*fallback))});
+             fallback == nullptr ? std::nullopt : std::optional<Value>(to_value(*fallback)),
+             value == nullptr ? std::nullopt : std::optional<Value>(*value)});
     }
-    const Value* const value = storage_->find(key);
     if (value == nullptr && fallback != nullptr)
         return *fallback;
     if (value != nullptr) {

@@ -16,6 +16,8 @@ struct KeyRead {
     std::string type;  ///< "int", "bool", "float", "double" or "string"
     /// The default that the getter was given; none where the key is required.
     std::optional<BlockConfiguration::Value> fallback;
+    /// What stands there, of whatever type; none where the key is missing.
+    std::optional<BlockConfiguration::Value> found;
 };
 
 /// Watches how a configuration is read. Called on whichever thread reads.

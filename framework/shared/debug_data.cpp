@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "framework/shared/debug_data_store.hpp"
+#include "framework/shared/thread_silence.hpp"
 
 namespace Fenwa {
 namespace {
@@ -12,18 +13,29 @@ class Store final : public DebugDataStore {
   public:
     RegisteredBlock register_block(const Block& block, const BlockConfiguration& /*config*/,
                                    const BlockConfiguration& /*extra*/) override {
+        if (ThreadSilence::of_this_thread() != nullptr)
+            return RegisteredBlock(0);
         const std::lock_guard lock(mutex_);
         blocks_.emplace(++last_ticket_, block.get_name());
         return RegisteredBlock(last_ticket_);
     }
 
     [[nodiscard]] std::optional<DebugValue> get_value(const std::string& key) const override {
+        if (ThreadSilence* const silence = ThreadSilence::of_this_thread()) {
+            const auto own = silence->debug_values().find(key);
+            if (own != silence->debug_values().end())
+                return own->second;
+        }
         const std::lock_guard lock(mutex_);
         const auto found = values_.find(key);
         return found == values_.end() ? std::nullopt : std::optional(found->second);
     }
 
     void set_value(std::string key, DebugValue value) override {
+        if (ThreadSilence* const silence = ThreadSilence::of_this_thread()) {
+            silence->debug_values().insert_or_assign(std::move(key), std::move(value));
+            return;
+        }
         const std::lock_guard lock(mutex_);
         const auto entry = values_.insert_or_assign(std::move(key), std::move(value)).first;
         if (listener_)

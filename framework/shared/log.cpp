@@ -7,6 +7,7 @@
 #include <string>
 
 #include "framework/shared/log_sink.hpp"
+#include "framework/shared/thread_silence.hpp"
 
 namespace Fenwa {
 namespace {
@@ -69,6 +70,8 @@ void set_log_sink(LogSink sink) {
 }  // namespace Fenwa
 
 void logger(int level, const char* format, ...) {
+    if (Fenwa::ThreadSilence::of_this_thread() != nullptr)
+        return;
     std::va_list arguments;
     va_start(arguments, format);
     const std::string message = Fenwa::format_text(format, arguments);

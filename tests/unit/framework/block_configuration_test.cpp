@@ -205,6 +205,24 @@ TEST_F(ObservedConfigurationTest, HandsDefaultsOnInTheFormOfValues) {
                                                  Value(std::string("x")), std::nullopt}));
 }
 
+TEST_F(ObservedConfigurationTest, HandsOnWhatStandsThereWhateverItsType) {
+    struct : Fenwa::ConfigurationObserver {
+        void on_read(const Fenwa::KeyRead& read) override { found.push_back(read.found); }
+        bool on_error(const ConfigurationError& /*error*/) override { return true; }
+        std::vector<std::optional<BlockConfiguration::Value>> found;
+    } observer;
+    const auto config =
+        BlockConfiguration{{"a", 5}, {"b", true}} +
+        ConfigurationAccess::observed(
+            {{"b", false}}, std::shared_ptr<Fenwa::ConfigurationObserver>(&observer, [](auto*) {}));
+    (void)config.getDouble("a");
+    (void)config.getString("b");
+    (void)config.getInt("c", 7);
+    using Value = BlockConfiguration::Value;
+    EXPECT_EQ(observer.found, (std::vector<std::optional<Value>>{Value(std::int64_t{5}),
+                                                                 Value(false), std::nullopt}));
+}
+
 TEST_F(ObservedConfigurationTest, GivesZeroInsteadOfAnErrorWhenTheObserverSaysSo) {
     recorder->zero_on_error = true;
     const auto config = ConfigurationAccess::observed({{"key", true}}, recorder);

@@ -1,0 +1,110 @@
+#include "host/dry_construction.hpp"
+
+#include <utility>
+
+#include "fenwa/sdbus_error.hpp"
+#include "framework/shared/configuration_access.hpp"
+#include "framework/shared/host_access.hpp"
+#include "framework/shared/log_sink.hpp"
+#include "host/key_recorder.hpp"
+
+namespace host {
+
+using tool::Diagnostics;
+
+Silence::Silence(Scope scope) : scope_(scope) {
+    if (scope_ == Scope::whole_process)
+        Fenwa::set_log_sink([](int, const std::string&) {});
+}
+
+Silence::~Silence() {
+    if (scope_ == Scope::whole_process)
+        Fenwa::set_log_sink({});
+}
+
+DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
+                   const Fenwa::BlockConfiguration& config, DryTools& tools) {
+    try {
+        block = factory(name, config, tools.tools);
+        if (block == nullptr)
+            return;
+        Fenwa::HostAccess::adopt(*block, tools.tools, tools.queue);
+        phase = "setup";
+        settings = block->setup(Fenwa::HostAccess::configuration(*block));
+    } catch (...) {
+        failure = std::current_exception();
+    }
+}
+
+std::string describe(const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "something that is no std::exception";
+    }
+}
+
+DryConstruction::~DryConstruction() {
+    while (!kept_.empty())
+        kept_.pop_back();
+}
+
+ConnectableBlock DryConstruction::build(const BlockEntry& entry) {
+    const Fenwa::BlockFactory* const factory = types_.find(entry, diagnostics_);
+    if (factory == nullptr)
+        return {};
+    const auto recorder =
+        std::make_shared<KeyRecorder>([this, &entry](const Fenwa::ConfigurationError& error) {
+            const Setting* const setting = entry.find(error.key());
+            // A kind of value that no block can be given was reported when it was read.
+            if (setting == nullptr || setting->value)
+                report(error, entry, diagnostics_);
+        });
+    DryBlock dry(*factory, entry.name,
+                 Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder), tools_);
+    if (dry.failure != nullptr) {
+        if (recorder->invented_a_value())
+            recorder->warn_of_near_misses(entry, diagnostics_);
+        else
+            complain(entry, dry);
+        return {};
+    }
+    if (dry.block == nullptr) {
+        diagnostics_.error(entry.where, "the factory of " + describe(entry) + " gave no block");
+        return {};
+    }
+    recorder->warn_of_unread_keys(entry, diagnostics_);
+    // What a block makes of a value that is not in the file is no mistake of its own.
+    Diagnostics unheard({});
+    Terminations terminations(dry.settings, *dry.block, entry,
+                              recorder->invented_a_value() ? unheard : diagnostics_);
+    const Kept& kept = kept_.emplace_back(Kept{std::move(dry.block), std::move(terminations)});
+    return {kept.block.get(), &kept.terminations};
+}
+
+void DryConstruction::complain(const BlockEntry& entry, const DryBlock& dry) {
+    try {
+        std::rethrow_exception(dry.failure);
+    } catch (const Fenwa::ConfigurationError& error) {
+        report(error, entry, diagnostics_);
+    } catch (const Fenwa::SDBusError&) {
+        if (strictness_ == Strictness::alone)
+            diagnostics_.warning(
+                entry.where, describe(entry) + " cannot be checked: it needs a bus to be built");
+    } catch (...) {
+        if (strictness_ == Strictness::before_a_run)
+            return;
+        diagnostics_.error(
+            entry.where, describe(entry) + " threw in " + dry.phase + ": " + describe(dry.failure));
+        ++throws_;
+    }
+}
+
+void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
+            Diagnostics& diagnostics) {
+    diagnostics.error(entry.where_is(error.key()), describe(entry) + ": " + error.what());
+}
+
+}  // namespace host

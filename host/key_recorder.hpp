@@ -1,0 +1,50 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "framework/shared/configuration_access.hpp"
+#include "host/graph.hpp"
+
+namespace host {
+
+/// Notes which keys a block asks for, and lets it go on with a zero value where one is missing or
+/// of another type, so that it asks for the next one too. On the thread that reads.
+class KeyRecorder final : public Fenwa::ConfigurationObserver {
+  public:
+    /// @param on_mistake told of each such key; may be empty.
+    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake = {})
+        : on_mistake_(std::move(on_mistake)) {}
+
+    void on_read(const Fenwa::KeyRead& read) override;
+    bool on_error(const Fenwa::ConfigurationError& error) override;
+
+    /// Every look at a key, in the order in which they came.
+    [[nodiscard]] const std::vector<Fenwa::KeyRead>& reads() const noexcept { return reads_; }
+
+    /// Whether the block was given a value that it has not been configured with: what it throws
+    /// then is most likely no mistake of its own.
+    [[nodiscard]] bool invented_a_value() const noexcept { return invented_; }
+
+    /// Warns of the block's settings that it has not asked for.
+    void warn_of_unread_keys(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+
+    /// The same for a block that has not lived to read all its keys: only those are warned of that
+    /// look like one that it misses.
+    void warn_of_near_misses(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+
+  private:
+    [[nodiscard]] bool asked_for(const std::string& key) const { return is_asked_.count(key) != 0; }
+
+    std::function<void(const Fenwa::ConfigurationError&)> on_mistake_;
+    std::vector<Fenwa::KeyRead> reads_;
+    std::vector<std::string> asked_;  ///< each once, in the order in which they were asked for
+    std::unordered_set<std::string> is_asked_;
+    std::vector<std::string> missing_;
+    bool invented_ = false;
+};
+
+}  // namespace host

@@ -1,0 +1,75 @@
+#include "framework/shared/thread_silence.hpp"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "fenwa/debug_data.hpp"
+#include "framework/shared/debug_data_store.hpp"
+#include "tests/support/log_recorder.hpp"
+
+namespace {
+
+using Fenwa::debug_data;
+using Fenwa::DebugValue;
+using Fenwa::ThreadSilence;
+using Lines = std::vector<std::string>;
+
+/// Logs and sets `name`, and says what the store holds under it then.
+std::optional<DebugValue> speak(const std::string& name) {
+    logger(4, "%s", name.c_str());
+    debug_data().set_value(name, name);
+    return debug_data().get_value(name);
+}
+
+class ThreadSilenceTest : public testing::Test {
+  protected:
+    ThreadSilenceTest() {
+        Fenwa::set_debug_listener(
+            [this](const std::string& key, const DebugValue&) { keys.push_back(key); });
+    }
+    ~ThreadSilenceTest() override { Fenwa::set_debug_listener({}); }
+
+    support::LogRecorder log;
+    Lines keys;
+};
+
+TEST_F(ThreadSilenceTest, KeepsWhatItsThreadSaysToThatThread) {
+    {
+        const ThreadSilence silence;
+        EXPECT_EQ(speak("own"), DebugValue(std::string("own")));
+        std::thread([] { EXPECT_EQ(debug_data().get_value("own"), std::nullopt); }).join();
+    }
+    EXPECT_EQ(debug_data().get_value("own"), std::nullopt);
+    EXPECT_EQ(log.take(), Lines{});
+    EXPECT_EQ(keys, Lines{});
+}
+
+TEST_F(ThreadSilenceTest, LetsTheOtherThreadsBeHeardMeanwhile) {
+    const ThreadSilence silence;
+    std::thread([] { speak("another"); }).join();
+    EXPECT_EQ(log.take(), Lines{"4 another"});
+    EXPECT_EQ(keys, Lines{"another"});
+    // What they set is seen here too.
+    EXPECT_EQ(debug_data().get_value("another"), DebugValue(std::string("another")));
+}
+
+TEST_F(ThreadSilenceTest, EndsWithTheOutermost) {
+    {
+        const ThreadSilence outer;
+        { const ThreadSilence inner; }
+        speak("unheard");
+    }
+    speak("heard");
+    EXPECT_EQ(log.take(), Lines{"4 heard"});
+    EXPECT_EQ(keys, Lines{"heard"});
+}
+
+TEST_F(ThreadSilenceTest, ListsNoBlocks) {
+    const Fenwa::Block block("block", {});
+    const ThreadSilence silence;
+    const Fenwa::RegisteredBlock listed = debug_data().register_block(block, {}, {});
+    EXPECT_EQ(Fenwa::debug_data_blocks(), Lines{});
+}
+
+}  // namespace
