@@ -100,6 +100,11 @@ void Diagnostics::set_source(std::string text) {
     }
 }
 
+void Diagnostics::take_source(const Diagnostics& other) {
+    if (!other.lines_.empty())
+        lines_ = other.lines_;
+}
+
 void Diagnostics::error(Position where, std::string text, std::string help) {
     add({Severity::error, where, std::move(text), std::move(help)});
 }
@@ -127,6 +132,15 @@ std::size_t Diagnostics::errors() const noexcept {
 
 std::size_t Diagnostics::warnings() const noexcept {
     return count(Severity::warning);
+}
+
+std::vector<std::string> Diagnostics::error_sentences() const {
+    std::vector<std::string> sentences;
+    for (const Entry& entry : entries_) {
+        if (entry.severity == Severity::error)
+            sentences.push_back(entry.help.empty() ? entry.text : entry.text + "; " + entry.help);
+    }
+    return sentences;
 }
 
 std::string Diagnostics::locate(Position where) const {

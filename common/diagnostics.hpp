@@ -41,6 +41,8 @@ class Diagnostics {
 
     /// The text from which the quoted lines are taken; without it none are quoted.
     void set_source(std::string text);
+    /// Takes the text of another, where it has one: the file was read again.
+    void take_source(const Diagnostics& other);
 
     /// Adds a mistake. `help` is the sentence behind "help: ", empty for none. What is already
     /// there with the same severity, place and text is not added twice.
@@ -49,6 +51,9 @@ class Diagnostics {
 
     [[nodiscard]] std::size_t errors() const noexcept;
     [[nodiscard]] std::size_t warnings() const noexcept;
+    /// Each error as a sentence, its help behind a semicolon, in the order in which they were
+    /// added.
+    [[nodiscard]] std::vector<std::string> error_sentences() const;
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
 
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.

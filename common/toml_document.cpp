@@ -51,6 +51,10 @@ std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagn
             {}, "the file is larger than " + std::to_string(max_toml_bytes) + " bytes (1 MiB)");
         return std::nullopt;
     }
+    return parse_toml(text, diagnostics);
+}
+
+std::optional<toml::table> parse_toml(const std::string& text, Diagnostics& diagnostics) {
     diagnostics.set_source(text);
     if (const Position deep = find_deep_nesting(text, max_toml_depth); deep.line != 0) {
         diagnostics.error(deep, "nested deeper than " + std::to_string(max_toml_depth) + " tables");

@@ -26,6 +26,10 @@ inline constexpr std::size_t max_toml_depth = 32;
 [[nodiscard]] std::optional<toml::table> read_toml(const std::string& path,
                                                    Diagnostics& diagnostics);
 
+/// The same for a text at hand.
+[[nodiscard]] std::optional<toml::table> parse_toml(const std::string& text,
+                                                    Diagnostics& diagnostics);
+
 /// Where a parsed node, or a key, stands in its file.
 [[nodiscard]] Position position(const toml::node& node);
 [[nodiscard]] Position position(const toml::key& key);

@@ -26,6 +26,7 @@ struct Command {
 [[nodiscard]] Command add_check_command(CLI::App& program);
 [[nodiscard]] Command add_read_command(CLI::App& program);
 [[nodiscard]] Command add_write_command(CLI::App& program);
+[[nodiscard]] Command add_set_command(CLI::App& program);
 [[nodiscard]] Command add_watch_command(CLI::App& program);
 
 // What several commands have in common. The places given outlive the parsing.

@@ -24,14 +24,18 @@ const sd_bus_vtable Control::vtable_[] = {
                             serve<&Control::read>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Write", SD_BUS_ARGS("s", port, "v", value), SD_BUS_NO_RESULT,
                             serve<&Control::write>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Reconfigure", SD_BUS_ARGS("s", block, "a{sv}", changes),
+                            SD_BUS_NO_RESULT, serve<&Control::reconfigure>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Describe", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", description),
                             serve<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_ARGS("OutputChanged", SD_BUS_ARGS("s", port, "v", value), 0),
     SD_BUS_VTABLE_END,
 };
 
-Control::Control(RunningGraph& graph, EventLoop& loop, tool::BusPtr bus, const std::string& name)
-    : graph_(graph), bus_(std::move(bus)) {
+Control::Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus,
+                 const std::string& name)
+    : graph_(graph), settings_(settings), bus_(std::move(bus)) {
     sd_bus_slot* slot = nullptr;
     check(
         sd_bus_add_object_vtable(bus_.get(), &slot, control_path, control_interface, vtable_, this),
@@ -74,6 +78,12 @@ int Control::write(sd_bus_message& call) {
                                                    ", which is of the D-Bus type '" +
                                                    bus_type(first_value(input.datatype)) + "'");
     graph_.write(input.end, *value);
+    return sd_bus_reply_method_return(&call, "");
+}
+
+int Control::reconfigure(sd_bus_message& call) {
+    const std::string block = read_string(call);
+    settings_.change(block, read_settings(call));
     return sd_bus_reply_method_return(&call, "");
 }
 

@@ -6,21 +6,25 @@
 
 #include "common/bus.hpp"
 #include "host/event_loop.hpp"
+#include "host/live_settings.hpp"
 #include "host/port_value.hpp"
 #include "host/running_graph.hpp"
 
 namespace host {
 
-/// The control interface of a running graph: others on the bus read and write its ports and watch
-/// its outputs. Calls are served from the host's loop, between two passes of the blocks.
+/// The control interface of a running graph: others on the bus read and write its ports, give its
+/// blocks new settings and watch its outputs. Calls are served from the host's loop, between two
+/// passes of the blocks.
 class Control {
   public:
     /// Exports the interface, owns `name` and has the loop serve the connection.
     /// @param graph started, and there as long as the loop runs; outlives this object.
+    /// @param settings of that graph; outlives this object.
     /// @param bus a connection of its own, so that a client's calls never wait in the blocks'
     /// queue.
     /// @throws tool::Failure (unavailable) when the name cannot be had.
-    Control(RunningGraph& graph, EventLoop& loop, tool::BusPtr bus, const std::string& name);
+    Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus,
+            const std::string& name);
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
     ~Control();
@@ -32,11 +36,13 @@ class Control {
 
     int read(sd_bus_message& call);
     int write(sd_bus_message& call);
+    int reconfigure(sd_bus_message& call);
     int describe(sd_bus_message& call);
 
     void tell(const std::string& port, const PortValue& value) noexcept;
 
     RunningGraph& graph_;
+    LiveSettings& settings_;
     tool::BusPtr bus_;
     tool::SlotPtr object_;
     bool said_lost_ = false;

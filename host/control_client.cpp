@@ -14,6 +14,12 @@ using tool::Failure;
 /// How long a command waits for a bus before it calls it absent, as long as for a reply.
 constexpr std::chrono::seconds patience{25};
 
+void check_appended(int r) {
+    if (r == -EINVAL)
+        throw Failure(ExitCode::usage, "the arguments are not valid UTF-8");
+    check(r, "cannot append an argument");
+}
+
 }  // namespace
 
 ControlClient::ControlClient(ControlTarget target)
@@ -31,10 +37,11 @@ tool::MessagePtr ControlClient::new_call(const char* method) const {
 }
 
 void ControlClient::append(sd_bus_message& call, const std::string& text) {
-    const int r = sd_bus_message_append(&call, "s", text.c_str());
-    if (r == -EINVAL)
-        throw Failure(ExitCode::usage, "the arguments are not valid UTF-8");
-    check(r, "cannot append a string");
+    check_appended(sd_bus_message_append(&call, "s", text.c_str()));
+}
+
+void ControlClient::append(sd_bus_message& call, const SettingList& settings) {
+    check_appended(append_settings(call, settings));
 }
 
 tool::MessagePtr ControlClient::send(const tool::MessagePtr& call) const {
@@ -48,6 +55,8 @@ tool::MessagePtr ControlClient::send(const tool::MessagePtr& call) const {
 
 void ControlClient::fail(const tool::BusError& error, int r) const {
     const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
+    if (name == block_threw_error)
+        throw Failure(ExitCode::threw, error.error.message == nullptr ? "" : error.error.message);
     if (name.starts_with(control_error_prefix))
         throw Failure(ExitCode::usage, error.error.message == nullptr ? "" : error.error.message);
     if (name == SD_BUS_ERROR_SERVICE_UNKNOWN || name == SD_BUS_ERROR_NAME_HAS_NO_OWNER)

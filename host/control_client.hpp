@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/bus.hpp"
+#include "host/bus_setting.hpp"
 #include "host/control_names.hpp"
 
 namespace host {
@@ -17,14 +18,16 @@ struct ControlTarget {
 
 /// The host on the other end. Every call waits for the answer.
 /// All throw tool::Failure: `usage` with the host's sentence when it refuses, because the command
-/// line names what is wrong; `unavailable` when the bus or such a host is not there.
+/// line names what is wrong; `threw` when a block threw; `unavailable` when the bus or such a host
+/// is not there.
 class ControlClient {
   public:
     explicit ControlClient(ControlTarget target);
 
     [[nodiscard]] tool::MessagePtr new_call(const char* method) const;
-    /// Appends a string. A failure (usage) says when it is no valid UTF-8.
+    /// Appends an argument. A failure (usage) says when it is no valid UTF-8.
     static void append(sd_bus_message& call, const std::string& text);
+    static void append(sd_bus_message& call, const SettingList& settings);
     /// Sends a call and gives the reply.
     [[nodiscard]] tool::MessagePtr send(const tool::MessagePtr& call) const;
 

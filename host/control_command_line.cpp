@@ -2,6 +2,7 @@
 
 #include "host/command_options.hpp"
 #include "host/port_commands.hpp"
+#include "host/set_command.hpp"
 #include "host/watch_command.hpp"
 
 namespace host {
@@ -43,6 +44,20 @@ Command add_write_command(CLI::App& program) {
         ->required();
     return {&write, [options] {
                 write_port_of_host(options->target, options->port, options->value);
+                return tool::ExitCode::done;
+            }};
+}
+
+Command add_set_command(CLI::App& program) {
+    const auto options = std::make_shared<SetOptions>();
+    CLI::App& set = add_command(program, "set", "Changes settings of a block of a running host");
+    add_target(set, options->target);
+    set.add_option("BLOCK", options->block, "A block as the graph names it")->required();
+    set.add_option("KEY=VALUE", options->changes,
+                   "A key and its new value as in a graph file; what is no value there is a string")
+        ->required();
+    return {&set, [options] {
+                set_block_of_host(*options);
                 return tool::ExitCode::done;
             }};
 }

@@ -19,13 +19,20 @@ inline constexpr const char* unknown_port_error = "com.tarlo.Fenwa.Host1.Error.U
 inline constexpr const char* connected_input_error = "com.tarlo.Fenwa.Host1.Error.ConnectedInput";
 /// The value is of another type than the port, or the port's type has no values on the bus.
 inline constexpr const char* wrong_type_error = "com.tarlo.Fenwa.Host1.Error.WrongType";
+/// The block reads no such key.
+inline constexpr const char* unknown_key_error = "com.tarlo.Fenwa.Host1.Error.UnknownKey";
+/// A setting is of a type that the block does not take, or the block refuses it.
+inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.WrongSetting";
+/// The block threw when it was told its settings; the host stops.
+inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
 
 /// A call that a host does not serve. `what()` is the sentence for the user.
 class ControlRefusal : public std::runtime_error {
   public:
     /// @param name one of the names above.
-    ControlRefusal(const char* name, const std::string& sentence)
-        : std::runtime_error(sentence), name_(name) {}
+    /// @param help a further sentence, empty for none.
+    ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
+        : std::runtime_error(help.empty() ? sentence : sentence + "; " + help), name_(name) {}
 
     [[nodiscard]] const char* name() const noexcept { return name_; }
 

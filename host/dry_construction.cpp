@@ -6,7 +6,6 @@
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "host/key_recorder.hpp"
 
 namespace host {
 
@@ -66,7 +65,8 @@ ConnectableBlock DryConstruction::build(const BlockEntry& entry) {
                  Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder), tools_);
     if (dry.failure != nullptr) {
         if (recorder->invented_a_value())
-            recorder->warn_of_near_misses(entry, diagnostics_);
+            for (const UnreadKey& miss : recorder->near_misses(entry))
+                warn(miss, entry);
         else
             complain(entry, dry);
         return {};
@@ -75,13 +75,43 @@ ConnectableBlock DryConstruction::build(const BlockEntry& entry) {
         diagnostics_.error(entry.where, "the factory of " + describe(entry) + " gave no block");
         return {};
     }
-    recorder->warn_of_unread_keys(entry, diagnostics_);
+    find_unread_keys(*recorder, entry, *factory);
     // What a block makes of a value that is not in the file is no mistake of its own.
     Diagnostics unheard({});
     Terminations terminations(dry.settings, *dry.block, entry,
                               recorder->invented_a_value() ? unheard : diagnostics_);
     const Kept& kept = kept_.emplace_back(Kept{std::move(dry.block), std::move(terminations)});
     return {kept.block.get(), &kept.terminations};
+}
+
+void DryConstruction::find_unread_keys(const KeyRecorder& recorder, const BlockEntry& entry,
+                                       const Fenwa::BlockFactory& factory) {
+    const std::vector<UnreadKey> unread = recorder.unread_keys(entry);
+    if (unread.empty())
+        return;
+    // Without them the block tells which of them it has defaults for. It is recorded once more, so
+    // that it gets over its mistakes, which are known.
+    BlockEntry read = entry;
+    for (const UnreadKey& key : unread)
+        read.erase(key.key);
+    const DryBlock dry(
+        factory, entry.name,
+        Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
+        tools_);
+    for (const UnreadKey& key : unread) {
+        const bool has_default =
+            dry.block != nullptr &&
+            Fenwa::ConfigurationAccess::find(Fenwa::HostAccess::configuration(*dry.block),
+                                             key.key) != nullptr;
+        if (has_default)
+            continue;
+        warn(key, entry);
+        unread_.push_back(key);
+    }
+}
+
+void DryConstruction::warn(const UnreadKey& unread, const BlockEntry& entry) {
+    diagnostics_.warning(unread.where, describe(unread, entry), unread.help);
 }
 
 void DryConstruction::complain(const BlockEntry& entry, const DryBlock& dry) {

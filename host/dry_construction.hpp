@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "common/diagnostics.hpp"
 #include "fenwa/block.hpp"
@@ -16,6 +17,7 @@
 #include "host/block_types.hpp"
 #include "host/connection_checker.hpp"
 #include "host/graph.hpp"
+#include "host/key_recorder.hpp"
 #include "host/terminations.hpp"
 
 namespace host {
@@ -62,8 +64,9 @@ struct DryBlock {
 /// What "what()" says of an exception, for a sentence; others have none.
 [[nodiscard]] std::string describe(const std::exception_ptr& exception);
 
-/// Before a run, what a block throws without a bus is left to the real construction.
-enum class Strictness { alone, before_a_run };
+/// Before a run, what a block throws without a bus is left to the real construction; in a run there
+/// is none any more, but a block that needs a bus to be built is none to complain of.
+enum class Strictness { alone, before_a_run, in_a_run };
 
 /// Builds the blocks of a graph on a bus that is not there, and says of each mistake where it is:
 /// unknown types, missing, mistyped and unread keys, wrong terminations, exceptions. Of one block
@@ -80,6 +83,10 @@ class DryConstruction {
     /// The block with its terminations, owned by this object, or an empty one.
     ConnectableBlock build(const BlockEntry& entry);
 
+    /// What those that were built have not read, and have no default for either: of a key that a
+    /// block only reads at times, its own table of defaults knows.
+    [[nodiscard]] const std::vector<UnreadKey>& unread_keys() const noexcept { return unread_; }
+
     /// Blocks that threw something other than a ConfigurationError.
     [[nodiscard]] std::size_t throws() const noexcept { return throws_; }
 
@@ -89,12 +96,16 @@ class DryConstruction {
         Terminations terminations;
     };
 
+    void find_unread_keys(const KeyRecorder& recorder, const BlockEntry& entry,
+                          const Fenwa::BlockFactory& factory);
+    void warn(const UnreadKey& unread, const BlockEntry& entry);
     void complain(const BlockEntry& entry, const DryBlock& dry);
 
     const BlockTypes& types_;
     tool::Diagnostics& diagnostics_;
     Strictness strictness_;
     std::size_t throws_ = 0;
+    std::vector<UnreadKey> unread_;
     DryTools tools_;
     std::deque<Kept> kept_;  ///< referred to, so that they must not move
 };

@@ -9,12 +9,12 @@
 namespace host {
 namespace {
 
-sigset_t stop_signals() {
+void block_signals(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
+    for (const int number : numbers)
+        sigaddset(&signals, number);
+    tool::check(-pthread_sigmask(SIG_BLOCK, &signals, nullptr), "cannot block signals");
 }
 
 int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
@@ -24,8 +24,7 @@ int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) 
 }  // namespace
 
 EventLoop::EventLoop() {
-    const sigset_t signals = stop_signals();
-    tool::check(-pthread_sigmask(SIG_BLOCK, &signals, nullptr), "cannot block signals");
+    block_signals({SIGINT, SIGTERM});
     sd_event* loop = nullptr;
     tool::check(sd_event_new(&loop), "cannot make an event loop");
     loop_.reset(loop);
@@ -50,6 +49,28 @@ void EventLoop::attach(sd_bus& bus) {
                                     "Disconnected", on_disconnected, this),
                 "cannot watch the bus connection");
     buses_.push_back({&bus, tool::SlotPtr(slot)});
+}
+
+void EventLoop::hold_hangup() {
+    block_signals({SIGHUP});
+}
+
+void EventLoop::serve_hangup(std::function<void()> handler) {
+    on_hangup_ = std::move(handler);
+    tool::check(sd_event_add_signal(loop_.get(), nullptr, SIGHUP, on_hangup, this),
+                "cannot serve signals");
+}
+
+int EventLoop::on_hangup(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/,
+                         void* userdata) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    // The time tells the service manager that this reload, and no earlier one, is meant.
+    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
+               static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000);
+    static_cast<EventLoop*>(userdata)->on_hangup_();
+    sd_notify(0, "READY=1");
+    return 0;
 }
 
 bool EventLoop::interrupted() const {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <sys/signalfd.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -25,6 +27,13 @@ class EventLoop {
     /// Serves one more connection, which outlives every later call and is detached by its own end.
     void attach(sd_bus& bus);
 
+    /// Keeps SIGHUP from ending the process: it waits until `serve_hangup`.
+    static void hold_hangup();
+
+    /// Has the loop call `handler`, which must not throw, for each SIGHUP, once for those that came
+    /// together; the service manager is told that the host reloads, and that it is ready again.
+    void serve_hangup(std::function<void()> handler);
+
     /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
     [[nodiscard]] bool interrupted() const;
 
@@ -42,6 +51,8 @@ class EventLoop {
     [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
+    static int on_hangup(sd_event_source* source, const signalfd_siginfo* info,
+                         void* userdata) noexcept;
     static int on_dispatched(sd_event_source* source, void* userdata) noexcept;
     static int on_disconnected(sd_bus_message* message, void* userdata,
                                sd_bus_error* error) noexcept;
@@ -53,6 +64,7 @@ class EventLoop {
 
     tool::EventPtr loop_;
     std::vector<Attached> buses_;
+    std::function<void()> on_hangup_;
 };
 
 }  // namespace host

@@ -1,5 +1,8 @@
 #include "host/graph.hpp"
 
+#include <algorithm>
+#include <utility>
+
 namespace host {
 
 Fenwa::BlockConfiguration BlockEntry::configuration() const {
@@ -18,6 +21,21 @@ bool BlockEntry::add(Setting setting) {
     return is_new;
 }
 
+void BlockEntry::set(const std::string& key, Fenwa::BlockConfiguration::Value value) {
+    const auto found = places_.find(key);
+    if (found == places_.end())
+        add({key, where, std::move(value)});
+    else
+        settings[found->second].value = std::move(value);
+}
+
+void BlockEntry::erase(const std::string& key) {
+    std::erase_if(settings, [&](const Setting& setting) { return setting.key == key; });
+    places_.clear();
+    for (std::size_t i = 0; i < settings.size(); ++i)
+        places_.emplace(settings[i].key, i);
+}
+
 const Setting* BlockEntry::find(const std::string& key) const {
     const auto found = places_.find(key);
     return found == places_.end() ? nullptr : &settings[found->second];
@@ -26,6 +44,16 @@ const Setting* BlockEntry::find(const std::string& key) const {
 Position BlockEntry::where_is(const std::string& key) const {
     const Setting* const setting = find(key);
     return setting == nullptr ? where : setting->where;
+}
+
+const BlockEntry* Graph::find(const std::string& block) const {
+    const auto found = std::find_if(blocks.begin(), blocks.end(),
+                                    [&](const BlockEntry& entry) { return entry.name == block; });
+    return found == blocks.end() ? nullptr : &*found;
+}
+
+BlockEntry* Graph::find(const std::string& block) {
+    return const_cast<BlockEntry*>(std::as_const(*this).find(block));
 }
 
 std::string describe(const BlockEntry& entry) {

@@ -35,6 +35,10 @@ struct BlockEntry {
 
     /// Adds a setting. @returns false when its key is there already.
     bool add(Setting setting);
+    /// Sets a value, in the place of the key where it is there already.
+    void set(const std::string& key, Fenwa::BlockConfiguration::Value value);
+    /// Takes a setting away; nothing where it is not there.
+    void erase(const std::string& key);
     /// The settings as the block gets them.
     [[nodiscard]] Fenwa::BlockConfiguration configuration() const;
     /// The setting of that key, or null.
@@ -69,11 +73,15 @@ struct Connection {
 
 /// A graph file as it was read: its form is right, its names are not yet checked.
 struct Graph {
-    std::string bus_address = "system";
+    PlacedName bus_address{"system", {}};
     std::vector<PlacedName> bus_names;
     std::vector<PlacedName> plugins;
     std::vector<BlockEntry> blocks;  ///< in the order of the file
     std::vector<Connection> connections;
+
+    /// The block of that name, or null.
+    [[nodiscard]] BlockEntry* find(const std::string& block);
+    [[nodiscard]] const BlockEntry* find(const std::string& block) const;
 };
 
 }  // namespace host

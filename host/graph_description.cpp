@@ -33,7 +33,7 @@ Json describe_block(const RunningGraph& graph, const BlockEntry& entry) {
              {"value", to_json(graph.output_value(entry.name, port->name()).value())}});
     return {{"name", entry.name},
             {"type", entry.type.text},
-            {"settings", to_json(HostAccess::configuration(*found.block))},
+            {"settings", to_json(graph.settings(entry.name))},
             {"inputs", std::move(inputs)},
             {"terminated_inputs", std::move(terminated)},
             {"outputs", std::move(outputs)}};

@@ -13,8 +13,6 @@ using tool::kind_of;
 using tool::TableReader;
 using tool::TomlEntry;
 
-using Value = Fenwa::BlockConfiguration::Value;
-
 std::vector<PlacedName> read_names(const toml::array* list, const std::string& what,
                                    Diagnostics& diagnostics) {
     std::vector<PlacedName> names;
@@ -43,9 +41,11 @@ void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnost
     }
 }
 
-/// A setting's value, or nothing (with a diagnostic) for a kind that no block can be given.
-std::optional<Value> read_value(const std::string& key, const toml::node& node,
-                                Diagnostics& diagnostics) {
+}  // namespace
+
+std::optional<Fenwa::BlockConfiguration::Value> read_setting(const std::string& key,
+                                                             const toml::node& node,
+                                                             Diagnostics& diagnostics) {
     if (const auto* boolean = node.as_boolean())
         return boolean->get();
     if (const auto* integer = node.as_integer())
@@ -76,6 +76,8 @@ std::optional<Value> read_value(const std::string& key, const toml::node& node,
     return std::nullopt;
 }
 
+namespace {
+
 /// Flattens a table of settings to dotted keys.
 void read_settings(const toml::table& table, const std::string& prefix, BlockEntry& block,
                    Diagnostics& diagnostics) {
@@ -90,7 +92,7 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
         if (block.find(key) != nullptr)
             diagnostics.error(entry.where, "'" + key + "' is set twice");
         else
-            block.add({key, entry.where, read_value(key, *entry.value, diagnostics)});
+            block.add({key, entry.where, read_setting(key, *entry.value, diagnostics)});
     }
 }
 
@@ -173,7 +175,8 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
     graph.plugins = read_names(reader.array("plugins"), "'plugins'", diagnostics);
     if (const toml::table* bus = reader.table("bus")) {
         TableReader bus_reader(*bus, "[bus]", diagnostics);
-        graph.bus_address = bus_reader.string("address").value_or(graph.bus_address);
+        if (const auto address = bus_reader.string("address"))
+            graph.bus_address = {*address, bus_reader.where("address")};
         graph.bus_names = read_names(bus_reader.array("names"), "'names' of [bus]", diagnostics);
         check_bus_names(graph.bus_names, diagnostics);
         bus_reader.report_unknown_keys();

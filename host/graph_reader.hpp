@@ -1,5 +1,7 @@
 #pragma once
 
+#include <toml++/toml.h>
+
 #include <optional>
 #include <string>
 
@@ -15,5 +17,9 @@ namespace host {
 /// @throws tool::Failure (unreadable) when the file cannot be read.
 [[nodiscard]] std::optional<Graph> read_graph(const std::string& path,
                                               tool::Diagnostics& diagnostics);
+
+/// The value of a setting, or nothing, with a diagnostic, for a kind that no block can be given.
+[[nodiscard]] std::optional<Fenwa::BlockConfiguration::Value> read_setting(
+    const std::string& key, const toml::node& node, tool::Diagnostics& diagnostics);
 
 }  // namespace host

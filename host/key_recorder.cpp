@@ -3,15 +3,9 @@
 #include "common/suggestion.hpp"
 
 namespace host {
-namespace {
-
-void warn_of_unread_key(const Setting& setting, const std::string& help, const BlockEntry& entry,
-                        tool::Diagnostics& diagnostics) {
-    diagnostics.warning(setting.where,
-                        "no " + entry.type.text + " reads the key '" + setting.key + "'", help);
+std::string describe(const UnreadKey& unread, const BlockEntry& entry) {
+    return "no " + entry.type.text + " reads the key '" + unread.key + "'";
 }
-
-}  // namespace
 
 void KeyRecorder::on_read(const Fenwa::KeyRead& read) {
     reads_.push_back(read);
@@ -28,23 +22,24 @@ bool KeyRecorder::on_error(const Fenwa::ConfigurationError& error) {
     return true;
 }
 
-void KeyRecorder::warn_of_unread_keys(const BlockEntry& entry,
-                                      tool::Diagnostics& diagnostics) const {
+std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry) const {
+    std::vector<UnreadKey> unread;
     for (const Setting& setting : entry.settings) {
         // One without a value is reported already.
         if (setting.value && !asked_for(setting.key))
-            warn_of_unread_key(setting, tool::did_you_mean(setting.key, asked_), entry,
-                               diagnostics);
+            unread.push_back({setting.key, setting.where, tool::did_you_mean(setting.key, asked_)});
     }
+    return unread;
 }
 
-void KeyRecorder::warn_of_near_misses(const BlockEntry& entry,
-                                      tool::Diagnostics& diagnostics) const {
+std::vector<UnreadKey> KeyRecorder::near_misses(const BlockEntry& entry) const {
+    std::vector<UnreadKey> misses;
     for (const Setting& setting : entry.settings) {
-        const std::string help = tool::did_you_mean(setting.key, missing_);
+        std::string help = tool::did_you_mean(setting.key, missing_);
         if (!help.empty() && !asked_for(setting.key))
-            warn_of_unread_key(setting, help, entry, diagnostics);
+            misses.push_back({setting.key, setting.where, std::move(help)});
     }
+    return misses;
 }
 
 }  // namespace host

@@ -11,6 +11,16 @@
 
 namespace host {
 
+/// A setting that no getter asked for; most likely a typing mistake.
+struct UnreadKey {
+    std::string key;
+    Position where;
+    std::string help;  ///< with the nearest key that was asked for; empty for none
+};
+
+/// Says that no block of that type reads the key.
+[[nodiscard]] std::string describe(const UnreadKey& unread, const BlockEntry& entry);
+
 /// Notes which keys a block asks for, and lets it go on with a zero value where one is missing or
 /// of another type, so that it asks for the next one too. On the thread that reads.
 class KeyRecorder final : public Fenwa::ConfigurationObserver {
@@ -29,12 +39,12 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     /// then is most likely no mistake of its own.
     [[nodiscard]] bool invented_a_value() const noexcept { return invented_; }
 
-    /// Warns of the block's settings that it has not asked for.
-    void warn_of_unread_keys(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+    /// The block's settings that it has not asked for.
+    [[nodiscard]] std::vector<UnreadKey> unread_keys(const BlockEntry& entry) const;
 
-    /// The same for a block that has not lived to read all its keys: only those are warned of that
-    /// look like one that it misses.
-    void warn_of_near_misses(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+    /// The same for a block that has not lived to read all its keys: only those that look like one
+    /// that it misses.
+    [[nodiscard]] std::vector<UnreadKey> near_misses(const BlockEntry& entry) const;
 
   private:
     [[nodiscard]] bool asked_for(const std::string& key) const { return is_asked_.count(key) != 0; }

@@ -8,11 +8,6 @@
 namespace host {
 namespace {
 
-[[noreturn]] void refuse(const char* name, const std::string& sentence,
-                         const std::string& help = {}) {
-    throw ControlRefusal(name, help.empty() ? sentence : sentence + "; " + help);
-}
-
 /// A port's name with the block that it names.
 struct Found {
     Endpoint end;
@@ -22,26 +17,29 @@ struct Found {
 Found find_block(const RunningGraph& graph, const std::string& port) {
     const std::optional<Endpoint> end = parse_endpoint(port);
     if (!end)
-        refuse(unknown_port_error, "'" + port + "' is not of the form BLOCK.PORT");
+        throw ControlRefusal(unknown_port_error, "'" + port + "' is not of the form BLOCK.PORT");
     const ConnectableBlock block = graph.block(end->block);
-    if (block.block == nullptr) {
-        std::vector<std::string> names;
-        for (const BlockEntry& entry : graph.graph().blocks)
-            names.push_back(entry.name);
-        refuse(unknown_block_error, "no block '" + end->block + "' in the graph",
-               tool::did_you_mean(end->block, names));
-    }
+    if (block.block == nullptr)
+        refuse_unknown_block(graph.graph(), end->block);
     return {*end, block};
 }
 
 [[noreturn]] void refuse_unknown(const Endpoint& end, const char* kind,
                                  const std::vector<std::string>& names) {
-    refuse(unknown_port_error,
-           "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
-           port_help(end.port, kind, names));
+    throw ControlRefusal(unknown_port_error,
+                         "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
+                         port_help(end.port, kind, names));
 }
 
 }  // namespace
+
+void refuse_unknown_block(const Graph& graph, const std::string& block) {
+    std::vector<std::string> names;
+    for (const BlockEntry& entry : graph.blocks)
+        names.push_back(entry.name);
+    throw ControlRefusal(unknown_block_error, "no block '" + block + "' in the graph",
+                         tool::did_you_mean(block, names));
+}
 
 PortValue read_port(const RunningGraph& graph, const std::string& port) {
     const auto [end, block] = find_block(graph, port);
@@ -55,7 +53,8 @@ PortValue read_port(const RunningGraph& graph, const std::string& port) {
         refuse_unknown(end, "port", names);
     }
     if (std::holds_alternative<std::monostate>(*value))
-        refuse(wrong_type_error, "'" + port + "' holds a value that the host does not know");
+        throw ControlRefusal(wrong_type_error,
+                             "'" + port + "' holds a value that the host does not know");
     return *value;
 }
 
@@ -64,20 +63,20 @@ WritableInput find_writable(const RunningGraph& graph, const std::string& port) 
     const Fenwa::InPortInternal* const input = block.inport(end.port);
     if (input == nullptr) {
         if (block.block->get_outport(end.port) != nullptr)
-            refuse(unknown_port_error, "'" + port + "' is an output, not an input");
+            throw ControlRefusal(unknown_port_error, "'" + port + "' is an output, not an input");
         refuse_unknown(end, "input", block.inport_names());
     }
     for (const Connection& connection : graph.graph().connections) {
         if (connection.to.block == end.block && connection.to.port == end.port)
-            refuse(connected_input_error,
-                   "'" + port + "' is connected to '" + connection.from.text() + "'");
+            throw ControlRefusal(connected_input_error,
+                                 "'" + port + "' is connected to '" + connection.from.text() + "'");
     }
     const Fenwa::Datatype& datatype = input->datatype();
     const PortValue first = first_value(datatype);
     if (std::holds_alternative<std::monostate>(first) ||
         std::holds_alternative<Fenwa::datatype_timersource>(first))
-        refuse(wrong_type_error,
-               "'" + port + "' takes " + type_name(datatype) + ", which cannot be written");
+        throw ControlRefusal(wrong_type_error, "'" + port + "' takes " + type_name(datatype) +
+                                                   ", which cannot be written");
     return {end, datatype};
 }
 

@@ -11,6 +11,9 @@ namespace host {
 // The ports of a running graph as its users call them, "BLOCK.PORT". A name that is none is refused
 // with the nearest one.
 
+/// Refuses the name of a block that is not there.
+[[noreturn]] void refuse_unknown_block(const Graph& graph, const std::string& block);
+
 /// The value of any input, those that the host provides included, or of any output.
 /// @throws ControlRefusal for a port that is not there, or whose values the host does not know.
 [[nodiscard]] PortValue read_port(const RunningGraph& graph, const std::string& port);

@@ -12,6 +12,7 @@
 #include "host/event_loop.hpp"
 #include "host/event_writer.hpp"
 #include "host/journal.hpp"
+#include "host/live_settings.hpp"
 #include "host/running_graph.hpp"
 
 namespace host {
@@ -58,7 +59,7 @@ tool::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
 /// Starts the blocks, serves them until the end and stops them.
 ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
                EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
-    const std::string address = options.bus.value_or(graph.bus_address);
+    const std::string address = options.bus.value_or(graph.bus_address.text);
     const tool::BusPtr bus = connect_blocks_bus(options, graph, address);
     loop.attach(*bus);
     Fenwa::ConnectionTools connection(bus.get());
@@ -82,6 +83,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
     };
     const std::size_t known = diagnostics.errors();
     ExitCode code = ExitCode::done;
+    LiveSettings settings(options.graph, running, types);
     std::optional<Control> control;
     try {
         const bool started = running.start([&loop] { return loop.interrupted(); });
@@ -89,7 +91,9 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
         if (started) {
             if (options.control)
-                control.emplace(running, loop, connect_bus(options, address), *options.control);
+                control.emplace(running, settings, loop, connect_bus(options, address),
+                                *options.control);
+            loop.serve_hangup([&] { settings.reload(tool::use_color(options.color, stderr)); });
             events.ready();
             loop.run(options.duration);
             if (running.failure() != nullptr)
@@ -116,6 +120,8 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
 
 ExitCode run_graph(const RunOptions& options) {
     open_closed_streams();
+    // From the first moment: one that comes during the start is served after it.
+    EventLoop::hold_hangup();
     const Journal journal(options.graph);
     tool::Diagnostics diagnostics(options.graph);
     // The signals belong to the loop from here on, so that none is lost during the start.

@@ -13,10 +13,9 @@ namespace host {
 
 using Fenwa::HostAccess;
 
-RunningGraph::RunningGraph(const Graph& graph, const BlockTypes& types,
-                           const Fenwa::InitTools& tools, sd_event& loop, EventWriter& events,
-                           tool::Diagnostics& diagnostics)
-    : graph_(graph),
+RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
+                           sd_event& loop, EventWriter& events, tool::Diagnostics& diagnostics)
+    : graph_(std::move(graph)),
       types_(types),
       tools_(tools),
       events_(events),
@@ -29,17 +28,18 @@ RunningGraph::~RunningGraph() {
 
 /// Calls into a block: its log lines carry its name, and what it throws says where it came from.
 template <class Call>
-void RunningGraph::call(const Instance& instance, const char* phase, Call&& body) {
+void RunningGraph::call(const Instance& instance, const char* phase, Call&& body,
+                        tool::Diagnostics& diagnostics) {
     const CurrentBlock current(instance.name);
     const auto fail = [&](const std::string& what) {
-        throw BlockFailure(diagnostics_.locate(instance.entry->where) +
+        throw BlockFailure(diagnostics.locate(instance.entry->where) +
                            ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
                            tool::one_line(what));
     };
     try {
         body();
     } catch (const Fenwa::ConfigurationError& error) {
-        report(error, *instance.entry, diagnostics_);
+        report(error, *instance.entry, diagnostics);
         throw;
     } catch (const std::exception& error) {
         fail(error.what());
@@ -90,6 +90,7 @@ void RunningGraph::create(const BlockEntry& entry) {
         if (instance->block == nullptr)
             throw std::runtime_error("its factory gave no block");
     });
+    instance->settings = HostAccess::configuration(*instance->block);
     by_block_.emplace(instance->block.get(), instance.get());
     by_name_.emplace(entry.name, instance.get());
     const Instance& kept = *instances_.emplace_back(std::move(instance));
@@ -117,8 +118,7 @@ void RunningGraph::say_refused(const Instance& instance,
 
 void RunningGraph::set_up(Instance& instance) {
     Fenwa::BlockConfiguration settings;
-    call(instance, "setup",
-         [&] { settings = instance.block->setup(HostAccess::configuration(*instance.block)); });
+    call(instance, "setup", [&] { settings = instance.block->setup(instance.settings); });
     if (!Fenwa::ConfigurationAccess::entries(settings).empty())
         events_.setup(instance.name, settings);
     instance.terminations = Terminations(settings, *instance.block, *instance.entry, diagnostics_);
@@ -180,6 +180,68 @@ std::optional<PortValue> RunningGraph::output_value(const std::string& name,
     if (output == nullptr)
         return std::nullopt;
     return read_value(output->datatype(), HostAccess::value_address(*output));
+}
+
+void RunningGraph::reconfigure(Graph next, const Settings& changed,
+                               tool::Diagnostics& diagnostics) {
+    std::vector<Instance*> told;
+    try {
+        for (const BlockEntry& entry : next.blocks) {
+            const auto settings = changed.find(entry.name);
+            if (settings == changed.end())
+                continue;
+            Instance& instance = *by_name_.at(entry.name);
+            told.push_back(&instance);
+            instance.entry = &entry;
+            tell(instance, instance.settings, settings->second, diagnostics);
+        }
+    } catch (const Fenwa::ConfigurationError&) {
+        refer_to_entries();
+        for (; !told.empty(); told.pop_back())
+            take_back(*told.back(), changed.at(told.back()->name));
+        throw;
+    } catch (...) {
+        refer_to_entries();
+        throw;
+    }
+    graph_ = std::move(next);
+    refer_to_entries();
+    diagnostics_.take_source(diagnostics);
+    for (Instance* const instance : told)
+        instance->settings = changed.at(instance->name);
+}
+
+void RunningGraph::refer_to_entries() {
+    for (const BlockEntry& entry : graph_.blocks)
+        by_name_.at(entry.name)->entry = &entry;
+}
+
+void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& before,
+                        const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics) {
+    call(
+        instance, "reconfigure",
+        [&] {
+            instance.block->reconfigure(before, after);
+            instance.block->reconfigure(after, after);
+        },
+        diagnostics);
+    deliver(instance);
+}
+
+void RunningGraph::take_back(Instance& instance, const Fenwa::BlockConfiguration& refused) {
+    tool::Diagnostics unheard(diagnostics_.file());
+    try {
+        tell(instance, refused, instance.settings, unheard);
+    } catch (const Fenwa::ConfigurationError& error) {
+        // With neither the new settings nor the old ones, nothing is known of it any more.
+        throw BlockFailure(diagnostics_.locate(instance.entry->where) +
+                           ": error: " + describe(*instance.entry) +
+                           " refuses the settings that it had: " + tool::one_line(error.what()));
+    }
+}
+
+const Fenwa::BlockConfiguration& RunningGraph::settings(const std::string& block) const {
+    return by_name_.at(block)->settings;
 }
 
 void RunningGraph::write(const Endpoint& input, const PortValue& value) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -32,12 +33,15 @@ class BlockFailure : public std::runtime_error {
 using OutputWatcher =
     std::function<void(const std::string& block, const std::string& port, const PortValue& value)>;
 
+/// Complete configurations of blocks, by the blocks' names.
+using Settings = std::map<std::string, Fenwa::BlockConfiguration>;
+
 /// The blocks of a graph from their construction to their destruction, and the values between
 /// them. All on the thread of the loop.
 class RunningGraph {
   public:
     /// @param diagnostics takes the mistakes that only show when the real blocks are there.
-    RunningGraph(const Graph& graph, const BlockTypes& types, const Fenwa::InitTools& tools,
+    RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
                  sd_event& loop, EventWriter& events, tool::Diagnostics& diagnostics);
     RunningGraph(const RunningGraph&) = delete;
     RunningGraph& operator=(const RunningGraph&) = delete;
@@ -66,6 +70,21 @@ class RunningGraph {
     [[nodiscard]] std::optional<PortValue> output_value(const std::string& block,
                                                         const std::string& port) const;
 
+    /// Gives blocks new settings: each is told them twice, `reconfigure(old, new)` and then
+    /// `reconfigure(new, new)`, with no run in between, so that a block that looks at its first
+    /// argument and one that looks at its second end up alike. Where one refuses with a
+    /// ConfigurationError, it and those told before it are told their old settings again.
+    /// @param next the same blocks and connections, with the settings as they now stand in the
+    ///        file or were asked for; becomes `graph()`.
+    /// @param changed what the blocks to be told run with from here on.
+    /// @param diagnostics takes the refusal.
+    /// @throws Fenwa::ConfigurationError after a refusal; BlockFailure, after which the blocks are
+    ///         fit for `stop` only.
+    void reconfigure(Graph next, const Settings& changed, tool::Diagnostics& diagnostics);
+
+    /// What a block runs with, its own defaults included.
+    [[nodiscard]] const Fenwa::BlockConfiguration& settings(const std::string& block) const;
+
     /// Keeps `value` for an input that nothing is connected to: from here on it reads it, and the
     /// block runs if the port triggers, as after a delivery.
     /// @param value of the input's datatype, which is a well-known one.
@@ -75,12 +94,16 @@ class RunningGraph {
     /// an empty one for nobody.
     void watch_outputs(OutputWatcher watcher) { watcher_ = std::move(watcher); }
 
-    /// The graph as it was read; its blocks are those that `block` finds.
+    /// The graph as it was read last; its blocks are those that `block` finds.
     [[nodiscard]] const Graph& graph() const noexcept { return graph_; }
     /// The block of that name; a null pointer in it where none is there.
     [[nodiscard]] ConnectableBlock block(const std::string& name) const;
 
-    /// What a block threw in `run`, as a BlockFailure or a ConfigurationError; null for none.
+    /// Ends the loop with what a block threw outside of `run`.
+    void fail(std::exception_ptr failure) noexcept { scheduler_.fail(std::move(failure)); }
+
+    /// What a block threw in `run`, or what `fail` was given, as a BlockFailure or a
+    /// ConfigurationError; null for none.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
 
   private:
@@ -93,8 +116,9 @@ class RunningGraph {
         std::vector<Input> targets;
     };
     struct Instance {
-        const BlockEntry* entry;
+        const BlockEntry* entry;  ///< in `graph_`
         std::string name;
+        Fenwa::BlockConfiguration settings;  ///< complete, as the block was told them last
         /// What was written to unconnected inputs, where they read it.
         std::unordered_map<const Fenwa::InPortInternal*, PortValue> written;
         std::unique_ptr<Fenwa::Block> block;
@@ -109,10 +133,20 @@ class RunningGraph {
     void run(Fenwa::Block& block);
     void deliver(Instance& instance);
     void say_refused(const Instance& instance, const Fenwa::RefusedExport& refused) const;
+    /// Has every instance refer to its entry in `graph_`.
+    void refer_to_entries();
+    void tell(Instance& instance, const Fenwa::BlockConfiguration& before,
+              const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics);
+    void take_back(Instance& instance, const Fenwa::BlockConfiguration& refused);
     template <class Call>
-    void call(const Instance& instance, const char* phase, Call&& body);
+    void call(const Instance& instance, const char* phase, Call&& body) {
+        call(instance, phase, std::forward<Call>(body), diagnostics_);
+    }
+    template <class Call>
+    void call(const Instance& instance, const char* phase, Call&& body,
+              tool::Diagnostics& diagnostics);
 
-    const Graph& graph_;
+    Graph graph_;
     const BlockTypes& types_;
     const Fenwa::InitTools& tools_;
     EventWriter& events_;

@@ -52,10 +52,14 @@ int Scheduler::on_wake(sd_event_source* /*source*/, int fd, std::uint32_t /*even
     try {
         scheduler.pass();
     } catch (...) {
-        scheduler.failure_ = std::current_exception();
-        sd_event_exit(&scheduler.loop_, 0);
+        scheduler.fail(std::current_exception());
     }
     return 0;
+}
+
+void Scheduler::fail(std::exception_ptr failure) noexcept {
+    failure_ = std::move(failure);
+    sd_event_exit(&loop_, 0);
 }
 
 void Scheduler::pass() {

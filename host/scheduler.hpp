@@ -31,7 +31,10 @@ class Scheduler {
     /// No pass is made any more.
     void disable();
 
-    /// What a block threw in a pass, or null.
+    /// Keeps what a block threw and ends the loop.
+    void fail(std::exception_ptr failure) noexcept;
+
+    /// What a block threw, or null.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return failure_; }
 
   private:

@@ -27,6 +27,10 @@ TimerBlock::TimerBlock(std::string name, const Fenwa::BlockConfiguration& config
 }
 
 void TimerBlock::start() {
+    begin();
+}
+
+void TimerBlock::begin() {
     sd_event_source* source = nullptr;
     // Accuracy 0 stands for a quarter of a second in sd-event, hence 1.
     tool::check(
@@ -34,6 +38,16 @@ void TimerBlock::start() {
                                    static_cast<std::uint64_t>(interval_.count()), 1, on_time, this),
         "cannot start a timer");
     timer_.reset(source);
+}
+
+void TimerBlock::reconfigure(const Fenwa::BlockConfiguration& /*before*/,
+                             const Fenwa::BlockConfiguration& after) {
+    const std::chrono::milliseconds interval = read_interval(after);
+    if (interval == interval_)
+        return;
+    interval_ = interval;
+    if (timer_ != nullptr)
+        begin();
 }
 
 void TimerBlock::stop() {

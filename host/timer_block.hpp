@@ -23,8 +23,13 @@ class TimerBlock final : public Fenwa::Block {
     void start() override;
     void stop() override;
     bool run() override;
+    /// Takes a new interval from `after`; a different one begins anew.
+    /// @throws Fenwa::ConfigurationError when it is missing or wrong.
+    void reconfigure(const Fenwa::BlockConfiguration& before,
+                     const Fenwa::BlockConfiguration& after) override;
 
   private:
+    void begin();
     static int on_time(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
 
     Fenwa::OutPort<Fenwa::datatype_timersource>* out_;

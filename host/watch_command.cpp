@@ -23,11 +23,6 @@ class Watch {
         : host_(host), loop_(loop), events_(events) {
         const std::string& name = host.target().name;
         sd_bus_slot* slot = nullptr;
-        check(
-            sd_bus_match_signal(&host.bus(), &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                "org.freedesktop.DBus", "NameOwnerChanged", on_owner_changed, this),
-            "cannot watch for the host's end");
-        owner_match_.reset(slot);
         // A bus name holds nothing that a match rule would have to quote.
         const std::string rule =
             "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name +

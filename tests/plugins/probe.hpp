@@ -10,6 +10,7 @@ namespace probe {
 
 void register_life_blocks(Fenwa::IRegistry& registry);
 void register_port_blocks(Fenwa::IRegistry& registry);
+void register_settings_blocks(Fenwa::IRegistry& registry);
 void register_setup_blocks(Fenwa::IRegistry& registry);
 void register_bus_blocks(Fenwa::IRegistry& registry);
 void register_thread_blocks(Fenwa::IRegistry& registry);

@@ -52,6 +52,19 @@ TEST_F(Check, UnreadKeyThatResemblesOneThatIsReadIsWarnedOfWithIt) {
               "graph.toml: 2 warnings\nfenwa: graph.toml: no errors (1 block, 0 connections)\n");
 }
 
+TEST_F(Check, KeyThatABlockReadsOnlyAtTimesIsNoMistake) {
+    const Ended ended =
+        check(probes("[blocks.s]\ntype = \"Settled\"\nhidden = 5\nhiden = 5\n"
+                     "[blocks.bound]\ntype = \"Settled\"\nneeds_a_bus = true\nhidden = 5\n"));
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(
+        ended.err,
+        "graph.toml:5:1: warning: no Settled reads the key 'hiden'\nhiden = 5\n^\n"
+        "graph.toml:6:9: warning: block 'bound' (Settled) cannot be checked: it needs a bus to "
+        "be built\n[blocks.bound]\n        ^\ngraph.toml: 2 warnings\n"
+        "fenwa: graph.toml: no errors (2 blocks, 0 connections)\n");
+}
+
 TEST_F(Check, OnlyTheBlocksOwnTypeIsNoSetting) {
     EXPECT_EQ(lines_with(check(timer + "fake.type = \"x\"\n").err, "warning: "),
               "graph.toml:4:6: warning: no Timer reads the key 'fake.type'\n");

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "host/graph.hpp"
+
+namespace host {
+
+/// Whether two settings hold the same; NaN is the same as NaN.
+[[nodiscard]] bool same_value(const Fenwa::BlockConfiguration::Value& a,
+                              const Fenwa::BlockConfiguration::Value& b);
+
+/// Says of everything in which `next` differs from `now`, other than in the settings of blocks,
+/// that it needs a restart: an error at its place in the file of `next`, or at the whole file for
+/// what is not there any more. The order of plug-ins, names, blocks and connections makes no
+/// difference.
+/// @returns the blocks that are in both and whose settings differ, in the order of `next`.
+[[nodiscard]] std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
+                                                      tool::Diagnostics& diagnostics);
+
+}  // namespace host

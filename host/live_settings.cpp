@@ -1,0 +1,135 @@
+#include "host/live_settings.hpp"
+
+#include <algorithm>
+#include <iostream>
+
+#include "common/exit_code.hpp"
+#include "framework/shared/configuration_access.hpp"
+#include "framework/shared/host_access.hpp"
+#include "host/control_names.hpp"
+#include "host/dry_construction.hpp"
+#include "host/graph_difference.hpp"
+#include "host/graph_reader.hpp"
+#include "host/port_access.hpp"
+
+namespace host {
+namespace {
+
+using Fenwa::BlockConfiguration;
+using tool::Diagnostics;
+
+/// What a block that cannot be built dry is told: what it has, without the settings that are not
+/// given any more, and those that are given laid over it.
+BlockConfiguration lay_over(const BlockConfiguration& current, const BlockEntry& before,
+                            const BlockEntry& after) {
+    SettingList kept;
+    for (const auto& entry : Fenwa::ConfigurationAccess::entries(current)) {
+        if (before.find(entry.key()) == nullptr || after.find(entry.key()) != nullptr)
+            kept.push_back(entry);
+    }
+    return BlockConfiguration(kept) + after.configuration();
+}
+
+/// "'a', 'b' and 3 more".
+std::string list_names(const std::vector<std::string>& names) {
+    constexpr std::size_t longest = 8;
+    std::string list;
+    for (std::size_t i = 0; i < std::min(names.size(), longest); ++i)
+        list += (i == 0 ? "'" : ", '") + names[i] + "'";
+    if (names.size() > longest)
+        list += " and " + std::to_string(names.size() - longest) + " more";
+    return list;
+}
+
+}  // namespace
+
+LiveSettings::LiveSettings(std::string path, RunningGraph& graph, const BlockTypes& types)
+    : path_(std::move(path)), graph_(graph), types_(types) {}
+
+void LiveSettings::reload(bool color) noexcept {
+    const auto say = [this](const std::string& sentence) {
+        std::cerr << "fenwa: " << path_ << ": " << sentence << '\n';
+    };
+    const auto say_refused = [&say] { say("not reloaded; the graph goes on as it was"); };
+    try {
+        Diagnostics diagnostics(path_);
+        try {
+            const auto told = reload_from(diagnostics);
+            diagnostics.print(std::cerr, color);
+            if (!told)
+                say_refused();
+            else if (told->empty())
+                say("reloaded; no settings have changed");
+            else
+                say("reloaded; new settings for " + list_names(*told));
+        } catch (const Fenwa::ConfigurationError&) {
+            diagnostics.print(std::cerr, color);
+            say_refused();
+        }
+    } catch (const tool::Failure& failure) {
+        std::cerr << "fenwa: " << failure.what() << '\n';
+        say_refused();
+    } catch (...) {
+        graph_.fail(std::current_exception());
+    }
+}
+
+std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& diagnostics) {
+    std::optional<Graph> next = read_graph(path_, diagnostics);
+    if (!next)
+        return std::nullopt;
+    const std::vector<std::string> changed = compare_graphs(graph_.graph(), *next, diagnostics);
+    Settings settings;
+    for (const std::string& name : changed)
+        settings.emplace(name, complete(*next->find(name), diagnostics).configuration);
+    if (diagnostics.errors() != 0)
+        return std::nullopt;
+    graph_.reconfigure(std::move(*next), settings, diagnostics);
+    return changed;
+}
+
+LiveSettings::Complete LiveSettings::complete(const BlockEntry& entry,
+                                              Diagnostics& diagnostics) const {
+    const Silence silence(Silence::Scope::this_thread);
+    DryConstruction dry(types_, diagnostics, Strictness::in_a_run);
+    const Fenwa::Block* const block = dry.build(entry).block;
+    if (block == nullptr)
+        return {lay_over(graph_.settings(entry.name), *graph_.graph().find(entry.name), entry),
+                dry.unread_keys()};
+    return {Fenwa::ConfigurationAccess::observed(Fenwa::HostAccess::configuration(*block), nullptr),
+            dry.unread_keys()};
+}
+
+void LiveSettings::change(const std::string& block, const SettingList& changes) {
+    Graph next = graph_.graph();
+    BlockEntry* const entry = next.find(block);
+    if (entry == nullptr)
+        refuse_unknown_block(next, block);
+    for (const auto& change : changes)
+        entry->set(change.key(), change.value());
+    Diagnostics diagnostics(path_);
+    const Complete after = complete(*entry, diagnostics);
+    for (const UnreadKey& unread : after.unread) {
+        const bool is_asked_for =
+            std::any_of(changes.begin(), changes.end(),
+                        [&](const auto& change) { return change.key() == unread.key; });
+        if (is_asked_for)
+            throw ControlRefusal(unknown_key_error, describe(unread, *entry), unread.help);
+    }
+    if (diagnostics.errors() != 0)
+        throw ControlRefusal(wrong_setting_error, diagnostics.error_sentences().front());
+    Diagnostics unchanged(path_);
+    if (compare_graphs(graph_.graph(), next, unchanged).empty())
+        return;
+    try {
+        graph_.reconfigure(std::move(next), {{block, after.configuration}}, diagnostics);
+    } catch (const Fenwa::ConfigurationError&) {
+        throw ControlRefusal(wrong_setting_error, diagnostics.error_sentences().front());
+    } catch (const BlockFailure& failure) {
+        graph_.fail(std::current_exception());
+        throw ControlRefusal(block_threw_error, failure.what());
+    }
+    std::cerr << "fenwa: new settings for '" << block << "', set over the bus\n";
+}
+
+}  // namespace host

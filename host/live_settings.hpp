@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/diagnostics.hpp"
+#include "host/block_types.hpp"
+#include "host/bus_setting.hpp"
+#include "host/key_recorder.hpp"
+#include "host/running_graph.hpp"
+
+namespace host {
+
+/// Gives the blocks of a running graph new settings, from its file and from clients. Everything is
+/// checked before the first block is told, by building each block that would be told dry, so that
+/// nothing is changed half. A block that throws anything but a ConfigurationError when it is told
+/// ends the host, as one that throws in `run` does. Thread of the loop.
+class LiveSettings {
+  public:
+    /// All outlive this object. @param path of the graph file.
+    LiveSettings(std::string path, RunningGraph& graph, const BlockTypes& types);
+
+    /// Reads the file again and tells the blocks whose settings in it differ from those that they
+    /// have now, a client's changes included. A file that cannot be read or does not check, or that
+    /// differs in more than settings, changes nothing. Says on stderr what came of it.
+    void reload(bool color) noexcept;
+
+    /// Lays changes over the settings of one block.
+    /// @throws ControlRefusal where there is no such block, it reads no such key, or it does not
+    ///         take a value; then nothing has changed. ControlRefusal also where it threw.
+    void change(const std::string& block, const SettingList& changes);
+
+  private:
+    /// All that a block would run with.
+    struct Complete {
+        Fenwa::BlockConfiguration configuration;
+        std::vector<UnreadKey> unread;
+    };
+    [[nodiscard]] Complete complete(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+    /// @returns the blocks that were told; nothing where the file does not check.
+    std::optional<std::vector<std::string>> reload_from(tool::Diagnostics& diagnostics);
+
+    std::string path_;
+    RunningGraph& graph_;
+    const BlockTypes& types_;
+};
+
+}  // namespace host

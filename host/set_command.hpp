@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/bus_setting.hpp"
+#include "host/control_client.hpp"
+
+namespace host {
+
+/// What `fenwa set` was asked for.
+struct SetOptions {
+    ControlTarget target;
+    std::string block;
+    std::vector<std::string> changes;  ///< each "KEY=VALUE"
+};
+
+/// Takes "KEY=VALUE" apart. The value is read as in a graph file, quotes and all; what is no value
+/// there is a string as it stands.
+/// @throws tool::Failure (usage) where it is of another form, or of a kind that no block takes.
+[[nodiscard]] Fenwa::BlockConfiguration::KeyValue parse_change(const std::string& text);
+
+/// Changes settings of a block of a running host, all or none.
+/// @throws tool::Failure (usage) also where a key is given twice; else as ControlClient does.
+void set_block_of_host(const SetOptions& options);
+
+}  // namespace host

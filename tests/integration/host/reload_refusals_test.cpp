@@ -1,0 +1,160 @@
+#include "tests/integration/host/reload_scene.hpp"
+
+namespace test {
+namespace {
+
+const std::string not_reloaded = "fenwa: graph.toml: not reloaded; the graph goes on as it was\n";
+
+/// The graph that runs, and behind it what is added to it.
+const std::string relay = "[blocks.r]\ntype = \"Relay\"\n";
+const std::string wire = "[[connections]]\nfrom = \"a.level\"\nto = \"r.double\"\n";
+const std::string before = settled("a", "level = 2\n") + settled("b", "") + relay;
+
+struct Refusal {
+    std::string what;
+    std::string file;
+    std::string errors;
+};
+
+void PrintTo(const Refusal& refusal, std::ostream* out) {
+    *out << refusal.what;
+}
+
+class ReloadRefusals : public ReloadTest, public testing::WithParamInterface<Refusal> {};
+
+/// Whatever is wrong, the change of a's level, which is not, is not made either.
+const std::string changed = settled("a", "level = 3\n") + settled("b", "") + relay;
+
+TEST_P(ReloadRefusals, LeaveEverythingAsItWas) {
+    start(before);
+    folder().write("graph.toml", GetParam().file);
+    EXPECT_EQ(reload(), GetParam().errors + not_reloaded);
+    EXPECT_EQ(reload(changed), "fenwa: graph.toml: reloaded; new settings for 'a'\n");
+    ASSERT_TRUE(host().wait_for_text("a: run"));
+    EXPECT_EQ(stop(), "a: 2 none 7 -> 3 none 7\na: 3 none 7 -> 3 none 7\na: run\n");
+}
+
+const std::string probe_line = "plugins = [\"libprobe.so\"]\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ReloadRefusals,
+    testing::Values(
+        Refusal{"ABlockMore", probe_line + changed + settled("n", ""),
+                "graph.toml:9:9: error: the block 'n' has been added, which needs a restart\n"
+                "[blocks.n]\n        ^\ngraph.toml: 1 error\n"},
+        Refusal{"ABlockLess", probe_line + settled("a", "level = 3\n") + relay,
+                "graph.toml: error: the block 'b' has been removed, which needs a restart\n"
+                "graph.toml: 1 error\n"},
+        Refusal{"AnotherType",
+                probe_line + settled("a", "level = 3\n") + "[blocks.b]\ntype = \"Sink\"\n" + relay,
+                "graph.toml:6:8: error: the block 'b' has been a Settled; another type needs a "
+                "restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
+        Refusal{"AConnectionMore", probe_line + changed + wire,
+                "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been "
+                "added, which needs a restart\nfrom = \"a.level\"\n       ^\n"
+                "graph.toml: 1 error\n"},
+        Refusal{"APlugInMore", "plugins = [\"libprobe.so\", \"libother.so\"]\n" + changed,
+                "graph.toml:1:27: error: the plug-in 'libother.so' has been added, which needs a "
+                "restart\nplugins = [\"libprobe.so\", \"libother.so\"]\n"
+                "                          ^\ngraph.toml: 1 error\n"},
+        Refusal{
+            "AnotherBus",
+            probe_line + "[bus]\naddress = \"session\"\nnames = [\"com.example.A\"]\n" + changed,
+            "graph.toml:3:11: error: the bus has been 'system'; another one needs a restart\n"
+            "address = \"session\"\n          ^\n"
+            "graph.toml:4:10: error: the bus name 'com.example.A' has been added, which needs "
+            "a restart\nnames = [\"com.example.A\"]\n         ^\ngraph.toml: 2 errors\n"},
+        Refusal{"AMistypedKey",
+                probe_line + settled("a", "level = 3\n") + settled("b", "level = \"x\"\n") + relay,
+                "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double, not "
+                "the string \"x\"\nlevel = \"x\"\n^\ngraph.toml: 1 error\n"},
+        Refusal{"NoToml", probe_line + changed + "[",
+                "graph.toml:9:2: error: Error while parsing table header: encountered "
+                "end-of-file\n[\n ^\ngraph.toml: 1 error\n"},
+        Refusal{"NoBlocks", probe_line,
+                "graph.toml: error: the graph has no blocks\n"
+                "graph.toml: error: the block 'a' has been removed, which needs a restart\n"
+                "graph.toml: error: the block 'b' has been removed, which needs a restart\n"
+                "graph.toml: error: the block 'r' has been removed, which needs a restart\n"
+                "graph.toml: 4 errors\n"}),
+    [](const auto& instance) { return instance.param.what; });
+
+class ReloadTrouble : public ReloadTest {};
+
+TEST_F(ReloadTrouble, FileThatIsGoneChangesNothing) {
+    start(before);
+    std::filesystem::remove(folder().path() / "graph.toml");
+    EXPECT_EQ(reload(),
+              "fenwa: cannot read 'graph.toml': No such file or directory\n" + not_reloaded);
+    EXPECT_EQ(stop(), "");
+}
+
+TEST_F(ReloadTrouble, ConnectionThatIsGoneNeedsARestart) {
+    start(before + wire);
+    EXPECT_EQ(reload(before),
+              "graph.toml: error: the connection from 'a.level' to 'r.double' has been removed, "
+              "which needs a restart\ngraph.toml: 1 error\n" +
+                  not_reloaded);
+    EXPECT_EQ(stop(), "");
+}
+
+class RefusingBlock : public ReloadTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(RefusingBlock, HasTheOldSettingsAgainAndThoseBeforeItToo) {
+    const std::string& level = GetParam();
+    start(settled("a", "") + settled("b", "") + settled("c", ""));
+    EXPECT_EQ(reload(settled("a", "level = 2\n") + settled("b", "level = " + level + "\n") +
+                     settled("c", "level = 2\n")),
+              "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double that "
+              "this block likes, not a float\nlevel = " +
+                  level + "\n^\ngraph.toml: 1 error\n" + not_reloaded);
+    ASSERT_TRUE(host().wait_for_text("b: run"));
+    const std::string second = level == "14" ? "b: 14 none 7 -> 14 none 7\n" : "";
+    EXPECT_EQ(stop(), "a: 1 none 7 -> 2 none 7\na: 2 none 7 -> 2 none 7\nb: 1 none 7 -> " + level +
+                          " none 7\n" + second + "b: " + level +
+                          " none 7 -> 1 none 7\nb: 1 none 7 -> 1 none 7\n"
+                          "a: 2 none 7 -> 1 none 7\na: 1 none 7 -> 1 none 7\na: run\nb: run\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(AtOnceOrTheSecondTime, RefusingBlock, testing::Values("13", "14"));
+
+TEST_F(ReloadTrouble, BlockThatThrowsEndsTheHost) {
+    start(settled("a", "") + settled("b", ""));
+    rewrite("\n\n" + settled("a", "level = 66\n") + settled("b", "level = 2\n"));
+    host().send_signal(SIGHUP);
+    const Ended ended = without_folder(host().wait());
+    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(
+        ended.err,
+        "graph.toml:4:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n");
+    EXPECT_EQ(messages(ended.out), "a: 1 none 7 -> 66 none 7\n");
+}
+
+TEST_F(ReloadTrouble, BlockThatDoesNotTakeItsOldSettingsBackEndsTheHost) {
+    start(settled("a", ""));
+    rewrite(settled("a", "level = 67\n"));
+    host().send_signal(SIGHUP);
+    const Ended ended = without_folder(host().wait());
+    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(
+        ended.err,
+        "graph.toml:2:9: error: block 'a' (Settled) refuses the settings that it had: the key "
+        "'level' must be a double that this block likes, not a float\n");
+}
+
+TEST_F(ReloadTrouble, LaterMistakesAreShownInTheFileAsItWasReadLast) {
+    const std::string failing =
+        "[blocks.p]\ntype = \"Probe\"\nthrows_in = \"stop\"\nthrows = \"configuration\"\n";
+    start(settled("a", "") + failing);
+    EXPECT_EQ(reload("# one\n# two\n" + settled("a", "level = 2\n") + failing),
+              "fenwa: graph.toml: reloaded; new settings for 'a'\n");
+    const Ended ended = without_folder(host().terminate());
+    EXPECT_EQ(ended.code, 78);
+    EXPECT_EQ(ended.err,
+              "fenwa: graph.toml: reloaded; new settings for 'a'\n"
+              "graph.toml:10:1: error: block 'p' (Probe): the key 'throws' must be a word that is "
+              "not there, not another one\nthrows = \"configuration\"\n^\ngraph.toml: 1 error\n");
+}
+
+}  // namespace
+}  // namespace test
