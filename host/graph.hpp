@@ -7,6 +7,7 @@
 
 #include "common/diagnostics.hpp"
 #include "fenwa/block_configuration.hpp"
+#include "host/pacing.hpp"
 
 namespace host {
 
@@ -75,6 +76,7 @@ struct Connection {
 struct Graph {
     PlacedName bus_address{"system", {}};
     std::vector<PlacedName> bus_names;
+    Pace pace;  ///< of each block
     std::vector<PlacedName> plugins;
     std::vector<BlockEntry> blocks;  ///< in the order of the file
     std::vector<Connection> connections;

@@ -1,5 +1,6 @@
 #include "host/graph_reader.hpp"
 
+#include <cmath>
 #include <set>
 
 #include "common/bus.hpp"
@@ -39,6 +40,28 @@ void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnost
         if (!tool::is_ownable_name(name.text))
             diagnostics.error(name.where, "'" + name.text + "' is no bus name that can be owned");
     }
+}
+
+Pace read_pace(const toml::table& table, Diagnostics& diagnostics) {
+    TableReader reader(table, "[host]", diagnostics);
+    Pace pace;
+    if (const auto burst = reader.integer("run_burst")) {
+        if (*burst < 0)
+            diagnostics.error(
+                reader.where("run_burst"),
+                "'run_burst' of [host] must be 0 or more, not " + std::to_string(*burst));
+        else
+            pace.burst = static_cast<std::uint64_t>(*burst);
+    }
+    if (const auto rate = reader.number("run_rate")) {
+        if (!std::isfinite(*rate) || *rate < 0.0)
+            diagnostics.error(reader.where("run_rate"),
+                              "'run_rate' of [host] must be a finite number of 0 or more");
+        else
+            pace.rate = *rate;
+    }
+    reader.report_unknown_keys();
+    return pace;
 }
 
 }  // namespace
@@ -181,6 +204,8 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
         check_bus_names(graph.bus_names, diagnostics);
         bus_reader.report_unknown_keys();
     }
+    if (const toml::table* host = reader.table("host"))
+        graph.pace = read_pace(*host, diagnostics);
     read_blocks(reader.table("blocks"), graph, diagnostics);
     read_connections(reader.array("connections"), graph, diagnostics);
     reader.report_unknown_keys();

@@ -20,7 +20,7 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
       tools_(tools),
       events_(events),
       diagnostics_(diagnostics),
-      scheduler_(loop, [this](Fenwa::Block& block) { run(block); }) {}
+      scheduler_(loop, graph.pace, [this](Fenwa::Block& block) { run(block); }) {}
 
 RunningGraph::~RunningGraph() {
     stop([](const std::exception_ptr&) {});

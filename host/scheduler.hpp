@@ -2,23 +2,31 @@
 
 #include <systemd/sd-event.h>
 
+#include <cstdint>
 #include <exception>
 #include <functional>
+#include <queue>
+#include <unordered_map>
+#include <vector>
 
 #include "common/bus.hpp"
 #include "fenwa/block.hpp"
 #include "framework/shared/ready_queue.hpp"
+#include "host/pacing.hpp"
 
 namespace host {
 
 /// Runs blocks from an sd-event loop. In one pass every block that is ready runs once, in the
 /// order in which they became ready; between two passes the loop serves the bus and the timers,
-/// so that no block starves another. A pass costs as much as there are ready blocks.
+/// so that no block starves another. A block that has spent its budget of runs waits until it has
+/// one again, while its marks stay pending and the others go on. A pass costs as much as there are
+/// ready blocks.
 class Scheduler {
   public:
+    /// @param pace the budget of each block.
     /// @param run_block runs one block whose ports may be triggered; what it throws ends the loop
     ///        and is kept in `failure()`.
-    Scheduler(sd_event& loop, std::function<void(Fenwa::Block&)> run_block);
+    Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block);
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
     ~Scheduler();
@@ -38,16 +46,36 @@ class Scheduler {
     [[nodiscard]] std::exception_ptr failure() const noexcept { return failure_; }
 
   private:
+    /// A ready block that has no run left before `due`.
+    struct Waiting {
+        std::uint64_t due;
+        std::uint64_t number;  ///< those with the same time in the order in which they came
+        Fenwa::Block* block;
+
+        friend bool operator>(const Waiting& a, const Waiting& b) {
+            return a.due != b.due ? a.due > b.due : a.number > b.number;
+        }
+    };
+
     static int on_wake(sd_event_source* source, int fd, std::uint32_t events,
                        void* userdata) noexcept;
+    static int on_due(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
     void wake() const noexcept;
-    void pass();
+    void pass() noexcept;
+    void run_ready();
+    void run_within_budget(Fenwa::Block& block, std::uint64_t now);
+    void wait_for_next_due();
 
     sd_event& loop_;
+    Pace pace_;
     std::function<void(Fenwa::Block&)> run_block_;
     int event_fd_;
     Fenwa::ReadyQueue queue_;
     tool::EventSourcePtr source_;
+    tool::EventSourcePtr timer_;
+    std::unordered_map<const Fenwa::Block*, RunBudget> budgets_;
+    std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
+    std::uint64_t waited_ = 0;  ///< how many have had to wait so far
     std::exception_ptr failure_;
 };
 

@@ -8,13 +8,16 @@
 namespace probe {
 namespace {
 
-/// Fires its own event port in every run, for ever, and says so in the first run only.
+/// Fires its own event port in every run, for ever, and says so in the first run only. Its stop
+/// says how many runs there were.
 class Spinner : public Fenwa::Block {
   public:
     Spinner(std::string name, const Fenwa::BlockConfiguration& config)
         : Fenwa::Block(std::move(name), config), go_(*make_eventport("go")) {}
 
     void start() override { go_.fire(); }
+
+    void stop() override { say(*this, std::to_string(runs_) + " runs"); }
 
     bool run() override {
         if (runs_++ == 0)

@@ -89,9 +89,10 @@ TEST_F(ControlFlood, OfLongDescriptionsDoesNotStopTheTimers) {
 }
 
 TEST_F(ControlFlood, IsServedBesideABlockThatIsAlwaysBusy) {
-    Process host(run_command(probes("[blocks.spinner]\ntype = \"Spinner\"\n[blocks.r]\n"
-                                    "type = \"Relay\"\n"),
-                             {"--bus", bus(), "--control"}));
+    Process host(run_command(
+        probes("[host]\nrun_rate = 0\n[blocks.spinner]\ntype = \"Spinner\"\n[blocks.r]\n"
+               "type = \"Relay\"\n"),
+        {"--bus", bus(), "--control"}));
     ASSERT_TRUE(host.wait_for_text("spinner: spins"));
     EXPECT_GT(Flood(bus(), "Read", "r.int").pour(std::chrono::milliseconds(300)), 100U);
     const ControlClient client(bus());

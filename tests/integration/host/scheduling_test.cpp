@@ -37,9 +37,9 @@ TEST_F(Scheduling, ReadyBlocksRunOnceEachPerPassInTheOrderInWhichTheyBecameReady
               "c: run\na: run\nb: run\nc: run\na: run\nb: run\nc: run\na: run\nb: run\n");
 }
 
-TEST_F(Scheduling, BlockThatFiresItselfForEverStarvesNobody) {
+TEST_F(Scheduling, BlockThatFiresItselfForEverWithoutABrakeStarvesNobody) {
     Process host(run_command(
-        probes("[bus]\nnames = [\"com.example.Spinning\"]\n"
+        probes("[host]\nrun_rate = 0\n[bus]\nnames = [\"com.example.Spinning\"]\n"
                "[blocks.spinner]\ntype = \"Spinner\"\n[blocks.tick]\ntype = \"Timer\"\n"
                "interval = 20\n[blocks.echo]\ntype = \"Exporter\"\npath = \"/com/example/Echo\"\n"
                "[blocks.sink]\ntype = \"Sink\"\nonly = \"tick\"\n"
@@ -56,7 +56,8 @@ TEST_F(Scheduling, BlockThatFiresItselfForEverStarvesNobody) {
 
 TEST_F(Scheduling, FiresFromFourThreadsAreAllServed) {
     Process host(
-        run_command(probes("[blocks.t]\ntype = \"Threaded\"\ntimes = 2000\n"), {"--bus", bus()}));
+        run_command(probes("[host]\nrun_rate = 0\n[blocks.t]\ntype = \"Threaded\"\ntimes = 2000\n"),
+                    {"--bus", bus()}));
     EXPECT_TRUE(host.wait_for_text("t: 8000 fires served"));
     const Ended ended = host.terminate();
     EXPECT_EQ(ended.code, 0);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/host_access.hpp"
 
@@ -18,7 +20,7 @@ class Fired : public Fenwa::Block {
 
 class SchedulerTest : public testing::Test {
   protected:
-    SchedulerTest() {
+    explicit SchedulerTest(const Pace& pace = {}) : pace_(pace) {
         for (Fired* block : {&a_, &b_, &c_})
             Fenwa::HostAccess::adopt(*block, tools_, scheduler_.queue());
     }
@@ -45,12 +47,13 @@ class SchedulerTest : public testing::Test {
     }
     sd_event& loop() { return *loop_; }
 
+    Pace pace_;
     tool::EventPtr loop_{new_loop()};
     Fenwa::ConnectionTools no_bus_{nullptr};
     Fenwa::InitTools tools_{&no_bus_};
     std::string ran_;
     std::function<void(Fenwa::Block&)> during_;
-    Scheduler scheduler_{*loop_, [this](Fenwa::Block& block) { on_run(block); }};
+    Scheduler scheduler_{*loop_, pace_, [this](Fenwa::Block& block) { on_run(block); }};
     Fired a_{"a"};
     Fired b_{"b"};
     Fired c_{"c"};
@@ -129,6 +132,109 @@ TEST_F(SchedulerTest, WhatABlockThrowsEndsTheLoopAndIsKept) {
     ASSERT_NE(scheduler_.failure(), nullptr);
     EXPECT_THROW(std::rethrow_exception(scheduler_.failure()), std::runtime_error);
 }
+
+/// Three runs at once, then one each 20 ms.
+class PacedScheduler : public SchedulerTest {
+  protected:
+    PacedScheduler() : SchedulerTest({3, 50.0}) { scheduler_.enable(); }
+
+    /// Serves the loop, sleeping where there is nothing to do, until that many blocks have run.
+    /// @returns how long that took.
+    std::chrono::microseconds serve_until_ran(std::size_t runs) {
+        const auto begin = std::chrono::steady_clock::now();
+        while (ran_.size() < runs && sd_event_run(&loop(), 5'000'000) > 0) {
+        }
+        EXPECT_EQ(ran_.size(), runs);
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - begin);
+    }
+};
+
+TEST_F(PacedScheduler, BlockThatHasSpentItsBudgetWaitsWhileOthersGoOn) {
+    during_ = [this](Fenwa::Block& block) {
+        if (&block == &a_)
+            a_.port->fire();
+    };
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "aaa");
+    b_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "aaab");
+}
+
+TEST_F(PacedScheduler, BlockThatWaitsRunsAtTheRate) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    const auto took = serve_until_ran(3 + 10);
+    EXPECT_GE(took, std::chrono::milliseconds(200));
+    EXPECT_LT(took, std::chrono::seconds(2));  // a slow machine's time, not the brake's
+}
+
+TEST_F(PacedScheduler, LoopSleepsWhileAllWait) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    serve();
+    int wake_ups = 0;
+    while (ran_.size() < 3 + 5 && ++wake_ups < 1000)
+        ASSERT_GT(sd_event_run(&loop(), 5'000'000), 0);
+    // For each run a timer and the pass that finds it fired, and one to find the budget spent.
+    EXPECT_LE(wake_ups, 15);
+}
+
+TEST_F(PacedScheduler, WhatIsFiredWhileABlockWaitsMakesOneRun) {
+    for (int i = 0; i < 3; ++i) {
+        a_.port->fire();
+        serve();
+    }
+    bool triggered = false;
+    during_ = [&](Fenwa::Block&) { triggered = a_.port->is_triggered(); };
+    for (int i = 0; i < 5; ++i) {
+        a_.port->fire();
+        serve();
+    }
+    EXPECT_EQ(ran_, "aaa");
+    serve_until_ran(4);
+    EXPECT_TRUE(triggered);
+    EXPECT_EQ(sd_event_run(&loop(), 100'000), 0);
+    EXPECT_EQ(ran_, "aaaa");
+}
+
+TEST_F(PacedScheduler, ThoseThatWaitTakeTurns) {
+    during_ = [](Fenwa::Block& block) { static_cast<Fired&>(block).port->fire(); };
+    for (Fired* block : {&b_, &a_, &c_})
+        block->port->fire();
+    serve_until_ran(9 + 9);
+    EXPECT_EQ(ran_, "bacbacbacbacbacbac");
+}
+
+TEST_F(PacedScheduler, NothingThatWaitsRunsAfterItIsDisabled) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    serve();
+    scheduler_.disable();
+    EXPECT_EQ(sd_event_run(&loop(), 100'000), 0);
+    EXPECT_EQ(ran_, "aaa");
+}
+
+class UnbrakedScheduler : public SchedulerTest, public testing::WithParamInterface<Pace> {
+  protected:
+    UnbrakedScheduler() : SchedulerTest(GetParam()) {}
+};
+
+TEST_P(UnbrakedScheduler, BlockRunsAsOftenAsItLikes) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) {
+        if (ran_.size() < 10'000)
+            a_.port->fire();
+    };
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_.size(), 10'000U);
+}
+
+INSTANTIATE_TEST_SUITE_P(ZeroInEither, UnbrakedScheduler,
+                         testing::Values(Pace{0, 200.0}, Pace{64, 0.0}, Pace{0, 0.0}));
 
 }  // namespace
 }  // namespace host

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+
+namespace host {
+
+/// How often a block may run: `burst` runs at once, and `rate` more in each second. 0 in either
+/// switches the brake off.
+struct Pace {
+    std::uint64_t burst = 64;
+    double rate = 200.0;  ///< runs a second, finite, 0 or more
+
+    [[nodiscard]] bool brakes() const noexcept { return burst > 0 && rate > 0.0; }
+};
+
+/// What one block may still run: a token bucket that is full at first. Times are microseconds of
+/// any clock that never goes back.
+class RunBudget {
+  public:
+    /// @param pace one that brakes.
+    /// @param now the time of the first run or before.
+    RunBudget(const Pace& pace, std::uint64_t now) noexcept;
+
+    /// Spends one run if there is one to spend.
+    /// @returns whether there was.
+    bool take(std::uint64_t now) noexcept;
+
+    /// From when on `take` succeeds again, after it has failed; the largest number where that is
+    /// beyond all clocks.
+    [[nodiscard]] std::uint64_t due() const noexcept;
+
+  private:
+    double burst_;
+    double per_microsecond_;
+    double left_;            ///< runs
+    std::uint64_t counted_;  ///< when `left_` was worked out
+};
+
+}  // namespace host
