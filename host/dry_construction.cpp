@@ -1,5 +1,6 @@
 #include "host/dry_construction.hpp"
 
+#include <unordered_set>
 #include <utility>
 
 #include "fenwa/sdbus_error.hpp"
@@ -91,9 +92,14 @@ void DryConstruction::find_unread_keys(const KeyRecorder& recorder, const BlockE
         return;
     // Without them the block tells which of them it has defaults for. It is recorded once more, so
     // that it gets over its mistakes, which are known.
-    BlockEntry read = entry;
+    std::unordered_set<std::string> unread_names;
     for (const UnreadKey& key : unread)
-        read.erase(key.key);
+        unread_names.insert(key.key);
+    BlockEntry read;
+    for (const Setting& setting : entry.settings) {
+        if (unread_names.count(setting.key) == 0)
+            read.add(setting);
+    }
     const DryBlock dry(
         factory, entry.name,
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),

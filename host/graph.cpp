@@ -29,13 +29,6 @@ void BlockEntry::set(const std::string& key, Fenwa::BlockConfiguration::Value va
         settings[found->second].value = std::move(value);
 }
 
-void BlockEntry::erase(const std::string& key) {
-    std::erase_if(settings, [&](const Setting& setting) { return setting.key == key; });
-    places_.clear();
-    for (std::size_t i = 0; i < settings.size(); ++i)
-        places_.emplace(settings[i].key, i);
-}
-
 const Setting* BlockEntry::find(const std::string& key) const {
     const auto found = places_.find(key);
     return found == places_.end() ? nullptr : &settings[found->second];

@@ -38,8 +38,6 @@ struct BlockEntry {
     bool add(Setting setting);
     /// Sets a value, in the place of the key where it is there already.
     void set(const std::string& key, Fenwa::BlockConfiguration::Value value);
-    /// Takes a setting away; nothing where it is not there.
-    void erase(const std::string& key);
     /// The settings as the block gets them.
     [[nodiscard]] Fenwa::BlockConfiguration configuration() const;
     /// The setting of that key, or null.

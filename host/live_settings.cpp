@@ -30,12 +30,18 @@ BlockConfiguration lay_over(const BlockConfiguration& current, const BlockEntry&
     return BlockConfiguration(kept) + after.configuration();
 }
 
+std::vector<std::string> quoted(std::vector<std::string> names) {
+    for (std::string& name : names)
+        name = "'" + name + "'";
+    return names;
+}
+
 /// "'a', 'b' and 3 more".
 std::string list_names(const std::vector<std::string>& names) {
     constexpr std::size_t longest = 8;
     std::string list;
     for (std::size_t i = 0; i < std::min(names.size(), longest); ++i)
-        list += (i == 0 ? "'" : ", '") + names[i] + "'";
+        list += (i == 0 ? "" : ", ") + names[i];
     if (names.size() > longest)
         list += " and " + std::to_string(names.size() - longest) + " more";
     return list;
@@ -84,8 +90,11 @@ std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& d
         settings.emplace(name, complete(*next->find(name), diagnostics).configuration);
     if (diagnostics.errors() != 0)
         return std::nullopt;
+    std::vector<std::string> told = quoted(changed);
+    if (next->pace != graph_.graph().pace)
+        told.insert(told.begin(), "[host]");
     graph_.reconfigure(std::move(*next), settings, diagnostics);
-    return changed;
+    return told;
 }
 
 LiveSettings::Complete LiveSettings::complete(const BlockEntry& entry,

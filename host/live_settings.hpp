@@ -22,8 +22,9 @@ class LiveSettings {
     LiveSettings(std::string path, RunningGraph& graph, const BlockTypes& types);
 
     /// Reads the file again and tells the blocks whose settings in it differ from those that they
-    /// have now, a client's changes included. A file that cannot be read or does not check, or that
-    /// differs in more than settings, changes nothing. Says on stderr what came of it.
+    /// have now, a client's changes included. The file's pace holds from here on. A file that
+    /// cannot be read or does not check, or that differs in more than settings, changes nothing.
+    /// Says on stderr what came of it.
     void reload(bool color) noexcept;
 
     /// Lays changes over the settings of one block.
@@ -38,7 +39,7 @@ class LiveSettings {
         std::vector<UnreadKey> unread;
     };
     [[nodiscard]] Complete complete(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
-    /// @returns the blocks that were told; nothing where the file does not check.
+    /// @returns what has new settings, for a sentence; nothing where the file does not check.
     std::optional<std::vector<std::string>> reload_from(tool::Diagnostics& diagnostics);
 
     std::string path_;

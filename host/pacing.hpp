@@ -10,6 +10,7 @@ struct Pace {
     std::uint64_t burst = 64;
     double rate = 200.0;  ///< runs a second, finite, 0 or more
 
+    friend bool operator==(const Pace&, const Pace&) = default;
     [[nodiscard]] bool brakes() const noexcept { return burst > 0 && rate > 0.0; }
 };
 

@@ -20,7 +20,7 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
       tools_(tools),
       events_(events),
       diagnostics_(diagnostics),
-      scheduler_(loop, graph.pace, [this](Fenwa::Block& block) { run(block); }) {}
+      scheduler_(loop, graph_.pace, [this](Fenwa::Block& block) { run(block); }) {}
 
 RunningGraph::~RunningGraph() {
     stop([](const std::exception_ptr&) {});
@@ -204,6 +204,8 @@ void RunningGraph::reconfigure(Graph next, const Settings& changed,
         refer_to_entries();
         throw;
     }
+    if (next.pace != graph_.pace)
+        scheduler_.set_pace(next.pace);
     graph_ = std::move(next);
     refer_to_entries();
     diagnostics_.take_source(diagnostics);

@@ -75,7 +75,7 @@ class RunningGraph {
     /// argument and one that looks at its second end up alike. Where one refuses with a
     /// ConfigurationError, it and those told before it are told their old settings again.
     /// @param next the same blocks and connections, with the settings as they now stand in the
-    ///        file or were asked for; becomes `graph()`.
+    ///        file or were asked for; becomes `graph()`, and its pace holds from here on.
     /// @param changed what the blocks to be told run with from here on.
     /// @param diagnostics takes the refusal.
     /// @throws Fenwa::ConfigurationError after a refusal; BlockFailure, after which the blocks are

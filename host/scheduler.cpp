@@ -49,6 +49,17 @@ void Scheduler::disable() {
     waiting_ = {};
 }
 
+void Scheduler::set_pace(const Pace& pace) {
+    pace_ = pace;
+    budgets_.clear();
+    decltype(waiting_) due_at_once;
+    for (; !waiting_.empty(); waiting_.pop())
+        due_at_once.push({0, waiting_.top().number, waiting_.top().block});
+    waiting_ = std::move(due_at_once);
+    if (timer_ != nullptr)
+        wait_for_next_due();
+}
+
 void Scheduler::wake() const noexcept {
     // Fails only when the counter is full, and then the loop is awake anyway.
     static_cast<void>(eventfd_write(event_fd_, 1));

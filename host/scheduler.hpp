@@ -34,6 +34,9 @@ class Scheduler {
     /// Where blocks say that they are ready; on any thread.
     [[nodiscard]] Fenwa::ReadyQueue& queue() noexcept { return queue_; }
 
+    /// Gives every block a new budget, full as at first; those that wait run in the next pass.
+    void set_pace(const Pace& pace);
+
     /// From here on passes are made; what became ready before runs first.
     void enable();
     /// No pass is made any more.

@@ -84,6 +84,32 @@ TEST_F(Reload, WarnsOfAKeyThatTheBlockDoesNotRead) {
     EXPECT_EQ(lines_with(stop(), "a: 3"), "a: 3 none 7 -> 3 none 7\n");
 }
 
+TEST_F(Reload, ChangesThePaceOfTheBlocks) {
+    const std::string spinner = "[blocks.s]\ntype = \"Spinner\"\n" + settled("a", "");
+    start("[host]\nrun_burst = 1\nrun_rate = 0.001\n" + spinner);
+    ASSERT_TRUE(host().wait_for_text("s: spins"));
+    EXPECT_EQ(reload("[host]\nrun_rate = 0\n" + spinner + "level = 2\n"),
+              "fenwa: graph.toml: reloaded; new settings for [host], 'a'\n");
+    ASSERT_TRUE(host().wait_for_text("a: run"));
+    EXPECT_EQ(reload("[host]\nrun_rate = 0.5\n" + spinner + "level = 2\n"),
+              "fenwa: graph.toml: reloaded; new settings for [host]\n");
+    const std::string log = stop();
+    EXPECT_GT(std::stoi(log.substr(log.find("s: ", log.find("a: run")) + 3)), 10) << log;
+}
+
+TEST_F(Reload, OfManyBlocksNamesTheFirstOnes) {
+    std::string before;
+    std::string after;
+    for (int i = 0; i < 10; ++i) {
+        before += settled("b" + std::to_string(i), "level = 2\n");
+        after += settled("b" + std::to_string(i), "level = 3\n");
+    }
+    start(before);
+    EXPECT_EQ(reload(after),
+              "fenwa: graph.toml: reloaded; new settings for 'b0', 'b1', 'b2', 'b3', 'b4', 'b5', "
+              "'b6', 'b7' and 2 more\n");
+}
+
 TEST_F(Reload, ThatWasAskedForDuringTheStartIsDoneAfterIt) {
     const std::string slow = "[blocks.p]\ntype = \"Probe\"\nstart_ms = 500\n";
     Process host(run_command(probes(slow + settled("a", "level = 2\n")), {"--bus", bus()}));
