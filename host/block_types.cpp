@@ -17,10 +17,17 @@ BlockTypes::BlockTypes(sd_event* loop) {
 
 bool BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                       tool::Diagnostics& diagnostics) {
-    PluginLoader loader(plugin_folders(plugin_dirs), registry_);
+    PluginLoader loader(plugin_folders(plugin_dirs),
+                        std::filesystem::path(diagnostics.file()).parent_path(), registry_);
     bool quiet = true;
-    for (const PlacedName& plugin : graph.plugins)
-        quiet = loader.load(plugin, diagnostics) && quiet;
+    for (const PlacedName& plugin : graph.plugins) {
+        try {
+            loader.load(plugin.text);
+        } catch (const PluginError& error) {
+            diagnostics.error(plugin.where, error.what(), error.help());
+            quiet = quiet && !error.thrown();
+        }
+    }
     return quiet;
 }
 

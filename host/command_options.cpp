@@ -1,8 +1,24 @@
 #include "host/command_options.hpp"
 
+#include <cmath>
+
 #include "common/bus.hpp"
 
 namespace host {
+namespace {
+
+/// A time in seconds, from a microsecond to thirty years, which clocks that count nanoseconds can
+/// add to the time of day. CLI::Range would let "nan" through.
+const CLI::Validator seconds_range(
+    [](const std::string& text) {
+        double seconds = 0.0;
+        if (CLI::detail::lexical_cast(text, seconds) && seconds >= 1e-6 && seconds <= 1e9)
+            return std::string();
+        return "'" + text + "' is no number of seconds from 0.000001 to 1000000000";
+    },
+    "SECONDS");
+
+}  // namespace
 
 const char* const program_version = "fenwa " FENWA_VERSION;
 
@@ -21,7 +37,8 @@ void add_plugin_dirs(CLI::App& command, std::vector<std::string>& plugin_dirs) {
         .add_option("--plugin-dir", plugin_dirs, "A further folder with plug-ins; may be repeated")
         ->type_name("DIR")
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->allow_extra_args(false);  // what stands behind the folder is no second one
 }
 
 void add_color(CLI::App& command, tool::ColorChoice& color) {
@@ -33,16 +50,29 @@ void add_color(CLI::App& command, tool::ColorChoice& color) {
         ->default_str("auto");
 }
 
-void add_format(CLI::App& command, EventFormat& format) {
+void add_format(CLI::App& command, EventFormat& format, const char* what) {
     command
         .add_option_function<std::string>(
             "--format",
             [&format](const std::string& word) {
                 format = word == "json" ? EventFormat::json : EventFormat::text;
             },
-            "Event lines: text or json")
+            std::string(what) + ": text or json")
         ->check(CLI::IsMember({"text", "json"}))
         ->default_str("text");
+}
+
+CLI::Option& add_seconds(CLI::App& command, const char* name,
+                         std::function<void(std::chrono::microseconds)> take,
+                         const char* description) {
+    return *command
+                .add_option_function<double>(
+                    name,
+                    [take = std::move(take)](double seconds) {
+                        take(std::chrono::microseconds(std::llround(seconds * 1e6)));
+                    },
+                    description)
+                ->check(seconds_range);
 }
 
 void add_target(CLI::App& command, ControlTarget& target) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ struct Command {
 // The commands. Each adds itself with its options to the program, which outlives it.
 [[nodiscard]] Command add_run_command(CLI::App& program);
 [[nodiscard]] Command add_check_command(CLI::App& program);
+[[nodiscard]] Command add_inspect_command(CLI::App& program);
 [[nodiscard]] Command add_read_command(CLI::App& program);
 [[nodiscard]] Command add_write_command(CLI::App& program);
 [[nodiscard]] Command add_set_command(CLI::App& program);
@@ -39,8 +41,12 @@ void add_graph(CLI::App& command, std::string& graph);
 void add_plugin_dirs(CLI::App& command, std::vector<std::string>& plugin_dirs);
 /// `--color=auto|always|never`.
 void add_color(CLI::App& command, tool::ColorChoice& color);
-/// `--format text|json`.
-void add_format(CLI::App& command, EventFormat& format);
+/// `--format text|json`. @param what it is the format of, for the help.
+void add_format(CLI::App& command, EventFormat& format, const char* what = "Event lines");
+/// An option whose value is a time in seconds.
+CLI::Option& add_seconds(CLI::App& command, const char* name,
+                         std::function<void(std::chrono::microseconds)> take,
+                         const char* description);
 /// `--bus` and `--control`: which running host is meant.
 void add_target(CLI::App& command, ControlTarget& target);
 

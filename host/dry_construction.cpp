@@ -23,13 +23,20 @@ Silence::~Silence() {
 }
 
 DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-                   const Fenwa::BlockConfiguration& config, DryTools& tools) {
+                   const Fenwa::BlockConfiguration& config, DryTools& tools,
+                   const std::function<void(const char*)>& on_phase) {
+    const auto enter = [&](const char* next) {
+        phase = next;
+        if (on_phase)
+            on_phase(next);
+    };
     try {
+        enter("its constructor");
         block = factory(name, config, tools.tools);
         if (block == nullptr)
             return;
         Fenwa::HostAccess::adopt(*block, tools.tools, tools.queue);
-        phase = "setup";
+        enter("setup");
         settings = block->setup(Fenwa::HostAccess::configuration(*block));
     } catch (...) {
         failure = std::current_exception();

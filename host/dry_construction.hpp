@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,15 +51,17 @@ struct DryTools {
 
 /// A block that was built on a bus that is not there, and set up.
 struct DryBlock {
-    /// @param config usually under the eyes of a KeyRecorder.
     /// Whatever the block throws is kept in `failure`.
+    /// @param config usually under the eyes of a KeyRecorder.
+    /// @param on_phase told of each phase before it begins, in case that it never ends.
     DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-             const Fenwa::BlockConfiguration& config, DryTools& tools);
+             const Fenwa::BlockConfiguration& config, DryTools& tools,
+             const std::function<void(const char* phase)>& on_phase = {});
 
-    std::unique_ptr<Fenwa::Block> block;    ///< null when the factory threw, or gave none
-    Fenwa::BlockConfiguration settings;     ///< what its setup returned
-    std::exception_ptr failure;             ///< null for none
-    const char* phase = "its constructor";  ///< where `failure` was thrown: this, or "setup"
+    std::unique_ptr<Fenwa::Block> block;  ///< null when the factory threw, or gave none
+    Fenwa::BlockConfiguration settings;   ///< what its setup returned
+    std::exception_ptr failure;           ///< null for none
+    const char* phase = nullptr;          ///< the last one: "its constructor" or "setup"
 };
 
 /// What "what()" says of an exception, for a sentence; others have none.

@@ -8,7 +8,8 @@ std::string describe(const UnreadKey& unread, const BlockEntry& entry) {
 }
 
 void KeyRecorder::on_read(const Fenwa::KeyRead& read) {
-    reads_.push_back(read);
+    if (on_read_)
+        on_read_(read);
     if (is_asked_.insert(read.key).second)
         asked_.push_back(read.key);
 }

@@ -26,14 +26,13 @@ struct UnreadKey {
 class KeyRecorder final : public Fenwa::ConfigurationObserver {
   public:
     /// @param on_mistake told of each such key; may be empty.
-    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake = {})
-        : on_mistake_(std::move(on_mistake)) {}
+    /// @param on_read told of every look at a key; may be empty.
+    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake,
+                         std::function<void(const Fenwa::KeyRead&)> on_read = {})
+        : on_mistake_(std::move(on_mistake)), on_read_(std::move(on_read)) {}
 
     void on_read(const Fenwa::KeyRead& read) override;
     bool on_error(const Fenwa::ConfigurationError& error) override;
-
-    /// Every look at a key, in the order in which they came.
-    [[nodiscard]] const std::vector<Fenwa::KeyRead>& reads() const noexcept { return reads_; }
 
     /// Whether the block was given a value that it has not been configured with: what it throws
     /// then is most likely no mistake of its own.
@@ -50,7 +49,7 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     [[nodiscard]] bool asked_for(const std::string& key) const { return is_asked_.count(key) != 0; }
 
     std::function<void(const Fenwa::ConfigurationError&)> on_mistake_;
-    std::vector<Fenwa::KeyRead> reads_;
+    std::function<void(const Fenwa::KeyRead&)> on_read_;
     std::vector<std::string> asked_;  ///< each once, in the order in which they were asked for
     std::unordered_set<std::string> is_asked_;
     std::vector<std::string> missing_;

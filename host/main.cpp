@@ -16,8 +16,9 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(exit_codes);
     const std::vector<host::Command> commands = {
-        host::add_run_command(app),   host::add_check_command(app), host::add_read_command(app),
-        host::add_write_command(app), host::add_set_command(app),   host::add_watch_command(app),
+        host::add_run_command(app),     host::add_check_command(app), host::add_read_command(app),
+        host::add_write_command(app),   host::add_set_command(app),   host::add_watch_command(app),
+        host::add_inspect_command(app),
     };
     return tool::run_command_line(app, argc, argv, [&commands] {
         for (const host::Command& command : commands) {

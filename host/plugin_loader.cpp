@@ -35,57 +35,47 @@ std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
     return folders;
 }
 
-fs::path PluginLoader::find(const PlacedName& plugin, tool::Diagnostics& diagnostics) const {
+fs::path PluginLoader::find(const std::string& plugin) const {
     std::error_code ignored;
-    if (plugin.text.find('/') != std::string::npos) {
-        const fs::path path = fs::path(diagnostics.file()).parent_path() / plugin.text;
+    if (plugin.find('/') != std::string::npos) {
+        const fs::path path = base_ / plugin;
         if (fs::exists(path, ignored))
             return fs::absolute(path);
-        diagnostics.error(plugin.where, "no plug-in at '" + path.string() + "'");
-        return {};
+        throw PluginError("no plug-in at '" + path.string() + "'");
     }
     std::string looked_in;
     for (const fs::path& folder : folders_) {
-        if (!plugin.text.empty() && fs::exists(folder / plugin.text, ignored))
-            return fs::absolute(folder / plugin.text);
+        if (!plugin.empty() && fs::exists(folder / plugin, ignored))
+            return fs::absolute(folder / plugin);
         looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
     }
-    diagnostics.error(plugin.where,
-                      "no plug-in '" + plugin.text + "' (looked in " + looked_in + ")",
-                      tool::did_you_mean(plugin.text, libraries_in(folders_)));
-    return {};
+    throw PluginError("no plug-in '" + plugin + "' (looked in " + looked_in + ")",
+                      tool::did_you_mean(plugin, libraries_in(folders_)));
 }
 
-bool PluginLoader::load(const PlacedName& plugin, tool::Diagnostics& diagnostics) {
-    const fs::path path = find(plugin, diagnostics);
-    if (path.empty())
-        return true;
-    const auto fail = [&](const std::string& reason) {
-        diagnostics.error(plugin.where, "the plug-in '" + plugin.text + "' " + reason);
+void PluginLoader::load(const std::string& plugin) {
+    const fs::path path = find(plugin);
+    const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
+        throw PluginError("the plug-in '" + plugin + "' " + reason, {}, std::move(thrown));
     };
     // All symbols at once: one that is missing shows here and not in the middle of a run.
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
+    if (library == nullptr)
         fail(std::string("does not load: ") + dlerror());
-        return true;
-    }
     void* const symbol = dlsym(library, "lib_register_cpp");
-    if (symbol == nullptr) {
+    if (symbol == nullptr)
         fail("has no entry point 'lib_register_cpp'");
-        return true;
-    }
+    int r = 0;
     try {
-        const int r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
-        if (r != 0)
-            fail("cannot be used: its entry point returned " + std::to_string(r));
+        r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
     } catch (const std::exception& error) {
-        fail(std::string("threw in its entry point: ") + error.what());
-        return false;
+        fail(std::string("threw in its entry point: ") + error.what(), error.what());
     } catch (...) {
-        fail("threw in its entry point something that is no std::exception");
-        return false;
+        const std::string something = "something that is no std::exception";
+        fail("threw in its entry point " + something, something);
     }
-    return true;
+    if (r != 0)
+        fail("cannot be used: its entry point returned " + std::to_string(r));
 }
 
 }  // namespace host

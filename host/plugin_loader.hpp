@@ -1,12 +1,13 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "common/diagnostics.hpp"
-#include "framework/shared/block_registry.hpp"
-#include "host/graph.hpp"
+#include "fenwa/registry.hpp"
 
 namespace host {
 
@@ -15,25 +16,44 @@ namespace host {
 [[nodiscard]] std::vector<std::filesystem::path> plugin_folders(
     const std::vector<std::string>& given);
 
+/// A plug-in that cannot be used; `what()` says why.
+class PluginError : public std::runtime_error {
+  public:
+    explicit PluginError(const std::string& sentence, std::string help = {},
+                         std::optional<std::string> thrown = {})
+        : std::runtime_error(sentence), help_(std::move(help)), thrown_(std::move(thrown)) {}
+
+    /// "did you mean 'NAME'?", or empty.
+    [[nodiscard]] const std::string& help() const noexcept { return help_; }
+    /// What its entry point threw, if that is what is wrong; the types that it has registered until
+    /// then are there.
+    [[nodiscard]] const std::optional<std::string>& thrown() const noexcept { return thrown_; }
+
+  private:
+    std::string help_;
+    std::optional<std::string> thrown_;
+};
+
 /// Loads plug-ins into a registry. They stay loaded to the end of the process, because blocks,
 /// factories and exceptions refer to their code.
 class PluginLoader {
   public:
-    PluginLoader(std::vector<std::filesystem::path> folders, Fenwa::BlockRegistry& registry)
-        : folders_(std::move(folders)), registry_(registry) {}
+    /// @param base the folder from which paths of plug-ins are seen.
+    PluginLoader(std::vector<std::filesystem::path> folders, std::filesystem::path base,
+                 Fenwa::IRegistry& registry)
+        : folders_(std::move(folders)), base_(std::move(base)), registry_(registry) {}
 
-    /// Finds and loads one plug-in and calls its entry point. A name with a slash is a path, seen
-    /// from the folder of the graph file; any other is looked up in the folders.
-    /// What goes wrong becomes a diagnostic at the plug-in's place.
-    /// @returns false when the entry point threw.
-    bool load(const PlacedName& plugin, tool::Diagnostics& diagnostics);
+    /// The file of a plug-in. A name with a slash is a path; any other is looked up in the folders.
+    /// @throws PluginError
+    [[nodiscard]] std::filesystem::path find(const std::string& plugin) const;
+
+    /// Finds and loads one plug-in and calls its entry point. @throws PluginError
+    void load(const std::string& plugin);
 
   private:
-    [[nodiscard]] std::filesystem::path find(const PlacedName& plugin,
-                                             tool::Diagnostics& diagnostics) const;
-
     std::vector<std::filesystem::path> folders_;
-    Fenwa::BlockRegistry& registry_;
+    std::filesystem::path base_;
+    Fenwa::IRegistry& registry_;
 };
 
 }  // namespace host

@@ -1,4 +1,3 @@
-#include <cmath>
 #include <memory>
 
 #include "host/command_options.hpp"
@@ -6,21 +5,6 @@
 
 namespace host {
 namespace {
-
-/// A time in seconds, from a microsecond to thirty years, which clocks that count nanoseconds can
-/// add to the time of day. CLI::Range would let "nan" through.
-const CLI::Validator seconds_range(
-    [](const std::string& text) {
-        double seconds = 0.0;
-        if (CLI::detail::lexical_cast(text, seconds) && seconds >= 1e-6 && seconds <= 1e9)
-            return std::string();
-        return "'" + text + "' is no number of seconds from 0.000001 to 1000000000";
-    },
-    "SECONDS");
-
-std::chrono::microseconds to_microseconds(double seconds) {
-    return std::chrono::microseconds(std::llround(seconds * 1e6));
-}
 
 /// Makes the value of `--control[=NAME]` the bus name to own; refuses what is none.
 const CLI::Validator control_flag(
@@ -44,16 +28,14 @@ Command add_run_command(CLI::App& program) {
                    "\"system\", \"session\" or a D-Bus address, instead of the graph's own")
         ->type_name("ADDRESS");
     add_format(run, options->format);
-    run.add_option_function<double>(
-           "--for", [options](double seconds) { options->duration = to_microseconds(seconds); },
-           "Stops after this many seconds, as on SIGTERM")
-        ->check(seconds_range);
-    run.add_option_function<double>(
-           "--call-timeout",
-           [options](double seconds) { options->call_timeout = to_microseconds(seconds); },
-           "Longest wait for the bus and for a reply, s")
-        ->check(seconds_range)
-        ->default_str("25");
+    add_seconds(
+        run, "--for", [options](std::chrono::microseconds time) { options->duration = time; },
+        "Stops after this many seconds, as on SIGTERM");
+    add_seconds(
+        run, "--call-timeout",
+        [options](std::chrono::microseconds time) { options->call_timeout = time; },
+        "Longest wait for the bus and for a reply, s")
+        .default_str("25");
     // A flag, because an option would take the graph behind it for its name.
     const auto name = std::make_shared<std::string>();
     const CLI::Option* const control =

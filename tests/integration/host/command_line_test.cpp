@@ -18,6 +18,7 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
         {"Usage: fenwa read [OPTIONS] PORT\n", {"read"}},
         {"Usage: fenwa write [OPTIONS] PORT VALUE\n", {"write"}},
         {"Usage: fenwa watch [OPTIONS]\n", {"watch"}},
+        {"Usage: fenwa inspect [OPTIONS] PLUGIN [TYPE]\n", {"inspect"}},
     };
     for (const auto& [usage, level] : usages) {
         for (const char* option : {"-h", "--help"}) {
@@ -41,7 +42,8 @@ TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
 TEST_F(CommandLine, VersionGoesToStdoutOnEveryLevel) {
     for (const Words& words :
          {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"},
-          Words{"read", "--version"}, Words{"write", "--version"}, Words{"watch", "--version"}}) {
+          Words{"read", "--version"}, Words{"write", "--version"}, Words{"watch", "--version"},
+          Words{"inspect", "--version"}}) {
         const Ended ended = fenwa(words);
         EXPECT_EQ(ended.code, 0);
         EXPECT_EQ(ended.out, "fenwa " FENWA_VERSION "\n");
@@ -98,6 +100,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "--control: ':1.7' is no bus name that can be owned"},
         Mistake{{"run", "--control"}, "GRAPH is required"},
         Mistake{{"run", "--control", "one", "two"}, "The following argument was not expected: two"},
+        Mistake{{"inspect"}, "PLUGIN is required"},
+        Mistake{{"inspect", "one", "two", "three"},
+                "The following argument was not expected: three"},
+        Mistake{{"inspect", "one", "--plugin-dir", "two", "three", "four"},
+                "The following argument was not expected: four"},
+        Mistake{{"inspect", "one", "--time-limit", "0"}, "--time-limit: '0'" + seconds},
         Mistake{{"read"}, "PORT is required"}, Mistake{{"write"}, "PORT is required"},
         Mistake{{"write", "a.b"}, "VALUE is required"},
         Mistake{{"watch", "a.b"}, "The following argument was not expected: a.b"},

@@ -1,0 +1,44 @@
+#include "host/block_description.hpp"
+
+#include "framework/shared/host_access.hpp"
+#include "host/port_value.hpp"
+
+namespace host {
+namespace {
+
+using Fenwa::HostAccess;
+using tool::Json;
+
+Json value_of(const Fenwa::InPortInternal& port) {
+    const void* const source = HostAccess::source(port);
+    return to_json(source == nullptr ? first_value(port.datatype())
+                                     : read_value(port.datatype(), source));
+}
+
+}  // namespace
+
+Json describe_ports(const ConnectableBlock& block) {
+    Json inputs = Json::array();
+    for (const Fenwa::InPortInternal* port : HostAccess::inports(*block.block))
+        inputs.push_back({{"name", port->name()},
+                          {"type", type_name(port->datatype())},
+                          {"triggers", port->triggers()},
+                          {"value", value_of(*port)}});
+    Json terminated = Json::array();
+    for (const std::string& name : block.terminations->names()) {
+        const Fenwa::InPortInternal& port = *block.terminations->find(name);
+        terminated.push_back(
+            {{"name", name}, {"type", type_name(port.datatype())}, {"value", value_of(port)}});
+    }
+    Json outputs = Json::array();
+    for (const Fenwa::OutPortInternal* port : HostAccess::outports(*block.block))
+        outputs.push_back(
+            {{"name", port->name()},
+             {"type", type_name(port->datatype())},
+             {"value", to_json(read_value(port->datatype(), HostAccess::value_address(*port)))}});
+    return {{"inputs", std::move(inputs)},
+            {"terminated_inputs", std::move(terminated)},
+            {"outputs", std::move(outputs)}};
+}
+
+}  // namespace host

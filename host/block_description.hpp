@@ -1,0 +1,18 @@
+#pragma once
+
+#include "common/json_text.hpp"
+#include "host/connection_checker.hpp"
+
+namespace host {
+
+/// The ports of a block as they are now, each in the order in which the block added them:
+///
+///     {"inputs": [{"name", "type", "triggers", "value"}, …],
+///      "terminated_inputs": [{"name", "type", "value"}, …],
+///      "outputs": [{"name", "type", "value"}, …]}
+///
+/// Types and values stand as in event lines: the value is null where the host does not know the
+/// datatype. "terminated_inputs" are those that the host provides on the block's behalf.
+[[nodiscard]] tool::Json describe_ports(const ConnectableBlock& block);
+
+}  // namespace host

@@ -1,0 +1,95 @@
+#include "host/child_process.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <vector>
+
+namespace host {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr std::chrono::seconds patience{20};
+
+class ChildProcessTest : public testing::Test {
+  protected:
+    ChildEnd run(const std::function<void(const LineSender&)>& work,
+                 std::chrono::microseconds limit = patience) {
+        return run_in_child(work, limit,
+                            [this](const std::string& line) { lines_.push_back(line); });
+    }
+
+    Lines lines_;
+};
+
+TEST_F(ChildProcessTest, HandsOnEveryLineHoweverLong) {
+    const std::string all_letters(1'000'000, 'x');
+    const ChildEnd end = run([&](const LineSender& send) {
+        send("");
+        send(all_letters);
+        for (int i = 0; i < 3; ++i)
+            send(std::to_string(i));
+    });
+    EXPECT_EQ(lines_, (Lines{"", all_letters, "0", "1", "2"}));
+    EXPECT_FALSE(end.timed_out);
+    EXPECT_EQ(end.signal, 0);
+    EXPECT_EQ(end.code, 0);
+}
+
+TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatCrashes) {
+    const ChildEnd end = run([](const LineSender& send) {
+        send("last words");
+        std::raise(SIGSEGV);
+    });
+    EXPECT_EQ(lines_, Lines{"last words"});
+    EXPECT_EQ(end.signal, SIGSEGV);
+}
+
+TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
+    int alive[2];
+    ASSERT_EQ(pipe(alive), 0);
+    const ChildEnd end = run(
+        [](const LineSender& send) {
+            const pid_t other = fork();
+            if (other != 0)
+                send("hangs");
+            for (;;)
+                pause();
+        },
+        std::chrono::milliseconds(300));
+    EXPECT_TRUE(end.timed_out);
+    EXPECT_EQ(lines_, Lines{"hangs"});
+    // Both held its writing end.
+    close(alive[1]);
+    char none = 0;
+    EXPECT_EQ(read(alive[0], &none, 1), 0);
+    close(alive[0]);
+}
+
+TEST_F(ChildProcessTest, WaitsForTheEndOfOneThatHasClosedItsFiles) {
+    const ChildEnd end = run([](const LineSender& send) {
+        send("before");
+        for (int fd = 3; fd < 256; ++fd)
+            close(fd);
+        _exit(5);
+    });
+    EXPECT_EQ(lines_, Lines{"before"});
+    EXPECT_EQ(end.code, 5);
+}
+
+TEST_F(ChildProcessTest, DoesNotWaitForOthersThatHoldItsFiles) {
+    const ChildEnd end = run([](const LineSender& send) {
+        if (fork() == 0) {
+            for (;;)
+                pause();
+        }
+        send("done");
+    });
+    EXPECT_FALSE(end.timed_out);
+    EXPECT_EQ(lines_, Lines{"done"});
+}
+
+}  // namespace
+}  // namespace host
