@@ -16,6 +16,17 @@ namespace {
 
 using tool::ExitCode;
 
+constexpr const char* program_version = "fenwa-camera " FENWA_VERSION;
+
+constexpr const char* service_names =
+    "temperature, power-consumer, power-status, controls, overlay, video, init";
+
+constexpr const char* exit_codes =
+    "Exit codes: 0 done, a stop by signal included; 1 what the scenario expects has not come; 2 "
+    "the command line or an order is wrong; 66 a file cannot be read; 69 the bus or the camera "
+    "cannot be reached, a name cannot be had, or the connection was lost; 70 an internal error; "
+    "78 the configuration or scenario is wrong; or that of a program that has failed.";
+
 /// Everything that the command line can say, and what is to be done when it was read.
 struct CommandLine {
     RunOptions run;
@@ -30,8 +41,14 @@ struct CommandLine {
     std::function<ExitCode()> command;
 };
 
+CLI::App* add_command(CLI::App& app, const char* name, const char* description) {
+    CLI::App* command = app.add_subcommand(name, description);
+    tool::add_version(*command, program_version);
+    return command;
+}
+
 void add_format(CLI::App& command, CommandLine& line) {
-    command.add_option("--format", line.format, "text for people, json for scripts")
+    command.add_option("--format", line.format, "Form of the lines")
         ->check(CLI::IsMember({"text", "json"}))
         ->capture_default_str();
 }
@@ -48,20 +65,21 @@ void check_guests(const std::vector<std::vector<std::string>>& guests) {
 }
 
 void add_run(CLI::App& app, CommandLine& line) {
-    CLI::App* run = app.add_subcommand("run", "Play the camera until a signal comes");
-    CLI::Option* bus =
-        run->add_option("--bus", line.run.bus, "Bus to play on: system, session or a D-Bus address")
-            ->type_name("ADDRESS");
+    CLI::App* run = add_command(app, "run", "Plays the camera until SIGINT, SIGTERM or SIGHUP");
+    CLI::Option* bus = run->add_option("--bus", line.run.bus,
+                                       "The bus to play on: system, session or a D-Bus address")
+                           ->type_name("ADDRESS");
     CLI::Option* private_bus =
         run->add_option("--private-bus", line.run.socket_path,
-                        "Start a bus daemon for this camera alone; --private-bus=SOCKET says "
-                        "where it listens")
+                        "Starts a bus daemon for this camera alone, which listens at SOCKET or "
+                        "in a temporary folder")
             ->expected(0, 1)
-            ->type_name("[SOCKET]")
+            ->type_name("[=SOCKET]")
             ->excludes(bus);
-    run->add_option("--config", line.run.config, "Camera configuration (TOML)")->type_name("FILE");
+    run->add_option("--config", line.run.config, "The camera's configuration (TOML)")
+        ->type_name("FILE");
     run->add_option("--scenario", line.run.scenario,
-                    "Play these timed steps (TOML), then end; exit code 1 when an expectation "
+                    "Plays these timed steps (TOML), then ends; exit code 1 when an expectation "
                     "fails")
         ->type_name("FILE");
     run->add_option("--without", line.run.without,
@@ -70,15 +88,16 @@ void add_run(CLI::App& app, CommandLine& line) {
     run->add_flag("--no-activation", line.no_activation,
                   "Calls do not bring services up that are down");
     run->add_flag("--system", line.run.system_allowed,
-                  "Allow to play on the machine's own system bus");
+                  "Allows to play on the machine's own system bus");
     run->footer(
-        "Services: temperature, power-consumer, power-status, controls, overlay, video, init. A "
-        "call brings\neach of them up but init, whose bus name is left to whoever has it.\n\n"
+        "Services: " + std::string(service_names) +
+        ". A call brings each of them up but init, whose bus name is left to whoever has it.\n\n"
         "Behind each lone --, a program with its arguments: it runs on the camera's bus, which it "
-        "finds\nwhere programs look for the system bus. The camera ends when one of them fails or "
-        "all have\nended, and they end with the camera.");
+        "finds where programs look for the system bus. The camera ends when one of them fails or "
+        "all have ended, and they end with the camera.\n\n" +
+        exit_codes);
     add_format(*run, line);
-    run->add_option("--color", line.color, "Colours in text: auto, always or never")
+    run->add_option("--color", line.color, "Whether to use colours")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->capture_default_str();
     run->final_callback([&line, private_bus] {
@@ -96,8 +115,8 @@ void add_run(CLI::App& app, CommandLine& line) {
 /// A verb that talks to a running camera.
 CLI::App* add_verb(CLI::App& app, CommandLine& line, const char* name, const char* description,
                    const std::function<void()>& order) {
-    CLI::App* verb = app.add_subcommand(name, description);
-    verb->add_option("--bus", line.bus, "Bus of the camera: system, session or a D-Bus address")
+    CLI::App* verb = add_command(app, name, description);
+    verb->add_option("--bus", line.bus, "The bus of the camera: system, session or a D-Bus address")
         ->type_name("ADDRESS")
         ->capture_default_str();
     verb->final_callback([&line, order] {
@@ -115,48 +134,56 @@ void add_orders(CLI::App& app, CommandLine& line) {
         const char* description;
         const char* method;
         const char* argument;
+        const char* meaning;
     };
     static constexpr Order orders[] = {
-        {"start", "Bring a service up", "Start", "SERVICE"},
-        {"stop", "Take a service down", "Stop", "SERVICE"},
-        {"restart", "Take a service down and bring it up again", "Restart", "SERVICE"},
-        {"press", "Press an on-screen button that a client has added", "Press", "BUTTON"},
+        {"start", "Brings a service up", "Start", "SERVICE", service_names},
+        {"stop", "Takes a service down", "Stop", "SERVICE", service_names},
+        {"restart", "Takes a service down and brings it up again", "Restart", "SERVICE",
+         service_names},
+        {"press", "Presses an on-screen button that a client has added", "Press", "BUTTON",
+         "The name that the client gave it"},
     };
-    CLI::App* set = add_verb(app, line, "set", "Set a value: set temperature.main 71.5",
+    CLI::App* set = add_verb(app, line, "set", "Sets a value, such as temperature.main to 71.5",
                              [&line] { set_value(line.bus, line.name, line.value); });
-    set->add_option("NAME", line.name, "One of the values that 'show' lists")->required();
+    set->add_option("NAME", line.name, "One of the values that show lists")->required();
     set->add_option("VALUE", line.value, "What it is to be; -inf goes behind --")->required();
     for (const Order& order : orders) {
         add_verb(app, line, order.name, order.description,
                  [&line, &order] { give_order(line.bus, order.method, line.name); })
-            ->add_option(order.argument, line.name)
+            ->add_option(order.argument, line.name, order.meaning)
             ->required();
     }
 }
 
 void add_fail(CLI::App& app, CommandLine& line) {
     CLI::App* fail =
-        add_verb(app, line, "fail", "Make a method, signal or property go wrong", [&line] {
+        add_verb(app, line, "fail", "Makes a method, signal or property go wrong", [&line] {
             if (line.clear)
                 give_order(line.bus, "ClearFault", line.fault.member);
             else
                 set_fault(line.bus, line.fault);
         });
-    fail->add_option("MEMBER", line.fault.member, "Method, signal or property, or SERVICE.MEMBER")
+    fail->add_option("MEMBER", line.fault.member, "A method, signal or property, or SERVICE.MEMBER")
         ->required();
-    CLI::Option* clear = fail->add_flag("--clear", line.clear, "Let it work again");
+    CLI::Option* clear = fail->add_flag("--clear", line.clear,
+                                        "Lets it work again; goes with no other option of fail");
     FaultOptions& fault = line.fault;
-    CLI::Option* probability = fail->add_option("--probability", fault.probability,
-                                                "Hit a message with this probability, 0 to 1");
+    CLI::Option* probability =
+        fail->add_option("--probability", fault.probability,
+                         "Hits a message with this probability, above 0 and at most 1");
     CLI::Option* const others[] = {
-        fail->add_option("--error", fault.error, "Answer with this D-Bus error")->type_name("NAME"),
-        fail->add_option("--delay", fault.delay, "Send it this much later")->type_name("MS"),
-        fail->add_flag("--malformed", fault.malformed, "Send it with a wrong signature or type"),
-        fail->add_flag("--silent", fault.silent, "Do not send it at all"),
-        fail->add_flag("--drop", fault.drop, "Let the service leave the bus in place of sending"),
+        fail->add_option("--error", fault.error, "Answers with this D-Bus error")
+            ->type_name("NAME"),
+        fail->add_option("--delay", fault.delay, "Sends it this many milliseconds later")
+            ->type_name("MS"),
+        fail->add_flag("--malformed", fault.malformed, "Sends it with a wrong signature or type"),
+        fail->add_flag("--silent", fault.silent, "Does not send it at all"),
+        fail->add_flag("--drop", fault.drop, "Lets the service leave the bus in place of sending"),
         fail->add_option("--times", fault.times, "For the next N only; without, until cleared")
             ->type_name("N"),
-        fail->add_option("--seed", fault.seed, "The same seed hits the same messages")
+        fail->add_option("--seed", fault.seed,
+                         "The same seed hits the same messages; goes with --probability")
             ->type_name("S")
             ->needs(probability),
         probability->type_name("P"),
@@ -193,16 +220,15 @@ int main_program(int argc, char** argv) {
                  "fenwa-camera"};
     CommandLine line;
     line.run.guests = take_guests(argc, argv);
-    app.set_version_flag("--version", "fenwa-camera " FENWA_VERSION);
-    app.require_subcommand(1);
+    tool::prepare_program(app, program_version, exit_codes);
     add_run(app, line);
     add_orders(app, line);
     add_fail(app, line);
-    add_format(*add_verb(app, line, "show", "Show the state of the camera",
+    add_format(*add_verb(app, line, "show", "Shows the state of the camera",
                          [&line] { show_camera(line.bus, format_of(line)); }),
                line);
     // What service files run; no command for people, so it is in no help.
-    CLI::App* activate = app.add_subcommand("activate", "Bring a service up for the bus daemon");
+    CLI::App* activate = app.add_subcommand("activate", "Brings a service up for the bus daemon");
     activate->group("");
     activate->add_option("SERVICE", line.name)->required();
     activate->final_callback(

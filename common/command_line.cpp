@@ -1,7 +1,9 @@
 #include "common/command_line.hpp"
 
 #include <iostream>
+#include <memory>
 
+#include "common/help_formatter.hpp"
 #include "common/suggestion.hpp"
 
 namespace tool {
@@ -31,6 +33,18 @@ std::string unknown_command(CLI::App& app, int argc, char** argv) {
 }
 
 }  // namespace
+
+void prepare_program(CLI::App& app, const std::string& version, const std::string& footer) {
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.set_help_flag("-h,--help", "Prints this text");
+    add_version(app, version);
+    app.require_subcommand(1);
+    app.footer(footer);
+}
+
+void add_version(CLI::App& app, const std::string& version) {
+    app.set_version_flag("--version", version, "Prints the version");
+}
 
 int run_command_line(CLI::App& app, int argc, char** argv,
                      const std::function<ExitCode()>& command) {

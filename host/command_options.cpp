@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "common/bus.hpp"
+#include "common/command_line.hpp"
 
 namespace host {
 namespace {
@@ -24,7 +25,7 @@ const char* const program_version = "fenwa " FENWA_VERSION;
 
 CLI::App& add_command(CLI::App& program, const char* name, const char* description) {
     CLI::App& command = *program.add_subcommand(name, description);
-    command.set_version_flag("--version", program_version);
+    tool::add_version(command, program_version);
     return command;
 }
 
@@ -45,7 +46,7 @@ void add_color(CLI::App& command, tool::ColorChoice& color) {
     command
         .add_option_function<std::string>(
             "--color", [&color](const std::string& word) { color = tool::color_choice(word); },
-            "Colours: auto, always or never")
+            "Whether to use colours")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->default_str("auto");
 }
@@ -57,7 +58,7 @@ void add_format(CLI::App& command, EventFormat& format, const char* what) {
             [&format](const std::string& word) {
                 format = word == "json" ? EventFormat::json : EventFormat::text;
             },
-            std::string(what) + ": text or json")
+            "Form of the " + std::string(what))
         ->check(CLI::IsMember({"text", "json"}))
         ->default_str("text");
 }
@@ -76,10 +77,11 @@ CLI::Option& add_seconds(CLI::App& command, const char* name,
 }
 
 void add_target(CLI::App& command, ControlTarget& target) {
-    command.add_option("--bus", target.bus, "\"system\", \"session\" or a D-Bus address")
+    command.add_option("--bus", target.bus, "The bus: system, session or a D-Bus address")
         ->type_name("ADDRESS")
         ->capture_default_str();
-    command.add_option("--control", target.name, "The name that the host was given for it")
+    command
+        .add_option("--control", target.name, "The bus name that the host was given with --control")
         ->type_name("NAME")
         ->check(CLI::Validator(check_bus_name, ""))
         ->capture_default_str();

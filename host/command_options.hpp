@@ -42,7 +42,7 @@ void add_plugin_dirs(CLI::App& command, std::vector<std::string>& plugin_dirs);
 /// `--color=auto|always|never`.
 void add_color(CLI::App& command, tool::ColorChoice& color);
 /// `--format text|json`. @param what it is the format of, for the help.
-void add_format(CLI::App& command, EventFormat& format, const char* what = "Event lines");
+void add_format(CLI::App& command, EventFormat& format, const char* what = "event lines");
 /// An option whose value is a time in seconds.
 CLI::Option& add_seconds(CLI::App& command, const char* name,
                          std::function<void(std::chrono::microseconds)> take,

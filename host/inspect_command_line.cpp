@@ -18,7 +18,7 @@ Command add_inspect_command(CLI::App& program) {
         "TYPE", [options](const std::string& type) { options->type = type; },
         "One block type instead of all");
     add_plugin_dirs(inspect, options->plugin.plugin_dirs);
-    add_format(inspect, options->format, "Output");
+    add_format(inspect, options->format, "output");
     add_color(inspect, options->color);
     add_seconds(
         inspect, "--time-limit",

@@ -5,16 +5,14 @@ namespace {
 
 constexpr const char* exit_codes =
     "Exit codes: 0 done, a stop by signal included; 2 the command line is wrong; 66 a file cannot "
-    "be read;\n69 the bus cannot be reached, a name cannot be had, or the connection was lost; 70 "
-    "a block or a\nplug-in threw; 78 the graph is wrong.";
+    "be read; 69 the bus cannot be reached, a name cannot be had, or the connection was lost; 70 "
+    "a block or a plug-in threw; 78 the graph is wrong.";
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Runs graphs of Fenwa blocks on any Linux machine.", "fenwa");
-    app.set_version_flag("--version", host::program_version);
-    app.require_subcommand(1);
-    app.footer(exit_codes);
+    CLI::App app("Runs graphs of Fenwa blocks on any Linux machine", "fenwa");
+    tool::prepare_program(app, host::program_version, exit_codes);
     const std::vector<host::Command> commands = {
         host::add_run_command(app),     host::add_check_command(app), host::add_read_command(app),
         host::add_write_command(app),   host::add_set_command(app),   host::add_watch_command(app),

@@ -25,7 +25,7 @@ Command add_run_command(CLI::App& program) {
     add_plugin_dirs(run, options->plugin_dirs);
     add_color(run, options->color);
     run.add_option("--bus", options->bus,
-                   "\"system\", \"session\" or a D-Bus address, instead of the graph's own")
+                   "The bus: system, session or a D-Bus address, instead of the graph's own")
         ->type_name("ADDRESS");
     add_format(run, options->format);
     add_seconds(
@@ -34,14 +34,14 @@ Command add_run_command(CLI::App& program) {
     add_seconds(
         run, "--call-timeout",
         [options](std::chrono::microseconds time) { options->call_timeout = time; },
-        "Longest wait for the bus and for a reply, s")
+        "Longest wait for the bus and for a reply")
         .default_str("25");
     // A flag, because an option would take the graph behind it for its name.
     const auto name = std::make_shared<std::string>();
     const CLI::Option* const control =
         run.add_flag("--control", *name,
                      "Lets others read, write and watch ports over the bus, under "
-                     "com.tarlo.Fenwa.Host1\nor this name")
+                     "com.tarlo.Fenwa.Host1 or this name")
             ->option_text("[=NAME]")
             ->transform(control_flag);
     return {&run, [options, name, control] {

@@ -35,7 +35,7 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
 TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
     const std::string help = fenwa({"run", "--help"}).out;
     for (const char* option : {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for",
-                               "--call-timeout", "--color", "--control [=NAME]"})
+                               "--call-timeout", "--color", "--control[=NAME]"})
         EXPECT_NE(help.find(option), std::string::npos) << option;
 }
 
