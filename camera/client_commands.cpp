@@ -119,14 +119,17 @@ void set_fault(const std::string& bus, const FaultOptions& options) {
     (void)client.give(order);
 }
 
-void show_camera(const std::string& bus, Format format) {
+tool::Json camera_state(const std::string& bus) {
     const MessagePtr reply = Client(bus).give("Show", "");
-    const char* state = nullptr;
-    check(sd_bus_message_read(reply.get(), "s", &state), "sd_bus_message_read");
+    return tool::Json::parse(tool::read_string(*reply));
+}
+
+void show_camera(const std::string& bus, Format format) {
+    const tool::Json state = camera_state(bus);
     if (format == Format::json)
-        std::cout << state << '\n';
+        std::cout << tool::json_line(state) << '\n';
     else
-        std::cout << show_text(tool::Json::parse(state));
+        std::cout << show_text(state);
 }
 
 ExitCode activate_service(const std::string& service) {

@@ -6,6 +6,7 @@
 
 #include "camera/story.hpp"
 #include "common/exit_code.hpp"
+#include "common/json_text.hpp"
 
 namespace camera {
 
@@ -33,6 +34,9 @@ struct FaultOptions {
 };
 
 void set_fault(const std::string& bus, const FaultOptions& options);
+
+/// The camera's whole state, as `Camera::show` gives it.
+[[nodiscard]] tool::Json camera_state(const std::string& bus);
 
 /// Prints the camera's whole state to stdout, as text or as one line of JSON.
 void show_camera(const std::string& bus, Format format);

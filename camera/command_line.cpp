@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "camera/client_commands.hpp"
+#include "camera/names_command.hpp"
 #include "camera/run_command.hpp"
 #include "common/command_line.hpp"
 #include "common/terminal.hpp"
@@ -233,6 +234,13 @@ int main_program(int argc, char** argv) {
     activate->add_option("SERVICE", line.name)->required();
     activate->final_callback(
         [&line] { line.command = [&line] { return activate_service(line.name); }; });
+    // What shell completion asks, likewise.
+    CLI::App* names =
+        add_verb(app, line, "names", "List names", [&line] { print_names(line.bus, line.name); });
+    names->group("");
+    names->add_option("KIND", line.name)
+        ->check(CLI::IsMember({"services", "members", "values"}))
+        ->required();
     return tool::run_command_line(app, argc, argv, [&line] { return line.command(); });
 }
 

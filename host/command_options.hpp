@@ -30,6 +30,8 @@ struct Command {
 [[nodiscard]] Command add_write_command(CLI::App& program);
 [[nodiscard]] Command add_set_command(CLI::App& program);
 [[nodiscard]] Command add_watch_command(CLI::App& program);
+/// What shell completion asks; no command for people, so it is in no help.
+[[nodiscard]] Command add_names_command(CLI::App& program);
 
 // What several commands have in common. The places given outlive the parsing.
 

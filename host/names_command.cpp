@@ -1,0 +1,72 @@
+#include "host/names_command.hpp"
+
+#include <set>
+#include <vector>
+
+#include "common/json_text.hpp"
+#include "host/standard_output.hpp"
+
+namespace host {
+namespace {
+
+using tool::Json;
+
+Json description_of(const ControlTarget& target) {
+    const ControlClient host(target);
+    const tool::MessagePtr reply = host.send(host.new_call("Describe"));
+    return Json::parse(tool::read_string(*reply));
+}
+
+void add_ports(const Json& block, const char* list, std::vector<std::string>& names) {
+    for (const Json& port : block.at(list))
+        names.push_back(block.at("name").get<std::string>() + '.' +
+                        port.at("name").get<std::string>());
+}
+
+std::vector<std::string> names_in(const Json& description, NameKind kind,
+                                  const std::string& block_name) {
+    std::vector<std::string> names;
+    for (const Json& block : description.at("blocks")) {
+        const auto name = block.at("name").get<std::string>();
+        switch (kind) {
+            case NameKind::ports:
+                add_ports(block, "outputs", names);
+                [[fallthrough]];
+            case NameKind::inputs:
+                add_ports(block, "inputs", names);
+                add_ports(block, "terminated_inputs", names);
+                break;
+            case NameKind::blocks:
+                names.push_back(name);
+                break;
+            case NameKind::settings:
+                if (name != block_name)
+                    break;
+                for (const auto& [key, value] : block.at("settings").items())
+                    names.push_back(key);
+                break;
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+tool::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
+    open_closed_streams();
+    const Json description = description_of(target);
+    std::set<std::string> hidden;
+    if (kind == NameKind::inputs) {
+        for (const Json& connection : description.at("connections"))
+            hidden.insert(connection.at("to").get<std::string>());
+    }
+    StandardOutput out([] {});
+    for (const std::string& name : names_in(description, kind, block)) {
+        // One that is no line cannot be typed either.
+        if (hidden.count(name) == 0 && name.find('\n') == std::string::npos)
+            out.write(name + '\n');
+    }
+    return code_after(out, tool::ExitCode::done);
+}
+
+}  // namespace host
