@@ -7,7 +7,7 @@
 
 # Runs a program for what it prints; whatever goes wrong with it, there is nothing to offer.
 _fenwa_ask() {
-    timeout 1 "$@" </dev/null 2>/dev/null || return 0
+    timeout 2 "$@" </dev/null 2>/dev/null || return 0
 }
 
 # Sets words and cword: readline takes words apart at = and : (where COMP_WORDBREAKS has them), and

@@ -1,7 +1,8 @@
 // The man pages of the programs say what --help says, no more commands and options and no fewer.
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <algorithm>
+#include <set>
 
 #include "tests/pages/help.hpp"
 #include "tests/pages/man_page.hpp"
@@ -9,6 +10,13 @@
 
 namespace test {
 namespace {
+
+/// In the order of their names: a page may have another one than the help.
+std::vector<Entry> sorted(std::vector<Entry> entries) {
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    return entries;
+}
 
 /// "NAME: TEXT" for each entry, a line each.
 std::string listed(const std::vector<Entry>& entries) {
@@ -26,14 +34,18 @@ bool stands_on_every_level(const Entry& option) {
 std::vector<Entry> as_sentences(std::vector<Entry> entries) {
     for (Entry& entry : entries)
         entry.text += '.';
-    return entries;
+    return sorted(std::move(entries));
 }
 
 /// The items of a page with as much of their texts as stands in the help beside them.
 std::vector<Entry> beginnings(std::vector<Entry> items, const std::vector<Entry>& in_help) {
-    for (std::size_t i = 0; i < items.size() && i < in_help.size(); ++i)
-        items[i].text = items[i].text.substr(0, in_help[i].text.size());
-    return items;
+    for (Entry& item : items) {
+        for (const Entry& entry : in_help) {
+            if (entry.name == item.name)
+                item.text = item.text.substr(0, entry.text.size());
+        }
+    }
+    return sorted(std::move(items));
 }
 
 class ProgramPage : public testing::TestWithParam<std::string> {
@@ -64,16 +76,16 @@ class ProgramPage : public testing::TestWithParam<std::string> {
 };
 
 TEST_P(ProgramPage, HasASectionForEachCommandOfTheHelp) {
-    std::string in_help;
+    std::multiset<std::string> in_help;
     for (const Entry& command : help_of(program()).commands) {
-        in_help += help_of(program(), {command.name}).usage + '\n';
+        in_help.insert(help_of(program(), {command.name}).usage);
         EXPECT_FALSE(is_coming(command.name))
             << "'" << command.name << "' has come: take it off the list 'coming'";
     }
-    std::string in_page;
+    std::multiset<std::string> in_page;
     for (const PageSection& section : subsections_of(page(), "COMMANDS")) {
         if (!is_coming(command_in(section.title)))
-            in_page += section.title + '\n';
+            in_page.insert(section.title);
     }
     EXPECT_EQ(in_page, in_help);
 }
