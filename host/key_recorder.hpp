@@ -27,7 +27,7 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
   public:
     /// @param on_mistake told of each such key; may be empty.
     /// @param on_read told of every look at a key; may be empty.
-    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake,
+    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake = {},
                          std::function<void(const Fenwa::KeyRead&)> on_read = {})
         : on_mistake_(std::move(on_mistake)), on_read_(std::move(on_read)) {}
 
