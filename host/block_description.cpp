@@ -41,4 +41,20 @@ Json describe_ports(const ConnectableBlock& block) {
             {"outputs", std::move(outputs)}};
 }
 
+Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,
+                    const Fenwa::BlockConfiguration& settings) {
+    Json description = {
+        {"name", entry.name}, {"type", entry.type.text}, {"settings", to_json(settings)}};
+    if (block.block != nullptr)
+        description.update(describe_ports(block));
+    return description;
+}
+
+Json describe_connections(const Graph& graph) {
+    Json connections = Json::array();
+    for (const Connection& connection : graph.connections)
+        connections.push_back({{"from", connection.from.text()}, {"to", connection.to.text()}});
+    return connections;
+}
+
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include "common/json_text.hpp"
 #include "host/connection_checker.hpp"
+#include "host/graph.hpp"
 
 namespace host {
 
@@ -14,5 +15,14 @@ namespace host {
 /// Types and values stand as in event lines: the value is null where the host does not know the
 /// datatype. "terminated_inputs" are those that the host provides on the block's behalf.
 [[nodiscard]] tool::Json describe_ports(const ConnectableBlock& block);
+
+/// A block of a graph: {"name", "type", "settings": {KEY: VALUE, …}} and its ports.
+/// @param block its `block` may be null: then there are no ports.
+/// @param settings those that it has, its own defaults included.
+[[nodiscard]] tool::Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,
+                                        const Fenwa::BlockConfiguration& settings);
+
+/// [{"from": "BLOCK.PORT", "to": "BLOCK.PORT"}, …]
+[[nodiscard]] tool::Json describe_connections(const Graph& graph);
 
 }  // namespace host

@@ -10,12 +10,16 @@ using tool::ExitCode;
 
 CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
                             BlockTypes& types, tool::Diagnostics& diagnostics,
-                            Strictness strictness) {
+                            Strictness strictness, const GraphLook& look) {
     CheckedGraph checked{read_graph(path, diagnostics), ExitCode::misconfigured};
     if (!checked.graph)
         return checked;
     const bool plugins_quiet = types.load(*checked.graph, plugin_dirs, diagnostics);
-    const CheckResult result = check_graph(*checked.graph, types, diagnostics, strictness);
+    const CheckResult result = check_graph(*checked.graph, types, diagnostics, strictness,
+                                           [&](const BlocksByName& blocks) {
+                                               if (look)
+                                                   look(*checked.graph, blocks);
+                                           });
     // A throw is reported as an error too; it gives the code only where nothing else is wrong.
     const std::size_t throws = result.throws + (plugins_quiet ? 0U : 1U);
     if (diagnostics.errors() == 0)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,12 +28,16 @@ struct CheckedGraph {
     tool::ExitCode code;
 };
 
+/// Looks at a graph and at its dry blocks while they are there.
+using GraphLook = std::function<void(const Graph& graph, const BlocksByName& blocks)>;
+
 /// Reads a graph, loads its plug-ins and checks all of it.
+/// @param look called at the end, unless the graph cannot be read; may be empty.
 /// @throws tool::Failure (unreadable) when the file cannot be read.
 [[nodiscard]] CheckedGraph read_and_check(const std::string& path,
                                           const std::vector<std::string>& plugin_dirs,
                                           BlockTypes& types, tool::Diagnostics& diagnostics,
-                                          Strictness strictness);
+                                          Strictness strictness, const GraphLook& look = {});
 
 /// Reports every mistake of a graph on stderr.
 /// @throws tool::Failure (unreadable) when the file cannot be read.

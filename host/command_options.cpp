@@ -19,6 +19,16 @@ const CLI::Validator seconds_range(
     },
     "SECONDS");
 
+/// Makes the value of `--control[=NAME]` a bus name; refuses what is none.
+const CLI::Validator control_flag(
+    [](std::string& name) {
+        // What CLI11 gives a flag without a value.
+        if (name == "true")
+            name = control_name;
+        return check_bus_name(name);
+    },
+    "");
+
 }  // namespace
 
 const char* const program_version = "fenwa " FENWA_VERSION;
@@ -85,6 +95,13 @@ void add_target(CLI::App& command, ControlTarget& target) {
         ->type_name("NAME")
         ->check(CLI::Validator(check_bus_name, ""))
         ->capture_default_str();
+}
+
+CLI::Option& add_control_flag(CLI::App& command, std::optional<std::string>& name,
+                              const char* description) {
+    return *command.add_flag("--control", name, description)
+                ->option_text("[=NAME]")
+                ->transform(control_flag);
 }
 
 std::string check_bus_name(const std::string& name) {

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct Command {
 // The commands. Each adds itself with its options to the program, which outlives it.
 [[nodiscard]] Command add_run_command(CLI::App& program);
 [[nodiscard]] Command add_check_command(CLI::App& program);
+[[nodiscard]] Command add_graph_command(CLI::App& program);
 [[nodiscard]] Command add_inspect_command(CLI::App& program);
 [[nodiscard]] Command add_read_command(CLI::App& program);
 [[nodiscard]] Command add_write_command(CLI::App& program);
@@ -51,6 +53,11 @@ CLI::Option& add_seconds(CLI::App& command, const char* name,
                          const char* description);
 /// `--bus` and `--control`: which running host is meant.
 void add_target(CLI::App& command, ControlTarget& target);
+
+/// `--control[=NAME]`, a flag: as an option it would take the argument behind it for its name.
+/// @param name stays empty where the flag is not given.
+CLI::Option& add_control_flag(CLI::App& command, std::optional<std::string>& name,
+                              const char* description);
 
 /// Says what is wrong with a name that is to be owned on the bus; empty where nothing is.
 [[nodiscard]] std::string check_bus_name(const std::string& name);

@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
     const std::vector<host::Command> commands = {
         host::add_run_command(app),     host::add_check_command(app), host::add_read_command(app),
         host::add_write_command(app),   host::add_set_command(app),   host::add_watch_command(app),
-        host::add_inspect_command(app), host::add_names_command(app),
+        host::add_inspect_command(app), host::add_graph_command(app), host::add_names_command(app),
     };
     return tool::run_command_line(app, argc, argv, [&commands] {
         for (const host::Command& command : commands) {

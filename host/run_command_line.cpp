@@ -4,20 +4,6 @@
 #include "host/run_command.hpp"
 
 namespace host {
-namespace {
-
-/// Makes the value of `--control[=NAME]` the bus name to own; refuses what is none.
-const CLI::Validator control_flag(
-    [](std::string& name) {
-        // What CLI11 gives a flag without a value.
-        if (name == "true")
-            name = control_name;
-        return check_bus_name(name);
-    },
-    "");
-
-}  // namespace
-
 Command add_run_command(CLI::App& program) {
     const auto options = std::make_shared<RunOptions>();
     CLI::App& run = add_command(program, "run", "Runs a graph until SIGINT or SIGTERM");
@@ -36,19 +22,10 @@ Command add_run_command(CLI::App& program) {
         [options](std::chrono::microseconds time) { options->call_timeout = time; },
         "Longest wait for the bus and for a reply")
         .default_str("25");
-    // A flag, because an option would take the graph behind it for its name.
-    const auto name = std::make_shared<std::string>();
-    const CLI::Option* const control =
-        run.add_flag("--control", *name,
+    add_control_flag(run, options->control,
                      "Lets others read, write and watch ports over the bus, under "
-                     "com.tarlo.Fenwa.Host1 or this name")
-            ->option_text("[=NAME]")
-            ->transform(control_flag);
-    return {&run, [options, name, control] {
-                if (!control->empty())
-                    options->control = *name;
-                return run_graph(*options);
-            }};
+                     "com.tarlo.Fenwa.Host1 or this name");
+    return {&run, [options] { return run_graph(*options); }};
 }
 
 }  // namespace host
