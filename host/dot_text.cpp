@@ -34,7 +34,7 @@ std::string clean(const std::string& text) {
 }
 
 /// Text within an HTML-like label or a tooltip; never empty, which is a syntax error in the first.
-std::string html(const std::string& text, const char* backslash = "&#92;") {
+std::string html(const std::string& text, const char* backslash = "\\\\") {
     std::string escaped;
     for (const char c : clean(text)) {
         switch (c) {
@@ -50,7 +50,7 @@ std::string html(const std::string& text, const char* backslash = "&#92;") {
             case '"':
                 escaped += "&quot;";
                 break;
-            case '\\':  // Graphviz would take "\N" for the node's own name.
+            case '\\':  // Graphviz takes "\N" for the node's own name
                 escaped += backslash;
                 break;
             default:
@@ -60,9 +60,10 @@ std::string html(const std::string& text, const char* backslash = "&#92;") {
     return escaped.empty() ? "&#160;" : escaped;
 }
 
-/// A tooltip in quotes. Graphviz looks for line ends in it once more when it has read the entities.
+/// A tooltip in quotes. Graphviz takes backslashes for escapes several times over, in numbers that
+/// differ from release to release, so that here a sign stands that looks the same.
 std::string tooltip(const std::string& text) {
-    return '"' + html(text, "&#92;&#92;") + '"';
+    return '"' + html(text, "⧵") + '"';
 }
 
 std::string painted(const std::string& content, const char* color, int size) {
