@@ -37,6 +37,8 @@ std::string value_text(const Json& value) {
         const std::string text = digits;
         return text.find_first_of(".e") == std::string::npos ? text + ".0" : text;
     }
+    if (value.is_object() && value.contains("ticks") && value["ticks"] == 0)
+        return "no tick yet";
     if (value.is_object() && value.contains("ticks"))
         return tool::json_line(value["ticks"]) + " × " + tool::json_line(value["period_ms"]) +
                " ms";

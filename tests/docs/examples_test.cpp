@@ -3,10 +3,15 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "common/json_text.hpp"
 #include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
 
 namespace test {
 namespace {
@@ -52,6 +57,30 @@ TEST_P(ExampleTest, RunsWithoutAComplaint) {
         EXPECT_FALSE(event["event"] == "reply" && event.contains("error")) << line;
     }
     EXPECT_GT(outputs, 0);
+}
+
+/// All that is written in a picture. Where it stands depends on Graphviz and on the fonts.
+std::multiset<std::string> words_of(const fs::path& picture) {
+    std::ifstream file(picture);
+    const std::string svg((std::istreambuf_iterator<char>(file)), {});
+    static const std::regex text(">([^<]*)</text>");
+    std::multiset<std::string> words;
+    for (std::sregex_iterator match(svg.begin(), svg.end(), text), none; match != none; ++match)
+        words.insert((*match)[1]);
+    return words;
+}
+
+TEST(GuidePictureTest, ShowsTheCamerasGraphAsItIs) {
+    const TemporaryFolder folder;
+    const fs::path fresh = folder.path() / "camera-graph.svg";
+    const fs::path project = FENWA_PROJECT;
+    const Ended ended = run_program({programs + "/fenwa", "graph",
+                                     (project / "examples/graphs/camera.toml").string(), "--output",
+                                     fresh.string()});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+    EXPECT_EQ(words_of(project / "docs/camera-graph.svg"), words_of(fresh));
+    EXPECT_EQ(words_of(fresh).count("reader"), 1U);
+    EXPECT_LT(fs::file_size(project / "docs/camera-graph.svg"), 60'000U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Graph, ExampleTest, ::testing::ValuesIn(graphs()), [](const auto& graph) {

@@ -19,6 +19,7 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
         {"Usage: fenwa write [OPTIONS] PORT VALUE\n", {"write"}},
         {"Usage: fenwa watch [OPTIONS]\n", {"watch"}},
         {"Usage: fenwa inspect [OPTIONS] PLUGIN [TYPE]\n", {"inspect"}},
+        {"Usage: fenwa graph [OPTIONS] [GRAPH]\n", {"graph"}},
     };
     for (const auto& [usage, level] : usages) {
         for (const char* option : {"-h", "--help"}) {
@@ -43,7 +44,7 @@ TEST_F(CommandLine, VersionGoesToStdoutOnEveryLevel) {
     for (const Words& words :
          {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"},
           Words{"read", "--version"}, Words{"write", "--version"}, Words{"watch", "--version"},
-          Words{"inspect", "--version"}}) {
+          Words{"inspect", "--version"}, Words{"graph", "--version"}}) {
         const Ended ended = fenwa(words);
         EXPECT_EQ(ended.code, 0);
         EXPECT_EQ(ended.out, "fenwa " FENWA_VERSION "\n");
@@ -106,6 +107,15 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"inspect", "one", "--plugin-dir", "two", "three", "four"},
                 "The following argument was not expected: four"},
         Mistake{{"inspect", "one", "--time-limit", "0"}, "--time-limit: '0'" + seconds},
+        Mistake{{"graph"}, "GRAPH or --control is required"},
+        Mistake{{"graph", "one", "--control"}, "GRAPH and --control exclude each other"},
+        Mistake{{"graph", "--control=nodots"},
+                "--control: 'nodots' is no bus name that can be owned"},
+        Mistake{{"graph", "one", "--bus", "session"}, "--bus requires --control"},
+        Mistake{{"graph", "one", "--output", "one.pdf"},
+                "--output: 'one.pdf' is no name of a picture; it ends with .svg or .png"},
+        Mistake{{"graph", "one", "--output", "svg"},
+                "--output: 'svg' is no name of a picture; it ends with .svg or .png"},
         Mistake{{"read"}, "PORT is required"}, Mistake{{"write"}, "PORT is required"},
         Mistake{{"write", "a.b"}, "VALUE is required"},
         Mistake{{"watch", "a.b"}, "The following argument was not expected: a.b"},
