@@ -15,8 +15,8 @@ Command add_graph_command(CLI::App& program) {
     add_plugin_dirs(graph, options->plugin_dirs);
     CLI::Option& control = add_control_flag(
         graph, options->control,
-        "Draws what runs under com.tarlo.Fenwa.Host1 or this name,\nwith its values");
-    graph.add_option("--bus", options->bus, "Where that is: \"system\", \"session\" or an address")
+        "Draws what runs under com.tarlo.Fenwa.Host1 or this name, with its values");
+    graph.add_option("--bus", options->bus, "The bus: system, session or a D-Bus address")
         ->type_name("ADDRESS")
         ->needs(&control)
         ->capture_default_str();

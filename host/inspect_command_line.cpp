@@ -23,7 +23,7 @@ Command add_inspect_command(CLI::App& program) {
     add_seconds(
         inspect, "--time-limit",
         [options](std::chrono::microseconds time) { options->plugin.limit = time; },
-        "Longest wait for the plug-in to load, and for a block to be built, s")
+        "Longest wait for the plug-in to load, and for a block to be built")
         .default_str("5");
     return {&inspect, [options] { return inspect_plugin(*options); }};
 }

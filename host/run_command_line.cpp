@@ -23,8 +23,8 @@ Command add_run_command(CLI::App& program) {
         "Longest wait for the bus and for a reply")
         .default_str("25");
     add_control_flag(run, options->control,
-                     "Lets others read, write and watch ports over the bus, under "
-                     "com.tarlo.Fenwa.Host1 or this name");
+                     "Lets others read, write and watch ports and change settings over the bus, "
+                     "under com.tarlo.Fenwa.Host1 or this name");
     return {&run, [options] { return run_graph(*options); }};
 }
 

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <set>
 #include <string>
 #include <vector>
 
 namespace test {
-
-/// Commands of `fenwa` that the man page and the completion know already, and the program not yet.
-inline const std::set<std::string> coming = {"set", "inspect", "graph"};
 
 /// Something with a name and what is said of it, such as an option.
 struct Entry {

@@ -55,10 +55,6 @@ class ProgramPage : public testing::TestWithParam<std::string> {
     /// The word behind the program's name in "fenwa run [OPTIONS] GRAPH".
     static std::string command_in(const std::string& usage) { return split(usage, " ").at(1); }
 
-    static bool is_coming(const std::string& command) {
-        return program() == "fenwa" && coming.count(command) != 0;
-    }
-
     [[nodiscard]] const std::vector<PageSection>& page() const { return page_; }
 
     /// A command's subsection; a test that asks for one that is not there fails.
@@ -77,16 +73,11 @@ class ProgramPage : public testing::TestWithParam<std::string> {
 
 TEST_P(ProgramPage, HasASectionForEachCommandOfTheHelp) {
     std::multiset<std::string> in_help;
-    for (const Entry& command : help_of(program()).commands) {
+    for (const Entry& command : help_of(program()).commands)
         in_help.insert(help_of(program(), {command.name}).usage);
-        EXPECT_FALSE(is_coming(command.name))
-            << "'" << command.name << "' has come: take it off the list 'coming'";
-    }
     std::multiset<std::string> in_page;
-    for (const PageSection& section : subsections_of(page(), "COMMANDS")) {
-        if (!is_coming(command_in(section.title)))
-            in_page.insert(section.title);
-    }
+    for (const PageSection& section : subsections_of(page(), "COMMANDS"))
+        in_page.insert(section.title);
     EXPECT_EQ(in_page, in_help);
 }
 
