@@ -29,9 +29,10 @@ std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
     std::vector<fs::path> folders(given.begin(), given.end());
     std::error_code error;
     const fs::path self = fs::read_symlink("/proc/self/exe", error);
-    if (!error)
+    if (!error) {
         folders.push_back(self.parent_path());
-    folders.emplace_back(FENWA_PLUGIN_DIR);
+        folders.push_back((self.parent_path() / FENWA_PLUGIN_DIR).lexically_normal());
+    }
     return folders;
 }
 

@@ -1,0 +1,67 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+#include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What `cmake --install` puts into an empty folder.
+class Install : public testing::Test {
+  protected:
+    void SetUp() override {
+        const Ended ended =
+            run_program({"cmake", "--install", FENWA_BUILD, "--prefix", folder_.path().string()});
+        ASSERT_EQ(ended.code, 0) << ended.err;
+    }
+
+    [[nodiscard]] const fs::path& prefix() const { return folder_.path(); }
+
+  private:
+    TemporaryFolder folder_;
+};
+
+TEST_F(Install, BringsTheProgramsTheirPagesCompletionAndPolicy) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(prefix())) {
+        const std::string name = entry.path().lexically_relative(prefix()).string();
+        // Headers and libraries have their versions in their names, or are many.
+        if (!entry.is_directory() && !name.starts_with("include/") &&
+            name.find("lib/libfenwa-") == name.npos)
+            found.push_back(name);
+    }
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(
+        found,
+        (std::vector<std::string>{
+            "bin/fenwa", "bin/fenwa-camera", "lib/fenwa/plugins/libfenwa-temperature.so",
+            "share/bash-completion/completions/fenwa",
+            "share/bash-completion/completions/fenwa-camera",
+            "share/dbus-1/system.d/com.tarlo.Fenwa.Host1.conf", "share/man/man1/fenwa-camera.1",
+            "share/man/man1/fenwa.1", "share/man/man5/fenwa-graph.5"}));
+}
+
+TEST_F(Install, WorksWhereverItIsPut) {
+    const TemporaryFolder elsewhere;
+    fs::rename(prefix() / "bin", elsewhere.path() / "bin");
+    fs::rename(prefix() / "lib", elsewhere.path() / "lib");
+    const std::string graph =
+        elsewhere.write("graph.toml",
+                        "plugins = [\"libfenwa-temperature.so\"]\n[blocks.v]\ntype = "
+                        "\"VideoReady\"\nchannel = 0\n");
+    const Ended ended = run_program({(elsewhere.path() / "bin/fenwa").string(), "check", graph});
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "fenwa: " + graph + ": no mistakes (1 block, 0 connections)\n");
+    const Ended camera =
+        run_program({(elsewhere.path() / "bin/fenwa-camera").string(), "--version"});
+    EXPECT_EQ(camera.code, 0) << camera.err;
+}
+
+}  // namespace
+}  // namespace test
