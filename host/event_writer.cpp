@@ -46,17 +46,28 @@ class JsonWriter final : public EventWriter {
 
     void log(int level, const std::string& message) override {
         journal_.send(level, message);
-        write("log", {{"level", level}, {"message", message}});
+        // Put together by hand: blocks that try again without end write a line each time.
+        write_line("log", "\"level\":" + std::to_string(level) +
+                              ",\"message\":" + tool::json_line(message));
     }
 
     void exit(int status) override { write("exit", {{"status", status}}); }
 
   private:
     void write(const char* event, const Json& members) {
-        Json line = {{"event", event}, {"time", watch_.seconds()}};
-        line.update(members);
+        const std::string object = tool::json_line(members);
+        write_line(event, std::string_view(object).substr(1, object.size() - 2));
+    }
+
+    /// @param members as they stand between the braces of an object.
+    void write_line(const char* event, std::string_view members) {
+        std::string line = R"({"event":")";
+        line.append(event).append(R"(","time":)").append(tool::json_line(watch_.seconds()));
+        if (!members.empty())
+            line.append(",").append(members);
+        line.append("}\n");
         const std::lock_guard lock(mutex_);
-        out_.write(tool::json_line(line) + '\n');
+        out_.write(line);
     }
 
     Stopwatch watch_;
