@@ -32,8 +32,17 @@ EventLoop::EventLoop() {
     for (const int signal : {SIGINT, SIGTERM})
         tool::check(sd_event_add_signal(loop, nullptr, signal, nullptr, nullptr),
                     "cannot serve signals");
-    tool::check(sd_event_add_post(loop, nullptr, on_dispatched, this),
-                "cannot serve the bus between the blocks");
+    const char* const failed = "cannot serve the bus between the blocks";
+    sd_event_source* source = nullptr;
+    tool::check(sd_event_add_defer(loop, &source, on_overdue, this), failed);
+    overdue_.reset(source);
+    tool::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT), failed);
+    tool::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), failed);
+    // A timer that never comes: only what is called before each wait is wanted of it.
+    tool::check(sd_event_add_time(loop, &source, CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
+                failed);
+    each_round_.reset(source);
+    tool::check(sd_event_source_set_prepare(source, before_waiting), failed);
 }
 
 EventLoop::~EventLoop() = default;
@@ -114,17 +123,29 @@ bool EventLoop::lost_bus() const noexcept {
                        [](const Attached& attached) { return sd_bus_is_open(attached.bus) <= 0; });
 }
 
-int EventLoop::on_dispatched(sd_event_source* /*source*/, void* userdata) noexcept {
+bool EventLoop::is_overdue(sd_bus& bus) const noexcept {
+    std::uint64_t now = 0;
+    std::uint64_t due = 0;
+    return sd_event_now(loop_.get(), CLOCK_MONOTONIC, &now) >= 0 &&
+           sd_bus_get_timeout(&bus, &due) > 0 && due <= now;
+}
+
+int EventLoop::before_waiting(sd_event_source* /*source*/, void* userdata) noexcept {
     const auto& loop = *static_cast<EventLoop*>(userdata);
     // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
     // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
     // its turn, and as long as the queue holds something the socket is not read either.
-    std::uint64_t now = 0;
-    if (sd_event_now(loop.loop_.get(), CLOCK_MONOTONIC, &now) < 0)
-        return 0;
     for (const Attached& attached : loop.buses_) {
-        std::uint64_t due = 0;
-        if (sd_bus_get_timeout(attached.bus, &due) > 0 && due <= now)
+        if (loop.is_overdue(*attached.bus))
+            return sd_event_source_set_enabled(loop.overdue_.get(), SD_EVENT_ONESHOT);
+    }
+    return 0;
+}
+
+int EventLoop::on_overdue(sd_event_source* /*source*/, void* userdata) noexcept {
+    const auto& loop = *static_cast<EventLoop*>(userdata);
+    for (const Attached& attached : loop.buses_) {
+        if (loop.is_overdue(*attached.bus))
             sd_bus_process(attached.bus, nullptr);
     }
     return 0;

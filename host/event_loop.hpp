@@ -53,7 +53,9 @@ class EventLoop {
   private:
     static int on_hangup(sd_event_source* source, const signalfd_siginfo* info,
                          void* userdata) noexcept;
-    static int on_dispatched(sd_event_source* source, void* userdata) noexcept;
+    static int before_waiting(sd_event_source* source, void* userdata) noexcept;
+    static int on_overdue(sd_event_source* source, void* userdata) noexcept;
+    [[nodiscard]] bool is_overdue(sd_bus& bus) const noexcept;
     static int on_disconnected(sd_bus_message* message, void* userdata,
                                sd_bus_error* error) noexcept;
 
@@ -63,6 +65,8 @@ class EventLoop {
     };
 
     tool::EventPtr loop_;
+    tool::EventSourcePtr each_round_;
+    tool::EventSourcePtr overdue_;
     std::vector<Attached> buses_;
     std::function<void()> on_hangup_;
 };
