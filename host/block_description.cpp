@@ -36,9 +36,13 @@ Json describe_ports(const ConnectableBlock& block) {
             {{"name", port->name()},
              {"type", type_name(port->datatype())},
              {"value", to_json(read_value(port->datatype(), HostAccess::value_address(*port)))}});
+    Json exports = Json::array();
+    for (const auto& [path, interface] : HostAccess::exported_objects(*block.block))
+        exports.push_back({{"path", path}, {"interface", interface}});
     return {{"inputs", std::move(inputs)},
             {"terminated_inputs", std::move(terminated)},
-            {"outputs", std::move(outputs)}};
+            {"outputs", std::move(outputs)},
+            {"exports", std::move(exports)}};
 }
 
 Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,

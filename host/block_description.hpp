@@ -6,14 +6,17 @@
 
 namespace host {
 
-/// The ports of a block as they are now, each in the order in which the block added them:
+/// The ports and exported objects of a block as they are now, each in the order in which the block
+/// added them:
 ///
 ///     {"inputs": [{"name", "type", "triggers", "value"}, …],
 ///      "terminated_inputs": [{"name", "type", "value"}, …],
-///      "outputs": [{"name", "type", "value"}, …]}
+///      "outputs": [{"name", "type", "value"}, …],
+///      "exports": [{"path", "interface"}, …]}
 ///
 /// Types and values stand as in event lines: the value is null where the host does not know the
-/// datatype. "terminated_inputs" are those that the host provides on the block's behalf.
+/// datatype. "terminated_inputs" are those that the host provides on the block's behalf, "exports"
+/// the objects that it has asked to export.
 [[nodiscard]] tool::Json describe_ports(const ConnectableBlock& block);
 
 /// A block of a graph: {"name", "type", "settings": {KEY: VALUE, …}} and its ports.

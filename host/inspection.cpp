@@ -67,13 +67,6 @@ void list(const InspectedPlugin& plugin, const Sender& send) {
     send({{"file", loader.find(plugin.name).string()}, {"types", registry.type_names()}});
 }
 
-Json describe_exports(const Fenwa::Block& block) {
-    Json exports = Json::array();
-    for (const auto& [path, interface] : HostAccess::exported_objects(block))
-        exports.push_back({{"path", path}, {"interface", interface}});
-    return exports;
-}
-
 /// @param type for the sentences of mistakes that nobody reads.
 Json describe_block(const DryBlock& dry, const std::string& type) {
     BlockEntry entry;
@@ -88,12 +81,9 @@ Json describe_block(const DryBlock& dry, const std::string& type) {
     Json events = Json::array();
     for (const std::string& name : HostAccess::eventport_names(*dry.block))
         events.push_back({{"name", name}});
-    return {{"inputs", ports["inputs"]},
-            {"outputs", ports["outputs"]},
-            {"event_ports", std::move(events)},
-            {"terminated_inputs", ports["terminated_inputs"]},
-            {"exports", describe_exports(*dry.block)},
-            {"settings", to_json(dry.settings)}};
+    return {{"inputs", ports["inputs"]},        {"outputs", ports["outputs"]},
+            {"event_ports", std::move(events)}, {"terminated_inputs", ports["terminated_inputs"]},
+            {"exports", ports["exports"]},      {"settings", to_json(dry.settings)}};
 }
 
 /// The default of a float is the number that was written, not the double nearest to the float.

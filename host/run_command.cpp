@@ -7,6 +7,7 @@
 #include "framework/shared/debug_data_store.hpp"
 #include "framework/shared/log_sink.hpp"
 #include "host/block_types.hpp"
+#include "host/bus_tap.hpp"
 #include "host/check_command.hpp"
 #include "host/control.hpp"
 #include "host/event_loop.hpp"
@@ -62,10 +63,12 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
     const std::string address = options.bus.value_or(graph.bus_address.text);
     const tool::BusPtr bus = connect_blocks_bus(options, graph, address);
     loop.attach(*bus);
+    BusTap tap(*bus);
     Fenwa::ConnectionTools connection(bus.get());
     const Fenwa::InitTools tools(&connection);
     const Listeners listeners(events);
     RunningGraph running(graph, types, tools, loop.get(), events, diagnostics);
+    running.follow_bus(tap);
 
     const auto failed = [&](const std::exception_ptr& failure) {
         try {

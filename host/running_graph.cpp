@@ -1,5 +1,6 @@
 #include "host/running_graph.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -24,6 +25,18 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
 
 RunningGraph::~RunningGraph() {
     stop([](const std::exception_ptr&) {});
+    if (tap_ != nullptr) {
+        tap_->on_answer({});
+        tap_->on_limit({});
+    }
+}
+
+void RunningGraph::follow_bus(BusTap& tap) {
+    tap_ = &tap;
+    scheduler_.hold_for_answers([&tap] { return tap.unanswered(); });
+    tap.on_answer([this] { scheduler_.answered(); });
+    tap.on_limit(
+        [this](const std::string* block, const std::string& text) { say_limit(block, text); });
 }
 
 /// Calls into a block: its log lines carry its name, and what it throws says where it came from.
@@ -99,6 +112,15 @@ void RunningGraph::create(const BlockEntry& entry) {
     };
     for (const auto& refused : HostAccess::adopt(*kept.block, tools_, scheduler_.queue(), say))
         say(refused);
+}
+
+void RunningGraph::say_limit(const std::string* name, const std::string& text) const {
+    const auto entry = std::find_if(
+        graph_.blocks.begin(), graph_.blocks.end(),
+        [name](const BlockEntry& block) { return name != nullptr && block.name == *name; });
+    const std::string who = entry == graph_.blocks.end() ? "a block" : describe(*entry);
+    std::cerr << "fenwa: " << tool::one_line(who + " has reached a limit of the bus: " + text)
+              << '\n';
 }
 
 void RunningGraph::say_refused(const Instance& instance,
@@ -244,6 +266,10 @@ void RunningGraph::take_back(Instance& instance, const Fenwa::BlockConfiguration
 
 const Fenwa::BlockConfiguration& RunningGraph::settings(const std::string& block) const {
     return by_name_.at(block)->settings;
+}
+
+std::vector<std::string> RunningGraph::services(const std::string& block) const {
+    return tap_ == nullptr ? std::vector<std::string>() : tap_->services(block);
 }
 
 void RunningGraph::write(const Endpoint& input, const PortValue& value) {

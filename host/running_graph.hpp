@@ -13,6 +13,7 @@
 #include "fenwa/block.hpp"
 #include "framework/shared/host_access.hpp"
 #include "host/block_types.hpp"
+#include "host/bus_tap.hpp"
 #include "host/connection_checker.hpp"
 #include "host/event_writer.hpp"
 #include "host/graph.hpp"
@@ -47,6 +48,11 @@ class RunningGraph {
     RunningGraph& operator=(const RunningGraph&) = delete;
     /// Stops and destroys, in reverse order, what still is there.
     ~RunningGraph();
+
+    /// From here on too many unanswered calls hold the blocks back, a limit of the bus that is hit
+    /// makes a line of the host's, and `services` knows something.
+    /// @param tap of the blocks' connection; outlives this object.
+    void follow_bus(BusTap& tap);
 
     /// Creates all blocks in file order, sets them up, connects and starts them. The start is whole
     /// or not at all: after an exception `stop` stops those before the block that threw.
@@ -99,6 +105,10 @@ class RunningGraph {
     /// The block of that name; a null pointer in it where none is there.
     [[nodiscard]] ConnectableBlock block(const std::string& name) const;
 
+    /// The bus names of the services that a block has talked to or listens to, in the order of the
+    /// first time.
+    [[nodiscard]] std::vector<std::string> services(const std::string& block) const;
+
     /// Ends the loop with what a block threw outside of `run`.
     void fail(std::exception_ptr failure) noexcept { scheduler_.fail(std::move(failure)); }
 
@@ -132,6 +142,7 @@ class RunningGraph {
     void connect(const BlocksByName& blocks);
     void run(Fenwa::Block& block);
     void deliver(Instance& instance);
+    void say_limit(const std::string* block, const std::string& text) const;
     void say_refused(const Instance& instance, const Fenwa::RefusedExport& refused) const;
     /// Has every instance refer to its entry in `graph_`.
     void refer_to_entries();
@@ -157,6 +168,7 @@ class RunningGraph {
     std::unordered_map<const Fenwa::Block*, Instance*> by_block_;
     std::unordered_map<std::string, Instance*> by_name_;
     OutputWatcher watcher_;
+    BusTap* tap_ = nullptr;
 };
 
 }  // namespace host

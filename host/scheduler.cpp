@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace host {
@@ -11,7 +12,10 @@ namespace {
 
 /// Wake-ups cost more than runs, so a block whose turn has come may wait a little for others: it
 /// then makes up for the time with several runs. Microseconds.
-constexpr std::uint64_t patience = 10'000;
+constexpr std::uint64_t patience = 25'000;
+
+/// So many other events may be served before the next pass.
+constexpr unsigned most_rounds = 16;
 
 int make_eventfd() {
     const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -37,6 +41,15 @@ void Scheduler::enable() {
     tool::check(sd_event_add_io(&loop_, &source, event_fd_, EPOLLIN, on_wake, this),
                 "cannot watch for ready blocks");
     source_.reset(source);
+    tool::check(sd_event_source_set_prepare(source, before_waiting),
+                "cannot watch for ready blocks");
+    tool::check(sd_event_add_defer(&loop_, &source, on_woken_here, this),
+                "cannot serve ready blocks");
+    next_pass_.reset(source);
+    tool::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE),
+                "cannot serve ready blocks");
+    // One pass at least, for what became ready before.
+    woken_here_ = true;
     tool::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, patience, on_due, this),
                 "cannot make a timer for blocks that wait their turn");
     timer_.reset(source);
@@ -45,8 +58,10 @@ void Scheduler::enable() {
 
 void Scheduler::disable() {
     source_.reset();
+    next_pass_.reset();
     timer_.reset();
     waiting_ = {};
+    held_.clear();
 }
 
 void Scheduler::set_pace(const Pace& pace) {
@@ -57,10 +72,15 @@ void Scheduler::set_pace(const Pace& pace) {
         due_at_once.push({0, waiting_.top().number, waiting_.top().block});
     waiting_ = std::move(due_at_once);
     if (timer_ != nullptr)
-        wait_for_next_due();
+        wait_for_next_turn();
 }
 
-void Scheduler::wake() const noexcept {
+void Scheduler::wake() noexcept {
+    // The loop's own thread, on which most is fired, can do without the kernel.
+    if (std::this_thread::get_id() == thread_) {
+        woken_here_ = true;
+        return;
+    }
     // Fails only when the counter is full, and then the loop is awake anyway.
     static_cast<void>(eventfd_write(event_fd_, 1));
 }
@@ -72,6 +92,26 @@ int Scheduler::on_wake(sd_event_source* /*source*/, int fd, std::uint32_t /*even
     static_cast<void>(eventfd_read(fd, &count));
     static_cast<Scheduler*>(userdata)->pass();
     return 0;
+}
+
+int Scheduler::before_waiting(sd_event_source* /*source*/, void* userdata) noexcept {
+    auto& scheduler = *static_cast<Scheduler*>(userdata);
+    if (!scheduler.woken_here_)
+        return 0;
+    // What the bus, the timers and the signals have goes first, or blocks that are always ready
+    // would keep it out; but not for ever, or a flood of it would keep the blocks out.
+    sd_event_source* const pass = scheduler.next_pass_.get();
+    if (++scheduler.rounds_ == most_rounds)
+        sd_event_source_set_priority(pass, SD_EVENT_PRIORITY_IMPORTANT);
+    return sd_event_source_set_enabled(pass, SD_EVENT_ONESHOT);
+}
+
+int Scheduler::on_woken_here(sd_event_source* source, void* userdata) noexcept {
+    auto& scheduler = *static_cast<Scheduler*>(userdata);
+    scheduler.woken_here_ = false;
+    scheduler.rounds_ = 0;
+    scheduler.pass();
+    return sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE);
 }
 
 int Scheduler::on_due(sd_event_source* /*source*/, std::uint64_t /*due*/, void* userdata) noexcept {
@@ -92,25 +132,43 @@ void Scheduler::fail(std::exception_ptr failure) noexcept {
     sd_event_exit(&loop_, 0);
 }
 
-void Scheduler::run_ready() {
+std::uint64_t Scheduler::now() const {
     std::uint64_t now = 0;
     tool::check(sd_event_now(&loop_, CLOCK_MONOTONIC, &now), "cannot tell the time");
-    // All are taken before one runs: what becomes ready from here on makes another pass. Those that
-    // have waited became ready first.
-    std::vector<Fenwa::Block*> ready;
-    for (; !waiting_.empty() && waiting_.top().due <= now; waiting_.pop())
-        ready.push_back(waiting_.top().block);
-    const std::vector<Fenwa::Block*> fresh = queue_.take();
-    ready.insert(ready.end(), fresh.begin(), fresh.end());
-    for (Fenwa::Block* block : ready)
-        run_within_budget(*block, now);
-    wait_for_next_due();
+    return now;
 }
 
-void Scheduler::run_within_budget(Fenwa::Block& block, std::uint64_t now) {
+void Scheduler::run_ready() {
+    // All are taken before one runs: what becomes ready from here on makes another pass. Those that
+    // have waited became ready first.
+    std::deque<Fenwa::Block*> ready = std::move(held_);
+    held_.clear();
+    for (; !waiting_.empty() && waiting_.top().due <= now(); waiting_.pop())
+        ready.push_back(waiting_.top().block);
+    for (Fenwa::Block* block : queue_.take())
+        ready.push_back(block);
+    for (; !ready.empty() && !holds(); ready.pop_front())
+        run_within_budget(*ready.front());
+    held_ = std::move(ready);
+    wait_for_next_turn();
+}
+
+bool Scheduler::holds() {
+    return unanswered_ && hold_.holds(unanswered_(), now());
+}
+
+void Scheduler::answered() noexcept {
+    std::uint64_t now = 0;
+    sd_event_now(&loop_, CLOCK_MONOTONIC, &now);
+    hold_.answered(now);
+    if (!held_.empty())
+        woken_here_ = true;
+}
+
+void Scheduler::run_within_budget(Fenwa::Block& block) {
     if (pace_.brakes()) {
-        RunBudget& budget = budgets_.try_emplace(&block, pace_, now).first->second;
-        if (!budget.take(now)) {
+        RunBudget& budget = budgets_.try_emplace(&block, pace_, now()).first->second;
+        if (!budget.take(now())) {
             // It still counts as queued, so that whatever is fired meanwhile makes no second run.
             waiting_.push({budget.due(), waited_++, &block});
             return;
@@ -119,12 +177,17 @@ void Scheduler::run_within_budget(Fenwa::Block& block, std::uint64_t now) {
     run_block_(block);
 }
 
-void Scheduler::wait_for_next_due() {
+void Scheduler::wait_for_next_turn() {
+    std::uint64_t due = UINT64_MAX;
     if (!waiting_.empty())
-        tool::check(sd_event_source_set_time(timer_.get(), waiting_.top().due),
+        due = waiting_.top().due;
+    if (!held_.empty())
+        due = std::min(due, hold_.due());
+    if (due != UINT64_MAX)
+        tool::check(sd_event_source_set_time(timer_.get(), due),
                     "cannot set the timer for blocks that wait their turn");
     tool::check(sd_event_source_set_enabled(timer_.get(),
-                                            waiting_.empty() ? SD_EVENT_OFF : SD_EVENT_ONESHOT),
+                                            due == UINT64_MAX ? SD_EVENT_OFF : SD_EVENT_ONESHOT),
                 "cannot start the timer for blocks that wait their turn");
 }
 

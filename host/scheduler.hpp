@@ -2,16 +2,20 @@
 
 #include <systemd/sd-event.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <queue>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "common/bus.hpp"
 #include "fenwa/block.hpp"
 #include "framework/shared/ready_queue.hpp"
+#include "host/call_hold.hpp"
 #include "host/pacing.hpp"
 
 namespace host {
@@ -36,6 +40,13 @@ class Scheduler {
 
     /// Gives every block a new budget, full as at first; those that wait run in the next pass.
     void set_pace(const Pace& pace);
+
+    /// From here on blocks are held back while `unanswered` gives too many calls that the bus owes
+    /// an answer. `answered` is to be called for each answer.
+    void hold_for_answers(std::function<std::size_t()> unanswered) {
+        unanswered_ = std::move(unanswered);
+    }
+    void answered() noexcept;
 
     /// From here on passes are made; what became ready before runs first.
     void enable();
@@ -62,23 +73,34 @@ class Scheduler {
 
     static int on_wake(sd_event_source* source, int fd, std::uint32_t events,
                        void* userdata) noexcept;
+    static int before_waiting(sd_event_source* source, void* userdata) noexcept;
+    static int on_woken_here(sd_event_source* source, void* userdata) noexcept;
     static int on_due(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
-    void wake() const noexcept;
+    void wake() noexcept;
     void pass() noexcept;
     void run_ready();
-    void run_within_budget(Fenwa::Block& block, std::uint64_t now);
-    void wait_for_next_due();
+    [[nodiscard]] bool holds();
+    void run_within_budget(Fenwa::Block& block);
+    void wait_for_next_turn();
+    [[nodiscard]] std::uint64_t now() const;
 
     sd_event& loop_;
     Pace pace_;
     std::function<void(Fenwa::Block&)> run_block_;
-    int event_fd_;
+    std::thread::id thread_ = std::this_thread::get_id();
+    int event_fd_;  ///< written by other threads
     Fenwa::ReadyQueue queue_;
     tool::EventSourcePtr source_;
+    tool::EventSourcePtr next_pass_;
+    bool woken_here_ = false;  ///< a block has become ready on the loop's thread
+    unsigned rounds_ = 0;      ///< of the loop since then
     tool::EventSourcePtr timer_;
     std::unordered_map<const Fenwa::Block*, RunBudget> budgets_;
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
     std::uint64_t waited_ = 0;  ///< how many have had to wait so far
+    std::function<std::size_t()> unanswered_;
+    CallHold hold_;
+    std::deque<Fenwa::Block*> held_;  ///< those that are ready while the bus owes answers
     std::exception_ptr failure_;
 };
 

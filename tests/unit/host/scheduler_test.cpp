@@ -217,6 +217,49 @@ TEST_F(PacedScheduler, NothingThatWaitsRunsAfterItIsDisabled) {
     EXPECT_EQ(ran_, "aaa");
 }
 
+/// Blocks that wait for answers of the bus.
+class HoldingScheduler : public SchedulerTest {
+  protected:
+    HoldingScheduler() {
+        scheduler_.hold_for_answers([this] { return unanswered_; });
+        scheduler_.enable();
+    }
+
+    std::size_t unanswered_ = CallHold::mark;
+};
+
+TEST_F(HoldingScheduler, BlocksGoOnInTheirOrderAsAnswersCome) {
+    a_.port->fire();
+    serve();
+    b_.port->fire();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+    during_ = [this](Fenwa::Block& block) { unanswered_ += &block == &a_ ? 1 : 0; };
+    --unanswered_;
+    scheduler_.answered();
+    serve();
+    EXPECT_EQ(ran_, "a");
+    --unanswered_;
+    scheduler_.answered();
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
+TEST_F(HoldingScheduler, BlocksGoOnWhenNoAnswerComes) {
+    a_.port->fire();
+    b_.port->fire();
+    const auto begin = std::chrono::steady_clock::now();
+    while (ran_.size() < 2 && sd_event_run(&loop(), 5'000'000) > 0) {
+    }
+    EXPECT_EQ(ran_, "ab");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
+    // Nobody waits any more.
+    c_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "abc");
+}
+
 class UnbrakedScheduler : public SchedulerTest, public testing::WithParamInterface<Pace> {
   protected:
     UnbrakedScheduler() : SchedulerTest(GetParam()) {}
