@@ -220,6 +220,17 @@ TEST_F(Inspect, BlockThatNeedsABusUnderAConditionIsNotBlamed) {
         "              early        bool    default false\n"
         "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is "
         "not connected, when early = true\n");
+    // Nor is it given other values for what it was built with already.
+    EXPECT_EQ(
+        inspect({"libprobe.so", "Terminated"}).out,
+        "Terminated\n"
+        "  input       own  double\n"
+        "  key         settings     string  required\n"
+        "              needs_a_bus  bool    default false\n"
+        "  setting     termination_cfg.inports  [\"\"]\n"
+        "              termination_cfg.types    [\"/prefix/well-known.b/bool\"]\n"
+        "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is "
+        "not connected, when needs_a_bus = true\n");
 }
 
 TEST_F(Inspect, BlockThatThrowsCrashesOrHangsGetsALineAndKeepsItsKeys) {

@@ -1,6 +1,7 @@
 #include "host/child_process.hpp"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -63,6 +64,8 @@ TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
     EXPECT_EQ(lines_, Lines{"hangs"});
     // Both held its writing end.
     close(alive[1]);
+    pollfd gone{alive[0], POLLIN, 0};
+    ASSERT_EQ(poll(&gone, 1, 20'000), 1);
     char none = 0;
     EXPECT_EQ(read(alive[0], &none, 1), 0);
     close(alive[0]);
