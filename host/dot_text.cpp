@@ -80,9 +80,9 @@ class DotWriter {
 
     std::string text() {
         out_ << "digraph fenwa {\n"
-                "  graph [rankdir=LR, bgcolor=\"white\", nodesep=0.35, ranksep=0.9, pad=0.3];\n"
+                "  graph [rankdir=LR, bgcolor=\"white\", nodesep=0.3, ranksep=0.6, pad=0.3];\n"
                 "  node [shape=plain, fontname=\""
-             << font << "\", fontsize=12, fontcolor=\"" << text_color
+             << font << "\", fontsize=13, fontcolor=\"" << text_color
              << "\"];\n"
                 "  edge [color=\"#4a5663\", penwidth=1.3, arrowsize=0.7];\n\n";
         // Graphviz draws what hangs together from below.
@@ -111,7 +111,7 @@ class DotWriter {
                 "CELLPADDING=\"3\" COLOR=\""
              << frame_color << "\" BGCOLOR=\"white\">\n      <TR><TD COLSPAN=\"2\" BGCOLOR=\""
              << colors_.at(block.type) << "\" CELLPADDING=\"6\"><B>" << html(block.name)
-             << "</B><BR/>" << painted(html(block.type), faint_color, 10) << "</TD></TR>\n";
+             << "</B><BR/>" << painted(html(block.type), faint_color, 11) << "</TD></TR>\n";
         const std::size_t rows = std::max(block.inputs.size(), block.outputs.size());
         for (std::size_t row = 0; row < rows; ++row) {
             out_ << "      <TR>";
@@ -124,7 +124,7 @@ class DotWriter {
                     "CELLPADDING=\"5\">";
             for (const std::string& line : block.lines)
                 out_ << (&line == &block.lines.front() ? "" : "<BR/>")
-                     << painted(html(line), faint_color, 9);
+                     << painted(html(line), faint_color, 10);
             out_ << "</TD></TR>\n";
         }
         out_ << "    </TABLE>>];\n";
@@ -141,16 +141,16 @@ class DotWriter {
         out_ << "<TD PORT=\"" << side << row << "\" ALIGN=\"" << align << "\" BALIGN=\"" << align
              << "\">";
         if (is_input)
-            out_ << painted(port.passive ? "▹ " : "▸ ", faint_color, 10);
-        out_ << painted(html(port.name), text_color, 11);
+            out_ << painted(port.passive ? "▹ " : "▸ ", faint_color, 11);
+        out_ << painted(html(port.name), text_color, 12);
         if (!port.type.empty())
-            out_ << ' ' << painted(html(port.type), faint_color, 9);
+            out_ << ' ' << painted(html(port.type), faint_color, 10);
         if (!is_input)
-            out_ << painted(" ▸", faint_color, 10);
+            out_ << painted(" ▸", faint_color, 11);
         if (!port.remark.empty())
-            out_ << "<BR/>" << painted("<I>" + html(port.remark) + "</I>", faint_color, 9);
+            out_ << "<BR/>" << painted("<I>" + html(port.remark) + "</I>", faint_color, 10);
         if (!port.value.empty())
-            out_ << "<BR/>" << painted("<B>" + html(port.value) + "</B>", value_color, 11);
+            out_ << "<BR/>" << painted("<B>" + html(port.value) + "</B>", value_color, 12);
         out_ << "</TD>";
     }
 
@@ -164,7 +164,7 @@ class DotWriter {
              << "\", color=\"" << frame_color
              << "\", margin=\"0.15,0.08\", tooltip=" << tooltip(name) << ", label=<" << html(last);
         if (dot != std::string::npos)
-            out_ << "<BR/>" << painted(html(name.substr(0, dot)), faint_color, 9);
+            out_ << "<BR/>" << painted(html(name.substr(0, dot)), faint_color, 10);
         out_ << ">];\n";
     }
 

@@ -58,8 +58,8 @@ const std::string counted_ticks =
 
 const std::string head =
     R"(digraph fenwa {
-  graph [rankdir=LR, bgcolor="white", nodesep=0.35, ranksep=0.9, pad=0.3];
-  node [shape=plain, fontname="DejaVu Sans,Verdana,sans-serif", fontsize=12, fontcolor="#1f2933"];
+  graph [rankdir=LR, bgcolor="white", nodesep=0.3, ranksep=0.6, pad=0.3];
+  node [shape=plain, fontname="DejaVu Sans,Verdana,sans-serif", fontsize=13, fontcolor="#1f2933"];
   edge [color="#4a5663", penwidth=1.3, arrowsize=0.7];
 
 )";
@@ -69,7 +69,7 @@ const std::string table =
 
 std::string title(const std::string& color, const std::string& name, const std::string& type) {
     return R"(      <TR><TD COLSPAN="2" BGCOLOR=")" + color + R"(" CELLPADDING="6"><B>)" + name +
-           R"(</B><BR/><FONT COLOR="#66717d" POINT-SIZE="10">)" + type + "</FONT></TD></TR>\n";
+           R"(</B><BR/><FONT COLOR="#66717d" POINT-SIZE="11">)" + type + "</FONT></TD></TR>\n";
 }
 std::string port(const std::string& side, const std::string& content) {
     const std::string align = side.starts_with("in") ? "LEFT" : "RIGHT";
@@ -81,14 +81,14 @@ std::string faint(const std::string& text, int size) {
            "</FONT>";
 }
 std::string named(const std::string& text) {
-    return R"(<FONT COLOR="#1f2933" POINT-SIZE="11">)" + text + "</FONT>";
+    return R"(<FONT COLOR="#1f2933" POINT-SIZE="12">)" + text + "</FONT>";
 }
 std::string held(const std::string& text) {
-    return R"(<BR/><FONT COLOR="#0b5394" POINT-SIZE="11"><B>)" + text + "</B></FONT>";
+    return R"(<BR/><FONT COLOR="#0b5394" POINT-SIZE="12"><B>)" + text + "</B></FONT>";
 }
 std::string setting(const std::string& text) {
     return R"(      <HR/><TR><TD COLSPAN="2" ALIGN="LEFT" BALIGN="LEFT" CELLPADDING="5">)" +
-           faint(text, 9) + "</TD></TR>\n";
+           faint(text, 10) + "</TD></TR>\n";
 }
 
 /// The picture of `counted_ticks`, with these values where there are some.
@@ -97,18 +97,18 @@ std::string picture_of_ticks(const std::string& tick = "", const std::string& co
     const std::string empty = "<TD> </TD>";
     return head + "  block2 [tooltip=\"k (Terminated)\", label=<\n" + table +
            title("#f5e6c6", "k", "Terminated") + "      <TR>" +
-           port("in0", faint("▸ ", 10) + named("own") + ' ' + faint("double", 9) + own) + empty +
+           port("in0", faint("▸ ", 11) + named("own") + ' ' + faint("double", 10) + own) + empty +
            "</TR>\n      <TR>" +
-           port("in1", faint("▹ ", 10) + named("temp_monitor_in") + ' ' + faint("bool", 9) +
-                           "<BR/>" + faint("<I>provided by the host</I>", 9) + monitor) +
+           port("in1", faint("▹ ", 11) + named("temp_monitor_in") + ' ' + faint("bool", 10) +
+                           "<BR/>" + faint("<I>provided by the host</I>", 10) + monitor) +
            empty + "</TR>\n" + setting("settings = &quot;monitor&quot;") +
            "    </TABLE>>];\n  block1 [tooltip=\"c (Counter)\", label=<\n" + table +
            title("#dcebd2", "c", "Counter") + "      <TR>" +
-           port("in0", faint("▸ ", 10) + named("tick") + ' ' + faint("timersource", 9) + tick) +
-           port("out0", named("out") + ' ' + faint("double", 9) + faint(" ▸", 10) + count) +
+           port("in0", faint("▸ ", 11) + named("tick") + ' ' + faint("timersource", 10) + tick) +
+           port("out0", named("out") + ' ' + faint("double", 10) + faint(" ▸", 11) + count) +
            "</TR>\n    </TABLE>>];\n  block0 [tooltip=\"t (Timer)\", label=<\n" + table +
            title("#d3e3f3", "t", "Timer") + "      <TR>" + empty +
-           port("out0", named("out") + ' ' + faint("timersource", 9) + faint(" ▸", 10) + tick) +
+           port("out0", named("out") + ' ' + faint("timersource", 10) + faint(" ▸", 11) + tick) +
            "</TR>\n" + setting("interval = 1000000") +
            "    </TABLE>>];\n"
            "  block0:out0:e -> block1:in0:w [tooltip=\"t.out → c.tick\"];\n}\n";
@@ -156,6 +156,14 @@ TEST_F(GraphPicture, ArrowToAProvidedInputIsHollow) {
     EXPECT_EQ(lines_with(ended.out, "->"),
               "  block0:out3:e -> block1:in1:w [tooltip=\"r.bool_out → k.temp_monitor_in\", "
               "arrowhead=empty];\n");
+}
+
+TEST_F(GraphPicture, ObjectsThatABlockExportsAreNamed) {
+    EXPECT_EQ(
+        lines_with(draw(probes("[blocks.e]\ntype = \"Exporter\"\npath = \"/e\"\n")).out, "exports"),
+        R"(      <HR/><TR><TD COLSPAN="2" ALIGN="LEFT" BALIGN="LEFT" CELLPADDING="5">)" +
+            faint("path = &quot;/e&quot;", 10) + "<BR/>" + faint("exports com.example.Echo1", 10) +
+            "</TD></TR>\n");
 }
 
 TEST_F(GraphPicture, PartsThatAreNotConnectedStandBesideEachOther) {

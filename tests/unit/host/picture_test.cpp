@@ -95,7 +95,7 @@ TEST(PictureTest, DrawsEachServiceOnceWithItsBlocks) {
     EXPECT_EQ(connected_parts(picture), (Parts{{0, 2}, {1}}));
     const std::string dot = to_dot(picture);
     EXPECT_NE(
-        dot.find("label=<Two<BR/><FONT COLOR=\"#66717d\" POINT-SIZE=\"9\">com.example</FONT>>"),
+        dot.find("label=<Two<BR/><FONT COLOR=\"#66717d\" POINT-SIZE=\"10\">com.example</FONT>>"),
         std::string::npos)
         << dot;
     for (const char* line : {"\n  block0 -> service0 [dir=none", "\n  block0 -> service1 [dir=none",
