@@ -188,26 +188,26 @@ TEST_F(ControlInterface, DescribesTheGraph) {
         R"({"name":"limit","type":"int","value":-3},{"name":"ratio","type":"float","value":0.5},)"
         R"({"name":"ok","type":"bool","value":true},)"
         R"({"name":"tick","type":"timersource","value":{"ticks":0,"period_ms":0}}],"outputs":[],)"
-        R"("services":[],"exports":[]},)"
+        R"("exports":[],"services":[]},)"
         R"({"name":"c","type":"Counter","settings":{},)"
         R"("inputs":[{"name":"tick","type":"timersource","triggers":true,)"
         R"("value":{"ticks":0,"period_ms":0}}],"terminated_inputs":[],)"
         R"("outputs":[{"name":"out","type":"double","value":0.0}],)"
-        R"("services":[],"exports":[]},)"
+        R"("exports":[],"services":[]},)"
         R"({"name":"m","type":"Timer","settings":{"interval":2000000000},"inputs":[],)"
         R"("terminated_inputs":[],"outputs":[{"name":"out","type":"timersource",)"
         R"("value":{"ticks":0,"period_ms":0}}],)"
-        R"("services":[],"exports":[]},)"
+        R"("exports":[],"services":[]},)"
         R"({"name":"v","type":"Values","settings":{"list":["a","b"]},"inputs":[],)"
         R"("terminated_inputs":[],"outputs":[{"name":"float","type":"float","value":2.0},)"
         R"({"name":"bool","type":"bool","value":true},{"name":"double","type":"double","value":2.0},)"
         R"({"name":"int","type":"int","value":-7},{"name":"tick","type":"timersource",)"
         R"("value":{"ticks":9007199254740993,"period_ms":250}},)"
         R"({"name":"point","type":"/example/geometry.p/point","value":null}],)"
-        R"("services":[],"exports":[]},)"
+        R"("exports":[],"services":[]},)"
         R"({"name":"s","type":"Source","settings":{"in_start":3,"fake.deep":0.5},"inputs":[],)"
         R"("terminated_inputs":[],"outputs":[{"name":"out","type":"double","value":3.0}],)"
-        R"("services":[],"exports":[]}],)"
+        R"("exports":[],"services":[]}],)"
         R"("connections":[{"from":"m.out","to":"c.tick"},{"from":"s.out","to":"t.level"}]})");
     EXPECT_EQ(host.terminate().code, 0);
 }
@@ -220,10 +220,10 @@ TEST_F(ControlInterface, DescribesWhatTheBlocksHaveToDoWithTheBus) {
     ASSERT_TRUE(host.wait_for_text("c: got "));
     const ControlClient client(bus());
     const std::string described = client.describe();
-    EXPECT_THAT(described, testing::HasSubstr(R"("services":["com.example.Absent"],"exports":[])"));
+    EXPECT_THAT(described, testing::HasSubstr(R"("exports":[],"services":["com.example.Absent"])"));
     EXPECT_THAT(described,
-                testing::HasSubstr(R"("services":[],"exports":[{"path":"/com/example/Echo",)"
-                                   R"("interface":"com.example.Echo1"}])"));
+                testing::HasSubstr(R"("exports":[{"path":"/com/example/Echo",)"
+                                   R"("interface":"com.example.Echo1"}],"services":[])"));
     EXPECT_EQ(host.terminate().code, 0);
 }
 
