@@ -1,0 +1,86 @@
+#include "tests/integration/load/load_scene.hpp"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "camera/bus_names.hpp"
+
+namespace test {
+
+namespace {
+
+/// Whether a file that grows holds this text, soon.
+bool comes_to_hold(const std::string& path, const std::string& text) {
+    const auto end = std::chrono::steady_clock::now() + Process::patience;
+    while (std::chrono::steady_clock::now() < end) {
+        std::ostringstream all;
+        all << std::ifstream(path).rdbuf();
+        if (all.str().find(text) != std::string::npos)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+}  // namespace
+
+void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>& camera_options) {
+    bus_ = std::make_unique<camera::PrivateBus>(camera::PrivateBusOptions{{}, {}, {}, bus_xml});
+    // Into a file: nobody reads along, and a full pipe would stop the camera.
+    const std::string told = folder_.write("camera.out", "");
+    std::vector<std::string> words{"sh",
+                                   "-c",
+                                   R"(exec "$0" "$@" >>")" + told + '"',
+                                   FENWA_CAMERA_PROGRAM,
+                                   "run",
+                                   "--bus",
+                                   bus_->address(),
+                                   "--no-activation"};
+    words.insert(words.end(), camera_options.begin(), camera_options.end());
+    camera_ = std::make_unique<Process>(words);
+    ASSERT_TRUE(comes_to_hold(told, "ready on"));
+    client_ = tool::open_bus(bus_->address(), Process::patience);
+}
+
+void LoadScene::order(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), FENWA_CAMERA_PROGRAM);
+    arguments.insert(arguments.end(), {"--bus", bus_->address()});
+    const Ended ended = run_program(arguments);
+    EXPECT_EQ(ended.code, 0) << ended.err;
+}
+
+void LoadScene::set(const std::string& name, const std::string& value) {
+    tool::BusError error;
+    const camera::BusObject& control = camera::camera_control;
+    const int r = sd_bus_call_method(client_.get(), control.name, control.path, control.interface,
+                                     "Set", &error, nullptr, "ss", name.c_str(), value.c_str());
+    ASSERT_GE(r, 0) << error.text(r);
+}
+
+void LoadScene::start_host(const std::string& graph) {
+    host_ = std::make_unique<Process>(std::vector<std::string>{
+        FENWA_PROGRAM, "run",
+        folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph), "--bus",
+        bus_->address(), "--format", "json"});
+}
+
+std::chrono::milliseconds LoadScene::processor_time() const {
+    std::ifstream file("/proc/" + std::to_string(host_->pid()) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    // The program's name may hold blanks; the fields behind it are counted from the third.
+    std::istringstream fields(line.substr(line.rfind(')') + 2));
+    std::string skipped;
+    for (int field = 3; field < 14; ++field)
+        fields >> skipped;
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    EXPECT_TRUE(fields) << line;
+    return std::chrono::milliseconds((user + system) * 1000 / sysconf(_SC_CLK_TCK));
+}
+
+}  // namespace test

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "camera/private_bus.hpp"
+#include "common/bus.hpp"
+#include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
+
+namespace test {
+
+/// A host and the simulated camera on a private bus without activation, and nobody else.
+class LoadScene : public ::testing::Test {
+  protected:
+    /// Starts the bus, with these limits, and the camera.
+    void open(const std::string& bus_xml, const std::vector<std::string>& camera_options = {});
+    /// Gives the camera an order on its command line, such as {"fail", "Add", "--drop"}.
+    void order(std::vector<std::string> arguments) const;
+    /// Sets one of the camera's values, without a program in between.
+    void set(const std::string& name, const std::string& value);
+
+    /// Starts the host with these lines behind the line of plug-ins.
+    void start_host(const std::string& graph);
+    /// Processor time that the host has taken so far.
+    [[nodiscard]] std::chrono::milliseconds processor_time() const;
+
+    [[nodiscard]] Process& host() { return *host_; }
+    [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+
+  private:
+    TemporaryFolder folder_;
+    std::unique_ptr<camera::PrivateBus> bus_;
+    std::unique_ptr<Process> camera_;
+    std::unique_ptr<Process> host_;
+    tool::BusPtr client_;
+};
+
+}  // namespace test
