@@ -14,4 +14,8 @@ using Json = nlohmann::ordered_json;
 /// can always be written.
 [[nodiscard]] std::string json_line(const Json& value);
 
+/// The same with every character beyond ASCII escaped: D-Bus takes no text with noncharacters such
+/// as U+FFFE, which a name or a setting may hold.
+[[nodiscard]] std::string json_ascii(const Json& value);
+
 }  // namespace tool

@@ -11,7 +11,15 @@ using tool::ExitCode;
 CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
                             BlockTypes& types, tool::Diagnostics& diagnostics,
                             Strictness strictness, const GraphLook& look) {
-    CheckedGraph checked{read_graph(path, diagnostics), ExitCode::misconfigured};
+    return check_read_graph(read_graph(path, diagnostics), plugin_dirs, types, diagnostics,
+                            strictness, look);
+}
+
+CheckedGraph check_read_graph(std::optional<Graph> graph,
+                              const std::vector<std::string>& plugin_dirs, BlockTypes& types,
+                              tool::Diagnostics& diagnostics, Strictness strictness,
+                              const GraphLook& look) {
+    CheckedGraph checked{std::move(graph), ExitCode::misconfigured};
     if (!checked.graph)
         return checked;
     const bool plugins_quiet = types.load(*checked.graph, plugin_dirs, diagnostics);

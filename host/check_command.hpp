@@ -31,6 +31,13 @@ struct CheckedGraph {
 /// Looks at a graph and at its dry blocks while they are there.
 using GraphLook = std::function<void(const Graph& graph, const BlocksByName& blocks)>;
 
+/// Loads the plug-ins of a graph that has been read, with its mistakes of form in the diagnostics,
+/// and checks all of it.
+[[nodiscard]] CheckedGraph check_read_graph(std::optional<Graph> graph,
+                                            const std::vector<std::string>& plugin_dirs,
+                                            BlockTypes& types, tool::Diagnostics& diagnostics,
+                                            Strictness strictness, const GraphLook& look = {});
+
 /// Reads a graph, loads its plug-ins and checks all of it.
 /// @param look called at the end, unless the graph cannot be read; may be empty.
 /// @throws tool::Failure (unreadable) when the file cannot be read.

@@ -76,9 +76,11 @@ class LineReader {
     LineReader(int fd, const std::function<void(const std::string&)>& on_line)
         : fd_(fd), on_line_(on_line) {}
 
-    /// Takes what is there. @returns false at the end of it all.
+    static constexpr int most = 4096;  ///< bytes at a time
+
+    /// Takes some of what is there. @returns false at the end of it all.
     bool read_some() {
-        char buffer[4096];
+        char buffer[most];
         const ssize_t n = read(fd_, buffer, sizeof buffer);
         if (n <= 0)
             return n < 0 && (errno == EAGAIN || errno == EINTR);
@@ -88,7 +90,7 @@ class LineReader {
              begin = end + 1)
             on_line_(text_.substr(begin, end - begin));
         text_.erase(0, begin);
-        return n == static_cast<ssize_t>(sizeof buffer) ? read_some() : true;
+        return true;
     }
 
   private:
@@ -153,7 +155,10 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     }
     if (child.get() < 0)
         throw std::system_error(ENOSYS, std::generic_category(), "cannot watch a process");
-    static_cast<void>(lines.read_some());
+    // No more is to come, but for what the pipe still holds.
+    const int capacity = fcntl(from_child.get(), F_GETPIPE_SZ);
+    for (int read = 0; read < capacity && lines.read_some(); read += LineReader::most) {
+    }
     if (!ended)
         return {true, 0, 0};
     return {false, WIFSIGNALED(status) ? WTERMSIG(status) : 0,

@@ -33,15 +33,13 @@ const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-Control::Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus,
-                 const std::string& name)
+Control::Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus)
     : graph_(graph), settings_(settings), bus_(std::move(bus)) {
     sd_bus_slot* slot = nullptr;
     check(
         sd_bus_add_object_vtable(bus_.get(), &slot, control_path, control_interface, vtable_, this),
         "cannot export the control interface");
     object_.reset(slot);
-    tool::own_name(*bus_, name);
     loop.attach(*bus_);
     graph_.watch_outputs([this](const std::string& block, const std::string& port,
                                 const PortValue& value) { tell(block + '.' + port, value); });
@@ -88,7 +86,7 @@ int Control::reconfigure(sd_bus_message& call) {
 }
 
 int Control::describe(sd_bus_message& call) {
-    return sd_bus_reply_method_return(&call, "s", tool::json_line(host::describe(graph_)).c_str());
+    return sd_bus_reply_method_return(&call, "s", tool::json_ascii(host::describe(graph_)).c_str());
 }
 
 void Control::tell(const std::string& port, const PortValue& value) noexcept {

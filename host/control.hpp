@@ -17,14 +17,13 @@ namespace host {
 /// passes of the blocks.
 class Control {
   public:
-    /// Exports the interface, owns `name` and has the loop serve the connection.
+    /// Exports the interface and has the loop serve the connection.
     /// @param graph started, and there as long as the loop runs; outlives this object.
     /// @param settings of that graph; outlives this object.
     /// @param bus a connection of its own, so that a client's calls never wait in the blocks'
-    /// queue.
-    /// @throws tool::Failure (unavailable) when the name cannot be had.
-    Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus,
-            const std::string& name);
+    /// queue;
+    ///        it owns the name already, and what has been called meanwhile is answered now.
+    Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, tool::BusPtr bus);
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
     ~Control();

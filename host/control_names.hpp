@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/diagnostics.hpp"
+
 namespace host {
 
 // What the control interface is called on the bus.
@@ -32,7 +34,8 @@ class ControlRefusal : public std::runtime_error {
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
-        : std::runtime_error(help.empty() ? sentence : sentence + "; " + help), name_(name) {}
+        : std::runtime_error(tool::one_line(help.empty() ? sentence : sentence + "; " + help)),
+          name_(name) {}
 
     [[nodiscard]] const char* name() const noexcept { return name_; }
 

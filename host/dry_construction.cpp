@@ -12,6 +12,40 @@ namespace host {
 
 using tool::Diagnostics;
 
+namespace {
+
+using Value = Fenwa::BlockConfiguration::Value;
+
+/// The type of a default, as the getter that asks for it would name it. An integer may be the
+/// default of a float.
+struct TypeOfDefault {
+    const char* operator()(bool) const { return "bool"; }
+    const char* operator()(std::int64_t) const { return "number"; }
+    const char* operator()(double) const { return "double"; }
+    const char* operator()(const std::string&) const { return "string"; }
+    const char* operator()(const std::vector<std::string>&) const { return "string"; }
+};
+
+/// What is wrong with the value of a key that the block does not ask for just now, seen from the
+/// default that it has for it; nothing where a getter would take it.
+std::optional<Fenwa::ConfigurationError> check_type(const std::string& key, const Value& value,
+                                                    const Value& fallback) {
+    const auto is_number = [](const Value& v) {
+        return std::holds_alternative<std::int64_t>(v) || std::holds_alternative<double>(v);
+    };
+    const auto is_text = [](const Value& v) {
+        return std::holds_alternative<std::string>(v) ||
+               std::holds_alternative<std::vector<std::string>>(v);
+    };
+    if (value.index() == fallback.index() || (is_number(value) && is_number(fallback)) ||
+        (is_text(value) && is_text(fallback)))
+        return std::nullopt;
+    return Fenwa::ConfigurationError(key, std::visit(TypeOfDefault{}, fallback),
+                                     Fenwa::ConfigurationAccess::describe(value));
+}
+
+}  // namespace
+
 Silence::Silence(Scope scope) : scope_(scope) {
     if (scope_ == Scope::whole_process)
         Fenwa::set_log_sink([](int, const std::string&) {});
@@ -112,14 +146,16 @@ void DryConstruction::find_unread_keys(const KeyRecorder& recorder, const BlockE
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
         tools_);
     for (const UnreadKey& key : unread) {
-        const bool has_default =
-            dry.block != nullptr &&
-            Fenwa::ConfigurationAccess::find(Fenwa::HostAccess::configuration(*dry.block),
-                                             key.key) != nullptr;
-        if (has_default)
-            continue;
-        warn(key, entry);
-        unread_.push_back(key);
+        const Fenwa::BlockConfiguration::Value* const fallback =
+            dry.block == nullptr ? nullptr
+                                 : Fenwa::ConfigurationAccess::find(
+                                       Fenwa::HostAccess::configuration(*dry.block), key.key);
+        if (fallback == nullptr) {
+            warn(key, entry);
+            unread_.push_back(key);
+        } else if (const auto error = check_type(key.key, *entry.find(key.key)->value, *fallback)) {
+            report(*error, entry, diagnostics_);
+        }
     }
 }
 
@@ -136,13 +172,18 @@ void DryConstruction::complain(const BlockEntry& entry, const DryBlock& dry) {
         if (strictness_ == Strictness::alone)
             diagnostics_.warning(
                 entry.where, describe(entry) + " cannot be checked: it needs a bus to be built");
+        else if (strictness_ == Strictness::in_a_run)
+            complain_of_throw(entry, dry);
     } catch (...) {
-        if (strictness_ == Strictness::before_a_run)
-            return;
-        diagnostics_.error(
-            entry.where, describe(entry) + " threw in " + dry.phase + ": " + describe(dry.failure));
-        ++throws_;
+        if (strictness_ != Strictness::before_a_run)
+            complain_of_throw(entry, dry);
     }
+}
+
+void DryConstruction::complain_of_throw(const BlockEntry& entry, const DryBlock& dry) {
+    diagnostics_.error(entry.where,
+                       describe(entry) + " threw in " + dry.phase + ": " + describe(dry.failure));
+    ++throws_;
 }
 
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,

@@ -68,7 +68,7 @@ struct DryBlock {
 [[nodiscard]] std::string describe(const std::exception_ptr& exception);
 
 /// Before a run, what a block throws without a bus is left to the real construction; in a run there
-/// is none any more, but a block that needs a bus to be built is none to complain of.
+/// is none any more.
 enum class Strictness { alone, before_a_run, in_a_run };
 
 /// Builds the blocks of a graph on a bus that is not there, and says of each mistake where it is:
@@ -103,6 +103,7 @@ class DryConstruction {
                           const Fenwa::BlockFactory& factory);
     void warn(const UnreadKey& unread, const BlockEntry& entry);
     void complain(const BlockEntry& entry, const DryBlock& dry);
+    void complain_of_throw(const BlockEntry& entry, const DryBlock& dry);
 
     const BlockTypes& types_;
     tool::Diagnostics& diagnostics_;

@@ -8,8 +8,8 @@ namespace {
 
 using tool::Diagnostics;
 
-/// Things of one kind by what they are called in sentences.
-using Places = std::map<std::string, Position>;
+/// Things of one kind by what they are called in sentences. A connection may stand there twice.
+using Places = std::multimap<std::string, Position>;
 
 Places places_of(const std::vector<PlacedName>& names, const std::string& noun) {
     Places places;
@@ -36,11 +36,11 @@ Places places_of(const std::vector<Connection>& connections) {
 
 void report_differences(const Places& now, const Places& next, Diagnostics& diagnostics) {
     for (const auto& [name, where] : next) {
-        if (now.count(name) == 0)
+        if (now.count(name) < next.count(name))
             diagnostics.error(where, name + " has been added, which needs a restart");
     }
     for (const auto& [name, where] : now) {
-        if (next.count(name) == 0)
+        if (next.count(name) < now.count(name))
             diagnostics.error({}, name + " has been removed, which needs a restart");
     }
 }

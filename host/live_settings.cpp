@@ -1,6 +1,7 @@
 #include "host/live_settings.hpp"
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 
 #include "common/exit_code.hpp"
@@ -18,16 +19,32 @@ namespace {
 using Fenwa::BlockConfiguration;
 using tool::Diagnostics;
 
-/// What a block that cannot be built dry is told: what it has, without the settings that are not
-/// given any more, and those that are given laid over it.
-BlockConfiguration lay_over(const BlockConfiguration& current, const BlockEntry& before,
-                            const BlockEntry& after) {
-    SettingList kept;
-    for (const auto& entry : Fenwa::ConfigurationAccess::entries(current)) {
-        if (before.find(entry.key()) == nullptr || after.find(entry.key()) != nullptr)
-            kept.push_back(entry);
+using Fenwa::ConfigurationAccess;
+
+/// What a block that cannot be built dry is told: what it was built with, with what is given now
+/// laid over it. The default of a key that it was given then is not known.
+BlockConfiguration lay_over(const RunningGraph& graph, const BlockEntry& entry,
+                            Diagnostics& diagnostics) {
+    for (const auto& given : ConfigurationAccess::entries(graph.built_from(entry.name))) {
+        if (entry.find(given.key()) == nullptr)
+            diagnostics.error(entry.where, describe(entry) +
+                                               " cannot be built without a bus, so "
+                                               "that the default of '" +
+                                               given.key() +
+                                               "' is not known; to take it away needs a restart");
     }
-    return BlockConfiguration(kept) + after.configuration();
+    return graph.built_with(entry.name) + entry.configuration();
+}
+
+/// A file that can be read again without waiting for anybody.
+void check_regular_file(const std::string& path) {
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
+    if (type != std::filesystem::file_type::regular &&
+        type != std::filesystem::file_type::not_found &&
+        type != std::filesystem::file_type::directory && !error)
+        throw tool::Failure(tool::ExitCode::unreadable,
+                            "cannot read '" + path + "': it is no file");
 }
 
 std::vector<std::string> quoted(std::vector<std::string> names) {
@@ -54,7 +71,7 @@ LiveSettings::LiveSettings(std::string path, RunningGraph& graph, const BlockTyp
 
 void LiveSettings::reload(bool color) noexcept {
     const auto say = [this](const std::string& sentence) {
-        std::cerr << "fenwa: " << path_ << ": " << sentence << '\n';
+        std::cerr << "fenwa: " << tool::one_line(path_ + ": " + sentence) << '\n';
     };
     const auto say_refused = [&say] { say("not reloaded; the graph goes on as it was"); };
     try {
@@ -81,8 +98,10 @@ void LiveSettings::reload(bool color) noexcept {
 }
 
 std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& diagnostics) {
+    check_regular_file(path_);
     std::optional<Graph> next = read_graph(path_, diagnostics);
-    if (!next)
+    // That a graph without blocks differs in each of them goes without saying.
+    if (!next || next->blocks.empty())
         return std::nullopt;
     const std::vector<std::string> changed = compare_graphs(graph_.graph(), *next, diagnostics);
     Settings settings;
@@ -100,12 +119,16 @@ std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& d
 LiveSettings::Complete LiveSettings::complete(const BlockEntry& entry,
                                               Diagnostics& diagnostics) const {
     const Silence silence(Silence::Scope::this_thread);
+    Diagnostics unheard(path_);
+    DryConstruction before(types_, unheard, Strictness::before_a_run);
+    // Where a block lives with what it has, but not without a bus, nothing is to be learnt from it.
+    if (before.build(*graph_.graph().find(entry.name)).block == nullptr)
+        return {lay_over(graph_, entry, diagnostics), {}};
     DryConstruction dry(types_, diagnostics, Strictness::in_a_run);
     const Fenwa::Block* const block = dry.build(entry).block;
     if (block == nullptr)
-        return {lay_over(graph_.settings(entry.name), *graph_.graph().find(entry.name), entry),
-                dry.unread_keys()};
-    return {Fenwa::ConfigurationAccess::observed(Fenwa::HostAccess::configuration(*block), nullptr),
+        return {};
+    return {ConfigurationAccess::observed(Fenwa::HostAccess::configuration(*block), nullptr),
             dry.unread_keys()};
 }
 
@@ -138,7 +161,7 @@ void LiveSettings::change(const std::string& block, const SettingList& changes) 
         graph_.fail(std::current_exception());
         throw ControlRefusal(block_threw_error, failure.what());
     }
-    std::cerr << "fenwa: new settings for '" << block << "', set over the bus\n";
+    std::cerr << "fenwa: new settings for '" << tool::one_line(block) << "', set over the bus\n";
 }
 
 }  // namespace host

@@ -38,8 +38,10 @@ class LiveSettings {
         Fenwa::BlockConfiguration configuration;
         std::vector<UnreadKey> unread;
     };
+    /// A mistake, also one that shows only when the block is built, is an error in `diagnostics`.
     [[nodiscard]] Complete complete(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
     /// @returns what has new settings, for a sentence; nothing where the file does not check.
+    /// @throws tool::Failure when the file cannot be read; as `RunningGraph::reconfigure`.
     std::optional<std::vector<std::string>> reload_from(tool::Diagnostics& diagnostics);
 
     std::string path_;

@@ -12,6 +12,7 @@
 #include "host/control.hpp"
 #include "host/event_loop.hpp"
 #include "host/event_writer.hpp"
+#include "host/graph_reader.hpp"
 #include "host/journal.hpp"
 #include "host/live_settings.hpp"
 #include "host/running_graph.hpp"
@@ -62,6 +63,12 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
                EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
     const std::string address = options.bus.value_or(graph.bus_address.text);
     const tool::BusPtr bus = connect_blocks_bus(options, graph, address);
+    // Before a block touches the camera: a host whose name is taken does not start.
+    tool::BusPtr control_bus;
+    if (options.control) {
+        control_bus = connect_bus(options, address);
+        tool::own_name(*control_bus, *options.control);
+    }
     loop.attach(*bus);
     BusTap tap(*bus);
     Fenwa::ConnectionTools connection(bus.get());
@@ -94,8 +101,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
         if (started) {
             if (options.control)
-                control.emplace(running, settings, loop, connect_bus(options, address),
-                                *options.control);
+                control.emplace(running, settings, loop, std::move(control_bus));
             loop.serve_hangup([&] { settings.reload(tool::use_color(options.color, stderr)); });
             events.ready();
             loop.run(options.duration);
@@ -127,19 +133,21 @@ ExitCode run_graph(const RunOptions& options) {
     EventLoop::hold_hangup();
     const Journal journal(options.graph);
     tool::Diagnostics diagnostics(options.graph);
-    // The signals belong to the loop from here on, so that none is lost during the start.
-    EventLoop loop;
     StandardOutput out(EventLoop::ask_to_stop);
     const std::unique_ptr<EventWriter> events =
         make_event_writer(options.format, out, journal, options.color);
-    BlockTypes types(&loop.get());
     const auto ended = [&events, &out](ExitCode code) {
         events->exit(static_cast<int>(code));
         return code_after(out, code);
     };
     try {
-        const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, types,
-                                                    diagnostics, Strictness::before_a_run);
+        // Before the signals are held: a pipe may keep the host waiting here.
+        std::optional<Graph> graph = read_graph(options.graph, diagnostics);
+        // They belong to the loop from here on, so that none is lost during the start.
+        EventLoop loop;
+        BlockTypes types(&loop.get());
+        const CheckedGraph checked = check_read_graph(std::move(graph), options.plugin_dirs, types,
+                                                      diagnostics, Strictness::before_a_run);
         diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
         if (checked.code != ExitCode::done)
             return ended(checked.code);

@@ -99,7 +99,8 @@ void RunningGraph::create(const BlockEntry& entry) {
     instance->name = entry.name;
     call(*instance, "its constructor", [&] {
         const Fenwa::BlockFactory* const factory = types_.find(entry, diagnostics_);
-        instance->block = (*factory)(entry.name, entry.configuration(), tools_);
+        instance->built_from = entry.configuration();
+        instance->block = (*factory)(entry.name, instance->built_from, tools_);
         if (instance->block == nullptr)
             throw std::runtime_error("its factory gave no block");
     });
@@ -220,7 +221,7 @@ void RunningGraph::reconfigure(Graph next, const Settings& changed,
     } catch (const Fenwa::ConfigurationError&) {
         refer_to_entries();
         for (; !told.empty(); told.pop_back())
-            take_back(*told.back(), changed.at(told.back()->name));
+            give_back(*told.back());
         throw;
     } catch (...) {
         refer_to_entries();
@@ -252,16 +253,25 @@ void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& bef
     deliver(instance);
 }
 
-void RunningGraph::take_back(Instance& instance, const Fenwa::BlockConfiguration& refused) {
+void RunningGraph::give_back(Instance& instance) {
     tool::Diagnostics unheard(diagnostics_.file());
     try {
-        tell(instance, refused, instance.settings, unheard);
+        // As both: a block that looks at what was before would refuse that once more.
+        tell(instance, instance.settings, instance.settings, unheard);
     } catch (const Fenwa::ConfigurationError& error) {
         // With neither the new settings nor the old ones, nothing is known of it any more.
         throw BlockFailure(diagnostics_.locate(instance.entry->where) +
                            ": error: " + describe(*instance.entry) +
                            " refuses the settings that it had: " + tool::one_line(error.what()));
     }
+}
+
+const Fenwa::BlockConfiguration& RunningGraph::built_with(const std::string& block) const {
+    return HostAccess::configuration(*by_name_.at(block)->block);
+}
+
+const Fenwa::BlockConfiguration& RunningGraph::built_from(const std::string& block) const {
+    return by_name_.at(block)->built_from;
 }
 
 const Fenwa::BlockConfiguration& RunningGraph::settings(const std::string& block) const {

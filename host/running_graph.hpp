@@ -79,7 +79,8 @@ class RunningGraph {
     /// Gives blocks new settings: each is told them twice, `reconfigure(old, new)` and then
     /// `reconfigure(new, new)`, with no run in between, so that a block that looks at its first
     /// argument and one that looks at its second end up alike. Where one refuses with a
-    /// ConfigurationError, it and those told before it are told their old settings again.
+    /// ConfigurationError, it and those told before it are told their old settings again, as
+    /// both arguments.
     /// @param next the same blocks and connections, with the settings as they now stand in the
     ///        file or were asked for; becomes `graph()`, and its pace holds from here on.
     /// @param changed what the blocks to be told run with from here on.
@@ -90,6 +91,11 @@ class RunningGraph {
 
     /// What a block runs with, its own defaults included.
     [[nodiscard]] const Fenwa::BlockConfiguration& settings(const std::string& block) const;
+    /// What a block was built with, its own defaults included: those of the keys that `built_from`
+    /// does not have.
+    [[nodiscard]] const Fenwa::BlockConfiguration& built_with(const std::string& block) const;
+    /// The settings that the block was given when it was built.
+    [[nodiscard]] const Fenwa::BlockConfiguration& built_from(const std::string& block) const;
 
     /// Keeps `value` for an input that nothing is connected to: from here on it reads it, and the
     /// block runs if the port triggers, as after a delivery.
@@ -128,7 +134,8 @@ class RunningGraph {
     struct Instance {
         const BlockEntry* entry;  ///< in `graph_`
         std::string name;
-        Fenwa::BlockConfiguration settings;  ///< complete, as the block was told them last
+        Fenwa::BlockConfiguration built_from;  ///< as they stood in the file then
+        Fenwa::BlockConfiguration settings;    ///< complete, as the block was told them last
         /// What was written to unconnected inputs, where they read it.
         std::unordered_map<const Fenwa::InPortInternal*, PortValue> written;
         std::unique_ptr<Fenwa::Block> block;
@@ -148,7 +155,7 @@ class RunningGraph {
     void refer_to_entries();
     void tell(Instance& instance, const Fenwa::BlockConfiguration& before,
               const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics);
-    void take_back(Instance& instance, const Fenwa::BlockConfiguration& refused);
+    void give_back(Instance& instance);
     template <class Call>
     void call(const Instance& instance, const char* phase, Call&& body) {
         call(instance, phase, std::forward<Call>(body), diagnostics_);

@@ -1,5 +1,6 @@
 #include "host/set_command.hpp"
 
+#include <algorithm>
 #include <set>
 
 #include "common/bus.hpp"
@@ -15,6 +16,14 @@ using tool::Failure;
 
 using Value = Fenwa::BlockConfiguration::Value;
 
+bool holds_nul(const Value& value) {
+    const auto in = [](const std::string& text) { return text.find('\0') != text.npos; };
+    if (const auto* const text = std::get_if<std::string>(&value))
+        return in(*text);
+    const auto* const list = std::get_if<std::vector<std::string>>(&value);
+    return list != nullptr && std::any_of(list->begin(), list->end(), in);
+}
+
 /// The text as a graph file's value, or else as the string that it is.
 Value read_value(const std::string& key, const std::string& text) {
     tool::Diagnostics diagnostics(key);
@@ -25,9 +34,15 @@ Value read_value(const std::string& key, const std::string& text) {
     if (!table)
         return text;
     tool::Diagnostics refusal(key);
-    const auto value = read_setting(key, *table->get("value"), refusal);
+    const toml::node& node = *table->get("value");
+    // No setting is a date, so that what looks like one is meant as text.
+    if (node.is_date() || node.is_time() || node.is_date_time())
+        return text;
+    const auto value = read_setting(key, node, refusal);
     if (!value)
         throw Failure(ExitCode::usage, refusal.error_sentences().front());
+    if (holds_nul(*value))
+        throw Failure(ExitCode::usage, "'" + key + "' holds a NUL, which D-Bus does not carry");
     return *value;
 }
 

@@ -1,5 +1,6 @@
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "tests/plugins/probe.hpp"
 
@@ -14,14 +15,17 @@ const BlockConfiguration defaults{{"level", 1.0}, {"note", {"none"}}, {"hidden",
 /// with lies over a table of its own; of that it reads "hidden" in `reconfigure` only.
 ///
 /// Keys: "level" (double, 1; 13 is refused at once and 14 when it is told for the second time, 66
-/// throws, and 67 is refused and cannot be taken back), "note" (string, "none"), "hidden" (int, 7),
-/// "needs_a_bus" (bool, false: whether it cannot be built without one).
+/// throws, and after 67 anything is refused), "note" (string, "none"), "hidden" (int, 7),
+/// "needs_a_bus" (bool, false: whether it cannot be built without one), "speaks" (bool, false:
+/// whether it says that it is built).
 class Settled : public Fenwa::Block {
   public:
     Settled(std::string name, const BlockConfiguration& config, const Fenwa::InitTools& tools)
         : Fenwa::Block(std::move(name), defaults + config),
           event_(*make_eventport("event")),
           level_(add_output<double>(*this, "level")) {
+        if (config.getBool("speaks", false))
+            say(*this, "built");
         static_cast<void>((defaults + config).getDouble("level"));
         static_cast<void>(config.getString("note", "none"));
         if (config.getBool("needs_a_bus", false))
@@ -39,8 +43,8 @@ class Settled : public Fenwa::Block {
         event_.fire();
         const double level = after.getDouble("level");
         const bool is_second = before.getDouble("level") == level;
-        if (level == 13.0 || (level == 14.0 && is_second) || level == 67.0 ||
-            before.getDouble("level") == 67.0)
+        const bool refused_for_good = std::exchange(refuses_all_, level == 67.0);
+        if (level == 13.0 || (level == 14.0 && is_second) || level == 67.0 || refused_for_good)
             throw Fenwa::ConfigurationError("level", "double that this block likes", "a float");
         if (level == 66.0)
             throw std::runtime_error("thrown on purpose");
@@ -57,6 +61,7 @@ class Settled : public Fenwa::Block {
 
     Fenwa::EventPort& event_;
     Fenwa::OutPort<double>& level_;
+    bool refuses_all_ = false;
 };
 
 }  // namespace

@@ -50,6 +50,15 @@ class ReloadUnderLoad : public ReloadTest {
         std::thread thread_;
     };
 
+    /// How many of the values that were written have come out again, each in its place.
+    static int values_in(const std::string& out) {
+        std::istringstream lines(lines_with(out, "\"int_out\""));
+        int value = 0;
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_EQ(nlohmann::json::parse(line).at("value"), ++value);
+        return value;
+    }
+
     /// Memory that the host has for itself alone, in bytes.
     std::size_t memory() {
         std::ifstream file("/proc/" + std::to_string(host().pid()) + "/smaps_rollup");
@@ -100,11 +109,7 @@ TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
 
     // So has every value that was written meanwhile.
     EXPECT_GT(written, 100);
-    std::istringstream lines(lines_with(ended.out, "\"int_out\""));
-    int value = 0;
-    for (std::string line; std::getline(lines, line);)
-        ASSERT_EQ(nlohmann::json::parse(line).at("value"), ++value);
-    EXPECT_EQ(value, written);
+    EXPECT_EQ(values_in(ended.out), written);
 }
 
 TEST_F(ReloadUnderLoad, SignalsThatComeTogetherEndInTheFileAsItIs) {
@@ -112,12 +117,15 @@ TEST_F(ReloadUnderLoad, SignalsThatComeTogetherEndInTheFileAsItIs) {
     Writer writer;
     for (int i = 0; i < 1000; ++i)
         host().send_signal(SIGHUP);
+    ASSERT_TRUE(host().wait_for_error_text("reloaded; no settings have changed"));
     rewrite(graph(200));
     host().send_signal(SIGHUP);
     ASSERT_TRUE(host().wait_for_error_text("new settings for 'a'"));
     EXPECT_EQ(ControlClient(bus()).read("a.level"), "d 200");
-    writer.end();
-    EXPECT_EQ(host().terminate().code, 0);
+    const int written = writer.end();
+    const Ended ended = host().terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(values_in(ended.out), written);
 }
 
 }  // namespace

@@ -75,6 +75,24 @@ TEST_F(Reload, LaysTheChangesOverWhatABlockHasThatCannotBeBuiltWithoutABus) {
     EXPECT_EQ(stop(), "a: 2 x 7 -> 3 x 7\na: 3 x 7 -> 3 x 7\na: run\n");
 }
 
+TEST_F(Reload, LeavesNoLogLinesOfTheBlocksThatItTriesOut) {
+    start(settled("a", "speaks = true\n"));
+    EXPECT_EQ(reload(settled("a", "speaks = true\nlevel = 3\n")), told_a);
+    ASSERT_TRUE(host().wait_for_text("a: run"));
+    EXPECT_EQ(stop(), "a: built\na: 1 none 7 -> 3 none 7\na: 3 none 7 -> 3 none 7\na: run\n");
+}
+
+TEST_F(Reload, ThatIsAskedForDuringTheStopChangesNothing) {
+    start("[blocks.l]\ntype = \"Leaver\"\nstop_ms = 400\n" + settled("a", ""));
+    rewrite("[blocks.l]\ntype = \"Leaver\"\nstop_ms = 400\n" + settled("a", "level = 2\n"));
+    host().send_signal(SIGTERM);
+    ASSERT_TRUE(host().wait_for_text("l: stop"));
+    host().send_signal(SIGHUP);
+    const Ended ended = host().wait();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+}
+
 TEST_F(Reload, WarnsOfAKeyThatTheBlockDoesNotRead) {
     start(settled("a", "level = 2\n"));
     EXPECT_EQ(reload(settled("a", "level = 3\nnoet = \"x\"\n")),

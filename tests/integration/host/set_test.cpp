@@ -57,6 +57,14 @@ TEST_F(Set, TakesAKeyThatTheBlockReadsOnlyAtTimes) {
     EXPECT_EQ(stop(), twice("1 none 7", "1 none 9") + "a: run\n");
 }
 
+TEST_F(Set, IsNotKeptFromItByAMistakeInTheFile) {
+    start(settled("a", "noet = \"x\"\n"));
+    expect_set({"a", "level=2"});
+    EXPECT_EQ(set({"a", "noet=y"}).code, 2);
+    ASSERT_TRUE(host().wait_for_text("a: run"));
+    EXPECT_EQ(stop(), twice("1 none 7", "2 none 7") + "a: run\n");
+}
+
 TEST_F(Set, OfWhatABlockHasAlreadyTellsNobody) {
     start(settled("a", "level = 2.0\n"));
     const Ended ended = set({"a", "level=2.0"});
@@ -73,14 +81,15 @@ TEST_F(Set, ReadsValuesAsAGraphFileDoes) {
     expect_set({"a", "note=[\"one\"]", "level=inf"});
     expect_set({"a", "note="});
     expect_set({"a", "note=k=v, [x"});
+    expect_set({"a", "note=2020-01-01"});
     expect_set({"a", "note=two\nhidden = 5"});
     ASSERT_TRUE(host().wait_for_text("a: run"));
     // How often it runs in between is the loop's to say.
     EXPECT_EQ(std::regex_replace(stop(), std::regex("a: run\n"), ""),
               twice("1 none 7", "1000 a \"b\" 7") + twice("1000 a \"b\" 7", "1000 12 7") +
                   twice("1000 12 7", "inf one 7") + twice("inf one 7", "inf  7") +
-                  twice("inf  7", "inf k=v, [x 7") +
-                  twice("inf k=v, [x 7", "inf two\nhidden = 5 7"));
+                  twice("inf  7", "inf k=v, [x 7") + twice("inf k=v, [x 7", "inf 2020-01-01 7") +
+                  twice("inf 2020-01-01 7", "inf two\nhidden = 5 7"));
 }
 
 TEST_F(Set, ShowsInTheDescription) {
@@ -99,6 +108,12 @@ TEST_F(Set, ShowsInTheDescription) {
               R"({"hidden":8,"level":4,"note":"x"})");
 }
 
+TEST_F(Set, DescriptionHoldsTextThatDBusDoesNotCarry) {
+    start(settled("a", "note = \"x\\ufffe\\u00e9\"\n"));
+    const std::string described = ControlClient(bus()).describe();
+    EXPECT_NE(described.find(R"("note":"x\ufffe\u00e9")"), described.npos) << described;
+}
+
 TEST_F(Set, IsTakenBackByAReload) {
     start(settled("a", "level = 2\n") + settled("b", ""));
     expect_set({"a", "level=5"});
@@ -113,12 +128,16 @@ TEST_F(Set, RefusesWhatIsWrongWithASentence) {
     expect_refused({"alpha", "level=high"},
                    "block 'alpha' (Settled): the key 'level' must be a double, not the string "
                    "\"high\"");
+    expect_refused({"alpha", "hidden=x"},
+                   "block 'alpha' (Settled): the key 'hidden' must be a number, not the string "
+                   "\"x\"");
+    expect_refused({"alpha", "le\x1b[31mvel=1"}, "no Settled reads the key 'le\\x1b[31mvel'");
     expect_refused({"alpha", "level=13"},
                    "block 'alpha' (Settled): the key 'level' must be a double that this block "
                    "likes, not a float");
     ASSERT_TRUE(host().wait_for_text("alpha: run"));
     EXPECT_EQ(stop(),
-              "alpha: 1 none 7 -> 13 none 7\nalpha: 13 none 7 -> 1 none 7\n"
+              "alpha: 1 none 7 -> 13 none 7\nalpha: 1 none 7 -> 1 none 7\n"
               "alpha: 1 none 7 -> 1 none 7\nalpha: run\n");
 }
 
@@ -127,6 +146,9 @@ TEST_F(Set, RefusesAWrongCommandLineWithoutAHost) {
     expect_refused({"a", "=2"}, "'=2' is not of the form KEY=VALUE");
     expect_refused({"a", "level=1", "level=2"}, "'level' is given twice");
     expect_refused({"a", "level=[1]"}, "the array 'level' must hold strings only, not an integer");
+    expect_refused({"a", "level=\"a\\u0000b\""}, "'level' holds a NUL, which D-Bus does not carry");
+    expect_refused({"a", "level=[\"a\\u0000b\"]"},
+                   "'level' holds a NUL, which D-Bus does not carry");
     expect_refused({"a", "level={ x = 1 }"},
                    "'level' must be a boolean, an integer, a float, a string or an array of "
                    "strings, not a table");
