@@ -12,7 +12,7 @@ namespace {
 
 /// Wake-ups cost more than runs, so a block whose turn has come may wait a little for others: it
 /// then makes up for the time with several runs. Microseconds.
-constexpr std::uint64_t patience = 25'000;
+constexpr std::uint64_t patience = 50'000;
 
 /// So many other events may be served before the next pass.
 constexpr unsigned most_rounds = 16;

@@ -60,11 +60,12 @@ void LoadScene::set(const std::string& name, const std::string& value) {
     ASSERT_GE(r, 0) << error.text(r);
 }
 
-void LoadScene::start_host(const std::string& graph) {
-    host_ = std::make_unique<Process>(std::vector<std::string>{
-        FENWA_PROGRAM, "run",
-        folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph), "--bus",
-        bus_->address(), "--format", "json"});
+void LoadScene::start_host(const std::string& graph, std::vector<std::string> tool) {
+    const std::string file =
+        folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph);
+    tool.insert(tool.end(),
+                {FENWA_PROGRAM, "run", file, "--bus", bus_->address(), "--format", "json"});
+    host_ = std::make_unique<Process>(tool);
 }
 
 std::chrono::milliseconds LoadScene::processor_time() const {

@@ -24,8 +24,8 @@ class LoadScene : public ::testing::Test {
     /// Sets one of the camera's values, without a program in between.
     void set(const std::string& name, const std::string& value);
 
-    /// Starts the host with these lines behind the line of plug-ins.
-    void start_host(const std::string& graph);
+    /// Starts the host with these lines behind the line of plug-ins, as the last words of `tool`.
+    void start_host(const std::string& graph, std::vector<std::string> tool = {});
     /// Processor time that the host has taken so far.
     [[nodiscard]] std::chrono::milliseconds processor_time() const;
 
