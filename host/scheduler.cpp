@@ -14,9 +14,6 @@ namespace {
 /// then makes up for the time with several runs. Microseconds.
 constexpr std::uint64_t patience = 50'000;
 
-/// So many other events may be served before the next pass.
-constexpr unsigned most_rounds = 16;
-
 int make_eventfd() {
     const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return tool::check(fd < 0 ? -errno : fd, "cannot make an eventfd");
@@ -79,6 +76,7 @@ void Scheduler::wake() noexcept {
     // The loop's own thread, on which most is fired, can do without the kernel.
     if (std::this_thread::get_id() == thread_) {
         woken_here_ = true;
+        woken_in_pass_ = passing_;
         return;
     }
     // Fails only when the counter is full, and then the loop is awake anyway.
@@ -98,10 +96,11 @@ int Scheduler::before_waiting(sd_event_source* /*source*/, void* userdata) noexc
     auto& scheduler = *static_cast<Scheduler*>(userdata);
     if (!scheduler.woken_here_)
         return 0;
-    // What the bus, the timers and the signals have goes first, or blocks that are always ready
-    // would keep it out; but not for ever, or a flood of it would keep the blocks out.
+    // What an event has made ready runs before the next event. Between two passes one event goes
+    // first, or blocks that are always ready would keep the bus, the timers and the signals out;
+    // and only one, or a flood of those would keep the blocks out.
     sd_event_source* const pass = scheduler.next_pass_.get();
-    if (++scheduler.rounds_ == most_rounds)
+    if (!scheduler.woken_in_pass_ || scheduler.rounds_++ > 0)
         sd_event_source_set_priority(pass, SD_EVENT_PRIORITY_IMPORTANT);
     return sd_event_source_set_enabled(pass, SD_EVENT_ONESHOT);
 }
@@ -120,11 +119,13 @@ int Scheduler::on_due(sd_event_source* /*source*/, std::uint64_t /*due*/, void* 
 }
 
 void Scheduler::pass() noexcept {
+    passing_ = true;
     try {
         run_ready();
     } catch (...) {
         fail(std::current_exception());
     }
+    passing_ = false;
 }
 
 void Scheduler::fail(std::exception_ptr failure) noexcept {

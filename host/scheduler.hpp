@@ -92,8 +92,10 @@ class Scheduler {
     Fenwa::ReadyQueue queue_;
     tool::EventSourcePtr source_;
     tool::EventSourcePtr next_pass_;
-    bool woken_here_ = false;  ///< a block has become ready on the loop's thread
-    unsigned rounds_ = 0;      ///< of the loop since then
+    bool woken_here_ = false;     ///< a block has become ready on the loop's thread
+    bool woken_in_pass_ = false;  ///< ... while another ran
+    unsigned rounds_ = 0;         ///< of the loop since then
+    bool passing_ = false;
     tool::EventSourcePtr timer_;
     std::unordered_map<const Fenwa::Block*, RunBudget> budgets_;
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
