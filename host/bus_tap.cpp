@@ -108,6 +108,7 @@ int BusTap::call_async(sd_bus_slot** slot, sd_bus_message* message,
         real_call_async()(&bus_, slot, message, counts ? on_reply : callback, userdata, timeout);
     if (r < 0)
         return r;
+    ++calls_;
     note_service(*message);
     if (counts)
         expect(*message, {callback, current_block(), true});
@@ -138,6 +139,7 @@ int BusTap::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* e
     tool::BusError own;
     sd_bus_error* const seen = error == nullptr ? &own : error;
     const int r = real_call()(&bus_, message, timeout, seen, reply);
+    ++calls_;
     note_service(*message);
     note_limit(current_block(), seen);
     return r;

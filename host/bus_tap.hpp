@@ -37,6 +37,9 @@ class BusTap {
     /// answered, are unanswered.
     [[nodiscard]] std::size_t unanswered() const noexcept { return unanswered_; }
 
+    /// How many calls have been sent so far, those for matches included.
+    [[nodiscard]] std::uint64_t calls() const noexcept { return calls_; }
+
     /// Has `listener` called whenever a call has been answered, or given up by sd-bus.
     void on_answer(std::function<void()> listener) { on_answer_ = std::move(listener); }
     void on_limit(LimitListener listener) { on_limit_ = std::move(listener); }
@@ -70,6 +73,7 @@ class BusTap {
     sd_bus_slot* filter_ = nullptr;
     std::unordered_map<std::uint64_t, Pending> pending_;
     std::size_t unanswered_ = 0;
+    std::uint64_t calls_ = 0;
     sd_bus_message_handler_t installing_ = nullptr;  ///< of the match that is being added
     std::uint64_t replied_ = 0;  ///< cookie of the last call whose reply a callback was given
     std::unordered_map<std::string, std::vector<std::string>> services_;

@@ -23,10 +23,18 @@ bool RunBudget::take(std::uint64_t now) noexcept {
         left_ = std::min(burst_, left_ + static_cast<double>(now - counted_) * per_microsecond_);
         counted_ = now;
     }
-    if (left_ < 1.0 - rounding)
+    if (left_ < 1.0 - rounding) {
+        has_waited_ = true;
         return false;
+    }
+    has_waited_ = has_waited_ && left_ < burst_;
     left_ = std::max(0.0, left_ - 1.0);
     return true;
+}
+
+void RunBudget::charge(double runs) noexcept {
+    if (has_waited_)
+        left_ -= runs;
 }
 
 std::uint64_t RunBudget::due() const noexcept {

@@ -14,6 +14,11 @@ struct Pace {
     [[nodiscard]] bool brakes() const noexcept { return burst > 0 && rate > 0.0; }
 };
 
+/// What a run costs beyond itself in which a block has called over the bus, in runs: one call keeps
+/// the host, the daemon and the service busy for far longer than a run does, and at 200 tries a
+/// second two blocks that try again for ever would take more than 3 % of a core.
+inline constexpr double call_cost = 2.0;
+
 /// What one block may still run: a token bucket that is full at first. Times are microseconds of
 /// any clock that never goes back.
 class RunBudget {
@@ -26,6 +31,10 @@ class RunBudget {
     /// @returns whether there was.
     bool take(std::uint64_t now) noexcept;
 
+    /// Makes the run that was taken last cost so much more. Only a block that has had to wait since
+    /// its budget was full pays, so that a burst is as long for all.
+    void charge(double runs) noexcept;
+
     /// From when on `take` succeeds again, after it has failed; the largest number where that is
     /// beyond all clocks.
     [[nodiscard]] std::uint64_t due() const noexcept;
@@ -33,8 +42,9 @@ class RunBudget {
   private:
     double burst_;
     double per_microsecond_;
-    double left_;            ///< runs
-    std::uint64_t counted_;  ///< when `left_` was worked out
+    double left_;              ///< runs; below 0 where one has cost more than there was
+    bool has_waited_ = false;  ///< since the budget was full
+    std::uint64_t counted_;    ///< when `left_` was worked out
 };
 
 }  // namespace host

@@ -34,6 +34,7 @@ RunningGraph::~RunningGraph() {
 void RunningGraph::follow_bus(BusTap& tap) {
     tap_ = &tap;
     scheduler_.hold_for_answers([&tap] { return tap.unanswered(); });
+    scheduler_.charge_calls([&tap] { return tap.calls(); });
     tap.on_answer([this] { scheduler_.answered(); });
     tap.on_limit(
         [this](const std::string* block, const std::string& text) { say_limit(block, text); });

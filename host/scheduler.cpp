@@ -167,15 +167,18 @@ void Scheduler::answered() noexcept {
 }
 
 void Scheduler::run_within_budget(Fenwa::Block& block) {
-    if (pace_.brakes()) {
-        RunBudget& budget = budgets_.try_emplace(&block, pace_, now()).first->second;
-        if (!budget.take(now())) {
-            // It still counts as queued, so that whatever is fired meanwhile makes no second run.
-            waiting_.push({budget.due(), waited_++, &block});
-            return;
-        }
+    if (!pace_.brakes())
+        return run_block_(block);
+    RunBudget& budget = budgets_.try_emplace(&block, pace_, now()).first->second;
+    if (!budget.take(now())) {
+        // It still counts as queued, so that whatever is fired meanwhile makes no second run.
+        waiting_.push({budget.due(), waited_++, &block});
+        return;
     }
+    const std::uint64_t before = calls_ ? calls_() : 0;
     run_block_(block);
+    if (calls_ && calls_() != before)
+        budget.charge(call_cost);
 }
 
 void Scheduler::wait_for_next_turn() {

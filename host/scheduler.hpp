@@ -46,6 +46,9 @@ class Scheduler {
     void hold_for_answers(std::function<std::size_t()> unanswered) {
         unanswered_ = std::move(unanswered);
     }
+    /// From here on a run during which `calls`, all that blocks have made so far, goes up costs
+    /// more of the block's budget.
+    void charge_calls(std::function<std::uint64_t()> calls) { calls_ = std::move(calls); }
     void answered() noexcept;
 
     /// From here on passes are made; what became ready before runs first.
@@ -101,6 +104,7 @@ class Scheduler {
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
     std::uint64_t waited_ = 0;  ///< how many have had to wait so far
     std::function<std::size_t()> unanswered_;
+    std::function<std::uint64_t()> calls_;
     CallHold hold_;
     std::deque<Fenwa::Block*> held_;  ///< those that are ready while the bus owes answers
     std::exception_ptr failure_;

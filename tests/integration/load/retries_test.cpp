@@ -17,7 +17,7 @@ constexpr double most_load = 1.0;
 #elif defined(__OPTIMIZE__)
 constexpr double most_load = 0.03;
 #else
-constexpr double most_load = 0.15;
+constexpr double most_load = 0.08;
 #endif
 
 class Retries : public LoadScene {

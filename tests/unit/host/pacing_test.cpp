@@ -38,6 +38,28 @@ TEST(RunBudget, IsRefilledAtTheRateUpToTheBurst) {
     EXPECT_EQ(take_all(budget, start + 1000 * second), 64);
 }
 
+TEST(RunBudget, RunsThatCostMoreAreFewerOnceItHasRunOut) {
+    RunBudget budget(Pace{64, 200.0}, start);
+    // A burst is as long as ever.
+    for (int run = 0; run < 64; ++run) {
+        ASSERT_TRUE(budget.take(start)) << run;
+        budget.charge(2.0);
+    }
+    ASSERT_FALSE(budget.take(start));
+    int runs = 0;
+    for (std::uint64_t now = start; now <= start + 3 * second; now = budget.due()) {
+        if (budget.take(now)) {
+            budget.charge(2.0);
+            ++runs;
+        }
+    }
+    EXPECT_EQ(runs, 200);
+    // Full again, it has forgotten.
+    EXPECT_TRUE(budget.take(start + 100 * second));
+    budget.charge(2.0);
+    EXPECT_EQ(take_all(budget, start + 100 * second), 63);
+}
+
 TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
     for (const double rate : {200.0, 3.0, 0.7, 1e4, 333.3}) {
         RunBudget budget({2, rate}, start);
