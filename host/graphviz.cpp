@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -96,12 +97,19 @@ std::string run_dot(const std::string& text, const std::string& format) {
 }
 
 /// Beside the file itself, because only there it can take its place in one step.
-void replace(const std::string& file, const std::string& content) {
+void replace(const std::string& name, const std::string& content) {
+    // What a link leads to is replaced, not the link.
+    std::error_code no_link;
+    const fs::path linked = fs::canonical(name, no_link);
+    const std::string file = no_link ? name : linked.string();
     const std::string temporary = file + "." + std::to_string(getpid()) + ".tmp";
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0)
         fail("cannot write '" + file + "'", errno);
     int error = 0;
+    struct stat before {};
+    if (stat(file.c_str(), &before) == 0 && fchmod(fd, before.st_mode & 07777U) < 0)
+        error = errno;
     for (std::size_t done = 0; done < content.size() && error == 0;) {
         const ssize_t n = write(fd, content.data() + done, content.size() - done);
         if (n < 0)

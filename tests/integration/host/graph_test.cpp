@@ -222,6 +222,17 @@ TEST_F(GraphPicture, IsRenderedAsSvgOrPng) {
     EXPECT_EQ(files(), (Words{"graph.toml", "picture.png", "picture.svg"}));
 }
 
+TEST_F(GraphPicture, TakesThePlaceOfAFileAsItIsAndOfWhatALinkLeadsTo) {
+    namespace fs = std::filesystem;
+    folder().write("there.svg", "before");
+    fs::permissions(path("there.svg"), fs::perms(0640));
+    fs::create_symlink("there.svg", path("link.svg"));
+    EXPECT_EQ(draw(probes(counted_ticks), {"--output", path("link.svg")}).code, 0);
+    EXPECT_TRUE(fs::is_symlink(path("link.svg")));
+    EXPECT_EQ(fs::status(path("there.svg")).permissions(), fs::perms(0640));
+    EXPECT_GT(fs::file_size(path("there.svg")), 1000U);
+}
+
 TEST_F(GraphPicture, RendererThatFailsSaysWhyAndLeavesTheFileAsItWas) {
     folder().write("picture.svg", "as it was");
     const Ended ended = draw(probes(counted_ticks), {"--output", path("picture.svg")},
