@@ -19,11 +19,13 @@
 #include <thread>
 
 #include "camera/private_bus_files.hpp"
+#include "common/descriptor.hpp"
 #include "common/exit_code.hpp"
 
 namespace camera {
 namespace {
 
+using tool::Descriptor;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
@@ -33,25 +35,6 @@ constexpr std::chrono::seconds stop_limit{2};
 [[noreturn]] void fail(const std::string& reason) {
     throw tool::Failure(tool::ExitCode::unavailable, "cannot start a private bus: " + reason);
 }
-
-/// A file descriptor that closes itself.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(); }
-
-    [[nodiscard]] int get() const noexcept { return fd_; }
-    void close() noexcept {
-        if (fd_ >= 0)
-            ::close(fd_);
-        fd_ = -1;
-    }
-
-  private:
-    int fd_;
-};
 
 fs::path make_folder() {
     const char* base = std::getenv("TMPDIR");

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdio>
 
+#include "common/xml_text.hpp"
+
 namespace camera {
 namespace {
 
@@ -23,26 +25,6 @@ std::string exec_word(std::string_view word) {
 }
 
 }  // namespace
-
-std::string xml_escaped(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
-    return escaped;
-}
 
 std::string address_escaped(std::string_view path) {
     constexpr std::string_view plain =
@@ -67,10 +49,10 @@ std::string bus_configuration(const std::string& address, const std::string& ser
 <busconfig>
   <type>session</type>
   <listen>)" +
-           xml_escaped(address) + R"(</listen>
+           tool::xml_escaped(address) + R"(</listen>
   <auth>EXTERNAL</auth>
   <servicedir>)" +
-           xml_escaped(services) + R"(</servicedir>
+           tool::xml_escaped(services) + R"(</servicedir>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>

@@ -5,9 +5,6 @@
 
 namespace camera {
 
-/// The text as it stands between XML tags.
-[[nodiscard]] std::string xml_escaped(std::string_view text);
-
 /// A path as it stands in a D-Bus address: bytes that have a meaning there become %XX.
 [[nodiscard]] std::string address_escaped(std::string_view path);
 

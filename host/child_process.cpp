@@ -17,32 +17,17 @@ extern "C" {
 #include <sys/pidfd.h>
 }
 
+#include "common/descriptor.hpp"
+
 namespace host {
 namespace {
 
+using tool::Descriptor;
 using Clock = std::chrono::steady_clock;
 
 [[noreturn]] void fail(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(); }
-
-    [[nodiscard]] int get() const noexcept { return fd_; }
-    void close() noexcept {
-        if (fd_ >= 0)
-            ::close(fd_);
-        fd_ = -1;
-    }
-
-  private:
-    int fd_;
-};
 
 /// In the child: what it says is nobody's business, and it ends with its parent.
 void settle_in(pid_t parent) {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "common/diagnostics.hpp"
+#include "common/xml_text.hpp"
 
 namespace host {
 namespace {
@@ -36,17 +37,8 @@ std::string clean(const std::string& text) {
 /// Text within an HTML-like label or a tooltip; never empty, which is a syntax error in the first.
 std::string html(const std::string& text, const char* backslash = "\\\\") {
     std::string escaped;
-    for (const char c : clean(text)) {
+    for (const char c : tool::xml_escaped(clean(text))) {
         switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
             case '"':
                 escaped += "&quot;";
                 break;

@@ -5,12 +5,6 @@
 namespace camera {
 namespace {
 
-TEST(PrivateBusFiles, EscapeWhatXmlTakesForItself) {
-    EXPECT_EQ(xml_escaped(""), "");
-    EXPECT_EQ(xml_escaped("/tmp/a b'\"c"), "/tmp/a b'\"c");
-    EXPECT_EQ(xml_escaped("<&>&amp;"), "&lt;&amp;&gt;&amp;amp;");
-}
-
 TEST(PrivateBusFiles, EscapeWhatAnAddressTakesForItself) {
     EXPECT_EQ(address_escaped("/tmp/Fenwa_bus-1.2/bus"), "/tmp/Fenwa_bus-1.2/bus");
     EXPECT_EQ(address_escaped("a b,c;d=e%f:g"), "a%20b%2cc%3bd%3de%25f%3ag");

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <unistd.h>
+
+namespace tool {
+
+/// A file descriptor that closes itself.
+class Descriptor {
+  public:
+    /// Takes ownership; a negative number stands for none.
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { close(); }
+
+    [[nodiscard]] int get() const noexcept { return fd_; }
+    void close() noexcept {
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = -1;
+    }
+
+  private:
+    int fd_;
+};
+
+}  // namespace tool
