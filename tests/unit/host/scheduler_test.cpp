@@ -115,10 +115,11 @@ TEST_F(SchedulerTest, TimersAreServedBetweenTwoPasses) {
                     },
                     &timer_came),
                 "timer");
-    for (int i = 0; i < 1'000'000 && !timer_came; ++i)
+    // On a busy machine the timer may be due before the first pass; the block goes on behind it.
+    for (int i = 0; i < 1'000'000 && !(timer_came && ran_.size() > 10U); ++i)
         sd_event_run(loop_.get(), 0);
     EXPECT_TRUE(timer_came);
-    EXPECT_GT(ran_.size(), 1U);
+    EXPECT_GT(ran_.size(), 10U);
 }
 
 TEST_F(SchedulerTest, WhatABlockThrowsEndsTheLoopAndIsKept) {
