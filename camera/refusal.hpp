@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "common/suggestion.hpp"
+
 namespace camera {
 
 /// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
@@ -24,7 +26,7 @@ class BusRefusal : public std::runtime_error {
 class Refusal : public std::runtime_error {
   public:
     explicit Refusal(std::string sentence, std::string help = {})
-        : std::runtime_error(help.empty() ? sentence : sentence + "; " + help),
+        : std::runtime_error(tool::with_help(sentence, help)),
           sentence_(std::move(sentence)),
           help_(std::move(help)) {}
 

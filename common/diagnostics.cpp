@@ -4,6 +4,7 @@
 #include <memory>
 #include <sstream>
 
+#include "common/suggestion.hpp"
 #include "common/terminal.hpp"
 
 namespace tool {
@@ -138,7 +139,7 @@ std::vector<std::string> Diagnostics::error_sentences() const {
     std::vector<std::string> sentences;
     for (const Entry& entry : entries_) {
         if (entry.severity == Severity::error)
-            sentences.push_back(entry.help.empty() ? entry.text : entry.text + "; " + entry.help);
+            sentences.push_back(with_help(entry.text, entry.help));
     }
     return sentences;
 }

@@ -56,4 +56,10 @@ std::string did_you_mean(std::string_view typed, const std::vector<std::string>&
     return nearest == nullptr ? std::string{} : "did you mean '" + *nearest + "'?";
 }
 
+std::string with_help(std::string sentence, std::string_view help) {
+    if (!help.empty())
+        sentence.append("; ").append(help);
+    return sentence;
+}
+
 }  // namespace tool

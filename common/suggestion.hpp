@@ -11,4 +11,8 @@ namespace tool {
 [[nodiscard]] std::string did_you_mean(std::string_view typed,
                                        const std::vector<std::string>& candidates);
 
+/// A sentence with a further one, such as the one above, behind a semicolon; alone where that one
+/// is empty.
+[[nodiscard]] std::string with_help(std::string sentence, std::string_view help);
+
 }  // namespace tool

@@ -54,15 +54,13 @@ std::string current_block() {
 
 /// The sender that a match rule names; empty for none.
 std::string sender_of(std::string_view rule) {
-    for (std::string_view key : {"sender='", ",sender='"}) {
-        const std::size_t at =
-            key.front() == ',' ? rule.find(key) : (rule.starts_with(key) ? 0 : rule.npos);
-        if (at == rule.npos)
-            continue;
-        const std::string_view rest = rule.substr(at + key.size());
-        return std::string(rest.substr(0, rest.find('\'')));
-    }
-    return {};
+    constexpr std::string_view key = ",sender='";
+    const std::string keys = ',' + std::string(rule);
+    const std::size_t at = keys.find(key);
+    if (at == keys.npos)
+        return {};
+    const std::string rest = keys.substr(at + key.size());
+    return rest.substr(0, rest.find('\''));
 }
 
 /// Adds what is not there yet. @returns whether it was not.
@@ -84,6 +82,11 @@ BusTap::BusTap(sd_bus& bus) : bus_(bus) {
 BusTap::~BusTap() {
     current_tap = nullptr;
     sd_bus_slot_unref(filter_);
+}
+
+BusTap* BusTap::of(sd_bus* bus, sd_bus_message* message) noexcept {
+    return message == nullptr ? nullptr
+                              : of(bus == nullptr ? sd_bus_message_get_bus(message) : bus);
 }
 
 BusTap* BusTap::of(sd_bus* bus) noexcept {
@@ -145,12 +148,15 @@ int BusTap::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* e
     return r;
 }
 
-BusTap::Pending BusTap::take(std::uint64_t cookie) {
+BusTap::Pending BusTap::take(sd_bus_message& answer, std::uint64_t cookie) {
     auto node = pending_.extract(cookie);
-    if (node.empty())
-        return {};
-    unanswered_ -= node.mapped().counts ? 1 : 0;
-    return std::move(node.mapped());
+    Pending pending = node.empty() ? Pending{} : std::move(node.mapped());
+    unanswered_ -= pending.counts ? 1 : 0;
+    if (is(sd_bus_message_get_sender(&answer), daemon_name))
+        note_limit(pending.block, sd_bus_message_get_error(&answer));
+    if (pending.counts && on_answer_)
+        on_answer_();
+    return pending;
 }
 
 int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {
@@ -158,12 +164,8 @@ int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error)
     std::uint64_t cookie = 0;
     if (tap == nullptr || sd_bus_message_get_reply_cookie(reply, &cookie) < 0)
         return 0;
-    const Pending pending = tap->take(cookie);
     tap->replied_ = cookie;
-    if (is(sd_bus_message_get_sender(reply), daemon_name))
-        tap->note_limit(pending.block, sd_bus_message_get_error(reply));
-    if (pending.counts && tap->on_answer_)
-        tap->on_answer_();
+    const Pending pending = tap->take(*reply, cookie);
     if (pending.callback == nullptr)
         return 0;
     if (pending.block.empty())
@@ -179,11 +181,7 @@ int BusTap::on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*
         return 0;
     // An answer that nobody wants any more, because the block has given up its slot, or to a call
     // that went by unchanged.
-    const Pending pending = tap.take(cookie);
-    if (is(sd_bus_message_get_sender(message), daemon_name))
-        tap.note_limit(pending.block, sd_bus_message_get_error(message));
-    if (pending.counts && tap.on_answer_)
-        tap.on_answer_();
+    static_cast<void>(tap.take(*message, cookie));
     return 0;
 }
 
@@ -226,9 +224,7 @@ extern "C" {
 
 int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* message,
                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
-    sd_bus* const used =
-        bus == nullptr && message != nullptr ? sd_bus_message_get_bus(message) : bus;
-    if (host::BusTap* const tap = host::BusTap::of(used); tap != nullptr && message != nullptr)
+    if (host::BusTap* const tap = host::BusTap::of(bus, message))
         return tap->call_async(slot, message, callback, userdata, timeout);
     return host::real_call_async()(bus, slot, message, callback, userdata, timeout);
 }
@@ -243,9 +239,7 @@ int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
 
 int sd_bus_call(sd_bus* bus, sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
                 sd_bus_message** reply) {
-    sd_bus* const used =
-        bus == nullptr && message != nullptr ? sd_bus_message_get_bus(message) : bus;
-    if (host::BusTap* const tap = host::BusTap::of(used); tap != nullptr && message != nullptr)
+    if (host::BusTap* const tap = host::BusTap::of(bus, message))
         return tap->call(message, timeout, error, reply);
     return host::real_call()(bus, message, timeout, error, reply);
 }

@@ -46,6 +46,8 @@ class BusTap {
 
     // For the functions that stand in for those of sd-bus.
     static BusTap* of(sd_bus* bus) noexcept;
+    /// @param bus null for the message's own.
+    static BusTap* of(sd_bus* bus, sd_bus_message* message) noexcept;
     int call_async(sd_bus_slot** slot, sd_bus_message* message, sd_bus_message_handler_t callback,
                    void* userdata, std::uint64_t timeout);
     int add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message_handler_t callback,
@@ -65,7 +67,8 @@ class BusTap {
     static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error);
 
     void expect(sd_bus_message& message, Pending pending);
-    [[nodiscard]] Pending take(std::uint64_t cookie);
+    /// What was kept for the call that this answers, which is settled with it.
+    Pending take(sd_bus_message& answer, std::uint64_t cookie);
     void note_service(sd_bus_message& message);
     void note_limit(const std::string& block, const sd_bus_error* error);
 

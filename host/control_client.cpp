@@ -53,6 +53,11 @@ tool::MessagePtr ControlClient::send(const tool::MessagePtr& call) const {
     return tool::MessagePtr(reply);
 }
 
+tool::Json ControlClient::describe() const {
+    const tool::MessagePtr reply = send(new_call("Describe"));
+    return tool::Json::parse(tool::read_string(*reply));
+}
+
 void ControlClient::fail(const tool::BusError& error, int r) const {
     const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
     if (name == block_threw_error)

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/bus.hpp"
+#include "common/json_text.hpp"
 #include "host/bus_setting.hpp"
 #include "host/control_names.hpp"
 
@@ -30,6 +31,10 @@ class ControlClient {
     static void append(sd_bus_message& call, const SettingList& settings);
     /// Sends a call and gives the reply.
     [[nodiscard]] tool::MessagePtr send(const tool::MessagePtr& call) const;
+
+    /// What the host says of itself (graph_description.hpp).
+    /// @throws tool::Json::exception where that is no JSON.
+    [[nodiscard]] tool::Json describe() const;
 
     [[nodiscard]] sd_bus& bus() const noexcept { return *bus_; }
     [[nodiscard]] const ControlTarget& target() const noexcept { return target_; }

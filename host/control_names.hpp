@@ -4,6 +4,7 @@
 #include <string>
 
 #include "common/diagnostics.hpp"
+#include "common/suggestion.hpp"
 
 namespace host {
 
@@ -34,8 +35,7 @@ class ControlRefusal : public std::runtime_error {
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
-        : std::runtime_error(tool::one_line(help.empty() ? sentence : sentence + "; " + help)),
-          name_(name) {}
+        : std::runtime_error(tool::one_line(tool::with_help(sentence, help))), name_(name) {}
 
     [[nodiscard]] const char* name() const noexcept { return name_; }
 

@@ -45,9 +45,8 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
 
 Picture picture_of_host(const ControlTarget& target) {
     const ControlClient host(target);
-    const tool::MessagePtr reply = host.send(host.new_call("Describe"));
     try {
-        return make_picture(Json::parse(tool::read_string(*reply)), PictureValues::shown);
+        return make_picture(host.describe(), PictureValues::shown);
     } catch (const Json::exception&) {
         throw Failure(ExitCode::unavailable, "the host describes itself in a form that is unknown");
     }

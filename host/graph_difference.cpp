@@ -45,6 +45,15 @@ void report_differences(const Places& now, const Places& next, Diagnostics& diag
     }
 }
 
+bool same_value(const Fenwa::BlockConfiguration::Value& a,
+                const Fenwa::BlockConfiguration::Value& b) {
+    const auto* const x = std::get_if<double>(&a);
+    const auto* const y = std::get_if<double>(&b);
+    return a == b || (x != nullptr && y != nullptr && std::isnan(*x) && std::isnan(*y));
+}
+
+}  // namespace
+
 bool same_settings(const BlockEntry& a, const BlockEntry& b) {
     if (a.settings.size() != b.settings.size())
         return false;
@@ -55,15 +64,6 @@ bool same_settings(const BlockEntry& a, const BlockEntry& b) {
             return false;
     }
     return true;
-}
-
-}  // namespace
-
-bool same_value(const Fenwa::BlockConfiguration::Value& a,
-                const Fenwa::BlockConfiguration::Value& b) {
-    const auto* const x = std::get_if<double>(&a);
-    const auto* const y = std::get_if<double>(&b);
-    return a == b || (x != nullptr && y != nullptr && std::isnan(*x) && std::isnan(*y));
 }
 
 std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,

@@ -8,9 +8,8 @@
 
 namespace host {
 
-/// Whether two settings hold the same; NaN is the same as NaN.
-[[nodiscard]] bool same_value(const Fenwa::BlockConfiguration::Value& a,
-                              const Fenwa::BlockConfiguration::Value& b);
+/// Whether two blocks are given the same, in whatever order; NaN is the same as NaN.
+[[nodiscard]] bool same_settings(const BlockEntry& a, const BlockEntry& b);
 
 /// Says of everything in which `next` differs from `now`, other than in the settings of blocks,
 /// that it needs a restart: an error at its place in the file of `next`, or at the whole file for

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "common/descriptor.hpp"
 #include "common/diagnostics.hpp"
 #include "common/exit_code.hpp"
 
@@ -31,34 +32,31 @@ namespace fs = std::filesystem;
 class Memory {
   public:
     Memory() : fd_(memfd_create("fenwa", MFD_CLOEXEC)) {
-        if (fd_ < 0)
+        if (fd() < 0)
             fail("cannot make a file in memory", errno);
     }
-    Memory(const Memory&) = delete;
-    Memory& operator=(const Memory&) = delete;
-    ~Memory() { close(fd_); }
 
-    [[nodiscard]] int fd() const noexcept { return fd_; }
+    [[nodiscard]] int fd() const noexcept { return fd_.get(); }
 
     void fill(const std::string& text) const {
         for (std::size_t done = 0; done < text.size();) {
-            const ssize_t n = write(fd_, text.data() + done, text.size() - done);
+            const ssize_t n = write(fd(), text.data() + done, text.size() - done);
             if (n < 0)
                 fail("cannot write to a file in memory", errno);
             done += static_cast<std::size_t>(n);
         }
-        lseek(fd_, 0, SEEK_SET);
+        lseek(fd(), 0, SEEK_SET);
     }
 
     [[nodiscard]] std::string content() const {
-        std::string text(static_cast<std::size_t>(lseek(fd_, 0, SEEK_END)), '\0');
-        const ssize_t n = pread(fd_, text.data(), text.size(), 0);
+        std::string text(static_cast<std::size_t>(lseek(fd(), 0, SEEK_END)), '\0');
+        const ssize_t n = pread(fd(), text.data(), text.size(), 0);
         text.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
         return text;
     }
 
   private:
-    int fd_;
+    tool::Descriptor fd_;
 };
 
 /// Runs `dot` on the text and gives what it makes of it.

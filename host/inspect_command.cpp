@@ -24,9 +24,10 @@ std::vector<std::string> chosen_types(const InspectOptions& options, const Plugi
     if (all.misbehaviour)  // which may be why it is not there
         return {};
     const std::string help = tool::did_you_mean(*options.type, all.types);
-    throw tool::Failure(ExitCode::usage, "no block type '" + *options.type + "' in the plug-in '" +
-                                             options.plugin.name + "'" +
-                                             (help.empty() ? "" : "; " + help));
+    throw tool::Failure(ExitCode::usage,
+                        tool::with_help("no block type '" + *options.type + "' in the plug-in '" +
+                                            options.plugin.name + "'",
+                                        help));
 }
 
 Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {

@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "common/exit_code.hpp"
+#include "common/suggestion.hpp"
 #include "framework/shared/block_registry.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
@@ -209,9 +210,8 @@ PluginTypes list_types(const InspectedPlugin& plugin) {
         plugin, [&plugin](const Sender& send) { list(plugin, send); },
         [&](const Json& message) {
             if (message.contains("unusable")) {
-                const std::string help = message["help"];
-                unusable =
-                    message["unusable"].get<std::string>() + (help.empty() ? "" : "; ") + help;
+                unusable = tool::with_help(message["unusable"].get<std::string>(),
+                                           message["help"].get<std::string>());
             } else {
                 types.file = message["file"];
                 types.types = message["types"].get<std::vector<std::string>>();

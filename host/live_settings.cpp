@@ -17,9 +17,8 @@ namespace host {
 namespace {
 
 using Fenwa::BlockConfiguration;
-using tool::Diagnostics;
-
 using Fenwa::ConfigurationAccess;
+using tool::Diagnostics;
 
 /// What a block that cannot be built dry is told: what it was built with, with what is given now
 /// laid over it. The default of a key that it was given then is not known.
@@ -39,10 +38,7 @@ BlockConfiguration lay_over(const RunningGraph& graph, const BlockEntry& entry,
 /// A file that can be read again without waiting for anybody.
 void check_regular_file(const std::string& path) {
     std::error_code error;
-    const auto type = std::filesystem::status(path, error).type();
-    if (type != std::filesystem::file_type::regular &&
-        type != std::filesystem::file_type::not_found &&
-        type != std::filesystem::file_type::directory && !error)
+    if (std::filesystem::is_other(path, error) && !error)
         throw tool::Failure(tool::ExitCode::unreadable,
                             "cannot read '" + path + "': it is no file");
 }
@@ -150,8 +146,7 @@ void LiveSettings::change(const std::string& block, const SettingList& changes) 
     }
     if (diagnostics.errors() != 0)
         throw ControlRefusal(wrong_setting_error, diagnostics.error_sentences().front());
-    Diagnostics unchanged(path_);
-    if (compare_graphs(graph_.graph(), next, unchanged).empty())
+    if (same_settings(*graph_.graph().find(block), *entry))
         return;
     try {
         graph_.reconfigure(std::move(next), {{block, after.configuration}}, diagnostics);

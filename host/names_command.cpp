@@ -11,12 +11,6 @@ namespace {
 
 using tool::Json;
 
-Json description_of(const ControlTarget& target) {
-    const ControlClient host(target);
-    const tool::MessagePtr reply = host.send(host.new_call("Describe"));
-    return Json::parse(tool::read_string(*reply));
-}
-
 void add_ports(const Json& block, const char* list, std::vector<std::string>& names) {
     for (const Json& port : block.at(list))
         names.push_back(block.at("name").get<std::string>() + '.' +
@@ -54,7 +48,7 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
 
 tool::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
     open_closed_streams();
-    const Json description = description_of(target);
+    const Json description = ControlClient(target).describe();
     std::set<std::string> hidden;
     if (kind == NameKind::inputs) {
         for (const Json& connection : description.at("connections"))

@@ -7,7 +7,7 @@
 
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
-#include "host/graph_checker.hpp"
+#include "host/dry_construction.hpp"
 #include "host/journal.hpp"
 
 namespace host {
@@ -45,20 +45,15 @@ template <class Call>
 void RunningGraph::call(const Instance& instance, const char* phase, Call&& body,
                         tool::Diagnostics& diagnostics) {
     const CurrentBlock current(instance.name);
-    const auto fail = [&](const std::string& what) {
-        throw BlockFailure(diagnostics.locate(instance.entry->where) +
-                           ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
-                           tool::one_line(what));
-    };
     try {
         body();
     } catch (const Fenwa::ConfigurationError& error) {
         report(error, *instance.entry, diagnostics);
         throw;
-    } catch (const std::exception& error) {
-        fail(error.what());
     } catch (...) {
-        fail("something that is no std::exception");
+        throw BlockFailure(diagnostics.locate(instance.entry->where) +
+                           ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
+                           tool::one_line(describe(std::current_exception())));
     }
 }
 

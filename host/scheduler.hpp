@@ -46,10 +46,10 @@ class Scheduler {
     void hold_for_answers(std::function<std::size_t()> unanswered) {
         unanswered_ = std::move(unanswered);
     }
+    void answered() noexcept;
     /// From here on a run during which `calls`, all that blocks have made so far, goes up costs
     /// more of the block's budget.
     void charge_calls(std::function<std::uint64_t()> calls) { calls_ = std::move(calls); }
-    void answered() noexcept;
 
     /// From here on passes are made; what became ready before runs first.
     void enable();

@@ -44,10 +44,7 @@ class Watch {
   private:
     /// A variant does not tell a float from a double, and event lines do.
     void learn_datatypes() {
-        const tool::MessagePtr reply = host_.send(host_.new_call("Describe"));
-        const char* text = nullptr;
-        check(sd_bus_message_read(reply.get(), "s", &text), "cannot read the host's description");
-        const tool::Json description = tool::Json::parse(text);
+        const tool::Json description = host_.describe();
         for (const tool::Json& block : description.at("blocks")) {
             const auto name = block.at("name").get<std::string>();
             for (const tool::Json& output : block.at("outputs"))
