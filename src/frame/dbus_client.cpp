@@ -95,7 +95,7 @@ int DBusClient::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*error*/
     OwnerChange change;
     if (const int r = take_owner_change(signal, change); r < 0)
         return r;
-    if (service_name == change.name) {
+    if (change.is_of(service_name)) {
         // Whatever the state is, also when stopped.
         state = state_after<OwnerState>(change);
         event_port->fire();

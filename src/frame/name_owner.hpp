@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <string>
+#include <string_view>
 
 #include "src/frame/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
@@ -26,8 +27,12 @@ struct OwnerChange {
     const char* old_owner = nullptr;
     const char* new_owner = nullptr;
 
-    /// Whether nobody owns the name any more. Only of a signal that was read.
-    [[nodiscard]] bool lost() const noexcept { return *new_owner == '\0'; }
+    /// Whether it is the owner of this name that has changed. A null name is none.
+    [[nodiscard]] bool is_of(std::string_view followed) const noexcept {
+        return name != nullptr && followed == name;
+    }
+    /// Whether nobody owns the name any more. A null owner is not the empty one.
+    [[nodiscard]] bool lost() const noexcept { return new_owner != nullptr && *new_owner == '\0'; }
 };
 
 /// What the bus daemon answered to GetNameOwner.

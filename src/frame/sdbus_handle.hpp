@@ -21,7 +21,10 @@ class SdBusHandle {
     ~SdBusHandle() { reset(); }
 
     /// Gives up what is held, if anything.
-    void reset() noexcept { object_ = Unref(object_); }
+    void reset() noexcept {
+        if (object_ != nullptr)
+            object_ = Unref(object_);
+    }
 
     /// Null when nothing is held; stays owned by the handle.
     [[nodiscard]] Object* get() const noexcept { return object_; }

@@ -40,6 +40,12 @@ void Interception::hand_out(Message reply, sd_bus_message** place) {
     replies_.insert(*place);
 }
 
+void Interception::record_message_release(sd_bus_message* message) {
+    if (message == nullptr)
+        journal_.emplace_back("unref of no message");
+    replies_.erase(message);
+}
+
 void Interception::record_error_release(const sd_bus_error* error) {
     if (error == filled_error_)
         filled_error_ = nullptr;

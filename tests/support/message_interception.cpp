@@ -15,6 +15,17 @@ std::optional<int> made_up(MessageFunction function) {
     return interception == nullptr ? std::nullopt : interception->made_up_result(function);
 }
 
+/// Takes back one of the strings that have been read, where a test wants that.
+void null_a_string(std::va_list targets) {
+    Interception* const interception = Interception::current();
+    const auto place = interception == nullptr ? std::nullopt : interception->string_to_null();
+    if (!place)
+        return;
+    for (std::size_t before = 0; before < *place; ++before)
+        (void)va_arg(targets, const char**);
+    *va_arg(targets, const char**) = nullptr;
+}
+
 int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
     if (const auto result = made_up(MessageFunction::reply_method_return))
         return *result;
@@ -31,8 +42,12 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
         return *result;
     std::va_list targets;
     va_start(targets, types);
+    std::va_list again;
+    va_copy(again, targets);
     const int r = sd_bus_message_readv(message, types, targets);
     va_end(targets);
+    null_a_string(again);
+    va_end(again);
     return r;
 }
 

@@ -82,13 +82,17 @@ class Interception {
     /// nothing lets a call through.
     void make_up(MessageFunction function, const std::vector<std::optional<int>>& results);
 
+    /// The next read of strings alone leaves a null one in this place, counted from 0.
+    void null_string(std::size_t place) { string_to_null_ = place; }
+
     /// Puts an entry into the journal for something that does not go through sd-bus's own
     /// functions.
     void note(std::string entry);
 
     /// Everything recorded since the last time, in order: the texts of the sendings,
     /// "release #N NAME" for the slot of the N-th sending since the interception began,
-    /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return, and notes.
+    /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return,
+    /// "unref of no slot" or "unref of no message" where there was none to give up, and notes.
     [[nodiscard]] std::vector<std::string> take_journal();
 
     /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
@@ -109,13 +113,15 @@ class Interception {
                              sd_bus_message** reply);
     /// Hands a reply to a caller, who is to release it.
     void hand_out(Message reply, sd_bus_message** place);
-    void record_message_release(sd_bus_message* message) { replies_.erase(message); }
+    void record_message_release(sd_bus_message* message);
     void record_error_release(const sd_bus_error* error);
-    /// @returns whether the slot is one of ours.
+    /// @returns whether the slot is one of ours, or null.
     bool record_release(sd_bus_slot* slot);
     void record_answer(const sd_bus_message* message, const std::string& text, int result);
     /// @returns what the function is to return now, or nothing where the real one is to be called.
     std::optional<int> made_up_result(MessageFunction function);
+    /// @returns which string the read that ends now is to leave null, if any.
+    std::optional<std::size_t> string_to_null();
 
   private:
     struct CallEnding {
@@ -130,6 +136,7 @@ class Interception {
     std::set<sd_bus_message*> replies_;           // handed out and not released
     const sd_bus_error* filled_error_ = nullptr;  // ... and the error structure
     std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
+    std::optional<std::size_t> string_to_null_;
     const sd_bus_message* answered_ = nullptr;
     std::vector<std::string> journal_;
 };

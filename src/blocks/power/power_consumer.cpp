@@ -1,7 +1,5 @@
 #include "src/blocks/power/power_consumer.hpp"
 
-#include <cstring>
-
 #include "fenwa/log.hpp"
 #include "src/blocks/power/power_control.hpp"
 #include "src/frame/bus_call.hpp"
@@ -14,6 +12,11 @@ namespace {
 
 constexpr const char* exported_path = "/com/tarlo/Vipd/PowerConsumer";
 constexpr const char* exported_interface = "com.tarlo.Vipd.PowerConsumer";
+
+/// A null string written to a line would end it there.
+const char* text_or_nothing(const char* text) {
+    return text == nullptr ? "" : text;
+}
 
 }  // namespace
 
@@ -111,11 +114,11 @@ int PowerConsumer::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*erro
     OwnerChange change;
     if (const int r = read_owner_change(signal, change); r < 0)
         return r;
-    if (std::strcmp(change.name, power_control_consumer.destination) != 0)
+    if (!change.is_of(power_control_consumer.destination))
         return 0;
     Fenwa::ilog(static_cast<int>(Level::information))
-        << "Owner of '" << change.name << "' changed from '" << change.old_owner << "' to '"
-        << change.new_owner << "'";
+        << "Owner of '" << change.name << "' changed from '" << text_or_nothing(change.old_owner)
+        << "' to '" << text_or_nothing(change.new_owner) << "'";
     if (change.lost()) {
         registered = false;
         power_requested = false;

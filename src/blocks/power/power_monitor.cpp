@@ -54,7 +54,7 @@ PowerMonitor::PowerMonitor(std::string name, const Fenwa::BlockConfiguration& co
       value_received(false),
       stopped(false),
       retry_count(0) {
-    read_power(tools);
+    const Message reply = read_power(tools);
     wake();
 }
 
@@ -88,7 +88,7 @@ void PowerMonitor::wake() noexcept {
         event_port->fire();
 }
 
-void PowerMonitor::read_power(const Fenwa::InitTools& tools) {
+Message PowerMonitor::read_power(const Fenwa::InitTools& tools) {
     Message reply;
     try {
         tools.sdbus_tools->get_property(power_control_status.destination, power_control_status.path,
@@ -100,7 +100,8 @@ void PowerMonitor::read_power(const Fenwa::InitTools& tools) {
     double power = 0.0;
     if (sd_bus_message_read(reply.get(), "d", &power) < 0)
         log_ended_line("Failed to get PowerReceived from dbus reply.");
-    received_power = power;
+    received_power.exchange(power);
+    return reply;
 }
 
 void PowerMonitor::match_property_changes() {
@@ -154,7 +155,7 @@ int PowerMonitor::on_power(sd_bus_message* reply, sd_bus_error* error) {
     }
     value_received = true;
     retry_count = 0;
-    received_power = power;
+    received_power.exchange(power);
     wake();
     return answer(reply);
 }
@@ -193,7 +194,7 @@ int PowerMonitor::on_properties_changed(sd_bus_message* signal, sd_bus_error* er
             log_ended_line(read_failure_prefix, std::strerror(-r));
             return -1;
         }
-        received_power = power;
+        received_power.exchange(power);
         if (sd_bus_message_exit_container(signal) < 0)
             log_ended_line("Failed to exit container for: ", name);
         // The entry stays open, so the next enter fails in it and ends the loop: what stands

@@ -38,7 +38,8 @@ class PowerMonitor : public Fenwa::Block {
 
     [[nodiscard]] bool power_ok() const noexcept;
     void wake() noexcept;
-    void read_power(const Fenwa::InitTools& tools);
+    /// @returns the reply, empty on failure.
+    Message read_power(const Fenwa::InitTools& tools);
     void match_property_changes();
     void query_power();
     void retry() noexcept;

@@ -1,7 +1,6 @@
 #include "src/blocks/temperature/temperature_monitor.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <ostream>
 
 #include "fenwa/log.hpp"
@@ -64,7 +63,9 @@ TemperatureMonitor::TemperatureMonitor(std::string name, const Fenwa::BlockConfi
     thresholds.at(high_on) = config.getFloat("high_on_temp", 998.0F);
     thresholds.at(high_off) = config.getFloat("high_off_temp", 1000.0F);
     look_up_sensor(tools, sensor_name);
-    temperature_ok = inside_band(read_temperature(tools, sensor_name));
+    double reading = -999.0;
+    const Message reply = read_temperature(tools, sensor_name, reading);
+    temperature_ok = inside_band(reading);
     temperature_ok_out->publish(temperature_ok);
     wake();
 }
@@ -122,13 +123,13 @@ void TemperatureMonitor::look_up_sensor(const Fenwa::InitTools& tools,
     read_value(reply, "i", sensor_id);
 }
 
-double TemperatureMonitor::read_temperature(const Fenwa::InitTools& tools,
-                                            const std::string& sensor_name) const {
-    double reading = -999.0;
-    const Message reply = call_controller(tools, "Failed to read temperature: ", "GetTemperature",
-                                          "is", sensor_id, sensor_name.c_str());
+Message TemperatureMonitor::read_temperature(const Fenwa::InitTools& tools,
+                                             const std::string& sensor_name,
+                                             double& reading) const {
+    Message reply = call_controller(tools, "Failed to read temperature: ", "GetTemperature", "is",
+                                    sensor_id, sensor_name.c_str());
     read_value(reply, "d", reading);
-    return reading;
+    return reply;
 }
 
 bool TemperatureMonitor::inside_band(double reading) const {
@@ -233,7 +234,7 @@ int TemperatureMonitor::on_owner_changed(sd_bus_message* signal, sd_bus_error* e
         return r;
     // A controller that is gone has forgotten the limits; one that has come has nothing to be told
     // here, as the registration is tried from the moment of the loss on.
-    if (std::strcmp(change.name, temperature_controller.destination) == 0 && change.lost()) {
+    if (change.is_of(temperature_controller.destination) && change.lost()) {
         registered.fill(false);
         wake();
     }

@@ -51,8 +51,10 @@ class TemperatureMonitor : public Fenwa::Block {
 
     void wake() noexcept;
     void look_up_sensor(const Fenwa::InitTools& tools, const std::string& sensor_name);
-    [[nodiscard]] double read_temperature(const Fenwa::InitTools& tools,
-                                          const std::string& sensor_name) const;
+    /// @param reading left alone on failure.
+    /// @returns the reply, empty on failure.
+    [[nodiscard]] Message read_temperature(const Fenwa::InitTools& tools,
+                                           const std::string& sensor_name, double& reading) const;
     [[nodiscard]] bool inside_band(double reading) const;
     void match_temperature_signal();
     void register_limit(std::size_t limit);

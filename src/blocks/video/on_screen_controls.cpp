@@ -1,7 +1,6 @@
 #include "src/blocks/video/on_screen_controls.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "fenwa/log.hpp"
@@ -213,7 +212,7 @@ int OnScreenControls::name_owner_changed_callback(sd_bus_message* signal, sd_bus
     OwnerChange change;
     if (const int r = take_owner_change(signal, change); r < 0)
         return r;
-    if (std::strcmp(change.name, on_screen_controls.destination) == 0) {
+    if (change.is_of(on_screen_controls.destination)) {
         // Whatever the state is, also when stopped.
         state = state_after<ControlsState>(change);
         event_port->fire();

@@ -28,6 +28,8 @@ TEST_F(SlotTest, IsEmptyAtFirstAndReleasesNothing) {
         Slot slot;
         EXPECT_FALSE(slot);
         slot.reset();
+        blocks::Message message;
+        message.reset();
     }
     EXPECT_EQ(bus.take_journal(), Journal{});
 }

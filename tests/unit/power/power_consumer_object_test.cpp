@@ -26,12 +26,10 @@ TEST_F(PowerConsumerTest, DescribesOneMethodThatAnyoneMayCall) {
 
 TEST_F(PowerConsumerTest, RemembersItsObjectUntilTheHostTakesItOver) {
     const auto place_is_free = [this] {
-        sd_bus_slot* slot = nullptr;
-        const int r = sd_bus_add_object_vtable(
-            messages.bus(), &slot, "/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer",
-            LayoutProbe::exported_methods(), nullptr);
-        sd_bus_slot_unref(slot);
-        return r >= 0;
+        blocks::Slot slot;
+        return sd_bus_add_object_vtable(messages.bus(), slot.out(), "/com/tarlo/Vipd/PowerConsumer",
+                                        "com.tarlo.Vipd.PowerConsumer",
+                                        LayoutProbe::exported_methods(), nullptr) >= 0;
     };
     {
         const PowerConsumer alone("alone", {{"power", 1.0}});

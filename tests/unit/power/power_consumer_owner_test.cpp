@@ -48,6 +48,31 @@ TEST_F(PowerConsumerTest, OnlyLogsANewOwnerOfTheController) {
     EXPECT_EQ(run(), Journal{});
 }
 
+TEST_F(PowerConsumerTest, LeavesANullOwnerOutOfTheLine) {
+    make();
+    ask();
+    const auto change = owner_change("sss", "com.tarlo.PowerControl.Consumer", ":1.5", "");
+    const std::string begin = "4 Owner of 'com.tarlo.PowerControl.Consumer' changed from '";
+    bus.null_string(2);
+    EXPECT_EQ(bus.sending(1).deliver(change), 0);
+    EXPECT_EQ(log.take(), (Lines{begin + ":1.5' to ''"}));
+    EXPECT_FALSE(consumer->woken()) << "a null owner is not the empty one";
+    bus.null_string(1);
+    EXPECT_EQ(bus.sending(1).deliver(change), 0);
+    EXPECT_EQ(log.take(), (Lines{begin + "' to ''"}));
+    EXPECT_TRUE(consumer->woken());
+}
+
+TEST_F(PowerConsumerTest, IgnoresTheOwnerOfANullName) {
+    make();
+    ask();
+    bus.null_string(0);
+    EXPECT_EQ(
+        bus.sending(1).deliver(owner_change("sss", "com.tarlo.PowerControl.Consumer", ":1.5", "")),
+        0);
+    EXPECT_FALSE(consumer->woken());
+}
+
 TEST_F(PowerConsumerTest, IgnoresTheOwnersOfOtherNames) {
     make();
     ask();
