@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <utility>
 
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
@@ -239,6 +240,7 @@ void RunningGraph::refer_to_entries() {
 
 void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& before,
                         const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics) {
+    deliver_late(instance);
     call(
         instance, "reconfigure",
         [&] {
@@ -293,16 +295,19 @@ void RunningGraph::run(Fenwa::Block& block) {
     Fenwa::ReadyQueue::about_to_run(block);
     if (!HostAccess::arm(block))
         return;
+    deliver_late(instance);
     call(instance, "run", [&] { block.run(); });
     HostAccess::disarm(block);
     deliver(instance);
 }
 
-void RunningGraph::deliver(Instance& instance) {
+const Fenwa::OutPortInternal* RunningGraph::deliver(Instance& instance) {
+    const Fenwa::OutPortInternal* delivered = nullptr;
     for (Output& output : instance.outputs) {
         if (!output.port->is_triggered())
             continue;
         output.port->reset(true);
+        delivered = output.port;
         const void* const value = HostAccess::value_address(*output.port);
         const PortValue held = read_value(output.port->datatype(), value);
         events_.output(instance.name, output.port->name(), output.port->datatype(), held);
@@ -315,12 +320,26 @@ void RunningGraph::deliver(Instance& instance) {
                 HostAccess::connect(*target.port, value);
         }
     }
+    return delivered;
+}
+
+void RunningGraph::deliver_late(Instance& instance) {
+    const Fenwa::OutPortInternal* const port = deliver(instance);
+    if (port == nullptr || std::exchange(instance.published_late, true))
+        return;
+    std::cerr << "fenwa: "
+              << tool::one_line(describe(*instance.entry) + " published '" + port->name() +
+                                "' outside of the framework's calls, such as in an sd-bus "
+                                "callback: the value was delivered late, and those before it are "
+                                "lost")
+              << '\n';
 }
 
 void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& report) noexcept {
     scheduler_.disable();
     for (; stop_below_ > 0; --stop_below_) {
         Instance& instance = *instances_[stop_below_ - 1];
+        deliver_late(instance);
         try {
             call(instance, "stop", [&] { instance.block->stop(); });
         } catch (...) {

@@ -141,6 +141,7 @@ class RunningGraph {
         std::unique_ptr<Fenwa::Block> block;
         Terminations terminations;    ///< none before its setup
         std::vector<Output> outputs;  ///< empty until the blocks are connected
+        bool published_late = false;  ///< that has been reported
     };
 
     void create(const BlockEntry& entry);
@@ -148,7 +149,11 @@ class RunningGraph {
     [[nodiscard]] BlocksByName blocks_by_name() const;
     void connect(const BlocksByName& blocks);
     void run(Fenwa::Block& block);
-    void deliver(Instance& instance);
+    /// Delivers each output that carries a new value. @returns the last of them, or null.
+    const Fenwa::OutPortInternal* deliver(Instance& instance);
+    /// Delivers, before a call into the block, what it has published outside of one, and reports
+    /// the first time.
+    void deliver_late(Instance& instance);
     void say_limit(const std::string* block, const std::string& text) const;
     void say_refused(const Instance& instance, const Fenwa::RefusedExport& refused) const;
     /// Has every instance refer to its entry in `graph_`.

@@ -134,7 +134,10 @@ class OutPort : public OutPortInternal {
 
     /// Publishes: assigns in place and marks the port as carrying a new value, which the host
     /// picks up after the call into the block, also where the value is the same as before.
-    /// Thread of `run()`, and constructors.
+    /// Only inside an operation that the framework calls: constructor, `setup`, `start`, `run`,
+    /// `reconfigure`, `stop`. Never in an sd-bus callback, which stores what it learns and fires an
+    /// event port: after a callback nobody looks for values, so this one waits for the next call,
+    /// and a further one replaces it.
     void publish(const T& new_value) {
         value = new_value;
         set_triggered();

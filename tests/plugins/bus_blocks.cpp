@@ -1,4 +1,5 @@
 #include <chrono>
+#include <string_view>
 #include <thread>
 
 #include "tests/plugins/probe.hpp"
@@ -139,12 +140,51 @@ class Caller : public Fenwa::Block {
     Fenwa::EventPort& go_;
 };
 
+/// Publishes on "heard" where it must not: in the callback of "com.example.Echo1", exported at its
+/// key "path", the number of calls so far. The text "run" also has it run, which publishes 100.
+class Hasty : public Fenwa::Block {
+  public:
+    Hasty(std::string name, const Fenwa::BlockConfiguration& config)
+        : Fenwa::Block(std::move(name), config),
+          heard_(add_output<int>(*this, "heard")),
+          go_(*make_eventport("go")) {
+        add_dbus(config.getString("path"), "com.example.Echo1", table, this);
+    }
+
+    bool run() override {
+        heard_.publish(100);
+        return true;
+    }
+
+  private:
+    static int on_call(sd_bus_message* call, void* userdata, sd_bus_error* error) {
+        auto& block = *static_cast<Hasty*>(userdata);
+        block.heard_.publish(++block.calls_);
+        const char* text = nullptr;
+        if (sd_bus_message_read(call, "s", &text) > 0 && std::string_view(text) == "run")
+            block.go_.fire();
+        sd_bus_message_rewind(call, 1);
+        return echo(call, userdata, error);
+    }
+
+    static constexpr sd_bus_vtable table[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("Echo", "s", "s", on_call, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_END,
+    };
+
+    Fenwa::OutPort<int>& heard_;
+    Fenwa::EventPort& go_;
+    int calls_ = 0;
+};
+
 }  // namespace
 
 void register_bus_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Exporter>("Exporter");
     registry.register_block<Leaver>("Leaver");
     registry.register_block<Caller>("Caller");
+    registry.register_block<Hasty>("Hasty");
 }
 
 }  // namespace probe

@@ -1,5 +1,6 @@
 #include "tests/integration/blocks/scene.hpp"
 
+#include <csignal>
 #include <sstream>
 
 namespace test {
@@ -47,10 +48,12 @@ void BlockScene::start_host() {
     host_name_ = monitor_->caller_of(cast_.first_call);
 }
 
+std::string BlockScene::write_graph(const std::string& graph) const {
+    return folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph);
+}
+
 void BlockScene::start_host_without_first_call() {
-    const std::string graph =
-        folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" +
-                                        (setting_.graph.empty() ? cast_.graph : setting_.graph));
+    const std::string graph = write_graph(setting_.graph.empty() ? cast_.graph : setting_.graph);
     std::vector<std::string> command{FENWA_PROGRAM, "run",      graph, "--bus",
                                      address(),     "--format", "json"};
     command.insert(command.end(), setting_.host_options.begin(), setting_.host_options.end());
@@ -58,10 +61,24 @@ void BlockScene::start_host_without_first_call() {
 }
 
 void BlockScene::camera(std::vector<std::string> order) const {
-    order.insert(order.begin(), FENWA_CAMERA_PROGRAM);
-    order.insert(order.end(), {"--bus", address()});
-    const Ended done = run_program(order);
+    run_on_bus(FENWA_CAMERA_PROGRAM, std::move(order));
+}
+
+void BlockScene::fenwa(std::vector<std::string> words) const {
+    run_on_bus(FENWA_PROGRAM, std::move(words));
+}
+
+void BlockScene::run_on_bus(const std::string& program, std::vector<std::string> words) const {
+    words.insert(words.begin(), program);
+    words.insert(words.end(), {"--bus", address()});
+    const Ended done = run_program(words);
     ASSERT_EQ(done.code, 0) << done.err;
+}
+
+void BlockScene::reload(const std::string& graph) {
+    static_cast<void>(write_graph(graph));
+    host_->send_signal(SIGHUP);
+    ASSERT_TRUE(host_->wait_for_error_text("reloaded")) << host_->err();
 }
 
 void BlockScene::wait_for_output(const std::string& value) {

@@ -52,6 +52,11 @@ class BlockScene : public ::testing::Test {
     /// Gives the camera an order, such as {"set", "temperature.main", "40"}.
     void camera(std::vector<std::string> order) const;
 
+    /// Has the host read this graph in place of its own.
+    void reload(const std::string& graph);
+    /// Runs `fenwa` with these words against the bus of the scene, such as {"set", "a", "b=1"}.
+    void fenwa(std::vector<std::string> words) const;
+
     /// Waits until an output of this value was published, as it stands in the event line.
     void wait_for_output(const std::string& value);
     /// Waits until every block is started.
@@ -83,6 +88,10 @@ class BlockScene : public ::testing::Test {
     [[nodiscard]] const Ended& ended() const { return ended_; }
 
   private:
+    /// Writes the graph file. @returns its path.
+    [[nodiscard]] std::string write_graph(const std::string& graph) const;
+    void run_on_bus(const std::string& program, std::vector<std::string> words) const;
+
     Cast cast_;
     TemporaryFolder folder_;
     Setting setting_;

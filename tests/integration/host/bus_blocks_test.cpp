@@ -185,5 +185,26 @@ TEST_F(BusBlocks, BusThatIsLostDuringTheStartEndsIt) {
     EXPECT_TRUE(messages(ended.out).ends_with("one: stop\none: destructor\n"));
 }
 
+TEST_F(BusBlocks, PublicationInACallbackIsDeliveredBeforeTheNextCallAndReportedOnce) {
+    Process host(run_command(probes("[bus]\nnames = [\"com.example.Hasty\"]\n[blocks.hasty]\n"
+                                    "type = \"Hasty\"\npath = \"/com/example/Hasty\"\n"),
+                             {"--bus", bus()}));
+    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    BusListener client(bus());
+    for (const char* text : {"a", "run", "c", "run", "e"})
+        client.echo("com.example.Hasty", "/com/example/Hasty", text);
+    const Ended ended = host.terminate();
+    const auto heard = [](const std::string& value) {
+        return R"({"event":"output","time":0,"block":"hasty","port":"heard","type":"int","value":)" +
+               value + "}\n";
+    };
+    EXPECT_EQ(without_times(lines_with(ended.out, "output")),
+              heard("2") + heard("100") + heard("4") + heard("100") + heard("5"));
+    EXPECT_EQ(ended.err,
+              "fenwa: block 'hasty' (Hasty) published 'heard' outside of the framework's calls, "
+              "such as in an sd-bus callback: the value was delivered late, and those before it "
+              "are lost\n");
+}
+
 }  // namespace
 }  // namespace test
