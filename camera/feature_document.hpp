@@ -42,7 +42,8 @@ inline constexpr std::size_t max_document_bytes = std::size_t{64} * 1024;
 /// "name", "niceName", "info", "requestType", "requestPayload", "requestURL" (strings) and
 /// "response" (a boolean). Names are not empty, and each button has one of its own; what else a
 /// document holds is not looked at.
-/// @throws BadDocument with the byte of a syntax error, or the JSON pointer of a wrong member.
+/// @throws BadDocument with the byte of a syntax error, or the JSON pointer of a wrong member, and
+///         for one that `tool::parse_json` refuses.
 [[nodiscard]] Feature read_feature(std::string_view document);
 
 }  // namespace camera

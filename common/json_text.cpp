@@ -3,6 +3,24 @@
 #include <cmath>
 
 namespace tool {
+namespace {
+
+/// The library's text behind `mark`, which ends its own error number and place; it quotes what it
+/// has read, which may be as long as the whole text.
+std::string reason(const std::exception& error, std::string_view mark) {
+    constexpr std::size_t longest = 200;
+    std::string text = error.what();
+    if (const std::size_t at = text.find(mark); at != std::string::npos)
+        text.erase(0, at + mark.size());
+    if (text.size() <= longest)
+        return text;
+    std::size_t end = longest;
+    while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
+        --end;  // not within a character
+    return text.substr(0, end) + "…";
+}
+
+}  // namespace
 
 Json json_number(double value) {
     if (std::isnan(value))
@@ -18,6 +36,15 @@ std::string json_line(const Json& value) {
 
 std::string json_ascii(const Json& value) {
     return value.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+void detail::refuse_json(const std::string& what, const nlohmann::json::parse_error& error) {
+    throw JsonError(what + " is not JSON, see byte " + std::to_string(error.byte) + ": " +
+                    reason(error, ": "));
+}
+
+void detail::refuse_json(const std::string& what, const nlohmann::json::exception& error) {
+    throw JsonError(what + " holds a number out of range: " + reason(error, "] "));
 }
 
 }  // namespace tool

@@ -49,6 +49,11 @@ TEST_F(Controls, AWrongDocumentIsRefusedWithItsPlace) {
     std::string document = wdr_document(1);
     document.replace(document.find("false"), 5, "\"no\"");
     EXPECT_EQ(add(document), invalid + "'/features/0/response' must be a boolean, not a string.");
+    document = wdr_document(1);
+    document.replace(document.find("false"), 5, "1e999");
+    EXPECT_EQ(
+        add(document),
+        invalid + "The document holds a number out of range: number overflow parsing '1e999'.");
     EXPECT_EQ(add(wdr_document(1), ""),
               error + "InvalidLanguage: A language's tag has 1 to 255 bytes.");
     EXPECT_EQ(list(), "([])");

@@ -117,8 +117,16 @@ TEST(FeatureDocument, IsOfABoundedLength) {
     longest["more"] = std::string(max_document_bytes - longest.dump().size(), 'x');
     EXPECT_EQ(mistake(longest.dump()), "no mistake");
     EXPECT_EQ(mistake(longest.dump() + ' '), "The document is longer than 65536 bytes.");
-    EXPECT_THAT(mistake(std::string(max_document_bytes, '[')), HasSubstr("not JSON"))
-        << "nesting is bounded by that too";
+    EXPECT_THAT(mistake(std::string(max_document_bytes, '[')), HasSubstr("nested deeper"));
+}
+
+TEST(FeatureDocument, ANumberThatNobodyCanStoreIsRefused) {
+    json spoiled = document();
+    spoiled["more"] = "NUMBER";
+    std::string text = spoiled.dump();
+    text.replace(text.find("\"NUMBER\""), 8, "1e999");
+    EXPECT_EQ(mistake(text),
+              "The document holds a number out of range: number overflow parsing '1e999'.");
 }
 
 }  // namespace
