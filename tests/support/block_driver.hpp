@@ -11,6 +11,7 @@
 #include "tests/support/bus_messages.hpp"
 #include "tests/support/debug_store_recorder.hpp"
 #include "tests/support/fake_tools.hpp"
+#include "tests/support/framework_interception.hpp"
 #include "tests/support/log_recorder.hpp"
 #include "tests/support/sdbus_interception.hpp"
 
@@ -30,17 +31,22 @@ class BlockDriver {
     T* operator->() { return block_.get(); }
     T& operator*() { return *block_; }
 
-    /// Whether the block has asked to be run since the last time.
+    /// Whether the block has asked to be run since the last time. Takes its fires.
     [[nodiscard]] bool woken() {
+        (void)journal_->take(effect::fire);
         const bool armed = arm();
         Fenwa::HostAccess::disarm(*block_);
         return armed;
     }
 
-    /// Runs the block as a host does that it has asked to: its marks are triggered during the run.
+    /// Runs the block as a host does that it has asked to: its marks are triggered during the run,
+    /// and not the block's to take away. Takes the fires before it.
     [[nodiscard]] bool run_woken() {
+        (void)journal_->take(effect::fire);
         EXPECT_TRUE(arm()) << "nothing has woken the block";
+        const auto triggered = triggered_ports(*block_);
         const bool result = block_->run();
+        EXPECT_EQ(triggered_ports(*block_), triggered) << "the block has reset a port";
         Fenwa::HostAccess::disarm(*block_);
         return result;
     }
@@ -67,18 +73,35 @@ class BlockDriver {
             return std::make_unique<T>(std::forward<Arguments>(arguments)...);
     }
 
+    std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
     Fenwa::ReadyQueue queue_{[] {}};
     Fenwa::InitTools tools_;
     std::unique_ptr<T> block_;
 };
 
-/// Where everything about a block is recorded: what it sends, logs and tells the debug-data store.
+/// Where everything about a block is recorded, in one journal.
 struct Recorders {
+    std::shared_ptr<EffectJournal> journal = EffectJournal::shared();
     LogRecorder log;
     DebugStoreRecorder debug;
     Messages messages;
     Interception bus;
     FakeTools tools{messages.bus(), bus};
+};
+
+/// Base of the tests of a block.
+class BlockTest : public testing::Test {
+  protected:
+    using Journal = std::vector<std::string>;
+
+    /// All effects since the last time, in their order.
+    [[nodiscard]] Journal take() { return journal.take(); }
+
+    support::Recorders recorders;
+    EffectJournal& journal = *recorders.journal;
+    LogRecorder& log = recorders.log;
+    Messages& messages = recorders.messages;
+    Interception& bus = recorders.bus;
 };
 
 }  // namespace support

@@ -30,23 +30,25 @@ int Interception::record_blocking_call(Sending sending, const std::string& name,
         filled_error_ = error;
     }
     if (ending.reply != nullptr)
-        hand_out(std::move(ending.reply), reply);
+        hand_out(std::move(ending.reply), reply, name);
     return r;
 }
 
-void Interception::hand_out(Message reply, sd_bus_message** place) {
+void Interception::hand_out(Message reply, sd_bus_message** place, const std::string& name) {
     EXPECT_EQ(*place, nullptr) << "the reply is written over what stood there";
     *place = reply.release();
-    replies_.insert(*place);
+    replies_.emplace(*place, name);
 }
 
 void Interception::record_message_release(sd_bus_message* message) {
     if (message == nullptr)
-        journal_.emplace_back("unref of no message");
-    replies_.erase(message);
+        journal_->record(effect::sending, "unref of no message");
+    if (const auto reply = replies_.extract(message))
+        journal_->record(effect::message, "release the reply to " + reply.mapped());
 }
 
 void Interception::record_error_release(const sd_bus_error* error) {
+    journal_->record(effect::message, "free the error");
     if (error == filled_error_)
         filled_error_ = nullptr;
 }

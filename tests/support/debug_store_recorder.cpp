@@ -1,7 +1,5 @@
 #include "tests/support/debug_store_recorder.hpp"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 #include <utility>
 
@@ -60,13 +58,12 @@ DebugStoreRecorder::DebugStoreRecorder() {
 
 DebugStoreRecorder::~DebugStoreRecorder() {
     current_recorder = nullptr;
-    for (const std::string& value : values_)
-        ADD_FAILURE() << "unexpected debug data: " << value;
 }
 
 Fenwa::RegisteredBlock DebugStoreRecorder::register_block(const Fenwa::Block& block,
                                                           const Fenwa::BlockConfiguration& config,
                                                           const Fenwa::BlockConfiguration& extra) {
+    journal_->record(effect::building, "register with the debug-data store");
     registrations_.push_back(
         {&block, block.get_outport_names(), entries_of(config), entries_of(extra)});
     return __real__ZN5Fenwa10debug_dataEv().register_block(block, config, extra);
@@ -77,12 +74,9 @@ std::optional<Fenwa::DebugValue> DebugStoreRecorder::get_value(const std::string
 }
 
 void DebugStoreRecorder::set_value(std::string key, Fenwa::DebugValue value) {
-    values_.push_back(key + " = #" + std::to_string(value.index()) + " " + text_of(value));
+    journal_->record(effect::debug,
+                     key + " = #" + std::to_string(value.index()) + " " + text_of(value));
     __real__ZN5Fenwa10debug_dataEv().set_value(std::move(key), std::move(value));
-}
-
-std::vector<std::string> DebugStoreRecorder::take_values() {
-    return std::exchange(values_, {});
 }
 
 }  // namespace support

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "fenwa/debug_data.hpp"
+#include "tests/support/effect_journal.hpp"
 
 namespace support {
 
-/// Records what blocks do with the debug-data store while it lives, and hands it on to the store.
+/// Puts into the journal what blocks do with the debug-data store while it lives, and hands it on
+/// to the store: "register with the debug-data store" and "KEY = #ALTERNATIVE VALUE".
 class DebugStoreRecorder final : public Fenwa::DebugDataStore {
   public:
     struct Registration {
@@ -29,12 +32,12 @@ class DebugStoreRecorder final : public Fenwa::DebugDataStore {
     void set_value(std::string key, Fenwa::DebugValue value) override;
 
     [[nodiscard]] const std::vector<Registration>& registrations() const { return registrations_; }
-    /// "KEY = #ALTERNATIVE VALUE" for every value set since the last time.
-    [[nodiscard]] std::vector<std::string> take_values();
+    /// The values alone.
+    [[nodiscard]] std::vector<std::string> take_values() { return journal_->take(effect::debug); }
 
   private:
     std::vector<Registration> registrations_;
-    std::vector<std::string> values_;
+    std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
 };
 
 }  // namespace support

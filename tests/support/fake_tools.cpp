@@ -17,16 +17,16 @@ void FakeTools::call_method(const char* destination, const char* path, const cha
     const std::string text = render_arguments(types, arguments);
     va_end(arguments);
     end("blocking call" + render_address(destination, path, interface, member) + "(" + text + ")",
-        reply);
+        member, reply);
 }
 
 void FakeTools::get_property(const char* destination, const char* path, const char* interface,
                              const char* member, sd_bus_message** reply, const char* type) {
     end("blocking read" + render_address(destination, path, interface, member) + " as " + type,
-        reply);
+        member, reply);
 }
 
-void FakeTools::end(const std::string& operation, sd_bus_message** reply) {
+void FakeTools::end(const std::string& operation, const std::string& name, sd_bus_message** reply) {
     if (endings_.empty()) {
         ADD_FAILURE() << "unexpected " << operation;
         return;
@@ -35,7 +35,7 @@ void FakeTools::end(const std::string& operation, sd_bus_message** reply) {
     Ending ending = std::move(endings_.front());
     endings_.pop_front();
     if (ending.reply != nullptr && reply != nullptr)
-        interception_->hand_out(std::move(ending.reply), reply);
+        interception_->hand_out(std::move(ending.reply), reply, name);
     if (ending.exception)
         std::rethrow_exception(ending.exception);
 }

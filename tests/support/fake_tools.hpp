@@ -25,6 +25,9 @@ class FakeTools final : public Fenwa::SDBusTools {
     FakeTools(sd_bus* bus, Interception& interception) : bus_(bus), interception_(&interception) {}
     ~FakeTools() override;
 
+    /// Hands out this connection from now on, which need not be one: nothing is sent on it.
+    void use_bus(sd_bus* bus) { bus_ = bus; }
+
     // How the next blocking operation ends that nothing has been said about yet.
 
     /// With this reply, which the caller then owns. Where a property is read, a message that begins
@@ -50,7 +53,7 @@ class FakeTools final : public Fenwa::SDBusTools {
         std::exception_ptr exception;
     };
 
-    void end(const std::string& operation, sd_bus_message** reply);
+    void end(const std::string& operation, const std::string& name, sd_bus_message** reply);
 
     sd_bus* bus_;
     Interception* interception_;

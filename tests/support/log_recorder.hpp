@@ -1,36 +1,31 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "framework/shared/log_sink.hpp"
+#include "tests/support/effect_journal.hpp"
 
 namespace support {
 
-/// Takes the place of the log while it lives. Lines are "LEVEL TEXT", in the order in which they
-/// were logged; one that the test has not taken fails it.
+/// Takes the place of the log while it lives, and puts its lines into the journal: "LEVEL TEXT".
 class LogRecorder {
   public:
     LogRecorder() {
         Fenwa::set_log_sink([this](int level, const std::string& message) {
-            lines_.push_back(std::to_string(level) + " " + message);
+            journal_->record(effect::line, std::to_string(level) + " " + message);
         });
     }
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
-    ~LogRecorder() {
-        Fenwa::set_log_sink({});
-        for (const std::string& line : lines_)
-            ADD_FAILURE() << "unexpected log line: " << line;
-    }
+    ~LogRecorder() { Fenwa::set_log_sink({}); }
 
-    [[nodiscard]] std::vector<std::string> take() { return std::exchange(lines_, {}); }
+    /// The lines alone.
+    [[nodiscard]] std::vector<std::string> take() { return journal_->take(effect::line); }
 
   private:
-    std::vector<std::string> lines_;
+    std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
 };
 
 }  // namespace support

@@ -15,6 +15,13 @@ std::optional<int> made_up(MessageFunction function) {
     return interception == nullptr ? std::nullopt : interception->made_up_result(function);
 }
 
+/// The same for a step of reading a body, which the journal is told of.
+std::optional<int> made_up_step(MessageFunction function, const char* step) {
+    if (Interception* const interception = Interception::current())
+        interception->record_reading(step);
+    return made_up(function);
+}
+
 /// Takes back one of the strings that have been read, where a test wants that.
 void null_a_string(std::va_list targets) {
     Interception* const interception = Interception::current();
@@ -38,7 +45,7 @@ int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
 extern "C" {
 
 int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) {
-    if (const auto result = made_up(MessageFunction::read))
+    if (const auto result = made_up_step(MessageFunction::read, "read"))
         return *result;
     std::va_list targets;
     va_start(targets, types);
@@ -54,14 +61,14 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
 int __real_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target);
 
 int __wrap_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target) {
-    const auto result = made_up(MessageFunction::read_basic);
+    const auto result = made_up_step(MessageFunction::read_basic, "read_basic");
     return result ? *result : __real_sd_bus_message_read_basic(message, type, target);
 }
 
 int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
 
 int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {
-    const auto result = made_up(MessageFunction::skip);
+    const auto result = made_up_step(MessageFunction::skip, "skip");
     return result ? *result : __real_sd_bus_message_skip(message, types);
 }
 
@@ -69,14 +76,14 @@ int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, co
 
 int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type,
                                           const char* contents) {
-    const auto result = made_up(MessageFunction::enter_container);
+    const auto result = made_up_step(MessageFunction::enter_container, "enter");
     return result ? *result : __real_sd_bus_message_enter_container(message, type, contents);
 }
 
 int __real_sd_bus_message_exit_container(sd_bus_message* message);
 
 int __wrap_sd_bus_message_exit_container(sd_bus_message* message) {
-    const auto result = made_up(MessageFunction::exit_container);
+    const auto result = made_up_step(MessageFunction::exit_container, "exit");
     return result ? *result : __real_sd_bus_message_exit_container(message);
 }
 

@@ -52,8 +52,6 @@ Interception::~Interception() {
     current_interception = nullptr;
     for (const Sending& sending : sendings_)
         EXPECT_TRUE(sending.released || !sending.holds_slot) << "slot kept: " << sending.text;
-    for (const std::string& entry : journal_)
-        EXPECT_TRUE(entry.starts_with("release")) << "nobody looked at: " << entry;
     EXPECT_TRUE(call_endings_.empty())
         << call_endings_.size() << " foreseen blocking calls are missing";
     EXPECT_EQ(replies_.size(), 0U) << "replies kept";
@@ -73,14 +71,6 @@ void Interception::make_up(MessageFunction function,
     made_up_[function].assign(results.begin(), results.end());
 }
 
-void Interception::note(std::string entry) {
-    journal_.push_back(std::move(entry));
-}
-
-std::vector<std::string> Interception::take_journal() {
-    return std::exchange(journal_, {});
-}
-
 const Sending& Interception::sending(std::size_t number) const {
     return sendings_.at(number - 1);
 }
@@ -98,7 +88,7 @@ int Interception::record(Sending sending, const std::string& name, sd_bus_slot**
     }
     sending.holds_slot = sending.result >= 0 && slot_field != nullptr;
     sending.release_text = "release #" + std::to_string(sendings_.size() + 1) + " " + name;
-    journal_.push_back(sending.text);
+    journal_->record(effect::sending, sending.text);
     sendings_.push_back(std::move(sending));
     if (sendings_.back().holds_slot)
         *slot_field = reinterpret_cast<sd_bus_slot*>(&sendings_.back());
@@ -107,7 +97,7 @@ int Interception::record(Sending sending, const std::string& name, sd_bus_slot**
 
 bool Interception::record_release(sd_bus_slot* slot) {
     if (slot == nullptr) {
-        journal_.emplace_back("unref of no slot");
+        journal_->record(effect::sending, "unref of no slot");
         return true;
     }
     const auto found = std::find_if(sendings_.begin(), sendings_.end(), [slot](Sending& sending) {
@@ -117,14 +107,14 @@ bool Interception::record_release(sd_bus_slot* slot) {
         return false;
     EXPECT_FALSE(found->released) << "slot released twice: " << found->text;
     found->released = true;
-    journal_.push_back(found->release_text);
+    journal_->record(effect::release, found->release_text);
     return true;
 }
 
 void Interception::record_answer(const sd_bus_message* message, const std::string& text,
                                  int result) {
     answered_ = message;
-    journal_.push_back("answer " + text + " = " + std::to_string(result));
+    journal_->record(effect::answer, "answer " + text + " = " + std::to_string(result));
 }
 
 std::optional<std::size_t> Interception::string_to_null() {

@@ -4,12 +4,13 @@
 
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "tests/support/bus_messages.hpp"
+#include "tests/support/effect_journal.hpp"
 
 namespace support {
 
@@ -54,8 +55,8 @@ enum class MessageFunction {
     read_basic,
 };
 
-/// Stands between the blocks and sd-bus while it lives: what they send is recorded instead of sent.
-/// Without one the functions of sd-bus are reached. One at a time.
+/// Stands between the blocks and sd-bus while it lives: what they send is put into the journal
+/// instead of sent. Without one the functions of sd-bus are reached. One at a time.
 ///
 /// A test reads everything: a sending that was not taken out of the journal, a slot that was
 /// released twice, one that was never released, a made-up result that nobody was given, a blocking
@@ -85,15 +86,17 @@ class Interception {
     /// The next read of strings alone leaves a null one in this place, counted from 0.
     void null_string(std::size_t place) { string_to_null_ = place; }
 
-    /// Puts an entry into the journal for something that does not go through sd-bus's own
+    /// Puts an entry into the journal for a sending that does not go through sd-bus's own
     /// functions.
-    void note(std::string entry);
+    void note(const std::string& entry) { journal_->record(effect::sending, entry); }
 
-    /// Everything recorded since the last time, in order: the texts of the sendings,
-    /// "release #N NAME" for the slot of the N-th sending since the interception began,
+    /// What has happened on the bus since the last time, alone and in order: the texts of the
+    /// sendings, "release #N NAME" for the slot of the N-th sending since the interception began,
     /// "answer TYPES(ARGUMENTS) = RESULT" for a message answered with a method return,
     /// "unref of no slot" or "unref of no message" where there was none to give up, and notes.
-    [[nodiscard]] std::vector<std::string> take_journal();
+    [[nodiscard]] std::vector<std::string> take_journal() {
+        return journal_->take(effect::on_the_bus);
+    }
 
     /// The N-th sending, from 1. @throws std::out_of_range when there are not as many.
     [[nodiscard]] const Sending& sending(std::size_t number) const;
@@ -111,8 +114,9 @@ class Interception {
     int record(Sending sending, const std::string& name, sd_bus_slot** slot_field);
     int record_blocking_call(Sending sending, const std::string& name, sd_bus_error* error,
                              sd_bus_message** reply);
-    /// Hands a reply to a caller, who is to release it.
-    void hand_out(Message reply, sd_bus_message** place);
+    /// Hands a reply to a caller, who is to release it: "release the reply to NAME".
+    void hand_out(Message reply, sd_bus_message** place, const std::string& name);
+    void record_reading(const std::string& step) { journal_->record(effect::reading, step); }
     void record_message_release(sd_bus_message* message);
     void record_error_release(const sd_bus_error* error);
     /// @returns whether the slot is one of ours, or null.
@@ -133,12 +137,12 @@ class Interception {
     std::deque<Sending> sendings_;  // never moves its elements: their addresses are the slots
     std::deque<int> results_;
     std::deque<CallEnding> call_endings_;
-    std::set<sd_bus_message*> replies_;           // handed out and not released
-    const sd_bus_error* filled_error_ = nullptr;  // ... and the error structure
+    std::map<sd_bus_message*, std::string> replies_;  // handed out and not released: to what
+    const sd_bus_error* filled_error_ = nullptr;      // ... and the error structure
     std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
     std::optional<std::size_t> string_to_null_;
     const sd_bus_message* answered_ = nullptr;
-    std::vector<std::string> journal_;
+    std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
 };
 
 }  // namespace support

@@ -43,7 +43,7 @@ class FollowingBlock final : public blocks::DBusClient {
     }
 };
 
-class DBusClientTest : public testing::Test {
+class DBusClientTest : public support::BlockTest {
   protected:
     void make(const std::string& service_name = followed_name) {
         client.emplace(recorders.tools, service_name);
@@ -70,10 +70,6 @@ class DBusClientTest : public testing::Test {
         return messages.owner_change(name, "", new_owner);
     }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<FollowingBlock>> client;
 };
 

@@ -37,7 +37,7 @@ inline const std::string deregistration = controller_call("Unregister(s \"vipd0\
 inline const std::string announcement =
     "4 Adding dbus interface 'com.tarlo.Vipd.PowerConsumer' on '/com/tarlo/Vipd/PowerConsumer";
 
-class PowerConsumerTest : public testing::Test {
+class PowerConsumerTest : public support::BlockTest {
   protected:
     void make(const Fenwa::BlockConfiguration& more = {}) {
         consumer.emplace(recorders.tools, "consumer",
@@ -118,10 +118,8 @@ class PowerConsumerTest : public testing::Test {
     }
     /// The value that the last run published, if it did.
     std::optional<float> published() {
-        if (!port().is_triggered())
-            return std::nullopt;
-        port().reset(true);
-        return port().value;
+        const bool any = !journal.take(support::effect::publication).empty();
+        return any ? std::optional(port().value) : std::nullopt;
     }
 
     [[nodiscard]] bool call_pending() {
@@ -131,10 +129,6 @@ class PowerConsumerTest : public testing::Test {
         return *LayoutProbe::match_slot_field(**consumer) != nullptr;
     }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<PowerConsumer>> consumer;
 };
 

@@ -37,7 +37,7 @@ inline const std::string query =
 inline const std::string answer = "answer null() = -22";
 inline constexpr int answered = -22;
 
-class PowerMonitorTest : public testing::Test {
+class PowerMonitorTest : public support::BlockTest {
   protected:
     /// Builds a monitor that needs 5.0, while this much power is received.
     void make(double received = 0.0) { make_with({{"requested_power", 5.0}}, received); }
@@ -109,10 +109,8 @@ class PowerMonitorTest : public testing::Test {
     }
     /// The value that the last run published, if it did.
     std::optional<bool> published() {
-        if (!port().is_triggered())
-            return std::nullopt;
-        port().reset(true);
-        return port().value;
+        const bool any = !journal.take(support::effect::publication).empty();
+        return any ? std::optional(port().value) : std::nullopt;
     }
     /// What a run publishes.
     std::optional<bool> outcome() {
@@ -127,10 +125,6 @@ class PowerMonitorTest : public testing::Test {
     }
     [[nodiscard]] bool match_held() { return *LayoutProbe::match_slot_field(**monitor) != nullptr; }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<PowerMonitor>> monitor;
 };
 

@@ -47,7 +47,7 @@ inline constexpr std::int32_t high_off = 13;
 inline const std::string set_true = "4 Setting temperature_ok_out = true";
 inline const std::string set_false = "4 Setting temperature_ok_out = false";
 
-class TemperatureMonitorTest : public testing::Test {
+class TemperatureMonitorTest : public support::BlockTest {
   protected:
     /// Builds a monitor whose first reading is this one: inside the default limits.
     void make(double reading = 20.0, const Fenwa::BlockConfiguration& more = {}) {
@@ -131,10 +131,8 @@ class TemperatureMonitorTest : public testing::Test {
     }
     /// The verdict that has been published since the last time, if one has.
     std::optional<bool> published() {
-        if (!port().is_triggered())
-            return std::nullopt;
-        port().reset(true);
-        return port().value;
+        const bool any = !journal.take(support::effect::publication).empty();
+        return any ? std::optional(port().value) : std::nullopt;
     }
     /// The verdict as the settings have it.
     bool verdict() { return (*monitor)->setup({}).getBool("temperature_ok"); }
@@ -149,10 +147,6 @@ class TemperatureMonitorTest : public testing::Test {
         return *LayoutProbe::call_slot_field(**monitor) != nullptr;
     }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<TemperatureMonitor>> monitor;
 };
 

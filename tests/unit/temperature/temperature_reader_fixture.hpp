@@ -26,7 +26,7 @@ inline const std::string registration =
     controller_call("RegisterForTemperatureChangeSignal(i 3, d 0.5)");
 inline const std::string reading_call = controller_call("GetTemperature(i 3, s \"main\")");
 
-class TemperatureReaderTest : public testing::Test {
+class TemperatureReaderTest : public support::BlockTest {
   protected:
     void make(const Fenwa::BlockConfiguration& more = {}) {
         const Fenwa::BlockConfiguration least{{"sensor_name", {"main"}}, {"delta_chg", 0.5}};
@@ -101,10 +101,8 @@ class TemperatureReaderTest : public testing::Test {
     }
     /// The value that the last run published, if it did.
     std::optional<double> published() {
-        if (!port().is_triggered())
-            return std::nullopt;
-        port().reset(true);
-        return port().value;
+        const bool any = !journal.take(support::effect::publication).empty();
+        return any ? std::optional(port().value) : std::nullopt;
     }
     Values debug_values() { return recorders.debug.take_values(); }
 
@@ -113,10 +111,6 @@ class TemperatureReaderTest : public testing::Test {
         return *LayoutProbe::match_slot_field(**reader) != nullptr;
     }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<TemperatureReader>> reader;
 };
 

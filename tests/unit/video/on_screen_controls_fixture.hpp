@@ -59,7 +59,7 @@ inline const std::string first_addition = addition(
     R"("requestURL":"/tarlo-cgi/param.cgi?action=update&ImageSource.I0.Sensor.WDR=off",)"
     R"("response":false,"user":["operator"]}],"name":"WDR1","niceName":"WDR 1"})");
 
-class OnScreenControlsTest : public testing::Test {
+class OnScreenControlsTest : public support::BlockTest {
   protected:
     /// Builds a block on channel 0 and takes its first wake-up.
     void make(bool wdr) { make_with({{"channel", 0}, {"wdr", wdr}}); }
@@ -147,10 +147,6 @@ class OnScreenControlsTest : public testing::Test {
     }
     [[nodiscard]] bool call_held() { return *LayoutProbe::call_slot_field(**controls) != nullptr; }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<OnScreenControls>> controls;
 };
 

@@ -29,7 +29,7 @@ inline std::string set(const std::string& duration) {
 }
 inline const std::string unset = "blocking " + overlay_call("Unset(s \"Smoke\")");
 
-class PrioritizedTextOverlaySetterTest : public testing::Test {
+class PrioritizedTextOverlaySetterTest : public support::BlockTest {
   protected:
     void make(int duration) {
         make_with({{"prio_text_overlay", {"Smoke"}}, {"duration", duration}});
@@ -67,10 +67,6 @@ class PrioritizedTextOverlaySetterTest : public testing::Test {
     [[nodiscard]] bool overlay_set() { return LayoutProbe::overlay_set(**setter); }
     [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(**setter) != nullptr; }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<PrioritizedTextOverlaySetter>> setter;
 };
 

@@ -27,7 +27,7 @@ inline std::string signal_of(const std::string& channel) {
            " com.tarlo.VideoReady1 SignalVideoReady(s \"vipd\")";
 }
 
-class VideoReadyTest : public testing::Test {
+class VideoReadyTest : public support::BlockTest {
   protected:
     /// Builds a block whose unit is in this state.
     void make(const char* unit_state = "enabled", int channel = 0) {
@@ -79,10 +79,6 @@ class VideoReadyTest : public testing::Test {
     }
     [[nodiscard]] bool pending() { return LayoutProbe::pending(**block); }
 
-    support::Recorders recorders;
-    support::LogRecorder& log = recorders.log;
-    support::Messages& messages = recorders.messages;
-    support::Interception& bus = recorders.bus;
     std::optional<support::BlockDriver<VideoReady>> block;
 };
 
