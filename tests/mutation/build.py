@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import resource
 import shlex
 import shutil
@@ -14,6 +15,7 @@ from pathlib import Path
 from breaks import Break
 
 SOURCES = "src"  # the folder that is broken; all other objects are tests
+CLANG = shutil.which("clang++")  # takes half the time of g++
 MEMORY_LIMIT = 4 << 30  # of a test run, in bytes
 
 
@@ -90,6 +92,7 @@ class Build:
         used = {word for command in self.links.values() for word in command}
         self.compilations = self._compilations(used)
         self.includes = self._includes()
+        self.precompiled = self._precompiled()
         self.limits = {target: self._time_limit(target) for target in targets}
 
     def objects_of(self, file: str) -> list[str]:
@@ -103,7 +106,8 @@ class Build:
 
     def _make(self, targets: list[str]) -> None:
         linker = next((name for name in ("lld", "gold") if shutil.which(f"ld.{name}")), "bfd")
-        self._check(["cmake", "-S", self.tree, "-B", self.folder, "-G", "Ninja",
+        compiler = [f"-DCMAKE_CXX_COMPILER={CLANG}"] if CLANG and "CXX" not in os.environ else []
+        self._check(["cmake", "-S", self.tree, "-B", self.folder, "-G", "Ninja", *compiler,
                      "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0 -w",
                      f"-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld={linker}",
                      "-DFENWA_TOOLS=OFF", "-DFENWA_TESTS=ON"])
@@ -137,6 +141,23 @@ class Build:
                 name = line.split(":")[0]
                 includes[name] = set()
         return includes
+
+    def _precompiled(self) -> list[str]:
+        """With clang, what the sources include of others is parsed once, which saves most time."""
+        words = next(list(words) for name, words in self.compilations.items()
+                     if not self.is_test(name))
+        if Path(words[0]) != Path(CLANG or ""):
+            return []
+        paths = [path for folder in (SOURCES, "include") for path in (self.tree / folder).rglob("*.?pp")]
+        lines = {line for path in paths
+                 for line in re.findall(r"^#include <.*>", path.read_text(), re.MULTILINE)}
+        header = self.folder / "precompiled.hpp"
+        header.write_text("\n".join(sorted(lines)) + "\n")
+        output = str(header.with_suffix(".pch"))
+        words[words.index("-c") :] = ["-x", "c++-header", "-fpch-instantiate-templates", header]
+        words[words.index("-o") + 1] = output
+        self._check(words)
+        return ["-include-pch", output]
 
     def _time_limit(self, target: str) -> float:
         program = self.folder / self._output(target)
@@ -218,6 +239,8 @@ class Workshop:
                  for word in self.build.compilations[name]]
         words[words.index("-o") + 1] = str(output)
         words += [f"-ffile-prefix-map={tree}=.", *options]
+        if not options and not self.build.is_test(name):
+            words += self.build.precompiled
         return self.processes.run(words, self.build.folder)[0] == 0
 
     def _differs(self, name: str, *options: str) -> bool:
