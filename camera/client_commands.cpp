@@ -9,6 +9,7 @@
 #include "camera/control.hpp"
 #include "camera/show_text.hpp"
 #include "common/bus.hpp"
+#include "common/line_text.hpp"
 
 namespace camera {
 namespace {
@@ -142,7 +143,7 @@ ExitCode activate_service(const std::string& service) {
         give_order(address, "Activate", service);
     } catch (const Failure& failure) {
         // Seen by whoever reads the daemon's log.
-        std::cerr << "fenwa-camera: " << failure.what() << '\n';
+        tool::print_error_line(std::string("fenwa-camera: ") + failure.what());
         return static_cast<ExitCode>(1);
     }
     return ExitCode::done;

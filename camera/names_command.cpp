@@ -6,6 +6,7 @@
 #include "camera/camera.hpp"
 #include "camera/client_commands.hpp"
 #include "common/bus.hpp"
+#include "common/line_text.hpp"
 
 namespace camera {
 namespace {
@@ -40,7 +41,7 @@ void print_names(const std::string& bus, const std::string& kind) {
     }
     const tool::Json state = camera_state(bus);
     for (const auto& [name, value] : state.at("values").items()) {
-        if (name.find('\n') == std::string::npos)
+        if (tool::one_line(name) == name)
             std::cout << name << '\n';
     }
 }

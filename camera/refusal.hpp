@@ -1,19 +1,24 @@
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "common/line_text.hpp"
 #include "common/suggestion.hpp"
 
 namespace camera {
+
+/// A refusal quotes what it was called with, which may be mebibytes; in bytes.
+inline constexpr std::size_t longest_refusal = 1000;
 
 /// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
 class BusRefusal : public std::runtime_error {
   public:
     /// `name` is the D-Bus error name, `sentence` its message.
     BusRefusal(std::string name, const std::string& sentence)
-        : std::runtime_error(sentence), name_(std::move(name)) {}
+        : std::runtime_error(tool::shortened(sentence, longest_refusal)), name_(std::move(name)) {}
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
@@ -26,8 +31,8 @@ class BusRefusal : public std::runtime_error {
 class Refusal : public std::runtime_error {
   public:
     explicit Refusal(std::string sentence, std::string help = {})
-        : std::runtime_error(tool::with_help(sentence, help)),
-          sentence_(std::move(sentence)),
+        : std::runtime_error(tool::shortened(tool::with_help(sentence, help), longest_refusal)),
+          sentence_(tool::shortened(sentence, longest_refusal)),
           help_(std::move(help)) {}
 
     [[nodiscard]] const std::string& sentence() const noexcept { return sentence_; }

@@ -121,7 +121,7 @@ class Session {
                 up.push_back(service->name());
         }
         story_.ready(address, up);
-        sd_notifyf(0, "READY=1\nSTATUS=Playing on %s", address.c_str());
+        sd_notifyf(0, "READY=1\nSTATUS=Playing on %s", tool::one_line(address).c_str());
         start_guests(address);
         if (options_.scenario && !ended_) {
             player_ = std::make_unique<ScenarioPlayer>(

@@ -16,7 +16,7 @@ std::string padded(std::string text, std::size_t width) {
 }
 
 std::string plain(const Json& value) {
-    return value.is_string() ? tool::one_line(value.get<std::string>()) : value.dump();
+    return tool::one_line(value.is_string() ? value.get<std::string>() : tool::json_line(value));
 }
 
 void add_service(std::string& text, const Json& service) {
@@ -41,9 +41,10 @@ std::string show_text(const Json& state) {
         add_service(text, service);
     std::size_t width = 0;
     for (const auto& [name, value] : state["values"].items())
-        width = std::max(width, name.size());
+        width = std::max(width, tool::one_line(name).size());
     for (const auto& [name, value] : state["values"].items())
-        text += padded(name, width) + "  " + (value == "" ? "\"\"" : plain(value)) + "\n";
+        text += padded(tool::one_line(name), width) + "  " + (value == "" ? "\"\"" : plain(value)) +
+                "\n";
     for (const Json& fault : state["faults"])
         text += "fault " + plain(fault["member"]) + ": " + plain(fault["what"]) + "\n";
     return text;

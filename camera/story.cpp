@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "camera/message_json.hpp"
+#include "common/line_text.hpp"
 
 namespace camera {
 namespace {
@@ -58,8 +59,11 @@ void Story::write(std::string_view event, const Json& fields, const std::string&
         std::snprintf(time.data(), time.size(), "%8.3f", seconds());
         line.append(palette_.dim).append(time.data()).append(palette_.reset).append("  ");
         if (!subject.empty())
-            line.append(palette_.cyan).append(subject).append(palette_.reset).append(": ");
-        line.append(color).append(sentence);
+            line.append(palette_.cyan)
+                .append(tool::one_line(subject))
+                .append(palette_.reset)
+                .append(": ");
+        line.append(color).append(tool::one_line(sentence));
         if (!color.empty())
             line.append(palette_.reset);
     }

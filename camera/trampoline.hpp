@@ -3,10 +3,11 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
-#include <cstdio>
 #include <exception>
+#include <string>
 
 #include "common/exit_code.hpp"
+#include "common/line_text.hpp"
 
 namespace camera {
 
@@ -25,9 +26,9 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
     try {
         throw;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "fenwa-camera: internal error: %s\n", error.what());
+        tool::print_error_line(std::string("fenwa-camera: internal error: ") + error.what());
     } catch (...) {
-        std::fputs("fenwa-camera: internal error\n", stderr);
+        tool::print_error_line("fenwa-camera: internal error");
     }
     sd_event_exit(sd_event_source_get_event(source), static_cast<int>(tool::ExitCode::threw));
 }
@@ -38,7 +39,8 @@ struct Trampoline<Member> {
         try {
             return (static_cast<T*>(userdata)->*Member)(*message);
         } catch (const std::exception& exception) {
-            return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, exception.what());
+            return sd_bus_error_set(error, SD_BUS_ERROR_FAILED,
+                                    tool::one_line(exception.what()).c_str());
         }
     }
 };

@@ -4,13 +4,14 @@
 #include <memory>
 
 #include "common/help_formatter.hpp"
+#include "common/line_text.hpp"
 #include "common/suggestion.hpp"
 
 namespace tool {
 namespace {
 
 int say(const CLI::App& app, ExitCode code, const std::string& sentence) {
-    std::cerr << app.get_name() << ": " << sentence << '\n';
+    print_error_line(app.get_name() + ": " + sentence);
     return static_cast<int>(code);
 }
 

@@ -16,9 +16,12 @@ bool starts_code_point(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
 }
 
-bool is_control(char c) {
-    return static_cast<unsigned char>(c) < 0x20U || c == '\x7F';
+std::size_t code_points(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), starts_code_point));
 }
+
+/// A mistake's text names what is in the file, which may be one name of a mebibyte.
+constexpr std::size_t longest_text = 2000;
 
 /// Code points to each side of a place that are quoted of a long line. A file may be one line, and
 /// its mistakes as many as its bytes.
@@ -48,10 +51,14 @@ class QuotedLine {
         Quote quote;
         if (begin > 0)
             quote = {"…", " "};
-        for (std::size_t at = begin; at < place; ++at)
-            quote.indent += line_[starts_[at]] == '\t' ? '\t' : ' ';
-        for (std::size_t i = offset(begin); i < offset(end); ++i)
-            quote.text += is_control(line_[i]) && line_[i] != '\t' ? '?' : line_[i];
+        for (std::size_t at = begin; at < end; ++at) {
+            const bool is_tab = line_[offset(at)] == '\t';
+            const std::string shown =
+                is_tab ? "\t" : one_line(line_.substr(offset(at), offset(at + 1) - offset(at)));
+            quote.text += shown;
+            if (at < place)
+                quote.indent += is_tab ? shown : std::string(code_points(shown), ' ');
+        }
         if (end < size())
             quote.text += "…";
         return quote;
@@ -71,22 +78,6 @@ class QuotedLine {
 
 std::string counted(std::size_t n, const std::string& noun) {
     return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
-}
-
-std::string one_line(std::string_view text) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string line;
-    for (const char c : text) {
-        if (c == '\n') {
-            line += "\\n";
-        } else if (is_control(c)) {
-            line.append("\\x").push_back(digits[static_cast<unsigned char>(c) >> 4U]);
-            line += digits[static_cast<unsigned char>(c) & 0xFU];
-        } else {
-            line += c;
-        }
-    }
-    return line;
 }
 
 void Diagnostics::set_source(std::string text) {
@@ -115,8 +106,8 @@ void Diagnostics::warning(Position where, std::string text, std::string help) {
 }
 
 void Diagnostics::add(Entry entry) {
-    entry.text = one_line(entry.text);
-    entry.help = one_line(entry.help);
+    entry.text = one_line(shortened(entry.text, longest_text));
+    entry.help = one_line(shortened(entry.help, longest_text));
     if (known_.emplace(entry.severity, entry.where, entry.text).second)
         entries_.push_back(std::move(entry));
 }
@@ -166,7 +157,7 @@ void Diagnostics::print(std::ostream& out, bool color) {
     for (const Entry* entry : sorted) {
         const bool is_error = entry->severity == Severity::error;
         errors += is_error ? 1 : 0;
-        out << palette.bold << locate(entry->where) << ": " << palette.reset
+        out << palette.bold << one_line(locate(entry->where)) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
             << palette.reset << entry->text << '\n';
         if (entry->where.line != 0 && entry->where.line <= lines_.size()) {
@@ -181,7 +172,7 @@ void Diagnostics::print(std::ostream& out, bool color) {
     }
 
     const std::size_t warnings = sorted.size() - errors;
-    out << file_ << ": ";
+    out << one_line(file_) << ": ";
     if (errors != 0)
         out << counted(errors, "error") << (warnings != 0 ? ", " : "");
     if (warnings != 0)

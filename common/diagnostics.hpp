@@ -9,6 +9,8 @@
 #include <tuple>
 #include <vector>
 
+#include "common/line_text.hpp"
+
 namespace tool {
 
 /// A place in a text file, both counted from 1, columns in code points; line 0 is "the whole file".
@@ -22,11 +24,8 @@ struct Position {
 /// "1 error", "2 errors".
 [[nodiscard]] std::string counted(std::size_t n, const std::string& noun);
 
-/// The text with its control characters written as escapes ("\\n", "\\x1b"), so that names and
-/// values out of a file stay on one line and do nothing to a terminal.
-[[nodiscard]] std::string one_line(std::string_view text);
-
-/// Collects the mistakes of one text file and prints them in a compiler's form:
+/// Collects the mistakes of one text file and prints them in a compiler's form, each line made safe
+/// by `one_line`, but for the tabs of quoted ones:
 ///
 ///     graph.toml:3:8: error: unknown block type 'TemperaturReader'
 ///     type = "TemperaturReader"

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/bus.hpp"
+#include "common/line_text.hpp"
 #include "host/control_names.hpp"
 
 namespace host {
@@ -59,7 +60,7 @@ Basic read_basic(sd_bus_message& message, char type) {
 }
 
 [[noreturn]] void refuse(const std::string& key, const std::string& what) {
-    throw ControlRefusal(wrong_setting_error, "the key '" + key + "' " + what);
+    throw ControlRefusal(wrong_setting_error, "the key " + tool::in_quotes(key) + " " + what);
 }
 
 /// Reads what a variant of the type `held` holds.

@@ -47,10 +47,10 @@ ExitCode check_graph_file(const CheckOptions& options) {
         return checked.code;
     if (options.deny_warnings && diagnostics.warnings() != 0)
         return ExitCode::misconfigured;
-    std::cerr << "fenwa: " << options.graph
-              << (diagnostics.warnings() == 0 ? ": no mistakes (" : ": no errors (")
-              << tool::counted(checked.graph->blocks.size(), "block") << ", "
-              << tool::counted(checked.graph->connections.size(), "connection") << ")\n";
+    tool::print_error_line("fenwa: " + options.graph +
+                           (diagnostics.warnings() == 0 ? ": no mistakes (" : ": no errors (") +
+                           tool::counted(checked.graph->blocks.size(), "block") + ", " +
+                           tool::counted(checked.graph->connections.size(), "connection") + ")");
     return ExitCode::done;
 }
 

@@ -56,7 +56,8 @@ int Control::serve(sd_bus_message* call, void* userdata, sd_bus_error* error) no
     } catch (const ControlRefusal& refusal) {
         return sd_bus_error_set(error, refusal.name(), refusal.what());
     } catch (const std::exception& exception) {
-        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, exception.what());
+        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED,
+                                tool::one_line(exception.what()).c_str());
     }
 }
 
@@ -106,8 +107,8 @@ void Control::tell(const std::string& port, const PortValue& value) noexcept {
     if (r >= 0 || said_lost_)
         return;
     said_lost_ = true;
-    std::cerr << "fenwa: those who watch miss values, as of '" << port << "': " << std::strerror(-r)
-              << '\n';
+    tool::print_error_line("fenwa: those who watch miss values, as of '" + port +
+                           "': " + std::strerror(-r));
 }
 
 }  // namespace host

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -29,13 +30,18 @@ inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.
 /// The block threw when it was told its settings; the host stops.
 inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
 
+/// A refusal quotes what it was called with, which may be mebibytes; in bytes.
+inline constexpr std::size_t longest_refusal = 1000;
+
 /// A call that a host does not serve. `what()` is the sentence for the user.
 class ControlRefusal : public std::runtime_error {
   public:
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
-        : std::runtime_error(tool::one_line(tool::with_help(sentence, help))), name_(name) {}
+        : std::runtime_error(
+              tool::one_line(tool::shortened(tool::with_help(sentence, help), longest_refusal))),
+          name_(name) {}
 
     [[nodiscard]] const char* name() const noexcept { return name_; }
 

@@ -23,10 +23,9 @@ constexpr const char* service_color = "#f4f5f7";
 // The second one has the widths of the first, for those who look at an SVG without it.
 constexpr const char* font = "DejaVu Sans,Verdana,sans-serif";
 
-/// Text that every reader of DOT and of SVG takes: on one line, valid UTF-8, characters of XML
-/// only.
+/// Text that every reader of DOT and of SVG takes: safe for a line, and characters of XML only.
 std::string clean(const std::string& text) {
-    std::string clean = tool::Json::parse(tool::json_line(tool::one_line(text)));
+    std::string clean = tool::one_line(text);
     for (const char* no_character : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
         for (std::size_t at = 0; (at = clean.find(no_character, at)) != std::string::npos;)
             clean.replace(at, 3, "\xEF\xBF\xBD");

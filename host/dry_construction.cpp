@@ -7,6 +7,7 @@
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/log_sink.hpp"
+#include "host/log_to_stderr.hpp"
 
 namespace host {
 
@@ -53,7 +54,7 @@ Silence::Silence(Scope scope) : scope_(scope) {
 
 Silence::~Silence() {
     if (scope_ == Scope::whole_process)
-        Fenwa::set_log_sink({});
+        Fenwa::set_log_sink(log_to_stderr);
 }
 
 DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,

@@ -4,6 +4,8 @@
 #include <iostream>
 #include <sstream>
 
+#include "common/line_text.hpp"
+
 namespace host {
 namespace {
 
@@ -117,9 +119,8 @@ class TextWriter final : public EventWriter {
             word = "warning";
         }
         std::string line{color};
-        line.append(word).append(": ").append(err_colors_.reset).append(message);
-        if (!message.ends_with('\n'))
-            line += '\n';
+        line.append(word).append(": ").append(err_colors_.reset);
+        line.append(tool::one_line(tool::without_line_end(message))).push_back('\n');
         error_line(line);
     }
 
@@ -134,8 +135,9 @@ class TextWriter final : public EventWriter {
         std::snprintf(time, sizeof time, "%8.3f", watch_.seconds());
         const std::lock_guard lock(mutex_);
         std::ostringstream line;
-        line << out_colors_.dim << time << out_colors_.reset << "  " << name << " = "
-             << out_colors_.bold << tool::json_line(value) << out_colors_.reset << '\n';
+        line << out_colors_.dim << time << out_colors_.reset << "  " << tool::one_line(name)
+             << " = " << out_colors_.bold << tool::one_line(tool::json_line(value))
+             << out_colors_.reset << '\n';
         out_.write(line.str());
     }
 

@@ -46,10 +46,8 @@ ExitCode inspect_plugin(const InspectOptions& options) {
     const PluginTypes listed = list_types(options.plugin);
     ExitCode code = ExitCode::done;
     if (listed.misbehaviour) {
-        std::cerr << "fenwa: "
-                  << tool::one_line("the plug-in '" + options.plugin.name + "' " +
-                                    listed.misbehaviour->text)
-                  << '\n';
+        tool::print_error_line("fenwa: the plug-in '" + options.plugin.name + "' " +
+                               listed.misbehaviour->text);
         code = ExitCode::threw;
     }
     Json types = Json::array();

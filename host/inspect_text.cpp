@@ -39,6 +39,10 @@ std::string word(const Json& value) {
     return text.empty() ? "\"\"" : text;
 }
 
+std::string json_text(const Json& value) {
+    return tool::one_line(tool::json_line(value));
+}
+
 class Paragraph {
   public:
     Paragraph(const Json& type, const tool::Palette& colors) : colors_(colors) {
@@ -50,7 +54,7 @@ class Paragraph {
             add_port("event", port, {});
         for (const Json& port : type["terminated_inputs"])
             add_port("terminated", port,
-                     {type_of(port), {"starts with " + tool::json_line(port["value"])}});
+                     {type_of(port), {"starts with " + json_text(port["value"])}});
         for (const Json& object : type["exports"])
             add_line(Table::exports, "exports", object,
                      {{word(object["path"])}, {word(object["interface"])}});
@@ -58,7 +62,7 @@ class Paragraph {
             add_line(Table::keys, "key", key, {{word(key["key"])}, type_of(key), demand_of(key)});
         for (const auto& [key, value] : type["settings"].items())
             add_line(Table::settings, "setting", value,
-                     {{tool::one_line(key)}, {tool::json_line(value)}});
+                     {{tool::one_line(key)}, {json_text(value)}});
         for (const Json& failure : type["failures"])
             add_failure(failure);
         if (lines_.empty())
@@ -110,7 +114,7 @@ class Paragraph {
     [[nodiscard]] Cell demand_of(const Json& key) const {
         if (key["required"])
             return {"required", colors_.yellow};
-        return {"default " + tool::json_line(key["default"])};
+        return {"default " + json_text(key["default"])};
     }
 
     void add_port(const char* label, const Json& port, std::vector<Cell> cells) {
@@ -139,8 +143,8 @@ class Paragraph {
     static std::string condition(const Json& item) {
         std::string text;
         for (const auto& [key, value] : item["when"].items())
-            text += (text.empty() ? "when " : " and ") + tool::one_line(key) + " = " +
-                    tool::json_line(value);
+            text +=
+                (text.empty() ? "when " : " and ") + tool::one_line(key) + " = " + json_text(value);
         return text;
     }
 

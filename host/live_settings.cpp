@@ -67,7 +67,7 @@ LiveSettings::LiveSettings(std::string path, RunningGraph& graph, const BlockTyp
 
 void LiveSettings::reload(bool color) noexcept {
     const auto say = [this](const std::string& sentence) {
-        std::cerr << "fenwa: " << tool::one_line(path_ + ": " + sentence) << '\n';
+        tool::print_error_line("fenwa: " + path_ + ": " + sentence);
     };
     const auto say_refused = [&say] { say("not reloaded; the graph goes on as it was"); };
     try {
@@ -86,7 +86,7 @@ void LiveSettings::reload(bool color) noexcept {
             say_refused();
         }
     } catch (const tool::Failure& failure) {
-        std::cerr << "fenwa: " << failure.what() << '\n';
+        tool::print_error_line(std::string("fenwa: ") + failure.what());
         say_refused();
     } catch (...) {
         graph_.fail(std::current_exception());
@@ -156,7 +156,7 @@ void LiveSettings::change(const std::string& block, const SettingList& changes) 
         graph_.fail(std::current_exception());
         throw ControlRefusal(block_threw_error, failure.what());
     }
-    std::cerr << "fenwa: new settings for '" << tool::one_line(block) << "', set over the bus\n";
+    tool::print_error_line("fenwa: new settings for '" + block + "', set over the bus");
 }
 
 }  // namespace host

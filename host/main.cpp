@@ -1,5 +1,7 @@
 #include "common/command_line.hpp"
+#include "framework/shared/log_sink.hpp"
 #include "host/command_options.hpp"
+#include "host/log_to_stderr.hpp"
 
 namespace {
 
@@ -11,6 +13,7 @@ constexpr const char* exit_codes =
 }  // namespace
 
 int main(int argc, char** argv) {
+    Fenwa::set_log_sink(host::log_to_stderr);
     CLI::App app("Runs graphs of Fenwa blocks on any Linux machine", "fenwa");
     tool::prepare_program(app, host::program_version, exit_codes);
     const std::vector<host::Command> commands = {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "common/json_text.hpp"
+#include "common/line_text.hpp"
 #include "host/standard_output.hpp"
 
 namespace host {
@@ -56,8 +57,8 @@ tool::ExitCode print_names(const ControlTarget& target, NameKind kind, const std
     }
     StandardOutput out([] {});
     for (const std::string& name : names_in(description, kind, block)) {
-        // One that is no line cannot be typed either.
-        if (hidden.count(name) == 0 && name.find('\n') == std::string::npos)
+        // One that is not safe in a line cannot be typed either.
+        if (hidden.count(name) == 0 && tool::one_line(name) == name)
             out.write(name + '\n');
     }
     return code_after(out, tool::ExitCode::done);

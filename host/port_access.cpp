@@ -17,7 +17,8 @@ struct Found {
 Found find_block(const RunningGraph& graph, const std::string& port) {
     const std::optional<Endpoint> end = parse_endpoint(port);
     if (!end)
-        throw ControlRefusal(unknown_port_error, "'" + port + "' is not of the form BLOCK.PORT");
+        throw ControlRefusal(unknown_port_error,
+                             tool::in_quotes(port) + " is not of the form BLOCK.PORT");
     const ConnectableBlock block = graph.block(end->block);
     if (block.block == nullptr)
         refuse_unknown_block(graph.graph(), end->block);
@@ -27,7 +28,8 @@ Found find_block(const RunningGraph& graph, const std::string& port) {
 [[noreturn]] void refuse_unknown(const Endpoint& end, const char* kind,
                                  const std::vector<std::string>& names) {
     throw ControlRefusal(unknown_port_error,
-                         "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
+                         "the block " + tool::in_quotes(end.block) + " has no " + kind + " " +
+                             tool::in_quotes(end.port),
                          port_help(end.port, kind, names));
 }
 
@@ -37,7 +39,8 @@ void refuse_unknown_block(const Graph& graph, const std::string& block) {
     std::vector<std::string> names;
     for (const BlockEntry& entry : graph.blocks)
         names.push_back(entry.name);
-    throw ControlRefusal(unknown_block_error, "no block '" + block + "' in the graph",
+    throw ControlRefusal(unknown_block_error,
+                         "no block " + tool::in_quotes(block) + " in the graph",
                          tool::did_you_mean(block, names));
 }
 

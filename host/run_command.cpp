@@ -15,6 +15,7 @@
 #include "host/graph_reader.hpp"
 #include "host/journal.hpp"
 #include "host/live_settings.hpp"
+#include "host/log_to_stderr.hpp"
 #include "host/running_graph.hpp"
 
 namespace host {
@@ -37,7 +38,7 @@ class Listeners {
     Listeners& operator=(const Listeners&) = delete;
     ~Listeners() {
         Fenwa::set_debug_listener({});
-        Fenwa::set_log_sink({});
+        Fenwa::set_log_sink(log_to_stderr);
     }
 };
 
@@ -84,10 +85,10 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
             diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
             return ExitCode::misconfigured;
         } catch (const BlockFailure& error) {
-            std::cerr << error.what() << '\n';
+            tool::print_error_line(error.what());
             return ExitCode::threw;
         } catch (const tool::Failure& error) {
-            std::cerr << "fenwa: " << error.what() << '\n';
+            tool::print_error_line(std::string("fenwa: ") + error.what());
             return error.code();
         }
     };

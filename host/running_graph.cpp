@@ -54,7 +54,7 @@ void RunningGraph::call(const Instance& instance, const char* phase, Call&& body
     } catch (...) {
         throw BlockFailure(diagnostics.locate(instance.entry->where) +
                            ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
-                           tool::one_line(describe(std::current_exception())));
+                           describe(std::current_exception()));
     }
 }
 
@@ -117,8 +117,7 @@ void RunningGraph::say_limit(const std::string* name, const std::string& text) c
         graph_.blocks.begin(), graph_.blocks.end(),
         [name](const BlockEntry& block) { return name != nullptr && block.name == *name; });
     const std::string who = entry == graph_.blocks.end() ? "a block" : describe(*entry);
-    std::cerr << "fenwa: " << tool::one_line(who + " has reached a limit of the bus: " + text)
-              << '\n';
+    tool::print_error_line("fenwa: " + who + " has reached a limit of the bus: " + text);
 }
 
 void RunningGraph::say_refused(const Instance& instance,
@@ -130,10 +129,8 @@ void RunningGraph::say_refused(const Instance& instance,
             HostAccess::has_exported(*other->block, refused.path, refused.interface))
             reason = "the block '" + other->name + "' exports it already";
     }
-    std::cerr << "fenwa: "
-              << tool::one_line("the block '" + instance.name + "' cannot export '" +
-                                refused.interface + "' at '" + refused.path + "': " + reason)
-              << '\n';
+    tool::print_error_line("fenwa: the block '" + instance.name + "' cannot export '" +
+                           refused.interface + "' at '" + refused.path + "': " + reason);
 }
 
 void RunningGraph::set_up(Instance& instance) {
@@ -260,7 +257,7 @@ void RunningGraph::give_back(Instance& instance) {
         // With neither the new settings nor the old ones, nothing is known of it any more.
         throw BlockFailure(diagnostics_.locate(instance.entry->where) +
                            ": error: " + describe(*instance.entry) +
-                           " refuses the settings that it had: " + tool::one_line(error.what()));
+                           " refuses the settings that it had: " + std::string(error.what()));
     }
 }
 

@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "tests/plugins/probe.hpp"
 
 namespace probe {
@@ -36,11 +38,26 @@ class Debugger : public Fenwa::Block {
     }
 };
 
+/// Says what would forge a line of the host, in every way that a block has: a log line, a
+/// debug-data entry, and what it throws when it is started.
+class Forger : public Fenwa::Block {
+  public:
+    using Fenwa::Block::Block;
+
+    void start() override {
+        const std::string forged = "x\nfenwa: ready\x1b[2J\x7f\u009b\u202e";
+        logger(4, "%s\n", forged.c_str());
+        Fenwa::debug_data().set_value(forged, forged);
+        throw std::runtime_error(forged);
+    }
+};
+
 }  // namespace
 
 void register_log_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Talker>("Talker");
     registry.register_block<Debugger>("Debugger");
+    registry.register_block<Forger>("Forger");
 }
 
 }  // namespace probe

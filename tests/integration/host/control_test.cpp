@@ -160,6 +160,26 @@ TEST_F(ControlInterface, RefusesWithASentence) {
     EXPECT_EQ(host.terminate().code, 0);
 }
 
+TEST_F(ControlInterface, QuotesALongNameOrValueInPart) {
+    Process host(control_command(sink + "[blocks.l]\ntype = \"Settled\"\n"));
+    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    const ControlClient client(bus());
+    const std::string name(8 << 20, 'n');
+    const std::string shown = "'" + std::string(150, 'n') + "…" + std::string(50, 'n') + "'";
+    EXPECT_EQ(client.read(name), "UnknownPort: " + shown + " is not of the form BLOCK.PORT");
+    EXPECT_EQ(client.read(name + ".a"), "UnknownBlock: no block " + shown + " in the graph");
+    EXPECT_EQ(client.read("s." + name),
+              "UnknownPort: the block 's' has no port " + shown +
+                  "; it has: 'double', 'other', 'quiet', 'float', 'int', 'bool', 'tick', 'point'");
+    EXPECT_EQ(client.call("Reconfigure", "sa{sv}", name.c_str(), 0),
+              "UnknownBlock: no block " + shown + " in the graph");
+    EXPECT_LT(client.call("Reconfigure", "sa{sv}", "l", 1, name.c_str(), "d", 1.0).size(), 1100U);
+    EXPECT_LT(client.call("Reconfigure", "sa{sv}", "l", 1, "level", "s", name.c_str()).size(),
+              1100U);
+    EXPECT_EQ(client.read("s.int"), "i 0");
+    EXPECT_EQ(host.terminate().code, 0);
+}
+
 TEST_F(ControlInterface, SuggestsTheNearestBlock) {
     Process host(control_command("[blocks.\"the.reader\"]\ntype = \"Relay\"\n"));
     ASSERT_TRUE(host.wait_for_text("\"ready\""));

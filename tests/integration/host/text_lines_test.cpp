@@ -40,9 +40,68 @@ TEST_F(TextLines, ValuesGoToStdoutAndEverythingElseToStderr) {
 TEST_F(TextLines, LogLinesNameTheirLevelAndEndOnce) {
     EXPECT_EQ(run_text(probes("[blocks.t]\ntype = \"Talker\"\n")).err,
               "error: an error\nwarning: a warning\ninfo: an information\ninfo: ends its line\n"
-              "info: two\nlines\ninfo: quotes \" and \\ and tabs\t\n"
-              "info: a byte \xff that is no text, and ü that is\ninfo: \n"
+              "info: two\\nlines\ninfo: quotes \" and \\ and tabs\\t\n"
+              "info: a byte \\xff that is no text, and ü that is\ninfo: \n"
               "fenwa: ready\nfenwa: stopped\n");
+}
+
+/// What a line of text shows of "x\nfenwa: ready\x1b[2J", DEL, a control character of C1 and one
+/// that turns the line around.
+const std::string made_safe = "x\\nfenwa: ready\\x1b[2J\\u007f\\u009b\\u202e";
+
+void expect_no_forged_line(const std::string& text) {
+    EXPECT_EQ(text.find_first_of("\x1b\x7f"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\u009b"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\u202e"), std::string::npos) << text;
+    EXPECT_EQ(lines_with("\n" + text, "\nfenwa: ready\\x1b"), "") << text;
+}
+
+TEST_F(TextLines, NamesAndKeysInTheGraphForgeNoLine) {
+    const std::string hostile = R"("x\nfenwa: ready\u001b[2J\u007f\u009b\u202e")";
+    const Ended ended = run_text("plugins = [\"libprobe.so\"]\n[blocks." + hostile +
+                                 "]\ntype = \"Probe\"\nsettings = true\n" + hostile + " = 1\n");
+    EXPECT_EQ(ended.code, 0);
+    expect_no_forged_line(ended.out);
+    expect_no_forged_line(ended.err);
+    EXPECT_NE(ended.out.find("TIME  " + made_safe + " setup truth = true\n"), std::string::npos);
+    EXPECT_NE(ended.out.find("TIME  " + made_safe + ".stopped = 1\n"), std::string::npos);
+    EXPECT_NE(ended.err.find("info: " + made_safe + ": run\n"), std::string::npos);
+    EXPECT_NE(ended.err.find(": warning: no Probe reads the key '" + made_safe + "'\n"),
+              std::string::npos)
+        << ended.err;
+}
+
+TEST_F(TextLines, WhatABlockThrowsForgesNoLine) {
+    const Ended ended = run_text(probes("[blocks.f]\ntype = \"Forger\"\n"));
+    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(ended.out, "TIME  debug " + made_safe + " = \"" +
+                             R"(x\nfenwa: ready\u001b[2J\u007f\u009b\u202e)" + "\"\n");
+    EXPECT_EQ(ended.err,
+              "info: " + made_safe + "\n" +
+                  "graph.toml:2:9: error: block 'f' (Forger) threw in start: " + made_safe + "\n");
+}
+
+TEST_F(TextLines, ThatAPluginLogsWhenItIsLoadedForgeNoLine) {
+    const Ended ended =
+        run_text("plugins = [\"libchatty.so\"]\n[blocks.t]\ntype = \"Timer\"\ninterval = 1000\n");
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "<4>" + made_safe + "\nfenwa: ready\nfenwa: stopped\n");
+}
+
+TEST_F(TextLines, ArgumentsForgeNoLine) {
+    for (const Words& words :
+         {Words{"run", "one", "--format", "x\nfenwa: ready\x1b[2J"},
+          Words{"x\nfenwa: ready\x1b[2J"}, Words{"run", "/x\nfenwa: ready\x1b[2J"},
+          Words{"check", "one", "x\nfenwa: ready\x1b[2J"},
+          Words{"inspect", "x\nfenwa: ready\x1b[2J"},
+          Words{"read", "a.b", "--bus", "x\nfenwa: ready\x1b[2J"}}) {
+        Words command{FENWA_PROGRAM};
+        command.insert(command.end(), words.begin(), words.end());
+        const Ended ended = run_program(command);
+        EXPECT_NE(ended.code, 0);
+        expect_no_forged_line(ended.err);
+        EXPECT_NE(ended.err.find("x\\nfenwa: ready\\x1b[2J"), std::string::npos) << ended.err;
+    }
 }
 
 TEST_F(TextLines, ColoursOnlyWhenTheyAreWanted) {

@@ -46,6 +46,17 @@ TEST_F(CameraVerbsTest, RefusesWhatIsNoTemperature) {
     EXPECT_EQ(told(), "");
 }
 
+TEST_F(CameraVerbsTest, QuotesALongNameOrValueInPart) {
+    const std::string name(8 << 20, 'n');
+    for (const std::string& text :
+         {refusal([&] { camera_.set("temperature.main", name); }),
+          refusal([&] { camera_.set(name, "1"); }), refusal([&] { camera_.start(name); }),
+          refusal([&] { camera_.press(name); }), refusal([&] { camera_.clear_fault(name); })}) {
+        EXPECT_LE(text.size(), longest_refusal + 3);
+        EXPECT_NE(text.find("nnn…nnn"), std::string::npos) << text;
+    }
+}
+
 TEST_F(CameraVerbsTest, RefusesUnknownValuesWithTheNearest) {
     EXPECT_EQ(refusal([&] { camera_.set("temperature.mian", "1"); }),
               "no sensor is named 'mian'; did you mean 'main'?");

@@ -65,6 +65,15 @@ TEST_F(StoryTest, TellsOfAButtonAndOfTheEndOfAText) {
               "\n");
 }
 
+TEST_F(StoryTest, NoTextForgesALineOrReachesTheTerminal) {
+    Story text = story(Format::text);
+    text.error_reply("x\n\x1b[2J", "M\n", "r\r", "n\x7f", "m\u202e\xff");
+    text.signal("overlay", "Changed", tool::Json::array({"a\n\x7f\u009b"}));
+    EXPECT_EQ(std::regex_replace(written(), std::regex(" +[0-9.]+  "), ""),
+              "x\\n\\x1b[2J: refuses r\\r, M\\n: n\\u007f: m\\u202e\\xff\n"
+              "overlay: signals Changed(\"a\\n\\u007f\\u009b\")\n");
+}
+
 TEST_F(StoryTest, ColoursAreForTextOnly) {
     story(Format::text, true).exit(tool::ExitCode::done);
     EXPECT_NE(written().find("\033["), std::string::npos);

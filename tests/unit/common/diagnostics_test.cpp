@@ -133,8 +133,34 @@ TEST(Diagnostics, ControlCharactersStayInTheFile) {
     Diagnostics diagnostics("f");
     diagnostics.set_source("a\x1b[2Jb\x7f\t");
     diagnostics.error({1, 1}, "a\x1b[2J\nb\x7f", "c\r");
+    EXPECT_EQ(
+        printed(diagnostics),
+        "f:1:1: error: a\\x1b[2J\\nb\\u007f\na\\x1b[2Jb\\u007f\t\n^\nhelp: c\\r\nf: 1 error\n");
+}
+
+TEST(Diagnostics, CaretStandsBelowThePlaceWhereTheLineIsMadeSafe) {
+    Diagnostics diagnostics("f");
+    diagnostics.set_source("\t\x1b[2J\xe2\x80\xae \xff x");
+    diagnostics.error({1, 8}, "t");  // a byte that is no text counts as one column
     EXPECT_EQ(printed(diagnostics),
-              "f:1:1: error: a\\x1b[2J\\nb\\x7f\na?[2Jb?\t\n^\nhelp: c\\x0d\nf: 1 error\n");
+              "f:1:8: error: t\n\t\\x1b[2J\\u202e \\xff x\n"
+              "\t              ^\nf: 1 error\n");
+}
+
+TEST(Diagnostics, NameOfTheFileCannotForgeALine) {
+    Diagnostics diagnostics("f\nfenwa: ready\x1b[2J");
+    diagnostics.error({1, 1}, "t");
+    EXPECT_EQ(printed(diagnostics),
+              "f\\nfenwa: ready\\x1b[2J:1:1: error: t\nf\\nfenwa: ready\\x1b[2J: 1 error\n");
+}
+
+TEST(Diagnostics, OfALongTextTheBeginningAndTheEndAreSaid) {
+    Diagnostics diagnostics("f");
+    diagnostics.error({}, "begin" + std::string(1000000, 'x') + "end");
+    const std::string text = printed(diagnostics);
+    EXPECT_LT(text.size(), 2100U);
+    EXPECT_TRUE(text.starts_with("f: error: beginxxx")) << text.substr(0, 30);
+    EXPECT_TRUE(text.ends_with("xxxend\nf: 1 error\n"));
 }
 
 TEST(Diagnostics, ColoursAreAroundTheSameText) {
