@@ -22,7 +22,7 @@ void DBusClient::stop() {
     state = OwnerState::Stopped;
     match_slot.reset();
     call_slot.reset();
-    superseded_matches.release();
+    owner_match.released();
 }
 
 bool DBusClient::run() {
@@ -60,10 +60,7 @@ sd_bus* DBusClient::bus() const {
 }
 
 void DBusClient::add_match() {
-    // A refused match still hears what other matches of the connection bring in, and releasing it
-    // would take an equal match of another block off the daemon's list.
-    superseded_matches.keep(match_slot);
-    match_owner_changes_async<&DBusClient::on_owner_changed, &DBusClient::on_match_installed>(
+    owner_match.install_async<&DBusClient::on_owner_changed, &DBusClient::on_match_installed>(
         bus(), match_slot, *this);
     state = OwnerState::AddingMatch;
 }
@@ -76,7 +73,11 @@ void DBusClient::query_owner() {
 }
 
 int DBusClient::on_match_installed(sd_bus_message* reply, sd_bus_error* /*error*/) {
-    state = owner_match_installed(reply) ? OwnerState::MatchAdded : OwnerState::Idle;
+    const bool installed = owner_match_installed(reply);
+    owner_match.answered(installed);
+    if (!installed)
+        owner_match.discard(match_slot);
+    state = installed ? OwnerState::MatchAdded : OwnerState::Idle;
     event_port->fire();
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "src/frame/owner_match.hpp"
 #include "src/frame/slot.hpp"
 
 namespace blocks {
@@ -72,7 +73,7 @@ class DBusClient : public Fenwa::Block {
     Slot call_slot;
     OwnerState state;
 
-    SupersededSlots superseded_matches;
+    OwnerMatch owner_match;  ///< what `match_slot` is for
 };
 
 }  // namespace blocks

@@ -75,24 +75,6 @@ template <class State>
 /// Says that the match for owner changes could not be sent.
 void log_owner_match_failure(int r);
 
-/// Starts to install the match for owner changes, logging when it cannot be sent.
-template <auto OnChange, auto OnInstalled>
-void match_owner_changes_async(sd_bus* bus, Slot& slot,
-                               typename Callback<OnChange>::Object& object) {
-    if (const int r = match_rule_async<OnChange, OnInstalled>(bus, slot, owner_change_rule, object);
-        r < 0)
-        log_owner_match_failure(r);
-}
-
-/// Installs the match for owner changes and waits until it is, logging when it cannot be.
-template <auto OnChange>
-void match_owner_changes(sd_bus* bus, Slot& slot, typename Callback<OnChange>::Object& object) {
-    if (const int r =
-            sd_bus_add_match(bus, slot.out(), owner_change_rule, Callback<OnChange>::call, &object);
-        r < 0)
-        log_owner_match_failure(r);
-}
-
 /// Whether the daemon has installed the match; a refusal is logged.
 [[nodiscard]] bool owner_match_installed(sd_bus_message* reply);
 

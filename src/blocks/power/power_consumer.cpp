@@ -51,6 +51,7 @@ PowerConsumer::~PowerConsumer() = default;
 void PowerConsumer::stop() {
     match_slot.reset();
     call_slot.reset();
+    owner_match.released();
     const int r =
         call_without_reply(bus, power_control_consumer, "Unregister", "s", consumer_name.c_str());
     if (r < 0)
@@ -61,7 +62,7 @@ bool PowerConsumer::run() {
     if (bus == nullptr) {
         // Once: a match that is refused is not tried again.
         bus = bus_of(*this);
-        match_owner_changes<&PowerConsumer::on_owner_changed>(bus, match_slot, *this);
+        owner_match.install<&PowerConsumer::on_owner_changed>(bus, match_slot, *this);
     }
     if (event_port->is_triggered())
         power_out->publish(granted_power);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "src/frame/owner_match.hpp"
 #include "src/frame/sdbus_handle.hpp"
 
 namespace blocks {
@@ -57,6 +58,8 @@ class PowerConsumer : public Fenwa::Block {
     std::atomic<bool> registered;       ///< the registration has been answered
     std::atomic<bool> power_requested;  ///< the request has been answered
     std::atomic<float> granted_power;   ///< last value that the controller has set
+
+    OwnerMatch owner_match;  ///< what `match_slot` is for
 };
 
 }  // namespace blocks

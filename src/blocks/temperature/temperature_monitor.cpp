@@ -81,12 +81,13 @@ void TemperatureMonitor::stop() {
     signal_match_slot.reset();
     owner_match_slot.reset();
     call_slot.reset();
+    owner_match.released();
 }
 
 bool TemperatureMonitor::run() {
     if (!owner_match_added) {
         if (!owner_match_slot) {
-            match_owner_changes_async<&TemperatureMonitor::on_owner_changed,
+            owner_match.install_async<&TemperatureMonitor::on_owner_changed,
                                       &TemperatureMonitor::on_owner_match_installed>(
                 bus_of(*this), owner_match_slot, *this);
         }
@@ -188,7 +189,9 @@ int TemperatureMonitor::confirm_match(const sd_bus_error* error, const char* err
     return r;
 }
 
-int TemperatureMonitor::on_owner_match_installed(sd_bus_message* /*reply*/, sd_bus_error* error) {
+int TemperatureMonitor::on_owner_match_installed(sd_bus_message* reply, sd_bus_error* error) {
+    // For the other blocks' sake only: to this one a refused match counts as installed.
+    owner_match.answered(sd_bus_message_is_method_error(reply, nullptr) == 0);
     return confirm_match(error,
                          "Error when adding match for NameOwnerChanged: ", owner_match_added);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "src/frame/owner_match.hpp"
 #include "src/frame/sdbus_handle.hpp"
 
 namespace blocks {
@@ -82,6 +83,8 @@ class TemperatureMonitor : public Fenwa::Block {
     std::array<std::int32_t, limit_count> signal_ids;  ///< what the controller calls each limit
     bool temperature_ok;                               ///< the verdict
     bool stopped;
+
+    OwnerMatch owner_match;  ///< what `owner_match_slot` is for
 };
 
 }  // namespace blocks

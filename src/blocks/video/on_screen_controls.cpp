@@ -64,8 +64,8 @@ OnScreenControls::~OnScreenControls() {
 void OnScreenControls::stop() {
     match_slot.reset();
     call_slot.reset();
-    superseded_matches.release();
     calls.release();
+    owner_match.released();
     state = ControlsState::Stopped;
     for (const auto& [first, second] : added_features) {
         const int r = call_without_reply(bus_of(*this), on_screen_controls, "RemoveFeatures",
@@ -107,10 +107,7 @@ void OnScreenControls::wake() noexcept {
 }
 
 void OnScreenControls::add_match() {
-    // A refused match still hears what other matches of the connection bring in, and releasing it
-    // would take an equal match of another block off the daemon's list.
-    superseded_matches.keep(match_slot);
-    match_owner_changes_async<&OnScreenControls::name_owner_changed_callback,
+    owner_match.install_async<&OnScreenControls::name_owner_changed_callback,
                               &OnScreenControls::add_match_callback>(bus_of(*this), match_slot,
                                                                      *this);
     state = ControlsState::AddingMatch;
@@ -203,7 +200,11 @@ int OnScreenControls::call_service(const char* member, const char* types, Argume
 }
 
 int OnScreenControls::add_match_callback(sd_bus_message* reply, sd_bus_error* /*error*/) {
-    state = owner_match_installed(reply) ? ControlsState::MatchAdded : ControlsState::Idle;
+    const bool installed = owner_match_installed(reply);
+    owner_match.answered(installed);
+    if (!installed)
+        owner_match.discard(match_slot);
+    state = installed ? ControlsState::MatchAdded : ControlsState::Idle;
     event_port->fire();
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fenwa/block.hpp"
+#include "src/frame/owner_match.hpp"
 #include "src/frame/slot.hpp"
 
 namespace blocks {
@@ -83,7 +84,7 @@ class OnScreenControls : public Fenwa::Block {
     std::vector<Feature> added_features;   ///< added and not yet removed, as often as that was done
     std::vector<Feature> listed_features;  ///< what the service listed last
 
-    SupersededSlots superseded_matches;
+    OwnerMatch owner_match;  ///< what `match_slot` is for
     OverlappingCalls calls;
 };
 

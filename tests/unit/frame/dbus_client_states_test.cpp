@@ -49,6 +49,7 @@ TEST_P(DBusClientInEveryStateTest, TakesAnInstalledMatch) {
 
 TEST_P(DBusClientInEveryStateTest, TakesARefusedMatch) {
     EXPECT_EQ(match().install(messages.error("com.example.Error", "no")), 0);
+    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match"}));
     expect(OwnerState::Idle, true, {"1 Error when adding match for NameOwnerChanged: no"});
 }
 

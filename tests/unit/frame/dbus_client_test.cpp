@@ -147,7 +147,7 @@ TEST_F(DBusClientTest, TakesAResultOfZeroFromSdBusForSuccess) {
     ask();
 }
 
-TEST_F(DBusClientTest, TriesARefusedMatchAgainAndKeepsTheRefusedOneUntilStopped) {
+TEST_F(DBusClientTest, ReleasesARefusedMatchBeforeItTriesAgain) {
     make();
     EXPECT_TRUE(client->woken());
     EXPECT_TRUE((*client)->run());
@@ -158,11 +158,26 @@ TEST_F(DBusClientTest, TriesARefusedMatchAgainAndKeepsTheRefusedOneUntilStopped)
     EXPECT_EQ(state(), OwnerState::Idle);
     EXPECT_TRUE(client->woken());
     EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, match_sent}));
+    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, "release #1 match", match_sent}));
     EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(**client));
     EXPECT_EQ(state(), OwnerState::AddingMatch);
     (*client)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 match", "release #1 match"}));
+    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 match"}));
+}
+
+TEST_F(DBusClientTest, KeepsARefusedMatchUntilStoppedWhereAnotherClientHasOne) {
+    support::BlockDriver<FollowingBlock> other(recorders.tools, followed_name);
+    EXPECT_TRUE(other->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    (void)bus.take_journal();
+    make();
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
+    EXPECT_EQ(log.take().size(), 1U);
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, match_sent}));
+    (*client)->stop();
+    EXPECT_EQ(bus.take_journal(), (Journal{"release #3 match", "release #2 match"}));
 }
 
 TEST_F(DBusClientTest, SaysUnknownWhenARefusedMatchHasNoText) {
@@ -171,7 +186,7 @@ TEST_F(DBusClientTest, SaysUnknownWhenARefusedMatchHasNoText) {
     EXPECT_EQ(bus.last().install(messages.error("com.example.Error", nullptr)), 0);
     EXPECT_EQ(log.take(), (Lines{"1 Error when adding match for NameOwnerChanged: unknown"}));
     EXPECT_EQ(state(), OwnerState::Idle);
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
+    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, "release #1 match"}));
 }
 
 TEST_F(DBusClientTest, AsksAgainAfterARefusedQuestionAndDropsTheAnsweredOne) {
@@ -258,7 +273,11 @@ TEST_F(DBusClientTest, ReleasesCallThenMatchWhenDestroyed) {
     EXPECT_EQ(bus.take_journal(), (Journal{"release #2 GetNameOwner", "release #1 match"}));
 }
 
-TEST_F(DBusClientTest, ReleasesARefusedMatchLastWhenDestroyed) {
+TEST_F(DBusClientTest, ReleasesAKeptMatchLastWhenDestroyed) {
+    support::BlockDriver<FollowingBlock> other(recorders.tools, followed_name);
+    EXPECT_TRUE(other->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    (void)bus.take_journal();
     make();
     EXPECT_TRUE((*client)->run());
     EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
@@ -266,7 +285,7 @@ TEST_F(DBusClientTest, ReleasesARefusedMatchLastWhenDestroyed) {
     EXPECT_TRUE((*client)->run());
     (void)bus.take_journal();
     client.reset();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 match", "release #1 match"}));
+    EXPECT_EQ(bus.take_journal(), (Journal{"release #3 match", "release #2 match"}));
 }
 
 TEST_F(DBusClientTest, IsWokenUnlessStopped) {

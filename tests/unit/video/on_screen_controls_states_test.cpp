@@ -72,6 +72,7 @@ TEST_P(OnScreenControlsInEveryStateTest, TakesAnInstalledMatch) {
 TEST_P(OnScreenControlsInEveryStateTest, TakesARefusedMatch) {
     const std::string prefix = "1 Error when adding match for NameOwnerChanged: ";
     EXPECT_EQ(match().install(messages.error("com.example.Error", "no")), 0);
+    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match"}));
     expect(ControlsState::Idle, true, {prefix + "no"});
     state() = before();
     EXPECT_EQ(match().install(messages.error("com.example.Error", nullptr)), 0);
