@@ -1,7 +1,13 @@
 #include "common/bus.hpp"
 
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <thread>
 
 #include "common/exit_code.hpp"
 
@@ -37,6 +43,22 @@ BusPtr new_connection(const std::string& address) {
     if (r < 0)
         unreachable(address, std::strerror(-r));
     return BusPtr(bus);
+}
+
+/// Drops what comes through a socket until its other end is closed. @returns false at the deadline.
+bool drop_input(int socket, Clock::time_point deadline) {
+    std::array<char, 65536> dropped;
+    for (;;) {
+        const ssize_t n = recv(socket, dropped.data(), dropped.size(), MSG_DONTWAIT);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+            return n == 0;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd ready{socket, POLLIN, 0};
+        if (n < 0)
+            poll(&ready, 1, static_cast<int>(left.count()));
+    }
 }
 
 }  // namespace
@@ -90,6 +112,24 @@ void own_name(sd_bus& bus, const std::string& name) {
     throw Failure(ExitCode::unavailable,
                   "cannot own the bus name '" + name +
                       "': " + (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
+}
+
+bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
+    const int socket = sd_bus_get_fd(&bus);
+    if (socket < 0 || sd_bus_is_open(&bus) <= 0)
+        return false;
+    bool closed_by_daemon = false;
+    // A close with unread input would make the daemon drop what it has not read. sd-bus itself
+    // would call handlers if it read, and has no limit for its flush: the cut is what ends that.
+    std::thread reader([&] {
+        closed_by_daemon = drop_input(socket, deadline);
+        if (!closed_by_daemon)
+            shutdown(socket, SHUT_RDWR);
+    });
+    const int flushed = sd_bus_flush(&bus);
+    shutdown(socket, SHUT_WR);
+    reader.join();
+    return flushed >= 0 && closed_by_daemon;
 }
 
 int check(int r, const char* what) {

@@ -51,6 +51,13 @@ struct BusError {
 /// @throws Failure (unavailable) naming the name and, where another has it, saying so.
 void own_name(sd_bus& bus, const std::string& name);
 
+/// Sends what is still to be sent, ends the connection on this side and waits until the daemon has
+/// ended it on its own, which it does once it has read everything. What comes meanwhile is dropped:
+/// no handler is called. After it the connection is good for nothing but its release.
+/// @param deadline when the connection is cut at the latest.
+/// @returns whether the daemon has read everything.
+[[nodiscard]] bool finish_sending(sd_bus& bus, std::chrono::steady_clock::time_point deadline);
+
 /// The next argument of a message, which is a string.
 /// @throws std::system_error when it is not.
 [[nodiscard]] std::string read_string(sd_bus_message& message);
