@@ -170,7 +170,7 @@ int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error)
         return 0;
     if (pending.block.empty())
         return pending.callback(reply, userdata, error);
-    const CurrentBlock current(pending.block);
+    const CurrentBlock current(pending.block, "a callback of the bus");
     return pending.callback(reply, userdata, error);
 }
 

@@ -7,6 +7,7 @@
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/log_sink.hpp"
+#include "host/activity.hpp"
 #include "host/log_to_stderr.hpp"
 
 namespace host {
@@ -60,8 +61,10 @@ Silence::~Silence() {
 DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
                    const Fenwa::BlockConfiguration& config, DryTools& tools,
                    const std::function<void(const char*)>& on_phase) {
+    std::optional<Activity> activity;
     const auto enter = [&](const char* next) {
         phase = next;
+        activity.emplace("block", name.c_str(), next);
         if (on_phase)
             on_phase(next);
     };

@@ -1,37 +1,22 @@
 #include "host/event_loop.hpp"
 
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <systemd/sd-daemon.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
+#include <ctime>
+
+#include "host/activity.hpp"
 
 namespace host {
-namespace {
 
-void block_signals(std::initializer_list<int> numbers) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int number : numbers)
-        sigaddset(&signals, number);
-    tool::check(-pthread_sigmask(SIG_BLOCK, &signals, nullptr), "cannot block signals");
-}
-
-int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
-    return sd_event_exit(sd_event_source_get_event(source), 0);
-}
-
-}  // namespace
-
-EventLoop::EventLoop() {
-    block_signals({SIGINT, SIGTERM});
+EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     sd_event* loop = nullptr;
     tool::check(sd_event_new(&loop), "cannot make an event loop");
     loop_.reset(loop);
-    // Without a handler a signal source ends the loop.
-    for (const int signal : {SIGINT, SIGTERM})
-        tool::check(sd_event_add_signal(loop, nullptr, signal, nullptr, nullptr),
-                    "cannot serve signals");
+    tool::check(sd_event_add_io(loop, nullptr, supervisor.stop_event(), EPOLLIN, on_stop, nullptr),
+                "cannot serve signals");
     const char* const failed = "cannot serve the bus between the blocks";
     sd_event_source* source = nullptr;
     tool::check(sd_event_add_defer(loop, &source, on_overdue, this), failed);
@@ -60,18 +45,22 @@ void EventLoop::attach(sd_bus& bus) {
     buses_.push_back({&bus, tool::SlotPtr(slot)});
 }
 
-void EventLoop::hold_hangup() {
-    block_signals({SIGHUP});
-}
-
 void EventLoop::serve_hangup(std::function<void()> handler) {
     on_hangup_ = std::move(handler);
-    tool::check(sd_event_add_signal(loop_.get(), nullptr, SIGHUP, on_hangup, this),
-                "cannot serve signals");
+    tool::check(
+        sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event(), EPOLLIN, on_hangup, this),
+        "cannot serve signals");
 }
 
-int EventLoop::on_hangup(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/,
+int EventLoop::on_stop(sd_event_source* source, int /*fd*/, std::uint32_t /*events*/,
+                       void* /*userdata*/) noexcept {
+    return sd_event_exit(sd_event_source_get_event(source), 0);
+}
+
+int EventLoop::on_hangup(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
                          void* userdata) noexcept {
+    eventfd_t count = 0;
+    static_cast<void>(eventfd_read(fd, &count));
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     // The time tells the service manager that this reload, and no earlier one, is meant.
@@ -82,40 +71,34 @@ int EventLoop::on_hangup(sd_event_source* /*source*/, const signalfd_siginfo* /*
     return 0;
 }
 
-bool EventLoop::interrupted() const {
-    // Nothing serves signals before `run`, so one that came is still pending.
-    sigset_t pending;
-    sigpending(&pending);
-    return sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1;
-}
-
-void EventLoop::ask_to_stop() noexcept {
-    // The signal itself: it is seen wherever the host is just then, and waits where it is blocked.
-    kill(getpid(), SIGTERM);
-}
-
 void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
-    if (duration) {
-        tool::check(sd_event_add_time_relative(loop_.get(), nullptr, CLOCK_MONOTONIC,
-                                               static_cast<std::uint64_t>(duration->count()), 1,
-                                               on_time, nullptr),
-                    "cannot limit the time");
-    }
+    if (duration)
+        supervisor_.stop_after(*duration);
     sd_notify(0, "READY=1");
-    tool::check(sd_event_loop(loop_.get()), "the event loop failed");
+    tool::check(sd_event_set_watchdog(loop_.get(), 1), "cannot serve the watchdog");
+    const char* const failed = "the event loop failed";
+    sd_event* const loop = loop_.get();
+    while (sd_event_get_state(loop) != SD_EVENT_FINISHED) {
+        int r = tool::check(sd_event_prepare(loop), failed);
+        if (r == 0)
+            r = tool::check(sd_event_wait(loop, UINT64_MAX), failed);
+        // A handler may be a block's, of which sd-bus does not say whose it is.
+        const Activity serving("a callback", "", nullptr);
+        if (r > 0)
+            tool::check(sd_event_dispatch(loop), failed);
+    }
 }
 
 void EventLoop::announce_stop() {
     sd_notify(0, "STOPPING=1");
-    sigset_t interrupt;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    // One that came during the start asked for this very stop and must not end it.
-    const timespec at_once{};
-    while (sigtimedwait(&interrupt, nullptr, &at_once) == SIGINT) {
-    }
-    std::signal(SIGINT, SIG_DFL);
-    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
+bool EventLoop::finish_sending(std::chrono::microseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    bool all = true;
+    for (const Attached& attached : buses_)
+        all = tool::finish_sending(*attached.bus, deadline) && all;
+    return all;
 }
 
 bool EventLoop::lost_bus() const noexcept {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/signalfd.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
@@ -10,14 +9,14 @@
 #include <vector>
 
 #include "common/bus.hpp"
+#include "host/supervisor.hpp"
 
 namespace host {
 
-/// The host's one loop, with what ends it: SIGINT and SIGTERM, a time, a lost bus.
+/// The host's one loop, with what ends it: a request to stop, a lost bus.
 class EventLoop {
   public:
-    /// Blocks SIGINT and SIGTERM for the process, so that they are served by the loop.
-    EventLoop();
+    explicit EventLoop(Supervisor& supervisor);
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
     ~EventLoop();
@@ -27,31 +26,35 @@ class EventLoop {
     /// Serves one more connection, which outlives every later call and is detached by its own end.
     void attach(sd_bus& bus);
 
-    /// Keeps SIGHUP from ending the process: it waits until `serve_hangup`.
-    static void hold_hangup();
-
     /// Has the loop call `handler`, which must not throw, for each SIGHUP, once for those that came
     /// together; the service manager is told that the host reloads, and that it is ready again.
     void serve_hangup(std::function<void()> handler);
 
-    /// Whether SIGINT or SIGTERM waits to be served: asked while blocks are being started.
-    [[nodiscard]] bool interrupted() const;
+    /// Whether the loop has been asked to stop: asked while blocks are being started.
+    [[nodiscard]] bool interrupted() const noexcept { return supervisor_.stop_requested(); }
 
-    /// Ends the loop, or the start before it, as SIGTERM does. Any thread.
-    static void ask_to_stop() noexcept;
-
-    /// Tells the service manager that the host is ready and serves until something ends it.
+    /// Tells the service manager that the host is ready and serves until something ends it. Where
+    /// the service manager wants signs of life (WATCHDOG_USEC), they come from the loop, so that a
+    /// block which does not return keeps them away.
     void run(std::optional<std::chrono::microseconds> duration);
 
-    /// Tells the service manager that the host stops; a further SIGINT ends the process at once.
-    void announce_stop();
+    /// Tells the service manager that the host stops.
+    static void announce_stop();
+
+    /// Makes sure that the daemons have read all that was sent on the connections, and ends these;
+    /// no handler is called. What still refers to them may only be released after it.
+    /// @param limit for all together.
+    /// @returns false where a daemon has not read everything by then.
+    [[nodiscard]] bool finish_sending(std::chrono::microseconds limit);
 
     /// Whether one of the connections is gone; a blocking call of a block may have been the first
     /// to see it.
     [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
-    static int on_hangup(sd_event_source* source, const signalfd_siginfo* info,
+    static int on_stop(sd_event_source* source, int fd, std::uint32_t events,
+                       void* userdata) noexcept;
+    static int on_hangup(sd_event_source* source, int fd, std::uint32_t events,
                          void* userdata) noexcept;
     static int before_waiting(sd_event_source* source, void* userdata) noexcept;
     static int on_overdue(sd_event_source* source, void* userdata) noexcept;
@@ -64,6 +67,7 @@ class EventLoop {
         tool::SlotPtr disconnected;
     };
 
+    Supervisor& supervisor_;
     tool::EventPtr loop_;
     tool::EventSourcePtr each_round_;
     tool::EventSourcePtr overdue_;

@@ -51,7 +51,8 @@ bool Journal::send(int level, const std::string& message) const {
     return sd_journal_sendv(parts.data(), static_cast<int>(parts.size())) >= 0;
 }
 
-CurrentBlock::CurrentBlock(const std::string& name) : outer_(current_block) {
+CurrentBlock::CurrentBlock(const std::string& name, const char* phase)
+    : activity_("block", name.c_str(), phase), outer_(current_block) {
     current_block = &name;
 }
 

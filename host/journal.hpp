@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "host/activity.hpp"
+
 namespace host {
 
 /// The journal of systemd, in use when the host runs under it, that is, when stderr leads to the
@@ -21,10 +23,13 @@ class Journal {
     bool in_use_;
 };
 
-/// While one lives, the log lines of its thread belong to this block.
+/// While one lives, the thread is in an operation of this block, to which its log lines belong.
+/// Thread of the loop.
 class CurrentBlock {
   public:
-    explicit CurrentBlock(const std::string& name);
+    /// @param name outlives this object.
+    /// @param phase which operation: "run", "its constructor"; a string literal.
+    CurrentBlock(const std::string& name, const char* phase);
     CurrentBlock(const CurrentBlock&) = delete;
     CurrentBlock& operator=(const CurrentBlock&) = delete;
     ~CurrentBlock();
@@ -33,6 +38,7 @@ class CurrentBlock {
     [[nodiscard]] static const std::string* name() noexcept;
 
   private:
+    const Activity activity_;
     const std::string* outer_;
 };
 

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "common/suggestion.hpp"
+#include "host/activity.hpp"
 
 namespace host {
 namespace {
@@ -59,6 +60,7 @@ void PluginLoader::load(const std::string& plugin) {
     const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
         throw PluginError("the plug-in '" + plugin + "' " + reason, {}, std::move(thrown));
     };
+    std::optional<Activity> activity(std::in_place, "plug-in", plugin.c_str(), "its loading");
     // All symbols at once: one that is missing shows here and not in the middle of a run.
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
@@ -66,6 +68,7 @@ void PluginLoader::load(const std::string& plugin) {
     void* const symbol = dlsym(library, "lib_register_cpp");
     if (symbol == nullptr)
         fail("has no entry point 'lib_register_cpp'");
+    activity.emplace("plug-in", plugin.c_str(), "its entry point");
     int r = 0;
     try {
         r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);

@@ -23,6 +23,13 @@ namespace {
 
 using tool::ExitCode;
 
+/// How much longer than its time, which counts from the moment when all blocks are started, a host
+/// takes when they do not start.
+constexpr std::chrono::seconds start_limit{5};
+
+/// How long a bus daemon has, at the end, to read what blocks have sent.
+constexpr std::chrono::seconds delivery_limit{5};
+
 /// Sends what blocks log and what they set in the debug-data store to the event writer.
 class Listeners {
   public:
@@ -43,6 +50,7 @@ class Listeners {
 };
 
 tool::BusPtr connect_bus(const RunOptions& options, const std::string& address) {
+    const Activity connecting("the bus at", address.c_str(), nullptr);
     tool::BusPtr bus = tool::open_bus(address, options.call_timeout);
     tool::check(sd_bus_set_method_call_timeout(
                     bus.get(), static_cast<std::uint64_t>(options.call_timeout.count())),
@@ -54,6 +62,7 @@ tool::BusPtr connect_bus(const RunOptions& options, const std::string& address) 
 tool::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
                                 const std::string& address) {
     tool::BusPtr bus = connect_bus(options, address);
+    const Activity owning("the bus at", address.c_str(), nullptr);
     for (const PlacedName& name : graph.bus_names)
         tool::own_name(*bus, name.text);
     return bus;
@@ -114,7 +123,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
     } catch (...) {
         code = failed(std::current_exception());
     }
-    loop.announce_stop();
+    EventLoop::announce_stop();
     running.stop([&](const std::exception_ptr& failure) {
         const ExitCode reported = failed(failure);
         if (code == ExitCode::done)
@@ -123,6 +132,9 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
     if (loop.lost_bus())
         throw tool::Failure(ExitCode::unavailable,
                             "lost the connection to the bus at '" + address + "'");
+    const Activity finishing("the bus at", address.c_str(), nullptr);
+    if (!loop.finish_sending(delivery_limit))
+        std::cerr << "fenwa: the bus at '" << address << "' has not read all that was sent to it\n";
     return code;
 }
 
@@ -130,11 +142,11 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
 
 ExitCode run_graph(const RunOptions& options) {
     open_closed_streams();
-    // From the first moment: one that comes during the start is served after it.
-    EventLoop::hold_hangup();
+    // From the first moment: a SIGHUP that comes during the start is served after it.
+    Supervisor& supervisor = Supervisor::start(Supervisor::Hangup::reloads);
     const Journal journal(options.graph);
     tool::Diagnostics diagnostics(options.graph);
-    StandardOutput out(EventLoop::ask_to_stop);
+    StandardOutput out([&supervisor] { supervisor.request_stop(); });
     const std::unique_ptr<EventWriter> events =
         make_event_writer(options.format, out, journal, options.color);
     const auto ended = [&events, &out](ExitCode code) {
@@ -142,16 +154,20 @@ ExitCode run_graph(const RunOptions& options) {
         return code_after(out, code);
     };
     try {
-        // Before the signals are held: a pipe may keep the host waiting here.
+        // While there is nothing to stop, a signal ends the host: the graph may be a pipe.
         std::optional<Graph> graph = read_graph(options.graph, diagnostics);
-        // They belong to the loop from here on, so that none is lost during the start.
-        EventLoop loop;
+        supervisor.stop_in_order();
+        if (options.duration)
+            supervisor.stop_after(*options.duration + start_limit);
+        EventLoop loop(supervisor);
         BlockTypes types(&loop.get());
         const CheckedGraph checked = check_read_graph(std::move(graph), options.plugin_dirs, types,
                                                       diagnostics, Strictness::before_a_run);
         diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
         if (checked.code != ExitCode::done)
             return ended(checked.code);
+        if (loop.interrupted())
+            return ended(ExitCode::done);
         return ended(serve(options, *checked.graph, types, loop, *events, diagnostics));
     } catch (const tool::Failure& failure) {
         ended(failure.code());

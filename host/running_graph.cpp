@@ -45,7 +45,7 @@ void RunningGraph::follow_bus(BusTap& tap) {
 template <class Call>
 void RunningGraph::call(const Instance& instance, const char* phase, Call&& body,
                         tool::Diagnostics& diagnostics) {
-    const CurrentBlock current(instance.name);
+    const CurrentBlock current(instance.name, phase);
     try {
         body();
     } catch (const Fenwa::ConfigurationError& error) {
@@ -345,7 +345,7 @@ void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& re
         deliver(instance);
     }
     while (!instances_.empty()) {
-        const CurrentBlock current(instances_.back()->name);
+        const CurrentBlock current(instances_.back()->name, "its destructor");
         instances_.back()->block.reset();
         instances_.pop_back();
     }

@@ -110,8 +110,10 @@ void watch_until_the_end(const WatchOptions& options, EventLoop& loop, EventWrit
 ExitCode watch_host(const WatchOptions& options) {
     open_closed_streams();
     const Journal journal({});
-    EventLoop loop;
-    StandardOutput out(EventLoop::ask_to_stop);
+    Supervisor& supervisor = Supervisor::start(Supervisor::Hangup::ends);
+    supervisor.stop_in_order();
+    EventLoop loop(supervisor);
+    StandardOutput out([&supervisor] { supervisor.request_stop(); });
     const std::unique_ptr<EventWriter> events =
         make_event_writer(options.format, out, journal, options.color);
     try {

@@ -8,5 +8,6 @@ int lib_register_cpp(Fenwa::IRegistry* registry) {
     probe::register_bus_blocks(*registry);
     probe::register_thread_blocks(*registry);
     probe::register_log_blocks(*registry);
+    probe::register_stop_blocks(*registry);
     return 0;
 }

@@ -15,6 +15,7 @@ void register_setup_blocks(Fenwa::IRegistry& registry);
 void register_bus_blocks(Fenwa::IRegistry& registry);
 void register_thread_blocks(Fenwa::IRegistry& registry);
 void register_log_blocks(Fenwa::IRegistry& registry);
+void register_stop_blocks(Fenwa::IRegistry& registry);
 
 /// Adds an input, or an output, of T's datatype to a block, which owns it.
 template <class T>

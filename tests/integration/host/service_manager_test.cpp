@@ -36,6 +36,20 @@ TEST_F(ServiceManager, IsToldOfTheStopBeforeTheBlocksAre) {
     EXPECT_EQ(host.wait().code, 0);
 }
 
+TEST_F(ServiceManager, GetsSignsOfLifeFromTheLoopThatABlockCanHoldUp) {
+    const DatagramSocket socket(path());
+    Process host(run_command(probes("[blocks.b]\ntype = \"Stubborn\"\nin = \"run\"\n"
+                                    "does = \"sleeps\"\nms = 2000\n"),
+                             {"--bus", bus()}),
+                 {{"NOTIFY_SOCKET", path()}, {"WATCHDOG_USEC", "300000"}});
+    EXPECT_EQ(socket.receive(), "READY=1");
+    EXPECT_EQ(socket.receive(), "WATCHDOG=1");
+    EXPECT_EQ(socket.receive(std::chrono::milliseconds(1500)), "");
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(socket.receive(), "WATCHDOG=1");
+    EXPECT_EQ(host.terminate().code, 0);
+}
+
 TEST_F(ServiceManager, IsNeverToldOfAStartThatFailed) {
     const DatagramSocket socket(path());
     const Ended ended = run(probes("[blocks.p]\ntype = \"Probe\"\nthrows_in = \"start\"\n"), {},

@@ -60,7 +60,7 @@ class BusTapTest : public testing::Test {
 
     /// As block "b", an asynchronous call to the peer. @returns what sd-bus returned.
     int call(sd_bus_slot** slot, Heard* heard, const char* path = "/x") {
-        const CurrentBlock current(block_);
+        const CurrentBlock current(block_, "run");
         return sd_bus_call_method_async(bus_.get(), slot, "com.example.Peer", path,
                                         "com.example.Peer1", "Ask",
                                         heard == nullptr ? nullptr : on_answer, heard, "s", "?");
@@ -166,7 +166,7 @@ TEST_F(BusTapTest, CallWithoutCallbackExpectsNoAnswer) {
 
 TEST_F(BusTapTest, OtherConnectionsAreNotSeen) {
     const tool::BusPtr other = tool::open_bus(daemon_.address(), std::chrono::seconds(10));
-    const CurrentBlock current(block_);
+    const CurrentBlock current(block_, "run");
     Heard heard;
     EXPECT_GT(sd_bus_call_method_async(other.get(), nullptr, "com.example.Peer", "/x",
                                        "com.example.Peer1", "Ask", on_answer, &heard, ""),
@@ -197,7 +197,7 @@ TEST_F(BusTapTest, ErrorsComeBackUntouched) {
 TEST_F(BusTapTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
     Heard heard;
     {
-        const CurrentBlock current(block_);
+        const CurrentBlock current(block_, "run");
         sd_bus_match_signal_async(bus_.get(), nullptr, "com.example.Heard", nullptr, nullptr,
                                   "Sound", on_signal, on_answer, &heard);
         sd_bus_match_signal(bus_.get(), nullptr, "com.example.HeardToo", nullptr, nullptr, "Sound",
@@ -235,7 +235,7 @@ class NarrowBus : public BusTapTest {
 TEST_F(NarrowBus, LimitOfMatchesIsToldOnceForEachBlock) {
     Heard heard;
     for (const std::string block : {"b", "c", "b", "c"}) {
-        const CurrentBlock current(block);
+        const CurrentBlock current(block, "run");
         for (int i = 0; i < 3; ++i)
             sd_bus_match_signal_async(bus_.get(), nullptr, "com.example.Peer", nullptr, nullptr,
                                       "Sound", on_signal, on_answer, &heard);
@@ -250,7 +250,7 @@ TEST_F(NarrowBus, LimitOfMatchesIsToldOnceForEachBlock) {
 }
 
 TEST_F(NarrowBus, LimitOfABlockingMatchIsToldAndItsErrorComesBack) {
-    const CurrentBlock current(block_);
+    const CurrentBlock current(block_, "run");
     int r = 0;
     for (int i = 0; i < 3; ++i)
         r = sd_bus_add_match(bus_.get(), nullptr, "type='signal'", on_signal, nullptr);
