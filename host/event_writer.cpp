@@ -4,6 +4,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "common/diagnostics.hpp"
 #include "common/line_text.hpp"
 
 namespace host {
@@ -53,6 +54,10 @@ class JsonWriter final : public EventWriter {
                               ",\"message\":" + tool::json_line(message));
     }
 
+    [[nodiscard]] std::string dropped(std::size_t lines) const override {
+        return line_of("dropped", "\"lines\":" + std::to_string(lines));
+    }
+
     void exit(int status) override { write("exit", {{"status", status}}); }
 
   private:
@@ -62,12 +67,17 @@ class JsonWriter final : public EventWriter {
     }
 
     /// @param members as they stand between the braces of an object.
-    void write_line(const char* event, std::string_view members) {
+    [[nodiscard]] std::string line_of(const char* event, std::string_view members) const {
         std::string line = R"({"event":")";
         line.append(event).append(R"(","time":)").append(tool::json_line(watch_.seconds()));
         if (!members.empty())
             line.append(",").append(members);
         line.append("}\n");
+        return line;
+    }
+
+    void write_line(const char* event, std::string_view members) {
+        const std::string line = line_of(event, members);
         const std::lock_guard lock(mutex_);
         out_.write(line);
     }
@@ -122,6 +132,11 @@ class TextWriter final : public EventWriter {
         line.append(word).append(": ").append(err_colors_.reset);
         line.append(tool::one_line(tool::without_line_end(message))).push_back('\n');
         error_line(line);
+    }
+
+    [[nodiscard]] std::string dropped(std::size_t lines) const override {
+        return "fenwa: dropped " + tool::counted(lines, "line") +
+               " here, because nobody read them\n";
     }
 
     void exit(int status) override {

@@ -32,6 +32,8 @@ class EventWriter {
     virtual void debug(const std::string& key, const Fenwa::DebugValue& value) = 0;
     /// A block handed a line to the logger; `message` as it was given.
     virtual void log(int level, const std::string& message) = 0;
+    /// The line for whoever reads stdout again after so many lines were dropped; writes nothing.
+    [[nodiscard]] virtual std::string dropped(std::size_t lines) const = 0;
     /// The run is over; `status` is the exit code.
     virtual void exit(int status) = 0;
 };

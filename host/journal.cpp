@@ -17,16 +17,6 @@ namespace {
 
 thread_local const std::string* current_block = nullptr;
 
-/// JOURNAL_STREAM names the device and inode of the socket (systemd.exec(5)); a redirected stderr
-/// has others.
-bool stderr_is_the_journal() {
-    const char* const stream = std::getenv("JOURNAL_STREAM");
-    struct stat status {};
-    if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0)
-        return false;
-    return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
-}
-
 int priority_of(int level) {
     if (level <= 1)
         return LOG_ERR;
@@ -35,7 +25,18 @@ int priority_of(int level) {
 
 }  // namespace
 
-Journal::Journal(std::string graph) : graph_(std::move(graph)), in_use_(stderr_is_the_journal()) {}
+bool leads_to_journal(int fd) {
+    // JOURNAL_STREAM names the device and inode of the socket (systemd.exec(5)); a redirected
+    // stream has others.
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    if (stream == nullptr || fstat(fd, &status) != 0)
+        return false;
+    return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
+}
+
+Journal::Journal(std::string graph)
+    : graph_(std::move(graph)), in_use_(leads_to_journal(STDERR_FILENO)) {}
 
 bool Journal::send(int level, const std::string& message) const {
     if (!in_use_)

@@ -6,6 +6,9 @@
 
 namespace host {
 
+/// Whether a stream leads to the journal's socket.
+[[nodiscard]] bool leads_to_journal(int fd);
+
 /// The journal of systemd, in use when the host runs under it, that is, when stderr leads to the
 /// journal's socket. Any thread.
 class Journal {

@@ -1,5 +1,8 @@
 #include "host/run_command.hpp"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <iostream>
 
 #include "common/bus.hpp"
@@ -10,6 +13,7 @@
 #include "host/bus_tap.hpp"
 #include "host/check_command.hpp"
 #include "host/control.hpp"
+#include "host/crash_report.hpp"
 #include "host/event_loop.hpp"
 #include "host/event_writer.hpp"
 #include "host/graph_reader.hpp"
@@ -17,6 +21,7 @@
 #include "host/live_settings.hpp"
 #include "host/log_to_stderr.hpp"
 #include "host/running_graph.hpp"
+#include "host/standard_streams.hpp"
 
 namespace host {
 namespace {
@@ -49,6 +54,21 @@ class Listeners {
     }
 };
 
+/// Lets what becomes of stdout be known: to those who read it again, and to the host.
+class OutputListeners {
+  public:
+    OutputListeners(StandardOutput& out, const EventWriter& events) {
+        describe_dropped_output([&events](std::size_t lines) { return events.dropped(lines); });
+        on_output_failure([&out](int error) { out.fail(error); });
+    }
+    OutputListeners(const OutputListeners&) = delete;
+    OutputListeners& operator=(const OutputListeners&) = delete;
+    ~OutputListeners() {
+        describe_dropped_output({});
+        on_output_failure({});
+    }
+};
+
 tool::BusPtr connect_bus(const RunOptions& options, const std::string& address) {
     const Activity connecting("the bus at", address.c_str(), nullptr);
     tool::BusPtr bus = tool::open_bus(address, options.call_timeout);
@@ -71,6 +91,8 @@ tool::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
 /// Starts the blocks, serves them until the end and stops them.
 ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
                EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
+    // Blocks do not wait for a reader, as a list of mistakes does.
+    drop_unread_lines();
     const std::string address = options.bus.value_or(graph.bus_address.text);
     const tool::BusPtr bus = connect_blocks_bus(options, graph, address);
     // Before a block touches the camera: a host whose name is taken does not start.
@@ -134,7 +156,8 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
                             "lost the connection to the bus at '" + address + "'");
     const Activity finishing("the bus at", address.c_str(), nullptr);
     if (!loop.finish_sending(delivery_limit))
-        std::cerr << "fenwa: the bus at '" << address << "' has not read all that was sent to it\n";
+        tool::print_error_line("fenwa: the bus at '" + address +
+                               "' has not read all that was sent to it");
     return code;
 }
 
@@ -142,15 +165,22 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
 
 ExitCode run_graph(const RunOptions& options) {
     open_closed_streams();
+    buffer_standard_streams();
+    report_crashes();
     // From the first moment: a SIGHUP that comes during the start is served after it.
     Supervisor& supervisor = Supervisor::start(Supervisor::Hangup::reloads);
     const Journal journal(options.graph);
     tool::Diagnostics diagnostics(options.graph);
-    StandardOutput out([&supervisor] { supervisor.request_stop(); });
+    // The supervisor knows it to the end of the process.
+    StandardOutput& out = *new StandardOutput([&supervisor] { supervisor.request_stop(); });
     const std::unique_ptr<EventWriter> events =
         make_event_writer(options.format, out, journal, options.color);
+    const OutputListeners output_listeners(out, *events);
+    if (has_reader(STDOUT_FILENO) && !leads_to_journal(STDOUT_FILENO))
+        supervisor.watch_reader(STDOUT_FILENO, [&out] { out.fail(EPIPE); });
     const auto ended = [&events, &out](ExitCode code) {
         events->exit(static_cast<int>(code));
+        drain_output();
         return code_after(out, code);
     };
     try {
@@ -159,6 +189,7 @@ ExitCode run_graph(const RunOptions& options) {
         supervisor.stop_in_order();
         if (options.duration)
             supervisor.stop_after(*options.duration + start_limit);
+        const ExitGuard guard;
         EventLoop loop(supervisor);
         BlockTypes types(&loop.get());
         const CheckedGraph checked = check_read_graph(std::move(graph), options.plugin_dirs, types,

@@ -1,6 +1,7 @@
 #include "host/standard_output.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,11 @@ void open_closed_streams() {
     }
 }
 
+bool has_reader(int fd) noexcept {
+    struct stat status {};
+    return fstat(fd, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
 StandardOutput::StandardOutput(std::function<void()> on_failure)
     : on_failure_(std::move(on_failure)) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -30,8 +36,13 @@ void StandardOutput::write(const std::string& text) {
     std::cout << text << std::flush;
     if (std::cout.good())
         return;
-    error_ = errno != 0 ? errno : EIO;
-    on_failure_();
+    fail(errno != 0 ? errno : EIO);
+}
+
+void StandardOutput::fail(int error) noexcept {
+    int none = 0;
+    if (error_.compare_exchange_strong(none, error))
+        on_failure_();
 }
 
 tool::ExitCode code_after(const StandardOutput& out, tool::ExitCode code) {

@@ -12,12 +12,15 @@ namespace host {
 /// or socket would take its number, and receive what is meant for the stream. First of all.
 void open_closed_streams();
 
+/// Whether a stream is a pipe or a socket, whose reader may go away.
+[[nodiscard]] bool has_reader(int fd) noexcept;
+
 /// Stdout, whose reader may go away and whose disk may be full.
 class StandardOutput {
   public:
     /// From here on a write to a reader that has gone fails, and does not end the process.
-    /// @param on_failure called once, at the first write that fails, on the thread that writes: it
-    ///        must neither block nor throw.
+    /// @param on_failure called once, at the first write that fails, on whichever thread: it must
+    ///        neither block nor throw.
     explicit StandardOutput(std::function<void()> on_failure);
     StandardOutput(const StandardOutput&) = delete;
     StandardOutput& operator=(const StandardOutput&) = delete;
@@ -25,6 +28,10 @@ class StandardOutput {
     /// Writes the text at once. Nothing is written any more after a failure, so that there is no
     /// gap in what a reader has. Any thread, one at a time.
     void write(const std::string& text);
+
+    /// Takes note of a write that has failed elsewhere. Any thread.
+    /// @param error its errno.
+    void fail(int error) noexcept;
 
     /// The errno of the write that failed, EPIPE when the reader has gone; 0 for none.
     [[nodiscard]] int error() const noexcept { return error_; }

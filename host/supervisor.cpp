@@ -1,5 +1,6 @@
 #include "host/supervisor.hpp"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -11,9 +12,9 @@
 #include <thread>
 
 #include "common/bus.hpp"
-#include "common/diagnostics.hpp"
+#include "common/line_text.hpp"
 #include "host/activity.hpp"
-#include "host/urgent_line.hpp"
+#include "host/standard_streams.hpp"
 
 namespace host {
 namespace {
@@ -54,6 +55,16 @@ void set(const tool::Descriptor& event) noexcept {
     static_cast<void>(eventfd_write(event.get(), 1));
 }
 
+/// Whether the process has a terminal that controls it.
+bool has_terminal() noexcept {
+    return tool::Descriptor(open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC)).get() >= 0;
+}
+
+bool ignores_hangup() noexcept {
+    struct sigaction action {};
+    return sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 }  // namespace
 
 Supervisor& Supervisor::start(Hangup hangup) {
@@ -65,7 +76,9 @@ Supervisor::Supervisor(Hangup hangup)
     : signals_(make_signalfd(hangup)),
       stop_event_(make_eventfd()),
       reload_event_(make_eventfd()),
-      wake_event_(make_eventfd()) {
+      wake_event_(make_eventfd()),
+      had_terminal_(has_terminal()),
+      outlives_terminal_(ignores_hangup()) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -84,6 +97,12 @@ void Supervisor::stop_after(std::chrono::microseconds time) noexcept {
     set(wake_event_);
 }
 
+void Supervisor::watch_reader(int fd, std::function<void()> on_gone) {
+    on_reader_gone_ = std::move(on_gone);
+    reader_ = fd;
+    set(wake_event_);
+}
+
 void Supervisor::request_stop() noexcept {
     stop_requested_ = true;
     set(stop_event_);
@@ -95,18 +114,22 @@ void Supervisor::serve() noexcept {
         const auto now = Clock::now();
         if (now >= stop_at_.load()) {
             stop_at_ = Clock::time_point::max();
-            if (!first_request_)
-                first_request_ = now;
-            request_stop();
+            ask_to_stop();
         }
         const auto next = std::min(look_at_loop(now), stop_at_.load());
         const std::int64_t left = std::max(std::chrono::nanoseconds(next - now), 0ns).count();
         const timespec timeout{left / 1'000'000'000, left % 1'000'000'000};
-        pollfd events[] = {{signals_.get(), POLLIN, 0}, {wake_event_.get(), POLLIN, 0}};
+        // Of the reader only its end is asked for, which poll tells unasked.
+        pollfd events[] = {
+            {signals_.get(), POLLIN, 0}, {wake_event_.get(), POLLIN, 0}, {reader_.load(), 0, 0}};
         ppoll(events, std::size(events), &timeout, nullptr);
         eventfd_t count = 0;
         static_cast<void>(eventfd_read(wake_event_.get(), &count));
         serve_signal();
+        if (events[2].revents != 0) {
+            reader_ = -1;
+            on_reader_gone_();
+        }
     }
 }
 
@@ -115,18 +138,37 @@ void Supervisor::serve_signal() noexcept {
     if (read(signals_.get(), &info, sizeof info) != sizeof info)
         return;
     const int signal = static_cast<int>(info.ssi_signo);
-    if (signal == SIGHUP)
-        set(reload_event_);
-    else
+    if (signal != SIGHUP)
         take_request(signal);
+    else if (!is_hangup(info))
+        set(reload_event_);
+    else if (outlives_terminal_)
+        return;
+    else if (in_order_)
+        ask_to_stop();
+    else
+        end_process(signal);
+}
+
+bool Supervisor::is_hangup(const signalfd_siginfo& info) const noexcept {
+    // The kernel tells the first process of a session, which usually is a shell, and those in the
+    // foreground when that one ends; a shell tells the others, once the terminal is gone.
+    if (info.ssi_code == SI_KERNEL)
+        return true;
+    return had_terminal_ && static_cast<pid_t>(info.ssi_pid) == getsid(0) && !has_terminal();
 }
 
 void Supervisor::take_request(int signal) noexcept {
     const auto now = Clock::now();
     if (!in_order_ || (first_request_ && now - *first_request_ >= one_request))
         end_process(signal);
+    ask_to_stop();
+}
+
+void Supervisor::ask_to_stop() noexcept {
     if (!first_request_)
-        first_request_ = now;
+        first_request_ = Clock::now();
+    drop_unread_lines();
     request_stop();
 }
 
@@ -158,7 +200,7 @@ Supervisor::Clock::time_point Supervisor::look_at_loop(Clock::time_point now) {
     line += tool::one_line(seen->text);
     if (first_request_)
         line += "; a further SIGINT or SIGTERM ends the process at once";
-    write_urgently(line + '\n');
+    say_at_once(line + '\n');
     return now + limit;
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "common/descriptor.hpp"
@@ -16,7 +17,8 @@ namespace host {
 /// names what the loop waits for. It lives until the process ends, so that no moment is without it.
 class Supervisor {
   public:
-    /// What SIGHUP is for: what it does anyway, or a reload.
+    /// What SIGHUP is for: what it does anyway, or a reload, unless it says that the terminal of
+    /// the process has been closed: then it asks to stop, where nohup(1) does not forbid that.
     enum class Hangup { ends, reloads };
 
     /// Starts it, once in a process. From here on SIGINT and SIGTERM, and SIGHUP where it reloads,
@@ -32,6 +34,10 @@ class Supervisor {
 
     /// Asks to stop, as the first signal does, at that time from now instead of any time before.
     void stop_after(std::chrono::microseconds time) noexcept;
+
+    /// From here on has `on_gone` called, on the thread of the supervisor, when whoever reads a
+    /// pipe or a socket has gone. Once.
+    void watch_reader(int fd, std::function<void()> on_gone);
 
     /// Asks the loop to stop; counts for no signal. Any thread.
     void request_stop() noexcept;
@@ -51,6 +57,8 @@ class Supervisor {
     [[noreturn]] void serve() noexcept;
     void serve_signal() noexcept;
     void take_request(int signal) noexcept;
+    void ask_to_stop() noexcept;
+    [[nodiscard]] bool is_hangup(const signalfd_siginfo& info) const noexcept;
     [[noreturn]] void end_process(int signal) noexcept;
     /// Names what the loop has waited for too long. @returns when to look again.
     [[nodiscard]] Clock::time_point look_at_loop(Clock::time_point now);
@@ -59,6 +67,10 @@ class Supervisor {
     tool::Descriptor stop_event_;
     tool::Descriptor reload_event_;
     tool::Descriptor wake_event_;
+    const bool had_terminal_;
+    const bool outlives_terminal_;
+    std::function<void()> on_reader_gone_;
+    std::atomic<int> reader_{-1};
     std::atomic<bool> in_order_{false};
     std::atomic<bool> stop_requested_{false};
     std::atomic<Clock::time_point> stop_at_{Clock::time_point::max()};

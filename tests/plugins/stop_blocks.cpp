@@ -10,7 +10,8 @@ namespace probe {
 namespace {
 
 /// Does what a block should not do: in the operation "in" it "hangs", "sleeps" for "ms", "crashes",
-/// "aborts", "exits" or "shouts" on the bus. It behaves where there is no bus.
+/// "aborts", "exits", "shouts" on the bus, logs "lines" and "floods" with them, or crashes in "a
+/// thread". It behaves where there is no bus.
 class Stubborn : public Fenwa::Block {
   public:
     Stubborn(std::string name, const Fenwa::BlockConfiguration& config,
@@ -20,6 +21,7 @@ class Stubborn : public Fenwa::Block {
           in_(config.getString("in")),
           does_(config.getString("does", "hangs")),
           time_(config.getInt("ms", 0)),
+          lines_(config.getInt("lines", 0)),
           go_(*make_eventport("go")) {
         static_cast<void>(config.getInt("level", 0));
         enter("constructor");
@@ -78,6 +80,10 @@ class Stubborn : public Fenwa::Block {
         for (int i = 0; does_ == "shouts" && i < 3000; ++i)
             sd_bus_emit_signal(bus_, "/com/example/Leaver", "com.example.Leaver1", "Farewell", "ss",
                                get_name().c_str(), std::string(500, 's').c_str());
+        for (int i = 0; does_ == "floods" && i < lines_; ++i)
+            say(*this, std::to_string(i) + ' ' + std::string(200, '-'));
+        if (does_ == "a thread")
+            std::thread([] { std::raise(SIGSEGV); }).join();
         if (does_ == "crashes")
             std::raise(SIGSEGV);
         if (does_ == "aborts")
@@ -90,6 +96,7 @@ class Stubborn : public Fenwa::Block {
     std::string in_;
     std::string does_;
     std::chrono::milliseconds time_;
+    int lines_;
     Fenwa::EventPort& go_;
 };
 

@@ -19,6 +19,7 @@ class NoEvents final : public EventWriter {
                 const PortValue&) override {}
     void debug(const std::string&, const Fenwa::DebugValue&) override {}
     void log(int, const std::string&) override {}
+    [[nodiscard]] std::string dropped(std::size_t) const override { return {}; }
     void exit(int) override {}
 };
 

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+/// Writes to a descriptor on a thread of its own, so that a reader who does not read stops nobody
+/// who writes: what nobody takes is kept up to a limit, and then whole lines are dropped and
+/// counted. Whoever reads again finds a line that says how many. It lives until the process ends.
+class OutputWriter {
+  public:
+    /// What is kept; as much again is on its way to the reader.
+    static constexpr std::size_t limit = std::size_t{1} << 20U;
+
+    /// Starts the thread. @param fd stays open. @throws std::system_error.
+    explicit OutputWriter(int fd);
+    OutputWriter(const OutputWriter&) = delete;
+    OutputWriter& operator=(const OutputWriter&) = delete;
+
+    /// Keeps the text until it is written. Any thread.
+    void append(std::string_view text);
+    /// The same, dropping it where there is no room, also before `drop_when_full`.
+    void append_at_once(std::string_view text);
+
+    /// From here on lines are dropped where there is no room; before, those who append wait for it.
+    void drop_when_full() noexcept;
+    /// Gives the line that says how many lines were dropped, line end included; must not append.
+    void describe_dropped(std::function<std::string(std::size_t lines)> description);
+    /// Called with the errno, on the writer's thread, at the first write that fails; nothing is
+    /// written any more after it. Must not append.
+    void on_failure(std::function<void(int error)> handler);
+
+    /// Waits until all is written. Once lines are dropped, a reader who does not take anything for
+    /// five seconds is waited for no longer. @returns false when that is given up, once.
+    bool drain();
+
+    /// Bytes that are still to be written. Any thread, signal handlers included.
+    [[nodiscard]] std::size_t unwritten() const noexcept { return unwritten_; }
+
+    /// For fork(2), so that a child finds the writer whole; there it writes on the caller's thread.
+    void before_fork() { mutex_.lock(); }
+    void after_fork(bool in_child);
+
+  private:
+    enum class WhenFull { wait, drop };
+    void append(std::string_view text, WhenFull when_full);
+    /// Under the lock: makes one line of those that were dropped, as soon as there is room.
+    void tell_dropped();
+    [[noreturn]] void serve();
+    /// Writes all of `writing_`.
+    void write_all();
+    /// @returns the errno of the write that failed, or 0.
+    int write_piece(std::string_view piece);
+    void fail(int error);
+
+    const int fd_;
+    std::mutex mutex_;
+    std::condition_variable wake_;     ///< there is something to write
+    std::condition_variable changed_;  ///< there is room, all is written, or nothing can be
+    std::string pending_;
+    std::string writing_;  ///< of the writer's thread, but empty when it sleeps
+    bool sleeping_ = false;
+    bool in_line_ = false;   ///< the last text had no line end
+    bool dropping_ = false;  ///< ... and belongs to a line that is dropped
+    std::size_t dropped_ = 0;
+    bool drops_ = false;
+    bool drains_ = false;
+    bool gave_up_ = false;
+    bool on_callers_thread_ = false;
+    std::atomic<int> error_{0};
+    std::function<std::string(std::size_t)> description_;
+    std::function<void(int)> on_failure_;
+    std::atomic<std::size_t> unwritten_{0};
+    std::atomic<std::size_t> written_{0};
+};
+
+}  // namespace host
