@@ -172,13 +172,13 @@ ExitCode run_graph(const RunOptions& options) {
     const Journal journal(options.graph);
     tool::Diagnostics diagnostics(options.graph);
     // The supervisor knows it to the end of the process.
-    StandardOutput& out = *new StandardOutput([&supervisor] { supervisor.request_stop(); });
+    static StandardOutput& out = *new StandardOutput([&supervisor] { supervisor.request_stop(); });
     const std::unique_ptr<EventWriter> events =
         make_event_writer(options.format, out, journal, options.color);
     const OutputListeners output_listeners(out, *events);
     if (has_reader(STDOUT_FILENO) && !leads_to_journal(STDOUT_FILENO))
-        supervisor.watch_reader(STDOUT_FILENO, [&out] { out.fail(EPIPE); });
-    const auto ended = [&events, &out](ExitCode code) {
+        supervisor.watch_reader(STDOUT_FILENO, [] { out.fail(EPIPE); });
+    const auto ended = [&events](ExitCode code) {
         events->exit(static_cast<int>(code));
         drain_output();
         return code_after(out, code);
