@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <string>
 #include <thread>
 
@@ -118,7 +119,8 @@ void Supervisor::serve() noexcept {
         }
         const auto next = std::min(look_at_loop(now), stop_at_.load());
         const std::int64_t left = std::max(std::chrono::nanoseconds(next - now), 0ns).count();
-        const timespec timeout{left / 1'000'000'000, left % 1'000'000'000};
+        const timespec timeout{static_cast<time_t>(left / 1'000'000'000),
+                               static_cast<long>(left % 1'000'000'000)};
         // Of the reader only its end is asked for, which poll tells unasked.
         pollfd events[] = {
             {signals_.get(), POLLIN, 0}, {wake_event_.get(), POLLIN, 0}, {reader_.load(), 0, 0}};
