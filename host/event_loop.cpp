@@ -10,6 +10,13 @@
 #include "host/activity.hpp"
 
 namespace host {
+namespace {
+
+int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
+    return sd_event_exit(sd_event_source_get_event(source), 0);
+}
+
+}  // namespace
 
 EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     sd_event* loop = nullptr;
@@ -72,8 +79,14 @@ int EventLoop::on_hangup(sd_event_source* /*source*/, int fd, std::uint32_t /*ev
 }
 
 void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
-    if (duration)
+    if (duration) {
+        // In its turn among the timers of the blocks; the supervisor is for when there is none.
+        tool::check(sd_event_add_time_relative(loop_.get(), nullptr, CLOCK_MONOTONIC,
+                                               static_cast<std::uint64_t>(duration->count()), 1,
+                                               on_time, nullptr),
+                    "cannot limit the time");
         supervisor_.stop_after(*duration);
+    }
     sd_notify(0, "READY=1");
     tool::check(sd_event_set_watchdog(loop_.get(), 1), "cannot serve the watchdog");
     const char* const failed = "the event loop failed";

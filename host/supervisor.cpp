@@ -115,7 +115,7 @@ void Supervisor::serve() noexcept {
         const auto now = Clock::now();
         if (now >= stop_at_.load()) {
             stop_at_ = Clock::time_point::max();
-            ask_to_stop();
+            note_first_request();
         }
         const auto next = std::min(look_at_loop(now), stop_at_.load());
         const std::int64_t left = std::max(std::chrono::nanoseconds(next - now), 0ns).count();
@@ -168,10 +168,15 @@ void Supervisor::take_request(int signal) noexcept {
 }
 
 void Supervisor::ask_to_stop() noexcept {
+    note_first_request();
+    request_stop();
+}
+
+void Supervisor::note_first_request() noexcept {
     if (!first_request_)
         first_request_ = Clock::now();
+    stop_requested_ = true;
     drop_unread_lines();
-    request_stop();
 }
 
 void Supervisor::end_process(int signal) noexcept {

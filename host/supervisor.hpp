@@ -32,7 +32,8 @@ class Supervisor {
     /// process, which dies of it; before, the first one ends it.
     void stop_in_order() noexcept;
 
-    /// Asks to stop, as the first signal does, at that time from now instead of any time before.
+    /// At that time from now, instead of any before, counts as asked to stop by a first signal. The
+    /// loop, which has timers of its own, is not woken.
     void stop_after(std::chrono::microseconds time) noexcept;
 
     /// From here on has `on_gone` called, on the thread of the supervisor, when whoever reads a
@@ -58,6 +59,7 @@ class Supervisor {
     void serve_signal() noexcept;
     void take_request(int signal) noexcept;
     void ask_to_stop() noexcept;
+    void note_first_request() noexcept;
     [[nodiscard]] bool is_hangup(const signalfd_siginfo& info) const noexcept;
     [[noreturn]] void end_process(int signal) noexcept;
     /// Names what the loop has waited for too long. @returns when to look again.
