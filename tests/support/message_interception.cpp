@@ -22,6 +22,12 @@ std::optional<int> made_up_step(MessageFunction function, const char* step) {
     return made_up(function);
 }
 
+/// What a step comes to when sd-bus has done it.
+int changed(MessageFunction function, int result) {
+    Interception* const interception = Interception::current();
+    return interception == nullptr ? result : interception->changed_result(function, result);
+}
+
 /// Takes back one of the strings that have been read, where a test wants that.
 void null_a_string(std::va_list targets) {
     Interception* const interception = Interception::current();
@@ -55,21 +61,26 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
     va_end(targets);
     null_a_string(again);
     va_end(again);
-    return r;
+    return changed(MessageFunction::read, r);
 }
 
 int __real_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target);
 
 int __wrap_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target) {
     const auto result = made_up_step(MessageFunction::read_basic, "read_basic");
-    return result ? *result : __real_sd_bus_message_read_basic(message, type, target);
+    if (result)
+        return *result;
+    return changed(MessageFunction::read_basic,
+                   __real_sd_bus_message_read_basic(message, type, target));
 }
 
 int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
 
 int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {
     const auto result = made_up_step(MessageFunction::skip, "skip");
-    return result ? *result : __real_sd_bus_message_skip(message, types);
+    if (result)
+        return *result;
+    return changed(MessageFunction::skip, __real_sd_bus_message_skip(message, types));
 }
 
 int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, const char* contents);
@@ -77,14 +88,19 @@ int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, co
 int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type,
                                           const char* contents) {
     const auto result = made_up_step(MessageFunction::enter_container, "enter");
-    return result ? *result : __real_sd_bus_message_enter_container(message, type, contents);
+    if (result)
+        return *result;
+    return changed(MessageFunction::enter_container,
+                   __real_sd_bus_message_enter_container(message, type, contents));
 }
 
 int __real_sd_bus_message_exit_container(sd_bus_message* message);
 
 int __wrap_sd_bus_message_exit_container(sd_bus_message* message) {
     const auto result = made_up_step(MessageFunction::exit_container, "exit");
-    return result ? *result : __real_sd_bus_message_exit_container(message);
+    if (result)
+        return *result;
+    return changed(MessageFunction::exit_container, __real_sd_bus_message_exit_container(message));
 }
 
 int __wrap_sd_bus_reply_method_return(sd_bus_message* message, const char* types, ...) {

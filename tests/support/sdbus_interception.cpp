@@ -60,6 +60,10 @@ Interception::~Interception() {
         EXPECT_TRUE(results.empty())
             << "made up for nobody: a result of function " << static_cast<int>(function);
     }
+    for (const auto& [function, results] : changed_) {
+        EXPECT_TRUE(results.empty())
+            << "changed for nobody: a result of function " << static_cast<int>(function);
+    }
 }
 
 void Interception::answer_next(std::initializer_list<int> results) {
@@ -69,6 +73,10 @@ void Interception::answer_next(std::initializer_list<int> results) {
 void Interception::make_up(MessageFunction function,
                            const std::vector<std::optional<int>>& results) {
     made_up_[function].assign(results.begin(), results.end());
+}
+
+void Interception::change_results(MessageFunction function, const std::vector<int>& results) {
+    changed_[function].assign(results.begin(), results.end());
 }
 
 const Sending& Interception::sending(std::size_t number) const {
@@ -119,6 +127,15 @@ void Interception::record_answer(const sd_bus_message* message, const std::strin
 
 std::optional<std::size_t> Interception::string_to_null() {
     return std::exchange(string_to_null_, std::nullopt);
+}
+
+int Interception::changed_result(MessageFunction function, int result) {
+    std::deque<int>& results = changed_[function];
+    if (results.empty())
+        return result;
+    const int changed = results.front();
+    results.pop_front();
+    return changed;
 }
 
 std::optional<int> Interception::made_up_result(MessageFunction function) {

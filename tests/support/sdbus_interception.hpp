@@ -83,6 +83,9 @@ class Interception {
     /// nothing lets a call through.
     void make_up(MessageFunction function, const std::vector<std::optional<int>>& results);
 
+    /// What the next calls of a function return, one each, after the real one has done its work.
+    void change_results(MessageFunction function, const std::vector<int>& results);
+
     /// The next read of strings alone leaves a null one in this place, counted from 0.
     void null_string(std::size_t place) { string_to_null_ = place; }
 
@@ -124,6 +127,8 @@ class Interception {
     void record_answer(const sd_bus_message* message, const std::string& text, int result);
     /// @returns what the function is to return now, or nothing where the real one is to be called.
     std::optional<int> made_up_result(MessageFunction function);
+    /// @returns what the function is to return where the real one has returned `result`.
+    int changed_result(MessageFunction function, int result);
     /// @returns which string the read that ends now is to leave null, if any.
     std::optional<std::size_t> string_to_null();
 
@@ -140,6 +145,7 @@ class Interception {
     std::map<sd_bus_message*, std::string> replies_;  // handed out and not released: to what
     const sd_bus_error* filled_error_ = nullptr;      // ... and the error structure
     std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
+    std::map<MessageFunction, std::deque<int>> changed_;
     std::optional<std::size_t> string_to_null_;
     const sd_bus_message* answered_ = nullptr;
     std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();

@@ -112,11 +112,11 @@ TEST_F(DBusClientTest, StopsWorkingWhenTheServiceLosesItsOwner) {
 TEST_F(DBusClientTest, StallsForGoodWhenTheMatchCannotBeSent) {
     make();
     EXPECT_TRUE(client->woken());
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     EXPECT_TRUE((*client)->run());
     EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
     EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for NameOwnerChanged: "
-                                 "Transport endpoint is not connected"}));
+                                 "Operation not permitted"}));
     EXPECT_EQ(state(), OwnerState::AddingMatch);
     EXPECT_FALSE(client->woken());
     for (int again = 0; again < 3; ++again)
@@ -128,11 +128,10 @@ TEST_F(DBusClientTest, StallsForGoodWhenTheMatchCannotBeSent) {
 TEST_F(DBusClientTest, StallsForGoodWhenTheQuestionCannotBeSent) {
     make();
     install_match();
-    bus.answer_next({-ENOBUFS});
+    bus.answer_next({-EPERM});
     EXPECT_TRUE((*client)->run());
     EXPECT_EQ(bus.take_journal(), (Journal{question_sent}));
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to call method GetNameOwner: No buffer space available"}));
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method GetNameOwner: Operation not permitted"}));
     EXPECT_EQ(state(), OwnerState::QueryingOwner);
     EXPECT_FALSE(client->woken());
     for (int again = 0; again < 3; ++again)
@@ -295,6 +294,48 @@ TEST_F(DBusClientTest, IsWokenUnlessStopped) {
     EXPECT_TRUE(client->woken());
     (*client)->stop();
     (*client)->wake();
+    EXPECT_FALSE(client->woken());
+}
+
+TEST_F(DBusClientTest, ReadsWhatItIsToldUnlessTheResultIsNegative) {
+    make();
+    install_match();
+    ask();
+    bus.change_results(support::MessageFunction::read, {0, -EPERM, 0});
+    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 0);
+    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
+    EXPECT_TRUE(client->woken());
+    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, "")), -EPERM);
+    EXPECT_EQ(log.take(),
+              (Lines{"2 NameOwnerChanged failed to parse message: Operation not permitted"}));
+    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
+    EXPECT_FALSE(client->woken());
+    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, "")), 0);
+    EXPECT_EQ(state(), OwnerState::NoOwner);
+}
+
+TEST_F(DBusClientTest, AsksAgainAfterAnAnswerWithAnyNegativeResult) {
+    make();
+    install_match();
+    ask();
+    bus.change_results(support::MessageFunction::read, {-EPERM});
+    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"2 check_name_owner_callback failed to parse message: "
+                                 "Operation not permitted"}));
+    EXPECT_EQ(state(), OwnerState::MatchAdded);
+    EXPECT_FALSE(client->woken());
+}
+
+TEST_F(DBusClientTest, TakesNothingFromAnErrorInPlaceOfAnOwnerChange) {
+    make();
+    install_match();
+    ask();
+    EXPECT_EQ(bus.sending(1).deliver(
+                  messages.error_with_body("com.example.E", "sss", followed_name, "", ":1.5")),
+              -1);
+    EXPECT_EQ(log.take(),
+              (Lines{std::string("1 Error when handling NameOwnerChanged: ") + followed_name}));
+    EXPECT_EQ(state(), OwnerState::QueryingOwner);
     EXPECT_FALSE(client->woken());
 }
 

@@ -57,11 +57,11 @@ TEST(PowerConsumerWithoutABusTest, FailsToUnregister) {
 TEST_F(PowerConsumerTest, SaysThatItCouldNotUnregister) {
     make();
     ask();
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     (*consumer)->stop();
     EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match", deregistration}));
     EXPECT_EQ(log.take(), (Lines{"1 Failed to unregister power consumer: "
-                                 "Transport endpoint is not connected"}));
+                                 "Operation not permitted"}));
 }
 
 TEST_F(PowerConsumerTest, IsStillWokenByItsCallbacksOnceItIsStopped) {
@@ -117,6 +117,13 @@ TEST_F(PowerConsumerTest, HasNothingLeftToGiveUpWhenDestroyedAfterAStop) {
     (void)bus.take_journal();
     consumer.reset();
     EXPECT_EQ(bus.take_journal(), Journal{});
+}
+
+TEST_F(PowerConsumerTest, TakesAResultOfZeroForHavingUnregistered) {
+    make();
+    bus.answer_next({0});
+    (*consumer)->stop();
+    EXPECT_EQ(bus.take_journal(), (Journal{deregistration}));
 }
 
 }  // namespace

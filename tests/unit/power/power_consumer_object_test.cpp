@@ -151,7 +151,17 @@ TEST_F(PowerConsumerTest, TakesAnyReadThatDoesNotFailForAGrant) {
     begin();
     bus.make_up(support::MessageFunction::read, {0});
     set_power(2.5);
-    EXPECT_TRUE(consumer->woken());
+    (void)run_woken();
+    EXPECT_EQ(published(), 0.0F) << "what a read leaves alone is zero";
+}
+
+TEST_F(PowerConsumerTest, TakesNoGrantFromANegativeResult) {
+    make();
+    begin();
+    bus.change_results(support::MessageFunction::read, {-EPERM});
+    EXPECT_EQ(set_power(grant("d", 2.5)), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to parse parameters: Operation not permitted"}));
+    EXPECT_FALSE(consumer->woken());
 }
 
 TEST_F(PowerConsumerTest, TakesAGrantInAnyState) {

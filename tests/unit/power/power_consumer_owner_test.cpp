@@ -91,14 +91,14 @@ TEST_F(PowerConsumerTest, WarnsOfAnUnreadableOwnerChange) {
     EXPECT_EQ(bus.sending(1).deliver(owner_change("")), -ENXIO);
     EXPECT_EQ(bus.sending(1).deliver(owner_change("ss", "com.tarlo.PowerControl.Consumer", ":1.5")),
               -ENXIO);
-    bus.make_up(support::MessageFunction::read, {-EBADMSG});
+    bus.make_up(support::MessageFunction::read, {-EPERM});
     EXPECT_EQ(
         bus.sending(1).deliver(owner_change("sss", "com.tarlo.PowerControl.Consumer", ":1.5", "")),
-        -EBADMSG);
+        -EPERM);
     EXPECT_EQ(log.take(),
               (Lines{"2 NameOwnerChanged failed to parse message: No such device or address",
                      "2 NameOwnerChanged failed to parse message: No such device or address",
-                     "2 NameOwnerChanged failed to parse message: Bad message"}));
+                     "2 NameOwnerChanged failed to parse message: Operation not permitted"}));
     EXPECT_FALSE(consumer->woken());
     EXPECT_EQ(run(), Journal{});
 }
@@ -113,6 +113,14 @@ TEST_F(PowerConsumerTest, DoesNotLookAtTheErrorArgumentOfAnOwnerChange) {
               0);
     EXPECT_EQ(log.take().size(), 1U);
     EXPECT_EQ(run_woken(), (Journal{registration}));
+}
+
+TEST_F(PowerConsumerTest, TakesAResultOfZeroForAnOwnerChangeThatWasRead) {
+    make();
+    ask();
+    bus.change_results(support::MessageFunction::read, {0});
+    lose_controller();
+    EXPECT_EQ(run(), (Journal{registration}));
 }
 
 }  // namespace

@@ -171,10 +171,9 @@ TEST_F(PowerConsumerTest, DoesNotTryARefusedMatchAgain) {
 
 TEST_F(PowerConsumerTest, RegistersAgainWhenThatCouldNotBeSent) {
     make();
-    bus.answer_next({1, -ENOTCONN, -ENOBUFS});
+    bus.answer_next({1, -EPERM, -ENOBUFS});
     begin();
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to register consumer: Transport endpoint is not connected"}));
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to register consumer: Operation not permitted"}));
     EXPECT_FALSE(call_pending());
     EXPECT_FALSE(consumer->woken()) << "the next run comes for another reason";
     EXPECT_EQ(run(), (Journal{registration}));
@@ -187,10 +186,9 @@ TEST_F(PowerConsumerTest, RegistersAgainWhenThatCouldNotBeSent) {
 TEST_F(PowerConsumerTest, AsksAgainWhenThatCouldNotBeSent) {
     make();
     enlist();
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     EXPECT_EQ(run_woken(), (Journal{request}));
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to request power: Transport endpoint is not connected"}));
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to request power: Operation not permitted"}));
     EXPECT_FALSE(call_pending());
     EXPECT_FALSE(consumer->woken());
     EXPECT_EQ(run(), (Journal{request}));

@@ -49,6 +49,26 @@ TEST_F(MessageInterceptionTest, RecordsAnswersWithWhatTheyComeTo) {
                        "answer null() = -22", "answer null() = -22"}));
 }
 
+TEST_F(MessageInterceptionTest, ChangesResultsOfWhatHasBeenDone) {
+    support::Interception bus;
+    bus.change_results(MessageFunction::read, {0});
+    bus.change_results(MessageFunction::read_basic, {-EPERM});
+    bus.change_results(MessageFunction::skip, {5});
+    bus.change_results(MessageFunction::enter_container, {6});
+    bus.change_results(MessageFunction::exit_container, {7});
+    const auto call =
+        messages.signal("/com/example", "com.example.I", "Changed", "ddasi", 2.5, 3.5, 0U, 4);
+    double value = 0.0;
+    EXPECT_EQ(sd_bus_message_read(call, "d", &value), 0);
+    EXPECT_EQ(value, 2.5);
+    EXPECT_EQ(sd_bus_message_read_basic(call, 'd', &value), -EPERM);
+    EXPECT_EQ(value, 3.5);
+    EXPECT_EQ(sd_bus_message_enter_container(call, 'a', "s"), 6);
+    EXPECT_EQ(sd_bus_message_exit_container(call), 7);
+    EXPECT_EQ(sd_bus_message_skip(call, "i"), 5);
+    EXPECT_EQ(sd_bus_message_read(call, "i", &value), -ENXIO) << "behind the last one";
+}
+
 TEST_F(MessageInterceptionTest, GivesTheResultsThatATestHasMadeUp) {
     support::Interception bus;
     bus.make_up(MessageFunction::read, {std::nullopt, 0, -EIO});

@@ -153,4 +153,13 @@ TEST_F(TemperatureMonitorConstructionTest, ReportsTheNewVerdictAfterAChange) {
     EXPECT_EQ(log.take(), (Lines{set_false, set_true}));
 }
 
+TEST_F(TemperatureMonitorConstructionTest, WarnsOfEachNegativeResultOfItsTwoReads) {
+    for (const std::vector<int>& results : {std::vector<int>{-EPERM, -EPERM}, {0, 0}}) {
+        bus.change_results(support::MessageFunction::read, results);
+        make();
+    }
+    const std::string line = "2 Failed to parse sensor id: Operation not permitted";
+    EXPECT_EQ(log.take(), (Lines{line, line})) << "and of no result of zero";
+}
+
 }  // namespace

@@ -142,4 +142,16 @@ TEST_F(TemperatureMonitorTest, AsksNeitherForTheOwnerNorForTheSensorAgain) {
     EXPECT_EQ(bus.count(), before + 4);
 }
 
+TEST_F(TemperatureMonitorTest, ReadsAnOwnerChangeUnlessTheResultIsNegative) {
+    settle();
+    bus.change_results(support::MessageFunction::read, {-EPERM, 0});
+    EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(controller_name, ":1.5", "")), -EPERM);
+    EXPECT_EQ(log.take(),
+              (Lines{"2 NameOwnerChanged failed to parse message: Operation not permitted"}));
+    EXPECT_FALSE(monitor->woken());
+    EXPECT_EQ(run(), Journal{});
+    lose_controller();
+    EXPECT_EQ(run(), (Journal{default_registrations[0]}));
+}
+
 }  // namespace

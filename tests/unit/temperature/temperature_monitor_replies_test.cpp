@@ -94,6 +94,19 @@ TEST_P(RegistrationReplyTest, StallsAfterAReplyThatEndsTooEarly) {
     expect_stall();
 }
 
+TEST_P(RegistrationReplyTest, StallsAfterAnyNegativeResult) {
+    bus.change_results(support::MessageFunction::read, {-EPERM});
+    EXPECT_EQ(bus.last().deliver(messages.reply("ib", 10, 0)), -EPERM);
+    EXPECT_EQ(log.take(),
+              (Lines{"2 Failed to read temperature signal result: Operation not permitted"}));
+    expect_stall();
+}
+
+TEST_P(RegistrationReplyTest, TakesAResultOfZeroForSuccess) {
+    bus.change_results(support::MessageFunction::read, {0});
+    answer_registration(10);
+}
+
 TEST_P(RegistrationReplyTest, StallsAfterAnErrorReply) {
     EXPECT_EQ(bus.last().deliver(
                   messages.error("org.freedesktop.DBus.Error.ServiceUnknown", "nobody is there")),
@@ -126,6 +139,20 @@ TEST_P(RegistrationReplyTest, IgnoresSurplusValues) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Limits, RegistrationReplyTest, testing::Range<std::size_t>(0, 4));
+
+TEST_F(TemperatureMonitorTest, ReadsASignalUnlessTheResultIsNegative) {
+    settle();
+    bus.change_results(support::MessageFunction::read, {-EPERM, 0});
+    EXPECT_EQ(bus.sending(2).deliver(signal_message(low_off)), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"2 Failed to setup temperature signal: Operation not permitted"}));
+    EXPECT_FALSE(monitor->woken());
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(published(), std::nullopt);
+    cross(low_off);
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(log.take(), (Lines{set_false}));
+    EXPECT_EQ(published(), false);
+}
 
 TEST_F(TemperatureMonitorTest, WarnsOfAnUnreadableSignalAndTakesNothingFromIt) {
     settle();

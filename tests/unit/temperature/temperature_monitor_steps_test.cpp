@@ -79,13 +79,13 @@ TEST_F(TemperatureMonitorTest, TakesAResultOfZeroFromSdBusForSuccess) {
 
 TEST_F(TemperatureMonitorTest, TriesTheOwnerMatchAgainWhenItCouldNotBeSent) {
     make();
-    bus.answer_next({-ENOTCONN, -EINVAL});
+    bus.answer_next({-EPERM, -EINVAL});
     EXPECT_EQ(run(), (Journal{owner_match}));
     EXPECT_FALSE(owner_match_held());
     EXPECT_FALSE(monitor->woken()) << "the next run comes for another reason";
     EXPECT_EQ(run(), (Journal{owner_match}));
     EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for NameOwnerChanged: "
-                                 "Transport endpoint is not connected",
+                                 "Operation not permitted",
                                  "1 Failed to add match for NameOwnerChanged: Invalid argument"}));
     install_owner_match();
 }
@@ -93,13 +93,13 @@ TEST_F(TemperatureMonitorTest, TriesTheOwnerMatchAgainWhenItCouldNotBeSent) {
 TEST_F(TemperatureMonitorTest, TriesTheSignalMatchAgainWhenItCouldNotBeSent) {
     make();
     install_owner_match();
-    bus.answer_next({-ENOTCONN, -EINVAL});
+    bus.answer_next({-EPERM, -EINVAL});
     EXPECT_EQ(run(), (Journal{signal_match}));
     EXPECT_FALSE(signal_match_held());
     EXPECT_FALSE(monitor->woken());
     EXPECT_EQ(run(), (Journal{signal_match}));
     EXPECT_EQ(log.take(), (Lines{"2 Failed to add DBus signal callback: "
-                                 "Transport endpoint is not connected",
+                                 "Operation not permitted",
                                  "2 Failed to add DBus signal callback: Invalid argument"}));
     install_signal_match();
 }
@@ -108,10 +108,10 @@ TEST_F(TemperatureMonitorTest, TriesARegistrationAgainWhenItCouldNotBeSent) {
     make();
     install_matches();
     for (std::size_t limit = 0; limit < 4; ++limit) {
-        bus.answer_next({-ENOBUFS});
+        bus.answer_next({-EPERM});
         EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
         EXPECT_EQ(log.take(),
-                  (Lines{"1 Failed to RegisterForTemperatureSignal: No buffer space available"}));
+                  (Lines{"1 Failed to RegisterForTemperatureSignal: Operation not permitted"}));
         EXPECT_FALSE(call_pending());
         EXPECT_FALSE(monitor->woken());
         EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));

@@ -32,6 +32,20 @@ TEST_F(TemperatureReaderTest, LogsASetErrorArgumentOfTheInstallation) {
     EXPECT_EQ(run(), Journal{}) << "the match does not count as installed";
 }
 
+TEST_F(TemperatureReaderTest, ReadsAChangeUnlessTheResultIsNegative) {
+    make();
+    register_reader();
+    fetch(20.0);
+    bus.change_results(support::MessageFunction::read, {-EPERM, 0});
+    EXPECT_EQ(bus.sending(3).deliver(change(12, 30.0)), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"2 Failed to setup temperature signal: Operation not permitted"}));
+    EXPECT_FALSE(reader->woken());
+    notify(40.0);
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(published(), 40.0);
+    (void)debug_values();
+}
+
 /// One of the three method replies of a reader.
 struct ReplyCase {
     const char* name;
@@ -81,6 +95,21 @@ TEST_P(TemperatureReaderReplyTest, StallsAfterAnEmptyReply) {
     EXPECT_EQ(bus.last().deliver(messages.reply("")), -ENXIO);
     EXPECT_EQ(log.take(), (Lines{"2 " + GetParam().parse_prefix + "No such device or address"}));
     expect_stall();
+}
+
+TEST_P(TemperatureReaderReplyTest, StallsAfterAnyNegativeResult) {
+    bus.change_results(support::MessageFunction::read, {-EPERM});
+    EXPECT_EQ(bus.last().deliver(GetParam().accepted_error(messages)), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"2 " + GetParam().parse_prefix + "Operation not permitted"}));
+    expect_stall();
+}
+
+TEST_P(TemperatureReaderReplyTest, TakesAResultOfZeroForSuccess) {
+    bus.change_results(support::MessageFunction::read, {0});
+    EXPECT_EQ(bus.last().deliver(GetParam().accepted_error(messages)), 0);
+    EXPECT_TRUE(reader->woken());
+    EXPECT_FALSE(call_pending());
+    EXPECT_EQ(bus.take_journal().size(), 1U);
 }
 
 TEST_P(TemperatureReaderReplyTest, TakesAnErrorReplyForAnUnreadableOne) {

@@ -108,10 +108,9 @@ TEST_F(OnScreenControlsTest, WaitsForAnOwnerChangeWhenTheAdditionCannotBeSent) {
     make(true);
     reach_list();
     pending() = {"earlier", "sv"};
-    bus.answer_next({-ENOBUFS});
+    bus.answer_next({-EPERM});
     EXPECT_EQ(run(), (Journal{"release #3 ListAddedFeatures", first_addition}));
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to call method AddFeatures: No buffer space available"}));
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method AddFeatures: Operation not permitted"}));
     EXPECT_EQ(state(), ControlsState::UpdatePending);
     EXPECT_EQ(pending(), Feature("earlier", "sv"));
     EXPECT_FALSE(call_held());

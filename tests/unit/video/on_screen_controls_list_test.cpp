@@ -68,11 +68,11 @@ TEST_P(FailingListTest, DiscardsTheListAndWaits) {
     list();
     listed() = {{"WDR7", "en-us"}};
     std::vector<std::optional<int>> results(GetParam().successes);
-    results.emplace_back(-EBADMSG);
+    results.emplace_back(-EPERM);
     bus.make_up(GetParam().function, results);
     deliver(bus.last(), messages.reply("a(sas)", 2U, "WDR1", 1U, "en-us", "WDR2", 1U, "sv"),
-            -EBADMSG);
-    EXPECT_EQ(log.take(), (Lines{"2 " + GetParam().line + ": Bad message"}));
+            -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"2 " + GetParam().line + ": Operation not permitted"}));
     EXPECT_EQ(listed(), (Features{{"WDR7", "en-us"}}));
     EXPECT_EQ(state(), ControlsState::ListingFeatures);
     EXPECT_FALSE(controls->woken());
@@ -101,6 +101,25 @@ const FailingStep failing_steps[] = {
 
 INSTANTIATE_TEST_SUITE_P(Steps, FailingListTest, testing::ValuesIn(failing_steps),
                          [](const auto& step) { return std::string(step.param.name); });
+
+TEST_F(OnScreenControlsTest, TakesAResultOfZeroForAStepThatWasDone) {
+    for (const MessageFunction function :
+         {MessageFunction::enter_container, MessageFunction::read_basic,
+          MessageFunction::exit_container}) {
+        SCOPED_TRACE(static_cast<int>(function));
+        make(false);
+        state() = ControlsState::OwnerAppeared;
+        EXPECT_EQ(run(), (Journal{list_query}));
+        // The real results, but for the first: the array, the id, and the end of the languages.
+        bus.change_results(function, {0});
+        deliver(bus.last(), messages.reply("a(sas)", 1U, "WDR1", 2U, "en-us", "sv"));
+        EXPECT_EQ(listed(), (Features{{"WDR1", "en-us"}, {"WDR1", "sv"}}));
+        EXPECT_EQ(state(), ControlsState::FeaturesListed);
+        EXPECT_TRUE(controls->woken());
+        (*controls)->stop();
+        (void)bus.take_journal();
+    }
+}
 
 TEST_F(OnScreenControlsTest, TakesNoBodyOfAnotherTypeForAList) {
     make(false);

@@ -46,10 +46,10 @@ TEST_F(OnScreenControlsTest, WaitsForAServiceThatStartsLater) {
 
 TEST_F(OnScreenControlsTest, StallsForGoodWhenTheMatchCannotBeSent) {
     make(true);
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     EXPECT_EQ(run(), (Journal{owner_match}));
     EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for NameOwnerChanged: "
-                                 "Transport endpoint is not connected"}));
+                                 "Operation not permitted"}));
     EXPECT_EQ(state(), ControlsState::AddingMatch);
     EXPECT_FALSE(match_held());
     EXPECT_FALSE(controls->woken());
@@ -76,10 +76,10 @@ TEST_F(OnScreenControlsTest, StallsUntilAnOwnerChangeWhenTheListCannotBeAskedFor
     make(true);
     ask();
     deliver(bus.last(), messages.reply("s", ":1.5"), 1);
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     EXPECT_EQ(run(), (Journal{"release #2 GetNameOwner", list_query}));
     EXPECT_EQ(log.take(), (Lines{"1 Failed to call method ListAddedFeatures: "
-                                 "Transport endpoint is not connected"}));
+                                 "Operation not permitted"}));
     EXPECT_EQ(state(), ControlsState::ListingFeatures);
     EXPECT_TRUE(controls->woken()) << "by the answer before";
     EXPECT_EQ(run(), Journal{});
@@ -144,6 +144,27 @@ TEST_F(OnScreenControlsTest, ListsAndReconcilesAgainWhateverItWasDoingWhenTheSer
     EXPECT_EQ(run(), (Journal{"release #5 ListAddedFeatures", first_addition}));
     restart_service();
     EXPECT_EQ(run(), (Journal{list_query})) << "the addition is still unanswered";
+}
+
+TEST_F(OnScreenControlsTest, ReadsAnOwnerChangeUnlessTheResultIsNegative) {
+    make(true);
+    ask();
+    bus.change_results(support::MessageFunction::read, {-EPERM, 0});
+    deliver(bus.sending(1), messages.owner_change(service_name, "", ":1.6"), -EPERM);
+    EXPECT_EQ(log.take(),
+              (Lines{"2 NameOwnerChanged failed to parse message: Operation not permitted"}));
+    EXPECT_EQ(state(), ControlsState::QueryingOwner);
+    EXPECT_FALSE(controls->woken());
+    restart_service();
+}
+
+TEST_F(OnScreenControlsTest, TakesNothingFromAnErrorInPlaceOfAnOwnerChange) {
+    make(true);
+    ask();
+    deliver(bus.sending(1), messages.error("com.example.E", "not you"), -1);
+    EXPECT_EQ(log.take(), (Lines{"1 Error when handling NameOwnerChanged: not you"}));
+    EXPECT_EQ(state(), ControlsState::QueryingOwner);
+    EXPECT_FALSE(controls->woken());
 }
 
 }  // namespace

@@ -82,10 +82,10 @@ TEST_F(PrioritizedTextOverlaySetterTest, SetsTheTextWithoutALimitUnlessToldOther
 
 TEST_F(PrioritizedTextOverlaySetterTest, SaysThatTheTextCouldNotBeSent) {
     make(0);
-    bus.answer_next({-ENOTCONN});
+    bus.answer_next({-EPERM});
     EXPECT_EQ(start(), (Journal{set("0")}));
     EXPECT_EQ(log.take(), (Lines{"2 Could not set prioritized text overlay: "
-                                 "Transport endpoint is not connected"}));
+                                 "Operation not permitted"}));
     EXPECT_FALSE(call_pending());
     EXPECT_FALSE(overlay_set());
     EXPECT_EQ(destroy(), Journal{});

@@ -74,10 +74,10 @@ TEST_F(PrioritizedTextOverlaySetterTest, BelievesTheErrorAlsoWhenTheResultIsNone
 
 TEST_F(PrioritizedTextOverlaySetterTest, SaysWhatTheResultMeansWhenThereIsNoError) {
     show();
-    bus.end_next_call(-ETIMEDOUT);
+    bus.end_next_call(-EPERM);
     EXPECT_EQ(destroy(), (Journal{unset}));
     EXPECT_EQ(log.take(),
-              (Lines{"2 Could not unset prioritized text overlay: Connection timed out"}));
+              (Lines{"2 Could not unset prioritized text overlay: Operation not permitted"}));
 }
 
 }  // namespace

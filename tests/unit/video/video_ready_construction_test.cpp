@@ -118,10 +118,17 @@ TEST_F(VideoReadyUnitTest, SaysTheSameWhenThereIsNoReply) {
 }
 
 TEST_F(VideoReadyUnitTest, DoesNotBelieveAStateWhoseReadingFailed) {
-    bus.make_up(support::MessageFunction::read, {-EBADMSG});
+    bus.make_up(support::MessageFunction::read, {-EPERM});
     make("masked");
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to parse status of video-ready.service: Bad message"}));
+    EXPECT_EQ(log.take(),
+              (Lines{"1 Failed to parse status of video-ready.service: Operation not permitted"}));
     expect_silence();
+}
+
+TEST_F(VideoReadyUnitTest, TakesAResultOfZeroForAStateThatWasRead) {
+    bus.change_results(support::MessageFunction::read, {0});
+    make("enabled");
+    EXPECT_EQ(settings(), signals);
 }
 
 TEST_F(VideoReadyUnitTest, LetsAnyOtherExceptionOutAndReleasesTheReply) {
