@@ -6,25 +6,10 @@ from pathlib import Path
 
 from source import JUMPS, Source, Statement
 
-COMPARISONS = {
-    "==": ["!="],
-    "!=": ["=="],
-    "<": ["<=", ">="],
-    "<=": ["<", ">"],
-    ">": [">=", "<="],
-    ">=": [">", "<"],
-}
+COMPARISONS = {"==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">"}
 REPLACEMENTS = COMPARISONS | {
-    "&&": ["||"],
-    "||": ["&&"],
-    "+": ["-"],
-    "-": ["+"],
-    "*": ["/"],
-    "/": ["*"],
-    "+=": ["-="],
-    "-=": ["+="],
-    "++": ["--"],
-    "--": ["++"],
+    "&&": "||", "||": "&&", "+": "-", "-": "+", "*": "/", "/": "*",
+    "+=": "-=", "-=": "+=", "++": "--", "--": "++",
 }
 # Binary operators, the loosest first; what stands further up also bounds an operand.
 LEVELS = [{"||"}, {"&&"}, set(COMPARISONS), {"<<"}, {"+", "-"}]
@@ -43,6 +28,7 @@ class Break:
     place: str  # the line as it is written
     change: str
     text: str  # the whole file, broken
+    layout: bool  # concerns members of a class or enumerators, which tests are compiled against
 
     @property
     def name(self) -> str:
@@ -111,7 +97,8 @@ class _Breaker:
         line = self.source.line_of(index)
         place = self.source.text_of_line(line)
         function = self.source.function_of(index)
-        self.found.append((index, Break(self.file, line, function, place, change, text)))
+        layout = not function and self.source.is_in_type(index)
+        self.found.append((index, Break(self.file, line, function, place, change, text, layout)))
 
     def _span(self, first: int, end: int) -> tuple[int, int]:
         return self.tokens[first].start, self.tokens[end - 1].end
@@ -260,9 +247,8 @@ class _Breaker:
         quoted = self.tokens[index].text
         before, content = quoted[: quoted.index('"') + 1], quoted[quoted.index('"') + 1 : -1]
         letters = re.findall(r"\\.|.", content)
-        shorter = dict.fromkeys(["".join(letters[1:]), "".join(letters[:-1])]) if letters else ["x"]
-        for text in shorter:
-            self._replace(index, index + 1, f'{before}{text}"')
+        text = "".join(letters[:-1]) if letters else "x"
+        self._replace(index, index + 1, f'{before}{text}"')
 
     def _number(self, index: int) -> None:
         match = re.fullmatch(r"(\d+)(\.\d+)?(\w*)", self.tokens[index].text)
@@ -298,8 +284,8 @@ class _Breaker:
         elif text == "?":
             self._branches(index)
         elif text in ("++", "--") or not unary and self.source.is_binary(index):
-            for other in REPLACEMENTS.get(text, []):
-                self._replace(index, index + 1, other)
+            if text in REPLACEMENTS:
+                self._replace(index, index + 1, REPLACEMENTS[text])
             self._operands(index)
 
     def _is_unary(self, index: int) -> bool:

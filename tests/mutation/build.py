@@ -148,9 +148,10 @@ class Build:
                      if not self.is_test(name))
         if Path(words[0]) != Path(CLANG or ""):
             return []
-        paths = [path for folder in (SOURCES, "include") for path in (self.tree / folder).rglob("*.?pp")]
+        paths = [path for folder in (SOURCES, "include")
+                 for path in (self.tree / folder).rglob("*.?pp")]
         lines = {line for path in paths
-                 for line in re.findall(r"^#include <.*>", path.read_text(), re.MULTILINE)}
+                 for line in re.findall(rf'^#include (?!"{SOURCES}/).*', path.read_text(), re.M)}
         header = self.folder / "precompiled.hpp"
         header.write_text("\n".join(sorted(lines)) + "\n")
         output = str(header.with_suffix(".pch"))
@@ -191,7 +192,7 @@ class Workshop:
     def __init__(self, build: Build, folder: Path):
         self.build, self.processes = build, build.processes
         self.tree, self.objects, self.scratch = folder / "tree", folder / "objects", folder / "run"
-        shutil.copytree(build.tree, self.tree, symlinks=True)
+        shutil.copytree(build.tree / SOURCES, self.tree / SOURCES, symlinks=True)
         self.objects.mkdir()
 
     def outcome(self, broken: Break) -> str:
@@ -212,20 +213,21 @@ class Workshop:
         changed = [name for name in sources if self._differs(name)]
         if not changed:
             return "no code"
-        # A declaration is compiled into the tests too; of a function the sources' is linked.
-        if not broken.function:
-            tests = [name for name in objects if self.build.is_test(name)]
-            if not all(self._compile(name) for name in tests):
+        # Of all else that a test may include, what the sources are compiled to is linked.
+        tests = [name for name in objects if self.build.is_test(name)] if broken.layout else []
+        for target in sorted(self.build.links, key=lambda target: len(self._of(tests, target))):
+            if not all(self._compile(name) for name in self._of(tests, target)):
                 return "killed"
-            changed += tests
-        for target, limit in self.build.limits.items():
             program = self.objects / target
-            if not self._link(target, program, changed):
+            if not self._link(target, program, changed + tests):
                 return "not compiled"
-            if not self._passes(program, limit):
+            if not self._passes(program, self.build.limits[target]):
                 return "killed"
         differs = any(self._compile(name, "-O2") and self._differs(name, "-O2") for name in sources)
         return "survived" if differs else "no code"
+
+    def _of(self, names: list[str], target: str) -> list[str]:
+        return [name for name in names if name in self.build.links[target]]
 
     def _path(self, name: str) -> Path:
         return self.objects / name.replace("/", "%")
@@ -234,11 +236,12 @@ class Workshop:
         return self._compile_in(self.tree, name, self._path(name), options)
 
     def _compile_in(self, tree: Path, name: str, output: Path, options: tuple[str, ...]) -> bool:
-        """What comes out does not depend on where the tree is."""
-        words = [word.replace(str(self.build.tree), str(tree))
-                 for word in self.build.compilations[name]]
+        """Takes the sources from a tree, on which what comes out does not depend."""
+        compiler, *words = self.build.compilations[name]
+        sources = str(self.build.tree / SOURCES) + "/"
+        words = [word.replace(sources, f"{tree / SOURCES}/") for word in words]
         words[words.index("-o") + 1] = str(output)
-        words += [f"-ffile-prefix-map={tree}=.", *options]
+        words = [compiler, f"-I{tree}", *words, f"-ffile-prefix-map={tree}=.", *options]
         if not options and not self.build.is_test(name):
             words += self.build.precompiled
         return self.processes.run(words, self.build.folder)[0] == 0

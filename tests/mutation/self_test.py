@@ -51,7 +51,7 @@ class Run(unittest.TestCase):
             place.format(7, "value = 0;", "0 becomes 1"),
             place.format(7, "value = 0;", "0 becomes -1"),
         ])
-        self.assertRegex(lines[-1], r"^23 breaks in \d+ s: killed 12, survived 7, changed no code 4, "
+        self.assertRegex(lines[-1], r"^21 breaks in \d+ s: killed 10, survived 7, changed no code 4, "
                                     r"did not compile 0; 5 survivors are not explained$")
 
     def test_an_explanation_that_does_not_hold_is_an_error(self):
@@ -60,14 +60,14 @@ class Run(unittest.TestCase):
             "int limited(int value) {\n    return value > 100 ? 100 : value;\n}\n")
         place = "src/limit.cpp: limited: return value > 100 ? 100 : value;"
         (self.project / "tests/mutation/equivalent.txt").write_text(
-            f"A sentence.\n    {place}: > becomes <=\n    {place}: = becomes ==\n\n"
+            f"A sentence.\n    {place}: 100 becomes 101\n    {place}: = becomes ==\n\n"
             f"    {place}: > becomes >=\n")
         status, lines = self.run_mutate(str(self.project / "src/limit.cpp"))
         self.assertEqual(status, 1)
         self.assertCountEqual(lines[:-1], [
             f"equivalent.txt: line 5: no sentence above: {place}: > becomes >=",
             f"equivalent.txt: does not exist: {place}: = becomes ==",
-            f"equivalent.txt: is killed: {place}: > becomes <=",
+            f"equivalent.txt: is killed: {place}: 100 becomes 101",
             f"equivalent.txt: is changed no code: {place}: > becomes >=",
         ])
         self.assertIn("0 survivors are not explained", lines[-1])
@@ -76,7 +76,7 @@ class Run(unittest.TestCase):
         results = self.folder / "results"
         self.run_mutate("--every", "2", "--results", str(results))
         first = results.read_text().splitlines()
-        self.assertEqual(len(first), 12)
+        self.assertEqual(len(first), 11)
         self.run_mutate("--every", "2", "--results", str(results))
         again = results.read_text().splitlines()[len(first):]
         self.assertEqual(again, [line for line in first if "\tsurvived\t" in line])
@@ -132,7 +132,7 @@ class Parts(unittest.TestCase):
 
     def test_texts(self):
         self.assertEqual(self.changes('const char* text = "a\\n";\nconst char* empty = "";\n'), [
-            '"a\\n" becomes "\\n"', '"a\\n" becomes "a"', '"" becomes "x"'])
+            '"a\\n" becomes "a"', '"" becomes "x"'])
 
     def test_members_change_places(self):
         text = "class A {\n  public:\n    void f();\n\n  private:\n    int a;\n    bool b;\n};\n"

@@ -67,6 +67,7 @@ class Source:
         self.initialiser_lists: list[tuple[int, int]] = []  # of constructors, without the colon
         self.live: list[tuple[int, int]] = []  # what is code: bodies and initial values
         self.enumerations: list[tuple[int, int]] = []  # between the braces
+        self.types: list[tuple[int, int]] = []  # the same of classes and enumerations
         self._line_starts = [0] + [match.end() for match in re.finditer("\n", text)]
         self._match_brackets()
         self._declarations("namespace", 0, len(self.tokens))
@@ -81,6 +82,9 @@ class Source:
     def function_of(self, token: int) -> str:
         """Name of the function whose body holds the token, or an empty string."""
         return next((name for first, end, name in self.functions if first <= token < end), "")
+
+    def is_in_type(self, token: int) -> bool:
+        return any(first <= token < end for first, end in self.types)
 
     def is_binary(self, index: int) -> bool:
         """Whether a sign stands between spaces, as binary operators do."""
@@ -186,6 +190,8 @@ class Source:
         if "namespace" in words:
             self._declarations("namespace", index + 1, close)
             return close
+        if words & {"class", "struct", "union", "enum"}:
+            self.types.append((index + 1, close))
         if "enum" in words:
             self.enumerations.append((index + 1, close))
         elif words & {"class", "struct", "union"}:
