@@ -1,14 +1,19 @@
 #include "camera/client_commands.hpp"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string_view>
+#include <system_error>
 
 #include "camera/bus_names.hpp"
 #include "camera/connection.hpp"
 #include "camera/control.hpp"
 #include "camera/show_text.hpp"
 #include "common/bus.hpp"
+#include "common/json_node.hpp"
 #include "common/line_text.hpp"
 
 namespace camera {
@@ -87,7 +92,39 @@ void append_flag(sd_bus_message* message, const char* key, bool value) {
         append_option(message, key, "b", 1);
 }
 
+/// The camera may be another version of ours, or no camera at all.
+void check_state(const tool::JsonNode<>& state) {
+    (void)state.member("bus").string();
+    for (const auto& service : state.member("services").elements()) {
+        for (const char* text : {"name", "state", "unique_name"})
+            (void)service.member(text).string();
+        (void)service.member("activatable").boolean();
+        for (const auto& name : service.member("bus_names").elements())
+            (void)name.string();
+        for (const auto& registration : service.member("registrations").elements()) {
+            (void)registration.member("id");
+            for (const char* text : {"client", "what"})
+                (void)registration.member(text).string();
+        }
+    }
+    (void)state.member("values").object();
+    for (const auto& fault : state.member("faults").elements()) {
+        for (const char* text : {"member", "what"})
+            (void)fault.member(text).string();
+    }
+}
+
 }  // namespace
+
+void print_out(const std::string& text) {
+    std::signal(SIGPIPE, SIG_IGN);
+    errno = 0;
+    std::cout << text << std::flush;
+    // Whoever closed the pipe (`| head`) has seen enough.
+    if (!std::cout.good() && errno != EPIPE)
+        throw Failure(ExitCode::unavailable,
+                      std::string("cannot write to the standard output: ") + std::strerror(errno));
+}
 
 void give_order(const std::string& bus, const char* order, const std::string& argument) {
     (void)Client(bus).give(order, "s", argument.c_str());
@@ -122,15 +159,23 @@ void set_fault(const std::string& bus, const FaultOptions& options) {
 
 tool::Json camera_state(const std::string& bus) {
     const MessagePtr reply = Client(bus).give("Show", "");
-    return tool::Json::parse(tool::read_string(*reply));
+    try {
+        const std::string what = "the answer";
+        tool::Json state = tool::parse_json(tool::read_string(*reply), what);
+        check_state({state, what});
+        return state;
+    } catch (const std::system_error&) {
+        throw Failure(ExitCode::unavailable,
+                      "the camera's answer makes no sense: it is not a string");
+    } catch (const tool::JsonError& error) {
+        throw Failure(ExitCode::unavailable,
+                      std::string("the camera's answer makes no sense: ") + error.what());
+    }
 }
 
 void show_camera(const std::string& bus, Format format) {
     const tool::Json state = camera_state(bus);
-    if (format == Format::json)
-        std::cout << tool::json_line(state) << '\n';
-    else
-        std::cout << show_text(state);
+    print_out(format == Format::json ? tool::json_line(state) + '\n' : show_text(state));
 }
 
 ExitCode activate_service(const std::string& service) {

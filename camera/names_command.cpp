@@ -1,7 +1,8 @@
 #include "camera/names_command.hpp"
 
-#include <iostream>
+#include <numeric>
 #include <set>
+#include <string>
 
 #include "camera/camera.hpp"
 #include "camera/client_commands.hpp"
@@ -11,39 +12,39 @@
 namespace camera {
 namespace {
 
-/// Of a camera that is on no bus.
-void print_fixed_names(bool members) {
+/// Of a camera that is on no bus, one a line.
+std::string fixed_names(bool members) {
     sd_event* event = nullptr;
     tool::check(sd_event_new(&event), "sd_event_new");
     const tool::EventPtr owned(event);
     Story story(stdout, Format::text, false, {});
     const Camera camera(*event, story, default_configuration(), [] {});
+    std::string services;
     std::set<std::string> known;
     for (const auto& service : camera.services()) {
-        if (!members)
-            std::cout << service->name() << '\n';
-        else
-            for (const auto& [member, kind] : service->members()) {
-                known.insert(member);
-                known.insert(service->name() + '.' + member);
-            }
+        services += service->name() + '\n';
+        for (const auto& [member, kind] : service->members()) {
+            known.insert(member + '\n');
+            known.insert(service->name() + '.' + member + '\n');
+        }
     }
-    for (const std::string& member : known)
-        std::cout << member << '\n';
+    return members ? std::accumulate(known.begin(), known.end(), std::string()) : services;
 }
 
 }  // namespace
 
 void print_names(const std::string& bus, const std::string& kind) {
     if (kind != "values") {
-        print_fixed_names(kind == "members");
+        print_out(fixed_names(kind == "members"));
         return;
     }
     const tool::Json state = camera_state(bus);
+    std::string names;
     for (const auto& [name, value] : state.at("values").items()) {
         if (tool::one_line(name) == name)
-            std::cout << name << '\n';
+            names += name + '\n';
     }
+    print_out(names);
 }
 
 }  // namespace camera

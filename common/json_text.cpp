@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "common/line_text.hpp"
+
 namespace tool {
 namespace {
 
@@ -12,12 +14,7 @@ std::string reason(const std::exception& error, std::string_view mark) {
     std::string text = error.what();
     if (const std::size_t at = text.find(mark); at != std::string::npos)
         text.erase(0, at + mark.size());
-    if (text.size() <= longest)
-        return text;
-    std::size_t end = longest;
-    while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
-        --end;  // not within a character
-    return text.substr(0, end) + "…";
+    return shortened(text, longest);
 }
 
 }  // namespace

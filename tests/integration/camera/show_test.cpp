@@ -1,0 +1,140 @@
+// What `show` does with the answer of something that is no camera of ours.
+#include <gmock/gmock.h>
+
+#include "tests/integration/camera/camera_scene.hpp"
+
+namespace test {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// Owns the name of a camera on a bus of its own, and answers each call with the same text.
+class OddCamera {
+  public:
+    OddCamera() : connection_(bus_.address()) {
+        sd_bus_slot* slot = nullptr;
+        tool::check(sd_bus_add_filter(connection_.bus(), &slot, on_message, this),
+                    "sd_bus_add_filter");
+        filter_.reset(slot);
+        tool::own_name(*connection_.bus(), camera::camera_control.name);
+    }
+
+    [[nodiscard]] const std::string& address() const { return bus_.address(); }
+
+    /// Answers the next call, for which it waits 20 s at most. Null: without an argument.
+    void answer_with(const char* text) {
+        text_ = text;
+        answered_ = false;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!answered_ && std::chrono::steady_clock::now() < deadline) {
+            if (tool::check(sd_bus_process(connection_.bus(), nullptr), "sd_bus_process") == 0)
+                sd_bus_wait(connection_.bus(), 100'000);
+        }
+        sd_bus_flush(connection_.bus());
+    }
+
+  private:
+    static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+        auto& self = *static_cast<OddCamera*>(userdata);
+        if (sd_bus_message_is_method_call(message, camera::camera_control.interface, "Show") <= 0)
+            return 0;
+        self.answered_ = true;
+        return sd_bus_reply_method_return(message, self.text_ == nullptr ? "" : "s", self.text_);
+    }
+
+    camera::PrivateBus bus_;
+    BusClient connection_;
+    tool::SlotPtr filter_;
+    const char* text_ = nullptr;
+    bool answered_ = false;
+};
+
+class CameraShow : public CameraScene {
+  protected:
+    /// The sentence with which a command refuses the answer.
+    std::string refusal_of(const char* answer, const std::vector<std::string>& command = {"show"}) {
+        std::vector<std::string> arguments = command;
+        arguments.insert(arguments.end(), {"--bus", odd_.address()});
+        const auto program = start(arguments);
+        odd_.answer_with(answer);
+        const Ended ended = program->wait();
+        EXPECT_EQ(ended.signal, 0) << answer;
+        EXPECT_EQ(ended.code, 69) << answer;
+        EXPECT_EQ(ended.out, "");
+        const std::string begin = "fenwa-camera: the camera's answer makes no sense: ";
+        EXPECT_THAT(ended.err, ::testing::StartsWith(begin));
+        return ended.err.substr(std::min(begin.size(), ended.err.size()));
+    }
+
+    OddCamera odd_;
+};
+
+TEST_F(CameraShow, RefusesAnAnswerThatIsNoJson) {
+    EXPECT_THAT(refusal_of("cheese"), HasSubstr("the answer is not JSON, see byte 1: "));
+    EXPECT_EQ(refusal_of(nullptr), "it is not a string\n");
+}
+
+TEST_F(CameraShow, RefusesAnAnswerThatIsNestedTooDeeply) {
+    const std::string deep =
+        R"({"values":{"a":)" + std::string(200'000, '[') + std::string(200'000, ']') + "}}";
+    const std::string sentence = "the answer is nested deeper than 64 arrays and objects\n";
+    EXPECT_EQ(refusal_of(deep.c_str()), sentence);
+    EXPECT_EQ(refusal_of(deep.c_str(), {"show", "--format", "json"}), sentence);
+    EXPECT_EQ(refusal_of(deep.c_str(), {"names", "values"}), sentence);
+}
+
+TEST_F(CameraShow, RefusesAnAnswerThatLacksAMemberOrHasItOfAnotherKind) {
+    EXPECT_EQ(refusal_of("5"), "the answer must be an object, not a number\n");
+    EXPECT_EQ(refusal_of("{}", {"names", "values"}), "the answer has no 'bus'\n");
+    const tool::Json whole = tool::Json::parse(R"({"bus":"","services":[{"name":"","state":"down",
+        "unique_name":"","bus_names":[""],"activatable":true,
+        "registrations":[{"id":1,"client":"","what":""}]}],
+        "values":{},"faults":[{"member":"","what":""}]})");
+    const auto spoiled = [&](const std::string& pointer, bool remove) {
+        tool::Json state = whole;
+        const tool::Json::json_pointer place(pointer);
+        if (remove)
+            state[place.parent_pointer()].erase(place.back());
+        else
+            state[place] = nullptr;
+        return state.dump();
+    };
+    const auto place_of = [](const std::string& pointer) {
+        return pointer.find('/', 1) == std::string::npos
+                   ? std::string("the answer")
+                   : "'" + pointer.substr(0, pointer.rfind('/')) + "'";
+    };
+    for (const std::string pointer :
+         {"/bus", "/services", "/values", "/faults", "/services/0/name", "/services/0/state",
+          "/services/0/unique_name", "/services/0/bus_names", "/services/0/activatable",
+          "/services/0/registrations", "/services/0/registrations/0/client",
+          "/services/0/registrations/0/what", "/faults/0/member", "/faults/0/what"}) {
+        EXPECT_EQ(refusal_of(spoiled(pointer, true).c_str()),
+                  place_of(pointer) + " has no '" + pointer.substr(pointer.rfind('/') + 1) + "'\n");
+        EXPECT_THAT(refusal_of(spoiled(pointer, false).c_str()),
+                    HasSubstr("'" + pointer + "' must be a"));
+    }
+    EXPECT_EQ(refusal_of(spoiled("/services/0/registrations/0/id", true).c_str()),
+              "'/services/0/registrations/0' has no 'id'\n");
+    EXPECT_EQ(refusal_of(spoiled("/services/0/bus_names/0", false).c_str()),
+              "'/services/0/bus_names/0' must be a string, not null\n");
+}
+
+TEST_F(CameraShow, SaysThatItCannotBeWrittenUnlessNobodyReadsIt) {
+    open();
+    const std::string address_argument = "--bus='" + address() + "'";
+    for (const std::string command :
+         {"show", "show --format json", "names values", "names services", "names members"}) {
+        const std::string line = "\"$0\" " + command + " " + address_argument;
+        const Ended full = run_program({"sh", "-c", line + " > /dev/full", FENWA_CAMERA_PROGRAM});
+        EXPECT_EQ(full.code, 69) << command;
+        EXPECT_EQ(full.err,
+                  "fenwa-camera: cannot write to the standard output: No space left on device\n");
+        const Ended closed = run_program(
+            {"sh", "-c", "{ sleep 0.2; " + line + "; echo $? >&2; } | true", FENWA_CAMERA_PROGRAM});
+        EXPECT_EQ(closed.err, "0\n") << command;
+    }
+}
+
+}  // namespace
+}  // namespace test
