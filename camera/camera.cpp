@@ -51,8 +51,9 @@ Camera::Camera(sd_event& event, Story& story, const Configuration& configuration
 }
 
 void Camera::go_up(const std::string& address, const std::set<std::string>& without,
-                   bool activation) {
+                   bool activation, std::set<std::string> startable) {
     address_ = address;
+    startable_ = std::move(startable);
     for (const auto& service : services_) {
         const bool left_out = without.contains(service->name());
         if (left_out || !activation)
@@ -214,6 +215,13 @@ Json Camera::value(const std::string& name) const {
     return owner_of(name).value(name);
 }
 
+bool Camera::is_activatable(const Service& service) const {
+    return !not_activatable_.contains(service.name()) &&
+           std::ranges::all_of(service.bus_names(), [this](const std::string& bus_name) {
+               return startable_.contains(bus_name);
+           });
+}
+
 Json Camera::show() const {
     Json state = {{"bus", address_}, {"services", Json::array()}, {"values", Json::object()}};
     for (const auto& service : services_) {
@@ -221,7 +229,7 @@ Json Camera::show() const {
                                      {"state", service->is_up() ? "up" : "down"},
                                      {"unique_name", service->unique_name()},
                                      {"bus_names", service->bus_names()},
-                                     {"activatable", !not_activatable_.contains(service->name())},
+                                     {"activatable", is_activatable(*service)},
                                      {"registrations", service->registrations()}});
         for (const Value& value : service->values())
             state["values"][value.name] = value.value;

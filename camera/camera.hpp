@@ -42,10 +42,12 @@ class Camera {
 
     /// Brings all services up on the bus at `address`, but those of `without`, which are not
     /// there until they are started by order. With `activation`, a call to one of the others
-    /// brings it up again when it is down. A service whose names belong to the machine leaves them
-    /// to whoever has them, and tells that it does.
+    /// brings it up again when it is down, where `startable`, the bus names that the daemon can
+    /// have started, holds its own. A service whose names belong to the machine leaves them to
+    /// whoever has them, and tells that it does.
     /// @throws tool::Failure (unavailable).
-    void go_up(const std::string& address, const std::set<std::string>& without, bool activation);
+    void go_up(const std::string& address, const std::set<std::string>& without, bool activation,
+               std::set<std::string> startable);
     /// Takes all services down, in reverse order.
     void go_down();
 
@@ -101,6 +103,8 @@ class Camera {
         return added;
     }
     void bring_up_at_first(Service& service);
+    /// Whether a call would bring the service up.
+    [[nodiscard]] bool is_activatable(const Service& service) const;
     void drop(const std::string& service);
 
     Story& story_;
@@ -113,7 +117,8 @@ class Camera {
     std::vector<std::unique_ptr<Service>> services_;  // goes first: it refers to all of the above
     ControlsService* controls_;                       // one of them
     std::string address_;
-    std::set<std::string> not_activatable_;
+    std::set<std::string> not_activatable_;  // services that refuse the daemon
+    std::set<std::string> startable_;        // bus names that the daemon can have started
 };
 
 }  // namespace camera

@@ -25,8 +25,10 @@ constexpr const char* service_names =
 constexpr const char* exit_codes =
     "Exit codes: 0 done, a stop by signal included; 1 what the scenario expects has not come; 2 "
     "the command line or an order is wrong; 66 a file cannot be read; 69 the bus or the camera "
-    "cannot be reached, a name cannot be had, or the connection was lost; 70 an internal error; "
-    "78 the configuration or scenario is wrong; or that of a program that has failed.";
+    "cannot be reached, a name cannot be had, the connection was lost, or the standard output "
+    "takes "
+    "nothing more; 70 an internal error; 78 the configuration or scenario is wrong; or that of a "
+    "program that has failed.";
 
 /// Everything that the command line can say, and what is to be done when it was read.
 struct CommandLine {

@@ -1,5 +1,7 @@
 #include "camera/control.hpp"
 
+#include <chrono>
+
 #include "camera/bus_names.hpp"
 #include "camera/message_json.hpp"
 #include "camera/trampoline.hpp"
@@ -46,6 +48,22 @@ Control::Control(Camera& camera, sd_event& event, const std::string& address,
           "sd_bus_add_object_vtable");
     object_.reset(slot);
     tool::own_name(connection_.bus(), camera_control.name);
+}
+
+std::set<std::string> Control::startable_names() const {
+    sd_bus_message* call = nullptr;
+    check(sd_bus_message_new_method_call(&connection_.bus(), &call, "org.freedesktop.DBus",
+                                         "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                         "ListActivatableNames"),
+          "sd_bus_message_new_method_call");
+    const tool::MessagePtr owned_call(call);
+    sd_bus_message* reply = nullptr;
+    const int called = sd_bus_call(
+        &connection_.bus(), call, std::chrono::microseconds(bus_patience).count(), nullptr, &reply);
+    const tool::MessagePtr owned_reply(reply);
+    if (called < 0 || sd_bus_message_has_signature(reply, "as") <= 0)
+        return {};
+    return body_json(*reply).at(0).get<std::set<std::string>>();
 }
 
 int Control::obey(sd_bus_message& call, const std::function<void()>& order) {

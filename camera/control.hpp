@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,10 @@ class Control {
     /// @throws tool::Failure (unavailable), when another camera plays on this bus too.
     Control(Camera& camera, sd_event& event, const std::string& address,
             std::function<void()> lost);
+
+    /// The bus names that the daemon can have started when they are called; asks it, 10 s at most,
+    /// and gives none where it does not say.
+    [[nodiscard]] std::set<std::string> startable_names() const;
 
   private:
     static const sd_bus_vtable vtable_[];

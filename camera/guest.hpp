@@ -1,13 +1,10 @@
 #pragma once
 
-#include <systemd/sd-event.h>
-
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "camera/timers.hpp"
-#include "common/bus.hpp"
+#include "camera/reaper.hpp"
 
 namespace camera {
 
@@ -19,27 +16,19 @@ class Guest {
     /// Starts `command`, looked up in PATH, with nothing on its standard input and in a process
     /// group of its own, so that Ctrl-C in a terminal reaches it through the camera only.
     /// `ended` is called once, from the loop, with its exit code (128 + N after signal N).
-    /// SIGCHLD must be blocked.
     /// @throws tool::Failure (unreadable) when the program cannot be started.
-    Guest(sd_event& event, const std::vector<std::string>& command, const std::string& bus_address,
+    Guest(Reaper& reaper, const std::vector<std::string>& command, const std::string& bus_address,
           std::function<void(int)> ended);
     Guest(const Guest&) = delete;
     Guest& operator=(const Guest&) = delete;
-    /// Kills it where it still runs, and waits until it is gone.
+    /// Kills its process group where it still runs, and waits until it is gone.
     ~Guest();
 
     [[nodiscard]] bool running() const noexcept { return pid_ != 0; }
 
-    /// SIGTERM now, and SIGKILL when it has not ended 10 s later.
-    void ask_to_end();
-
   private:
-    static int on_ended(sd_event_source* source, const siginfo_t* info, void* userdata) noexcept;
-
+    Reaper& reaper_;
     pid_t pid_ = 0;
-    std::function<void(int)> ended_;
-    Timers timers_;
-    tool::EventSourcePtr source_;
 };
 
 }  // namespace camera

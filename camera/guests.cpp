@@ -6,17 +6,12 @@ namespace camera {
 
 void Guests::start(const std::vector<std::string>& command, const std::string& bus_address) {
     guests_.push_back(std::make_unique<Guest>(
-        event_, command, bus_address,
+        reaper_, command, bus_address,
         [this, program = command.front()](int status) { ended_(program, status); }));
 }
 
 bool Guests::running() const {
     return std::ranges::any_of(guests_, [](const auto& guest) { return guest->running(); });
-}
-
-void Guests::ask_to_end() {
-    for (const auto& guest : guests_)
-        guest->ask_to_end();
 }
 
 }  // namespace camera

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <systemd/sd-event.h>
-
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,18 +13,17 @@ namespace camera {
 class Guests {
   public:
     /// `ended` is called from the loop with each guest's program and exit code.
-    Guests(sd_event& event, std::function<void(const std::string& program, int status)> ended)
-        : event_(event), ended_(std::move(ended)) {}
+    Guests(Reaper& reaper, std::function<void(const std::string& program, int status)> ended)
+        : reaper_(reaper), ended_(std::move(ended)) {}
 
     /// Starts one more, as the constructor of Guest does.
     /// @throws tool::Failure (unreadable) when the program cannot be started.
     void start(const std::vector<std::string>& command, const std::string& bus_address);
     /// Whether any runs still.
     [[nodiscard]] bool running() const;
-    void ask_to_end();
 
   private:
-    sd_event& event_;
+    Reaper& reaper_;
     std::function<void(const std::string&, int)> ended_;
     std::vector<std::unique_ptr<Guest>> guests_;
 };

@@ -3,8 +3,11 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "camera/bus_folder.hpp"
 
 namespace camera {
 
@@ -28,9 +31,10 @@ struct PrivateBusOptions {
 
 /// A dbus-daemon of our own, for as long as this object lives.
 ///
-/// Its files are in a temporary folder (under $TMPDIR, or /tmp) that is removed at the end. The
-/// daemon is in a process group of its own, so that Ctrl-C in a terminal does not reach it, and
-/// the kernel ends it with the thread that made this object, should that not get to destroy it.
+/// Its files are in a temporary folder (under $TMPDIR, or /tmp) that is removed at the end; where a
+/// process does not get so far, the next one that starts a private bus there removes it. The daemon
+/// is in a process group of its own, so that Ctrl-C in a terminal does not reach it, and the kernel
+/// ends it with the thread that made this object, should that not get to destroy it.
 class PrivateBus {
   public:
     /// Starts the daemon and waits, 10 s at most, until it listens.
@@ -56,10 +60,14 @@ class PrivateBus {
     [[nodiscard]] std::string read_address(int pipe);
     [[nodiscard]] std::string complaint() const;
 
-    std::filesystem::path folder_;
+    std::unique_ptr<BusFolder> folder_;
     std::filesystem::path socket_;
     std::string address_;
     pid_t pid_ = 0;
 };
+
+/// Removes the socket at `path` of a bus whose daemon was killed; does nothing where it is no
+/// socket, or where somebody listens.
+void remove_dead_socket(const std::filesystem::path& path) noexcept;
 
 }  // namespace camera

@@ -1,8 +1,10 @@
 #include "camera/run_command.hpp"
 
-#include <systemd/sd-daemon.h>
+#include <poll.h>
 #include <systemd/sd-event.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -16,9 +18,13 @@
 #include "camera/configuration.hpp"
 #include "camera/control.hpp"
 #include "camera/guests.hpp"
+#include "camera/keeper.hpp"
 #include "camera/private_bus.hpp"
+#include "camera/process_tree.hpp"
+#include "camera/reaper.hpp"
 #include "camera/scenario_player.hpp"
 #include "camera/scenario_reader.hpp"
+#include "camera/stop_signals.hpp"
 #include "camera/timers.hpp"
 #include "camera/trampoline.hpp"
 #include "common/bus.hpp"
@@ -37,23 +43,16 @@ tool::EventPtr new_event() {
     return tool::EventPtr(event);
 }
 
-/// The signals that end a camera. SIGHUP is left alone where it is ignored: that is what `nohup`
-/// is for.
-std::vector<int> ending_signals() {
-    std::vector<int> signals = {SIGINT, SIGTERM};
-    struct sigaction hangup {};
-    if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN)
-        signals.push_back(SIGHUP);
-    return signals;
+/// Whether the terminal on stdout was hung up, or its reader has gone.
+bool stdout_is_gone() {
+    pollfd out{STDOUT_FILENO, 0, 0};
+    return poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLHUP)) != 0;
 }
 
-sigset_t set_of(const std::vector<int>& signals) {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : signals)
-        sigaddset(&set, number);
-    return set;
-}
+/// Lets nothing that was started outlive the camera, should its keeper not be there any more.
+struct EndOfAll {
+    ~EndOfAll() { kill_children(); }
+};
 
 /// How long the services stay when the last guest has gone.
 constexpr std::chrono::milliseconds farewell_time{200};
@@ -61,8 +60,9 @@ constexpr std::chrono::milliseconds farewell_time{200};
 /// One run of the camera, from reading the files to the last line.
 class Session {
   public:
-    explicit Session(const RunOptions& options)
+    Session(const RunOptions& options, const Keeper::Link& keeper)
         : options_(options),
+          keeper_(keeper),
           event_(new_event()),
           story_(stdout, options.format, tool::use_color(options.color, stdout),
                  [this](int error) { stdout_broken(error); }) {}
@@ -110,27 +110,28 @@ class Session {
   private:
     void play() {
         catch_signals();
+        watch_stdout();
         const std::string address = open_private_bus();
         // First, so that a second camera on a bus ends before it gets into the first one's way.
         control_ = std::make_unique<Control>(*camera_, *event_, address, [this] { lost(); });
         camera_->go_up(address, {options_.without.begin(), options_.without.end()},
-                       options_.activation);
+                       options_.activation, control_->startable_names());
         std::vector<std::string> up;
         for (const auto& service : camera_->services()) {
             if (service->is_up())
                 up.push_back(service->name());
         }
         story_.ready(address, up);
-        sd_notifyf(0, "READY=1\nSTATUS=Playing on %s", tool::one_line(address).c_str());
+        keeper_.notify("READY=1\nSTATUS=Playing on " + tool::one_line(address));
         start_guests(address);
         if (options_.scenario && !ended_) {
             player_ = std::make_unique<ScenarioPlayer>(
-                scenario_, *camera_, story_, *event_,
+                scenario_, *camera_, story_, *event_, *reaper_,
                 [this](ExitCode code, const std::string& sentence) { end(code, sentence); });
             player_->start();
         }
         const int status = check(sd_event_loop(event_.get()), "sd_event_loop");
-        sd_notify(0, "STOPPING=1");
+        keeper_.notify("STOPPING=1");
         if (status == static_cast<int>(ExitCode::threw))
             end(ExitCode::threw, "ended by the internal error above");
         player_.reset();
@@ -140,7 +141,7 @@ class Session {
     void start_guests(const std::string& address) {
         try {
             for (const std::vector<std::string>& command : options_.guests)
-                guests_.start(command, address);
+                guests_->start(command, address);
         } catch (const Failure& failure) {
             // Those that run already are to end in peace.
             end(failure.code(), failure.what());
@@ -163,6 +164,7 @@ class Session {
             }
         }
         private_bus_ = std::make_unique<PrivateBus>(options);
+        reaper_->leave(private_bus_->pid());
         return private_bus_->address();
     }
 
@@ -171,36 +173,55 @@ class Session {
         std::signal(SIGPIPE, SIG_IGN);
         const std::vector<int> signals = ending_signals();
         sigset_t set = set_of(signals);
-        sigaddset(&set, SIGCHLD);  // for the end of guests
+        sigaddset(&set, SIGCHLD);
         sigprocmask(SIG_BLOCK, &set, nullptr);
         for (const int number : signals) {
             sd_event_source* source = nullptr;
             check(sd_event_add_signal(event_.get(), &source, number,
-                                      Trampoline<&Session::on_signal>::event, this),
+                                      Trampoline<&Session::stop>::event, this),
                   "sd_event_add_signal");
-            signals_.emplace_back(source);
+            sources_.emplace_back(source);
         }
+        reaper_ = std::make_unique<Reaper>(*event_, [this] { child_ended(); });
+        guests_ = std::make_unique<Guests>(
+            *reaper_,
+            [this](const std::string& program, int status) { guest_ended(program, status); });
     }
 
-    void on_signal() {
-        end(ExitCode::done, {});
-        // A second one during the stop ends the process at once, even where a shell that started
-        // us in the background has had SIGINT ignored.
-        const std::vector<int> signals = {SIGINT, SIGTERM};
-        for (const int number : signals)
-            std::signal(number, SIG_DFL);
-        const sigset_t set = set_of(signals);
-        sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    /// A reader that goes away, or a terminal that is closed, ends the camera even where there is
+    /// nothing to be told.
+    void watch_stdout() {
+        sd_event_source* source = nullptr;
+        // Error and hang-up are reported unasked. What is no pipe, socket or terminal has neither.
+        const int r =
+            sd_event_add_io(event_.get(), &source, STDOUT_FILENO, 0, on_stdout_gone, this);
+        if (r == -EPERM || r == -EBADF)
+            return;
+        check(r, "sd_event_add_io");
+        sources_.emplace_back(source);
     }
+
+    static int on_stdout_gone(sd_event_source* source, int /*fd*/, std::uint32_t /*revents*/,
+                              void* userdata) noexcept {
+        sd_event_source_set_enabled(source, SD_EVENT_OFF);
+        try {
+            static_cast<Session*>(userdata)->stop();
+        } catch (...) {
+            end_loop_after_exception(source);
+        }
+        return 0;
+    }
+
+    void stop() { end(ExitCode::done, {}); }
 
     void lost() { end(ExitCode::unavailable, "the connection to the bus was lost"); }
 
     void stdout_broken(int error) {
         // Whoever closed the pipe (`| head`) has seen enough.
-        if (error == EPIPE)
-            end(ExitCode::done, {});
+        if (error == EPIPE || stdout_is_gone())
+            stop();
         else
-            end(ExitCode::threw,
+            end(ExitCode::unavailable,
                 std::string("cannot write to the standard output: ") + std::strerror(error));
     }
 
@@ -211,8 +232,8 @@ class Session {
         code_ = code;
         sentence_ = sentence;
         // The guests still find the bus and the services while they stop.
-        guests_.ask_to_end();
-        if (!guests_.running())
+        reaper_->ask_to_end();
+        if (!reaper_->any())
             sd_event_exit(event_.get(), 0);
     }
 
@@ -224,7 +245,7 @@ class Session {
             "'" + program + "' ended with exit code " + std::to_string(status);
         if (!ended_ && status != 0) {
             end(ExitCode{status}, ended);
-        } else if (!ended_ && !guests_.running()) {
+        } else if (!ended_ && !guests_->running()) {
             if (options_.scenario)
                 end(ExitCode::expectation_failed, ended + ", before the scenario did");
             else
@@ -233,24 +254,28 @@ class Session {
             code_ = ExitCode{status};
             sentence_ = ended;
         }
+    }
+
+    void child_ended() {
         // What they said last is still with the daemon: the services are to hear it.
-        if (ended_ && !guests_.running())
+        if (ended_ && !reaper_->any())
             farewell_.once(farewell_time, [this] { sd_event_exit(event_.get(), 0); });
     }
 
     const RunOptions& options_;
+    const Keeper::Link& keeper_;
     // Destroyed from the last to the first: all connections are closed before the daemon ends.
     tool::EventPtr event_;
-    std::vector<tool::EventSourcePtr> signals_;
+    std::vector<tool::EventSourcePtr> sources_;
     std::unique_ptr<PrivateBus> private_bus_;
     Story story_;
     Scenario scenario_;
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
+    std::unique_ptr<Reaper> reaper_;
     std::unique_ptr<ScenarioPlayer> player_;
     Timers farewell_{*event_};
-    Guests guests_{
-        *event_, [this](const std::string& program, int status) { guest_ended(program, status); }};
+    std::unique_ptr<Guests> guests_;
     bool ended_ = false;
     ExitCode code_ = ExitCode::done;
     std::string sentence_;
@@ -265,7 +290,16 @@ ExitCode run_camera(const RunOptions& options) {
             ExitCode::usage,
             "this would play on the machine's own system bus; use --private-bus for a bus "
             "of its own, --bus ADDRESS for another one, or --system if you mean it");
-    Session session(options);
+    Keeper keeper([&options] {
+        remove_ownerless_folders();
+        if (!options.socket_path.empty())
+            remove_dead_socket(options.socket_path);
+    });
+    const std::optional<Keeper::Link> link = keeper.fork_camera();
+    if (!link)
+        return keeper.code();
+    const EndOfAll end_of_all;
+    Session session(options, *link);
     if (!session.prepare())
         return ExitCode::misconfigured;
     return session.run();

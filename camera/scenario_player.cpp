@@ -34,11 +34,11 @@ Overloaded(Each...) -> Overloaded<Each...>;
 }  // namespace
 
 ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, Story& story,
-                               sd_event& event, Ended ended)
+                               sd_event& event, Reaper& reaper, Ended ended)
     : scenario_(scenario),
       camera_(camera),
       story_(story),
-      event_(event),
+      reaper_(reaper),
       ended_(std::move(ended)),
       ramps_(
           event,
@@ -139,7 +139,7 @@ bool ScenarioPlayer::done(const Action& action) {
 
 void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
     program_ = std::make_unique<Guest>(
-        event_, command, camera_.address(),
+        reaper_, command, camera_.address(),
         [this, program = command.front()](int status) { program_ended(program, status); });
     deadline_.once(program_patience, [this, program = command.front()] {
         program_.reset();

@@ -11,6 +11,7 @@
 #include "camera/camera.hpp"
 #include "camera/guest.hpp"
 #include "camera/ramps.hpp"
+#include "camera/reaper.hpp"
 #include "camera/scenario.hpp"
 #include "camera/story.hpp"
 #include "camera/timers.hpp"
@@ -29,9 +30,9 @@ class ScenarioPlayer {
     /// the sentence that says what went wrong.
     using Ended = std::function<void(tool::ExitCode code, const std::string& sentence)>;
 
-    /// Camera, story and event must outlive the player, which observes the camera.
+    /// Camera, story, event and reaper must outlive the player, which observes the camera.
     ScenarioPlayer(const Scenario& scenario, Camera& camera, Story& story, sd_event& event,
-                   Ended ended);
+                   Reaper& reaper, Ended ended);
     ~ScenarioPlayer() { camera_.set_observers({}); }
     ScenarioPlayer(const ScenarioPlayer&) = delete;
     ScenarioPlayer& operator=(const ScenarioPlayer&) = delete;
@@ -68,7 +69,7 @@ class ScenarioPlayer {
     const Scenario& scenario_;
     Camera& camera_;
     Story& story_;
-    sd_event& event_;
+    Reaper& reaper_;
     Ended ended_;
     Ramps ramps_;
     Timers timers_;    // what comes next

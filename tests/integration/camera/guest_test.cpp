@@ -1,10 +1,7 @@
 // A program that runs on the camera's bus for as long as the camera plays.
 #include <gmock/gmock.h>
 
-#include <sys/wait.h>
-
 #include <csignal>
-#include <thread>
 
 #include "tests/integration/camera/scenario_scene.hpp"
 
@@ -193,21 +190,17 @@ TEST_F(CameraGuest, IsNotWaitedForAfterASecondSignal) {
     const auto begin = steady_clock::now();
     camera->send_signal(SIGTERM);
     ASSERT_TRUE(camera->wait_for_text("asked"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     camera->send_signal(SIGINT);
-    // The guest writes to the same streams and lives on, so that only the process can be awaited.
-    siginfo_t info{};
-    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(camera->pid()), &info, WEXITED | WNOWAIT), 0);
-    EXPECT_EQ(info.si_status, SIGINT);
+    EXPECT_EQ(camera->wait().signal, SIGINT);
     EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(9)) << "before it is killed";
-    for (const std::string& process : left_behind()) {
-        if (process.ends_with(" sh"))
-            kill(std::stoi(process), SIGKILL);
-    }
+    EXPECT_THAT(left_behind(), IsEmpty());
+    EXPECT_FALSE(files_left_behind());
 }
 
-TEST_F(CameraGuest, ThatIgnoresSigtermIsKilledAfterTenSeconds) {
-    const auto camera = start_guest({"sh", "-c", "trap '' TERM; echo guest up; exec sleep 60"});
+TEST_F(CameraGuest, ThatIgnoresSigtermIsKilledAfterTenSecondsWithAllThatItHasStarted) {
+    const auto camera = start_guest(
+        {"sh", "-c",
+         "trap '' TERM; setsid sh -c 'sleep 60 & sleep 60' & echo guest up; exec sleep 60"});
     const auto begin = steady_clock::now();
     const Ended ended = camera->terminate();
     EXPECT_GE(steady_clock::now() - begin, std::chrono::seconds(10));
@@ -216,6 +209,36 @@ TEST_F(CameraGuest, ThatIgnoresSigtermIsKilledAfterTenSeconds) {
     EXPECT_EQ(ended.err, "fenwa-camera: 'sh' ended with exit code 137\n");
     EXPECT_THAT(left_behind(), IsEmpty());
     EXPECT_FALSE(files_left_behind());
+}
+
+TEST_F(CameraGuest, WhatItLeavesRunningEndsWithTheCamera) {
+    const Ended ended = play("", {"sh", "-c", "setsid sleep 60 & exit 0"});
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(between(ended), IsEmpty());
+}
+
+TEST_F(CameraGuest, WhatItLeavesRunningIsAskedToEndWhileTheServicesAreStillThere) {
+    const auto camera =
+        start_guest(script("( trap 'sleep 0.5; camera set temperature.main 50; exit 0' TERM\n"
+                           "echo guest up\nwhile :; do sleep 0.02; done ) & wait"));
+    const Ended ended = camera->terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(ended.out, HasSubstr("sensor main is 50.0"));
+    EXPECT_LT(ended.out.find("sensor main is 50.0"), ended.out.find("temperature: down"));
+    EXPECT_THAT(left_behind(), IsEmpty());
+}
+
+TEST_F(CameraGuest, OfAScenarioIsAskedToEndToo) {
+    const auto camera = start(command(
+        "[[steps]]\nrun = [\"sh\", \"-c\", \"trap 'echo asked; exit 0' TERM; echo guest up; "
+        "while :; do sleep 0.02; done\"]\n"));
+    ASSERT_TRUE(camera->wait_for_text("guest up")) << camera->err();
+    const Ended ended = camera->terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_THAT(ended.out, HasSubstr("asked"));
+    EXPECT_THAT(left_behind(), IsEmpty());
 }
 
 }  // namespace

@@ -2,11 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "common/bus.hpp"
 #include "common/exit_code.hpp"
@@ -179,9 +182,78 @@ TEST_F(PrivateBusTest, SaysThatDbusDaemonIsMissing) {
 
 TEST_F(PrivateBusTest, SaysWhereItCannotWrite) {
     const Variable tmpdir("TMPDIR", "/nonexistent");
-    EXPECT_EQ(failure(),
-              "cannot start a private bus: no folder like '/nonexistent/fenwa-bus-XXXXXX' can be "
-              "made: No such file or directory");
+    EXPECT_EQ(
+        failure(),
+        "cannot start a private bus: no folder like '/nonexistent/fenwa-camera-XXXXXX' can be "
+        "made: No such file or directory");
+}
+
+/// A process that makes a private bus and is killed before it can end it.
+class KilledOwner {
+  public:
+    KilledOwner() {
+        int ready[2];
+        tool::check(pipe(ready), "pipe");
+        const pid_t owner = fork();
+        if (owner == 0) {
+            const PrivateBus bus;
+            (void)!write(ready[1], "x", 1);
+            while (true)
+                pause();
+        }
+        close(ready[1]);
+        char up = 0;
+        (void)!read(ready[0], &up, 1);
+        close(ready[0]);
+        kill(owner, SIGKILL);
+        waitpid(owner, nullptr, 0);
+    }
+};
+
+TEST_F(PrivateBusTest, RemovesTheFoldersOfThoseThatWereKilledAndOfNobodyElse) {
+    const KilledOwner killed;
+    const auto folders = [this] {
+        return std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator());
+    };
+    EXPECT_EQ(folders(), 1) << "a folder that has lost its owner";
+    const PrivateBus first;
+    EXPECT_EQ(folders(), 1) << "its own in place of the other";
+    const PrivateBus second;
+    EXPECT_EQ(folders(), 2) << "the first one's owner lives";
+    (void)connect(first);
+}
+
+TEST_F(PrivateBusTest, RemovesNoFolderThatMayBeSomebodyElses) {
+    const fs::path open = folder_.path() / "fenwa-camera-shared";
+    fs::create_directory(open);
+    fs::permissions(open, fs::perms::owner_all | fs::perms::others_all);
+    const std::string file = folder_.write("fenwa-camera-file", "precious");
+    const fs::path kept = folder_.path() / "kept";
+    fs::create_directory(kept);
+    fs::permissions(kept, fs::perms::owner_all);
+    std::ofstream(kept / "file") << "precious";
+    fs::create_directory_symlink(kept, folder_.path() / "fenwa-camera-link");
+    { const PrivateBus bus; }
+    EXPECT_TRUE(fs::is_directory(open));
+    EXPECT_EQ(fs::file_size(file), 8U);
+    EXPECT_EQ(fs::file_size(kept / "file"), 8U);
+    EXPECT_TRUE(fs::is_symlink(folder_.path() / "fenwa-camera-link"));
+}
+
+TEST_F(PrivateBusTest, RemovesASocketOnlyWhereNobodyListens) {
+    const fs::path socket = folder_.path() / "bus";
+    remove_dead_socket(socket);
+    const std::string file = folder_.write("file", "precious");
+    remove_dead_socket(file);
+    EXPECT_TRUE(fs::exists(file));
+    PrivateBus bus(listening_at(socket));
+    remove_dead_socket(socket);
+    EXPECT_TRUE(fs::is_socket(socket));
+    const fs::path kept = folder_.path() / "kept";
+    fs::rename(socket, kept);
+    bus.stop();
+    remove_dead_socket(kept);
+    EXPECT_FALSE(fs::exists(kept));
 }
 
 TEST_F(PrivateBusTest, TakesLimitsAndPoliciesAsXml) {

@@ -104,11 +104,20 @@ TEST_F(CameraRun, EndsWellWhenNobodyReadsItsLinesAnyMore) {
     EXPECT_EQ(ended.err, "0\n");
 }
 
+TEST_F(CameraRun, EndsWellWhenNobodyReadsItAnyMoreAndThereIsNothingToTell) {
+    const Ended ended =
+        run_program({"sh", "-c", R"({ "$0" run --private-bus; echo "$?" >&2; } | grep -m 1 ready)",
+                     FENWA_CAMERA_PROGRAM},
+                    {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
+    EXPECT_EQ(ended.err, "0\n");
+    EXPECT_FALSE(files_left_behind());
+}
+
 TEST_F(CameraRun, SaysThatItsLinesCannotBeWritten) {
     const Ended ended =
         run_program({"sh", "-c", R"("$0" run --private-bus > /dev/full)", FENWA_CAMERA_PROGRAM},
                     {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
-    EXPECT_EQ(ended.code, 70);
+    EXPECT_EQ(ended.code, 69);
     EXPECT_EQ(ended.err,
               "fenwa-camera: cannot write to the standard output: No space left on device\n");
     EXPECT_FALSE(files_left_behind());
@@ -181,7 +190,8 @@ TEST_F(CameraRun, PlaysOnABusOfItsOwnAndLeavesNothingBehind) {
     const auto line = camera->wait_for_text("\"ready\"");
     ASSERT_TRUE(line) << camera->err();
     EXPECT_THAT(left_behind(),
-                UnorderedElementsAre(EndsWith("dbus-daemon"), EndsWith("fenwa-camera")));
+                UnorderedElementsAre(EndsWith(" dbus-daemon"), EndsWith(" fenwa-camera"),
+                                     EndsWith(" fenwa-keeper")));
     BusClient client(address_in(*line));
     EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "lens"), "(4)");
     const Ended ended = camera->terminate();

@@ -132,6 +132,27 @@ TEST_F(ControllerLife, AServiceThatIsNotToBeActivatedStaysDown) {
     EXPECT_EQ(direct.err, "fenwa-camera: the service 'temperature' is not to be activated\n");
 }
 
+// The bus is somebody else's, and its daemon knows nothing of the camera.
+TEST_F(ControllerLife, OnABusWithoutServiceFilesNothingSaysThatACallBringsItUp) {
+    open();
+    BusClient client(address());
+    obey({"stop", "temperature"});
+    EXPECT_EQ(id_of_main(client), service_unknown);
+    EXPECT_THAT(order({"show"}).out, HasSubstr("service temperature: down\n"));
+    EXPECT_EQ(service("temperature")["activatable"], false);
+}
+
+TEST_F(ControllerLife, WhereACallBringsItUpItIsSaid) {
+    open({.activation = true});
+    obey({"stop", "temperature"});
+    obey({"stop", "init"});
+    const std::string shown = order({"show"}).out;
+    EXPECT_THAT(shown, HasSubstr("service temperature: down, a call brings it up\n"));
+    EXPECT_THAT(shown, HasSubstr("service init: down\n"));
+    EXPECT_EQ(service("temperature")["activatable"], true);
+    EXPECT_EQ(service("init")["activatable"], false);
+}
+
 TEST_F(ControllerLife, AskingAloneForTheOwnerActivatesNothing) {
     open({.activation = true});
     BusClient client(address());

@@ -152,10 +152,9 @@ TEST_F(CameraVerbsTest, NobodyHasAddedAButton) {
 }
 
 TEST_F(CameraVerbsTest, ShowsItsWholeStateWhileItIsDown) {
-    const auto down = [](const std::string& name, const std::string& bus_name,
-                         const std::string& activatable = "true") {
+    const auto down = [](const std::string& name, const std::string& bus_name) {
         return R"({"name":")" + name + R"(","state":"down","unique_name":"","bus_names":[")" +
-               bus_name + R"("],"activatable":)" + activatable + R"(,"registrations":[]})";
+               bus_name + R"("],"activatable":false,"registrations":[]})";
     };
     EXPECT_EQ(tool::json_line(camera_.show()),
               R"({"bus":"","services":[)" + down("temperature", "com.tarlo.TemperatureController") +
@@ -164,7 +163,7 @@ TEST_F(CameraVerbsTest, ShowsItsWholeStateWhileItIsDown) {
                   down("controls", "com.tarlo.Onscreencontrols1") + "," +
                   down("overlay", "com.tarlo.PrioritizedTextOverlay") + "," +
                   down("video", "com.tarlo.VideoReady1") + "," +
-                  down("init", "org.freedesktop.systemd1", "false") +
+                  down("init", "org.freedesktop.systemd1") +
                   R"(],"values":{"temperature.main":36.5,"temperature.lens":28.0,)"
                   R"("temperature.housing":21.5,"power.budget":20.0,"power.left":20.0,)"
                   R"("power.received":25.0,"wdr.0":"off","wdr.1":"off","overlay.text":"",)"
