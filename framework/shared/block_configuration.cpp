@@ -129,10 +129,15 @@ BlockConfiguration::BlockConfiguration(const std::vector<KeyValue>& entries) {
 BlockConfiguration::BlockConfiguration(std::shared_ptr<const Storage> storage)
     : storage_(std::move(storage)) {}
 
+const BlockConfiguration::Storage& BlockConfiguration::storage() const {
+    static const Storage empty;
+    return storage_ == nullptr ? empty : *storage_;
+}
+
 template <class T>
 T BlockConfiguration::get(const std::string& key, const T* fallback) const {
-    ConfigurationObserver* const observer = storage_->observer.get();
-    const Value* const value = storage_->find(key);
+    ConfigurationObserver* const observer = storage().observer.get();
+    const Value* const value = storage().find(key);
     if (observer != nullptr) {
         observer->on_read(
             {key, type_name<T>,
@@ -194,11 +199,11 @@ std::string BlockConfiguration::getString(const std::string& key,
 }
 
 BlockConfiguration operator+(const BlockConfiguration& left, const BlockConfiguration& right) {
-    auto storage = std::make_shared<BlockConfiguration::Storage>(*left.storage_);
-    for (const BlockConfiguration::KeyValue& entry : right.storage_->entries)
+    auto storage = std::make_shared<BlockConfiguration::Storage>(left.storage());
+    for (const BlockConfiguration::KeyValue& entry : right.storage().entries)
         storage->set(entry);
-    if (right.storage_->observer != nullptr)
-        storage->observer = right.storage_->observer;
+    if (right.storage().observer != nullptr)
+        storage->observer = right.storage().observer;
     return BlockConfiguration(std::move(storage));
 }
 
@@ -206,14 +211,14 @@ ConfigurationObserver::~ConfigurationObserver() = default;
 
 BlockConfiguration ConfigurationAccess::observed(const BlockConfiguration& config,
                                                  std::shared_ptr<ConfigurationObserver> observer) {
-    auto storage = std::make_shared<BlockConfiguration::Storage>(*config.storage_);
+    auto storage = std::make_shared<BlockConfiguration::Storage>(config.storage());
     storage->observer = std::move(observer);
     return BlockConfiguration(std::move(storage));
 }
 
 const BlockConfiguration::Value* ConfigurationAccess::find(const BlockConfiguration& config,
                                                            const std::string& key) {
-    return config.storage_->find(key);
+    return config.storage().find(key);
 }
 
 std::string ConfigurationAccess::describe(const BlockConfiguration::Value& value) {
@@ -222,7 +227,7 @@ std::string ConfigurationAccess::describe(const BlockConfiguration::Value& value
 
 const std::vector<BlockConfiguration::KeyValue>& ConfigurationAccess::entries(
     const BlockConfiguration& config) {
-    return config.storage_->entries;
+    return config.storage().entries;
 }
 
 }  // namespace Fenwa

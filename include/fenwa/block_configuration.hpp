@@ -112,8 +112,9 @@ class FENWA_API BlockConfiguration {
 
     template <class T>
     T get(const std::string& key, const T* fallback) const;
+    [[nodiscard]] const Storage& storage() const;
 
-    std::shared_ptr<const Storage> storage_;
+    std::shared_ptr<const Storage> storage_;  ///< null once it has been moved from, which is empty
 };
 
 }  // namespace Fenwa

@@ -150,6 +150,22 @@ TEST(BlockConfigurationTest, IsBuiltFromAVectorAlike) {
     EXPECT_EQ(ConfigurationAccess::entries(config).size(), 1U);
 }
 
+TEST(BlockConfigurationTest, IsEmptyOnceItHasBeenMovedFrom) {
+    BlockConfiguration from{{"a", 1}};
+    const BlockConfiguration to = std::move(from);
+    // NOLINTBEGIN(bugprone-use-after-move): that this is defined is the point
+    EXPECT_EQ(from.getInt("a", 7), 7);
+    EXPECT_THROW((void)from.getString("a"), ConfigurationError);
+    EXPECT_EQ(ConfigurationAccess::find(from, "a"), nullptr);
+    EXPECT_TRUE(ConfigurationAccess::entries(from).empty());
+    EXPECT_TRUE(ConfigurationAccess::entries(from + from).empty());
+    EXPECT_EQ((from + to).getInt("a") + (to + from).getInt("a"), 2);
+    EXPECT_TRUE(ConfigurationAccess::entries(ConfigurationAccess::observed(from, nullptr)).empty());
+    from = {{"b", 2}};
+    EXPECT_EQ(from.getInt("b"), 2);
+    // NOLINTEND(bugprone-use-after-move)
+}
+
 TEST(BlockConfigurationTest, LetsTheRightSideWin) {
     const BlockConfiguration defaults{{"kept", 1.0}, {"changed", 2.0}};
     const BlockConfiguration given{{"changed", std::string("now a string")}, {"added", true}};
