@@ -57,6 +57,7 @@ void PrioritizedTextOverlaySetter::unset_overlay() noexcept {
         log_error_argument(Level::warning, unset_failure_prefix, error);
     else if (r < 0)
         log_errno(Level::warning, unset_failure_prefix, r);
+    reply.reset();
     sd_bus_error_free(&error);
 }
 
