@@ -1,6 +1,7 @@
 # Looks into a shared LIBRARY: its SONAME, the NEEDED libraries that must be among those that it
-# names, and, where EXPORTS is given, that it exports these symbols and no other. Lists are
-# separated by commas.
+# names, where EXPORTS is given, that it exports these symbols and no other, and, where IMPORTS is
+# given, that it takes nothing but the symbols that this file allows: an expression a line, without
+# versions. Lists are separated by commas.
 
 function(run_tool output)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
@@ -32,6 +33,20 @@ if(DEFINED EXPORTS)
     if(NOT exported STREQUAL EXPORTS)
         string(APPEND mistakes "exported are '${exported}', not '${EXPORTS}'\n")
     endif()
+endif()
+
+if(DEFINED IMPORTS)
+    run_tool(symbols ${NM} --dynamic --undefined-only --format=posix ${LIBRARY})
+    string(REGEX REPLACE "[@ ][^\n]*" "" imported "${symbols}")
+    string(STRIP "${imported}" imported)
+    string(REPLACE "\n" ";" imported "${imported}")
+    file(STRINGS ${IMPORTS} allowed REGEX "^[^#]")
+    foreach(expression IN LISTS allowed)
+        list(FILTER imported EXCLUDE REGEX "^(${expression})$")
+    endforeach()
+    foreach(symbol IN LISTS imported)
+        string(APPEND mistakes "imports ${symbol}\n")
+    endforeach()
 endif()
 
 if(mistakes)

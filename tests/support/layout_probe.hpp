@@ -36,6 +36,14 @@ struct LayoutProbe {
     static sd_bus_slot** call_slot_field(TemperatureReader& reader) {
         return as_field(reader.call_slot);
     }
+    static bool match_added(const TemperatureReader& reader) { return reader.match_added; }
+    static std::int32_t sensor_id(const TemperatureReader& reader) { return reader.sensor_id; }
+    static std::int32_t change_signal_id(const TemperatureReader& reader) {
+        return reader.change_signal_id;
+    }
+    static auto& temperature(TemperatureReader& reader) { return reader.temperature; }
+    static auto& fake_temperature(TemperatureReader& reader) { return reader.fake_temperature; }
+    static auto* fake_mutex(TemperatureReader& reader) { return reader.fake_mutex.native_handle(); }
     static sd_bus_slot** owner_match_slot_field(TemperatureMonitor& monitor) {
         return as_field(monitor.owner_match_slot);
     }
@@ -45,6 +53,18 @@ struct LayoutProbe {
     static sd_bus_slot** call_slot_field(TemperatureMonitor& monitor) {
         return as_field(monitor.call_slot);
     }
+    static bool owner_match_added(const TemperatureMonitor& monitor) {
+        return monitor.owner_match_added;
+    }
+    static bool signal_match_added(const TemperatureMonitor& monitor) {
+        return monitor.signal_match_added;
+    }
+    static const auto& registered(const TemperatureMonitor& monitor) { return monitor.registered; }
+    static const auto& signal_ids(const TemperatureMonitor& monitor) { return monitor.signal_ids; }
+    static const auto& pending_signals(const TemperatureMonitor& monitor) {
+        return monitor.pending_signals;
+    }
+    static bool stopped(const TemperatureMonitor& monitor) { return monitor.stopped; }
     static std::uint32_t registering_index(const TemperatureMonitor& monitor) {
         return monitor.registering_index;
     }
@@ -77,6 +97,9 @@ struct LayoutProbe {
         return monitor.received_power;
     }
     static int retry_count(const PowerMonitor& monitor) { return monitor.retry_count; }
+    static bool match_added(const PowerMonitor& monitor) { return monitor.match_added; }
+    static bool value_received(const PowerMonitor& monitor) { return monitor.value_received; }
+    static bool stopped(const PowerMonitor& monitor) { return monitor.stopped; }
 
     static ControlsState& state(OnScreenControls& controls) { return controls.state; }
     static bool& wdr(OnScreenControls& controls) { return controls.wdr; }
@@ -98,6 +121,7 @@ struct LayoutProbe {
     }
     static bool pending(const VideoReady& block) { return block.pending; }
     static bool& enabled(VideoReady& block) { return block.enabled; }
+    static Fenwa::EventPort& resend(VideoReady& block) { return *block.resend; }
 
     static std::vector<MemberPlace> members(const DBusClient& client) {
         return {place(client, "event port", client.event_port),
