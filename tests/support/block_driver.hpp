@@ -94,14 +94,30 @@ class BlockTest : public testing::Test {
   protected:
     using Journal = std::vector<std::string>;
 
+    void TearDown() override { journal.remark_with({}); }
+
     /// All effects since the last time, in their order.
     [[nodiscard]] Journal take() { return journal.take(); }
+    /// The steps of reading bodies since the last time.
+    [[nodiscard]] Journal readings() { return journal.take(effect::reading); }
+    /// Puts behind each entry what `state` gives at the moment of the effect.
+    template <class State>
+    void remark(State state) {
+        journal.remark_with([state](const std::string& /*entry*/) {
+            return " | " + testing::PrintToString(state());
+        });
+    }
+    /// A connection other than that of the messages, on which nothing is really sent.
+    [[nodiscard]] sd_bus* other_bus() { return reinterpret_cast<sd_bus*>(&other_place_); }
 
     support::Recorders recorders;
     EffectJournal& journal = *recorders.journal;
     LogRecorder& log = recorders.log;
     Messages& messages = recorders.messages;
     Interception& bus = recorders.bus;
+
+  private:
+    int other_place_ = 0;
 };
 
 }  // namespace support

@@ -26,6 +26,10 @@ class Message {
     std::unique_ptr<sd_bus_message, MessageUnref> message_;
 };
 
+// What sd-bus never fills an error argument with.
+inline constexpr sd_bus_error denied =
+    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
+
 /// Throws what a negative result of sd-bus means.
 void check(int r);
 

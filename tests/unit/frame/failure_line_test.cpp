@@ -7,6 +7,7 @@
 
 #include "tests/support/bus_messages.hpp"
 #include "tests/support/log_recorder.hpp"
+#include "tests/support/sdbus_interception.hpp"
 
 namespace {
 
@@ -46,6 +47,13 @@ TEST_F(FailureLineTest, SaysUnknownWhenTheErrorReplyHoldsNoString) {
               -ENXIO);
     EXPECT_EQ(blocks::log_error_message("C: ", nullptr), -EINVAL);
     EXPECT_EQ(log.take(), (Lines{"1 A: unknown", "1 B: unknown", "1 C: unknown"}));
+}
+
+TEST_F(FailureLineTest, EndsWithThePrefixWhenTheReadOfTheTextComesToNothing) {
+    support::Interception bus;
+    bus.make_up(support::MessageFunction::read, {0});
+    EXPECT_EQ(blocks::log_error_message("A: ", messages.error("com.example.Error", "no")), 0);
+    EXPECT_EQ(log.take(), (Lines{"1 A: "}));
 }
 
 TEST_F(FailureLineTest, KeepsAnEmptyErrorText) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,10 +32,15 @@ class FollowingBlock final : public blocks::DBusClient {
     using DBusClient::bus;
     using DBusClient::wake;
 
-    void on_service_appeared() override { record("appeared"); }
+    void on_service_appeared() override {
+        record("appeared");
+        if (when_it_appears)
+            when_it_appears();
+    }
     void run_with_service() override { record("work"); }
 
     Journal steps;
+    std::function<void()> when_it_appears;
 
   private:
     void record(const std::string& step) {

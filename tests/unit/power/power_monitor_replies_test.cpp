@@ -6,8 +6,7 @@ namespace {
 
 using namespace monitor_test;
 
-constexpr sd_bus_error denied =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
+using support::denied;
 constexpr sd_bus_error silent =
     SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
 constexpr sd_bus_error nameless = SD_BUS_ERROR_MAKE_CONST(nullptr, "a message alone");

@@ -5,6 +5,7 @@
 namespace {
 
 using namespace monitor_test;
+using support::denied;
 
 TEST_F(PowerMonitorTest, InstallsTheMatchForChangesInItsFirstRun) {
     make();
@@ -174,8 +175,6 @@ TEST_F(PowerMonitorTest, IsNotWokenByFailuresOnceItIsStopped) {
     ask();
     (*monitor)->stop();
     (void)bus.take_journal();
-    const sd_bus_error denied =
-        SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
     install(bus.sending(1), messages.reply(""), denied);
     deliver(bus.sending(2), messages.reply(""), denied);
     deliver(bus.sending(2), messages.reply(""));

@@ -9,8 +9,7 @@ namespace {
 
 using Journal = std::vector<std::string>;
 
-constexpr sd_bus_error denied =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
+using support::denied;
 
 class BlockingCallInterceptionTest : public testing::Test {
   protected:

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fenwa/block_configuration.hpp"
+#include "tests/support/bus_messages.hpp"
 
 /// What the tests of the temperature blocks share.
 namespace temperature_test {
@@ -36,8 +37,7 @@ inline std::string controller_match(const std::string& signal) {
 }
 
 // What sd-bus never fills an error argument with; a callback takes it seriously all the same.
-inline constexpr sd_bus_error denied =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.AccessDenied", "not you");
+using support::denied;
 inline constexpr sd_bus_error silent =
     SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
 
