@@ -58,6 +58,20 @@ void RunningGraph::call(const Instance& instance, const char* phase, Call&& body
     }
 }
 
+/// Calls into a block that may publish. What it has published is delivered also where it throws.
+template <class Call>
+void RunningGraph::call_and_deliver(Instance& instance, const char* phase, Call&& body,
+                                    tool::Diagnostics& diagnostics) {
+    deliver_late(instance);
+    try {
+        call(instance, phase, std::forward<Call>(body), diagnostics);
+    } catch (...) {
+        deliver(instance);
+        throw;
+    }
+    deliver(instance);
+}
+
 bool RunningGraph::start(const std::function<bool()>& interrupted) {
     const auto each_block = [&](auto&& step) {
         for (std::size_t i = 0; i < graph_.blocks.size(); ++i) {
@@ -82,8 +96,8 @@ bool RunningGraph::start(const std::function<bool()>& interrupted) {
     for (const auto& instance : instances_)
         deliver(*instance);
     const bool whole = each_block([&](std::size_t i) {
-        call(*instances_[i], "start", [&] { instances_[i]->block->start(); });
-        deliver(*instances_[i]);
+        call_and_deliver(
+            *instances_[i], "start", [&] { instances_[i]->block->start(); }, diagnostics_);
     });
     if (whole)
         scheduler_.enable();
@@ -237,15 +251,13 @@ void RunningGraph::refer_to_entries() {
 
 void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& before,
                         const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics) {
-    deliver_late(instance);
-    call(
+    call_and_deliver(
         instance, "reconfigure",
         [&] {
             instance.block->reconfigure(before, after);
             instance.block->reconfigure(after, after);
         },
         diagnostics);
-    deliver(instance);
 }
 
 void RunningGraph::give_back(Instance& instance) {
@@ -292,10 +304,13 @@ void RunningGraph::run(Fenwa::Block& block) {
     Fenwa::ReadyQueue::about_to_run(block);
     if (!HostAccess::arm(block))
         return;
-    deliver_late(instance);
-    call(instance, "run", [&] { block.run(); });
-    HostAccess::disarm(block);
-    deliver(instance);
+    call_and_deliver(
+        instance, "run",
+        [&] {
+            block.run();
+            HostAccess::disarm(block);
+        },
+        diagnostics_);
 }
 
 const Fenwa::OutPortInternal* RunningGraph::deliver(Instance& instance) {
@@ -336,13 +351,12 @@ void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& re
     scheduler_.disable();
     for (; stop_below_ > 0; --stop_below_) {
         Instance& instance = *instances_[stop_below_ - 1];
-        deliver_late(instance);
         try {
-            call(instance, "stop", [&] { instance.block->stop(); });
+            call_and_deliver(
+                instance, "stop", [&] { instance.block->stop(); }, diagnostics_);
         } catch (...) {
             report(std::current_exception());
         }
-        deliver(instance);
     }
     while (!instances_.empty()) {
         const CurrentBlock current(instances_.back()->name, "its destructor");

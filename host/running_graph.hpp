@@ -162,6 +162,9 @@ class RunningGraph {
               const Fenwa::BlockConfiguration& after, tool::Diagnostics& diagnostics);
     void give_back(Instance& instance);
     template <class Call>
+    void call_and_deliver(Instance& instance, const char* phase, Call&& body,
+                          tool::Diagnostics& diagnostics);
+    template <class Call>
     void call(const Instance& instance, const char* phase, Call&& body) {
         call(instance, phase, std::forward<Call>(body), diagnostics_);
     }
