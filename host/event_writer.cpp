@@ -6,6 +6,7 @@
 
 #include "common/diagnostics.hpp"
 #include "common/line_text.hpp"
+#include "host/repeated_log.hpp"
 
 namespace host {
 namespace {
@@ -27,7 +28,10 @@ class Stopwatch {
 
 class JsonWriter final : public EventWriter {
   public:
-    JsonWriter(StandardOutput& out, const Journal& journal) : out_(out), journal_(journal) {}
+    JsonWriter(StandardOutput& out, const Journal& journal)
+        : out_(out), journal_(journal), repeated_([this](const RepeatedLines::Line& line) {
+              journal_.send(line.level, line.message, line.block);
+          }) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         write("setup", {{"block", block}, {"settings", to_json(settings)}});
@@ -48,7 +52,8 @@ class JsonWriter final : public EventWriter {
     }
 
     void log(int level, const std::string& message) override {
-        journal_.send(level, message);
+        if (journal_.in_use())
+            repeated_.log(level, message);
         // Put together by hand: blocks that try again without end write a line each time.
         write_line("log", "\"level\":" + std::to_string(level) +
                               ",\"message\":" + tool::json_line(message));
@@ -58,7 +63,13 @@ class JsonWriter final : public EventWriter {
         return line_of("dropped", "\"lines\":" + std::to_string(lines));
     }
 
-    void exit(int status) override { write("exit", {{"status", status}}); }
+    void exit(int status) override {
+        repeated_.finish();
+        write("exit", {{"status", status}});
+    }
+
+    [[nodiscard]] int settle_descriptor() const noexcept override { return repeated_.descriptor(); }
+    void settle() override { repeated_.settle(); }
 
   private:
     void write(const char* event, const Json& members) {
@@ -85,6 +96,7 @@ class JsonWriter final : public EventWriter {
     Stopwatch watch_;
     StandardOutput& out_;
     const Journal& journal_;
+    RepeatedLog repeated_;
     std::mutex mutex_;
 };
 
@@ -94,7 +106,8 @@ class TextWriter final : public EventWriter {
         : out_(out),
           journal_(journal),
           out_colors_(tool::use_color(color, stdout)),
-          err_colors_(tool::use_color(color, stderr)) {}
+          err_colors_(tool::use_color(color, stderr)),
+          repeated_([this](const RepeatedLines::Line& line) { tell(line); }) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         const Json values = to_json(settings);
@@ -116,23 +129,10 @@ class TextWriter final : public EventWriter {
         value_line("debug " + key, to_json(value));
     }
 
-    void log(int level, const std::string& message) override {
-        if (journal_.send(level, message))
-            return;
-        std::string_view color = err_colors_.dim;
-        std::string_view word = "info";
-        if (level <= 1) {
-            color = err_colors_.red;
-            word = "error";
-        } else if (level <= 3) {
-            color = err_colors_.yellow;
-            word = "warning";
-        }
-        std::string line{color};
-        line.append(word).append(": ").append(err_colors_.reset);
-        line.append(tool::one_line(tool::without_line_end(message))).push_back('\n');
-        error_line(line);
-    }
+    void log(int level, const std::string& message) override { repeated_.log(level, message); }
+
+    [[nodiscard]] int settle_descriptor() const noexcept override { return repeated_.descriptor(); }
+    void settle() override { repeated_.settle(); }
 
     [[nodiscard]] std::string dropped(std::size_t lines) const override {
         return "fenwa: dropped " + tool::counted(lines, "line") +
@@ -140,11 +140,30 @@ class TextWriter final : public EventWriter {
     }
 
     void exit(int status) override {
+        repeated_.finish();
         if (status == 0)
             host_line("stopped");
     }
 
   private:
+    void tell(const RepeatedLines::Line& told) {
+        if (journal_.send(told.level, told.message, told.block))
+            return;
+        std::string_view color = err_colors_.dim;
+        std::string_view word = "info";
+        if (told.level <= 1) {
+            color = err_colors_.red;
+            word = "error";
+        } else if (told.level <= 3) {
+            color = err_colors_.yellow;
+            word = "warning";
+        }
+        std::string line{color};
+        line.append(word).append(": ").append(err_colors_.reset);
+        line.append(tool::one_line(tool::without_line_end(told.message))).push_back('\n');
+        error_line(line);
+    }
+
     void value_line(const std::string& name, const Json& value) {
         char time[32];
         std::snprintf(time, sizeof time, "%8.3f", watch_.seconds());
@@ -169,6 +188,7 @@ class TextWriter final : public EventWriter {
     const Journal& journal_;
     tool::Palette out_colors_;
     tool::Palette err_colors_;
+    RepeatedLog repeated_;
     std::mutex mutex_;
 };
 

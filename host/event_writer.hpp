@@ -36,11 +36,17 @@ class EventWriter {
     [[nodiscard]] virtual std::string dropped(std::size_t lines) const = 0;
     /// The run is over; `status` is the exit code.
     virtual void exit(int status) = 0;
+
+    /// Can be read from when `settle` is to be called, which tells how often log lines have been
+    /// repeated; -1 where it never is.
+    [[nodiscard]] virtual int settle_descriptor() const noexcept { return -1; }
+    virtual void settle() {}
 };
 
 /// text: values on stdout, all but the ticks of timers, and log lines on stderr (or in the journal,
 /// where stderr leads to it). json: one JSON object a line on stdout, flushed at each line; log
-/// lines also go to the journal.
+/// lines also go to the journal. On stderr and in the journal, lines that are repeated quickly are
+/// told once, with a number (`RepeatedLines`).
 enum class EventFormat { text, json };
 
 /// @param color of text; JSON has none.

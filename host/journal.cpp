@@ -38,14 +38,14 @@ bool leads_to_journal(int fd) {
 Journal::Journal(std::string graph)
     : graph_(std::move(graph)), in_use_(leads_to_journal(STDERR_FILENO)) {}
 
-bool Journal::send(int level, const std::string& message) const {
+bool Journal::send(int level, const std::string& message, const std::string& block) const {
     if (!in_use_)
         return false;
     std::vector<std::string> fields{"MESSAGE=" + message,
                                     "PRIORITY=" + std::to_string(priority_of(level)),
                                     "SYSLOG_IDENTIFIER=fenwa", "FENWA_GRAPH=" + graph_};
-    if (current_block != nullptr)
-        fields.push_back("FENWA_BLOCK=" + *current_block);
+    if (!block.empty())
+        fields.push_back("FENWA_BLOCK=" + block);
     std::vector<iovec> parts;
     for (std::string& field : fields)
         parts.push_back({field.data(), field.size()});

@@ -17,9 +17,11 @@ class Journal {
     explicit Journal(std::string graph);
 
     /// Sends one log line with its priority (1 → error, 2 → warning, 4 → info) and the fields
-    /// FENWA_GRAPH and, where it is known, FENWA_BLOCK.
+    /// FENWA_GRAPH and, where `block` is not empty, FENWA_BLOCK.
     /// @returns false when the journal is not in use or does not take the line.
-    bool send(int level, const std::string& message) const;
+    bool send(int level, const std::string& message, const std::string& block) const;
+
+    [[nodiscard]] bool in_use() const noexcept { return in_use_; }
 
   private:
     std::string graph_;

@@ -1,5 +1,6 @@
 #include "host/run_command.hpp"
 
+#include <sys/epoll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -88,6 +89,19 @@ tool::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
     return bus;
 }
 
+/// Has the numbers of repeated log lines told when they are due. Null where they never are.
+tool::EventSourcePtr settle_repeated_lines(const EventLoop& loop, EventWriter& events) {
+    sd_event_source* source = nullptr;
+    const auto settle = [](sd_event_source*, int, std::uint32_t, void* userdata) {
+        static_cast<EventWriter*>(userdata)->settle();
+        return 0;
+    };
+    if (const int fd = events.settle_descriptor(); fd >= 0)
+        tool::check(sd_event_add_io(&loop.get(), &source, fd, EPOLLIN, settle, &events),
+                    "cannot watch for repeated log lines");
+    return tool::EventSourcePtr(source);
+}
+
 /// Starts the blocks, serves them until the end and stops them.
 ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
                EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
@@ -102,6 +116,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         tool::own_name(*control_bus, *options.control);
     }
     loop.attach(*bus);
+    const tool::EventSourcePtr settling = settle_repeated_lines(loop, events);
     BusTap tap(*bus);
     Fenwa::ConnectionTools connection(bus.get());
     const Fenwa::InitTools tools(&connection);
