@@ -114,15 +114,16 @@ int BusTap::call_async(sd_bus_slot** slot, sd_bus_message* message,
     ++calls_;
     note_service(*message);
     if (counts)
-        expect(*message, {callback, current_block(), true});
+        expect(*message, {callback, current_block(), true, {}});
     else if (installing_ != nullptr)
-        expect(*message, {installing_, current_block(), false});
+        expect(*message, {installing_, current_block(), false, rule_});
     return r;
 }
 
 int BusTap::add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message_handler_t callback,
                             sd_bus_message_handler_t install_callback, void* userdata) {
     installing_ = install_callback;
+    rule_ = rule == nullptr ? "" : rule;
     const int r = real_add_match_async()(
         &bus_, slot, rule, callback, install_callback == nullptr ? nullptr : on_reply, userdata);
     installing_ = nullptr;
@@ -134,6 +135,7 @@ void BusTap::expect(sd_bus_message& message, Pending pending) {
     if (sd_bus_message_get_cookie(&message, &cookie) < 0)
         return;
     unanswered_ += pending.counts ? 1 : 0;
+    matches_asked_ += pending.rule.empty() ? 0 : 1;
     pending_.insert_or_assign(cookie, std::move(pending));
 }
 
@@ -156,7 +158,21 @@ BusTap::Pending BusTap::take(sd_bus_message& answer, std::uint64_t cookie) {
         note_limit(pending.block, sd_bus_message_get_error(&answer));
     if (pending.counts && on_answer_)
         on_answer_();
+    if (!pending.rule.empty())
+        note_match(pending, sd_bus_message_is_method_error(&answer, nullptr) > 0);
     return pending;
+}
+
+void BusTap::note_match(const Pending& pending, bool refused) {
+    --matches_asked_;
+    std::vector<std::string>& rules = refused_[pending.block];
+    MatchAnswer answer = MatchAnswer::installed;
+    if (!refused)
+        std::erase(rules, pending.rule);
+    else
+        answer = add(rules, pending.rule) ? MatchAnswer::refused : MatchAnswer::refused_again;
+    if (on_match_ && !pending.block.empty())
+        on_match_(pending.block, answer);
 }
 
 int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {

@@ -23,6 +23,14 @@ class BusTap {
     /// @param block null where it is not known.
     using LimitListener = std::function<void(const std::string* block, const std::string& text)>;
 
+    /// What the bus daemon has said to a match that a block has asked for.
+    enum class MatchAnswer {
+        installed,
+        refused,       ///< for the first time since the block had one for this rule, or never had
+        refused_again  ///< the block tries for ever
+    };
+    using MatchListener = std::function<void(const std::string& block, MatchAnswer answer)>;
+
     /// @param bus outlives this object, and is not served any more after it.
     explicit BusTap(sd_bus& bus);
     BusTap(const BusTap&) = delete;
@@ -44,6 +52,11 @@ class BusTap {
     void on_answer(std::function<void()> listener) { on_answer_ = std::move(listener); }
     void on_limit(LimitListener listener) { on_limit_ = std::move(listener); }
 
+    /// Has `listener` called for each answer to a match of a block, before the block is told.
+    void on_match(MatchListener listener) { on_match_ = std::move(listener); }
+    /// How many matches are asked for and not answered.
+    [[nodiscard]] std::size_t matches_asked() const noexcept { return matches_asked_; }
+
     // For the functions that stand in for those of sd-bus.
     static BusTap* of(sd_bus* bus) noexcept;
     /// @param bus null for the message's own.
@@ -61,6 +74,7 @@ class BusTap {
         sd_bus_message_handler_t callback = nullptr;
         std::string block;    ///< empty where it is not known
         bool counts = false;  ///< the daemon keeps an account of it
+        std::string rule;     ///< of the match that it asks for; empty for none
     };
 
     static int on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
@@ -70,6 +84,7 @@ class BusTap {
     /// What was kept for the call that this answers, which is settled with it.
     Pending take(sd_bus_message& answer, std::uint64_t cookie);
     void note_service(sd_bus_message& message);
+    void note_match(const Pending& pending, bool refused);
     void note_limit(const std::string& block, const sd_bus_error* error);
 
     sd_bus& bus_;
@@ -78,6 +93,10 @@ class BusTap {
     std::size_t unanswered_ = 0;
     std::uint64_t calls_ = 0;
     sd_bus_message_handler_t installing_ = nullptr;  ///< of the match that is being added
+    std::string rule_;                               ///< of that match
+    std::size_t matches_asked_ = 0;
+    std::unordered_map<std::string, std::vector<std::string>> refused_;  ///< rules, by block
+    MatchListener on_match_;
     std::uint64_t replied_ = 0;  ///< cookie of the last call whose reply a callback was given
     std::unordered_map<std::string, std::vector<std::string>> services_;
     std::unordered_map<std::string, std::vector<std::string>> limits_;  ///< said, by block

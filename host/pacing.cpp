@@ -23,18 +23,14 @@ bool RunBudget::take(std::uint64_t now) noexcept {
         left_ = std::min(burst_, left_ + static_cast<double>(now - counted_) * per_microsecond_);
         counted_ = now;
     }
-    if (left_ < 1.0 - rounding) {
-        has_waited_ = true;
+    if (left_ < 1.0 - rounding)
         return false;
-    }
-    has_waited_ = has_waited_ && left_ < burst_;
     left_ = std::max(0.0, left_ - 1.0);
     return true;
 }
 
-void RunBudget::charge(double runs) noexcept {
-    if (has_waited_)
-        left_ -= runs;
+void RunBudget::skip_to(std::uint64_t now) noexcept {
+    counted_ = std::max(counted_, now);
 }
 
 std::uint64_t RunBudget::due() const noexcept {
@@ -42,6 +38,23 @@ std::uint64_t RunBudget::due() const noexcept {
     const double wait = std::ceil(std::max(0.0, 1.0 - left_) / per_microsecond_);
     // Clocks that count nanoseconds in 63 bits go on for 292 years.
     return wait < 9e15 ? counted_ + static_cast<std::uint64_t>(wait) : never;
+}
+
+bool RetryBudget::allows(std::uint64_t now) noexcept {
+    if (now > counted_) {
+        left_ = std::min(burst, left_ + static_cast<double>(now - counted_) * share * 1e3);
+        counted_ = now;
+    }
+    spent_ = left_ <= 0.0 || (spent_ && left_ < portion);
+    return !spent_;
+}
+
+void RetryBudget::charge(double nanoseconds) noexcept {
+    left_ -= nanoseconds;
+}
+
+std::uint64_t RetryBudget::due() const noexcept {
+    return counted_ + static_cast<std::uint64_t>(std::ceil((portion - left_) / (share * 1e3)));
 }
 
 }  // namespace host

@@ -14,11 +14,6 @@ struct Pace {
     [[nodiscard]] bool brakes() const noexcept { return burst > 0 && rate > 0.0; }
 };
 
-/// What a run costs beyond itself in which a block has called over the bus, in runs: one call keeps
-/// the host, the daemon and the service busy for far longer than a run does, and at 200 tries a
-/// second two blocks that try again for ever would take more than 3 % of a core.
-inline constexpr double call_cost = 2.0;
-
 /// What one block may still run: a token bucket that is full at first. Times are microseconds of
 /// any clock that never goes back.
 class RunBudget {
@@ -31,9 +26,8 @@ class RunBudget {
     /// @returns whether there was.
     bool take(std::uint64_t now) noexcept;
 
-    /// Makes the run that was taken last cost so much more. Only a block that has had to wait since
-    /// its budget was full pays, so that a burst is as long for all.
-    void charge(double runs) noexcept;
+    /// Refills nothing for the time from the last `take` until `now`.
+    void skip_to(std::uint64_t now) noexcept;
 
     /// From when on `take` succeeds again, after it has failed; the largest number where that is
     /// beyond all clocks.
@@ -42,9 +36,35 @@ class RunBudget {
   private:
     double burst_;
     double per_microsecond_;
-    double left_;              ///< runs; below 0 where one has cost more than there was
-    bool has_waited_ = false;  ///< since the budget was full
-    std::uint64_t counted_;    ///< when `left_` was worked out
+    double left_;            ///< runs
+    std::uint64_t counted_;  ///< when `left_` was worked out
+};
+
+/// The processor time that all blocks of the host which try again, and have spent their own
+/// budgets, may take together: a token bucket. Times are microseconds, processor time nanoseconds.
+class RetryBudget {
+  public:
+    /// The share of one core.
+    static constexpr double share = 0.02;
+    /// The most that is saved up, in nanoseconds.
+    static constexpr double burst = 5e6;
+    /// What must be there before a run is made after the budget was spent: one wake-up then serves
+    /// several runs.
+    static constexpr double portion = 0.25e6;
+
+    /// Whether a run may be made now.
+    [[nodiscard]] bool allows(std::uint64_t now) noexcept;
+
+    /// Spends this much, which may be more than there is.
+    void charge(double nanoseconds) noexcept;
+
+    /// When `allows` says true again, after it has said false.
+    [[nodiscard]] std::uint64_t due() const noexcept;
+
+  private:
+    double left_ = burst;
+    bool spent_ = false;
+    std::uint64_t counted_ = 0;  ///< when `left_` was worked out
 };
 
 }  // namespace host

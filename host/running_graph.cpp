@@ -29,14 +29,25 @@ RunningGraph::~RunningGraph() {
     if (tap_ != nullptr) {
         tap_->on_answer({});
         tap_->on_limit({});
+        tap_->on_match({});
     }
 }
 
 void RunningGraph::follow_bus(BusTap& tap) {
     tap_ = &tap;
     scheduler_.hold_for_answers([&tap] { return tap.unanswered(); });
-    scheduler_.charge_calls([&tap] { return tap.calls(); });
+    scheduler_.count_calls([&tap] { return tap.calls(); });
+    scheduler_.follow_matches([&tap] { return tap.matches_asked(); });
     tap.on_answer([this] { scheduler_.answered(); });
+    tap.on_match([this](const std::string& block, BusTap::MatchAnswer answer) {
+        const auto found = by_name_.find(block);
+        if (found == by_name_.end())
+            return;
+        if (answer == BusTap::MatchAnswer::refused_again)
+            scheduler_.match_refused(*found->second->block);
+        else if (answer == BusTap::MatchAnswer::installed)
+            scheduler_.match_installed(*found->second->block);
+    });
     tap.on_limit(
         [this](const std::string* block, const std::string& text) { say_limit(block, text); });
 }
@@ -258,6 +269,8 @@ void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& bef
             instance.block->reconfigure(after, after);
         },
         diagnostics);
+    // Other settings may be what it has been waiting for.
+    scheduler_.let_try(*instance.block);
 }
 
 void RunningGraph::give_back(Instance& instance) {

@@ -6,13 +6,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 
 namespace host {
 namespace {
 
-/// Wake-ups cost more than runs, so a block whose turn has come may wait a little for others: it
-/// then makes up for the time with several runs. Microseconds.
-constexpr std::uint64_t patience = 50'000;
+/// How much later than its turn a block may run, in microseconds.
+constexpr std::uint64_t timer_slack = 100;
+
+/// After so many microseconds without a run a block is one that has not tried before. Far longer
+/// than an answer takes, however busy the host is, or blocks would seem to begin anew with every
+/// try.
+constexpr std::uint64_t forgotten_after = 10'000'000;
+
+/// The most that is charged for what the loop does between two turns of blocks that try again, in
+/// nanoseconds: it may have been about something else altogether.
+constexpr double most_between_turns = 20e6;
 
 int make_eventfd() {
     const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -21,12 +30,21 @@ int make_eventfd() {
 
 }  // namespace
 
-Scheduler::Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block)
+std::uint64_t Scheduler::thread_processor_time() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+           static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+Scheduler::Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block,
+                     std::function<std::uint64_t()> processor_time)
     : loop_(loop),
       pace_(pace),
       run_block_(std::move(run_block)),
       event_fd_(make_eventfd()),
-      queue_([this] { wake(); }) {}
+      queue_([this] { wake(); }),
+      processor_time_(std::move(processor_time)) {}
 
 Scheduler::~Scheduler() {
     disable();
@@ -47,7 +65,7 @@ void Scheduler::enable() {
                 "cannot serve ready blocks");
     // One pass at least, for what became ready before.
     woken_here_ = true;
-    tool::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, patience, on_due, this),
+    tool::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, timer_slack, on_due, this),
                 "cannot make a timer for blocks that wait their turn");
     timer_.reset(source);
     tool::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), "cannot stop a timer");
@@ -59,11 +77,18 @@ void Scheduler::disable() {
     timer_.reset();
     waiting_ = {};
     held_.clear();
+    fired_.clear();
+    retrying_.clear();
+    refused_.clear();
 }
 
 void Scheduler::set_pace(const Pace& pace) {
     pace_ = pace;
-    budgets_.clear();
+    accounts_.clear();
+    held_.insert(held_.end(), retrying_.begin(), retrying_.end());
+    retrying_.clear();
+    for (Fenwa::Block* block : refused_.take_all())
+        held_.push_back(block);
     decltype(waiting_) due_at_once;
     for (; !waiting_.empty(); waiting_.pop())
         due_at_once.push({0, waiting_.top().number, waiting_.top().block});
@@ -144,49 +169,153 @@ void Scheduler::run_ready() {
     // have waited became ready first.
     std::deque<Fenwa::Block*> ready = std::move(held_);
     held_.clear();
+    holding_ = false;
+    add_those_refused(ready);
     for (; !waiting_.empty() && waiting_.top().due <= now(); waiting_.pop())
         ready.push_back(waiting_.top().block);
+    ready.insert(ready.end(), fired_.begin(), fired_.end());
+    fired_.clear();
     for (Fenwa::Block* block : queue_.take())
         ready.push_back(block);
     for (; !ready.empty() && !holds(); ready.pop_front())
         run_within_budget(*ready.front());
-    held_ = std::move(ready);
+    held_.insert(held_.begin(), ready.begin(), ready.end());
+    run_retrying();
     wait_for_next_turn();
 }
 
+void Scheduler::add_those_refused(std::deque<Fenwa::Block*>& ready) {
+    if (pace_.brakes()) {
+        if (Fenwa::Block* const block = refused_.take(now()))
+            ready.push_back(block);
+    } else if (are_matches_answered()) {
+        for (Fenwa::Block* block : refused_.take_all())
+            ready.push_back(block);
+    }
+}
+
+bool Scheduler::are_matches_answered() const {
+    return !matches_asked_ || matches_asked_() == 0;
+}
+
 bool Scheduler::holds() {
-    return unanswered_ && hold_.holds(unanswered_(), now());
+    holding_ = unanswered_ && hold_.holds(unanswered_(), now());
+    return holding_;
 }
 
 void Scheduler::answered() noexcept {
     std::uint64_t now = 0;
     sd_event_now(&loop_, CLOCK_MONOTONIC, &now);
     hold_.answered(now);
-    if (!held_.empty())
+    if (holding_ || !held_.empty())
         woken_here_ = true;
 }
 
+void Scheduler::match_refused(Fenwa::Block& block) {
+    refused_.add(block);
+    woken_here_ = woken_here_ || !pace_.brakes();
+}
+
+void Scheduler::match_installed(Fenwa::Block& block) {
+    refused_.installed(block);
+    woken_here_ = woken_here_ || refused_.is_anyone_waiting();
+}
+
+void Scheduler::let_try(Fenwa::Block& block) {
+    if (!refused_.remove(block))
+        return;
+    held_.push_back(&block);
+    woken_here_ = true;
+}
+
 void Scheduler::run_within_budget(Fenwa::Block& block) {
+    // Wherever it waits it still counts as queued, so that what is fired meanwhile makes no second
+    // run.
+    if (refused_.holds(block)) {
+        // Without a brake it waits for the others' answers only: the last one that is refused finds
+        // no match left, and what the blocks have kept is released.
+        if (pace_.brakes() || !are_matches_answered())
+            return refused_.wait(block);
+        refused_.remove(block);
+    }
     if (!pace_.brakes())
         return run_block_(block);
-    RunBudget& budget = budgets_.try_emplace(&block, pace_, now()).first->second;
-    if (!budget.take(now())) {
-        // It still counts as queued, so that whatever is fired meanwhile makes no second run.
-        waiting_.push({budget.due(), waited_++, &block});
+    Account& account =
+        accounts_.try_emplace(&block, Account{RunBudget(pace_, now())}).first->second;
+    if (now() > account.ran_at + forgotten_after) {
+        account.tries = 0;
+        account.spent = false;
+    }
+    if (!account.budget.take(now())) {
+        account.spent = true;
+        waiting_.push({account.budget.due(), waited_++, &block});
         return;
     }
+    if (account.retries && account.spent)
+        return retrying_.push_back(&block);
+    ++other_runs_;
+    run_and_watch(block, account);
+}
+
+void Scheduler::run_retrying() {
+    if (retrying_.empty() || !retry_budget_.allows(now()))
+        return;
+    charge_rest();
+    std::uint64_t before = processor_time_();
+    // Each at most once: those that become ready meanwhile have their turn in a later pass.
+    for (std::size_t left = retrying_.size(); left > 0 && !holds() && retry_budget_.allows(now());
+         --left) {
+        Fenwa::Block& block = *retrying_.front();
+        retrying_.pop_front();
+        Account& account = accounts_.at(&block);
+        account.budget.skip_to(now());
+        ++retries_;
+        run_and_watch(block, account);
+        const std::uint64_t after = processor_time_();
+        retry_budget_.charge(static_cast<double>(after - before));
+        before = after;
+    }
+    retried_at_ = before;
+}
+
+void Scheduler::charge_rest() {
+    // Answers, log lines and wake-ups, which belong to the runs before them.
+    if (retries_ > 0) {
+        const double rest = static_cast<double>(processor_time_() - retried_at_);
+        const double part =
+            static_cast<double>(retries_) / static_cast<double>(retries_ + other_runs_);
+        retry_budget_.charge(std::min(rest, most_between_turns) * part);
+    }
+    retries_ = 0;
+    other_runs_ = 0;
+}
+
+void Scheduler::run_and_watch(Fenwa::Block& block, Account& account) {
     const std::uint64_t before = calls_ ? calls_() : 0;
+    for (Fenwa::Block* ready : queue_.take())
+        fired_.push_back(ready);
+    const std::size_t known = fired_.size();
+    account.ran_at = now();
     run_block_(block);
-    if (calls_ && calls_() != before)
-        budget.charge(call_cost);
+    for (Fenwa::Block* ready : queue_.take())
+        fired_.push_back(ready);
+    account.retries = (calls_ && calls_() != before) ||
+                      std::find(fired_.begin() + static_cast<std::ptrdiff_t>(known), fired_.end(),
+                                &block) != fired_.end();
+    account.tries = account.retries ? account.tries + 1 : 0;
+    account.spent = account.spent || account.tries >= pace_.burst;
 }
 
 void Scheduler::wait_for_next_turn() {
     std::uint64_t due = UINT64_MAX;
     if (!waiting_.empty())
         due = waiting_.top().due;
-    if (!held_.empty())
+    if (!held_.empty() || (holding_ && !retrying_.empty()))
         due = std::min(due, hold_.due());
+    if (!holding_ && !retrying_.empty())
+        due = std::min(due, retry_budget_.due());
+    if (pace_.brakes() && refused_.is_anyone_waiting())
+        due = std::min(due, refused_.due());
     if (due != UINT64_MAX)
         tool::check(sd_event_source_set_time(timer_.get(), due),
                     "cannot set the timer for blocks that wait their turn");

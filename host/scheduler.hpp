@@ -17,20 +17,25 @@
 #include "framework/shared/ready_queue.hpp"
 #include "host/call_hold.hpp"
 #include "host/pacing.hpp"
+#include "host/refused_matches.hpp"
 
 namespace host {
 
 /// Runs blocks from an sd-event loop. In one pass every block that is ready runs once, in the
 /// order in which they became ready; between two passes the loop serves the bus and the timers,
 /// so that no block starves another. A block that has spent its budget of runs waits until it has
-/// one again, while its marks stay pending and the others go on. A pass costs as much as there are
-/// ready blocks.
+/// one again, while its marks stay pending and the others go on. Where such a block tries again,
+/// that is, its last run called over the bus or fired the block itself, it takes turns with all
+/// others of this kind in a budget of processor time. A pass costs as much as there are ready
+/// blocks.
 class Scheduler {
   public:
     /// @param pace the budget of each block.
     /// @param run_block runs one block whose ports may be triggered; what it throws ends the loop
     ///        and is kept in `failure()`.
-    Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block);
+    /// @param processor_time that the thread of the loop has taken so far, in nanoseconds.
+    Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block,
+              std::function<std::uint64_t()> processor_time = thread_processor_time);
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
     ~Scheduler();
@@ -47,9 +52,19 @@ class Scheduler {
         unanswered_ = std::move(unanswered);
     }
     void answered() noexcept;
-    /// From here on a run during which `calls`, all that blocks have made so far, goes up costs
-    /// more of the block's budget.
-    void charge_calls(std::function<std::uint64_t()> calls) { calls_ = std::move(calls); }
+    /// From here on it is known which runs call over the bus: those during which `calls`, all that
+    /// blocks have made so far, goes up.
+    void count_calls(std::function<std::uint64_t()> calls) { calls_ = std::move(calls); }
+
+    /// A match that this block has asked for again and again is refused once more: the block's runs
+    /// wait for its turn among all of these, see `RefusedMatches`.
+    void match_refused(Fenwa::Block& block);
+    /// A match that this block has asked for is installed.
+    void match_installed(Fenwa::Block& block);
+    /// From here on `asked` gives the number of matches that are asked for and not answered.
+    void follow_matches(std::function<std::size_t()> asked) { matches_asked_ = std::move(asked); }
+    /// Something has changed for this block: it need not wait for its turn.
+    void let_try(Fenwa::Block& block);
 
     /// From here on passes are made; what became ready before runs first.
     void enable();
@@ -81,7 +96,23 @@ class Scheduler {
     static int on_due(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
     void wake() noexcept;
     void pass() noexcept;
+    static std::uint64_t thread_processor_time();
+
+    /// What is known of one block's runs.
+    struct Account {
+        RunBudget budget;
+        bool retries = false;      ///< its last run called over the bus or fired the block itself
+        std::uint64_t tries = 0;   ///< such runs, one after the other
+        bool spent = false;        ///< as many as the pace has at once, or a run has had to wait
+        std::uint64_t ran_at = 0;  ///< last
+    };
+
     void run_ready();
+    [[nodiscard]] bool are_matches_answered() const;
+    void add_those_refused(std::deque<Fenwa::Block*>& ready);
+    void run_retrying();
+    void charge_rest();
+    void run_and_watch(Fenwa::Block& block, Account& account);
     [[nodiscard]] bool holds();
     void run_within_budget(Fenwa::Block& block);
     void wait_for_next_turn();
@@ -100,9 +131,19 @@ class Scheduler {
     unsigned rounds_ = 0;         ///< of the loop since then
     bool passing_ = false;
     tool::EventSourcePtr timer_;
-    std::unordered_map<const Fenwa::Block*, RunBudget> budgets_;
+    std::unordered_map<const Fenwa::Block*, Account> accounts_;
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
     std::uint64_t waited_ = 0;  ///< how many have had to wait so far
+    std::function<std::uint64_t()> processor_time_;
+    RetryBudget retry_budget_;
+    std::deque<Fenwa::Block*> retrying_;  ///< those that wait for their turn in it
+    std::uint64_t retried_at_ = 0;        ///< processor time at the end of the last turns
+    std::size_t retries_ = 0;             ///< runs in those turns
+    std::size_t other_runs_ = 0;          ///< runs since then
+    std::deque<Fenwa::Block*> fired_;     ///< those taken out of the queue for the next pass
+    RefusedMatches refused_;
+    std::function<std::size_t()> matches_asked_;
+    bool holding_ = false;  ///< blocks are held back since the last pass
     std::function<std::size_t()> unanswered_;
     std::function<std::uint64_t()> calls_;
     CallHold hold_;

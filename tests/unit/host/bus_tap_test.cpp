@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 #include "camera/private_bus.hpp"
 #include "common/bus.hpp"
@@ -247,6 +248,42 @@ TEST_F(NarrowBus, LimitOfMatchesIsToldOnceForEachBlock) {
     EXPECT_TRUE(limits_[0].starts_with("b: ")) << limits_[0];
     EXPECT_TRUE(limits_[1].starts_with("c: ")) << limits_[1];
     EXPECT_NE(limits_[0].find("max_match_rules_per_connection=2"), std::string::npos) << limits_[0];
+}
+
+TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
+    using Answer = BusTap::MatchAnswer;
+    std::vector<Answer> answers;
+    tap_.on_match([&answers](const std::string& block, Answer answer) {
+        EXPECT_EQ(block, "b");
+        answers.push_back(answer);
+    });
+    Heard heard;
+    const auto ask = [&](const char* rule) {
+        const CurrentBlock current(block_, "run");
+        sd_bus_slot* slot = nullptr;
+        EXPECT_GE(sd_bus_add_match_async(bus_.get(), &slot, rule, on_signal, on_answer, &heard), 0);
+        return tool::SlotPtr(slot);
+    };
+    const tool::SlotPtr first = ask("type='signal',member='A'");
+    tool::SlotPtr second = ask("type='signal',member='B'");
+    EXPECT_EQ(tap_.matches_asked(), 2U);
+    settle();
+    EXPECT_EQ(tap_.matches_asked(), 0U);
+    EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::installed, Answer::installed}));
+    for (int i = 0; i < 3; ++i)
+        ask("type='signal',member='C'").release();
+    ask("type='signal',member='D'").release();
+    settle();
+    EXPECT_EQ(tap_.matches_asked(), 0U);
+    EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::refused, Answer::refused_again,
+                                                       Answer::refused_again, Answer::refused}));
+    second.reset();
+    const tool::SlotPtr third = ask("type='signal',member='C'");
+    ask("type='signal',member='C'").release();
+    settle();
+    EXPECT_EQ(answers, (std::vector{Answer::installed, Answer::refused}));
+    EXPECT_EQ(heard.times, 8);
+    tap_.on_match({});
 }
 
 TEST_F(NarrowBus, LimitOfABlockingMatchIsToldAndItsErrorComesBack) {

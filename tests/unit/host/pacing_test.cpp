@@ -38,26 +38,13 @@ TEST(RunBudget, IsRefilledAtTheRateUpToTheBurst) {
     EXPECT_EQ(take_all(budget, start + 1000 * second), 64);
 }
 
-TEST(RunBudget, RunsThatCostMoreAreFewerOnceItHasRunOut) {
+TEST(RunBudget, IsNotRefilledForTimeThatIsSkipped) {
     RunBudget budget(Pace{64, 200.0}, start);
-    // A burst is as long as ever.
-    for (int run = 0; run < 64; ++run) {
-        ASSERT_TRUE(budget.take(start)) << run;
-        budget.charge(2.0);
-    }
-    ASSERT_FALSE(budget.take(start));
-    int runs = 0;
-    for (std::uint64_t now = start; now <= start + 3 * second; now = budget.due()) {
-        if (budget.take(now)) {
-            budget.charge(2.0);
-            ++runs;
-        }
-    }
-    EXPECT_EQ(runs, 200);
-    // Full again, it has forgotten.
-    EXPECT_TRUE(budget.take(start + 100 * second));
-    budget.charge(2.0);
-    EXPECT_EQ(take_all(budget, start + 100 * second), 63);
+    take_all(budget, start);
+    budget.skip_to(start + 10 * second);
+    budget.skip_to(start + 5 * second);
+    EXPECT_FALSE(budget.take(start + 10 * second));
+    EXPECT_EQ(take_all(budget, start + 10 * second + second / 10), 20);
 }
 
 TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
@@ -115,6 +102,46 @@ TEST(RunBudget, LargestNumbersBrakeNothing) {
     EXPECT_TRUE(fast.take(start));
     EXPECT_EQ(fast.due(), start + 1);
     EXPECT_TRUE(fast.take(start + 1));
+}
+
+constexpr double millisecond = 1e6;  // of processor time
+
+TEST(RetryBudget, GivesTheShareOverAnyTime) {
+    RetryBudget budget;
+    double used = 0.0;
+    for (std::uint64_t now = start; now < start + 10 * second; now += 1000) {
+        while (budget.allows(now)) {
+            budget.charge(0.1 * millisecond);
+            used += 0.1 * millisecond;
+        }
+    }
+    EXPECT_NEAR(used, RetryBudget::share * 1e10 + RetryBudget::burst, 0.5 * millisecond);
+}
+
+TEST(RetryBudget, SavesUpNoMoreThanABurst) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    EXPECT_TRUE(budget.allows(start + 1000 * second));
+    budget.charge(RetryBudget::burst);
+    EXPECT_FALSE(budget.allows(start + 1000 * second));
+}
+
+TEST(RetryBudget, RunThatCostsMoreThanThereIsIsPaidForAfterwards) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    budget.charge(RetryBudget::burst + 20 * millisecond);
+    EXPECT_FALSE(budget.allows(start));
+    // 20 ms at 2 % of a core, and a portion.
+    EXPECT_EQ(budget.due(), start + second + second / 80);
+    EXPECT_FALSE(budget.allows(budget.due() - 1));
+    EXPECT_TRUE(budget.allows(budget.due()));
+}
+
+TEST(RetryBudget, WaitsForAPortionOnlyOnceItIsSpent) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    budget.charge(RetryBudget::burst - RetryBudget::portion / 2);
+    EXPECT_TRUE(budget.allows(start));
 }
 
 }  // namespace
