@@ -27,8 +27,12 @@ bool comes_to_hold(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>& camera_options) {
+void LoadScene::open_bus(const std::string& bus_xml) {
     bus_ = std::make_unique<camera::PrivateBus>(camera::PrivateBusOptions{{}, {}, {}, bus_xml});
+}
+
+void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>& camera_options) {
+    open_bus(bus_xml);
     // Into a file: nobody reads along, and a full pipe would stop the camera.
     const std::string told = folder_.write("camera.out", "");
     std::vector<std::string> words{"sh",

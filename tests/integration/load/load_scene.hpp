@@ -17,7 +17,9 @@ namespace test {
 /// A host and the simulated camera on a private bus without activation, and nobody else.
 class LoadScene : public ::testing::Test {
   protected:
-    /// Starts the bus, with these limits, and the camera.
+    /// Starts the bus, with these limits or policies.
+    void open_bus(const std::string& bus_xml);
+    /// ... and the camera.
     void open(const std::string& bus_xml, const std::vector<std::string>& camera_options = {});
     /// Gives the camera an order on its command line, such as {"fail", "Add", "--drop"}.
     void order(std::vector<std::string> arguments) const;
