@@ -212,6 +212,8 @@ class _Breaker:
 
     def _arguments(self, opening: int) -> None:
         elements = self.source.elements(opening + 1, self.tokens[opening].partner)
+        if (opening + 1, self.tokens[opening].partner) in self.source.enumerations:
+            return
         if self.tokens[opening].text == "{":
             self._elements(elements)
         for one, other in zip(elements, elements[1:]):

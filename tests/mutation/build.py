@@ -208,13 +208,24 @@ class Workshop:
     def _outcome(self, broken: Break) -> str:
         objects = self.build.objects_of(broken.file)
         sources = [name for name in objects if not self.build.is_test(name)]
-        if not all(self._compile(name) for name in sources):
-            return "not compiled"
-        changed = [name for name in sources if self._differs(name)]
-        if not changed:
-            return "no code"
-        # Of all else that a test may include, what the sources are compiled to is linked.
         tests = [name for name in objects if self.build.is_test(name)] if broken.layout else []
+        changed: list[str] = []
+        for name in sources:
+            if not self._compile(name):
+                return "not compiled"
+            if not self._differs(name):
+                continue
+            changed.append(name)
+            # What is noticed in one source that includes a header is noticed in all of them.
+            if not broken.layout and (outcome := self._tested(changed, tests)) != "survived":
+                return outcome
+        if changed and broken.layout and (outcome := self._tested(changed, tests)) != "survived":
+            return outcome
+        differs = any(self._compile(name, "-O2") and self._differs(name, "-O2") for name in changed)
+        return "survived" if differs else "no code"
+
+    def _tested(self, changed: list[str], tests: list[str]) -> str:
+        """Killed, survived or not compiled, by these objects of the sources and of the tests."""
         for target in sorted(self.build.links, key=lambda target: len(self._of(tests, target))):
             if not all(self._compile(name) for name in self._of(tests, target)):
                 return "killed"
@@ -223,8 +234,7 @@ class Workshop:
                 return "not compiled"
             if not self._passes(program, self.build.limits[target]):
                 return "killed"
-        differs = any(self._compile(name, "-O2") and self._differs(name, "-O2") for name in sources)
-        return "survived" if differs else "no code"
+        return "survived"
 
     def _of(self, names: list[str], target: str) -> list[str]:
         return [name for name in names if name in self.build.links[target]]
