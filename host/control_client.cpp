@@ -55,7 +55,15 @@ tool::MessagePtr ControlClient::send(const tool::MessagePtr& call) const {
 
 tool::Json ControlClient::describe() const {
     const tool::MessagePtr reply = send(new_call("Describe"));
-    return tool::Json::parse(tool::read_string(*reply));
+    try {
+        return tool::parse_json(tool::read_string(*reply), "the answer");
+    } catch (const tool::JsonError&) {
+        fail_unknown_form();
+    }
+}
+
+void ControlClient::fail_unknown_form() {
+    throw Failure(ExitCode::unavailable, "the host describes itself in a form that is unknown");
 }
 
 void ControlClient::fail(const tool::BusError& error, int r) const {

@@ -32,14 +32,24 @@ class ControlClient {
     /// Sends a call and gives the reply.
     [[nodiscard]] tool::MessagePtr send(const tool::MessagePtr& call) const;
 
-    /// What the host says of itself (graph_description.hpp).
-    /// @throws tool::Json::exception where that is no JSON.
-    [[nodiscard]] tool::Json describe() const;
+    /// Hands what the host says of itself (graph_description.hpp) to `use`, and gives what that
+    /// returns. A failure (unavailable) says so where it is of another form, that is, where it is
+    /// not JSON, is nested deeply, or `use` throws tool::Json::exception.
+    template <class Use>
+    auto with_description(Use&& use) const {
+        try {
+            return use(describe());
+        } catch (const tool::Json::exception&) {
+            fail_unknown_form();
+        }
+    }
 
     [[nodiscard]] sd_bus& bus() const noexcept { return *bus_; }
     [[nodiscard]] const ControlTarget& target() const noexcept { return target_; }
 
   private:
+    [[nodiscard]] tool::Json describe() const;
+    [[noreturn]] static void fail_unknown_form();
     [[noreturn]] void fail(const tool::BusError& error, int r) const;
 
     ControlTarget target_;

@@ -44,12 +44,9 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
 }
 
 Picture picture_of_host(const ControlTarget& target) {
-    const ControlClient host(target);
-    try {
-        return make_picture(host.describe(), PictureValues::shown);
-    } catch (const Json::exception&) {
-        throw Failure(ExitCode::unavailable, "the host describes itself in a form that is unknown");
-    }
+    return ControlClient(target).with_description([](const Json& description) {
+        return make_picture(description, PictureValues::shown);
+    });
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ void add_ports(const Json& block, const char* list, std::vector<std::string>& na
                         port.at("name").get<std::string>());
 }
 
+/// The names of one kind, without inputs that an output is connected to.
 std::vector<std::string> names_in(const Json& description, NameKind kind,
                                   const std::string& block_name) {
     std::vector<std::string> names;
@@ -42,6 +43,13 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
                 break;
         }
     }
+    if (kind == NameKind::inputs) {
+        std::set<std::string> connected;
+        for (const Json& connection : description.at("connections"))
+            connected.insert(connection.at("to").get<std::string>());
+        std::erase_if(names,
+                      [&](const std::string& name) { return connected.count(name) != 0; });
+    }
     return names;
 }
 
@@ -49,16 +57,14 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
 
 tool::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
     open_closed_streams();
-    const Json description = ControlClient(target).describe();
-    std::set<std::string> hidden;
-    if (kind == NameKind::inputs) {
-        for (const Json& connection : description.at("connections"))
-            hidden.insert(connection.at("to").get<std::string>());
-    }
+    const std::vector<std::string> names =
+        ControlClient(target).with_description([&](const Json& description) {
+            return names_in(description, kind, block);
+        });
     StandardOutput out([] {});
-    for (const std::string& name : names_in(description, kind, block)) {
+    for (const std::string& name : names) {
         // One that is not safe in a line cannot be typed either.
-        if (hidden.count(name) == 0 && tool::one_line(name) == name)
+        if (tool::one_line(name) == name)
             out.write(name + '\n');
     }
     return code_after(out, tool::ExitCode::done);

@@ -40,7 +40,7 @@ std::string value_text(const Json& value) {
     if (value.is_object() && value.contains("ticks") && value["ticks"] == 0)
         return "no tick yet";
     if (value.is_object() && value.contains("ticks"))
-        return tool::json_line(value["ticks"]) + " × " + tool::json_line(value["period_ms"]) +
+        return tool::json_line(value["ticks"]) + " × " + tool::json_line(value.at("period_ms")) +
                " ms";
     return shortened(value.is_string() ? value.get<std::string>() : tool::json_line(value));
 }

@@ -44,13 +44,14 @@ class Watch {
   private:
     /// A variant does not tell a float from a double, and event lines do.
     void learn_datatypes() {
-        const tool::Json description = host_.describe();
-        for (const tool::Json& block : description.at("blocks")) {
-            const auto name = block.at("name").get<std::string>();
-            for (const tool::Json& output : block.at("outputs"))
-                datatypes_.emplace(name + '.' + output.at("name").get<std::string>(),
-                                   datatype_named(output.at("type").get<std::string>()));
-        }
+        host_.with_description([this](const tool::Json& description) {
+            for (const tool::Json& block : description.at("blocks")) {
+                const auto name = block.at("name").get<std::string>();
+                for (const tool::Json& output : block.at("outputs"))
+                    datatypes_.emplace(name + '.' + output.at("name").get<std::string>(),
+                                       datatype_named(output.at("type").get<std::string>()));
+            }
+        });
     }
 
     static int on_output_changed(sd_bus_message* signal, void* userdata,
