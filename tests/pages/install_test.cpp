@@ -1,9 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <string_view>
 #include <vector>
 
+#include "tests/pages/help.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -11,6 +17,38 @@ namespace test {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// What is wrong with the paths in which programs and libraries of a folder look for libraries, a
+/// line each: an entry that is empty stands for the current directory, and so does a relative one.
+std::string loose_library_paths(const fs::path& folder, std::size_t& looked_at) {
+    std::string mistakes;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (!entry.is_regular_file())
+            continue;
+        std::array<char, 4> magic{};
+        std::ifstream(entry.path(), std::ios::binary).read(magic.data(), magic.size());
+        if (std::string_view(magic.data(), magic.size()) != "\x7f" "ELF")
+            continue;
+        const Ended ended = run_program({"readelf", "--dynamic", "--wide", entry.path().string()});
+        EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;
+        ++looked_at;
+        static const std::regex runpath(R"(\((?:RPATH|RUNPATH)\)[^\n]*\[([^\n]*)\])");
+        std::smatch found;
+        if (!std::regex_search(ended.out, found, runpath))
+            continue;
+        for (const std::string& path : split(found[1].str(), ":")) {
+            if (!path.starts_with("/") && !path.starts_with("$ORIGIN"))
+                mistakes += entry.path().string() + ": [" + found[1].str() + "]\n";
+        }
+    }
+    return mistakes;
+}
+
+TEST(LibraryPath, InTheBuildTreeHasNoEntryThatIsEmptyOrRelative) {
+    std::size_t looked_at = 0;
+    EXPECT_EQ(loose_library_paths(FENWA_BINARIES, looked_at), "");
+    EXPECT_GE(looked_at, 5U);
+}
 
 /// What `cmake --install` puts into an empty folder.
 class Install : public testing::Test {
@@ -45,6 +83,12 @@ TEST_F(Install, BringsTheProgramsTheirPagesCompletionAndPolicy) {
             "share/bash-completion/completions/fenwa-camera",
             "share/dbus-1/system.d/com.tarlo.Fenwa.Host1.conf", "share/man/man1/fenwa-camera.1",
             "share/man/man1/fenwa.1", "share/man/man5/fenwa-graph.5"}));
+}
+
+TEST_F(Install, LibraryPathsHaveNoEntryThatIsEmptyOrRelative) {
+    std::size_t looked_at = 0;
+    EXPECT_EQ(loose_library_paths(prefix(), looked_at), "");
+    EXPECT_EQ(looked_at, 5U);
 }
 
 TEST_F(Install, WorksWhereverItIsPut) {
