@@ -42,6 +42,47 @@ Position to_position(const toml::source_region& region) {
             static_cast<std::uint32_t>(region.begin.column)};
 }
 
+/// The table in which a key stands, of the last one of an array of tables; null for none.
+const toml::table* table_of(const toml::node* node) {
+    if (node == nullptr)
+        return nullptr;
+    if (const toml::array* array = node->as_array())
+        node = array->empty() ? nullptr : array->get(array->size() - 1);
+    return node == nullptr ? nullptr : node->as_table();
+}
+
+/// What the header of a table would define again; line 0 where `where` is at no header, or nothing
+/// of that name stands before it. The parser itself names only the second place.
+Position first_definition(const std::string& text, Position where) {
+    std::size_t begin = 0;
+    for (std::uint32_t line = 1; line < where.line; ++line)
+        begin = text.find('\n', begin) + 1;
+    std::string header = text.substr(begin, text.find('\n', begin) - begin);
+    if (header.ends_with('\r'))
+        header.pop_back();
+    if (header.find_first_not_of(" \t") != header.find('['))
+        return {};
+    try {
+        const toml::table path = toml::parse(header);
+        const toml::table before = toml::parse(std::string_view(text).substr(0, begin));
+        const toml::node* found = &before;
+        const toml::table* step = &path;
+        while (step != nullptr && !step->empty()) {
+            const auto& [key, next] = *step->begin();
+            const toml::table* const table = table_of(found);
+            if (table == nullptr)  // what stands there is no table, and cannot become one
+                break;
+            found = table->get(key);
+            if (found == nullptr)
+                return {};
+            step = table_of(&next);
+        }
+        return to_position(found->source());
+    } catch (const toml::parse_error&) {
+        return {};
+    }
+}
+
 }  // namespace
 
 std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagnostics) {
@@ -63,7 +104,11 @@ std::optional<toml::table> parse_toml(const std::string& text, Diagnostics& diag
     try {
         return toml::parse(std::string_view(text));
     } catch (const toml::parse_error& error) {
-        diagnostics.error(to_position(error.source()), std::string(error.description()));
+        const Position where = to_position(error.source());
+        const Position first = first_definition(text, where);
+        diagnostics.error(
+            where, std::string(error.description()),
+            first.line == 0 ? "" : "the first one is at " + diagnostics.locate(first));
         return std::nullopt;
     }
 }

@@ -80,6 +80,15 @@ std::optional<T> as(const Value& value) {
     }
 }
 
+/// What a getter wants in place of a value that it does not take.
+template <class T>
+std::string wanted_for(const Value& value) {
+    if (std::is_same_v<T, int> && std::holds_alternative<std::int64_t>(value))
+        return "int from " + std::to_string(std::numeric_limits<int>::min()) + " to " +
+               std::to_string(std::numeric_limits<int>::max());
+    return type_name<T>;
+}
+
 struct Describe {
     std::string operator()(bool value) const {
         return std::string("the boolean ") + (value ? "true" : "false");
@@ -150,7 +159,7 @@ T BlockConfiguration::get(const std::string& key, const T* fallback) const {
         if (std::optional<T> wanted = as<T>(*value))
             return *std::move(wanted);
     }
-    const ConfigurationError error(key, type_name<T>,
+    const ConfigurationError error(key, value == nullptr ? type_name<T> : wanted_for<T>(*value),
                                    value == nullptr ? "" : ConfigurationAccess::describe(*value));
     if (observer != nullptr && observer->on_error(error))
         return T{};

@@ -19,7 +19,9 @@ class ConfigurationAccess;
 /// A required key is missing, or a key holds a value of another type than the one asked for.
 class FENWA_API ConfigurationError : public std::runtime_error {
   public:
-    /// @param wanted the type asked for: "int", "bool", "float", "double" or "string".
+    /// @param wanted what the block takes: "int", "bool", "float", "double" or "string", with a
+    /// range
+    ///        behind it where the type alone is not it ("int of 1 or more").
     /// @param found what stands there instead, such as "a string"; empty where the key is missing.
     ConfigurationError(std::string key, std::string wanted, std::string found);
     ~ConfigurationError() override;

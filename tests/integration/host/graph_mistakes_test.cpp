@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"BlockTwice", timer + "[blocks.t]\ntype = \"Timer\"\n",
                 said("4:1",
                      "Error while parsing table header: cannot redefine existing table 'blocks.t'",
-                     "[blocks.t]", "^")}),
+                     "[blocks.t]", "^\nhelp: the first one is at graph.toml:1:1")}),
     [](const auto& each) { return each.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -133,13 +133,13 @@ INSTANTIATE_TEST_SUITE_P(
                      "interval = \"1 s\"", "^")},
         Mistake{"IntegerBeyondInt", "[blocks.t]\ntype = \"Timer\"\ninterval = 2147483648\n",
                 said("3:1",
-                     "block 't' (Timer): the key 'interval' must be an int, not the integer "
-                     "2147483648",
+                     "block 't' (Timer): the key 'interval' must be an int from -2147483648 to "
+                     "2147483647, not the integer 2147483648",
                      "interval = 2147483648", "^")},
         Mistake{"IntegerBelowInt", "[blocks.t]\ntype = \"Timer\"\ninterval = -2147483649\n",
                 said("3:1",
-                     "block 't' (Timer): the key 'interval' must be an int, not the integer "
-                     "-2147483649",
+                     "block 't' (Timer): the key 'interval' must be an int from -2147483648 to "
+                     "2147483647, not the integer -2147483649",
                      "interval = -2147483649", "^")},
         Mistake{"ValueOutOfRange", "[blocks.t]\ntype = \"Timer\"\ninterval = 0\n",
                 said("3:1",

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
+#include <string>
 
 #include "common/exit_code.hpp"
 #include "tests/support/temporary_folder.hpp"
@@ -49,6 +51,39 @@ TEST_F(TomlDocument, SyntaxErrorIsADiagnosticAtItsPlace) {
     diagnostics_.print(out, false);
     EXPECT_TRUE(out.str().starts_with("file.toml:2:5: error: ")) << out.str();
     EXPECT_TRUE(out.str().ends_with("\nb = = 2\n    ^\nfile.toml: 1 error\n")) << out.str();
+}
+
+TEST_F(TomlDocument, OfATableTwiceTheFirstIsNamedToo) {
+    const std::map<std::string, std::string> firsts{
+        {"[a]\n[b]\n[a]\n", "1:1"},
+        {"\n  [ a . \"b.c\" ]\nx = 1\n[a.'b.c'] # again\n", "2:3"},
+        {"[a]\r\n[a]\r\n", "1:1"},
+        {"x = 1\na = {}\n[a]\n", "2:5"},
+        {"a = []\n[[a]]\n", "1:5"},
+        {"a = 5\n[a.b]\n", "1:5"},
+        {"[[a]]\n[[a]]\n[a.b]\n[c]\n[a.b]\n", "3:1"},
+        {"\xEF\xBB\xBF[a]\n[a]\n", "1:1"},
+        {"[a]\n[a]\nno more = is = read\n", "1:1"}};
+    for (const auto& [text, first] : firsts) {
+        Diagnostics diagnostics("f");
+        EXPECT_FALSE(parse_toml(text, diagnostics)) << text;
+        std::ostringstream out;
+        diagnostics.print(out, false);
+        EXPECT_NE(out.str().find("\nhelp: the first one is at f:" + first + "\n"),
+                  std::string::npos)
+            << text << out.str();
+    }
+}
+
+TEST_F(TomlDocument, OfAnotherMistakeNoFirstPlaceIsNamed) {
+    for (const char* text : {"[a]\n[b\n", "[a]\n[a] b\n", "[a]\n[]\n", "a = [\n[1] 2\n",
+                             "[a]\nb = [\n[a]\n", "[", "[a]\n= 1\n", "a = 1\na = 2\n"}) {
+        Diagnostics diagnostics("f");
+        EXPECT_FALSE(parse_toml(text, diagnostics)) << text;
+        std::ostringstream out;
+        diagnostics.print(out, false);
+        EXPECT_EQ(out.str().find("help"), std::string::npos) << text << out.str();
+    }
 }
 
 TEST_F(TomlDocument, MissingFileIsUnreadable) {
