@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "fenwa/api.hpp"
+
 namespace Fenwa {
 
 /// Handle of a value type that travels between ports. Two ports can be connected when their
