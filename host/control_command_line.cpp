@@ -13,12 +13,14 @@ struct PortOptions {
     ControlTarget target;
     std::string port;
     std::string value;
+    tool::ColorChoice color = tool::ColorChoice::automatic;
 };
 
 CLI::App& add_port_command(CLI::App& program, const char* name, const char* description,
                            PortOptions& options) {
     CLI::App& command = add_command(program, name, description);
     add_target(command, options.target);
+    add_color(command, options.color);
     command.add_option("PORT", options.port, "A port as the graph names it, BLOCK.PORT")
         ->required();
     return command;
@@ -30,7 +32,9 @@ Command add_read_command(CLI::App& program) {
     const auto options = std::make_shared<PortOptions>();
     CLI::App& read =
         add_port_command(program, "read", "Prints the value of a port of a running host", *options);
-    return {&read, [options] { return read_port_of_host(options->target, options->port); }};
+    return {&read, [options] {
+                return read_port_of_host(options->target, options->port, options->color);
+            }};
 }
 
 Command add_write_command(CLI::App& program) {
@@ -52,6 +56,7 @@ Command add_set_command(CLI::App& program) {
     const auto options = std::make_shared<SetOptions>();
     CLI::App& set = add_command(program, "set", "Changes settings of a block of a running host");
     add_target(set, options->target);
+    add_color(set, options->color);
     set.add_option("BLOCK", options->block, "A block as the graph names it")->required();
     set.add_option("KEY=VALUE", options->changes,
                    "A key and its new value as in a graph file; what is no value there is a string")

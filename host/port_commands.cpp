@@ -22,10 +22,14 @@ PortValue ask_for(const ControlClient& host, const std::string& port) {
 
 }  // namespace
 
-tool::ExitCode read_port_of_host(const ControlTarget& target, const std::string& port) {
+tool::ExitCode read_port_of_host(const ControlTarget& target, const std::string& port,
+                                 tool::ColorChoice color) {
     open_closed_streams();
     StandardOutput out([] {});
-    out.write(to_text(ask_for(ControlClient(target), port)) + '\n');
+    const tool::Palette palette(tool::use_color(color, stdout));
+    std::string line(palette.bold);
+    line.append(to_text(ask_for(ControlClient(target), port))).append(palette.reset);
+    out.write(line + '\n');
     return code_after(out, tool::ExitCode::done);
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "common/terminal.hpp"
 #include "host/bus_setting.hpp"
 #include "host/control_client.hpp"
 
@@ -13,6 +14,8 @@ struct SetOptions {
     ControlTarget target;
     std::string block;
     std::vector<std::string> changes;  ///< each "KEY=VALUE"
+    tool::ColorChoice color =
+        tool::ColorChoice::automatic;  ///< as every command; nothing is printed
 };
 
 /// Takes "KEY=VALUE" apart. The value is read as in a graph file, quotes and all; what is no value

@@ -50,6 +50,17 @@ class ControlCommands : public HostTest {
 const std::string relay = "[blocks.r]\ntype = \"Relay\"\n";
 const std::string sink = "[blocks.s]\ntype = \"Sink\"\nonly = \"double\"\n";
 
+TEST_F(ControlCommands, AllTakeColor) {
+    start(relay);
+    EXPECT_EQ(fenwa({"read", "r.int", "--color", "always"}).out, "\x1b[1m0\x1b[0m\n");
+    EXPECT_EQ(fenwa({"read", "r.int", "--color=never"}).out, "0\n");
+    const Ended written = fenwa({"write", "r.int", "5", "--color=always"});
+    EXPECT_EQ(written.code, 0) << written.err;
+    const Ended set = fenwa({"set", "r", "fires=true", "--color", "auto"});
+    EXPECT_EQ(set.err.find("--color"), std::string::npos) << set.err;
+    EXPECT_EQ(fenwa({"read", "r.int"}).out, "5\n");
+}
+
 TEST_F(ControlCommands, ReadPrintsTheValueAlone) {
     start("[blocks.v]\ntype = \"Values\"\n" + sink);
     ASSERT_TRUE(host_->wait_for_text(R"("port":"double","type":"double","value":2.0)"));
