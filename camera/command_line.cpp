@@ -174,20 +174,24 @@ void add_fail(CLI::App& app, CommandLine& line) {
     FaultOptions& fault = line.fault;
     CLI::Option* probability =
         fail->add_option("--probability", fault.probability,
-                         "Hits a message with this probability, above 0 and at most 1");
+                         "Hits a message with this probability, above 0 and at most 1")
+            ->check(tool::decimal_number);
     CLI::Option* const others[] = {
         fail->add_option("--error", fault.error, "Answers with this D-Bus error")
             ->type_name("NAME"),
         fail->add_option("--delay", fault.delay, "Sends it this many milliseconds later")
-            ->type_name("MS"),
+            ->type_name("MS")
+            ->transform(tool::whole_number),
         fail->add_flag("--malformed", fault.malformed, "Sends it with a wrong signature or type"),
         fail->add_flag("--silent", fault.silent, "Does not send it at all"),
         fail->add_flag("--drop", fault.drop, "Lets the service leave the bus in place of sending"),
         fail->add_option("--times", fault.times, "For the next N only; without, until cleared")
-            ->type_name("N"),
+            ->type_name("N")
+            ->transform(tool::whole_number),
         fail->add_option("--seed", fault.seed,
                          "The same seed hits the same messages; goes with --probability")
             ->type_name("S")
+            ->transform(tool::whole_number)
             ->needs(probability),
         probability->type_name("P"),
     };

@@ -1,8 +1,7 @@
 #include "camera/number_text.hpp"
 
-#include <charconv>
-
 #include "common/json_text.hpp"
+#include "common/number_text.hpp"
 
 namespace camera {
 
@@ -12,12 +11,7 @@ std::string number_text(double value) {
 }
 
 std::optional<double> number_of(const std::string& text) {
-    double number = 0.0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc{} || stop != end)
-        return std::nullopt;
-    return number;
+    return tool::parse_number<double>(text);
 }
 
 }  // namespace camera

@@ -1,9 +1,11 @@
 #include "camera/video_service.hpp"
 
 #include <algorithm>
-#include <charconv>
+#include <cstdint>
+#include <optional>
 
 #include "common/diagnostics.hpp"
+#include "common/number_text.hpp"
 
 namespace camera {
 namespace {
@@ -56,14 +58,12 @@ std::vector<Value> VideoService::values() const {
 }
 
 Json VideoService::parse_value(const std::string& /*name*/, const std::string& text) const {
-    std::uint64_t times = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, times);
-    if (error != std::errc{} || stop != end)
+    const std::optional<std::uint64_t> times = tool::parse_number<std::uint64_t>(text);
+    if (!times)
         throw Refusal("'" + text +
                       "' is not how often something was said: a whole number of at "
                       "least 0 is");
-    return times;
+    return *times;
 }
 
 void VideoService::check_settable(const std::string& name) const {

@@ -17,11 +17,18 @@ void prepare_program(CLI::App& app, const std::string& version, const std::strin
 /// `--version` of a program or one of its commands.
 void add_version(CLI::App& app, const std::string& version);
 
+/// For an option with a number: decimal and nothing else, where CLI11 would take "0x10" and "010"
+/// as well. The first takes what a std::int64_t holds.
+extern const CLI::Validator whole_number;
+extern const CLI::Validator decimal_number;
+
 /// Parses the command line with `app` and then calls `command`, which runs what was asked for.
-/// Help and version go to stdout with exit code 0. A wrong command line is one line on stderr
-/// ("PROGRAM: SENTENCE"), with the nearest command where one is unknown, and exit code 2. A
+/// SIGPIPE is ignored from here on. Help and version go to stdout with exit code 0. A wrong command
+/// line is one line on stderr
+/// ("PROGRAM: SENTENCE"), with the nearest command or option where one is unknown, and exit code 2.
+/// An option with nothing behind its '=' is wrong: CLI11 would take the next argument. A
 /// `Failure` out of `command` is printed in the same form and gives its own code; any other
-/// exception gives 70.
+/// exception gives 70. Done is 69 where stdout or stderr took nothing more (print_text.hpp).
 [[nodiscard]] int run_command_line(CLI::App& app, int argc, char** argv,
                                    const std::function<ExitCode()>& command);
 

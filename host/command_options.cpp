@@ -4,6 +4,8 @@
 
 #include "common/bus.hpp"
 #include "common/command_line.hpp"
+#include "common/line_text.hpp"
+#include "common/number_text.hpp"
 
 namespace host {
 namespace {
@@ -12,10 +14,10 @@ namespace {
 /// add to the time of day. CLI::Range would let "nan" through.
 const CLI::Validator seconds_range(
     [](const std::string& text) {
-        double seconds = 0.0;
-        if (CLI::detail::lexical_cast(text, seconds) && seconds >= 1e-6 && seconds <= 1e9)
+        const std::optional<double> seconds = tool::parse_number<double>(text);
+        if (seconds && *seconds >= 1e-6 && *seconds <= 1e9)
             return std::string();
-        return "'" + text + "' is no number of seconds from 0.000001 to 1000000000";
+        return tool::in_quotes(text) + " is no number of seconds from 0.000001 to 1000000000";
     },
     "SECONDS");
 
@@ -106,7 +108,7 @@ CLI::Option& add_control_flag(CLI::App& command, std::optional<std::string>& nam
 
 std::string check_bus_name(const std::string& name) {
     return tool::is_ownable_name(name) ? std::string()
-                                       : "'" + name + "' is no bus name that can be owned";
+                                       : tool::in_quotes(name) + " is no bus name that can be owned";
 }
 
 }  // namespace host

@@ -1,25 +1,24 @@
 #include "host/value_text.hpp"
 
-#include <charconv>
 #include <limits>
 
 #include "common/exit_code.hpp"
+#include "common/line_text.hpp"
+#include "common/number_text.hpp"
 
 namespace host {
 namespace {
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
-    throw tool::Failure(tool::ExitCode::usage, "'" + text + "' is no " + wanted);
+    throw tool::Failure(tool::ExitCode::usage, tool::in_quotes(text) + " is no " + wanted);
 }
 
 template <class Number>
 Number number(const std::string& text, const std::string& wanted) {
-    Number value{};
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{} || stop != end)
+    const std::optional<Number> value = tool::parse_number<Number>(text);
+    if (!value)
         refuse(text, wanted);
-    return value;
+    return *value;
 }
 
 struct FromText {

@@ -17,6 +17,8 @@ struct CommandLine {
     std::string sentence;
 };
 
+const std::string not_whole = " is not a whole number of at most 64 bits, in decimal digits";
+
 TEST_F(CameraStart, AWrongCommandLineIsOneLineAndExitCode2) {
     const std::vector<CommandLine> wrong = {
         {{"rnu"}, "unknown command 'rnu'; did you mean 'run'?"},
@@ -28,7 +30,19 @@ TEST_F(CameraStart, AWrongCommandLineIsOneLineAndExitCode2) {
         {{"start"}, "SERVICE is required"},
         {{"fail"}, "MEMBER is required"},
         {{"fail", "G", "--seed", "1", "--drop"}, "--seed requires --probability"},
-        {{"fail", "G", "--times", "x", "--drop"}, "Could not convert: --times = x"},
+        {{"fail", "G", "--times", "x", "--drop"}, "--times: 'x'" + not_whole},
+        {{"fail", "G", "--times", "0x10", "--drop"}, "--times: '0x10'" + not_whole},
+        {{"fail", "G", "--times", " 1", "--drop"}, "--times: ' 1'" + not_whole},
+        {{"fail", "G", "--times", "1.5", "--drop"}, "--times: '1.5'" + not_whole},
+        {{"fail", "G", "--delay", "1_000"}, "--delay: '1_000'" + not_whole},
+        {{"fail", "G", "--delay", "9223372036854775808"},
+         "--delay: '9223372036854775808'" + not_whole},
+        {{"fail", "G", "--drop", "--probability", "1", "--seed", "0b1"},
+         "--seed: '0b1'" + not_whole},
+        {{"fail", "G", "--drop", "--probability", "0x1p-1"},
+         "--probability: '0x1p-1' is not a number in decimal digits"},
+        {{"fail", "G", "--delay=", "5"}, "--delay: the value behind '=' is missing"},
+        {{"show", "--formt", "json"}, "unknown option '--formt'; did you mean '--format'?"},
         {{"activate", "temperature"},
          "'activate' is for the bus daemon to run: DBUS_STARTER_ADDRESS is not set"},
     };

@@ -72,6 +72,70 @@ TEST_F(StandardOutput, ThatCannotBeWrittenEndsAStartTooAndKeepsAnotherCode) {
         << misconfigured.err;
 }
 
+/// Every command that needs no host, with what it prints on.
+class OneTimeOutput : public HostTest {
+  protected:
+    struct Printed {
+        Words words;
+        bool on_stderr = false;
+    };
+
+    [[nodiscard]] std::vector<Printed> commands() const {
+        const std::string graph = folder().write(
+            "timer.toml", "[blocks.t]\ntype = \"Timer\"\ninterval = 1000\nspelt_wrong = 1\n");
+        return {{{"--help"}},
+                {{"--version"}},
+                {{"run", "--help"}},
+                {{"names", "--version"}},
+                {{"inspect", FENWA_TEST_PLUGINS "/libprobe.so", "Talker"}},
+                {{"inspect", FENWA_TEST_PLUGINS "/libprobe.so", "Talker", "--format", "json"}},
+                {{"graph", graph}},
+                {{"check", graph}, true}};
+    }
+
+    /// @param script in which "$@" is the command, and its output of either stream is stdout.
+    static Ended in_shell(const std::string& script, const Printed& command) {
+        Words words{"sh",
+                    "-c",
+                    script,
+                    "sh",
+                    "sh",
+                    "-c",
+                    command.on_stderr ? "exec \"$@\" 2>&1 >&-" : "exec \"$@\" 2>&3",
+                    "sh",
+                    FENWA_PROGRAM};
+        words.insert(words.end(), command.words.begin(), command.words.end());
+        return run_program(words);
+    }
+};
+
+TEST_F(OneTimeOutput, OnAFullDiskIs69) {
+    for (const Printed& command : commands()) {
+        const Ended ended = in_shell("exec \"$@\" 3>&2 > /dev/full", command);
+        EXPECT_EQ(ended.code, 69) << command.words.front();
+        if (!command.on_stderr) {
+            EXPECT_EQ(lines_with(ended.err, "fenwa: "),
+                      lines_with(ended.err,
+                                 "fenwa: cannot write to stdout: No space left on "
+                                 "device"))
+                << command.words.front() << ended.err;
+        }
+    }
+}
+
+TEST_F(OneTimeOutput, ThatItsReaderClosesIs0) {
+    for (const Printed& command : commands()) {
+        const Ended ended =
+            in_shell("{ sleep 0.1; \"$@\"; echo \"code $?\" >&3; } 3>&2 | :", command);
+        EXPECT_TRUE(ended.err.ends_with("code 0\n")) << command.words.front() << ended.err;
+    }
+}
+
+TEST_F(OneTimeOutput, ThatCannotBeWrittenKeepsAnotherCode) {
+    const std::string graph = folder().write("wrong.toml", "[blocks.t]\ntype = \"Timer\"\n");
+    EXPECT_EQ(in_shell("exec \"$@\" 3>&2 > /dev/full", {{"check", graph}, true}).code, 78);
+}
+
 TEST_F(StandardOutput, ThatTheStarterClosedIsWrittenToNobody) {
     BusListener listener(bus());
     listener.listen_for_farewells();
