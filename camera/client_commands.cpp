@@ -1,10 +1,6 @@
 #include "camera/client_commands.hpp"
 
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <iostream>
 #include <string_view>
 #include <system_error>
 
@@ -15,6 +11,7 @@
 #include "common/bus.hpp"
 #include "common/json_node.hpp"
 #include "common/line_text.hpp"
+#include "common/print_text.hpp"
 
 namespace camera {
 namespace {
@@ -116,16 +113,6 @@ void check_state(const tool::JsonNode<>& state) {
 
 }  // namespace
 
-void print_out(const std::string& text) {
-    std::signal(SIGPIPE, SIG_IGN);
-    errno = 0;
-    std::cout << text << std::flush;
-    // Whoever closed the pipe (`| head`) has seen enough.
-    if (!std::cout.good() && errno != EPIPE)
-        throw Failure(ExitCode::unavailable,
-                      std::string("cannot write to the standard output: ") + std::strerror(errno));
-}
-
 void give_order(const std::string& bus, const char* order, const std::string& argument) {
     (void)Client(bus).give(order, "s", argument.c_str());
 }
@@ -175,7 +162,7 @@ tool::Json camera_state(const std::string& bus) {
 
 void show_camera(const std::string& bus, Format format) {
     const tool::Json state = camera_state(bus);
-    print_out(format == Format::json ? tool::json_line(state) + '\n' : show_text(state));
+    tool::print_text(format == Format::json ? tool::json_line(state) + '\n' : show_text(state));
 }
 
 ExitCode activate_service(const std::string& service) {

@@ -35,10 +35,6 @@ struct FaultOptions {
 
 void set_fault(const std::string& bus, const FaultOptions& options);
 
-/// Prints text on stdout. A reader that has gone, as `head` does, has what it wanted.
-/// @throws tool::Failure (unavailable) when it cannot be written for another reason.
-void print_out(const std::string& text);
-
 /// The camera's whole state, as `Camera::show` gives it; all its members were looked at.
 /// @throws tool::Failure (unavailable) too when the answer is of another form.
 [[nodiscard]] tool::Json camera_state(const std::string& bus);

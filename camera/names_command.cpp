@@ -8,6 +8,7 @@
 #include "camera/client_commands.hpp"
 #include "common/bus.hpp"
 #include "common/line_text.hpp"
+#include "common/print_text.hpp"
 
 namespace camera {
 namespace {
@@ -35,7 +36,7 @@ std::string fixed_names(bool members) {
 
 void print_names(const std::string& bus, const std::string& kind) {
     if (kind != "values") {
-        print_out(fixed_names(kind == "members"));
+        tool::print_text(fixed_names(kind == "members"));
         return;
     }
     const tool::Json state = camera_state(bus);
@@ -44,7 +45,7 @@ void print_names(const std::string& bus, const std::string& kind) {
         if (tool::one_line(name) == name)
             names += name + '\n';
     }
-    print_out(names);
+    tool::print_text(names);
 }
 
 }  // namespace camera

@@ -222,7 +222,7 @@ class Session {
             stop();
         else
             end(ExitCode::unavailable,
-                std::string("cannot write to the standard output: ") + std::strerror(error));
+                std::string("cannot write to stdout: ") + std::strerror(error));
     }
 
     /// Ends the loop; the first reason counts.

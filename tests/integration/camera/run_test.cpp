@@ -118,8 +118,7 @@ TEST_F(CameraRun, SaysThatItsLinesCannotBeWritten) {
         run_program({"sh", "-c", R"("$0" run --private-bus > /dev/full)", FENWA_CAMERA_PROGRAM},
                     {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
     EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err,
-              "fenwa-camera: cannot write to the standard output: No space left on device\n");
+    EXPECT_EQ(ended.err, "fenwa-camera: cannot write to stdout: No space left on device\n");
     EXPECT_FALSE(files_left_behind());
 }
 

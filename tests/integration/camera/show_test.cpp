@@ -128,8 +128,7 @@ TEST_F(CameraShow, SaysThatItCannotBeWrittenUnlessNobodyReadsIt) {
         const std::string line = "\"$0\" " + command + " " + address_argument;
         const Ended full = run_program({"sh", "-c", line + " > /dev/full", FENWA_CAMERA_PROGRAM});
         EXPECT_EQ(full.code, 69) << command;
-        EXPECT_EQ(full.err,
-                  "fenwa-camera: cannot write to the standard output: No space left on device\n");
+        EXPECT_EQ(full.err, "fenwa-camera: cannot write to stdout: No space left on device\n");
         const Ended closed = run_program(
             {"sh", "-c", "{ sleep 0.2; " + line + "; echo $? >&2; } | true", FENWA_CAMERA_PROGRAM});
         EXPECT_EQ(closed.err, "0\n") << command;
