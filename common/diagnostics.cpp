@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <memory>
 #include <sstream>
+#include <utility>
 
-#include "common/suggestion.hpp"
 #include "common/terminal.hpp"
 
 namespace tool {
@@ -108,22 +108,21 @@ void Diagnostics::warning(Position where, std::string text, std::string help) {
 void Diagnostics::add(Entry entry) {
     entry.text = one_line(shortened(entry.text, longest_text));
     entry.help = one_line(shortened(entry.help, longest_text));
-    if (known_.emplace(entry.severity, entry.where, entry.text).second)
-        entries_.push_back(std::move(entry));
+    if (known_.count({entry.severity, entry.where, entry.text}) != 0)
+        return;
+    Count& count = this->count(entry.severity);
+    ++count.all;
+    if (count.kept == most_kept)
+        return;
+    ++count.kept;
+    known_.emplace(entry.severity, entry.where, entry.text);
+    entries_.push_back(std::move(entry));
+    if (listener_)
+        listener_(entries_.back());
 }
 
-std::size_t Diagnostics::count(Severity severity) const noexcept {
-    return static_cast<std::size_t>(
-        std::count_if(entries_.begin(), entries_.end(),
-                      [severity](const Entry& entry) { return entry.severity == severity; }));
-}
-
-std::size_t Diagnostics::errors() const noexcept {
-    return count(Severity::error);
-}
-
-std::size_t Diagnostics::warnings() const noexcept {
-    return count(Severity::warning);
+std::size_t Diagnostics::not_kept(Severity severity) const noexcept {
+    return count(severity).all - count(severity).kept;
 }
 
 std::vector<std::string> Diagnostics::error_sentences() const {
@@ -142,8 +141,6 @@ std::string Diagnostics::locate(Position where) const {
 }
 
 void Diagnostics::print(std::ostream& out, bool color) {
-    if (printed_ == entries_.size())
-        return;
     std::vector<const Entry*> sorted;
     for (; printed_ < entries_.size(); ++printed_)
         sorted.push_back(&entries_[printed_]);
@@ -151,12 +148,10 @@ void Diagnostics::print(std::ostream& out, bool color) {
                      [](const Entry* a, const Entry* b) { return a->where < b->where; });
 
     const Palette palette(color);
-    std::size_t errors = 0;
     std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;
     for (const Entry* entry : sorted) {
         const bool is_error = entry->severity == Severity::error;
-        errors += is_error ? 1 : 0;
         out << palette.bold << one_line(locate(entry->where)) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
             << palette.reset << entry->text << '\n';
@@ -170,14 +165,30 @@ void Diagnostics::print(std::ostream& out, bool color) {
         if (!entry->help.empty())
             out << palette.cyan << "help: " << palette.reset << entry->help << '\n';
     }
+    print_counts(out);
+}
 
-    const std::size_t warnings = sorted.size() - errors;
-    out << one_line(file_) << ": ";
-    if (errors != 0)
-        out << counted(errors, "error") << (warnings != 0 ? ", " : "");
-    if (warnings != 0)
-        out << counted(warnings, "warning");
-    out << '\n';
+void Diagnostics::print_counts(std::ostream& out) {
+    const auto print_line = [&](std::size_t errors, std::size_t warnings, const char* what) {
+        if (errors + warnings == 0)
+            return;
+        out << one_line(file_) << ": ";
+        if (errors != 0)
+            out << counted(errors, "error") << (warnings != 0 ? ", " : "");
+        if (warnings != 0)
+            out << counted(warnings, "warning");
+        out << what << '\n';
+    };
+    Count& errors = count(Severity::error);
+    Count& warnings = count(Severity::warning);
+    const auto take_not_kept = [](Count& count) {
+        return count.all - count.kept -
+               std::exchange(count.printed_not_kept, count.all - count.kept);
+    };
+    const std::size_t errors_not_kept = take_not_kept(errors);
+    print_line(errors_not_kept, take_not_kept(warnings), " more, which are not shown");
+    const std::size_t new_errors = errors.all - std::exchange(errors.printed, errors.all);
+    print_line(new_errors, warnings.all - std::exchange(warnings.printed, warnings.all), "");
 }
 
 }  // namespace tool

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <set>
 #include <string>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "common/line_text.hpp"
+#include "common/suggestion.hpp"
 
 namespace tool {
 
@@ -31,9 +34,24 @@ struct Position {
 ///     type = "TemperaturReader"
 ///            ^
 ///     help: did you mean 'TemperatureReader'?
+///
+/// A file may hold as many mistakes as it has bytes: of the errors, and of the warnings, those that
+/// are found first are kept, and the others are counted.
 class Diagnostics {
   public:
     enum class Severity { error, warning };
+
+    /// One mistake, as it is printed.
+    struct Entry {
+        Severity severity;
+        Position where;
+        std::string text;
+        std::string help;
+    };
+
+    /// So many errors, and so many warnings, are kept, and so much of the text of each.
+    static constexpr std::size_t most_kept = 1000;
+    static constexpr std::size_t longest_text = 2000;
 
     /// `file` is the name as the user typed it.
     explicit Diagnostics(std::string file) : file_(std::move(file)) {}
@@ -47,10 +65,27 @@ class Diagnostics {
     /// there with the same severity, place and text is not added twice.
     void error(Position where, std::string text, std::string help = {});
     void warning(Position where, std::string text, std::string help = {});
+    /// Adds one that another has collected.
+    void add(Entry entry);
+    /// Counts mistakes that another has not kept.
+    void count_more(Severity severity, std::size_t n) noexcept { count(severity).all += n; }
 
-    [[nodiscard]] std::size_t errors() const noexcept;
-    [[nodiscard]] std::size_t warnings() const noexcept;
-    /// Each error as a sentence, its help behind a semicolon, in the order in which they were
+    /// Has every mistake that is kept from here on told to `listener`.
+    void listen(std::function<void(const Entry&)> listener) { listener_ = std::move(listener); }
+
+    /// For all the unknown names of the file together.
+    [[nodiscard]] Suggester& suggester() noexcept { return suggester_; }
+    [[nodiscard]] std::string did_you_mean(std::string_view typed,
+                                           const std::vector<std::string>& candidates) {
+        return suggester_.did_you_mean(typed, candidates);
+    }
+
+    /// Those that are not kept included.
+    [[nodiscard]] std::size_t errors() const noexcept { return count(Severity::error).all; }
+    [[nodiscard]] std::size_t warnings() const noexcept { return count(Severity::warning).all; }
+    /// How many of them are not kept.
+    [[nodiscard]] std::size_t not_kept(Severity severity) const noexcept;
+    /// Each kept error as a sentence, its help behind a semicolon, in the order in which they were
     /// added.
     [[nodiscard]] std::vector<std::string> error_sentences() const;
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
@@ -58,27 +93,35 @@ class Diagnostics {
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
     [[nodiscard]] std::string locate(Position where) const;
 
-    /// What was added since the last time, in file order, then a line with the count. Prints
-    /// nothing where there is nothing new. Of a very long line only the part around the place is
-    /// quoted.
+    /// What was added since the last time, in file order, then a line with the count, and before it
+    /// how many are not kept. Prints nothing where there is nothing new. Of a very long line only
+    /// the part around the place is quoted.
     void print(std::ostream& out, bool color);
 
   private:
-    struct Entry {
-        Severity severity;
-        Position where;
-        std::string text;
-        std::string help;
+    struct Count {
+        std::size_t all = 0;
+        std::size_t kept = 0;
+        std::size_t printed = 0;           ///< of all
+        std::size_t printed_not_kept = 0;  ///< of those that are not kept
     };
 
-    void add(Entry entry);
-    [[nodiscard]] std::size_t count(Severity severity) const noexcept;
+    [[nodiscard]] const Count& count(Severity severity) const noexcept {
+        return counts_[static_cast<std::size_t>(severity)];
+    }
+    [[nodiscard]] Count& count(Severity severity) noexcept {
+        return counts_[static_cast<std::size_t>(severity)];
+    }
+    void print_counts(std::ostream& out);
 
     std::string file_;
     std::vector<std::string> lines_;
     std::vector<Entry> entries_;
     std::set<std::tuple<Severity, Position, std::string>> known_;
     std::size_t printed_ = 0;  ///< the entries before this one have been printed
+    std::array<Count, 2> counts_;
+    Suggester suggester_;
+    std::function<void(const Entry&)> listener_;
 };
 
 }  // namespace tool

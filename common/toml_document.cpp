@@ -9,7 +9,6 @@
 #include <sstream>
 
 #include "common/exit_code.hpp"
-#include "common/suggestion.hpp"
 #include "common/toml_nesting.hpp"
 
 namespace tool {
@@ -156,6 +155,30 @@ std::vector<TomlEntry> in_file_order(const toml::table& table) {
     return entries;
 }
 
+namespace {
+
+void report_zero_bytes_in(const toml::node& node, Diagnostics& diagnostics) {
+    if (const toml::table* table = node.as_table()) {
+        report_zero_bytes(*table, diagnostics);
+    } else if (const toml::array* array = node.as_array()) {
+        for (const toml::node& element : *array)
+            report_zero_bytes_in(element, diagnostics);
+    } else if (const auto* text = node.as_string()) {
+        if (text->get().find('\0') != std::string::npos)
+            diagnostics.error(position(node), "the string holds a zero byte");
+    }
+}
+
+}  // namespace
+
+void report_zero_bytes(const toml::table& table, Diagnostics& diagnostics) {
+    for (const auto& [key, value] : table) {
+        if (key.str().find('\0') != std::string_view::npos)
+            diagnostics.error(position(key), "the key holds a zero byte");
+        report_zero_bytes_in(value, diagnostics);
+    }
+}
+
 const toml::node* TableReader::find(std::string_view key) {
     asked_.emplace_back(key);
     return table_.get(key);
@@ -257,7 +280,7 @@ void TableReader::report_unknown_keys() {
     for (const TomlEntry& entry : in_file_order(table_)) {
         if (std::find(asked_.begin(), asked_.end(), entry.key) == asked_.end())
             diagnostics_.error(entry.where, "unknown key '" + entry.key + "' in " + what_,
-                               did_you_mean(entry.key, asked_));
+                               diagnostics_.did_you_mean(entry.key, asked_));
     }
 }
 

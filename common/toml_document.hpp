@@ -47,6 +47,10 @@ struct TomlEntry {
 /// The entries of a table in the order in which they stand in the file (toml++ sorts by name).
 [[nodiscard]] std::vector<TomlEntry> in_file_order(const toml::table& table);
 
+/// Reports every key and every string that holds a zero byte, at its place: what is handed on as a
+/// C string, such as a path or a name on the bus, would end there.
+void report_zero_bytes(const toml::table& table, Diagnostics& diagnostics);
+
 /// Reads the known keys of a table; each mistake becomes a diagnostic at its place. `what` names
 /// the table in sentences, such as "[bus]" or "the step".
 class TableReader {

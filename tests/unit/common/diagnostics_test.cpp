@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace tool {
@@ -180,6 +181,47 @@ TEST(Diagnostics, PlacesAreLocatedInTheFile) {
     EXPECT_EQ(diagnostics.locate({7, 3}), "some/file.toml:7:3");
     EXPECT_EQ(diagnostics.locate({}), "some/file.toml");
     EXPECT_EQ(diagnostics.file(), "some/file.toml");
+}
+
+TEST(Diagnostics, OfVeryManyTheFirstAreKeptAndTheOthersCounted) {
+    Diagnostics diagnostics("f");
+    for (std::uint32_t i = 1; i <= Diagnostics::most_kept + 5; ++i) {
+        diagnostics.warning({i, 1}, "w");
+        if (i > 3)
+            diagnostics.error({i, 2}, "e");
+    }
+    EXPECT_EQ(diagnostics.errors(), 1002U);
+    EXPECT_EQ(diagnostics.warnings(), 1005U);
+    EXPECT_EQ(diagnostics.not_kept(Diagnostics::Severity::error), 2U);
+    const std::string text = printed(diagnostics);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2002);
+    EXPECT_TRUE(
+        text.ends_with("\nf:1003:2: error: e\n"
+                       "f: 2 errors, 5 warnings more, which are not shown\n"
+                       "f: 1002 errors, 1005 warnings\n"))
+        << text.substr(text.size() - 200);
+    EXPECT_EQ(printed(diagnostics), "");
+    diagnostics.error({9, 9}, "e");
+    EXPECT_EQ(printed(diagnostics), "f: 1 error more, which are not shown\nf: 1 error\n");
+    diagnostics.count_more(Diagnostics::Severity::warning, 7);
+    EXPECT_EQ(diagnostics.warnings(), 1012U);
+}
+
+TEST(Diagnostics, VeryLongTextIsShortened) {
+    Diagnostics diagnostics("f");
+    diagnostics.error({1, 1}, std::string(1'000'000, 'x'), std::string(1'000'000, 'y'));
+    EXPECT_LT(printed(diagnostics).size(), 2 * Diagnostics::longest_text + 100);
+}
+
+TEST(Diagnostics, AreToldToAListenerOnce) {
+    Diagnostics diagnostics("f");
+    diagnostics.error({1, 1}, "before");
+    std::vector<std::string> told;
+    diagnostics.listen([&told](const Diagnostics::Entry& entry) { told.push_back(entry.text); });
+    diagnostics.error({1, 1}, "before");
+    diagnostics.warning({2, 1}, "after");
+    diagnostics.warning({2, 1}, "after");
+    EXPECT_EQ(told, std::vector<std::string>{"after"});
 }
 
 TEST(Diagnostics, NounsAreCounted) {

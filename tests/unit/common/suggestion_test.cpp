@@ -53,5 +53,28 @@ TEST(Suggestion, LongNamesAreNoTypingMistakes) {
     EXPECT_EQ(did_you_mean(std::string(1'000'000, 'a'), {std::string(1'000'000, 'a')}), "");
 }
 
+TEST(Suggestion, WorkForManyNamesIsLimited) {
+    std::vector<std::string> known;
+    for (int i = 0; i < 20'000; ++i)
+        known.push_back(std::string(250, 'a') + std::to_string(i));
+    Suggester suggester;
+    std::size_t helped = 0;
+    for (const std::string& name : known)
+        helped += suggester.did_you_mean(name + "x", known).empty() ? 0U : 1U;
+    EXPECT_LT(helped, 100U);
+    // Nothing is left, also for a small question.
+    EXPECT_EQ(suggester.did_you_mean("ou", {"out"}), "");
+    EXPECT_EQ(did_you_mean("ou", {"out"}), "did you mean 'out'?");
+}
+
+TEST(Suggestion, OfOrdinaryTextsEveryNameIsHelped) {
+    std::vector<std::string> known;
+    for (int i = 0; i < 1000; ++i)
+        known.push_back("block-" + std::to_string(i));
+    Suggester suggester;
+    for (int i = 0; i < 20; ++i)
+        EXPECT_NE(suggester.did_you_mean("blokc-" + std::to_string(i), known), "") << i;
+}
+
 }  // namespace
 }  // namespace tool

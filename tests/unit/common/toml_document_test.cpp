@@ -95,5 +95,21 @@ TEST_F(TomlDocument, MissingFileIsUnreadable) {
     }
 }
 
+TEST_F(TomlDocument, ZeroBytesAreReportedInKeysAndStringsHoweverDeep) {
+    const auto table =
+        read("a = \"x\\u0000y\"\n[t]\n\"k\\u0000\" = [1, [\"ok\", \"\\u0000\"]]\nz = \"0\"\n");
+    ASSERT_TRUE(table);
+    report_zero_bytes(*table, diagnostics_);
+    std::ostringstream text;
+    diagnostics_.print(text, false);
+    EXPECT_EQ(text.str(),
+              "file.toml:1:5: error: the string holds a zero byte\na = \"x\\u0000y\"\n    ^\n"
+              "file.toml:3:1: error: the key holds a zero byte\n"
+              "\"k\\u0000\" = [1, [\"ok\", \"\\u0000\"]]\n^\n"
+              "file.toml:3:24: error: the string holds a zero byte\n"
+              "\"k\\u0000\" = [1, [\"ok\", \"\\u0000\"]]\n                       ^\n"
+              "file.toml: 3 errors\n");
+}
+
 }  // namespace
 }  // namespace tool
