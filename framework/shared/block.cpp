@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "framework/shared/block_state.hpp"
+#include "framework/shared/port_watch.hpp"
 
 namespace Fenwa {
 namespace {
@@ -111,11 +112,13 @@ InPortInternal* Block::add_inport(std::unique_ptr<InPortProvider> provider) {
     InPortInternal* const port = provider->get_port();
     state_->providers.push_back(std::move(provider));
     state_->inports.push_back(port);
+    PortWatch::added(port);
     return port;
 }
 
 OutPortInternal* Block::add_outport(std::unique_ptr<OutPortInternal> port) {
     state_->outports.push_back(std::move(port));
+    PortWatch::added(state_->outports.back().get());
     return state_->outports.back().get();
 }
 

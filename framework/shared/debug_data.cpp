@@ -13,7 +13,7 @@ class Store final : public DebugDataStore {
   public:
     RegisteredBlock register_block(const Block& block, const BlockConfiguration& /*config*/,
                                    const BlockConfiguration& /*extra*/) override {
-        if (ThreadSilence::of_this_thread() != nullptr)
+        if (ThreadSilence::of_this_thread() != nullptr || ThreadSilence::is_of_whole_process())
             return RegisteredBlock(0);
         const std::lock_guard lock(mutex_);
         blocks_.emplace(++last_ticket_, block.get_name());
@@ -26,6 +26,8 @@ class Store final : public DebugDataStore {
             if (own != silence->debug_values().end())
                 return own->second;
         }
+        if (ThreadSilence::is_of_whole_process())
+            return std::nullopt;
         const std::lock_guard lock(mutex_);
         const auto found = values_.find(key);
         return found == values_.end() ? std::nullopt : std::optional(found->second);
@@ -36,6 +38,8 @@ class Store final : public DebugDataStore {
             silence->debug_values().insert_or_assign(std::move(key), std::move(value));
             return;
         }
+        if (ThreadSilence::is_of_whole_process())
+            return;
         const std::lock_guard lock(mutex_);
         const auto entry = values_.insert_or_assign(std::move(key), std::move(value)).first;
         if (listener_)

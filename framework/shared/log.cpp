@@ -70,7 +70,8 @@ void set_log_sink(LogSink sink) {
 }  // namespace Fenwa
 
 void logger(int level, const char* format, ...) {
-    if (Fenwa::ThreadSilence::of_this_thread() != nullptr)
+    if (Fenwa::ThreadSilence::of_this_thread() != nullptr ||
+        Fenwa::ThreadSilence::is_of_whole_process())
         return;
     std::va_list arguments;
     va_start(arguments, format);

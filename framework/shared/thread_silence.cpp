@@ -1,9 +1,12 @@
 #include "framework/shared/thread_silence.hpp"
 
+#include <atomic>
+
 namespace Fenwa {
 namespace {
 
 thread_local ThreadSilence* innermost = nullptr;
+std::atomic<bool> whole_process = false;
 
 }  // namespace
 
@@ -17,6 +20,14 @@ ThreadSilence::~ThreadSilence() {
 
 ThreadSilence* ThreadSilence::of_this_thread() noexcept {
     return innermost;
+}
+
+void ThreadSilence::of_whole_process() noexcept {
+    whole_process.store(true);
+}
+
+bool ThreadSilence::is_of_whole_process() noexcept {
+    return whole_process.load(std::memory_order_relaxed);
 }
 
 }  // namespace Fenwa

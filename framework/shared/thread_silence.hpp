@@ -25,6 +25,13 @@ class FENWA_API ThreadSilence {
     /// The debug data that was set meanwhile.
     [[nodiscard]] std::map<std::string, DebugValue>& debug_values() noexcept { return values_; }
 
+    /// From here on no thread of the process is heard, for a process that is thrown away after it
+    /// has tried something out: nobody's lines and debug data are kept, except a silent thread's
+    /// own for itself. Takes no lock, because a process that was forked off others' threads may
+    /// never get it.
+    static void of_whole_process() noexcept;
+    [[nodiscard]] static bool is_of_whole_process() noexcept;
+
   private:
     ThreadSilence* outer_;
     std::map<std::string, DebugValue> values_;

@@ -72,4 +72,18 @@ TEST_F(ThreadSilenceTest, ListsNoBlocks) {
     EXPECT_EQ(Fenwa::debug_data_blocks(), Lines{});
 }
 
+TEST_F(ThreadSilenceTest, OfTheWholeProcessCoversEveryThread) {
+    EXPECT_EXIT(
+        {
+            ThreadSilence::of_whole_process();
+            const ThreadSilence own;
+            const bool is_kept = speak("own").has_value();
+            std::thread([] { speak("other"); }).join();
+            const bool is_heard =
+                !log.take().empty() || !keys.empty() || debug_data().get_value("other").has_value();
+            std::_Exit(is_heard ? 1 : is_kept ? 0 : 2);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 }  // namespace

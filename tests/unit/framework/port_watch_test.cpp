@@ -1,0 +1,40 @@
+#include "framework/shared/port_watch.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "fenwa/block.hpp"
+
+namespace {
+
+using Fenwa::PortWatch;
+
+/// Throws after it has added two ports.
+struct Unfinished : Fenwa::Block {
+    Unfinished() : Block("unfinished", {}) {
+        add_inport(
+            std::make_unique<Fenwa::InPort<double>>("in", Fenwa::datatype_of<double>(), true));
+        add_outport(std::make_unique<Fenwa::OutPort<int>>("out", Fenwa::datatype_of<int>()));
+        throw std::runtime_error("not finished");
+    }
+};
+
+TEST(PortWatch, IsToldOfThePortsOfABlockThatIsNotFinished) {
+    std::string seen;
+    const auto note = [&seen](const auto& port) {
+        seen += port.name() + ' ' + port.datatype().path() + '\n';
+    };
+    {
+        const PortWatch watch(note, note);
+        EXPECT_THROW(Unfinished(), std::runtime_error);
+        std::thread([] { EXPECT_THROW(Unfinished(), std::runtime_error); }).join();
+    }
+    EXPECT_THROW(Unfinished(), std::runtime_error);
+    EXPECT_EQ(seen, "in " + Fenwa::datatype_of<double>().path() + "\nout " +
+                        Fenwa::datatype_of<int>().path() + '\n');
+}
+
+}  // namespace
