@@ -1,7 +1,5 @@
 #include "host/block_types.hpp"
 
-#include "common/suggestion.hpp"
-#include "host/plugin_loader.hpp"
 #include "host/timer_block.hpp"
 
 namespace host {
@@ -15,28 +13,35 @@ BlockTypes::BlockTypes(sd_event* loop) {
                                });
 }
 
-bool BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
+PluginLoader BlockTypes::make_loader(const std::vector<std::string>& plugin_dirs,
+                                     const std::string& graph_file) {
+    return PluginLoader(plugin_folders(plugin_dirs),
+                        std::filesystem::path(graph_file).parent_path(), registry_);
+}
+
+void BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                       tool::Diagnostics& diagnostics) {
-    PluginLoader loader(plugin_folders(plugin_dirs),
-                        std::filesystem::path(diagnostics.file()).parent_path(), registry_);
-    bool quiet = true;
+    PluginLoader loader = make_loader(plugin_dirs, diagnostics.file());
     for (const PlacedName& plugin : graph.plugins) {
         try {
             loader.load(plugin.text);
         } catch (const PluginError& error) {
+            set_incomplete();
             diagnostics.error(plugin.where, error.what(), error.help());
-            quiet = quiet && !error.thrown();
         }
     }
-    return quiet;
+}
+
+bool BlockTypes::may_be_missing(const BlockEntry& entry) const {
+    return incomplete_ && entry.type.where.line != 0 && registry_.find(entry.type.text) == nullptr;
 }
 
 const Fenwa::BlockFactory* BlockTypes::find(const BlockEntry& entry,
                                             tool::Diagnostics& diagnostics) const {
     const Fenwa::BlockFactory* const factory = registry_.find(entry.type.text);
-    if (factory == nullptr && entry.type.where.line != 0) {
+    if (factory == nullptr && entry.type.where.line != 0 && !incomplete_) {
         diagnostics.error(entry.type.where, "unknown block type '" + entry.type.text + "'",
-                          tool::did_you_mean(entry.type.text, registry_.type_names()));
+                          diagnostics.did_you_mean(entry.type.text, registry_.type_names()));
     }
     return factory;
 }

@@ -8,6 +8,7 @@
 #include "common/diagnostics.hpp"
 #include "framework/shared/block_registry.hpp"
 #include "host/graph.hpp"
+#include "host/plugin_loader.hpp"
 
 namespace host {
 
@@ -18,16 +19,26 @@ class BlockTypes {
     explicit BlockTypes(sd_event* loop);
 
     /// Loads the graph's plug-ins; each mistake becomes a diagnostic.
-    /// @returns false when an entry point threw.
-    bool load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
+    void load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
               tool::Diagnostics& diagnostics);
 
-    /// The factory of a block's type; null, with a diagnostic, where there is none.
+    /// For plug-ins one by one. This object outlives it. @param graph_file paths are seen from it.
+    [[nodiscard]] PluginLoader make_loader(const std::vector<std::string>& plugin_dirs,
+                                           const std::string& graph_file);
+    /// A plug-in is missing: a type that is unknown may be one of its types.
+    void set_incomplete() noexcept { incomplete_ = true; }
+
+    /// Whether a block has a type that only a missing plug-in may have.
+    [[nodiscard]] bool may_be_missing(const BlockEntry& entry) const;
+
+    /// The factory of a block's type; null where there is none, with a diagnostic where no plug-in
+    /// is missing.
     [[nodiscard]] const Fenwa::BlockFactory* find(const BlockEntry& entry,
                                                   tool::Diagnostics& diagnostics) const;
 
   private:
     Fenwa::BlockRegistry registry_;
+    bool incomplete_ = false;
 };
 
 }  // namespace host

@@ -7,10 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <iostream>
+#include <sstream>
 #include <system_error>
+#include <utility>
 
 // This release of the C library declares it without.
 extern "C" {
@@ -39,6 +43,10 @@ void settle_in(pid_t parent) {
     // sanitizer's, is to come before it, and nobody looks for a core.
     for (const int crash : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
         std::signal(crash, SIG_DFL);
+    // A parent that has a signal served elsewhere holds it back here.
+    sigset_t nothing;
+    sigemptyset(&nothing);
+    sigprocmask(SIG_SETMASK, &nothing, nullptr);
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
     const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -58,35 +66,42 @@ void write_whole(int fd, const std::string& text) {
 /// Cuts what comes through a pipe into lines.
 class LineReader {
   public:
-    LineReader(int fd, const std::function<void(const std::string&)>& on_line)
-        : fd_(fd), on_line_(on_line) {}
+    LineReader(int fd, const LineReceiver& on_line) : fd_(fd), on_line_(on_line) {}
 
-    static constexpr int most = 4096;  ///< bytes at a time
+    static constexpr int most = 65536;  ///< bytes at a time
 
     /// Takes some of what is there. @returns false at the end of it all.
     bool read_some() {
-        char buffer[most];
-        const ssize_t n = read(fd_, buffer, sizeof buffer);
+        const ssize_t n = read(fd_, buffer_.data(), buffer_.size());
         if (n <= 0)
             return n < 0 && (errno == EAGAIN || errno == EINTR);
-        text_.append(buffer, static_cast<std::size_t>(n));
         std::size_t begin = 0;
-        for (std::size_t end = 0; (end = text_.find('\n', begin)) != std::string::npos;
-             begin = end + 1)
-            on_line_(text_.substr(begin, end - begin));
+        std::size_t from = text_.size();  // no line ends before it
+        text_.append(buffer_.data(), static_cast<std::size_t>(n));
+        for (std::size_t end = 0; (end = text_.find('\n', from)) != std::string::npos;
+             begin = from = end + 1)
+            anew_ = on_line_(text_.substr(begin, end - begin)) || anew_;
         text_.erase(0, begin);
         return true;
     }
 
+    /// Whether one of the lines since the last time has given the child its time anew.
+    bool take_anew() { return std::exchange(anew_, false); }
+
   private:
     int fd_;
-    const std::function<void(const std::string&)>& on_line_;
+    const LineReceiver& on_line_;
+    std::array<char, most> buffer_;
     std::string text_;
+    bool anew_ = false;
 };
 
 /// Hands lines on until the child has ended. @returns false when its time is over.
-bool serve(LineReader& lines, int pipe, int child, Clock::time_point deadline) {
+bool serve(LineReader& lines, int pipe, int child, std::chrono::microseconds limit) {
+    Clock::time_point deadline = Clock::now() + limit;
     for (;;) {
+        if (lines.take_anew())
+            deadline = Clock::now() + limit;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         if (left.count() <= 0)
             return false;
@@ -107,9 +122,7 @@ bool serve(LineReader& lines, int pipe, int child, Clock::time_point deadline) {
 }  // namespace
 
 ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
-                      std::chrono::microseconds limit,
-                      const std::function<void(const std::string& line)>& on_line) {
-    const Clock::time_point deadline = Clock::now() + limit;
+                      std::chrono::microseconds limit, const LineReceiver& on_line) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) < 0)
         fail("cannot make a pipe");
@@ -123,7 +136,11 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
         fail("cannot make a process");
     if (pid == 0) {
         settle_in(parent);
-        work([&](const std::string& line) { write_whole(to_parent.get(), line + '\n'); });
+        try {
+            work([&](const std::string& line) { write_whole(to_parent.get(), line + '\n'); });
+        } catch (...) {
+            _exit(1);  // nothing of the parent's is to be unwound here
+        }
         _exit(0);
     }
     to_parent.close();
@@ -131,7 +148,7 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     fcntl(from_child.get(), F_SETFL, O_NONBLOCK);
     const Descriptor child(pidfd_open(pid, 0));
     LineReader lines(from_child.get(), on_line);
-    const bool ended = child.get() >= 0 && serve(lines, from_child.get(), child.get(), deadline);
+    const bool ended = child.get() >= 0 && serve(lines, from_child.get(), child.get(), limit);
     // Those that it started, too; its number is not given to another before it is waited for.
     kill(-pid, SIGKILL);
     kill(pid, SIGKILL);
@@ -148,6 +165,21 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
         return {true, 0, 0};
     return {false, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
             WIFEXITED(status) ? WEXITSTATUS(status) : 0};
+}
+
+std::string misbehaviour(const ChildEnd& end, const std::string& phase,
+                         std::chrono::microseconds limit) {
+    if (end.timed_out) {
+        std::ostringstream text;
+        text << "did not come back from " << phase << " within "
+             << std::chrono::duration<double>(limit).count() << " s";
+        return text.str();
+    }
+    if (end.signal == 0)
+        return "ended the process in " + phase + " with exit code " + std::to_string(end.code);
+    const char* const name = sigabbrev_np(end.signal);
+    return "crashed in " + phase + ": " +
+           (name == nullptr ? "signal " + std::to_string(end.signal) : "SIG" + std::string(name));
 }
 
 }  // namespace host

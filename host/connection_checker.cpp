@@ -1,39 +1,56 @@
 #include "host/connection_checker.hpp"
 
-#include "common/suggestion.hpp"
+#include <algorithm>
+
 #include "host/port_value.hpp"
 
 namespace host {
 namespace {
 
+using Fenwa::PortInfo;
 using tool::Diagnostics;
+using Ports = std::vector<PortInfo>;
 
-/// The block of a connection's end; null, with a diagnostic where it is due, for one whose ports
-/// cannot be looked at.
-const ConnectableBlock* find_block(const Endpoint& end, const BlocksByName& blocks,
-                                   const std::vector<std::string>& names,
-                                   Diagnostics& diagnostics) {
+/// The block of a connection's end; null, with a diagnostic where it is due, where there is none.
+const BlockPorts* find_block(const Endpoint& end, const PortsByName& blocks,
+                             const std::vector<std::string>& names, Diagnostics& diagnostics) {
     if (end.block.empty())  // reported when it was read
         return nullptr;
     const auto found = blocks.find(end.block);
     if (found != blocks.end())
-        return found->second.block == nullptr ? nullptr : &found->second;
+        return &found->second;
     diagnostics.error(end.where, "no block '" + end.block + "' in the graph",
-                      tool::did_you_mean(end.block, names));
+                      diagnostics.did_you_mean(end.block, names));
     return nullptr;
 }
 
-void report_unknown_port(const Endpoint& end, const char* kind, const char* other_kind,
-                         bool is_other_kind, const std::vector<std::string>& names,
-                         Diagnostics& diagnostics) {
-    if (is_other_kind) {
+const PortInfo* find_port(const Ports& ports, const std::string& name) {
+    const auto found = std::find_if(ports.begin(), ports.end(),
+                                    [&name](const PortInfo& port) { return port.name == name; });
+    return found == ports.end() ? nullptr : &*found;
+}
+
+/// The port of a connection's end; null, with a diagnostic, where the block is known not to have
+/// it.
+/// @param ports of the kind that is wanted; @param others of the other one.
+const PortInfo* find_port(const Endpoint& end, const BlockPorts& block, const Ports& ports,
+                          const char* kind, const Ports& others, const char* other_kind,
+                          Diagnostics& diagnostics) {
+    const PortInfo* const port = find_port(ports, end.port);
+    if (port != nullptr || !block.complete)
+        return port;
+    if (find_port(others, end.port) != nullptr) {
         diagnostics.error(end.where,
                           "'" + end.text() + "' is an " + other_kind + ", not an " + kind);
-        return;
+        return nullptr;
     }
+    std::vector<std::string> names;
+    for (const PortInfo& each : ports)
+        names.push_back(each.name);
     diagnostics.error(end.where,
                       "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
-                      port_help(end.port, kind, names));
+                      port_help(end.port, kind, names, diagnostics.suggester()));
+    return nullptr;
 }
 
 }  // namespace
@@ -50,9 +67,16 @@ std::vector<std::string> ConnectableBlock::inport_names() const {
     return names;
 }
 
+BlockPorts ports_of(const ConnectableBlock& block) {
+    BlockPorts ports{block.block->get_inports_info(), block.block->get_outports_info(), true};
+    for (const std::string& name : block.terminations->names())
+        ports.inputs.push_back({name, block.terminations->find(name)->datatype()});
+    return ports;
+}
+
 std::string port_help(const std::string& typed, const char* kind,
-                      const std::vector<std::string>& names) {
-    std::string help = tool::did_you_mean(typed, names);
+                      const std::vector<std::string>& names, tool::Suggester& suggester) {
+    std::string help = suggester.did_you_mean(typed, names);
     if (help.empty()) {
         help = names.empty() ? "it has no " + std::string(kind) + "s" : "it has: ";
         for (const std::string& name : names)
@@ -61,35 +85,30 @@ std::string port_help(const std::string& typed, const char* kind,
     return help;
 }
 
-void check_connections(const Graph& graph, const BlocksByName& blocks, Diagnostics& diagnostics) {
+void check_connections(const Graph& graph, const PortsByName& blocks, Diagnostics& diagnostics) {
     std::map<std::string, Position> connected;
     std::vector<std::string> names;
-    for (const auto& [name, block] : blocks)
+    for (const auto& [name, ports] : blocks)
         names.push_back(name);
-    for (const Connection& connection : graph.connections) {
-        const ConnectableBlock* const from =
-            find_block(connection.from, blocks, names, diagnostics);
-        const ConnectableBlock* const to = find_block(connection.to, blocks, names, diagnostics);
-        const auto [first, is_new] = connected.emplace(connection.to.text(), connection.to.where);
-        if (!is_new && !connection.to.block.empty())
-            diagnostics.error(connection.to.where, "'" + connection.to.text() +
-                                                       "' is connected already, at " +
-                                                       diagnostics.locate(first->second));
-        const Fenwa::OutPortInternal* out = nullptr;
-        if (from != nullptr && (out = from->block->get_outport(connection.from.port)) == nullptr)
-            report_unknown_port(connection.from, "output", "input",
-                                from->inport(connection.from.port) != nullptr,
-                                from->block->get_outport_names(), diagnostics);
-        const Fenwa::InPortInternal* in = nullptr;
-        if (to != nullptr && (in = to->inport(connection.to.port)) == nullptr)
-            report_unknown_port(connection.to, "input", "output",
-                                to->block->get_outport(connection.to.port) != nullptr,
-                                to->inport_names(), diagnostics);
-        if (out != nullptr && in != nullptr && out->datatype() != in->datatype())
-            diagnostics.error(connection.to.where, "'" + connection.to.text() + "' takes " +
-                                                       type_name(in->datatype()) + ", but '" +
-                                                       connection.from.text() + "' gives " +
-                                                       type_name(out->datatype()));
+    for (const auto& [from, to] : graph.connections) {
+        const BlockPorts* const source = find_block(from, blocks, names, diagnostics);
+        const BlockPorts* const target = find_block(to, blocks, names, diagnostics);
+        const auto [first, is_new] = connected.emplace(to.text(), to.where);
+        if (!is_new && !to.block.empty())
+            diagnostics.error(to.where, "'" + to.text() + "' is connected already, at " +
+                                            diagnostics.locate(first->second));
+        const PortInfo* const out = source == nullptr
+                                        ? nullptr
+                                        : find_port(from, *source, source->outputs, "output",
+                                                    source->inputs, "input", diagnostics);
+        const PortInfo* const in = target == nullptr
+                                       ? nullptr
+                                       : find_port(to, *target, target->inputs, "input",
+                                                   target->outputs, "output", diagnostics);
+        if (out != nullptr && in != nullptr && out->datatype != in->datatype)
+            diagnostics.error(to.where, "'" + to.text() + "' takes " + type_name(in->datatype) +
+                                            ", but '" + from.text() + "' gives " +
+                                            type_name(out->datatype));
     }
 }
 

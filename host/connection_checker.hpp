@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/diagnostics.hpp"
+#include "common/suggestion.hpp"
 #include "fenwa/block.hpp"
 #include "host/graph.hpp"
 #include "host/terminations.hpp"
@@ -25,13 +26,28 @@ struct ConnectableBlock {
 /// The blocks of a graph by name.
 using BlocksByName = std::map<std::string, ConnectableBlock>;
 
+/// What a connection needs to know of a block's ports.
+struct BlockPorts {
+    std::vector<Fenwa::PortInfo> inputs;  ///< those that the host provides after the block's own
+    std::vector<Fenwa::PortInfo> outputs;
+    /// False for a block that could not be constructed: it may have had more ports to add.
+    bool complete = false;
+};
+
+/// The ports of the blocks of a graph, by the blocks' names.
+using PortsByName = std::map<std::string, BlockPorts>;
+
+/// The ports of a block that is there.
+[[nodiscard]] BlockPorts ports_of(const ConnectableBlock& block);
+
 /// Helps with the name of a port that is none: the nearest of `names`, or all of them.
 /// @param kind "input", "output" or "port".
 [[nodiscard]] std::string port_help(const std::string& typed, const char* kind,
-                                    const std::vector<std::string>& names);
+                                    const std::vector<std::string>& names,
+                                    tool::Suggester& suggester);
 
-/// Checks the ends of all connections against the blocks that are there.
-void check_connections(const Graph& graph, const BlocksByName& blocks,
+/// Checks the ends of all connections, as far as the ports of their blocks are known.
+void check_connections(const Graph& graph, const PortsByName& blocks,
                        tool::Diagnostics& diagnostics);
 
 }  // namespace host

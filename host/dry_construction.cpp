@@ -6,9 +6,6 @@
 #include "fenwa/sdbus_error.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
-#include "framework/shared/log_sink.hpp"
-#include "host/activity.hpp"
-#include "host/log_to_stderr.hpp"
 
 namespace host {
 
@@ -48,23 +45,11 @@ std::optional<Fenwa::ConfigurationError> check_type(const std::string& key, cons
 
 }  // namespace
 
-Silence::Silence(Scope scope) : scope_(scope) {
-    if (scope_ == Scope::whole_process)
-        Fenwa::set_log_sink([](int, const std::string&) {});
-}
-
-Silence::~Silence() {
-    if (scope_ == Scope::whole_process)
-        Fenwa::set_log_sink(log_to_stderr);
-}
-
 DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
                    const Fenwa::BlockConfiguration& config, DryTools& tools,
                    const std::function<void(const char*)>& on_phase) {
-    std::optional<Activity> activity;
     const auto enter = [&](const char* next) {
         phase = next;
-        activity.emplace("block", name.c_str(), next);
         if (on_phase)
             on_phase(next);
     };
@@ -91,48 +76,81 @@ std::string describe(const std::exception_ptr& exception) {
     }
 }
 
-DryConstruction::~DryConstruction() {
-    while (!kept_.empty())
-        kept_.pop_back();
+DryConstruction::DryConstruction(const BlockEntry& entry, const BlockTypes& types,
+                                 Diagnostics& diagnostics, Strictness strictness,
+                                 DryProgress progress)
+    : entry_(entry),
+      types_(types),
+      diagnostics_(diagnostics),
+      strictness_(strictness),
+      progress_(std::move(progress)) {}
+
+void DryConstruction::enter(const char* phase, bool exploring) {
+    exploring_ = exploring;
+    if (progress_.on_phase)
+        progress_.on_phase(phase, exploring);
 }
 
-ConnectableBlock DryConstruction::build(const BlockEntry& entry) {
-    const Fenwa::BlockFactory* const factory = types_.find(entry, diagnostics_);
-    if (factory == nullptr)
-        return {};
-    const auto recorder =
-        std::make_shared<KeyRecorder>([this, &entry](const Fenwa::ConfigurationError& error) {
-            const Setting* const setting = entry.find(error.key());
-            // A kind of value that no block can be given was reported when it was read.
-            if (setting == nullptr || setting->value)
-                report(error, entry, diagnostics_);
-        });
-    DryBlock dry(*factory, entry.name,
-                 Fenwa::ConfigurationAccess::observed(entry.configuration(), recorder), tools_);
+void DryConstruction::on_mistake(const Fenwa::ConfigurationError& error) {
+    if (!exploring_ && progress_.on_invented)
+        progress_.on_invented();
+    const Setting* const setting = entry_.find(error.key());
+    // A kind of value that no block can be given was reported when it was read. Without settings
+    // that have changed there may be nothing to reconfigure with.
+    if (setting == nullptr ? !exploring_ : setting->value.has_value())
+        report(error, entry_, diagnostics_);
+}
+
+bool DryConstruction::build() {
+    factory_ = types_.find(entry_, diagnostics_);
+    if (factory_ == nullptr)
+        return false;
+    recorder_ = std::make_shared<KeyRecorder>(
+        [this](const Fenwa::ConfigurationError& error) { on_mistake(error); });
+    DryBlock dry(*factory_, entry_.name,
+                 Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_), tools_,
+                 [this](const char* phase) { enter(phase, false); });
     if (dry.failure != nullptr) {
-        if (recorder->invented_a_value())
-            for (const UnreadKey& miss : recorder->near_misses(entry))
-                warn(miss, entry);
+        if (recorder_->invented_a_value())
+            for (const UnreadKey& miss : recorder_->near_misses(entry_, diagnostics_.suggester()))
+                warn(miss);
         else
-            complain(entry, dry);
-        return {};
+            complain(dry);
+        enter("its destructor", false);
+        return false;
     }
     if (dry.block == nullptr) {
-        diagnostics_.error(entry.where, "the factory of " + describe(entry) + " gave no block");
-        return {};
+        diagnostics_.error(entry_.where, "the factory of " + describe(entry_) + " gave no block");
+        return false;
     }
-    find_unread_keys(*recorder, entry, *factory);
     // What a block makes of a value that is not in the file is no mistake of its own.
     Diagnostics unheard({});
-    Terminations terminations(dry.settings, *dry.block, entry,
-                              recorder->invented_a_value() ? unheard : diagnostics_);
-    const Kept& kept = kept_.emplace_back(Kept{std::move(dry.block), std::move(terminations)});
-    return {kept.block.get(), &kept.terminations};
+    terminations_ = Terminations(dry.settings, *dry.block, entry_,
+                                 recorder_->invented_a_value() ? unheard : diagnostics_);
+    block_ = std::move(dry.block);
+    return true;
 }
 
-void DryConstruction::find_unread_keys(const KeyRecorder& recorder, const BlockEntry& entry,
-                                       const Fenwa::BlockFactory& factory) {
-    const std::vector<UnreadKey> unread = recorder.unread_keys(entry);
+ConnectableBlock DryConstruction::block() const {
+    return block_ == nullptr ? ConnectableBlock() : ConnectableBlock{block_.get(), &terminations_};
+}
+
+void DryConstruction::destroy() {
+    enter("its destructor", false);
+    block_.reset();
+}
+
+void DryConstruction::find_unread_keys() {
+    if (!recorder_->has_unread_keys(entry_))
+        return;
+    enter("reconfigure", true);
+    try {
+        const Fenwa::BlockConfiguration config = Fenwa::HostAccess::configuration(*block_);
+        block_->reconfigure(config, config);
+    } catch (...) {
+        // It has told which keys it reads until then.
+    }
+    const std::vector<UnreadKey> unread = recorder_->unread_keys(entry_, diagnostics_.suggester());
     if (unread.empty())
         return;
     // Without them the block tells which of them it has defaults for. It is recorded once more, so
@@ -141,53 +159,55 @@ void DryConstruction::find_unread_keys(const KeyRecorder& recorder, const BlockE
     for (const UnreadKey& key : unread)
         unread_names.insert(key.key);
     BlockEntry read;
-    for (const Setting& setting : entry.settings) {
+    for (const Setting& setting : entry_.settings) {
         if (unread_names.count(setting.key) == 0)
             read.add(setting);
     }
     const DryBlock dry(
-        factory, entry.name,
+        *factory_, entry_.name,
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
-        tools_);
+        tools_, [this](const char* phase) { enter(phase, true); });
     for (const UnreadKey& key : unread) {
         const Fenwa::BlockConfiguration::Value* const fallback =
             dry.block == nullptr ? nullptr
                                  : Fenwa::ConfigurationAccess::find(
                                        Fenwa::HostAccess::configuration(*dry.block), key.key);
         if (fallback == nullptr) {
-            warn(key, entry);
+            warn(key);
             unread_.push_back(key);
-        } else if (const auto error = check_type(key.key, *entry.find(key.key)->value, *fallback)) {
-            report(*error, entry, diagnostics_);
+        } else if (const auto error =
+                       check_type(key.key, *entry_.find(key.key)->value, *fallback)) {
+            report(*error, entry_, diagnostics_);
         }
     }
+    enter("its destructor", true);
 }
 
-void DryConstruction::warn(const UnreadKey& unread, const BlockEntry& entry) {
-    diagnostics_.warning(unread.where, describe(unread, entry), unread.help);
+void DryConstruction::warn(const UnreadKey& unread) {
+    diagnostics_.warning(unread.where, describe(unread, entry_), unread.help);
 }
 
-void DryConstruction::complain(const BlockEntry& entry, const DryBlock& dry) {
+void DryConstruction::complain(const DryBlock& dry) {
     try {
         std::rethrow_exception(dry.failure);
     } catch (const Fenwa::ConfigurationError& error) {
-        report(error, entry, diagnostics_);
+        report(error, entry_, diagnostics_);
     } catch (const Fenwa::SDBusError&) {
         if (strictness_ == Strictness::alone)
             diagnostics_.warning(
-                entry.where, describe(entry) + " cannot be checked: it needs a bus to be built");
+                entry_.where, describe(entry_) + " cannot be checked: it needs a bus to be built");
         else if (strictness_ == Strictness::in_a_run)
-            complain_of_throw(entry, dry);
+            complain_of_throw(dry);
     } catch (...) {
         if (strictness_ != Strictness::before_a_run)
-            complain_of_throw(entry, dry);
+            complain_of_throw(dry);
     }
 }
 
-void DryConstruction::complain_of_throw(const BlockEntry& entry, const DryBlock& dry) {
-    diagnostics_.error(entry.where,
-                       describe(entry) + " threw in " + dry.phase + ": " + describe(dry.failure));
-    ++throws_;
+void DryConstruction::complain_of_throw(const DryBlock& dry) {
+    diagnostics_.error(entry_.where,
+                       describe(entry_) + " threw in " + dry.phase + ": " + describe(dry.failure));
+    threw_ = true;
 }
 
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,

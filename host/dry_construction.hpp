@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -14,7 +12,6 @@
 #include "fenwa/registry.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/ready_queue.hpp"
-#include "framework/shared/thread_silence.hpp"
 #include "host/block_types.hpp"
 #include "host/connection_checker.hpp"
 #include "host/graph.hpp"
@@ -22,24 +19,6 @@
 #include "host/terminations.hpp"
 
 namespace host {
-
-/// Keeps what dry blocks log and what they set in the debug-data store from being seen. Outlives
-/// them, because they may log when they are destroyed.
-class Silence {
-  public:
-    /// Beside running blocks only the thread that constructs is silenced, and the log sink stays
-    /// as it is; a command that runs none silences threads of the dry blocks too.
-    enum class Scope { this_thread, whole_process };
-
-    explicit Silence(Scope scope);
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-    ~Silence();
-
-  private:
-    Scope scope_;
-    Fenwa::ThreadSilence thread_;
-};
 
 /// What a dry block lives on: a bus that is not there, and a queue that nobody empties. Outlives
 /// the blocks.
@@ -71,47 +50,68 @@ struct DryBlock {
 /// is none any more.
 enum class Strictness { alone, before_a_run, in_a_run };
 
-/// Builds the blocks of a graph on a bus that is not there, and says of each mistake where it is:
-/// unknown types, missing, mistyped and unread keys, wrong terminations, exceptions. Of one block
-/// it is independent of all others. A Silence outlives it.
+/// Told how a dry construction goes on, in case that it never ends; each may be empty.
+struct DryProgress {
+    /// A phase begins. @param exploring whether what happens in it is no mistake of the graph's: a
+    ///        running block is not called so.
+    std::function<void(const char* phase, bool exploring)> on_phase;
+    /// The block is given a value that it has not been configured with: what comes of it is most
+    /// likely no mistake of its own.
+    std::function<void()> on_invented;
+};
+
+/// Builds a block of a graph on a bus that is not there, and says of each mistake where it is:
+/// unknown type, missing, mistyped and unread keys, wrong terminations, exceptions.
 class DryConstruction {
   public:
-    DryConstruction(const BlockTypes& types, tool::Diagnostics& diagnostics, Strictness strictness)
-        : types_(types), diagnostics_(diagnostics), strictness_(strictness) {}
+    /// All outlive this object.
+    DryConstruction(const BlockEntry& entry, const BlockTypes& types,
+                    tool::Diagnostics& diagnostics, Strictness strictness,
+                    DryProgress progress = {});
     DryConstruction(const DryConstruction&) = delete;
     DryConstruction& operator=(const DryConstruction&) = delete;
-    /// Destroys the blocks, the last one first.
-    ~DryConstruction();
 
-    /// The block with its terminations, owned by this object, or an empty one.
-    ConnectableBlock build(const BlockEntry& entry);
+    /// Builds it and sets it up. @returns whether it is there.
+    bool build();
 
-    /// What those that were built have not read, and have no default for either: of a key that a
-    /// block only reads at times, its own table of defaults knows.
+    /// After `build`, of a block that is there: warns of the keys that it reads neither then nor in
+    /// `reconfigure`, and has no default for either. A key that a block only reads at times is
+    /// known to its own table of defaults. The block is reconfigured, if there is something to be
+    /// learnt of it.
+    void find_unread_keys();
+    /// Those that it has warned of.
     [[nodiscard]] const std::vector<UnreadKey>& unread_keys() const noexcept { return unread_; }
 
-    /// Blocks that threw something other than a ConfigurationError.
-    [[nodiscard]] std::size_t throws() const noexcept { return throws_; }
+    [[nodiscard]] const BlockEntry& entry() const noexcept { return entry_; }
+    /// The block with its terminations, owned by this object; an empty one where it is not there.
+    [[nodiscard]] ConnectableBlock block() const;
+
+    /// Whether the block threw something other than a ConfigurationError, and that was reported.
+    [[nodiscard]] bool threw() const noexcept { return threw_; }
+
+    /// Destroys the block.
+    void destroy();
 
   private:
-    struct Kept {
-        std::unique_ptr<Fenwa::Block> block;
-        Terminations terminations;
-    };
+    void enter(const char* phase, bool exploring);
+    void on_mistake(const Fenwa::ConfigurationError& error);
+    void warn(const UnreadKey& unread);
+    void complain(const DryBlock& dry);
+    void complain_of_throw(const DryBlock& dry);
 
-    void find_unread_keys(const KeyRecorder& recorder, const BlockEntry& entry,
-                          const Fenwa::BlockFactory& factory);
-    void warn(const UnreadKey& unread, const BlockEntry& entry);
-    void complain(const BlockEntry& entry, const DryBlock& dry);
-    void complain_of_throw(const BlockEntry& entry, const DryBlock& dry);
-
+    const BlockEntry& entry_;
     const BlockTypes& types_;
     tool::Diagnostics& diagnostics_;
     Strictness strictness_;
-    std::size_t throws_ = 0;
+    DryProgress progress_;
+    const Fenwa::BlockFactory* factory_ = nullptr;
+    std::shared_ptr<KeyRecorder> recorder_;
+    bool exploring_ = false;
+    bool threw_ = false;
     std::vector<UnreadKey> unread_;
     DryTools tools_;
-    std::deque<Kept> kept_;  ///< referred to, so that they must not move
+    std::unique_ptr<Fenwa::Block> block_;
+    Terminations terminations_;
 };
 
 /// Reports a ConfigurationError of a block at its key, or at the block where the key is missing.

@@ -22,25 +22,22 @@ using tool::Json;
 /// that has some.
 Json describe_file(const GraphOptions& options, ExitCode& code) {
     tool::Diagnostics diagnostics(options.graph);
-    BlockTypes types(nullptr);
-    Json description;
-    const auto look = [&description](const Graph& graph, const BlocksByName& blocks) {
-        Json described = Json::array();
-        for (const BlockEntry& entry : graph.blocks) {
-            const ConnectableBlock& block = blocks.at(entry.name);
-            described.push_back(describe_block(
-                entry, block,
-                block.block == nullptr ? entry.configuration()
-                                       : Fenwa::HostAccess::configuration(*block.block)));
-        }
-        description = {{"blocks", std::move(described)},
-                       {"connections", describe_connections(graph)}};
+    const auto look = [](const DryConstruction& dry) {
+        return describe_block(dry.entry(), dry.block(),
+                              Fenwa::HostAccess::configuration(*dry.block().block));
     };
-    code = read_and_check(options.graph, options.plugin_dirs, types, diagnostics, Strictness::alone,
-                          look)
-               .code;
+    const CheckedGraph checked =
+        read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::alone, look);
+    code = checked.code;
     diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
-    return code == ExitCode::done ? description : Json();
+    if (code != ExitCode::done)
+        return {};
+    Json blocks = Json::array();
+    for (const BlockEntry& entry : checked.graph->blocks) {
+        const Json& seen = checked.probe.blocks.at(entry.name).look;
+        blocks.push_back(seen.is_null() ? describe_block(entry, {}, entry.configuration()) : seen);
+    }
+    return {{"blocks", std::move(blocks)}, {"connections", describe_connections(*checked.graph)}};
 }
 
 Picture picture_of_host(const ControlTarget& target) {

@@ -22,7 +22,7 @@ struct GraphOptions {
 /// Draws a graph: one of a file with its ports, datatypes and connections as a check finds them;
 /// one of a running host with its values, and the services that its blocks have talked to. The
 /// mistakes of a file go to stderr; one with errors is not drawn.
-/// @returns as `check` does for a file.
+/// @returns as `check` does for a file; what that throws is thrown too.
 /// @throws tool::Failure `usage` when none or both are asked for, `unreadable` when the file cannot
 ///         be read, `unavailable` when there is no such host or it cannot be rendered.
 [[nodiscard]] tool::ExitCode draw_graph(const GraphOptions& options);

@@ -101,6 +101,9 @@ std::optional<Fenwa::BlockConfiguration::Value> read_setting(const std::string& 
 
 namespace {
 
+/// With all its tables: each key in a table holds the table's name, which may be half the file.
+constexpr std::size_t longest_key = 1024;
+
 /// Flattens a table of settings to dotted keys.
 void read_settings(const toml::table& table, const std::string& prefix, BlockEntry& block,
                    Diagnostics& diagnostics) {
@@ -108,6 +111,11 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
         if (prefix.empty() && entry.key == "type")
             continue;
         const std::string key = prefix + entry.key;
+        if (key.size() > longest_key) {
+            diagnostics.error(entry.where, "the key is longer than " + std::to_string(longest_key) +
+                                               " bytes with the tables that it stands in");
+            continue;
+        }
         if (const toml::table* inner = entry.value->as_table()) {
             read_settings(*inner, key + '.', block, diagnostics);
             continue;
@@ -193,6 +201,7 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
     const std::optional<toml::table> root = tool::read_toml(path, diagnostics);
     if (!root)
         return std::nullopt;
+    tool::report_zero_bytes(*root, diagnostics);
     Graph graph;
     TableReader reader(*root, "the graph", diagnostics);
     graph.plugins = read_names(reader.array("plugins"), "'plugins'", diagnostics);

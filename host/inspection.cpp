@@ -2,8 +2,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
-#include <sstream>
 #include <unordered_set>
 
 #include "common/exit_code.hpp"
@@ -145,28 +143,6 @@ void build(const InspectedPlugin& plugin, const std::string& type,
     send.phase("its destructor");
 }
 
-std::string seconds(std::chrono::microseconds time) {
-    std::ostringstream text;
-    text << std::chrono::duration<double>(time).count();
-    return text.str();
-}
-
-/// What a child did that has not sent its end; none where it has.
-std::optional<Misbehaviour> misbehaviour(const ChildEnd& end, const InspectedPlugin& plugin,
-                                         const std::string& phase) {
-    using Kind = Misbehaviour::Kind;
-    if (end.timed_out)
-        return Misbehaviour{Kind::hung, "did not come back from " + phase + " within " +
-                                            seconds(plugin.limit) + " s"};
-    if (end.signal == 0)
-        return Misbehaviour{Kind::crashed, "ended the process in " + phase + " with exit code " +
-                                               std::to_string(end.code)};
-    const char* const name = sigabbrev_np(end.signal);
-    return Misbehaviour{Kind::crashed, "crashed in " + phase + ": " +
-                                           (name == nullptr ? "signal " + std::to_string(end.signal)
-                                                            : "SIG" + std::string(name))};
-}
-
 /// Does `work` in a child, with what it sends in the hands of `on_message`.
 /// @returns what it did that it should not.
 std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
@@ -185,7 +161,7 @@ std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
         [&](const std::string& line) {
             Json message = Json::parse(line, nullptr, false);
             if (!message.is_object())  // written by somebody else
-                return;
+                return false;
             if (message.contains("end"))
                 ended = true;
             else if (message.contains("phase"))
@@ -197,8 +173,12 @@ std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
                 threw = {Misbehaviour::Kind::threw, message["did"]};
             else
                 on_message(message);
+            return false;
         });
-    return ended ? threw : misbehaviour(end, plugin, phase);
+    if (ended)
+        return threw;
+    return Misbehaviour{end.timed_out ? Misbehaviour::Kind::hung : Misbehaviour::Kind::crashed,
+                        misbehaviour(end, phase, plugin.limit)};
 }
 
 }  // namespace

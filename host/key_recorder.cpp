@@ -1,8 +1,9 @@
 #include "host/key_recorder.hpp"
 
-#include "common/suggestion.hpp"
+#include <algorithm>
 
 namespace host {
+
 std::string describe(const UnreadKey& unread, const BlockEntry& entry) {
     return "no " + entry.type.text + " reads the key '" + unread.key + "'";
 }
@@ -23,20 +24,27 @@ bool KeyRecorder::on_error(const Fenwa::ConfigurationError& error) {
     return true;
 }
 
-std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry) const {
+bool KeyRecorder::has_unread_keys(const BlockEntry& entry) const {
+    return std::any_of(entry.settings.begin(), entry.settings.end(),
+                       [this](const Setting& setting) { return is_unread(setting); });
+}
+
+std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry,
+                                                tool::Suggester& suggester) const {
     std::vector<UnreadKey> unread;
     for (const Setting& setting : entry.settings) {
-        // One without a value is reported already.
-        if (setting.value && !asked_for(setting.key))
-            unread.push_back({setting.key, setting.where, tool::did_you_mean(setting.key, asked_)});
+        if (is_unread(setting))
+            unread.push_back(
+                {setting.key, setting.where, suggester.did_you_mean(setting.key, asked_)});
     }
     return unread;
 }
 
-std::vector<UnreadKey> KeyRecorder::near_misses(const BlockEntry& entry) const {
+std::vector<UnreadKey> KeyRecorder::near_misses(const BlockEntry& entry,
+                                                tool::Suggester& suggester) const {
     std::vector<UnreadKey> misses;
     for (const Setting& setting : entry.settings) {
-        std::string help = tool::did_you_mean(setting.key, missing_);
+        std::string help = suggester.did_you_mean(setting.key, missing_);
         if (!help.empty() && !asked_for(setting.key))
             misses.push_back({setting.key, setting.where, std::move(help)});
     }

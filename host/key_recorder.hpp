@@ -38,15 +38,23 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     /// then is most likely no mistake of its own.
     [[nodiscard]] bool invented_a_value() const noexcept { return invented_; }
 
+    /// Whether there are settings of the block that it has not asked for.
+    [[nodiscard]] bool has_unread_keys(const BlockEntry& entry) const;
     /// The block's settings that it has not asked for.
-    [[nodiscard]] std::vector<UnreadKey> unread_keys(const BlockEntry& entry) const;
+    [[nodiscard]] std::vector<UnreadKey> unread_keys(const BlockEntry& entry,
+                                                     tool::Suggester& suggester) const;
 
     /// The same for a block that has not lived to read all its keys: only those that look like one
     /// that it misses.
-    [[nodiscard]] std::vector<UnreadKey> near_misses(const BlockEntry& entry) const;
+    [[nodiscard]] std::vector<UnreadKey> near_misses(const BlockEntry& entry,
+                                                     tool::Suggester& suggester) const;
 
   private:
     [[nodiscard]] bool asked_for(const std::string& key) const { return is_asked_.count(key) != 0; }
+    /// One without a value is reported already.
+    [[nodiscard]] bool is_unread(const Setting& setting) const {
+        return setting.value && !asked_for(setting.key);
+    }
 
     std::function<void(const Fenwa::ConfigurationError&)> on_mistake_;
     std::function<void(const Fenwa::KeyRead&)> on_read_;

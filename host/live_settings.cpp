@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <set>
+#include <system_error>
 
 #include "common/exit_code.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "host/control_names.hpp"
-#include "host/dry_construction.hpp"
 #include "host/graph_difference.hpp"
+#include "host/graph_probe.hpp"
 #include "host/graph_reader.hpp"
 #include "host/port_access.hpp"
+#include "host/settings_message.hpp"
 
 namespace host {
 namespace {
@@ -19,6 +22,7 @@ namespace {
 using Fenwa::BlockConfiguration;
 using Fenwa::ConfigurationAccess;
 using tool::Diagnostics;
+using tool::Json;
 
 /// What a block that cannot be built dry is told: what it was built with, with what is given now
 /// laid over it. The default of a key that it was given then is not known.
@@ -33,6 +37,15 @@ BlockConfiguration lay_over(const RunningGraph& graph, const BlockEntry& entry,
                                                "' is not known; to take it away needs a restart");
     }
     return graph.built_with(entry.name) + entry.configuration();
+}
+
+/// What a block will run with, and what it does not read.
+Json look_at(const DryConstruction& dry) {
+    Json unread = Json::array();
+    for (const UnreadKey& key : dry.unread_keys())
+        unread.push_back(Json::array({key.key, key.help}));
+    return {{"settings", to_message(Fenwa::HostAccess::configuration(*dry.block().block))},
+            {"unread", std::move(unread)}};
 }
 
 /// A file that can be read again without waiting for anybody.
@@ -62,7 +75,7 @@ std::string list_names(const std::vector<std::string>& names) {
 
 }  // namespace
 
-LiveSettings::LiveSettings(std::string path, RunningGraph& graph, const BlockTypes& types)
+LiveSettings::LiveSettings(std::string path, RunningGraph& graph, BlockTypes& types)
     : path_(std::move(path)), graph_(graph), types_(types) {}
 
 void LiveSettings::reload(bool color) noexcept {
@@ -88,6 +101,9 @@ void LiveSettings::reload(bool color) noexcept {
     } catch (const tool::Failure& failure) {
         tool::print_error_line(std::string("fenwa: ") + failure.what());
         say_refused();
+    } catch (const std::system_error& error) {
+        say(std::string("the settings cannot be checked: ") + error.what());
+        say_refused();
     } catch (...) {
         graph_.fail(std::current_exception());
     }
@@ -100,11 +116,18 @@ std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& d
     if (!next || next->blocks.empty())
         return std::nullopt;
     const std::vector<std::string> changed = compare_graphs(graph_.graph(), *next, diagnostics);
-    Settings settings;
-    for (const std::string& name : changed)
-        settings.emplace(name, complete(*next->find(name), diagnostics).configuration);
+    const std::set<std::string> is_changed(changed.begin(), changed.end());
+    std::vector<const BlockEntry*> entries;
+    for (const BlockEntry& entry : next->blocks) {
+        if (is_changed.count(entry.name) != 0)
+            entries.push_back(&entry);
+    }
+    const Complete after = complete(entries, diagnostics);
     if (diagnostics.errors() != 0)
         return std::nullopt;
+    Settings settings;
+    for (const auto& [name, block] : after)
+        settings.emplace(name, block.configuration);
     std::vector<std::string> told = quoted(changed);
     if (next->pace != graph_.graph().pace)
         told.insert(told.begin(), "[host]");
@@ -112,20 +135,32 @@ std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& d
     return told;
 }
 
-LiveSettings::Complete LiveSettings::complete(const BlockEntry& entry,
+LiveSettings::Complete LiveSettings::complete(const std::vector<const BlockEntry*>& entries,
                                               Diagnostics& diagnostics) const {
-    const Silence silence(Silence::Scope::this_thread);
+    ProbeJob before{types_, {}, {}, {}, Strictness::before_a_run};
+    for (const BlockEntry* entry : entries)
+        before.blocks.push_back(graph_.graph().find(entry->name));
     Diagnostics unheard(path_);
-    DryConstruction before(types_, unheard, Strictness::before_a_run);
-    // Where a block lives with what it has, but not without a bus, nothing is to be learnt from it.
-    if (before.build(*graph_.graph().find(entry.name)).block == nullptr)
-        return {lay_over(graph_, entry, diagnostics), {}};
-    DryConstruction dry(types_, diagnostics, Strictness::in_a_run);
-    const Fenwa::Block* const block = dry.build(entry).block;
-    if (block == nullptr)
-        return {};
-    return {ConfigurationAccess::observed(Fenwa::HostAccess::configuration(*block), nullptr),
-            dry.unread_keys()};
+    const Probe as_they_are = probe(before, unheard);
+    Complete complete;
+    ProbeJob after{types_, {}, {}, {}, Strictness::in_a_run, look_at};
+    for (const BlockEntry* entry : entries) {
+        if (as_they_are.blocks.at(entry->name).ports.complete)
+            after.blocks.push_back(entry);
+        else  // What it has is not enough without a bus, so that nothing is learnt from it.
+            complete[entry->name].configuration = lay_over(graph_, *entry, diagnostics);
+    }
+    const Probe as_they_will_be = probe(after, diagnostics);
+    for (const BlockEntry* entry : after.blocks) {
+        const Json& seen = as_they_will_be.blocks.at(entry->name).look;
+        if (seen.is_null())
+            continue;  // reported
+        CompleteBlock& block = complete[entry->name];
+        block.configuration = settings_from_message(seen.at("settings"));
+        for (const Json& key : seen.at("unread"))
+            block.unread.push_back({key.at(0), entry->where, key.at(1)});
+    }
+    return complete;
 }
 
 void LiveSettings::change(const std::string& block, const SettingList& changes) {
@@ -136,7 +171,14 @@ void LiveSettings::change(const std::string& block, const SettingList& changes) 
     for (const auto& change : changes)
         entry->set(change.key(), change.value());
     Diagnostics diagnostics(path_);
-    const Complete after = complete(*entry, diagnostics);
+    graph_.show_source_in(diagnostics);
+    CompleteBlock after;
+    try {
+        after = complete({entry}, diagnostics)[block];
+    } catch (const std::system_error& error) {
+        throw ControlRefusal(wrong_setting_error,
+                             std::string("the settings cannot be checked: ") + error.what());
+    }
     for (const UnreadKey& unread : after.unread) {
         const bool is_asked_for =
             std::any_of(changes.begin(), changes.end(),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,13 +14,14 @@
 namespace host {
 
 /// Gives the blocks of a running graph new settings, from its file and from clients. Everything is
-/// checked before the first block is told, by building each block that would be told dry, so that
-/// nothing is changed half. A block that throws anything but a ConfigurationError when it is told
-/// ends the host, as one that throws in `run` does. Thread of the loop.
+/// checked before the first block is told, by building each block that would be told dry, in a
+/// child process, so that nothing is changed half and no crash reaches the host. A block that
+/// throws anything but a ConfigurationError when it is told ends the host, as one that throws in
+/// `run` does. Thread of the loop.
 class LiveSettings {
   public:
     /// All outlive this object. @param path of the graph file.
-    LiveSettings(std::string path, RunningGraph& graph, const BlockTypes& types);
+    LiveSettings(std::string path, RunningGraph& graph, BlockTypes& types);
 
     /// Reads the file again and tells the blocks whose settings in it differ from those that they
     /// have now, a client's changes included. The file's pace holds from here on. A file that
@@ -34,19 +36,23 @@ class LiveSettings {
 
   private:
     /// All that a block would run with.
-    struct Complete {
+    struct CompleteBlock {
         Fenwa::BlockConfiguration configuration;
         std::vector<UnreadKey> unread;
     };
-    /// A mistake, also one that shows only when the block is built, is an error in `diagnostics`.
-    [[nodiscard]] Complete complete(const BlockEntry& entry, tool::Diagnostics& diagnostics) const;
+    using Complete = std::map<std::string, CompleteBlock>;
+    /// A mistake, also one that shows only when the block is built, is an error in `diagnostics`;
+    /// such a block is not in the result.
+    /// @throws std::system_error when no process can be made to build them in.
+    [[nodiscard]] Complete complete(const std::vector<const BlockEntry*>& entries,
+                                    tool::Diagnostics& diagnostics) const;
     /// @returns what has new settings, for a sentence; nothing where the file does not check.
     /// @throws tool::Failure when the file cannot be read; as `RunningGraph::reconfigure`.
     std::optional<std::vector<std::string>> reload_from(tool::Diagnostics& diagnostics);
 
     std::string path_;
     RunningGraph& graph_;
-    const BlockTypes& types_;
+    BlockTypes& types_;
 };
 
 }  // namespace host

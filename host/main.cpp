@@ -8,7 +8,7 @@ namespace {
 constexpr const char* exit_codes =
     "Exit codes: 0 done, a stop by signal included; 2 the command line is wrong; 66 a file cannot "
     "be read; 69 the bus cannot be reached, a name cannot be had, or the connection was lost; 70 "
-    "a block or a plug-in threw; 78 the graph is wrong.";
+    "a block or a plug-in threw, crashed or hung; 78 the graph is wrong.";
 
 }  // namespace
 

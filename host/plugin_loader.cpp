@@ -4,7 +4,6 @@
 
 #include <system_error>
 
-#include "common/suggestion.hpp"
 #include "host/activity.hpp"
 
 namespace host {
@@ -37,7 +36,16 @@ std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
     return folders;
 }
 
-fs::path PluginLoader::find(const std::string& plugin) const {
+fs::path PluginLoader::find(const std::string& plugin) {
+    const fs::path path = look_up(plugin);
+    std::error_code ignored;
+    // To open a FIFO or a device may wait for ever.
+    if (!fs::is_regular_file(path, ignored))
+        throw PluginError("the plug-in '" + plugin + "' is not a regular file");
+    return path;
+}
+
+fs::path PluginLoader::look_up(const std::string& plugin) {
     std::error_code ignored;
     if (plugin.find('/') != std::string::npos) {
         const fs::path path = base_ / plugin;
@@ -51,8 +59,10 @@ fs::path PluginLoader::find(const std::string& plugin) const {
             return fs::absolute(folder / plugin);
         looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
     }
+    if (!libraries_)
+        libraries_ = libraries_in(folders_);
     throw PluginError("no plug-in '" + plugin + "' (looked in " + looked_in + ")",
-                      tool::did_you_mean(plugin, libraries_in(folders_)));
+                      suggester_.did_you_mean(plugin, *libraries_));
 }
 
 void PluginLoader::load(const std::string& plugin) {

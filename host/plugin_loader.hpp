@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/suggestion.hpp"
 #include "fenwa/registry.hpp"
 
 namespace host {
@@ -45,15 +46,19 @@ class PluginLoader {
 
     /// The file of a plug-in. A name with a slash is a path; any other is looked up in the folders.
     /// @throws PluginError
-    [[nodiscard]] std::filesystem::path find(const std::string& plugin) const;
+    [[nodiscard]] std::filesystem::path find(const std::string& plugin);
 
     /// Finds and loads one plug-in and calls its entry point. @throws PluginError
     void load(const std::string& plugin);
 
   private:
+    [[nodiscard]] std::filesystem::path look_up(const std::string& plugin);
+
     std::vector<std::filesystem::path> folders_;
     std::filesystem::path base_;
     Fenwa::IRegistry& registry_;
+    std::optional<std::vector<std::string>> libraries_;  ///< in the folders, once one was not there
+    tool::Suggester suggester_;
 };
 
 }  // namespace host

@@ -27,10 +27,11 @@ Found find_block(const RunningGraph& graph, const std::string& port) {
 
 [[noreturn]] void refuse_unknown(const Endpoint& end, const char* kind,
                                  const std::vector<std::string>& names) {
+    tool::Suggester suggester;
     throw ControlRefusal(unknown_port_error,
                          "the block " + tool::in_quotes(end.block) + " has no " + kind + " " +
                              tool::in_quotes(end.port),
-                         port_help(end.port, kind, names));
+                         port_help(end.port, kind, names, suggester));
 }
 
 }  // namespace

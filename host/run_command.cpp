@@ -17,7 +17,6 @@
 #include "host/crash_report.hpp"
 #include "host/event_loop.hpp"
 #include "host/event_writer.hpp"
-#include "host/graph_reader.hpp"
 #include "host/journal.hpp"
 #include "host/live_settings.hpp"
 #include "host/log_to_stderr.hpp"
@@ -103,8 +102,8 @@ tool::EventSourcePtr settle_repeated_lines(const EventLoop& loop, EventWriter& e
 }
 
 /// Starts the blocks, serves them until the end and stops them.
-ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& types,
-               EventLoop& loop, EventWriter& events, tool::Diagnostics& diagnostics) {
+ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types, EventLoop& loop,
+               EventWriter& events, tool::Diagnostics& diagnostics) {
     // Blocks do not wait for a reader, as a list of mistakes does.
     drop_unread_lines();
     const std::string address = options.bus.value_or(graph.bus_address.text);
@@ -130,8 +129,8 @@ ExitCode serve(const RunOptions& options, const Graph& graph, const BlockTypes& 
         } catch (const Fenwa::ConfigurationError&) {
             diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
             return ExitCode::misconfigured;
-        } catch (const BlockFailure& error) {
-            tool::print_error_line(error.what());
+        } catch (BlockFailure& error) {
+            error.report().print(std::cerr, tool::use_color(options.color, stderr));
             return ExitCode::threw;
         } catch (const tool::Failure& error) {
             tool::print_error_line(std::string("fenwa: ") + error.what());
@@ -199,19 +198,24 @@ ExitCode run_graph(const RunOptions& options) {
         return code_after(out, code);
     };
     try {
-        // While there is nothing to stop, a signal ends the host: the graph may be a pipe.
-        std::optional<Graph> graph = read_graph(options.graph, diagnostics);
+        // While there is nothing to stop, a signal ends the host: the graph may be a pipe, and what
+        // is tried out in the check may take its time.
+        const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, diagnostics,
+                                                    Strictness::before_a_run);
+        diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+        if (checked.code != ExitCode::done)
+            return ended(checked.code);
         supervisor.stop_in_order();
         if (options.duration)
             supervisor.stop_after(*options.duration + start_limit);
         const ExitGuard guard;
         EventLoop loop(supervisor);
         BlockTypes types(&loop.get());
-        const CheckedGraph checked = check_read_graph(std::move(graph), options.plugin_dirs, types,
-                                                      diagnostics, Strictness::before_a_run);
-        diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
-        if (checked.code != ExitCode::done)
-            return ended(checked.code);
+        types.load(*checked.graph, options.plugin_dirs, diagnostics);
+        if (diagnostics.errors() != 0) {
+            diagnostics.print(std::cerr, tool::use_color(options.color, stderr));
+            return ended(ExitCode::misconfigured);
+        }
         if (loop.interrupted())
             return ended(ExitCode::done);
         return ended(serve(options, *checked.graph, types, loop, *events, diagnostics));

@@ -15,6 +15,13 @@ namespace host {
 
 using Fenwa::HostAccess;
 
+BlockFailure::BlockFailure(const tool::Diagnostics& file, Position where, const std::string& text)
+    : std::runtime_error(file.locate(where) + ": error: " + tool::one_line(text)),
+      report_(file.file()) {
+    report_.take_source(file);
+    report_.error(where, text);
+}
+
 RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
                            sd_event& loop, EventWriter& events, tool::Diagnostics& diagnostics)
     : graph_(std::move(graph)),
@@ -63,9 +70,9 @@ void RunningGraph::call(const Instance& instance, const char* phase, Call&& body
         report(error, *instance.entry, diagnostics);
         throw;
     } catch (...) {
-        throw BlockFailure(diagnostics.locate(instance.entry->where) +
-                           ": error: " + describe(*instance.entry) + " threw in " + phase + ": " +
-                           describe(std::current_exception()));
+        throw BlockFailure(diagnostics, instance.entry->where,
+                           describe(*instance.entry) + " threw in " + phase + ": " +
+                               describe(std::current_exception()));
     }
 }
 
@@ -100,7 +107,10 @@ bool RunningGraph::start(const std::function<bool()>& interrupted) {
         return false;
     const BlocksByName blocks = blocks_by_name();
     // Once more, with the real blocks: one that needs a bus to be built was not there before.
-    check_connections(graph_, blocks, diagnostics_);
+    PortsByName ports;
+    for (const auto& [name, block] : blocks)
+        ports.emplace(name, ports_of(block));
+    check_connections(graph_, ports, diagnostics_);
     if (diagnostics_.errors() != known)
         return false;
     connect(blocks);
@@ -275,14 +285,15 @@ void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& bef
 
 void RunningGraph::give_back(Instance& instance) {
     tool::Diagnostics unheard(diagnostics_.file());
+    show_source_in(unheard);
     try {
         // As both: a block that looks at what was before would refuse that once more.
         tell(instance, instance.settings, instance.settings, unheard);
     } catch (const Fenwa::ConfigurationError& error) {
         // With neither the new settings nor the old ones, nothing is known of it any more.
-        throw BlockFailure(diagnostics_.locate(instance.entry->where) +
-                           ": error: " + describe(*instance.entry) +
-                           " refuses the settings that it had: " + std::string(error.what()));
+        throw BlockFailure(
+            diagnostics_, instance.entry->where,
+            describe(*instance.entry) + " refuses the settings that it had: " + error.what());
     }
 }
 

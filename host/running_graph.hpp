@@ -27,7 +27,14 @@ namespace host {
 /// file, the block, its type, the phase, and what it threw.
 class BlockFailure : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    /// @param text what is wrong with the block; the diagnostics say in which file it stands.
+    BlockFailure(const tool::Diagnostics& file, Position where, const std::string& text);
+
+    /// The same with the line of the file, to be printed.
+    [[nodiscard]] tool::Diagnostics& report() noexcept { return report_; }
+
+  private:
+    tool::Diagnostics report_;
 };
 
 /// Told of an output that carries a new value, on the thread of the loop; must not throw.
@@ -105,6 +112,11 @@ class RunningGraph {
     /// Has every output that carries a new value told to `watcher`, too, instead of to one before;
     /// an empty one for nobody.
     void watch_outputs(OutputWatcher watcher) { watcher_ = std::move(watcher); }
+
+    /// Has mistakes that are found in the graph as it was read last shown with its lines.
+    void show_source_in(tool::Diagnostics& diagnostics) const {
+        diagnostics.take_source(diagnostics_);
+    }
 
     /// The graph as it was read last; its blocks are those that `block` finds.
     [[nodiscard]] const Graph& graph() const noexcept { return graph_; }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/suggestion.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 
@@ -111,7 +110,7 @@ Terminations::Terminations(const BlockConfiguration& settings, const Fenwa::Bloc
             if (std::holds_alternative<std::monostate>(first_value(datatype)))
                 complaints.error(
                     "the input '" + name + "' is of the unknown datatype '" + datatype.path() + "'",
-                    tool::did_you_mean(datatype.path(), known_datatypes()));
+                    diagnostics.did_you_mean(datatype.path(), known_datatypes()));
             // With a mistake too, so that connections to it are checked all the same.
             inputs_.push_back(std::make_unique<Input>(
                 name, datatype, read_first_value(name, datatype, unwatched, complaints)));

@@ -13,18 +13,22 @@ std::chrono::milliseconds read_interval(const Fenwa::BlockConfiguration& config)
     return std::chrono::milliseconds(interval);
 }
 
+Fenwa::OutPort<Fenwa::datatype_timersource>* add_out(Fenwa::Block& block) {
+    auto port = std::make_unique<Fenwa::OutPort<Fenwa::datatype_timersource>>(
+        "out", Fenwa::datatype_of<Fenwa::datatype_timersource>());
+    auto* const added = port.get();
+    block.add_outport(std::move(port));
+    return added;
+}
+
 }  // namespace
 
 TimerBlock::TimerBlock(std::string name, const Fenwa::BlockConfiguration& config, sd_event* loop)
     : Fenwa::Block(std::move(name), config),
+      out_(add_out(*this)),
       tick_(make_eventport("tick")),
       loop_(loop),
-      interval_(read_interval(config)) {
-    auto port = std::make_unique<Fenwa::OutPort<Fenwa::datatype_timersource>>(
-        "out", Fenwa::datatype_of<Fenwa::datatype_timersource>());
-    out_ = port.get();
-    add_outport(std::move(port));
-}
+      interval_(read_interval(config)) {}
 
 void TimerBlock::start() {
     begin();

@@ -136,6 +136,45 @@ struct AbortingAtTheEnd : Block {
     ~AbortingAtTheEnd() override { std::abort(); }
 };
 
+/// Adds an input "in" (double) and an output "out" (int), and then does what its key "then" says:
+/// "throws", "aborts", "hangs", "exits" or "needs a bus". After "returns" there is an output
+/// "late".
+struct HalfBuilt : Block {
+    HalfBuilt(std::string name, const BlockConfiguration& config, const Fenwa::InitTools& tools)
+        : Block(std::move(name), config) {
+        add_input<double>(*this, "in");
+        add_output<int>(*this, "out");
+        const std::string then = config.getString("then", "returns");
+        if (then == "throws")
+            throw std::runtime_error("thrown half-built");
+        if (then == "aborts")
+            std::abort();
+        if (then == "hangs")
+            wait_for_ever();
+        if (then == "exits")
+            std::exit(0);
+        if (then == "needs a bus")
+            tools.sdbus_tools->call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                           "org.freedesktop.DBus", "GetId", nullptr, nullptr);
+        add_output<double>(*this, "late");
+    }
+};
+
+/// Reads "rate" (int, 25) when it is reconfigured only, and says it. With "brittle" it aborts then.
+struct Adjustable : Block {
+    Adjustable(std::string name, const BlockConfiguration& config)
+        : Block(std::move(name), config), brittle_(config.getBool("brittle", false)) {}
+    void reconfigure(const BlockConfiguration& /*before*/,
+                     const BlockConfiguration& after) override {
+        say(*this, "rate " + std::to_string(after.getInt("rate", 25)));
+        if (brittle_)
+            std::abort();
+    }
+
+  private:
+    bool brittle_;
+};
+
 /// Says things on every way that there is.
 struct Talkative : Block {
     Talkative(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
@@ -163,5 +202,7 @@ int lib_register_cpp(Fenwa::IRegistry* registry) {
     registry->register_block<probe::ThrowingLater>("ThrowingLater");
     registry->register_block<probe::AbortingAtTheEnd>("AbortingAtTheEnd");
     registry->register_block<probe::Talkative>("Talkative");
+    registry->register_block<probe::HalfBuilt>("HalfBuilt");
+    registry->register_block<probe::Adjustable>("Adjustable");
     return 0;
 }

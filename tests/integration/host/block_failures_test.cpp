@@ -14,10 +14,10 @@ class BlockFailure : public HostTest {
             {"--for", "0.1"});
     }
 
-    /// A BlockFailure's line.
+    /// A BlockFailure in the form of every mistake.
     static std::string threw(const std::string& phase, const std::string& what) {
         return "graph.toml:4:9: error: block 'second' (Probe) threw in " + phase + ": " + what +
-               "\n";
+               "\n[blocks.second]\n        ^\ngraph.toml: 1 error\n";
     }
 
     static std::string last_line(const std::string& text) {

@@ -60,6 +60,7 @@ TEST_F(Check, KeyThatABlockReadsOnlyAtTimesIsNoMistake) {
     EXPECT_EQ(
         ended.err,
         "graph.toml:5:1: warning: no Settled reads the key 'hiden'\nhiden = 5\n^\n"
+        "help: did you mean 'hidden'?\n"
         "graph.toml:6:9: warning: block 'bound' (Settled) cannot be checked: it needs a bus to "
         "be built\n[blocks.bound]\n        ^\ngraph.toml: 2 warnings\n"
         "fenwa: graph.toml: no errors (2 blocks, 0 connections)\n");

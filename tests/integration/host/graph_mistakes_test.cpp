@@ -111,6 +111,22 @@ INSTANTIATE_TEST_SUITE_P(
                 "graph.toml:4:1: warning: no Timer reads the key 'a.b'\n\"a.b\" = 1\n^\n"
                 "graph.toml:5:3: error: 'a.b' is set twice\na.b = 2\n  ^\n"
                 "graph.toml: 1 error, 1 warning\n"},
+        Mistake{"ZeroByteInAPlugin", "plugins = [\"libprobe.so\\u0000x\"]\n" + timer,
+                said("1:12", "the string holds a zero byte", "plugins = [\"libprobe.so\\u0000x\"]",
+                     "           ^")},
+        Mistake{
+            "ZeroByteInABusName", timer + "[bus]\nnames = [\"a.b\\u0000\"]\n",
+            said("5:10", "the string holds a zero byte", "names = [\"a.b\\u0000\"]", "         ^")},
+        Mistake{"ZeroByteInASetting",
+                probe + "[blocks.p]\ntype = \"Probe\"\nthrows_in = \"setup\\u0000\"\n",
+                said("4:13", "the string holds a zero byte", "throws_in = \"setup\\u0000\"",
+                     "            ^")},
+        Mistake{"ZeroByteInABlocksName", "[blocks.\"t\\u0000\"]\ntype = \"Timer\"\ninterval = 9\n",
+                said("1:9", "the key holds a zero byte", "[blocks.\"t\\u0000\"]", "        ^")},
+        Mistake{"KeyOfTooManyBytes",
+                timer + "[blocks.t." + std::string(1020, 'k') + "]\nfive = 1\n",
+                said("5:1", "the key is longer than 1024 bytes with the tables that it stands in",
+                     "five = 1", "^")},
         Mistake{"BlockTwice", timer + "[blocks.t]\ntype = \"Timer\"\n",
                 said("4:1",
                      "Error while parsing table header: cannot redefine existing table 'blocks.t'",

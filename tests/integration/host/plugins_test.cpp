@@ -67,7 +67,8 @@ TEST_F(Plugins, PathIsSeenFromTheGraphsFolder) {
     // Folders are for names only.
     EXPECT_EQ(lines_with(check_with("first/libplaced.so", "From-first", {FENWA_TEST_PLUGINS}).err,
                          "graph.toml:1:"),
-              "graph.toml:1:12: error: no plug-in at 'first/libplaced.so'\n");
+              "graph.toml:1:12: error: no plug-in at 'first/libplaced.so'; unknown block types are "
+              "not reported without it\n");
 }
 
 TEST_F(Plugins, FirstOfTheSameTypeIsNamedAndTheSecondThrows) {

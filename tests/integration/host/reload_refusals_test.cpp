@@ -75,11 +75,10 @@ INSTANTIATE_TEST_SUITE_P(
                 "end-of-file\n[\n ^\ngraph.toml: 1 error\n"},
         Refusal{"NoBlocks", probe_line,
                 "graph.toml: error: the graph has no blocks\ngraph.toml: 1 error\n"},
-        Refusal{
-            "AMistypedKeyThatTheBlockReadsOnlyAtTimes",
-            probe_line + settled("a", "level = 3\nhidden = \"x\"\n") + settled("b", "") + relay,
-            "graph.toml:5:1: error: block 'a' (Settled): the key 'hidden' must be a number, not "
-            "the string \"x\"\nhidden = \"x\"\n^\ngraph.toml: 1 error\n"},
+        Refusal{"AMistypedKeyThatTheBlockReadsOnlyAtTimes",
+                probe_line + settled("a", "level = 3\nhidden = \"x\"\n") + settled("b", "") + relay,
+                "graph.toml:5:1: error: block 'a' (Settled): the key 'hidden' must be an int, not "
+                "the string \"x\"\nhidden = \"x\"\n^\ngraph.toml: 1 error\n"},
         Refusal{
             "ABlockThatThrowsWhenItIsBuilt",
             probe_line + settled("a", "level = 3\nneeds_a_bus = true\n") + settled("b", "") + relay,
@@ -173,9 +172,9 @@ TEST_F(ReloadTrouble, BlockThatThrowsEndsTheHost) {
     host().send_signal(SIGHUP);
     const Ended ended = without_folder(host().wait());
     EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(
-        ended.err,
-        "graph.toml:4:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n");
+    EXPECT_EQ(ended.err,
+              "graph.toml:4:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n"
+              "[blocks.a]\n        ^\ngraph.toml: 1 error\n");
     EXPECT_EQ(messages(ended.out), "a: 1 none 7 -> 66 none 7\n");
 }
 
@@ -188,7 +187,8 @@ TEST_F(ReloadTrouble, BlockThatDoesNotTakeItsOldSettingsBackEndsTheHost) {
     EXPECT_EQ(
         ended.err,
         "graph.toml:2:9: error: block 'a' (Settled) refuses the settings that it had: the key "
-        "'level' must be a double that this block likes, not a float\n");
+        "'level' must be a double that this block likes, not a float\n[blocks.a]\n        ^\n"
+        "graph.toml: 1 error\n");
 }
 
 TEST_F(ReloadTrouble, LaterMistakesAreShownInTheFileAsItWasReadLast) {

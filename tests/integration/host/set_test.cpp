@@ -129,7 +129,7 @@ TEST_F(Set, RefusesWhatIsWrongWithASentence) {
                    "block 'alpha' (Settled): the key 'level' must be a double, not the string "
                    "\"high\"");
     expect_refused({"alpha", "hidden=x"},
-                   "block 'alpha' (Settled): the key 'hidden' must be a number, not the string "
+                   "block 'alpha' (Settled): the key 'hidden' must be an int, not the string "
                    "\"x\"");
     expect_refused({"alpha", "le\x1b[31mvel=1"}, "no Settled reads the key 'le\\x1b[31mvel'");
     expect_refused({"alpha", "level=13"},
@@ -174,7 +174,10 @@ TEST_F(Set, OfABlockThatThrowsEndsTheHostAndSaysSo) {
     const Ended ended = host().wait();
     EXPECT_EQ(ended.code, 70);
     EXPECT_EQ(ended.err,
-              file + ":2:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n");
+              file +
+                  ":2:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n"
+                  "[blocks.a]\n        ^\n" +
+                  file + ": 1 error\n");
 }
 
 TEST_F(Set, RefusesTypesOfTheBusThatNoSettingHas) {

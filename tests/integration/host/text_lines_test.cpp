@@ -76,9 +76,9 @@ TEST_F(TextLines, WhatABlockThrowsForgesNoLine) {
     EXPECT_EQ(ended.code, 70);
     EXPECT_EQ(ended.out, "TIME  debug " + made_safe + " = \"" +
                              R"(x\nfenwa: ready\u001b[2J\u007f\u009b\u202e)" + "\"\n");
-    EXPECT_EQ(ended.err,
-              "info: " + made_safe + "\n" +
-                  "graph.toml:2:9: error: block 'f' (Forger) threw in start: " + made_safe + "\n");
+    EXPECT_EQ(ended.err, "info: " + made_safe + "\n" +
+                             "graph.toml:2:9: error: block 'f' (Forger) threw in start: " +
+                             made_safe + "\n[blocks.f]\n        ^\ngraph.toml: 1 error\n");
 }
 
 TEST_F(TextLines, ThatAPluginLogsWhenItIsLoadedForgeNoLine) {
@@ -123,6 +123,7 @@ TEST_F(TextLines, FailureIsNotCalledAStop) {
     EXPECT_EQ(ended.err,
               "info: p: constructor\ninfo: p: setup\ninfo: p: start\n"
               "graph.toml:2:9: error: block 'p' (Probe) threw in start: thrown on purpose\n"
+              "[blocks.p]\n        ^\ngraph.toml: 1 error\n"
               "info: p: destructor\n");
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <thread>
 #include <vector>
 
 namespace host {
@@ -18,8 +19,10 @@ class ChildProcessTest : public testing::Test {
   protected:
     ChildEnd run(const std::function<void(const LineSender&)>& work,
                  std::chrono::microseconds limit = patience) {
-        return run_in_child(work, limit,
-                            [this](const std::string& line) { lines_.push_back(line); });
+        return run_in_child(work, limit, [this](const std::string& line) {
+            lines_.push_back(line);
+            return line == "anew";
+        });
     }
 
     Lines lines_;
@@ -69,6 +72,41 @@ TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
     char none = 0;
     EXPECT_EQ(read(alive[0], &none, 1), 0);
     close(alive[0]);
+}
+
+TEST_F(ChildProcessTest, TimeBeginsAnewWithALineThatSaysSo) {
+    const auto talk = [](const std::string& line) {
+        return [line](const LineSender& send) {
+            for (int i = 0; i < 8; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                send(line);
+            }
+        };
+    };
+    EXPECT_FALSE(run(talk("anew"), std::chrono::milliseconds(1000)).timed_out);
+    EXPECT_TRUE(run(talk("goes on"), std::chrono::milliseconds(1000)).timed_out);
+}
+
+TEST_F(ChildProcessTest, HoldsNoSignalBack) {
+    sigset_t signals;
+    sigset_t before;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, &before);
+    EXPECT_EQ(run([](const LineSender&) { raise(SIGTERM); }).signal, SIGTERM);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST_F(ChildProcessTest, WhatIsThrownThereStaysThere) {
+    EXPECT_EQ(run([](const LineSender&) { throw 1; }).code, 1);
+}
+
+TEST(Misbehaviour, IsSaidWithItsPhase) {
+    EXPECT_EQ(misbehaviour({false, SIGSEGV, 0}, "setup", patience), "crashed in setup: SIGSEGV");
+    EXPECT_EQ(misbehaviour({false, 0, 3}, "setup", patience),
+              "ended the process in setup with exit code 3");
+    EXPECT_EQ(misbehaviour({true, 0, 0}, "setup", std::chrono::milliseconds(1500)),
+              "did not come back from setup within 1.5 s");
 }
 
 TEST_F(ChildProcessTest, WaitsForTheEndOfOneThatHasClosedItsFiles) {
