@@ -124,6 +124,15 @@ TEST_F(PowerMonitorTest, NamesNoErrorWhenTheReadComesToNothing) {
     EXPECT_EQ(run(), (Journal{"release #2 Get", query}));
 }
 
+TEST_F(PowerMonitorTest, TakesAReadThatLeavesTheValueAloneForZeroPower) {
+    make(5.0);
+    ask();
+    bus.make_up(support::MessageFunction::read, {1});
+    deliver(bus.last(), messages.reply("v", "d", 4.0));
+    EXPECT_EQ(received(), 0.0);
+    EXPECT_TRUE(monitor->woken());
+}
+
 TEST_F(PowerMonitorTest, StopsAskingByItselfAfterElevenFailures) {
     make();
     ask();

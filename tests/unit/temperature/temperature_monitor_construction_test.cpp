@@ -162,4 +162,20 @@ TEST_F(TemperatureMonitorConstructionTest, WarnsOfEachNegativeResultOfItsTwoRead
     EXPECT_EQ(log.take(), (Lines{line, line})) << "and of no result of zero";
 }
 
+TEST_F(TemperatureMonitorConstructionTest, JudgesMinus999WhereItCannotRead) {
+    for (const auto& [limit, verdict_expected] : {std::pair{-998.5, false}, {-999.5, true}}) {
+        recorders.tools.return_next();
+        recorders.tools.return_next();
+        build({{"low_off_temp", limit}});
+        EXPECT_EQ(log.take().size(), 2U);
+        EXPECT_EQ(bus.take_journal().size(), 2U);
+        EXPECT_EQ(verdict(), verdict_expected) << limit;
+    }
+}
+
+TEST_F(TemperatureMonitorConstructionTest, BeginsWithTheFirstLimit) {
+    make();
+    EXPECT_EQ(LayoutProbe::registering_index(**monitor), 0U);
+}
+
 }  // namespace

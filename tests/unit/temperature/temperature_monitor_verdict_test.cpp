@@ -204,4 +204,12 @@ TEST_F(TemperatureMonitorTest, TakesASignalEvenBeforeItsMatchIsConfirmed) {
     EXPECT_EQ(log.take(), (Lines{set_false}));
 }
 
+TEST_F(TemperatureMonitorTest, TakesASignalOfWhichNothingIsReadForTheIdMinusOne) {
+    settle();
+    bus.make_up(support::MessageFunction::read, {0});
+    cross(low_off);
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(log.take(), (Lines{"4 Got unexpected temperature signal with id = -1\n"}));
+}
+
 }  // namespace

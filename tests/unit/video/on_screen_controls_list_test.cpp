@@ -103,15 +103,17 @@ INSTANTIATE_TEST_SUITE_P(Steps, FailingListTest, testing::ValuesIn(failing_steps
                          [](const auto& step) { return std::string(step.param.name); });
 
 TEST_F(OnScreenControlsTest, TakesAResultOfZeroForAStepThatWasDone) {
-    for (const MessageFunction function :
-         {MessageFunction::enter_container, MessageFunction::read_basic,
-          MessageFunction::exit_container}) {
+    // The array and the languages; the id; the ends of the languages, of the struct, of the array.
+    using Results = std::vector<int>;
+    for (const auto& [function, results] :
+         {std::pair{MessageFunction::enter_container, Results{0, 1, 0}},
+          {MessageFunction::read_basic, Results{0}},
+          {MessageFunction::exit_container, Results{0, 0, 0}}}) {
         SCOPED_TRACE(static_cast<int>(function));
         make(false);
         state() = ControlsState::OwnerAppeared;
         EXPECT_EQ(run(), (Journal{list_query}));
-        // The real results, but for the first: the array, the id, and the end of the languages.
-        bus.change_results(function, {0});
+        bus.change_results(function, results);
         deliver(bus.last(), messages.reply("a(sas)", 1U, "WDR1", 2U, "en-us", "sv"));
         EXPECT_EQ(listed(), (Features{{"WDR1", "en-us"}, {"WDR1", "sv"}}));
         EXPECT_EQ(state(), ControlsState::FeaturesListed);
