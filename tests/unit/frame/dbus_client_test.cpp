@@ -179,6 +179,24 @@ TEST_F(DBusClientTest, KeepsARefusedMatchUntilStoppedWhereAnotherClientHasOne) {
     EXPECT_EQ(bus.take_journal(), (Journal{"release #3 match", "release #2 match"}));
 }
 
+TEST_F(DBusClientTest, ReleasesMatchThenCallThenWhatWasKeptWhenStopped) {
+    support::BlockDriver<FollowingBlock> other(recorders.tools, followed_name);
+    EXPECT_TRUE(other->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    (void)bus.take_journal();
+    make();
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
+    EXPECT_EQ(log.take().size(), 1U);
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, match_sent, question_sent}));
+    (*client)->stop();
+    EXPECT_EQ(bus.take_journal(),
+              (Journal{"release #3 match", "release #4 GetNameOwner", "release #2 match"}));
+}
+
 TEST_F(DBusClientTest, SaysUnknownWhenARefusedMatchHasNoText) {
     make();
     EXPECT_TRUE((*client)->run());

@@ -86,6 +86,28 @@ TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsAskedForAndDropsItWhenTha
     EXPECT_EQ(released(), (Journal{"release #2 match", "release #1 match"}));
 }
 
+/// On a connection that another thread dispatches, the refusal comes while a match is being sent.
+TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsBeingSent) {
+    for (const bool waits : {false, true}) {
+        one.ask(bus);
+        recorders.journal->remark_with([this](const std::string& entry) {
+            if (entry.find("match type=") != std::string::npos)
+                one.refuse();
+            return std::string();
+        });
+        if (waits)
+            other.wait_for_match(bus);
+        else
+            other.ask(bus);
+        recorders.journal->remark_with({});
+        for (const std::string& entry : released())
+            EXPECT_TRUE(entry.starts_with("blocking match ")) << entry;
+        one.stop();
+        other.stop();
+        EXPECT_EQ(released().size(), 2U);
+    }
+}
+
 TEST_F(OwnerMatchTest, DropsWhatWasKeptOnceTheOtherHasStopped) {
     other.ask(bus);
     other.match.answered(true);

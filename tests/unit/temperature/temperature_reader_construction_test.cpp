@@ -165,4 +165,16 @@ TEST_F(TemperatureReaderConstructionTest, TakesAnIntegerForItsThreshold) {
     EXPECT_EQ(log.take(), (Lines{"2 Temperature reader disabled by delta_temperature = -2"}));
 }
 
+TEST_F(TemperatureReaderTest, KnowsNoIdsUntilItIsToldAndWhenItsServiceIsNew) {
+    make();
+    EXPECT_EQ(LayoutProbe::sensor_id(**reader), -1);
+    EXPECT_EQ(LayoutProbe::change_signal_id(**reader), -1);
+    register_reader();
+    EXPECT_EQ(LayoutProbe::sensor_id(**reader), 3);
+    EXPECT_EQ(LayoutProbe::change_signal_id(**reader), 12);
+    (*reader)->on_service_appeared();
+    EXPECT_EQ(LayoutProbe::sensor_id(**reader), -1);
+    EXPECT_EQ(LayoutProbe::change_signal_id(**reader), -1);
+}
+
 }  // namespace

@@ -135,4 +135,44 @@ TEST_F(OnScreenControlsTest, TakesTheConnectionAnewAtEachUse) {
         EXPECT_EQ(bus.sending(sending).bus, sending % 2 == 0 ? messages.bus() : other_bus());
 }
 
+TEST_F(OnScreenControlsTest, SendsEachStepBeforeItWaitsForTheAnswer) {
+    make(true);
+    (void)take();
+    remark([this] { return static_cast<int>(state()); });
+    EXPECT_EQ(run(), (Journal{owner_match + " | 0"}));
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    EXPECT_EQ(run(), (Journal{owner_query + " | 2"}));
+    deliver(bus.last(), messages.reply("s", ":1.5"), 1);
+    bus.answer_next({-EIO});
+    EXPECT_EQ(run(), (Journal{"release #2 GetNameOwner | 5", list_query + " | 5"}));
+    EXPECT_EQ(log.take(),
+              (Lines{"1 Failed to call method ListAddedFeatures: Input/output error | 6"}));
+    state() = ControlsState::FeaturesListed;
+    bus.answer_next({-EIO});
+    EXPECT_EQ(run(), (Journal{first_addition + " | 7"}));
+    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method AddFeatures: Input/output error | 7"}));
+}
+
+TEST_F(OnScreenControlsTest, ReleasesItsCallsAndThenTheMatchesThatWereKeptWhenStopped) {
+    support::BlockDriver<OnScreenControls> other(recorders.tools, "other",
+                                                 Fenwa::BlockConfiguration{{"channel", 1}});
+    EXPECT_TRUE(other->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    (void)take();
+    make(true);
+    EXPECT_TRUE((*controls)->run());
+    EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
+    EXPECT_TRUE((*controls)->run());
+    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    EXPECT_TRUE((*controls)->run());
+    deliver(bus.last(), messages.reply("s", ":1.5"), 1);
+    EXPECT_TRUE((*controls)->run());
+    deliver(bus.sending(3), messages.owner_change(service_name, "", ":1.6"));
+    EXPECT_TRUE((*controls)->run());
+    (void)take();
+    (*controls)->stop();
+    EXPECT_EQ(take(), (Journal{"release #3 match", "release #6 ListAddedFeatures",
+                               "release #5 ListAddedFeatures", "release #2 match"}));
+}
+
 }  // namespace
