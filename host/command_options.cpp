@@ -107,8 +107,9 @@ CLI::Option& add_control_flag(CLI::App& command, std::optional<std::string>& nam
 }
 
 std::string check_bus_name(const std::string& name) {
-    return tool::is_ownable_name(name) ? std::string()
-                                       : tool::in_quotes(name) + " is no bus name that can be owned";
+    return tool::is_ownable_name(name)
+               ? std::string()
+               : tool::in_quotes(name) + " is no bus name that can be owned";
 }
 
 }  // namespace host

@@ -41,9 +41,8 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
 }
 
 Picture picture_of_host(const ControlTarget& target) {
-    return ControlClient(target).with_description([](const Json& description) {
-        return make_picture(description, PictureValues::shown);
-    });
+    return ControlClient(target).with_description(
+        [](const Json& description) { return make_picture(description, PictureValues::shown); });
 }
 
 }  // namespace

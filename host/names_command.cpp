@@ -47,8 +47,7 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
         std::set<std::string> connected;
         for (const Json& connection : description.at("connections"))
             connected.insert(connection.at("to").get<std::string>());
-        std::erase_if(names,
-                      [&](const std::string& name) { return connected.count(name) != 0; });
+        std::erase_if(names, [&](const std::string& name) { return connected.count(name) != 0; });
     }
     return names;
 }
@@ -57,10 +56,8 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
 
 tool::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
     open_closed_streams();
-    const std::vector<std::string> names =
-        ControlClient(target).with_description([&](const Json& description) {
-            return names_in(description, kind, block);
-        });
+    const std::vector<std::string> names = ControlClient(target).with_description(
+        [&](const Json& description) { return names_in(description, kind, block); });
     StandardOutput out([] {});
     for (const std::string& name : names) {
         // One that is not safe in a line cannot be typed either.

@@ -27,7 +27,9 @@ std::string loose_library_paths(const fs::path& folder, std::size_t& looked_at) 
             continue;
         std::array<char, 4> magic{};
         std::ifstream(entry.path(), std::ios::binary).read(magic.data(), magic.size());
-        if (std::string_view(magic.data(), magic.size()) != "\x7f" "ELF")
+        if (std::string_view(magic.data(), magic.size()) !=
+            "\x7f"
+            "ELF")
             continue;
         const Ended ended = run_program({"readelf", "--dynamic", "--wide", entry.path().string()});
         EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;

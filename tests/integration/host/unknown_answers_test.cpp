@@ -20,13 +20,13 @@ class UnknownAnswer : public HostTest {
             EXPECT_EQ(ended.code, 69) << words.front() << answer.substr(0, 100);
             EXPECT_EQ(ended.signal, 0) << words.front() << answer.substr(0, 100);
             EXPECT_EQ(ended.out, "") << words.front();
-            EXPECT_EQ(ended.err,
-                      "fenwa: the host describes itself in a form that is unknown\n")
+            EXPECT_EQ(ended.err, "fenwa: the host describes itself in a form that is unknown\n")
                 << words.front() << answer.substr(0, 100);
         }
     }
 
-    static std::string nested(std::size_t depth, const std::string& open, const std::string& close) {
+    static std::string nested(std::size_t depth, const std::string& open,
+                              const std::string& close) {
         std::string text;
         for (std::size_t i = 0; i < depth; ++i)
             text += open;
