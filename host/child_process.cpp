@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -15,11 +16,6 @@
 #include <sstream>
 #include <system_error>
 #include <utility>
-
-// This release of the C library declares it without.
-extern "C" {
-#include <sys/pidfd.h>
-}
 
 #include "common/descriptor.hpp"
 
@@ -96,27 +92,32 @@ class LineReader {
     bool anew_ = false;
 };
 
+/// Whether the child has ended; it is still to be waited for.
+bool has_ended(pid_t child) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == child;
+}
+
 /// Hands lines on until the child has ended. @returns false when its time is over.
-bool serve(LineReader& lines, int pipe, int child, std::chrono::microseconds limit) {
+bool serve(LineReader& lines, int pipe, pid_t child, std::chrono::microseconds limit) {
+    using std::chrono::milliseconds;
     Clock::time_point deadline = Clock::now() + limit;
-    for (;;) {
+    while (!has_ended(child)) {
         if (lines.take_anew())
             deadline = Clock::now() + limit;
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
         if (left.count() <= 0)
             return false;
-        pollfd events[] = {{child, POLLIN, 0}, {pipe, POLLIN, 0}};
-        constexpr std::chrono::milliseconds longest = std::chrono::hours(1);
-        const int r =
-            poll(events, std::size(events), static_cast<int>(std::min(left, longest).count()));
-        if (r <= 0)
-            continue;
-        // A block may close all files, which is not yet its end.
-        if (events[1].revents != 0 && !lines.read_some())
+        // As a rule the end of the pipe is the end of the child. But a block may close all files,
+        // or start a process that keeps them open.
+        const milliseconds longest{pipe < 0 ? 1 : 20};
+        pollfd event{pipe, POLLIN, 0};
+        if (poll(&event, 1, static_cast<int>(std::min(left, longest).count())) > 0 &&
+            !lines.read_some())
             pipe = -1;
-        if (events[0].revents != 0)
-            return true;
     }
+    return true;
 }
 
 }  // namespace
@@ -146,17 +147,14 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     to_parent.close();
     setpgid(pid, pid);
     fcntl(from_child.get(), F_SETFL, O_NONBLOCK);
-    const Descriptor child(pidfd_open(pid, 0));
     LineReader lines(from_child.get(), on_line);
-    const bool ended = child.get() >= 0 && serve(lines, from_child.get(), child.get(), limit);
+    const bool ended = serve(lines, from_child.get(), pid, limit);
     // Those that it started, too; its number is not given to another before it is waited for.
     kill(-pid, SIGKILL);
     kill(pid, SIGKILL);
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (child.get() < 0)
-        throw std::system_error(ENOSYS, std::generic_category(), "cannot watch a process");
     // No more is to come, but for what the pipe still holds.
     const int capacity = fcntl(from_child.get(), F_GETPIPE_SZ);
     for (int read = 0; read < capacity && lines.read_some(); read += LineReader::most) {

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 std::string loose_library_paths(const fs::path& folder, std::size_t& looked_at) {
     std::string mistakes;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        if (!entry.is_regular_file())
+        if (!entry.is_regular_file() || entry.is_symlink())
             continue;
         std::array<char, 4> magic{};
         std::ifstream(entry.path(), std::ios::binary).read(magic.data(), magic.size());

@@ -140,7 +140,10 @@ TEST_F(CameraEnding, WithTooFewDescriptorsNothingIsLeft) {
     bool enough = false;
     for (int limit = 4; limit <= 40 && !enough; ++limit) {
         const Ended ended = run_program(
-            {"sh", "-c", R"(ulimit -n "$1"; exec "$0" run --private-bus="$2" -- true)",
+            // Without those that the test's own starter has left open.
+            {"sh", "-c",
+             R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-
+                ulimit -n "$1"; exec "$0" run --private-bus="$2" -- true)",
              FENWA_CAMERA_PROGRAM, std::to_string(limit), socket()},
             {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
         EXPECT_EQ(ended.signal, 0) << limit;

@@ -31,10 +31,10 @@ TEST_F(TextLines, ValuesGoToStdoutAndEverythingElseToStderr) {
               "TIME  debug a_double = 36.6\nTIME  debug a_truth = true\n"
               "TIME  debug a_truth = true\nTIME  s.out = 1.0\nTIME  s.out = 2.0\n"
               "TIME  p.stopped = 1\n");
-    EXPECT_EQ(ended.err,
+    EXPECT_EQ(std::regex_replace(ended.err, std::regex(R"(in 0\.\d s)"), "in SECONDS"),
               "info: p: constructor\ninfo: p: setup\ninfo: p: start\nfenwa: ready\n"
-              "info: p: run\ninfo: s: run\ninfo: s: run\ninfo: p: stop\ninfo: p: destructor\n"
-              "fenwa: stopped\n");
+              "info: p: run\ninfo: s: run\ninfo: repeated 1 time in SECONDS: s: run\n"
+              "info: p: stop\ninfo: p: destructor\nfenwa: stopped\n");
 }
 
 TEST_F(TextLines, LogLinesNameTheirLevelAndEndOnce) {
