@@ -66,6 +66,12 @@ TEST_F(OverlappingCallsTest, CountACallSentWithAResultOfZero) {
     EXPECT_EQ(answer(), (Journal{"release #1 Do"}));
 }
 
+TEST_F(OverlappingCallsTest, TakeAnAnswerToNoCallForNothing) {
+    EXPECT_EQ(answer(), Journal{});
+    EXPECT_EQ(call(), Journal{});
+    EXPECT_EQ(call(), Journal{}) << "an unanswered call is not dropped";
+}
+
 TEST_F(OverlappingCallsTest, BeginAnewOnceTheyAreReleased) {
     EXPECT_EQ(call(), Journal{});
     EXPECT_EQ(call(), Journal{});

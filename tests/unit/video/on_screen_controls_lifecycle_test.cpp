@@ -40,7 +40,7 @@ TEST_F(OnScreenControlsTest, CanBeStoppedBeforeItsFirstRun) {
 TEST_F(OnScreenControlsTest, RemovesEverythingInItsOrderAlsoWhenSomethingCannotBeSent) {
     make(true);
     added() = {{"WDR1", "en-us"}, {"a\"b", "sv"}, {"", ""}};
-    bus.answer_next({-EPERM, -ENOBUFS, 1});
+    bus.answer_next({-EPERM, -ENOBUFS, 0});
     (*controls)->stop();
     const Journal removals{last_removal("WDR1"), last_removal("a\"b", "sv"), last_removal("", "")};
     EXPECT_EQ(bus.take_journal(), removals);

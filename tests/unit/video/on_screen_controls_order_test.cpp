@@ -153,25 +153,41 @@ TEST_F(OnScreenControlsTest, SendsEachStepBeforeItWaitsForTheAnswer) {
     EXPECT_EQ(log.take(), (Lines{"1 Failed to call method AddFeatures: Input/output error | 7"}));
 }
 
-TEST_F(OnScreenControlsTest, ReleasesItsCallsAndThenTheMatchesThatWereKeptWhenStopped) {
-    support::BlockDriver<OnScreenControls> other(recorders.tools, "other",
-                                                 Fenwa::BlockConfiguration{{"channel", 1}});
-    EXPECT_TRUE(other->run());
-    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-    (void)take();
-    make(true);
-    EXPECT_TRUE((*controls)->run());
-    EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
-    EXPECT_TRUE((*controls)->run());
-    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-    EXPECT_TRUE((*controls)->run());
-    deliver(bus.last(), messages.reply("s", ":1.5"), 1);
-    EXPECT_TRUE((*controls)->run());
-    deliver(bus.sending(3), messages.owner_change(service_name, "", ":1.6"));
-    EXPECT_TRUE((*controls)->run());
-    (void)take();
+/// Controls that keep a match, which was refused while another block has an equal one, and a call,
+/// which a newer one has replaced.
+class KeepingControlsTest : public OnScreenControlsTest {
+  protected:
+    KeepingControlsTest()
+        : other_(recorders.tools, "other", Fenwa::BlockConfiguration{{"channel", 1}}) {
+        EXPECT_TRUE(other_->run());
+        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+        (void)take();
+        make(true);
+        EXPECT_TRUE((*controls)->run());
+        EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
+        EXPECT_TRUE((*controls)->run());
+        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+        EXPECT_TRUE((*controls)->run());
+        deliver(bus.last(), messages.reply("s", ":1.5"), 1);
+        EXPECT_TRUE((*controls)->run());
+        deliver(bus.sending(3), messages.owner_change(service_name, "", ":1.6"));
+        EXPECT_TRUE((*controls)->run());
+        (void)take();
+    }
+
+  private:
+    support::BlockDriver<OnScreenControls> other_;
+};
+
+TEST_F(KeepingControlsTest, ReleaseTheirCallsAndThenTheMatchesThatWereKeptWhenStopped) {
     (*controls)->stop();
     EXPECT_EQ(take(), (Journal{"release #3 match", "release #6 ListAddedFeatures",
+                               "release #5 ListAddedFeatures", "release #2 match"}));
+}
+
+TEST_F(KeepingControlsTest, ReleaseTheirCallsAndThenTheMatchesThatWereKeptWhenDestroyed) {
+    controls.reset();
+    EXPECT_EQ(take(), (Journal{"release #6 ListAddedFeatures", "release #3 match",
                                "release #5 ListAddedFeatures", "release #2 match"}));
 }
 
