@@ -113,6 +113,15 @@ TEST_F(TemperatureReaderTest, TakesTheConnectionAnewAtEachUse) {
     }
 }
 
+TEST_F(TemperatureReaderTest, AsksForAReadingBeforeItPublishesAFake) {
+    make(fake(true, 48.5));
+    register_reader();
+    (void)take();
+    EXPECT_TRUE((*reader)->run());
+    EXPECT_EQ(take(),
+              (Journal{reading_call, "publish temperature_out = 48.5", debug_entry + "48.5"}));
+}
+
 // The mutex: what is published is chosen, published and mirrored under it; so is a fake value read.
 
 class TemperatureReaderLockTest : public TemperatureReaderOrderTest {
