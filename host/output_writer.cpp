@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <csignal>
-#include <thread>
+
+#include "host/background_thread.hpp"
 
 namespace host {
 namespace {
@@ -29,12 +29,7 @@ std::size_t piece_of(std::string_view text) {
 }  // namespace
 
 OutputWriter::OutputWriter(int fd) : fd_(fd) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread([this] { serve(); }).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    start_background_thread([this] { serve(); });
 }
 
 void OutputWriter::append(std::string_view text) {

@@ -10,11 +10,11 @@
 #include <csignal>
 #include <ctime>
 #include <string>
-#include <thread>
 
 #include "common/bus.hpp"
 #include "common/line_text.hpp"
 #include "host/activity.hpp"
+#include "host/background_thread.hpp"
 #include "host/standard_streams.hpp"
 
 namespace host {
@@ -80,13 +80,7 @@ Supervisor::Supervisor(Hangup hangup)
       wake_event_(make_eventfd()),
       had_terminal_(has_terminal()),
       outlives_terminal_(ignores_hangup()) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    // What is meant for a handler of a block is not for this thread.
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread([this] { serve(); }).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    start_background_thread([this] { serve(); });
 }
 
 void Supervisor::stop_in_order() noexcept {
