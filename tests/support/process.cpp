@@ -43,6 +43,12 @@ int check(int r, const char* what) {
         else
             setenv(name.c_str(), value.c_str(), 1);
     }
+    become_program(arguments);
+}
+
+}  // namespace
+
+void become_program(const std::vector<std::string>& arguments) {
     std::vector<char*> argv;
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -50,8 +56,6 @@ int check(int r, const char* what) {
     execvp(argv[0], argv.data());
     _exit(127);
 }
-
-}  // namespace
 
 Process::Process(std::vector<std::string> arguments,
                  std::map<std::string, std::string> environment) {

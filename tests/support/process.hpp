@@ -19,6 +19,10 @@ struct Ended {
     std::string err;  ///< all of stderr
 };
 
+/// Becomes the program that `arguments[0]` names; exits with 127 when there is none. For a child
+/// between fork and exec.
+[[noreturn]] void become_program(const std::vector<std::string>& arguments);
+
 /// A child process with its output in the test's hands. The kernel ends it with the test; the
 /// destructor ends it with SIGTERM and then SIGKILL, and waits until it is gone.
 class Process {

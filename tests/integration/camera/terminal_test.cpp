@@ -1,10 +1,10 @@
 // The camera in a terminal.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <poll.h>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -34,12 +34,7 @@ class Terminal {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus, 1);
         if (ignores_hangup)
             std::signal(SIGHUP, SIG_IGN);
-        std::vector<char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
+        become_program(arguments);
     }
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
