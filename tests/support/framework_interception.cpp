@@ -16,6 +16,8 @@ namespace effect = support::effect;
 
 std::atomic<pthread_mutex_t*> recorded_mutex = nullptr;
 std::atomic<int> next_lock_error = 0;
+thread_local bool finds_mutex = false;
+thread_local pthread_mutex_t* found_mutex = nullptr;
 
 void record(unsigned kind, const std::string& entry) {
     if (const auto journal = EffectJournal::current())
@@ -138,6 +140,8 @@ bool __wrap__ZNK5Fenwa4Port12is_triggeredEv(const Fenwa::Port* port) {
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (std::exchange(finds_mutex, false))
+        found_mutex = mutex;
     if (mutex != recorded_mutex)
         return __real_pthread_mutex_lock(mutex);
     if (const int error = next_lock_error.exchange(0))
@@ -171,6 +175,14 @@ std::vector<std::string> triggered_ports(const Fenwa::Block& block) {
 
 Fenwa::BlockConfiguration observed(const Fenwa::BlockConfiguration& config) {
     return Fenwa::ConfigurationAccess::observed(config, std::make_shared<KeyObserver>());
+}
+
+pthread_mutex_t* mutex_locked_by(const std::function<void()>& call) {
+    found_mutex = nullptr;
+    finds_mutex = true;
+    call();
+    finds_mutex = false;
+    return found_mutex;
 }
 
 LockRecorder::LockRecorder(pthread_mutex_t* mutex) {

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ namespace support {
 /// The same settings; the journal tells which are read, "TYPE KEY", with " or a default" behind it
 /// where one was given.
 [[nodiscard]] Fenwa::BlockConfiguration observed(const Fenwa::BlockConfiguration& config);
+
+/// The first mutex that is locked while `call` runs, or null.
+[[nodiscard]] pthread_mutex_t* mutex_locked_by(const std::function<void()>& call);
 
 /// Puts "lock" and "unlock" of one mutex into the journal while it lives.
 class LockRecorder {

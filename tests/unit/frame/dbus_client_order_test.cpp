@@ -83,6 +83,12 @@ TEST_F(DBusClientOrderTest, SendsBeforeItWaits) {
     EXPECT_TRUE((*client)->run());
     EXPECT_EQ(take(), (Journal{"release #2 GetNameOwner | 2", question_sent + std::string(" | 2"),
                                "1 Failed to call method GetNameOwner: Input/output error | 2"}));
+    LayoutProbe::state(**client) = OwnerState::Idle;
+    bus.answer_next({-5});
+    EXPECT_TRUE((*client)->run());
+    EXPECT_EQ(take(),
+              (Journal{match_sent + std::string(" | 0"),
+                       "1 Failed to add match for NameOwnerChanged: Input/output error | 0"}));
 }
 
 TEST_F(DBusClientOrderTest, WorksAlsoWhenItsServiceIsLostWhileTheBlockIsTold) {

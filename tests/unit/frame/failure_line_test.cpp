@@ -46,7 +46,10 @@ TEST_F(FailureLineTest, SaysUnknownWhenTheErrorReplyHoldsNoString) {
     EXPECT_EQ(blocks::log_error_message("B: ", messages.error_with_body("com.example.E", "i", 5)),
               -ENXIO);
     EXPECT_EQ(blocks::log_error_message("C: ", nullptr), -EINVAL);
-    EXPECT_EQ(log.take(), (Lines{"1 A: unknown", "1 B: unknown", "1 C: unknown"}));
+    support::Interception bus;
+    bus.make_up(support::MessageFunction::read, {-EPERM});
+    EXPECT_EQ(blocks::log_error_message("D: ", messages.error("com.example.Error", "no")), -EPERM);
+    EXPECT_EQ(log.take(), (Lines{"1 A: unknown", "1 B: unknown", "1 C: unknown", "1 D: unknown"}));
 }
 
 TEST_F(FailureLineTest, EndsWithThePrefixWhenTheReadOfTheTextComesToNothing) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "src/frame/slot.hpp"
 #include "tests/support/sdbus_interception.hpp"
 
@@ -52,10 +54,10 @@ TEST_F(OverlappingCallsTest, KeepReplacedCallsUntilEveryCallHasBeenAnswered) {
 }
 
 TEST_F(OverlappingCallsTest, DoNotWaitForACallThatCouldNotBeSent) {
-    EXPECT_EQ(call(-5), Journal{});
+    EXPECT_EQ(call(-EPERM), Journal{});
     EXPECT_FALSE(slot);
     EXPECT_EQ(call(), Journal{});
-    EXPECT_EQ(call(-5), Journal{}) << "an unanswered call is not dropped";
+    EXPECT_EQ(call(-EPERM), Journal{}) << "an unanswered call is not dropped";
     EXPECT_EQ(answer(), (Journal{"release #2 Do"}));
 }
 

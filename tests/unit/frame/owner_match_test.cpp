@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "tests/support/block_driver.hpp"
+#include "tests/support/framework_interception.hpp"
 #include "tests/unit/frame/following_block.hpp"
 
 namespace {
@@ -43,6 +44,16 @@ class OwnerMatchTest : public testing::Test {
         Journal entries = recorders.bus.take_journal();
         std::erase_if(entries,
                       [](const std::string& entry) { return entry.starts_with("match "); });
+        return entries;
+    }
+
+    /// What has been locked, sent and released since the last time.
+    Journal changes() {
+        Journal entries = recorders.journal->take();
+        for (std::string& entry : entries) {
+            if (const std::size_t rule = entry.find("match type="); rule != entry.npos)
+                entry.resize(rule + std::string_view("match").size());
+        }
         return entries;
     }
 
@@ -106,6 +117,29 @@ TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsBeingSent) {
         other.stop();
         EXPECT_EQ(released().size(), 2U);
     }
+}
+
+TEST_F(OwnerMatchTest, LooksAtTheOthersAndChangesUnderTheLock) {
+    other.ask(bus);
+    const support::LockRecorder mutex(
+        support::mutex_locked_by([this] { other.match.answered(true); }));
+    auto gone = std::make_unique<Follower>();
+    (void)recorders.journal->take();
+    gone->wait_for_match(bus);
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock", "blocking match", "lock", "unlock"}));
+    gone->stop();
+    EXPECT_EQ(changes(), (Journal{"release #2 match", "lock", "unlock"}));
+    gone->ask(bus);
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock", "match"}));
+    other.refuse();
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock", "lock", "unlock"}));
+    gone->refuse();
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock", "lock", "release #3 match", "release #1 match",
+                                  "unlock"}));
+    other.stop();
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock"}));
+    gone.reset();
+    EXPECT_EQ(changes(), (Journal{"lock", "unlock"}));
 }
 
 TEST_F(OwnerMatchTest, DropsWhatWasKeptOnceTheOtherHasStopped) {

@@ -160,10 +160,10 @@ const StepCase step_cases[] = {
      MessageFunction::skip,
      true,
      4.0,
-     {real, -EBADMSG},
-     {"1 Failed to skip message: Bad message\n"}},
+     {real, -EPERM},
+     {"1 Failed to skip message: Operation not permitted\n"}},
     {"NothingSkipped", MessageFunction::skip, true, 4.0, {real, 0}, not_left},
-    {"EntryNotLeft", MessageFunction::exit_container, true, 4.0, {-EBUSY}, not_left},
+    {"EntryNotLeft", MessageFunction::exit_container, true, 4.0, {-EPERM}, not_left},
     {"EntryOnlySeeminglyLeft", MessageFunction::exit_container, false, 4.0, {0}, {}},
     {"SecondNameNotRead", MessageFunction::read, true, 4.0, {real, -EBADMSG}, no_name},
     {"NoVariant", MessageFunction::enter_container, false, 4.0, {real, real, real, 0}, {}},
@@ -185,7 +185,7 @@ const StepCase step_cases[] = {
      4.0,
      {real, real, -EBADMSG},
      {"1 Failed to read value of PowerReceived: Bad message\n"}},
-    {"VariantNotLeft", MessageFunction::exit_container, false, 6.0, {real, -EBUSY}, value_not_left},
+    {"VariantNotLeft", MessageFunction::exit_container, false, 6.0, {real, -EPERM}, value_not_left},
     {"VariantOnlySeeminglyLeft", MessageFunction::exit_container, false, 6.0, {real, 0}, {}},
     {"AnotherEntryInsideTheOpenOne",
      MessageFunction::enter_container,
@@ -197,6 +197,19 @@ const StepCase step_cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Steps, PowerMonitorStepTest, testing::ValuesIn(step_cases),
                          [](const auto& of) { return std::string(of.param.name); });
+
+TEST_F(PowerMonitorTest, TakesASkipThatComesToZeroForDone) {
+    make(5.0);
+    EXPECT_EQ(run(), (Journal{change_match}));
+    bus.change_results(MessageFunction::skip, {0});
+    deliver(bus.sending(1), change(1, "PowerReceived", "d", 4.0));
+    EXPECT_EQ(received(), 4.0);
+}
+
+TEST_F(PowerMonitorChangeTest, TakesNothingBehindASkipThatFails) {
+    bus.change_results(MessageFunction::skip, {-EPERM});
+    expect_refused(change(1, "PowerReceived", "d", 4.0), "1 Failed to enter container\n");
+}
 
 TEST_F(PowerMonitorTest, TakesChangesWithoutCountingThemAsAnswers) {
     make(5.0);

@@ -127,7 +127,10 @@ TEST_F(PowerMonitorConstructionTest, SaysThatTheReplyCannotBeRead) {
     build();
     recorders.tools.reply_next(messages.reply(""));
     build();
-    EXPECT_EQ(log.take(), (Lines{unreadable, unreadable}));
+    recorders.tools.reply_next(messages.reply("d", 7.0));
+    bus.make_up(support::MessageFunction::read, {-EPERM});
+    build();
+    EXPECT_EQ(log.take(), (Lines{unreadable, unreadable, unreadable}));
     EXPECT_EQ(received(), 0.0);
 }
 

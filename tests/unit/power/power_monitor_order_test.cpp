@@ -102,6 +102,15 @@ TEST_F(PowerMonitorOrderTest, RecordsAChangeIsWokenOnceAndThenAnswers) {
     EXPECT_EQ(readings(), Journal{}) << "behind a set error argument nothing is read";
 }
 
+TEST_F(PowerMonitorOrderTest, TakesAPowerBeforeItLeavesItsContainer) {
+    bus.make_up(support::MessageFunction::exit_container, {-EPERM});
+    EXPECT_EQ(
+        delivered(bus.sending(1), change(1, "PowerReceived", "d", 6.0)),
+        (Journal{"1 Failed to exit container for: PowerReceived\n | (false, false, 6, 0, false)",
+                 "fire event_port | (false, false, 6, 0, false)",
+                 answer + " | (false, false, 6, 0, false)"}));
+}
+
 TEST_F(PowerMonitorOrderTest, ReadsNothingBehindItsPropertyAndNotWhatIsInvalidated) {
     journal.remark_with({});
     (void)readings();

@@ -89,6 +89,18 @@ TEST_F(TemperatureMonitorOrderTest, RecordsWhatItHearsAndIsThenWokenOnce) {
         << "stopped before anything is given up, with its flags and its queue as they were";
 }
 
+// The answer may come on another thread before the call returns.
+TEST_F(TemperatureMonitorTest, KnowsWhichLimitItRegistersBeforeItCalls) {
+    make();
+    install_matches();
+    EXPECT_EQ(run(), (Journal{default_registrations[0]}));
+    answer_registration(low_on);
+    (void)take();
+    remark([this] { return LayoutProbe::registering_index(**monitor); });
+    EXPECT_TRUE((*monitor)->run());
+    EXPECT_EQ(take(), (Journal{default_registrations[1] + " | 1"}));
+}
+
 TEST_F(TemperatureMonitorTest, JudgesTheSignalsThatWaitedWhenItWasStopped) {
     settle();
     cross(low_off);
