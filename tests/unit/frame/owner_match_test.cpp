@@ -277,6 +277,23 @@ TEST_F(InstalledMatchTest, NotOfATemperatureMonitorThatTakesARefusedOneForInstal
     EXPECT_FALSE(is_kept());
 }
 
+TEST_F(InstalledMatchTest, OfAPowerConsumerThatStillWaitsForIt) {
+    const Fenwa::BlockConfiguration settings{{"power", 1.0}};
+    support::BlockDriver<blocks::PowerConsumer> consumer(recorders.tools, "consumer", settings);
+    one.ask(bus);
+    (void)recorders.bus.take_journal();
+    recorders.journal->remark_with([this](const std::string& entry) {
+        if (entry.starts_with("blocking match"))
+            one.refuse();
+        return std::string();
+    });
+    EXPECT_TRUE(consumer->run());
+    recorders.journal->remark_with({});
+    for (const std::string& entry : recorders.bus.take_journal())
+        EXPECT_FALSE(entry.starts_with("release")) << entry;
+    (void)recorders.log.take();
+}
+
 TEST_F(InstalledMatchTest, OfAPowerConsumer) {
     const Fenwa::BlockConfiguration settings{{"power", 1.0}};
     support::BlockDriver<blocks::PowerConsumer> consumer(recorders.tools, "consumer", settings);
