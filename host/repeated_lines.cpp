@@ -14,10 +14,10 @@ bool RepeatedLines::log(Line line, Clock::time_point now) {
     const auto [found, is_new] = runs_.try_emplace(std::move(line), Run{now, now});
     auto& [known, run] = *found;
     const bool follows = !is_new && now - run.last < gap;
+    if (!follows && run.untold > 0)
+        tell_number(known, run);
     run.last = now;
     if (!follows) {
-        if (run.untold > 0)
-            tell_number(known, run);
         run.told = now;
         tell_(known);
         return false;

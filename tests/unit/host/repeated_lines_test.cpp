@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
+#include <atomic>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -108,6 +109,26 @@ TEST_F(RepeatedLinesTest, NumberComesBeforeTheNextLineWhereNobodyHasSettled) {
               (Told{"b 2 no answer", "b 2 repeated 1 time in 0.1 s: no answer", "b 2 no answer"}));
 }
 
+TEST_F(RepeatedLinesTest, NumberComesBeforeTheNextLineWhereSettlingCameTooEarly) {
+    log("b", "no answer");
+    pass(10);
+    log("b", "no answer");
+    pass(50);
+    settle();
+    EXPECT_EQ(take(), (Told{"b 2 no answer"}));
+    pass(50);
+    EXPECT_FALSE(log("b", "no answer"));
+    EXPECT_EQ(take(), (Told{"b 2 repeated 1 time in 0.0 s: no answer", "b 2 no answer"}));
+    EXPECT_FALSE(lines_.is_counting());
+}
+
+TEST_F(RepeatedLinesTest, OneOfAllThatAreNotToldAsksForSettling) {
+    log("b", "no answer");
+    log("c", "no answer");
+    EXPECT_TRUE(log("b", "no answer"));
+    EXPECT_FALSE(log("c", "no answer"));
+}
+
 TEST_F(RepeatedLinesTest, BlocksTextsAndLevelsAreToldApartHoweverTheyInterleave) {
     for (int i = 0; i < 10; ++i) {
         log("b", "no answer");
@@ -139,20 +160,28 @@ TEST(RepeatedLinesThreads, NumbersAreExact) {
         else
             ++first;
     });
-    const auto flood = [&lines](const std::string& block) {
-        for (int i = 0; i < 20'000; ++i)
-            lines.log({block, 2, "no answer"}, RepeatedLines::Clock::now());
+    // Ten microseconds a line, so that numbers are told all the while.
+    std::atomic<int> ticks = 0;
+    const auto now = [&ticks] {
+        return RepeatedLines::Clock::time_point(std::chrono::hours(1)) +
+               std::chrono::microseconds(10) * ticks++;
+    };
+    std::latch all_there(3);
+    const auto flood = [&](const std::string& block) {
+        all_there.arrive_and_wait();
+        for (int i = 0; i < 100'000; ++i)
+            lines.log({block, 2, "no answer"}, now());
     };
     {
         const std::jthread one(flood, "b");
         const std::jthread two(flood, "b");
         const std::jthread three(flood, "c");
         for (int i = 0; i < 1000; ++i)
-            lines.settle(RepeatedLines::Clock::now());
+            lines.settle(now());
     }
     lines.finish();
-    EXPECT_EQ(first + repeated, 60'000U);
-    EXPECT_LT(first, 30'000U);
+    EXPECT_EQ(first + repeated, 300'000U);
+    EXPECT_LT(first, 150'000U);
 }
 
 }  // namespace
