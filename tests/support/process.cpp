@@ -30,6 +30,9 @@ int check(int r, const char* what) {
                          const std::map<std::string, std::string>& environment, const int (&out)[2],
                          const int (&err)[2]) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // Whatever nohup(1) or a shell's "&" has left to the tests.
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT})
+        std::signal(number, SIG_DFL);
     // A crash may be what a test is about; nobody looks for its core.
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
