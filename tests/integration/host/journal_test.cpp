@@ -1,6 +1,8 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/datagram_socket.hpp"
 #include "tests/integration/host/host_test.hpp"
@@ -125,6 +127,25 @@ TEST_F(JournalTest, GetsTheLinesNextToEventLinesToo) {
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(entry(journal), fields("probe: constructor", "6", "probe"));
     EXPECT_EQ(lines_with(messages(ended.out), "constructor"), "probe: constructor\n");
+}
+
+TEST_F(JournalTest, GetsRepeatedLinesOnceAndThenWithTheirNumber) {
+    const DatagramSocket journal(journal_socket());
+    for (const std::string format : {"text", "json"}) {
+        Process host(
+            in_namespace("[blocks.b]\ntype = \"Stubborn\"\nin = \"start\"\n"
+                         "does = \"repeats\"\nlines = 20\n",
+                         format));
+        EXPECT_EQ(entry(journal), fields("b: repeats in start", "6", "b"));
+        EXPECT_EQ(entry(journal), fields("b: no answer", "6", "b"));
+        EXPECT_EQ(entry(journal), fields("repeated 19 times in 0.0 s: b: no answer", "6", "b"));
+        const Ended ended = host.terminate();
+        EXPECT_EQ(ended.code, 0);
+        if (format == "json") {
+            const std::string lines = lines_with(messages(ended.out), "b: no answer");
+            EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 20) << "the event lines";
+        }
+    }
 }
 
 TEST_F(JournalTest, IsLeftAloneWhenStderrLeadsElsewhere) {
