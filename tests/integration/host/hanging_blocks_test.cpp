@@ -95,14 +95,21 @@ TEST_F(HangingBlock, IsNamedOnceWithoutASignalToo) {
 
 TEST_F(HangingBlock, IsNamedWhenTheTimeIsOverWhichCountsAsTheFirstSignal) {
     Process host(run_command(stubborn("in = \"run\"\n"), {"--bus", bus(), "--for", "0.2"}));
+    ASSERT_TRUE(host.wait_for_text("b: hangs in run"));
+    const auto begin = Clock::now();
     ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'b' in run; a further SIGINT"));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4)) << "those of a start are longer";
     host.send_signal(SIGINT);
     EXPECT_EQ(host.wait().signal, SIGINT);
 }
 
 TEST_F(HangingBlock, InTheStartHoldsUpTheTimeFor5SecondsOnly) {
     Process host(run_command(stubborn("in = \"setup\"\n"), {"--bus", bus(), "--for", "0.2"}));
+    ASSERT_TRUE(host.wait_for_text("b: hangs in setup"));
+    const auto begin = Clock::now();
     ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'b' in setup; a further SIGINT"));
+    EXPECT_GE(Clock::now() - begin, std::chrono::seconds(4));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
     host.send_signal(SIGINT);
     EXPECT_EQ(host.wait().signal, SIGINT);
 }

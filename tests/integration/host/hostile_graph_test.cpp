@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
                      },
                      not_shown},
         HostileGraph{"LongType", "[blocks.t]\ntype = \"" + std::string(1'000'000, 'T') + "\"\n",
-                     [](std::size_t /*i*/) { return std::string(2'000'000, ' '); }, "TTT…"},
+                     [](std::size_t /*i*/) { return std::string(2'000'000, ' '); }, "TTT…TTT"},
         HostileGraph{"MistakesInOneLine", "plugins = [", [](std::size_t /*i*/) { return "1,"; },
                      not_shown, end_of_list},
         HostileGraph{"SamePluginInManySpellings", "plugins = [\n",

@@ -7,8 +7,9 @@ namespace {
 
 class TextLines : public HostTest {
   protected:
-    Ended run_text(const std::string& graph, const Words& more = {}) const {
-        Words arguments{"--format", "text", "--for", "0.1"};
+    Ended run_text(const std::string& graph, const Words& more = {},
+                   const std::string& seconds = "0.1") const {
+        Words arguments{"--format", "text", "--for", seconds};
         arguments.insert(arguments.end(), more.begin(), more.end());
         Ended ended = run(graph, arguments);
         // Two blanks, or a colour's code, stand between the time and the name.
@@ -21,7 +22,8 @@ class TextLines : public HostTest {
 TEST_F(TextLines, ValuesGoToStdoutAndEverythingElseToStderr) {
     const Ended ended = run_text(
         probes("[blocks.p]\ntype = \"Probe\"\nsettings = true\n[blocks.s]\ntype = \"Source\"\n"
-               "runs = 2\n[blocks.d]\ntype = \"Debugger\"\n"));
+               "runs = 2\n[blocks.d]\ntype = \"Debugger\"\n"),
+        {}, "0.4");  // so that the number of the repeated line is told before the end
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(ended.out,
               "TIME  p setup truth = true\nTIME  p setup count = 3\nTIME  p setup ratio = 0.5\n"
