@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -51,6 +52,21 @@ TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatCrashes) {
     EXPECT_EQ(end.signal, SIGSEGV);
 }
 
+TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatEndsMeanwhile) {
+    const auto slowly = [this](const std::string& line) {
+        lines_.push_back(line);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        return false;
+    };
+    const auto work = [](const LineSender& send) {
+        send("one");
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        send("two");
+    };
+    EXPECT_EQ(run_in_child(work, patience, slowly).code, 0);
+    EXPECT_EQ(lines_, (Lines{"one", "two"}));
+}
+
 TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
     int alive[2];
     ASSERT_EQ(pipe(alive), 0);
@@ -71,6 +87,29 @@ TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
     ASSERT_EQ(poll(&gone, 1, 20'000), 1);
     char none = 0;
     EXPECT_EQ(read(alive[0], &none, 1), 0);
+    close(alive[0]);
+}
+
+TEST_F(ChildProcessTest, EndsWithTheProcessThatHasStartedIt) {
+    int alive[2];
+    ASSERT_EQ(pipe(alive), 0);
+    const pid_t starter = fork();
+    if (starter == 0) {
+        run([&](const LineSender&) {
+            static_cast<void>(!write(alive[1], "x", 1));
+            for (;;)
+                pause();
+        });
+        _exit(0);
+    }
+    close(alive[1]);
+    char up = 0;
+    ASSERT_EQ(read(alive[0], &up, 1), 1);
+    kill(starter, SIGKILL);
+    waitpid(starter, nullptr, 0);
+    pollfd gone{alive[0], POLLIN, 0};
+    ASSERT_EQ(poll(&gone, 1, 20'000), 1);
+    EXPECT_EQ(read(alive[0], &up, 1), 0);
     close(alive[0]);
 }
 
@@ -114,6 +153,7 @@ TEST_F(ChildProcessTest, WaitsForTheEndOfOneThatHasClosedItsFiles) {
         send("before");
         for (int fd = 3; fd < 256; ++fd)
             close(fd);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         _exit(5);
     });
     EXPECT_EQ(lines_, Lines{"before"});

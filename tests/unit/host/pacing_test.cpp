@@ -48,7 +48,7 @@ TEST(RunBudget, IsNotRefilledForTimeThatIsSkipped) {
 }
 
 TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
-    for (const double rate : {200.0, 3.0, 0.7, 1e4, 333.3}) {
+    for (const double rate : {200.0, 3.0, 0.7, 1e4, 333.3, 1e3 / 3}) {
         RunBudget budget({2, rate}, start);
         std::uint64_t now = start;
         take_all(budget, now);

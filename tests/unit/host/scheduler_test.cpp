@@ -413,6 +413,15 @@ TEST_F(RefusedScheduler, NextFollowsAtOnceWhenATrySucceeds) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
 }
 
+TEST_F(RefusedScheduler, NextFollowsAtOnceWhenTheAnswerToATryComesLater) {
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    EXPECT_EQ(ran_, "a");
+    scheduler_.match_installed(a_);
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
 TEST_F(RefusedScheduler, BlockForWhichSomethingHasChangedTriesAtOnce) {
     for (int i = 0; i < 20; ++i)
         sd_event_run(&loop(), 10'000);
@@ -441,6 +450,8 @@ TEST_F(UnbrakedRefusedScheduler, TheyTryTogetherOnceTheOthersAreAnswered) {
     EXPECT_EQ(ran_, "");
     asked_ = 0;
     scheduler_.match_refused(c_);
+    serve();
+    EXPECT_EQ(ran_, "ab");
     c_.port->fire();
     serve();
     EXPECT_EQ(ran_, "abc");
