@@ -75,8 +75,10 @@ TEST_F(CameraEnding, AtASecondSignalNothingIsLeft) {
 
 TEST_F(CameraEnding, AtSigquitNothingIsLeft) {
     const auto camera = start_stubborn();
+    const auto begin = steady_clock::now();
     camera->send_signal(SIGQUIT);
     EXPECT_EQ(camera->wait().signal, SIGQUIT);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
     expect_nothing_left();
 }
 
@@ -86,8 +88,10 @@ TEST_F(CameraEnding, ASecondSignalEndsItWhileItCannotTakeAny) {
     kill(player(*camera), SIGSTOP);
     camera->send_signal(SIGTERM);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const auto begin = steady_clock::now();
     camera->send_signal(SIGTERM);
     EXPECT_EQ(camera->wait().signal, SIGTERM);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
     expect_nothing_left();
 }
 
@@ -109,12 +113,14 @@ TEST_F(CameraEnding, WhenTheProcessThatWasStartedIsKilledNothingIsLeft) {
 }
 
 TEST_F(CameraEnding, WhenItsProcessGroupIsKilledNothingIsLeft) {
+    const auto begin = steady_clock::now();
     // `timeout` kills the whole group, of which it is the leader.
     const Ended ended =
         run_program({"timeout", "--signal", "KILL", "1", FENWA_CAMERA_PROGRAM, "run",
                      "--private-bus=" + socket(), "--", "sh", "-c", "setsid sleep 60 & sleep 60"},
                     {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
     EXPECT_EQ(ended.signal, SIGKILL);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
     expect_nothing_left_soon();
 }
 
