@@ -7,6 +7,9 @@
 #include <iterator>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
+
+#include "tests/support/proc.hpp"
 
 namespace test {
 namespace {
@@ -140,6 +143,13 @@ Lines CameraScene::whole_text(const Lines& middle, int status) {
     all.insert(all.end(), downs.begin(), downs.end());
     all.push_back("the end, with exit code " + std::to_string(status));
     return all;
+}
+
+pid_t CameraScene::player(const Process& keeper) {
+    const std::vector<pid_t> children = children_of(keeper.pid());
+    if (children.size() != 1)
+        throw std::runtime_error("the camera does not play");  // kill(-1) would reach everybody
+    return children[0];
 }
 
 Lines CameraScene::with(const std::string& text, const Lines& all) {

@@ -102,6 +102,8 @@ class CameraScene : public ::testing::Test {
     [[nodiscard]] const std::string& address() const { return bus_->address(); }
     [[nodiscard]] camera::PrivateBus& bus() { return *bus_; }
     [[nodiscard]] Process& camera() { return *camera_; }
+    /// The process in which the camera plays: a child of the one that was started.
+    [[nodiscard]] static pid_t player(const Process& keeper);
     [[nodiscard]] const Ended& ended() const { return ended_; }
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "tests/integration/camera/scenario_scene.hpp"
-#include "tests/support/proc.hpp"
 
 namespace test {
 namespace {
@@ -37,13 +36,6 @@ class CameraEnding : public ScenarioScene {
     }
 
     [[nodiscard]] std::string socket() const { return (folder().path() / "bus").string(); }
-
-    /// The process in which the camera plays.
-    [[nodiscard]] static pid_t player(const Process& keeper) {
-        const std::vector<pid_t> children = children_of(keeper.pid());
-        EXPECT_EQ(children.size(), 1U);
-        return children.empty() ? -1 : children[0];
-    }
 
     void expect_nothing_left() const {
         EXPECT_THAT(left_behind(), IsEmpty());

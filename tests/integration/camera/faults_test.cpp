@@ -123,13 +123,14 @@ TEST_F(ControllerFaults, ADropComesBeforeWhatElseWouldBeAnswered) {
     fail({"GetTemperature", "--drop"});
     // Both calls are to be there when the camera looks. It sleeps until the daemon, which takes
     // what one client sends in its order, has handed them on.
-    camera().send_signal(SIGSTOP);
+    const pid_t playing = player(camera());
+    kill(playing, SIGSTOP);
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     tool::check(sd_bus_call_method(client_->bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                    "org.freedesktop.DBus", "GetId", nullptr, nullptr, nullptr),
                 "GetId");
-    camera().send_signal(SIGCONT);
+    kill(playing, SIGCONT);
     client_->wait_for(3);
     EXPECT_EQ(client_->heard().front(), "owner :1.1 -> none");
     EXPECT_THAT(client_->heard(),
