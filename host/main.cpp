@@ -1,7 +1,7 @@
-#include "common/command_line.hpp"
+#include "common/cli/command_line.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "host/command_options.hpp"
-#include "host/log_to_stderr.hpp"
+#include "host/cli/options.hpp"
+#include "host/output/log_to_stderr.hpp"
 
 namespace {
 
@@ -15,18 +15,18 @@ constexpr const char* exit_codes =
 int main(int argc, char** argv) {
     Fenwa::set_log_sink(host::log_to_stderr);
     CLI::App app("Runs graphs of Fenwa blocks on any Linux machine", "fenwa");
-    tool::prepare_program(app, host::program_version, exit_codes);
+    common::prepare_program(app, host::program_version, exit_codes);
     const std::vector<host::Command> commands = {
         host::add_run_command(app),     host::add_check_command(app), host::add_read_command(app),
         host::add_write_command(app),   host::add_set_command(app),   host::add_watch_command(app),
         host::add_inspect_command(app), host::add_graph_command(app), host::add_names_command(app),
     };
-    return tool::run_command_line(app, argc, argv, [&commands] {
+    return common::run_command_line(app, argc, argv, [&commands] {
         for (const host::Command& command : commands) {
             if (command.app->parsed())
                 return command.run();
         }
         // Unreachable: one command is required.
-        return tool::ExitCode::usage;
+        return common::ExitCode::usage;
     });
 }

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "camera/private_bus.hpp"
+#include "common/bus/private_bus.hpp"
 #include "tests/docs/markdown_page.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
@@ -136,7 +136,7 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
     }
 
     TemporaryFolder folder_;
-    camera::PrivateBus bus_;
+    common::PrivateBus bus_;
     Process camera_{
         {std::string(FENWA_BINARIES) + "/fenwa-camera", "run", "--bus", bus_.address()}};
 };

@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "common/json_text.hpp"
+#include "common/text/json.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -50,7 +50,7 @@ TEST_P(ExampleTest, RunsWithoutAComplaint) {
     int outputs = 0;
     std::istringstream lines(ended.out);
     for (std::string line; std::getline(lines, line);) {
-        const tool::Json event = tool::Json::parse(line);
+        const common::Json event = common::Json::parse(line);
         if (event["event"] == "output")
             ++outputs;
         EXPECT_FALSE(event["event"] == "log" && event["level"] != 4) << line;

@@ -179,13 +179,13 @@ TEST_F(BusPolicy, GivesTheSignalsToThoseWhoMayCall) {
     // The daemon answers behind all that it has sent before.
     const char* id = nullptr;
     sd_bus_message* reply = nullptr;
-    tool::check(sd_bus_call_method(&other->bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                   "org.freedesktop.DBus", "GetId", nullptr, &reply, ""),
-                "GetId");
-    const tool::MessagePtr owned(reply);
-    tool::check(sd_bus_message_read(reply, "s", &id), "sd_bus_message_read");
+    common::check(sd_bus_call_method(&other->bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                     "org.freedesktop.DBus", "GetId", nullptr, &reply, ""),
+                  "GetId");
+    const common::MessagePtr owned(reply);
+    common::check(sd_bus_message_read(reply, "s", &id), "sd_bus_message_read");
     EXPECT_EQ(other->changes(0), Words{});
-    while (tool::check(sd_bus_process(&other->bus(), nullptr), "sd_bus_process") > 0) {
+    while (common::check(sd_bus_process(&other->bus(), nullptr), "sd_bus_process") > 0) {
     }
     EXPECT_EQ(other->changes(0), Words{});
     EXPECT_EQ(host.terminate().code, 0);

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "camera/private_bus.hpp"
+#include "common/bus/private_bus.hpp"
 #include "tests/pages/help.hpp"
 #include "tests/pages/shell.hpp"
 #include "tests/support/process.hpp"
@@ -99,7 +99,7 @@ to = "power.timer_in"
 
   private:
     TemporaryFolder folder_;
-    camera::PrivateBus bus_;
+    common::PrivateBus bus_;
     Process camera_{{fenwa_camera, "run", "--bus", bus_.address()}};
     Process host_{{fenwa, "run", "--format", "json", "--control", "--bus", bus_.address(),
                    folder_.write("graph.toml", graph)}};
@@ -153,7 +153,7 @@ TEST(CompletionWithoutAHost, IsSilentAndSoon) {
     // A bus that takes connections and says nothing.
     const TemporaryFolder folder;
     const std::string socket = (folder.path() / "bus").string();
-    const camera::PrivateBus bus({{}, {}, socket, {}});
+    const common::PrivateBus bus({{}, {}, socket, {}});
     kill(bus.pid(), SIGSTOP);
     const auto begin = std::chrono::steady_clock::now();
     const Words offered = Shell{"", "", bus.address()}.offers({fenwa, "read", ""});

@@ -4,13 +4,13 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "camera/message_json.hpp"
+#include "camera/bus/message_json.hpp"
 
 namespace test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using tool::check;
+using common::check;
 
 constexpr const char* daemon_name = "org.freedesktop.DBus";
 
@@ -65,7 +65,7 @@ BusMonitor::BusMonitor(const std::string& address) {
     check(sd_bus_set_bus_client(bus, 1), "the monitor as a client");
     check(sd_bus_set_monitor(bus, 1), "monitor mode");
     check(sd_bus_start(bus), "start of the monitor");
-    tool::BusError error;
+    common::BusError error;
     const int r = sd_bus_call_method(bus, daemon_name, "/org/freedesktop/DBus",
                                      "org.freedesktop.DBus.Monitoring", "BecomeMonitor", &error,
                                      nullptr, "asu", 0, 0U);
@@ -79,7 +79,7 @@ void BusMonitor::record_until(Done&& done, const std::string& what) {
     while (true) {
         sd_bus_message* message = nullptr;
         const int r = check(sd_bus_process(bus_.get(), &message), "the monitor");
-        const tool::MessagePtr guard(message);
+        const common::MessagePtr guard(message);
         if (message != nullptr) {
             messages_.push_back(read_message(*message));
             if (done(messages_.back()))

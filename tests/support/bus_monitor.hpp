@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "common/bus.hpp"
+#include "common/bus/bus.hpp"
 
 namespace test {
 
@@ -21,7 +21,7 @@ struct BusMessage {
 /// which the daemon handles them.
 class BusMonitor {
   public:
-    /// @throws std::system_error or tool::Failure when the bus takes no monitor.
+    /// @throws std::system_error or common::Failure when the bus takes no monitor.
     explicit BusMonitor(const std::string& address);
 
     /// Records until the connection `unique_name` is gone from the bus, 20 s at most.
@@ -38,7 +38,7 @@ class BusMonitor {
     template <class Done>
     void record_until(Done&& done, const std::string& what);
 
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::vector<BusMessage> messages_;
 };
 

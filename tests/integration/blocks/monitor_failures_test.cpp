@@ -240,7 +240,7 @@ TEST_F(MonitorFailuresTest, LogsASignalOfAnotherTypeAndTakesTheNext) {
 TEST_F(MonitorFailuresTest, LogsAnOwnerChangeOfAnotherForm) {
     open();
     start_registered_host();
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                  "NameOwnerChanged", "i", 1),
               0);

@@ -131,7 +131,7 @@ TEST_F(MonitorTest, RegistersItsLimitsAgainWhenTheServiceIsLostAndComesBackByThe
 TEST_F(MonitorTest, RegistersAgainWhenAnyClientClaimsThatTheOwnerIsLost) {
     open();
     start_registered_host();
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                  "NameOwnerChanged", "sss", "com.tarlo.TemperatureController",
                                  ":1.1", ""),
@@ -153,7 +153,7 @@ TEST_F(MonitorTest, NamesASignalThatBelongsToNobody) {
     open();
     start_registered_host();
     // Another client's limit: the signals are broadcast.
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     const char* const name = "com.tarlo.TemperatureController";
     ASSERT_GE(
         sd_bus_call_method(other.get(), name, "/com/tarlo/TemperatureController", name,

@@ -5,9 +5,9 @@
 #include <random>
 #include <vector>
 
-#include "camera/bus_names.hpp"
-#include "camera/private_bus.hpp"
-#include "common/bus.hpp"
+#include "camera/bus/names.hpp"
+#include "common/bus/bus.hpp"
+#include "common/bus/private_bus.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
 #include "src/blocks/temperature/temperature_monitor.hpp"
 #include "tests/support/block_driver.hpp"
@@ -63,7 +63,7 @@ class Hysteresis {
 class MonitorOnBus {
   public:
     MonitorOnBus(const std::string& address, const Hysteresis::Band& band)
-        : bus_(tool::open_bus(address, std::chrono::seconds(5))),
+        : bus_(common::open_bus(address, std::chrono::seconds(5))),
           tools_(bus_.get()),
           monitor_(tools_, "monitor",
                    Fenwa::BlockConfiguration{{"sensor_name", {"main"}},
@@ -113,7 +113,7 @@ class MonitorOnBus {
         return monitor_.woken() && monitor_->run();
     }
 
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     Fenwa::ConnectionTools tools_;
     support::BlockDriver<blocks::TemperatureMonitor> monitor_;
 };
@@ -172,13 +172,13 @@ class MonitorWalksTest : public ::testing::TestWithParam<unsigned> {
     }
 
     support::LogRecorder log_;  // in place of thousands of lines on the screen
-    camera::PrivateBus bus_;
+    common::PrivateBus bus_;
     // Nobody here reads the camera's many events, so behind the first line they go nowhere.
     Process camera_{{"/bin/bash", "-c",
                      "exec \"$0\" run --bus \"$1\" --format json "
                      "> >(grep --max-count=1 '\"ready\"'; exec cat >/dev/null)",
                      FENWA_CAMERA_PROGRAM, bus_.address()}};
-    tool::BusPtr orders_ = tool::open_bus(bus_.address(), std::chrono::seconds(20));
+    common::BusPtr orders_ = common::open_bus(bus_.address(), std::chrono::seconds(20));
 };
 
 TEST_P(MonitorWalksTest, JudgesAsAHysteresisDoesAfterEachStep) {

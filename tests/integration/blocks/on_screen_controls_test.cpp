@@ -37,7 +37,7 @@ Lines lists(const std::string& features, const std::string& service = "service")
 }
 Lines adds(const std::string& service = "service") {
     return {R"(client calls service: AddFeatures("en-us", "English", )" +
-                tool::json_line(document) + ", {})",
+                common::json_line(document) + ", {})",
             service + " replies to client: ()"};
 }
 /// What is sent when the host stops after it has added `times` times.
@@ -55,7 +55,7 @@ TEST_F(ControlsTest, PublishTheButtonsAndTakeThemAwayAtTheEnd) {
     camera({"press", "activateWDR1"});
     const Ended shown =
         run_program({FENWA_CAMERA_PROGRAM, "show", "--format", "json", "--bus", address()});
-    EXPECT_EQ(tool::Json::parse(shown.out)["values"]["wdr.0"], "on");
+    EXPECT_EQ(common::Json::parse(shown.out)["values"]["wdr.0"], "on");
     close();
 
     EXPECT_THAT(traffic(),
@@ -119,7 +119,7 @@ TEST_F(ControlsTest, ComeBackAfterEachOfTwoHundredCrashes) {
 TEST_F(ControlsTest, TakeAwayWhatIsListedUnderTheirOwnNumber) {
     // Channel 1 looks for "WDR1", which is what channel 0 publishes.
     open({.graph = "[blocks.controls]\ntype = \"OnScreenControls\"\nchannel = 1\n"});
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     const char* const name = "com.tarlo.Onscreencontrols1";
     ASSERT_GE(
         sd_bus_call_method(other.get(), name, "/com/tarlo/Onscreencontrols1", name, "AddFeatures",

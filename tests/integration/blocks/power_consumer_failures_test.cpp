@@ -178,7 +178,7 @@ TEST_F(ConsumerFailuresTest, LogsAnOwnerChangeOfAnotherForm) {
     open();
     start_host();
     wait_for_output("4.5");
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                  "NameOwnerChanged", "ss", "a", "b"),
               0);

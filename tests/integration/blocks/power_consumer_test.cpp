@@ -98,7 +98,7 @@ TEST_F(PowerConsumerTest, RegistersAgainWhenAnyClientClaimsThatTheOwnerIsLost) {
     open();
     start_host();
     wait_for_output("4.5");
-    const tool::BusPtr other = tool::open_bus(address(), patience);
+    const common::BusPtr other = common::open_bus(address(), patience);
     ASSERT_GE(
         sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
                            "NameOwnerChanged", "sss", "com.tarlo.PowerControl.Consumer", "x", ""),
@@ -116,7 +116,7 @@ TEST_F(PowerConsumerTest, TakesPowerFromAnyCallerAsFarAsAFloatGoes) {
     open();
     start_host();
     wait_for_output("4.5");
-    const tool::BusPtr other = tool::open_bus(address(), patience);
+    const common::BusPtr other = common::open_bus(address(), patience);
     const auto set_power = [&other](const char* types, auto value) {
         return sd_bus_call_method(other.get(), "com.tarlo.Vipd.ch0",
                                   "/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer",

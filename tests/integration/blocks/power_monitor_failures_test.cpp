@@ -123,7 +123,7 @@ class OddSignalTest : public PowerMonitorFailuresTest {
         open();
         start_host();
         wait_for_replies("Get", 2);
-        other_ = tool::open_bus(address(), std::chrono::seconds(5));
+        other_ = common::open_bus(address(), std::chrono::seconds(5));
     }
     template <class... Arguments>
     void emit(const char* types, Arguments... arguments) {
@@ -141,7 +141,7 @@ class OddSignalTest : public PowerMonitorFailuresTest {
     }
 
   private:
-    tool::BusPtr other_;
+    common::BusPtr other_;
 };
 
 TEST_F(OddSignalTest, IsLoggedWhereItHoldsNoDictionary) {

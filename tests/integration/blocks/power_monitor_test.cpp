@@ -86,7 +86,7 @@ TEST_F(PowerMonitorTest, BelievesAnyClientAndAnyInterface) {
     open();
     start_host();
     wait_for_replies("Get", 2);
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_emit_signal(other.get(), "/com/tarlo/PowerControl/Status",
                                  "org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{sv}as",
                                  "com.example.Stranger", 1, "PowerReceived", "d", 1.0, 0),

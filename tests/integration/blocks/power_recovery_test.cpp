@@ -70,7 +70,7 @@ TEST_F(PowerMonitorRecoveryTest, IsRightAfterEachCrashOfAServiceThatAnyCallBring
     open({.activation = true});
     start_host();
     wait_for_replies("Get", 2);
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(20));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(20));
     const char* const name = "com.tarlo.PowerControl.Status";
     for (int crash = 0; crash < crashes && !HasFatalFailure(); ++crash) {
         SCOPED_TRACE(crash);

@@ -106,7 +106,7 @@ TEST_F(ReaderTest, IsWokenByAnActivatedServiceButDoesNotActivateIt) {
     camera({"stop", "temperature"});
     start_host();
     // Following a name starts nothing; a call of another client does.
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(
         sd_bus_call_method(other.get(), controller_name, "/com/tarlo/TemperatureController",
                            controller_name, "GetTemperature", nullptr, nullptr, "is", 3, "main"),
@@ -123,7 +123,7 @@ TEST_F(ReaderTest, RegistersAgainWhenTheNamePassesToAnotherOwnerWithoutAGap) {
     start_host();
     wait_for_output("36.5");
     // Any client may send this signal, and the reader takes it from any.
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                  "NameOwnerChanged", "sss", controller_name, ":1.1", ":1.99"),
               0);
@@ -179,7 +179,7 @@ TEST_F(ReaderTest, PublishesANanEachTimeItComes) {
     camera({"set", "temperature.main", "nan"});
     wait_for_output("\"nan\"");
     // Whoever comes or goes wakes the reader, and NaN differs from the value before it, NaN.
-    static_cast<void>(tool::open_bus(address(), std::chrono::seconds(5)));
+    static_cast<void>(common::open_bus(address(), std::chrono::seconds(5)));
     wait_for_output("\"nan\"");
     close();
     const Lines outputs = events("output");

@@ -20,7 +20,7 @@ Lines removes_match(const std::string& rule) {
 
 void BlockScene::open(Setting setting) {
     setting_ = std::move(setting);
-    camera::PrivateBusOptions options;
+    common::PrivateBusOptions options;
     options.camera_program = FENWA_CAMERA_PROGRAM;
     if (setting_.activation) {
         options.activatable = {{"com.tarlo.TemperatureController", "temperature"},
@@ -31,7 +31,7 @@ void BlockScene::open(Setting setting) {
                                {"com.tarlo.VideoReady1", "video"}};
     }
     options.extra_xml = setting_.bus_xml;
-    bus_ = std::make_unique<camera::PrivateBus>(options);
+    bus_ = std::make_unique<common::PrivateBus>(options);
     monitor_ = std::make_unique<BusMonitor>(address());
     if (!setting_.camera_there)
         return;
@@ -117,7 +117,7 @@ void BlockScene::wait_for_replies(const std::string& member, int count) {
 
 void BlockScene::settle() const {
     // sd-bus answers this by itself, in its turn.
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(5));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
     ASSERT_GE(sd_bus_call_method(other.get(), host_name_.c_str(), "/", "org.freedesktop.DBus.Peer",
                                  "Ping", nullptr, nullptr, nullptr),
               0);
@@ -145,9 +145,9 @@ Lines BlockScene::events() const {
     Lines lines;
     std::istringstream stream(ended_.out);
     for (std::string line; std::getline(stream, line);) {
-        tool::Json event = tool::Json::parse(line);
+        common::Json event = common::Json::parse(line);
         event.erase("time");
-        lines.push_back(tool::json_line(event));
+        lines.push_back(common::json_line(event));
     }
     return lines;
 }
@@ -170,7 +170,7 @@ std::string output_event(const std::string& port, const std::string& type,
 
 std::string log_event(int level, const std::string& message) {
     return R"({"event":"log","level":)" + std::to_string(level) + R"(,"message":)" +
-           tool::json_line(message) + '}';
+           common::json_line(message) + '}';
 }
 
 }  // namespace test

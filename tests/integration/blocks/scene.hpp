@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/private_bus.hpp"
-#include "common/json_text.hpp"
+#include "common/bus/private_bus.hpp"
+#include "common/text/json.hpp"
 #include "tests/support/bus_monitor.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
@@ -95,7 +95,7 @@ class BlockScene : public ::testing::Test {
     Cast cast_;
     TemporaryFolder folder_;
     Setting setting_;
-    std::unique_ptr<camera::PrivateBus> bus_;
+    std::unique_ptr<common::PrivateBus> bus_;
     std::unique_ptr<Process> camera_;
     std::unique_ptr<BusMonitor> monitor_;
     std::unique_ptr<Process> host_;

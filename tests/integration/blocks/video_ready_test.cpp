@@ -31,8 +31,8 @@ TEST_F(VideoReadyTest, SignalsOnceWhenItStarts) {
     EXPECT_THAT(events(), ElementsAre(setup_event("true"), ready_event, exit_event));
     const Ended shown =
         run_program({FENWA_CAMERA_PROGRAM, "show", "--format", "json", "--bus", address()});
-    EXPECT_EQ(tool::Json::parse(shown.out)["values"]["video.1"], 1);
-    EXPECT_EQ(tool::Json::parse(shown.out)["values"]["video.0"], 0);
+    EXPECT_EQ(common::Json::parse(shown.out)["values"]["video.1"], 1);
+    EXPECT_EQ(common::Json::parse(shown.out)["values"]["video.0"], 0);
 }
 
 TEST_F(VideoReadyTest, StaysSilentWhereTheUnitIsMasked) {
@@ -122,7 +122,7 @@ TEST_F(VideoReadyTest, SignalsAgainWhenThePictureIsTurnedAlsoAfterEachOfTwoHundr
     start_host();
     wait_until_ready();
     wait_for_replies("SignalVideoReady");
-    const tool::BusPtr other = tool::open_bus(address(), std::chrono::seconds(20));
+    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(20));
     const char* const name = "com.tarlo.Fenwa.Host1";
     for (int crash = 0; crash < 200 && !HasFatalFailure(); ++crash) {
         SCOPED_TRACE(crash);

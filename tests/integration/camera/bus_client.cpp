@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "camera/message_json.hpp"
+#include "camera/bus/message_json.hpp"
 
 namespace test {
 namespace {
@@ -25,57 +25,59 @@ std::string answer_of(sd_bus_message& message) {
 }  // namespace
 
 BusClient::BusClient(const std::string& address, const camera::BusObject& service)
-    : service_(service), bus_(tool::open_bus(address, patience)) {}
+    : service_(service), bus_(common::open_bus(address, patience)) {}
 
 std::string BusClient::unique_name() const {
     const char* name = nullptr;
-    tool::check(sd_bus_get_unique_name(bus(), &name), "sd_bus_get_unique_name");
+    common::check(sd_bus_get_unique_name(bus(), &name), "sd_bus_get_unique_name");
     return name;
 }
 
-tool::MessagePtr BusClient::new_call(const char* member) const {
+common::MessagePtr BusClient::new_call(const char* member) const {
     sd_bus_message* message = nullptr;
-    tool::check(sd_bus_message_new_method_call(bus(), &message, service_.name, service_.path,
-                                               service_.interface, member),
-                "sd_bus_message_new_method_call");
-    return tool::MessagePtr(message);
+    common::check(sd_bus_message_new_method_call(bus(), &message, service_.name, service_.path,
+                                                 service_.interface, member),
+                  "sd_bus_message_new_method_call");
+    return common::MessagePtr(message);
 }
 
-std::string BusClient::call(const tool::MessagePtr& message, std::chrono::milliseconds limit) {
-    tool::BusError error;
+std::string BusClient::call(const common::MessagePtr& message, std::chrono::milliseconds limit) {
+    common::BusError error;
     sd_bus_message* reply = nullptr;
     const auto limit_us = static_cast<std::uint64_t>(limit.count()) * 1000;
     const int r = sd_bus_call(bus(), message.get(), limit_us, &error, &reply);
-    const tool::MessagePtr owned(reply);
+    const common::MessagePtr owned(reply);
     return r < 0 ? error.text(r) : answer_of(*reply);
 }
 
-void BusClient::send(const tool::MessagePtr& message, const char* member) {
+void BusClient::send(const common::MessagePtr& message, const char* member) {
     pending_.push_back(std::make_unique<Pending>(Pending{this, member, nullptr}));
     sd_bus_slot* slot = nullptr;
-    tool::check(sd_bus_call_async(bus(), &slot, message.get(), on_answer, pending_.back().get(), 0),
-                "sd_bus_call_async");
+    common::check(
+        sd_bus_call_async(bus(), &slot, message.get(), on_answer, pending_.back().get(), 0),
+        "sd_bus_call_async");
     pending_.back()->slot.reset(slot);
-    tool::check(sd_bus_flush(bus()), "sd_bus_flush");
+    common::check(sd_bus_flush(bus()), "sd_bus_flush");
 }
 
 void BusClient::listen() {
     sd_bus_slot* slot = nullptr;
-    tool::check(sd_bus_match_signal(bus(), &slot, service_.name, service_.path, nullptr, nullptr,
-                                    on_signal, this),
-                "sd_bus_match_signal");
+    common::check(sd_bus_match_signal(bus(), &slot, service_.name, service_.path, nullptr, nullptr,
+                                      on_signal, this),
+                  "sd_bus_match_signal");
     matches_.emplace_back(slot);
     const std::string owners =
         "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
         std::string(service_.name) + "'";
-    tool::check(sd_bus_add_match(bus(), &slot, owners.c_str(), on_owner, this), "sd_bus_add_match");
+    common::check(sd_bus_add_match(bus(), &slot, owners.c_str(), on_owner, this),
+                  "sd_bus_add_match");
     matches_.emplace_back(slot);
 }
 
 const std::vector<std::string>& BusClient::wait_for(std::size_t lines) {
     const auto deadline = Clock::now() + patience;
     while (heard_.size() < lines) {
-        if (tool::check(sd_bus_process(bus(), nullptr), "sd_bus_process") > 0)
+        if (common::check(sd_bus_process(bus(), nullptr), "sd_bus_process") > 0)
             continue;
         const auto left =
             std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
@@ -85,7 +87,7 @@ const std::vector<std::string>& BusClient::wait_for(std::size_t lines) {
                 text += "\n  " + line;
             throw std::runtime_error(text);
         }
-        tool::check(sd_bus_wait(bus(), static_cast<std::uint64_t>(left.count())), "sd_bus_wait");
+        common::check(sd_bus_wait(bus(), static_cast<std::uint64_t>(left.count())), "sd_bus_wait");
     }
     return heard_;
 }
@@ -103,7 +105,7 @@ int BusClient::on_signal(sd_bus_message* message, void* userdata, sd_bus_error* 
 }
 
 int BusClient::on_owner(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    const tool::Json owners = camera::body_json(*message);
+    const common::Json owners = camera::body_json(*message);
     const auto name = [&owners](std::size_t i) {
         const auto text = owners[i].get<std::string>();
         return text.empty() ? std::string("none") : text;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/bus_names.hpp"
-#include "common/bus.hpp"
+#include "camera/bus/names.hpp"
+#include "common/bus/bus.hpp"
 
 namespace test {
 
@@ -27,7 +27,7 @@ class BusClient {
     std::string call(const char* member, const char* types, Arguments... arguments) {
         return call(new_call(member, types, arguments...), std::chrono::seconds(20));
     }
-    std::string call(const tool::MessagePtr& message, std::chrono::milliseconds limit);
+    std::string call(const common::MessagePtr& message, std::chrono::milliseconds limit);
 
     /// Calls without waiting; the answer becomes a line of `heard()`: `MEMBER answers (3)`.
     template <class... Arguments>
@@ -37,10 +37,10 @@ class BusClient {
 
     /// A call of the service that is not sent yet.
     template <class... Arguments>
-    [[nodiscard]] tool::MessagePtr new_call(const char* member, const char* types,
-                                            Arguments... arguments) const {
-        tool::MessagePtr message = new_call(member);
-        tool::check(sd_bus_message_append(message.get(), types, arguments...), "append");
+    [[nodiscard]] common::MessagePtr new_call(const char* member, const char* types,
+                                              Arguments... arguments) const {
+        common::MessagePtr message = new_call(member);
+        common::check(sd_bus_message_append(message.get(), types, arguments...), "append");
         return message;
     }
 
@@ -62,19 +62,19 @@ class BusClient {
     struct Pending {
         BusClient* client;
         std::string member;
-        tool::SlotPtr slot;
+        common::SlotPtr slot;
     };
 
-    [[nodiscard]] tool::MessagePtr new_call(const char* member) const;
-    void send(const tool::MessagePtr& message, const char* member);
+    [[nodiscard]] common::MessagePtr new_call(const char* member) const;
+    void send(const common::MessagePtr& message, const char* member);
     static int on_answer(sd_bus_message* message, void* userdata, sd_bus_error* error);
     static int on_signal(sd_bus_message* message, void* userdata, sd_bus_error* error);
     static int on_owner(sd_bus_message* message, void* userdata, sd_bus_error* error);
 
     camera::BusObject service_;
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::vector<std::string> heard_;
-    std::vector<tool::SlotPtr> matches_;
+    std::vector<common::SlotPtr> matches_;
     std::vector<std::unique_ptr<Pending>> pending_;
 };
 

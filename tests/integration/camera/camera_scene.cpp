@@ -19,15 +19,15 @@ namespace fs = std::filesystem;
 std::string without_time(const std::string& line) {
     if (!line.starts_with('{'))
         return line.substr(std::min<std::size_t>(line.size(), 10));
-    tool::Json event = tool::Json::parse(line);
+    common::Json event = common::Json::parse(line);
     event.erase("time");
-    return tool::json_line(event);
+    return common::json_line(event);
 }
 
 }  // namespace
 
 void CameraScene::open(Setting setting) {
-    camera::PrivateBusOptions options;
+    common::PrivateBusOptions options;
     options.camera_program = FENWA_CAMERA_PROGRAM;
     if (setting.activation)
         options.activatable = {{camera::temperature_controller.name, "temperature"},
@@ -36,7 +36,7 @@ void CameraScene::open(Setting setting) {
                                {camera::onscreen_controls.name, "controls"},
                                {camera::text_overlay.name, "overlay"},
                                {camera::video_ready.name, "video"}};
-    bus_ = std::make_unique<camera::PrivateBus>(options);
+    bus_ = std::make_unique<common::PrivateBus>(options);
     std::vector<std::string> arguments{"run", "--bus", address(), "--format", setting.format};
     arguments.insert(arguments.end(), setting.run.begin(), setting.run.end());
     camera_ = start(arguments);
@@ -72,15 +72,15 @@ void CameraScene::close() {
     ended_ = camera_->terminate();
 }
 
-tool::Json CameraScene::state() const {
+common::Json CameraScene::state() const {
     const Ended shown = order({"show", "--format", "json"});
     EXPECT_EQ(shown.code, 0) << shown.err;
-    return tool::Json::parse(shown.out);
+    return common::Json::parse(shown.out);
 }
 
-tool::Json CameraScene::service(const std::string& name) const {
-    const tool::Json now = state();
-    for (const tool::Json& each : now["services"]) {
+common::Json CameraScene::service(const std::string& name) const {
+    const common::Json now = state();
+    for (const common::Json& each : now["services"]) {
         if (each["name"] == name)
             return each;
     }
@@ -111,7 +111,7 @@ Lines CameraScene::lines(const std::string& out) const {
 Lines CameraScene::whole(const Lines& middle, int status) {
     Lines all;
     Lines downs;
-    tool::Json names = tool::Json::array();
+    common::Json names = common::Json::array();
     for (int number = 0; const ServiceNames& service : camera_services) {
         const std::string begin =
             std::string(R"({"event":"service","service":")") + service.name + R"(","state":")";

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "camera/bus_names.hpp"
-#include "camera/private_bus.hpp"
-#include "common/json_text.hpp"
+#include "camera/bus/names.hpp"
+#include "common/bus/private_bus.hpp"
+#include "common/text/json.hpp"
 #include "tests/integration/camera/bus_client.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
@@ -76,11 +76,11 @@ class CameraScene : public ::testing::Test {
     /// Ends the camera with SIGTERM and gives what it left; its lines are in `told()`.
     void close();
     /// The camera's state as `show` has it.
-    [[nodiscard]] tool::Json state() const;
+    [[nodiscard]] common::Json state() const;
     /// What it has of one of its services.
-    [[nodiscard]] tool::Json service(const std::string& name) const;
+    [[nodiscard]] common::Json service(const std::string& name) const;
     /// One of its values.
-    [[nodiscard]] tool::Json value(const std::string& name) const {
+    [[nodiscard]] common::Json value(const std::string& name) const {
         return state()["values"][name];
     }
 
@@ -100,7 +100,7 @@ class CameraScene : public ::testing::Test {
     [[nodiscard]] std::string plain(std::string text) const;
 
     [[nodiscard]] const std::string& address() const { return bus_->address(); }
-    [[nodiscard]] camera::PrivateBus& bus() { return *bus_; }
+    [[nodiscard]] common::PrivateBus& bus() { return *bus_; }
     [[nodiscard]] Process& camera() { return *camera_; }
     /// The process in which the camera plays: a child of the one that was started.
     [[nodiscard]] static pid_t player(const Process& keeper);
@@ -116,7 +116,7 @@ class CameraScene : public ::testing::Test {
 
   private:
     TemporaryFolder folder_;
-    std::unique_ptr<camera::PrivateBus> bus_;
+    std::unique_ptr<common::PrivateBus> bus_;
     std::unique_ptr<Process> camera_;
     Ended ended_;
 };

@@ -1,6 +1,6 @@
 #include "tests/integration/camera/consumer_client.hpp"
 
-#include "camera/message_json.hpp"
+#include "camera/bus/message_json.hpp"
 
 namespace test {
 namespace {
@@ -21,10 +21,10 @@ ConsumerClient::ConsumerClient(const std::string& address, int channel)
       service_("com.tarlo.Vipd.ch" + std::to_string(channel)),
       name_("vipd" + std::to_string(channel)) {
     sd_bus_slot* slot = nullptr;
-    tool::check(sd_bus_add_object_vtable(bus(), &slot, path, interface, vtable_, this),
-                "sd_bus_add_object_vtable");
+    common::check(sd_bus_add_object_vtable(bus(), &slot, path, interface, vtable_, this),
+                  "sd_bus_add_object_vtable");
     object_.reset(slot);
-    tool::own_name(*bus(), service_);
+    common::own_name(*bus(), service_);
 }
 
 std::string ConsumerClient::register_consumer() {

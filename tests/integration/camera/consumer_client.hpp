@@ -34,7 +34,7 @@ class ConsumerClient : public BusClient {
     std::string name_;
     std::optional<std::string> error_;
     bool silent_ = false;
-    tool::SlotPtr object_;
+    common::SlotPtr object_;
 };
 
 }  // namespace test

@@ -20,21 +20,21 @@ TEST_F(ControlsFaults, FeaturesStayWhenTheClientThatAddedThemLeaves) {
     const std::string rule = "type='signal',member='NameOwnerChanged',arg0='" + leaver + "'";
     bool gone = false;
     sd_bus_slot* slot = nullptr;
-    tool::check(sd_bus_add_match(
-                    watcher.bus(), &slot, rule.c_str(),
-                    [](sd_bus_message*, void* userdata, sd_bus_error*) {
-                        *static_cast<bool*>(userdata) = true;
-                        return 0;
-                    },
-                    &gone),
-                "sd_bus_add_match");
-    const tool::SlotPtr match(slot);
+    common::check(sd_bus_add_match(
+                      watcher.bus(), &slot, rule.c_str(),
+                      [](sd_bus_message*, void* userdata, sd_bus_error*) {
+                          *static_cast<bool*>(userdata) = true;
+                          return 0;
+                      },
+                      &gone),
+                  "sd_bus_add_match");
+    const common::SlotPtr match(slot);
     client_.reset();
     for (int i = 0; i < 200 && !gone; ++i) {
-        while (tool::check(sd_bus_process(watcher.bus(), nullptr), "sd_bus_process") > 0) {
+        while (common::check(sd_bus_process(watcher.bus(), nullptr), "sd_bus_process") > 0) {
         }
         if (!gone)
-            tool::check(sd_bus_wait(watcher.bus(), 100000), "sd_bus_wait");
+            common::check(sd_bus_wait(watcher.bus(), 100000), "sd_bus_wait");
     }
     ASSERT_TRUE(gone);
     EXPECT_EQ(watcher.call("ListAddedFeatures", "a{sv}", 0), R"(([["WDR1",["en-us"]]]))");
@@ -85,10 +85,10 @@ TEST_F(ControlsFaults, ACallMayGoWrong) {
 TEST_F(ControlsFaults, ARemovalWithoutAReplyIsServedInSilence) {
     EXPECT_EQ(add(wdr_document(1)), "()");
     for (int i = 0; i < 2; ++i) {
-        const tool::MessagePtr removal =
+        const common::MessagePtr removal =
             client_->new_call("RemoveFeatures", "ssa{sv}", "WDR1", "en-us", 0);
-        tool::check(sd_bus_message_set_expect_reply(removal.get(), 0), "expect no reply");
-        tool::check(sd_bus_send(client_->bus(), removal.get(), nullptr), "send");
+        common::check(sd_bus_message_set_expect_reply(removal.get(), 0), "expect no reply");
+        common::check(sd_bus_send(client_->bus(), removal.get(), nullptr), "send");
     }
     EXPECT_EQ(list(), "([])");
     close();

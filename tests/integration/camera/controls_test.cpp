@@ -88,7 +88,7 @@ TEST_F(Controls, AreToldWithWhatTheyDo) {
     close();
     const std::string client = R"(,"receiver":")" + client_->unique_name() + '"';
     const std::string sender = R"(,"sender":")" + client_->unique_name() + R"("})";
-    const auto call = [&](const std::string& member, const tool::Json& arguments) {
+    const auto call = [&](const std::string& member, const common::Json& arguments) {
         return R"({"event":"call","service":"controls","member":")" + member + R"(","arguments":)" +
                arguments.dump() + sender;
     };
@@ -96,7 +96,7 @@ TEST_F(Controls, AreToldWithWhatTheyDo) {
         return R"({"event":"reply","service":"controls","member":")" + member + '"' + client + end +
                '}';
     };
-    const tool::Json none = tool::Json::object();
+    const common::Json none = common::Json::object();
     EXPECT_EQ(told(),
               whole({call("AddFeatures", {"en-us", "English", "{}", none}),
                      reply("AddFeatures", R"(,"error":")" + error +
@@ -116,7 +116,7 @@ TEST_F(Controls, AreToldWithWhatTheyDo) {
 TEST_F(Controls, AreShownWithTheirRequests) {
     EXPECT_EQ(add(wdr_document(1)), "()");
     const std::string who = client_->unique_name();
-    EXPECT_EQ(tool::json_line(service("controls")["registrations"]),
+    EXPECT_EQ(common::json_line(service("controls")["registrations"]),
               R"([{"id":"WDR1","client":")" + who +
                   R"(","what":"WDR 1 in en-us (English), buttons: activateWDR1, deactivateWDR1",)"
                   R"("nice_name":"WDR 1","language":"en-us","language_name":"English","buttons":)"

@@ -157,7 +157,7 @@ TEST_F(CameraEnding, WithTooFewDescriptorsNothingIsLeft) {
 
 TEST_F(CameraEnding, AServiceManagerHearsFromTheProcessThatItHasStarted) {
     const std::string path = (folder().path() / "notify").string();
-    const tool::Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const common::Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     path.copy(name.sun_path, sizeof name.sun_path - 1);

@@ -127,9 +127,10 @@ TEST_F(ControllerFaults, ADropComesBeforeWhatElseWouldBeAnswered) {
     kill(playing, SIGSTOP);
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
-    tool::check(sd_bus_call_method(client_->bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                   "org.freedesktop.DBus", "GetId", nullptr, nullptr, nullptr),
-                "GetId");
+    common::check(
+        sd_bus_call_method(client_->bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                           "org.freedesktop.DBus", "GetId", nullptr, nullptr, nullptr),
+        "GetId");
     kill(playing, SIGCONT);
     client_->wait_for(3);
     EXPECT_EQ(client_->heard().front(), "owner :1.1 -> none");
@@ -169,12 +170,12 @@ TEST_F(ControllerFaults, ALateReplyIsLostWithItsService) {
 TEST_F(ControllerFaults, ARuleHitsItsNumberOfCallsAndIsTold) {
     fail({"temperature.GetTemperature", "--error", "com.example.Error.Busy", "--times", "2"});
     EXPECT_EQ(reading(), busy);
-    EXPECT_EQ(tool::json_line(state()["faults"]),
+    EXPECT_EQ(common::json_line(state()["faults"]),
               R"([{"member":"temperature.GetTemperature","what":)"
               R"("answered with com.example.Error.Busy, 1 time","times":1}])");
     EXPECT_EQ(reading(), busy);
     EXPECT_EQ(reading(), "(36.5)");
-    EXPECT_EQ(tool::json_line(state()["faults"]), "[]");
+    EXPECT_EQ(common::json_line(state()["faults"]), "[]");
     close();
     const std::string rule = R"("member":"temperature.GetTemperature","what":"answered with )"
                              R"(com.example.Error.Busy)";

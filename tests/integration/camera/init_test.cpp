@@ -83,9 +83,9 @@ TEST_F(InitSystem, CallsBringTheOthersUpWhileItsNameIsOwned) {
 }
 
 TEST_F(InitSystem, ANameThatTheMachineHasIsLeftAlone) {
-    camera::PrivateBus bus;
+    common::PrivateBus bus;
     BusClient machine(bus.address(), camera::init_manager);
-    tool::own_name(*machine.bus(), camera::init_manager.name);
+    common::own_name(*machine.bus(), camera::init_manager.name);
     const auto camera = start({"run", "--bus", bus.address(), "--format", "json"});
     ASSERT_TRUE(camera->wait_for_text("\"ready\"")) << camera->err();
     BusClient client(bus.address());
@@ -106,10 +106,10 @@ TEST_F(InitSystem, ANameThatTheMachineHasIsLeftAlone) {
 }
 
 TEST_F(InitSystem, ANameThatTheBusDoesNotGiveIsLeftAlone) {
-    camera::PrivateBusOptions options;
+    common::PrivateBusOptions options;
     options.extra_xml = R"(<policy context="mandatory"><deny own="org.freedesktop.systemd1"/>)"
                         "</policy>";
-    camera::PrivateBus bus(options);
+    common::PrivateBus bus(options);
     const auto camera = start({"run", "--bus", bus.address(), "--format", "text"});
     ASSERT_TRUE(camera->wait_for_text("ready on")) << camera->err();
     const Ended ended = camera->terminate();

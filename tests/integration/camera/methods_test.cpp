@@ -3,7 +3,7 @@
 #include <limits>
 #include <regex>
 
-#include "camera/bus_names.hpp"
+#include "camera/bus/names.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -25,11 +25,11 @@ class ControllerMethods : public CameraScene {
     /// A call of any object and interface.
     std::string call(const char* path, const char* interface, const char* member) {
         sd_bus_message* message = nullptr;
-        tool::check(sd_bus_message_new_method_call(client_->bus(), &message,
-                                                   camera::temperature_controller.name, path,
-                                                   interface, member),
-                    "new call");
-        return client_->call(tool::MessagePtr(message), std::chrono::seconds(20));
+        common::check(sd_bus_message_new_method_call(client_->bus(), &message,
+                                                     camera::temperature_controller.name, path,
+                                                     interface, member),
+                      "new call");
+        return client_->call(common::MessagePtr(message), std::chrono::seconds(20));
     }
 
     std::unique_ptr<BusClient> client_;
@@ -38,7 +38,7 @@ class ControllerMethods : public CameraScene {
 TEST_F(ControllerMethods, IntrospectionNamesEveryArgument) {
     const std::string answer = call("/com/tarlo/TemperatureController",
                                     "org.freedesktop.DBus.Introspectable", "Introspect");
-    const std::string xml = tool::Json::parse('[' + answer.substr(1, answer.size() - 2) + ']')[0];
+    const std::string xml = common::Json::parse('[' + answer.substr(1, answer.size() - 2) + ']')[0];
     const std::size_t begin = xml.find("<interface name=\"com.tarlo.TemperatureController\">");
     ASSERT_NE(begin, std::string::npos) << xml;
     const std::string ours = xml.substr(begin, xml.find("</interface>", begin) - begin);
@@ -97,10 +97,10 @@ TEST_F(ControllerMethods, RegistrationsGetNumbersAndLimitsSayWhetherTheyAreCross
     EXPECT_EQ(client_->call("RegisterForTemperatureSignal", "idb", 3, 36.5, 0), "(3, true)");
     EXPECT_EQ(client_->call("RegisterForTemperatureSignal", "idb", 4, 20.0, 1), "(4, true)");
     const std::string client = client_->unique_name();
-    const tool::Json registrations = state()["services"][0]["registrations"];
+    const common::Json registrations = state()["services"][0]["registrations"];
     Lines lines;
-    for (const tool::Json& registration : registrations)
-        lines.push_back(tool::json_line(registration));
+    for (const common::Json& registration : registrations)
+        lines.push_back(common::json_line(registration));
     EXPECT_THAT(
         lines,
         ElementsAre(R"({"id":1,"client":")" + client +
@@ -145,12 +145,12 @@ TEST_F(ControllerMethods, RefuseWhatIsNotThere) {
 TEST_F(ControllerMethods, ACallMayLeaveTheInterfaceOut) {
     const auto id_of_main = [this](const char* member) {
         sd_bus_message* call = nullptr;
-        tool::check(sd_bus_message_new_method_call(
-                        client_->bus(), &call, camera::temperature_controller.name,
-                        camera::temperature_controller.path, nullptr, member),
-                    "new call");
-        const tool::MessagePtr owned(call);
-        tool::check(sd_bus_message_append(call, "s", "main"), "append");
+        common::check(sd_bus_message_new_method_call(
+                          client_->bus(), &call, camera::temperature_controller.name,
+                          camera::temperature_controller.path, nullptr, member),
+                      "new call");
+        const common::MessagePtr owned(call);
+        common::check(sd_bus_message_append(call, "s", "main"), "append");
         return client_->call(owned, std::chrono::seconds(20));
     };
     EXPECT_EQ(id_of_main("GetTemperatureIdFromName"), "(3)");
@@ -161,13 +161,13 @@ TEST_F(ControllerMethods, ACallMayLeaveTheInterfaceOut) {
 }
 
 TEST_F(ControllerMethods, ACallThatWantsNoReplyIsServedAndNotAnswered) {
-    const tool::MessagePtr message =
+    const common::MessagePtr message =
         client_->new_call("RegisterForTemperatureChangeSignal", "id", 3, 0.5);
-    tool::check(sd_bus_message_set_expect_reply(message.get(), 0), "expect no reply");
-    tool::check(sd_bus_send(client_->bus(), message.get(), nullptr), "send");
-    const tool::MessagePtr refused = client_->new_call("GetTemperature", "is", 0, "");
-    tool::check(sd_bus_message_set_expect_reply(refused.get(), 0), "expect no reply");
-    tool::check(sd_bus_send(client_->bus(), refused.get(), nullptr), "send");
+    common::check(sd_bus_message_set_expect_reply(message.get(), 0), "expect no reply");
+    common::check(sd_bus_send(client_->bus(), message.get(), nullptr), "send");
+    const common::MessagePtr refused = client_->new_call("GetTemperature", "is", 0, "");
+    common::check(sd_bus_message_set_expect_reply(refused.get(), 0), "expect no reply");
+    common::check(sd_bus_send(client_->bus(), refused.get(), nullptr), "send");
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "main"), "(3)");
     EXPECT_THAT(state()["services"][0]["registrations"].size(), 1U);
     close();

@@ -3,8 +3,8 @@
 
 #include <filesystem>
 
-#include "camera/bus_names.hpp"
-#include "camera/message_json.hpp"
+#include "camera/bus/message_json.hpp"
+#include "camera/bus/names.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -75,7 +75,7 @@ TEST_F(CameraOrders, AFaultThatMakesNoSenseIsRefused) {
 }
 
 TEST_F(CameraOrders, OfAnyKindNeedACamera) {
-    const camera::PrivateBus alone;
+    const common::PrivateBus alone;
     const std::string sentence = "fenwa-camera: no camera plays on the bus at '" + alone.address() +
                                  "'; start one with 'fenwa-camera run', or name its bus with "
                                  "--bus\n";
@@ -101,10 +101,10 @@ TEST_F(CameraOrders, DoNotMakeTheDaemonStartACamera) {
     const std::string started = (folder().path() / "started").string();
     const std::string program = folder().write("program", "#!/bin/sh\n: > '" + started + "'\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    camera::PrivateBusOptions options;
+    common::PrivateBusOptions options;
     options.camera_program = program;
     options.activatable = {{camera::camera_control.name, "temperature"}};
-    const camera::PrivateBus bus(options);
+    const common::PrivateBus bus(options);
     const Ended ended = run({"show", "--bus", bus.address()});
     EXPECT_EQ(ended.code, 69);
     EXPECT_THAT(ended.err, StartsWith("fenwa-camera: no camera plays on the bus at '"));
@@ -205,7 +205,7 @@ TEST_F(CameraOrders, SetAndClearFaults) {
           "--seed", "3"});
     obey({"fail", "temperature.GetTemperature", "--malformed"});
     obey({"fail", "temperature.GetTemperature", "--error", "com.example.Error.B"});
-    EXPECT_EQ(tool::json_line(state()["faults"]),
+    EXPECT_EQ(common::json_line(state()["faults"]),
               R"([{"member":"GetTemperature","what":"answered with com.example.Error.A, with )"
               R"(probability 0.5"},{"member":"temperature.GetTemperature","what":)"
               R"("answered with com.example.Error.B"}])");
@@ -222,13 +222,13 @@ TEST_F(CameraOrders, ReachTheCameraAsMethodsToo) {
     open();
     const BusClient client(address());
     const auto call = [&client](const char* member, const char* types, auto... arguments) {
-        tool::BusError error;
+        common::BusError error;
         sd_bus_message* reply = nullptr;
         const int r = sd_bus_call_method(
             client.bus(), camera::camera_control.name, camera::camera_control.path,
             camera::camera_control.interface, member, &error, &reply, types, arguments...);
-        const tool::MessagePtr owned(reply);
-        return r < 0 ? error.text(r) : tool::json_line(camera::body_json(*reply));
+        const common::MessagePtr owned(reply);
+        return r < 0 ? error.text(r) : common::json_line(camera::body_json(*reply));
     };
     const std::string refused = "com.tarlo.Fenwa.Camera1.Error.Refused: ";
     EXPECT_EQ(call("Set", "ss", "temperature.main", "50"), "[]");

@@ -35,7 +35,7 @@ TEST_F(Overlay, TheEarliestTextIsShownAndTheOthersWait) {
     EXPECT_EQ(set("Too \"dark\"", 3600), "()");
     EXPECT_EQ(shown(), "Too hot");
     const std::string who = client_->unique_name();
-    EXPECT_EQ(tool::json_line(service("overlay")["registrations"]),
+    EXPECT_EQ(common::json_line(service("overlay")["registrations"]),
               R"([{"id":1,"client":")" + who +
                   R"(","what":"\"Too hot\" is shown, until it is unset","text":"Too hot",)"
                   R"("duration":0,"shown":true},{"id":2,"client":")" +

@@ -21,7 +21,7 @@ class PowerShareFaults : public CameraScene {
         });
         if (!line)
             return "none";
-        const tool::Json event = tool::Json::parse(*line);
+        const common::Json event = common::Json::parse(*line);
         return event["receiver"].get<std::string>() + ' ' + event["error"].get<std::string>() +
                ": " + event["message"].get<std::string>();
     }

@@ -38,7 +38,7 @@ TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
     EXPECT_EQ(ended().code, 0) << ended().err;
     Lines calls;
     for (const std::string& line : with("\"outgoing_call\"", told())) {
-        const tool::Json event = tool::Json::parse(line);
+        const common::Json event = common::Json::parse(line);
         calls.push_back(event["receiver"].get<std::string>() + ' ' + event["arguments"].dump());
     }
     EXPECT_THAT(calls, ElementsAre("com.tarlo.Vipd.ch1 [12.0]", "com.tarlo.Vipd.ch0 [8.0]",
@@ -106,9 +106,9 @@ TEST_F(PowerBudget, TheShareOfOneThatUnregistersIsFree) {
     EXPECT_EQ(a->request(15.0), "()");
     EXPECT_EQ(b->request(15.0), "()");
     // As a block does it: nobody waits for an answer.
-    const tool::MessagePtr unregister = a->new_call("Unregister", "s", "vipd0");
-    tool::check(sd_bus_message_set_expect_reply(unregister.get(), 0), "expect no reply");
-    tool::check(sd_bus_send(a->bus(), unregister.get(), nullptr), "send");
+    const common::MessagePtr unregister = a->new_call("Unregister", "s", "vipd0");
+    common::check(sd_bus_message_set_expect_reply(unregister.get(), 0), "expect no reply");
+    common::check(sd_bus_send(a->bus(), unregister.get(), nullptr), "send");
     EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(5.0)", "SetPower(15.0)"));
     close();
     EXPECT_THAT(with(R"("event":"reply","service":"power-consumer","member":"Unregister")", told()),
@@ -120,13 +120,13 @@ TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
     const auto a = consumer(0);
     EXPECT_EQ(a->request(4.0), "()");
     a->wait_for(1);
-    tool::own_name(*a->bus(), "com.example.Moved");
+    common::own_name(*a->bus(), "com.example.Moved");
     EXPECT_EQ(a->call("Register", "sbsss", "vipd0", 1, "com.example.Moved",
                       "/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer"),
               "()");
     obey({"set", "power.budget", "3"});
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(3.0)"));
-    EXPECT_EQ(tool::json_line(state()["services"][1]["registrations"]),
+    EXPECT_EQ(common::json_line(state()["services"][1]["registrations"]),
               R"([{"id":"vipd0","client":")" + a->unique_name() +
                   R"(","what":"gets 3.0 of 4.0 (control), at com.example.Moved )"
                   R"(/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer",)"

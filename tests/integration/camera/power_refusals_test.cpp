@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "camera/power_model.hpp"
+#include "camera/models/power.hpp"
 #include "tests/integration/camera/power_scene.hpp"
 
 namespace test {

@@ -1,7 +1,7 @@
 // Scenarios about power: values, reads and shares to wait for.
 #include <gmock/gmock.h>
 
-#include "camera/property_calls.hpp"
+#include "camera/service/properties.hpp"
 #include "tests/integration/camera/consumer_client.hpp"
 #include "tests/integration/camera/scenario_scene.hpp"
 

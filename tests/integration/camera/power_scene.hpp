@@ -17,8 +17,8 @@ class PowerScene : public CameraScene {
     /// What `show` has of the power controller's registrations, "NAME SHARE" each.
     [[nodiscard]] Lines shares() const {
         Lines all;
-        const tool::Json now = state();
-        for (const tool::Json& each : now["services"][1]["registrations"])
+        const common::Json now = state();
+        for (const common::Json& each : now["services"][1]["registrations"])
             all.push_back(each["id"].get<std::string>() + ' ' + each["share"].dump());
         return all;
     }

@@ -1,7 +1,7 @@
 // The received power as a property, right and wrong.
 #include <gmock/gmock.h>
 
-#include "camera/property_calls.hpp"
+#include "camera/service/properties.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {

@@ -1,4 +1,4 @@
-#include "camera/private_bus.hpp"
+#include "common/bus/private_bus.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "common/bus.hpp"
-#include "common/exit_code.hpp"
+#include "common/bus/bus.hpp"
+#include "common/process/exit_code.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 namespace camera {
@@ -41,27 +41,27 @@ class Variable {
 
 class PrivateBusTest : public ::testing::Test {
   protected:
-    static tool::BusPtr connect(const PrivateBus& bus) {
-        return tool::open_bus(bus.address(), std::chrono::seconds(20));
+    static common::BusPtr connect(const common::PrivateBus& bus) {
+        return common::open_bus(bus.address(), std::chrono::seconds(20));
     }
 
-    static PrivateBusOptions listening_at(const fs::path& socket) {
-        PrivateBusOptions options;
+    static common::PrivateBusOptions listening_at(const fs::path& socket) {
+        common::PrivateBusOptions options;
         options.socket_path = socket.string();
         return options;
     }
-    static PrivateBusOptions with_xml(const std::string& xml) {
-        PrivateBusOptions options;
+    static common::PrivateBusOptions with_xml(const std::string& xml) {
+        common::PrivateBusOptions options;
         options.extra_xml = xml;
         return options;
     }
 
     /// The sentence with which no bus starts; it must be one for exit code 69.
-    static std::string failure(const PrivateBusOptions& options = {}) {
+    static std::string failure(const common::PrivateBusOptions& options = {}) {
         try {
-            const PrivateBus bus(options);
-        } catch (const tool::Failure& failure) {
-            EXPECT_EQ(failure.code(), tool::ExitCode::unavailable);
+            const common::PrivateBus bus(options);
+        } catch (const common::Failure& failure) {
+            EXPECT_EQ(failure.code(), common::ExitCode::unavailable);
             return failure.what();
         }
         return "it started";
@@ -74,19 +74,19 @@ class PrivateBusTest : public ::testing::Test {
 };
 
 TEST_F(PrivateBusTest, CanBeReachedAtItsAddress) {
-    const PrivateBus bus;
+    const common::PrivateBus bus;
     EXPECT_THAT(bus.address(), StartsWith("unix:path="));
     EXPECT_GT(bus.pid(), 0);
-    const tool::BusPtr first = connect(bus);
-    const tool::BusPtr second = connect(bus);
-    tool::own_name(*first, "com.example.First");
-    EXPECT_THROW(tool::own_name(*second, "com.example.First"), tool::Failure);
+    const common::BusPtr first = connect(bus);
+    const common::BusPtr second = connect(bus);
+    common::own_name(*first, "com.example.First");
+    EXPECT_THROW(common::own_name(*second, "com.example.First"), common::Failure);
 }
 
 TEST_F(PrivateBusTest, GoesWithAllThatItHasMade) {
     pid_t pid = 0;
     {
-        const PrivateBus bus;
+        const common::PrivateBus bus;
         pid = bus.pid();
         EXPECT_FALSE(clean());
         EXPECT_EQ(kill(pid, 0), 0);
@@ -97,13 +97,13 @@ TEST_F(PrivateBusTest, GoesWithAllThatItHasMade) {
 }
 
 TEST_F(PrivateBusTest, StopsOnceAndForAll) {
-    PrivateBus bus;
+    common::PrivateBus bus;
     const std::string address = bus.address();
-    const tool::BusPtr client = connect(bus);
+    const common::BusPtr client = connect(bus);
     bus.stop();
     EXPECT_EQ(bus.pid(), 0);
     EXPECT_EQ(bus.address(), address);
-    EXPECT_THROW((void)connect(bus), tool::Failure);
+    EXPECT_THROW((void)connect(bus), common::Failure);
     const int called = sd_bus_call_method(client.get(), "org.freedesktop.DBus", "/", nullptr,
                                           "GetId", nullptr, nullptr, nullptr);
     EXPECT_LT(called, 0) << "its connections are lost";
@@ -112,18 +112,18 @@ TEST_F(PrivateBusTest, StopsOnceAndForAll) {
 }
 
 TEST_F(PrivateBusTest, TwoOfThemDoNotMeet) {
-    const PrivateBus one;
-    const PrivateBus two;
+    const common::PrivateBus one;
+    const common::PrivateBus two;
     EXPECT_NE(one.address(), two.address());
-    tool::own_name(*connect(one), "com.example.First");
-    const tool::BusPtr other = connect(two);
-    EXPECT_NO_THROW(tool::own_name(*other, "com.example.First"));
+    common::own_name(*connect(one), "com.example.First");
+    const common::BusPtr other = connect(two);
+    EXPECT_NO_THROW(common::own_name(*other, "com.example.First"));
 }
 
 TEST_F(PrivateBusTest, ListensWhereItIsTold) {
     const fs::path socket = folder_.path() / "a,b;c %=";
     {
-        const PrivateBus bus(listening_at(socket));
+        const common::PrivateBus bus(listening_at(socket));
         EXPECT_TRUE(fs::is_socket(socket));
         (void)connect(bus);
         EXPECT_EQ(
@@ -138,7 +138,7 @@ TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMore) {
     const fs::path socket = folder_.path() / "bus";
     pid_t gone = 0;
     {
-        PrivateBus bus(listening_at(socket));
+        common::PrivateBus bus(listening_at(socket));
         gone = bus.pid();
         kill(gone, SIGKILL);
         // Its socket stays behind, as after a crash.
@@ -147,14 +147,14 @@ TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMore) {
         bus.stop();
         fs::rename(kept, socket);
     }
-    const PrivateBus bus(listening_at(socket));
+    const common::PrivateBus bus(listening_at(socket));
     (void)connect(bus);
 }
 
 TEST_F(PrivateBusTest, TidiesUpAfterADaemonThatCouldNot) {
     const fs::path socket = folder_.path() / "bus";
     {
-        const PrivateBus bus(listening_at(socket));
+        const common::PrivateBus bus(listening_at(socket));
         kill(bus.pid(), SIGKILL);
     }
     EXPECT_TRUE(clean());
@@ -193,10 +193,10 @@ class KilledOwner {
   public:
     KilledOwner() {
         int ready[2];
-        tool::check(pipe(ready), "pipe");
+        common::check(pipe(ready), "pipe");
         const pid_t owner = fork();
         if (owner == 0) {
-            const PrivateBus bus;
+            const common::PrivateBus bus;
             (void)!write(ready[1], "x", 1);
             while (true)
                 pause();
@@ -216,9 +216,9 @@ TEST_F(PrivateBusTest, RemovesTheFoldersOfThoseThatWereKilledAndOfNobodyElse) {
         return std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator());
     };
     EXPECT_EQ(folders(), 1) << "a folder that has lost its owner";
-    const PrivateBus first;
+    const common::PrivateBus first;
     EXPECT_EQ(folders(), 1) << "its own in place of the other";
-    const PrivateBus second;
+    const common::PrivateBus second;
     EXPECT_EQ(folders(), 2) << "the first one's owner lives";
     (void)connect(first);
 }
@@ -233,7 +233,7 @@ TEST_F(PrivateBusTest, RemovesNoFolderThatMayBeSomebodyElses) {
     fs::permissions(kept, fs::perms::owner_all);
     std::ofstream(kept / "file") << "precious";
     fs::create_directory_symlink(kept, folder_.path() / "fenwa-camera-link");
-    { const PrivateBus bus; }
+    { const common::PrivateBus bus; }
     EXPECT_TRUE(fs::is_directory(open));
     EXPECT_EQ(fs::file_size(file), 8U);
     EXPECT_EQ(fs::file_size(kept / "file"), 8U);
@@ -242,29 +242,29 @@ TEST_F(PrivateBusTest, RemovesNoFolderThatMayBeSomebodyElses) {
 
 TEST_F(PrivateBusTest, RemovesASocketOnlyWhereNobodyListens) {
     const fs::path socket = folder_.path() / "bus";
-    remove_dead_socket(socket);
+    common::remove_dead_socket(socket);
     const std::string file = folder_.write("file", "precious");
-    remove_dead_socket(file);
+    common::remove_dead_socket(file);
     EXPECT_TRUE(fs::exists(file));
-    PrivateBus bus(listening_at(socket));
-    remove_dead_socket(socket);
+    common::PrivateBus bus(listening_at(socket));
+    common::remove_dead_socket(socket);
     EXPECT_TRUE(fs::is_socket(socket));
     const fs::path kept = folder_.path() / "kept";
     fs::rename(socket, kept);
     bus.stop();
-    remove_dead_socket(kept);
+    common::remove_dead_socket(kept);
     EXPECT_FALSE(fs::exists(kept));
 }
 
 TEST_F(PrivateBusTest, TakesLimitsAndPoliciesAsXml) {
-    const PrivateBus bus(
+    const common::PrivateBus bus(
         with_xml("  <policy context=\"default\"><deny own=\"com.example.Denied\"/></policy>"));
-    const tool::BusPtr client = connect(bus);
-    EXPECT_NO_THROW(tool::own_name(*client, "com.example.Allowed"));
+    const common::BusPtr client = connect(bus);
+    EXPECT_NO_THROW(common::own_name(*client, "com.example.Allowed"));
     try {
-        tool::own_name(*client, "com.example.Denied");
+        common::own_name(*client, "com.example.Denied");
         FAIL() << "the policy is not in force";
-    } catch (const tool::Failure& failure) {
+    } catch (const common::Failure& failure) {
         EXPECT_THAT(failure.what(), HasSubstr("Permission denied"));
     }
 }
@@ -284,12 +284,12 @@ TEST_F(PrivateBusTest, ActivatesThroughAProgramWhosePathIsHardToQuote) {
     std::ofstream(program) << "#!/bin/sh\nprintf '%s|' \"$@\" > '" << said.string()
                            << "'\nexit 1\n";
     fs::permissions(program, fs::perms::owner_all);
-    PrivateBusOptions options;
+    common::PrivateBusOptions options;
     options.camera_program = program.string();
     options.activatable = {{"com.example.Name", "temperature"}};
-    const PrivateBus bus(options);
-    const tool::BusPtr client = connect(bus);
-    tool::BusError error;
+    const common::PrivateBus bus(options);
+    const common::BusPtr client = connect(bus);
+    common::BusError error;
     EXPECT_LT(sd_bus_call_method(client.get(), "com.example.Name", "/", "com.example.X", "Y",
                                  &error, nullptr, nullptr),
               0);

@@ -65,7 +65,7 @@ TEST_F(CameraRun, TimesInJsonGrowFromTheStart) {
     std::istringstream out(ended().out);
     for (std::string line; std::getline(out, line);) {
         EXPECT_TRUE(line.starts_with("{\"event\":\"")) << line;
-        const double time = tool::Json::parse(line)["time"];
+        const double time = common::Json::parse(line)["time"];
         EXPECT_GE(time, last) << line;
         last = time;
     }
@@ -137,7 +137,7 @@ TEST_F(CameraRun, ASecondCameraOnABusStaysAway) {
 TEST_F(CameraRun, ANameThatAnotherHasIsNotHad) {
     open({.run = {"--without", "temperature"}});
     const BusClient other(address());
-    tool::own_name(*other.bus(), "com.tarlo.TemperatureController");
+    common::own_name(*other.bus(), "com.tarlo.TemperatureController");
     const Ended refused = order({"start", "temperature"});
     EXPECT_EQ(refused.code, 69);
     EXPECT_EQ(refused.err,

@@ -16,7 +16,7 @@ std::vector<double> times_of(const std::string& kind, const std::string& out) {
     std::vector<double> times;
     std::istringstream stream(out);
     for (std::string line; std::getline(stream, line);) {
-        const tool::Json event = tool::Json::parse(line);
+        const common::Json event = common::Json::parse(line);
         if (event["event"] == kind)
             times.push_back(event["time"]);
     }
@@ -149,7 +149,7 @@ say = "Long before the ramp has arrived."
     Lines expected;
     for (int i = 1; i <= 20; ++i)
         expected.push_back(R"({"event":"set","name":"temperature.main","value":)" +
-                           tool::json_number(36.5 + i * 0.5).dump() + '}');
+                           common::json_number(36.5 + i * 0.5).dump() + '}');
     EXPECT_EQ(with("\"set\"", lines(ended.out)), expected);
     const std::vector<double> says = times_of("say", ended.out);
     const std::vector<double> sets = times_of("set", ended.out);

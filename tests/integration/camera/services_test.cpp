@@ -1,7 +1,7 @@
 // Services that come and go: by order, and because somebody calls them.
 #include <gmock/gmock.h>
 
-#include "camera/bus_names.hpp"
+#include "camera/bus/names.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -46,7 +46,7 @@ TEST_F(ControllerLife, ARestartKeepsValuesAndForgetsRegistrations) {
     obey({"set", "temperature.main", "40"});
     const std::string before = state()["services"][0]["unique_name"];
     obey({"restart", "temperature"});
-    const tool::Json now = state();
+    const common::Json now = state();
     const std::string after = now["services"][0]["unique_name"];
     EXPECT_NE(after, before);
     EXPECT_EQ(now["services"][0]["state"], "up");
@@ -157,8 +157,8 @@ TEST_F(ControllerLife, AskingAloneForTheOwnerActivatesNothing) {
     open({.activation = true});
     BusClient client(address());
     obey({"stop", "temperature"});
-    const tool::MessagePtr call = client.new_call("GetTemperatureIdFromName", "s", "main");
-    tool::check(sd_bus_message_set_auto_start(call.get(), 0), "sd_bus_message_set_auto_start");
+    const common::MessagePtr call = client.new_call("GetTemperatureIdFromName", "s", "main");
+    common::check(sd_bus_message_set_auto_start(call.get(), 0), "sd_bus_message_set_auto_start");
     EXPECT_THAT(client.call(call, std::chrono::seconds(20)),
                 StartsWith("org.freedesktop.DBus.Error."));
     EXPECT_EQ(state()["services"][0]["state"], "down");

@@ -13,10 +13,10 @@ class OddCamera {
   public:
     OddCamera() : connection_(bus_.address()) {
         sd_bus_slot* slot = nullptr;
-        tool::check(sd_bus_add_filter(connection_.bus(), &slot, on_message, this),
-                    "sd_bus_add_filter");
+        common::check(sd_bus_add_filter(connection_.bus(), &slot, on_message, this),
+                      "sd_bus_add_filter");
         filter_.reset(slot);
-        tool::own_name(*connection_.bus(), camera::camera_control.name);
+        common::own_name(*connection_.bus(), camera::camera_control.name);
     }
 
     [[nodiscard]] const std::string& address() const { return bus_.address(); }
@@ -27,7 +27,7 @@ class OddCamera {
         answered_ = false;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (!answered_ && std::chrono::steady_clock::now() < deadline) {
-            if (tool::check(sd_bus_process(connection_.bus(), nullptr), "sd_bus_process") == 0)
+            if (common::check(sd_bus_process(connection_.bus(), nullptr), "sd_bus_process") == 0)
                 sd_bus_wait(connection_.bus(), 100'000);
         }
         sd_bus_flush(connection_.bus());
@@ -42,9 +42,9 @@ class OddCamera {
         return sd_bus_reply_method_return(message, self.text_ == nullptr ? "" : "s", self.text_);
     }
 
-    camera::PrivateBus bus_;
+    common::PrivateBus bus_;
     BusClient connection_;
-    tool::SlotPtr filter_;
+    common::SlotPtr filter_;
     const char* text_ = nullptr;
     bool answered_ = false;
 };
@@ -86,13 +86,14 @@ TEST_F(CameraShow, RefusesAnAnswerThatIsNestedTooDeeply) {
 TEST_F(CameraShow, RefusesAnAnswerThatLacksAMemberOrHasItOfAnotherKind) {
     EXPECT_EQ(refusal_of("5"), "the answer must be an object, not a number\n");
     EXPECT_EQ(refusal_of("{}", {"names", "values"}), "the answer has no 'bus'\n");
-    const tool::Json whole = tool::Json::parse(R"({"bus":"","services":[{"name":"","state":"down",
+    const common::Json whole =
+        common::Json::parse(R"({"bus":"","services":[{"name":"","state":"down",
         "unique_name":"","bus_names":[""],"activatable":true,
         "registrations":[{"id":1,"client":"","what":""}]}],
         "values":{},"faults":[{"member":"","what":""}]})");
     const auto spoiled = [&](const std::string& pointer, bool remove) {
-        tool::Json state = whole;
-        const tool::Json::json_pointer place(pointer);
+        common::Json state = whole;
+        const common::Json::json_pointer place(pointer);
         if (remove)
             state[place.parent_pointer()].erase(place.back());
         else

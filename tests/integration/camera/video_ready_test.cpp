@@ -45,16 +45,16 @@ TEST_F(VideoReadiness, IsShownWithWhoSaidItLastAndWhen) {
     const auto one = client(1);
     EXPECT_EQ(signal(*one), "()");
     EXPECT_EQ(signal(*one, "other"), "()");
-    tool::Json shown = service("video")["registrations"];
+    common::Json shown = service("video")["registrations"];
     ASSERT_EQ(shown.size(), 1U) << "nothing was said of the other channel";
     const double at = shown[0]["at"];
     EXPECT_GT(at, 0.0);
     EXPECT_LT(at, 30.0);
-    EXPECT_EQ(tool::json_line(shown),
+    EXPECT_EQ(common::json_line(shown),
               R"([{"id":1,"client":")" + one->unique_name() +
                   R"(","what":"\"other\" has video, said 2 times, last at )" +
-                  tool::Json(at).dump() + R"( s","who":"other","times":2,"at":)" +
-                  tool::Json(at).dump() + "}]");
+                  common::Json(at).dump() + R"( s","who":"other","times":2,"at":)" +
+                  common::Json(at).dump() + "}]");
 }
 
 TEST_F(VideoReadiness, ThereIsAnObjectForEachChannelOfTheConfiguration) {

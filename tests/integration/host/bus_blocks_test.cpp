@@ -143,7 +143,7 @@ TEST_F(BusBlocks, WhatCameDuringABlockingCallIsServedAfterIt) {
 }
 
 TEST_F(BusBlocks, LostBusEndsTheRunAndStopsTheBlocks) {
-    camera::PrivateBus own;
+    common::PrivateBus own;
     Process host(run_command(probes("[blocks.one]\ntype = \"Probe\"\n"), {"--bus", own.address()}));
     ASSERT_TRUE(host.wait_for_text("one: run"));
     const auto begin = Clock::now();
@@ -158,7 +158,7 @@ TEST_F(BusBlocks, LostBusEndsTheRunAndStopsTheBlocks) {
 }
 
 TEST_F(BusBlocks, BusThatIsLostDuringABlockingCallIsTheReasonOfTheEnd) {
-    camera::PrivateBus own;
+    common::PrivateBus own;
     BusListener silent(own.address());
     silent.own("com.example.Silent");
     Process host(run_command(probes(caller("tells = false\n")), {"--bus", own.address()}));
@@ -175,7 +175,7 @@ TEST_F(BusBlocks, BusThatIsLostDuringABlockingCallIsTheReasonOfTheEnd) {
 }
 
 TEST_F(BusBlocks, BusThatIsLostDuringTheStartEndsIt) {
-    camera::PrivateBus own;
+    common::PrivateBus own;
     Process host(run_command(probes("[blocks.one]\ntype = \"Probe\"\nstart_ms = 500\n"),
                              {"--bus", own.address()}));
     ASSERT_TRUE(host.wait_for_text("one: setup"));

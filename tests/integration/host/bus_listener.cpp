@@ -4,10 +4,10 @@
 
 namespace test {
 
-using tool::check;
+using common::check;
 
 BusListener::BusListener(const std::string& address)
-    : bus_(tool::open_bus(address, std::chrono::seconds(10))) {}
+    : bus_(common::open_bus(address, std::chrono::seconds(10))) {}
 
 template <class Done>
 void BusListener::serve_until(Done done) {
@@ -18,13 +18,13 @@ void BusListener::serve_until(Done done) {
     }
 }
 
-tool::MessagePtr BusListener::echo_call(const std::string& destination, const std::string& path,
-                                        const std::string& text) {
+common::MessagePtr BusListener::echo_call(const std::string& destination, const std::string& path,
+                                          const std::string& text) {
     sd_bus_message* call = nullptr;
     check(sd_bus_message_new_method_call(bus_.get(), &call, destination.c_str(), path.c_str(),
                                          "com.example.Echo1", "Echo"),
           "new call");
-    tool::MessagePtr guard(call);
+    common::MessagePtr guard(call);
     check(sd_bus_message_append(call, "s", text.c_str()), "append");
     return guard;
 }
@@ -50,11 +50,11 @@ std::string BusListener::answer() {
 }
 
 void BusListener::own(const std::string& name) {
-    tool::own_name(*bus_, name);
+    common::own_name(*bus_, name);
 }
 
 bool BusListener::has_owner(const std::string& name) {
-    tool::BusError error;
+    common::BusError error;
     const int r = sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                      "org.freedesktop.DBus", "GetNameOwner", &error, nullptr, "s",
                                      name.c_str());

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "common/bus.hpp"
+#include "common/bus/bus.hpp"
 
 namespace test {
 
@@ -37,12 +37,12 @@ class BusListener {
   private:
     static int on_farewell(sd_bus_message* signal, void* userdata, sd_bus_error* error);
     static int on_answer(sd_bus_message* reply, void* userdata, sd_bus_error* error);
-    tool::MessagePtr echo_call(const std::string& destination, const std::string& path,
-                               const std::string& text);
+    common::MessagePtr echo_call(const std::string& destination, const std::string& path,
+                                 const std::string& text);
     template <class Done>
     void serve_until(Done done);
 
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::vector<std::string> farewells_;
     std::string answer_;
 };

@@ -7,7 +7,7 @@
 namespace test {
 namespace {
 
-using tool::check;
+using common::check;
 
 constexpr const char* path = "/com/tarlo/Fenwa/Host1";
 constexpr const char* interface = "com.tarlo.Fenwa.Host1";
@@ -41,14 +41,14 @@ std::string variant(sd_bus_message* message) {
 
 ControlClient::ControlClient(const std::string& address, std::string destination)
     : destination_(std::move(destination)),
-      bus_(tool::open_bus(address, std::chrono::seconds(10))) {}
+      bus_(common::open_bus(address, std::chrono::seconds(10))) {}
 
-tool::MessagePtr ControlClient::new_call(const char* method) const {
+common::MessagePtr ControlClient::new_call(const char* method) const {
     sd_bus_message* call = nullptr;
     check(sd_bus_message_new_method_call(bus_.get(), &call, destination_.c_str(), path, interface,
                                          method),
           "new call");
-    return tool::MessagePtr(call);
+    return common::MessagePtr(call);
 }
 
 std::string ControlClient::read(const std::string& port) const {
@@ -56,10 +56,10 @@ std::string ControlClient::read(const std::string& port) const {
 }
 
 std::string ControlClient::send(sd_bus_message& message) const {
-    tool::BusError error;
+    common::BusError error;
     sd_bus_message* answer = nullptr;
     const int r = sd_bus_call(bus_.get(), &message, 20'000'000, &error, &answer);
-    const tool::MessagePtr owned(answer);
+    const common::MessagePtr owned(answer);
     if (r < 0) {
         const std::string prefix = std::string(interface) + ".Error.";
         const std::string text = error.text(r);

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "common/bus.hpp"
+#include "common/bus/bus.hpp"
 
 namespace test {
 
@@ -28,11 +28,11 @@ class ControlClient {
     template <class... Arguments>
     [[nodiscard]] std::string call(const char* method, const char* types,
                                    Arguments... arguments) const {
-        const tool::MessagePtr message = new_call(method);
-        tool::check(sd_bus_message_append(message.get(), types, arguments...), "append");
+        const common::MessagePtr message = new_call(method);
+        common::check(sd_bus_message_append(message.get(), types, arguments...), "append");
         return send(*message);
     }
-    [[nodiscard]] tool::MessagePtr new_call(const char* method) const;
+    [[nodiscard]] common::MessagePtr new_call(const char* method) const;
 
     /// From here on keeps the "OutputChanged" signals.
     void listen();
@@ -46,7 +46,7 @@ class ControlClient {
     [[nodiscard]] std::string send(sd_bus_message& message) const;
 
     std::string destination_;
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::vector<std::string> changes_;
 };
 

@@ -22,8 +22,8 @@ class Flood {
             send();
         const auto patience = end_ + std::chrono::seconds(20);
         while (unanswered_ > 0 && Clock::now() < patience) {
-            if (tool::check(sd_bus_process(&client_.bus(), nullptr), "process") == 0)
-                tool::check(sd_bus_wait(&client_.bus(), 20'000), "wait");
+            if (common::check(sd_bus_process(&client_.bus(), nullptr), "process") == 0)
+                common::check(sd_bus_wait(&client_.bus(), 20'000), "wait");
         }
         EXPECT_EQ(unanswered_, 0U);
         return answered_;
@@ -31,11 +31,11 @@ class Flood {
 
   private:
     void send() {
-        const tool::MessagePtr call = client_.new_call(method_.c_str());
+        const common::MessagePtr call = client_.new_call(method_.c_str());
         if (!port_.empty())
-            tool::check(sd_bus_message_append(call.get(), "s", port_.c_str()), "append");
-        tool::check(sd_bus_call_async(&client_.bus(), nullptr, call.get(), on_answer, this, 0),
-                    "call");
+            common::check(sd_bus_message_append(call.get(), "s", port_.c_str()), "append");
+        common::check(sd_bus_call_async(&client_.bus(), nullptr, call.get(), on_answer, this, 0),
+                      "call");
         ++unanswered_;
     }
 

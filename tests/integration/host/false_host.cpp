@@ -2,14 +2,14 @@
 
 #include <chrono>
 
-#include "host/control_names.hpp"
+#include "host/control/names.hpp"
 
 namespace test {
 
 FalseHost::FalseHost(const std::string& address, std::string answer)
-    : answer_(std::move(answer)), bus_(tool::open_bus(address, std::chrono::seconds(10))) {
-    tool::check(sd_bus_add_filter(bus_.get(), nullptr, on_call, this), "filter");
-    tool::own_name(*bus_, host::control_name);
+    : answer_(std::move(answer)), bus_(common::open_bus(address, std::chrono::seconds(10))) {
+    common::check(sd_bus_add_filter(bus_.get(), nullptr, on_call, this), "filter");
+    common::own_name(*bus_, host::control_name);
     thread_ = std::thread([this] {
         while (!ends_) {
             if (sd_bus_process(bus_.get(), nullptr) == 0)

@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "common/bus.hpp"
+#include "common/bus/bus.hpp"
 
 namespace test {
 
@@ -21,7 +21,7 @@ class FalseHost {
     static int on_call(sd_bus_message* call, void* userdata, sd_bus_error* error);
 
     std::string answer_;
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::atomic<bool> ends_{false};
     std::thread thread_;
 };

@@ -9,7 +9,7 @@ namespace test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using tool::check;
+using common::check;
 
 /// What blocks send while they are stopped and destroyed.
 class Farewell : public HostTest {};
@@ -18,7 +18,7 @@ class Farewell : public HostTest {};
 class Noise {
   public:
     explicit Noise(const std::string& address)
-        : bus_(tool::open_bus(address, std::chrono::seconds(10))) {
+        : bus_(common::open_bus(address, std::chrono::seconds(10))) {
         thread_ = std::thread([this] {
             while (!over_) {
                 sd_bus_emit_signal(bus_.get(), "/com/example/Noise", "com.example.Noise1", "Noise",
@@ -33,7 +33,7 @@ class Noise {
     }
 
   private:
-    tool::BusPtr bus_;
+    common::BusPtr bus_;
     std::atomic<bool> over_{false};
     std::thread thread_;
 };
@@ -42,9 +42,9 @@ class Noise {
 class Asked {
   public:
     explicit Asked(const std::string& address)
-        : bus_(tool::open_bus(address, std::chrono::seconds(10))) {
+        : bus_(common::open_bus(address, std::chrono::seconds(10))) {
         check(sd_bus_add_filter(bus_.get(), nullptr, on_message, this), "filter");
-        tool::own_name(*bus_, "com.example.Asked");
+        common::own_name(*bus_, "com.example.Asked");
     }
 
     void wait_for_question() {
@@ -69,8 +69,8 @@ class Asked {
         return 1;
     }
 
-    tool::BusPtr bus_;
-    tool::MessagePtr question_;
+    common::BusPtr bus_;
+    common::MessagePtr question_;
 };
 
 TEST_F(Farewell, ReachesItsReceiverOnABusyBus) {
@@ -125,7 +125,7 @@ TEST_F(Farewell, IsNotHeardByTheBlocksThemselves) {
 
 TEST_F(Farewell, ToADaemonThatStandsStillIsGivenUpAfterAWhile) {
     for (const char* does : {"shouts", "sleeps"}) {
-        const camera::PrivateBus frozen;
+        const common::PrivateBus frozen;
         Process host(run_command(probes(std::string("[blocks.b]\ntype = \"Stubborn\"\n"
                                                     "in = \"stop\"\ndoes = \"") +
                                         does + "\"\n"),

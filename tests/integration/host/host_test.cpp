@@ -21,7 +21,7 @@ Words operator+(Words words, const Words& more) {
 }  // namespace
 
 const std::string& HostTest::bus() {
-    static const camera::PrivateBus private_bus;
+    static const common::PrivateBus private_bus;
     return private_bus.address();
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "camera/private_bus.hpp"
+#include "common/bus/private_bus.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 

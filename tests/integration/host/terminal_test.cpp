@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "common/descriptor.hpp"
+#include "common/process/descriptor.hpp"
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
 
@@ -37,7 +37,7 @@ class HostInTerminal : public HostTest, public testing::WithParamInterface<std::
     void close_terminal() { terminal_.close(); }
 
   private:
-    tool::Descriptor terminal_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+    common::Descriptor terminal_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
 };
 
 TEST_P(HostInTerminal, IsStoppedInOrderWhenTheTerminalIsClosed) {

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <thread>
 
-#include "camera/bus_names.hpp"
+#include "camera/bus/names.hpp"
 
 namespace test {
 
@@ -28,7 +28,7 @@ bool comes_to_hold(const std::string& path, const std::string& text) {
 }  // namespace
 
 void LoadScene::open_bus(const std::string& bus_xml) {
-    bus_ = std::make_unique<camera::PrivateBus>(camera::PrivateBusOptions{{}, {}, {}, bus_xml});
+    bus_ = std::make_unique<common::PrivateBus>(common::PrivateBusOptions{{}, {}, {}, bus_xml});
 }
 
 void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>& camera_options) {
@@ -46,7 +46,7 @@ void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>&
     words.insert(words.end(), camera_options.begin(), camera_options.end());
     camera_ = std::make_unique<Process>(words);
     ASSERT_TRUE(comes_to_hold(told, "ready on"));
-    client_ = tool::open_bus(bus_->address(), Process::patience);
+    client_ = common::open_bus(bus_->address(), Process::patience);
 }
 
 void LoadScene::order(std::vector<std::string> arguments) const {
@@ -57,7 +57,7 @@ void LoadScene::order(std::vector<std::string> arguments) const {
 }
 
 void LoadScene::set(const std::string& name, const std::string& value) {
-    tool::BusError error;
+    common::BusError error;
     const camera::BusObject& control = camera::camera_control;
     const int r = sd_bus_call_method(client_.get(), control.name, control.path, control.interface,
                                      "Set", &error, nullptr, "ss", name.c_str(), value.c_str());

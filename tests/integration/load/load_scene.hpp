@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/private_bus.hpp"
-#include "common/bus.hpp"
+#include "common/bus/bus.hpp"
+#include "common/bus/private_bus.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -36,10 +36,10 @@ class LoadScene : public ::testing::Test {
 
   private:
     TemporaryFolder folder_;
-    std::unique_ptr<camera::PrivateBus> bus_;
+    std::unique_ptr<common::PrivateBus> bus_;
     std::unique_ptr<Process> camera_;
     std::unique_ptr<Process> host_;
-    tool::BusPtr client_;
+    common::BusPtr client_;
 };
 
 }  // namespace test

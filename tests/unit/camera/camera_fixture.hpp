@@ -6,20 +6,20 @@
 #include <cstdlib>
 #include <string>
 
-#include "camera/camera.hpp"
-#include "camera/refusal.hpp"
-#include "camera/story.hpp"
-#include "common/bus.hpp"
+#include "camera/camera/camera.hpp"
+#include "camera/models/command_error.hpp"
+#include "camera/service/event_log.hpp"
+#include "common/bus/bus.hpp"
 
 namespace camera {
 
 /// A camera that is not on any bus, with its story in a string.
 class CameraTest : public ::testing::Test {
   protected:
-    static tool::EventPtr new_event() {
+    static common::EventPtr new_event() {
         sd_event* event = nullptr;
-        tool::check(sd_event_new(&event), "sd_event_new");
-        return tool::EventPtr(event);
+        common::check(sd_event_new(&event), "sd_event_new");
+        return common::EventPtr(event);
     }
 
     ~CameraTest() override {
@@ -54,11 +54,11 @@ class CameraTest : public ::testing::Test {
     void run_loop(std::chrono::milliseconds quiet) {
         const auto limit = static_cast<std::uint64_t>(
             std::chrono::duration_cast<std::chrono::microseconds>(quiet).count());
-        while (tool::check(sd_event_run(event_.get(), limit), "sd_event_run") > 0) {
+        while (common::check(sd_event_run(event_.get(), limit), "sd_event_run") > 0) {
         }
     }
 
-    tool::EventPtr event_ = new_event();
+    common::EventPtr event_ = new_event();
     char* buffer_ = nullptr;
     std::size_t size_ = 0;
     std::FILE* stream_ = open_memstream(&buffer_, &size_);

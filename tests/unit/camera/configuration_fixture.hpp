@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "camera/configuration.hpp"
+#include "camera/camera/configuration.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 namespace camera {
@@ -15,7 +15,7 @@ class ConfigurationTest : public ::testing::Test {
   protected:
     /// Sensors as "NAME ID TEMPERATURE, …", and all that the file's mistakes print.
     std::string sensors(const std::string& text) {
-        tool::Diagnostics diagnostics("camera.toml");
+        common::Diagnostics diagnostics("camera.toml");
         const Configuration read = read_configuration(folder_.write("c", text), diagnostics);
         std::ostringstream out;
         diagnostics.print(out, false);

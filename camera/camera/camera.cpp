@@ -1,0 +1,241 @@
+#include "camera/camera/camera.hpp"
+
+#include <algorithm>
+
+#include "camera/services/init.hpp"
+#include "camera/services/overlay.hpp"
+#include "camera/services/power_consumer.hpp"
+#include "camera/services/power_status.hpp"
+#include "camera/services/temperature.hpp"
+#include "camera/services/video.hpp"
+#include "common/process/exit_code.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace camera {
+
+using common::Json;
+
+Camera::Camera(sd_event& event, Story& story, const Configuration& configuration,
+               std::function<void()> lost)
+    : story_(story),
+      faults_([this](const char* state, const FaultRule& rule) {
+          story_.fault(state, rule.target(), rule.what());
+      }),
+      surroundings_{event,
+                    story,
+                    faults_,
+                    [this](const CallRecord& call) {
+                        if (observers_.called)
+                            observers_.called(call);
+                    },
+                    [this] {
+                        if (observers_.changed)
+                            observers_.changed();
+                    },
+                    [this](const std::string& service) { drop(service); },
+                    std::move(lost)},
+      temperature_(configuration.sensors),
+      power_(configuration.power.budget),
+      parameters_(configuration.video.channels) {
+    add<TemperatureService>(temperature_);
+    add<PowerConsumerService>(power_);
+    add<PowerStatusService>(configuration.power.received);
+    controls_ = &add<ControlsService>(parameters_, configuration.video.channels);
+    add<OverlayService>();
+    add<VideoService>(configuration.video.channels);
+    add<InitService>(configuration.video.unit);
+    for (const auto& service : services_) {
+        if (service->belongs_to_machine())
+            not_activatable_.insert(service->name());
+    }
+}
+
+void Camera::go_up(const std::string& address, const std::set<std::string>& without,
+                   bool activation, std::set<std::string> startable) {
+    address_ = address;
+    startable_ = std::move(startable);
+    for (const auto& service : services_) {
+        const bool left_out = without.contains(service->name());
+        if (left_out || !activation)
+            not_activatable_.insert(service->name());
+        if (!left_out)
+            bring_up_at_first(*service);
+    }
+}
+
+void Camera::bring_up_at_first(Service& service) {
+    try {
+        service.bring_up(address_);
+    } catch (const common::Failure& failure) {
+        if (!service.belongs_to_machine())
+            throw;
+        story_.service_down(service.name(), std::string("left alone: ") + failure.what());
+    }
+}
+
+void Camera::go_down() {
+    for (auto service = services_.rbegin(); service != services_.rend(); ++service)
+        (*service)->take_down("");
+}
+
+Service& Camera::service_named(const std::string& name) const {
+    std::vector<std::string> known;
+    for (const auto& service : services_) {
+        if (service->name() == name)
+            return *service;
+        known.push_back(service->name());
+    }
+    throw Refusal("there is no service '" + name + "'", common::did_you_mean(name, known));
+}
+
+Service& Camera::owner_of(const std::string& value) const {
+    std::vector<std::string> known;
+    for (const auto& service : services_) {
+        if (service->claims(value))
+            return *service;
+        for (const Value& each : service->values())
+            known.push_back(each.name);
+    }
+    throw Refusal("there is no value '" + value + "'", common::did_you_mean(value, known));
+}
+
+MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
+    if (!service.empty())
+        check_service(service);
+    std::vector<std::string> known;
+    for (const auto& each : services_) {
+        if (!service.empty() && each->name() != service)
+            continue;
+        for (const auto& [name, kind] : each->members()) {
+            if (name == member)
+                return kind;
+            known.push_back(name);
+        }
+    }
+    throw Refusal((service.empty() ? "no service has" : "the service '" + service + "' has no") +
+                      std::string(service.empty() ? " a method, signal or property '"
+                                                  : " method, signal or property '") +
+                      member + "'",
+                  common::did_you_mean(member, known));
+}
+
+void Camera::set(const std::string& name, const std::string& value) {
+    Service& service = owner_of(name);
+    service.check_settable(name);
+    service.set_value(name, value);
+    surroundings_.changed();
+}
+
+void Camera::start(const std::string& service) {
+    service_named(service).bring_up(address_);
+}
+
+void Camera::stop(const std::string& service) {
+    service_named(service).take_down("stopped");
+}
+
+void Camera::restart(const std::string& service) {
+    Service& named = service_named(service);
+    named.take_down("restarting");
+    named.bring_up(address_);
+}
+
+void Camera::activate(const std::string& service) {
+    Service& named = service_named(service);
+    if (not_activatable_.contains(service))
+        throw Refusal("the service '" + service + "' is not to be activated");
+    named.bring_up(address_);
+}
+
+void Camera::drop(const std::string& service) {
+    service_named(service).take_down("dropped by a fault");
+}
+
+void Camera::fail(const FaultRule& rule) {
+    check_fault(rule);
+    faults_.add(rule);
+    story_.fault("set", rule.target(), rule.description());
+}
+
+void Camera::clear_fault(const std::string& target) {
+    check_fault_target(target);
+    FaultRule rule;
+    set_target(rule, target);
+    // A rule that is spent, or never was, is as good as cleared.
+    if (faults_.clear(rule.service, rule.member))
+        story_.fault("cleared", target, "all is well again");
+}
+
+void Camera::press(const std::string& button) {
+    controls_->press(button);
+    surroundings_.changed();
+}
+
+Json Camera::check_value(const std::string& name, const std::string& value) const {
+    owner_of(name).check_settable(name);
+    return check_state(name, value);
+}
+
+Json Camera::check_state(const std::string& name, const std::string& text) const {
+    return owner_of(name).parse_value(name, text);
+}
+
+void Camera::check_fault(const FaultRule& rule) const {
+    const MemberKind kind = kind_of(rule.service, rule.member);
+    if (rule.effect != FaultEffect::error)
+        return;
+    if (kind == MemberKind::signal)
+        throw Refusal("'" + rule.member + "' is a signal, and a signal is not answered");
+    if (kind == MemberKind::outgoing_call)
+        throw Refusal("'" + rule.member + "' is a call by the camera, which others answer");
+}
+
+void Camera::check_fault_target(const std::string& target) const {
+    FaultRule rule;
+    set_target(rule, target);
+    (void)kind_of(rule.service, rule.member);
+}
+
+void Camera::check_method(const std::string& service, const std::string& member) const {
+    switch (kind_of(service, member)) {
+        case MemberKind::method:
+            return;
+        case MemberKind::signal:
+            throw Refusal("'" + member + "' is a signal, not a method");
+        case MemberKind::property:
+            throw Refusal("'" + member + "' is a property, not a method",
+                          "a property is read with 'Get'");
+        case MemberKind::outgoing_call:
+            throw Refusal("'" + member + "' is a call by the camera, not one that it gets",
+                          "expect the state that it tells of");
+    }
+}
+
+Json Camera::value(const std::string& name) const {
+    return owner_of(name).value(name);
+}
+
+bool Camera::is_activatable(const Service& service) const {
+    return !not_activatable_.contains(service.name()) &&
+           std::ranges::all_of(service.bus_names(), [this](const std::string& bus_name) {
+               return startable_.contains(bus_name);
+           });
+}
+
+Json Camera::show() const {
+    Json state = {{"bus", address_}, {"services", Json::array()}, {"values", Json::object()}};
+    for (const auto& service : services_) {
+        state["services"].push_back({{"name", service->name()},
+                                     {"state", service->is_up() ? "up" : "down"},
+                                     {"unique_name", service->unique_name()},
+                                     {"bus_names", service->bus_names()},
+                                     {"activatable", is_activatable(*service)},
+                                     {"registrations", service->registrations()}});
+        for (const Value& value : service->values())
+            state["values"][value.name] = value.value;
+    }
+    state["faults"] = faults_.json();
+    return state;
+}
+
+}  // namespace camera

@@ -1,0 +1,138 @@
+#include "camera/camera/configuration.hpp"
+
+#include <cmath>
+#include <limits>
+#include <map>
+
+#include "common/toml/document.hpp"
+
+namespace camera {
+namespace {
+
+/// Reads the sensors one by one and remembers where names and ids were first given.
+class SensorReader {
+  public:
+    explicit SensorReader(common::Diagnostics& diagnostics) : diagnostics_(diagnostics) {}
+
+    void read(const toml::node& node) {
+        const toml::table* table = node.as_table();
+        if (table == nullptr) {
+            diagnostics_.error(common::position(node), "a sensor must be a table, not " +
+                                                           std::string(common::kind_of(node)));
+            return;
+        }
+        common::TableReader reader(*table, "[[sensors]]", diagnostics_);
+        Sensor sensor;
+        if (const auto name = reader.string("name"))
+            sensor.name = checked_name(*name, reader.where("name"));
+        else if (!table->contains("name"))
+            reader.missing("name");
+        if (const auto id = reader.integer("id"))
+            sensor.id = checked_id(*id, reader.where("id"));
+        else if (!table->contains("id"))
+            reader.missing("id");
+        if (const auto temperature = reader.number("temperature"))
+            sensor.temperature = *temperature;
+        else if (!table->contains("temperature"))
+            reader.missing("temperature");
+        reader.report_unknown_keys();
+        if (!sensor.name.empty())
+            sensors_.push_back(std::move(sensor));
+    }
+
+    [[nodiscard]] std::vector<Sensor> take() { return std::move(sensors_); }
+
+  private:
+    std::string checked_name(const std::string& name, common::Position where) {
+        if (name.empty())
+            diagnostics_.error(where, "a sensor's name must not be empty");
+        // D-Bus strings end at the first zero byte.
+        else if (name.find('\0') != std::string::npos)
+            diagnostics_.error(where, "a sensor's name must not hold a zero byte");
+        else if (const auto [it, fresh] = names_.emplace(name, where); !fresh)
+            diagnostics_.error(where, "a second sensor is named '" + name + "'",
+                               "the first is at line " + std::to_string(it->second.line));
+        else
+            return name;
+        return {};
+    }
+
+    std::int32_t checked_id(std::int64_t id, common::Position where) {
+        if (id < std::numeric_limits<std::int32_t>::min() ||
+            id > std::numeric_limits<std::int32_t>::max()) {
+            diagnostics_.error(
+                where, "a sensor's id must fit 32 bits, " + std::to_string(id) + " does not");
+            return 0;
+        }
+        if (const auto [it, fresh] = ids_.emplace(id, where); !fresh)
+            diagnostics_.error(where, "a second sensor has the id " + std::to_string(id),
+                               "the first is at line " + std::to_string(it->second.line));
+        return static_cast<std::int32_t>(id);
+    }
+
+    common::Diagnostics& diagnostics_;
+    std::vector<Sensor> sensors_;
+    std::map<std::string, common::Position> names_;
+    std::map<std::int64_t, common::Position> ids_;
+};
+
+void read_power(const toml::table& table, Power& power, common::Diagnostics& diagnostics) {
+    common::TableReader reader(table, "[power]", diagnostics);
+    if (const auto budget = reader.number("budget")) {
+        if (std::isfinite(*budget) && *budget >= 0.0)
+            power.budget = *budget;
+        else
+            diagnostics.error(reader.where("budget"),
+                              "'budget' of [power] must be a finite number of at least 0");
+    }
+    power.received = reader.number("received").value_or(power.received);
+    reader.report_unknown_keys();
+}
+
+void read_video(const toml::table& table, Video& video, common::Diagnostics& diagnostics) {
+    common::TableReader reader(table, "[video]", diagnostics);
+    if (const auto channels = reader.integer("channels")) {
+        if (*channels >= 1 && *channels <= Video::max_channels)
+            video.channels = static_cast<int>(*channels);
+        else
+            diagnostics.error(reader.where("channels"), "'channels' of [video] must be 1 to " +
+                                                            std::to_string(Video::max_channels) +
+                                                            ", not " + std::to_string(*channels));
+    }
+    if (const auto unit = reader.string("unit")) {
+        // D-Bus strings end at the first zero byte.
+        if (unit->find('\0') == std::string::npos)
+            video.unit = *unit;
+        else
+            diagnostics.error(reader.where("unit"), "'unit' of [video] must not hold a zero byte");
+    }
+    reader.report_unknown_keys();
+}
+
+}  // namespace
+
+Configuration default_configuration() {
+    return {{{"main", 3, 36.5}, {"lens", 4, 28.0}, {"housing", 5, 21.5}}, {}, {}};
+}
+
+Configuration read_configuration(const std::string& path, common::Diagnostics& diagnostics) {
+    Configuration configuration = default_configuration();
+    const auto document = common::read_toml(path, diagnostics);
+    if (!document)
+        return configuration;
+    common::TableReader reader(*document, "the camera's configuration", diagnostics);
+    if (const toml::array* sensors = reader.array("sensors")) {
+        SensorReader sensor_reader(diagnostics);
+        for (const toml::node& node : *sensors)
+            sensor_reader.read(node);
+        configuration.sensors = sensor_reader.take();
+    }
+    if (const toml::table* power = reader.table("power"))
+        read_power(*power, configuration.power, diagnostics);
+    if (const toml::table* video = reader.table("video"))
+        read_video(*video, configuration.video, diagnostics);
+    reader.report_unknown_keys();
+    return configuration;
+}
+
+}  // namespace camera

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "common/text/line_text.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace camera {
+
+/// A refusal quotes what it was called with, which may be mebibytes; in bytes.
+inline constexpr std::size_t longest_refusal = 1000;
+
+/// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
+class BusRefusal : public std::runtime_error {
+  public:
+    /// `name` is the D-Bus error name, `sentence` its message.
+    BusRefusal(std::string name, const std::string& sentence)
+        : std::runtime_error(common::shortened(sentence, longest_refusal)),
+          name_(std::move(name)) {}
+
+    [[nodiscard]] const std::string& name() const noexcept { return name_; }
+
+  private:
+    std::string name_;
+};
+
+/// The camera's answer to an order that makes no sense (an unknown sensor, say). `what()` is one
+/// sentence with the help behind it; a file reader shows sentence and help apart.
+class Refusal : public std::runtime_error {
+  public:
+    explicit Refusal(std::string sentence, std::string help = {})
+        : std::runtime_error(common::shortened(common::with_help(sentence, help), longest_refusal)),
+          sentence_(common::shortened(sentence, longest_refusal)),
+          help_(std::move(help)) {}
+
+    [[nodiscard]] const std::string& sentence() const noexcept { return sentence_; }
+    /// "did you mean 'NAME'?" or empty.
+    [[nodiscard]] const std::string& help() const noexcept { return help_; }
+
+  private:
+    std::string sentence_;
+    std::string help_;
+};
+
+}  // namespace camera

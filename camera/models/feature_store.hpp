@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "camera/models/feature_document.hpp"
+
+namespace camera {
+
+/// A feature in one language, and who has added it.
+struct AddedFeature {
+    Feature feature;
+    std::string language;       ///< tag, such as "en-us"
+    std::string language_name;  ///< "English"
+    std::string client;         ///< unique name of the one that added it last
+};
+
+/// The features on the camera's screen, in the order in which they were first added. Knows no bus.
+///
+/// A feature is known by id and language together. Each button of a feature is there once for each
+/// of its languages, and asks for the same in all of them.
+class FeatureStore {
+  public:
+    /// More features than this are refused: a client that adds for ever must not take all memory.
+    static constexpr std::size_t max_features = 256;
+
+    /// Adds a feature, or puts it in the place of the one with its id and language.
+    /// @throws std::length_error when full.
+    void add(AddedFeature feature);
+    /// False where there is none.
+    [[nodiscard]] bool remove(std::string_view id, std::string_view language);
+    /// Forgets all features, as a restart does.
+    void drop_all() noexcept { features_.clear(); }
+
+    [[nodiscard]] const std::vector<AddedFeature>& features() const noexcept { return features_; }
+    /// Each id once, with its languages.
+    [[nodiscard]] std::vector<std::pair<std::string, std::vector<std::string>>> languages() const;
+    /// The first button of that name; null where there is none. Valid until the next change.
+    [[nodiscard]] const Button* button(std::string_view name) const;
+    /// The names of all buttons.
+    [[nodiscard]] std::vector<std::string> buttons() const;
+
+  private:
+    [[nodiscard]] std::vector<AddedFeature>::iterator find(std::string_view id,
+                                                           std::string_view language);
+
+    std::vector<AddedFeature> features_;
+};
+
+}  // namespace camera

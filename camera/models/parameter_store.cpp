@@ -1,0 +1,103 @@
+#include "camera/models/parameter_store.hpp"
+
+#include <algorithm>
+
+#include "camera/models/command_error.hpp"
+#include "common/text/percent_decoding.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace camera {
+namespace {
+
+constexpr std::string_view update_path = "/tarlo-cgi/param.cgi";
+
+/// A part of a query with its escapes undone, the "+" for a blank included.
+std::string decoded(std::string_view text) {
+    std::string plain(text);
+    std::ranges::replace(plain, '+', ' ');
+    return common::percent_decoded(plain);
+}
+
+/// The "KEY=VALUE" parts of a query.
+std::vector<ParameterUpdate> parts_of(std::string_view query) {
+    std::vector<ParameterUpdate> parts;
+    while (!query.empty()) {
+        const std::string_view part = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(query.size(), part.size() + 1));
+        const std::size_t equals = part.find('=');
+        if (equals == std::string_view::npos)
+            throw Refusal("'" + std::string(part) + "' in the request has no '='");
+        parts.emplace_back(decoded(part.substr(0, equals)), decoded(part.substr(equals + 1)));
+    }
+    return parts;
+}
+
+/// The parts without "action=update", which must be among them.
+std::vector<ParameterUpdate> updates_of(std::string_view query) {
+    std::vector<ParameterUpdate> parts = parts_of(query);
+    const auto action = std::ranges::find(parts, "action", &ParameterUpdate::first);
+    if (action == parts.end())
+        throw Refusal("the request has no 'action'");
+    if (action->second != "update")
+        throw Refusal("the camera knows no action '" + action->second + "', 'update' it does");
+    parts.erase(action);
+    if (parts.empty())
+        throw Refusal("the request names no parameter to update");
+    return parts;
+}
+
+}  // namespace
+
+std::string wdr_parameter(int channel) {
+    return "ImageSource.I" + std::to_string(channel) + ".Sensor.WDR";
+}
+
+ParameterStore::ParameterStore(int channels) {
+    for (int channel = 0; channel < channels; ++channel)
+        parameters_.push_back({wdr_parameter(channel), {"on", "off"}, "off"});
+}
+
+const Parameter& ParameterStore::by_name(std::string_view name) const {
+    const auto it = std::ranges::find(parameters_, name, &Parameter::name);
+    if (it != parameters_.end())
+        return *it;
+    std::vector<std::string> known;
+    for (const Parameter& parameter : parameters_)
+        known.push_back(parameter.name);
+    throw Refusal("the camera has no parameter '" + std::string(name) + "'",
+                  common::did_you_mean(name, known));
+}
+
+void ParameterStore::check(std::string_view name, const std::string& value) const {
+    const Parameter& parameter = by_name(name);
+    if (std::ranges::find(parameter.choices, value) != parameter.choices.end())
+        return;
+    std::string choices;
+    for (const std::string& choice : parameter.choices)
+        choices.append(choices.empty() ? "" : " or ").append(choice);
+    throw Refusal("'" + value + "' is no value of '" + parameter.name + "', which is " + choices);
+}
+
+void ParameterStore::set(std::string_view name, const std::string& value) {
+    check(name, value);
+    std::ranges::find(parameters_, name, &Parameter::name)->value = value;
+}
+
+std::vector<ParameterUpdate> ParameterStore::request(std::string_view type, std::string_view url) {
+    if (type != "GET")
+        throw Refusal("the camera serves requests of the type GET, not '" + std::string(type) +
+                      "'");
+    const std::string_view path = url.substr(0, url.find('?'));
+    if (path != update_path)
+        throw Refusal("the camera serves '" + std::string(update_path) + "', not '" +
+                      std::string(path) + "'");
+    const std::vector<ParameterUpdate> updates =
+        updates_of(url.substr(std::min(url.size(), path.size() + 1)));
+    for (const auto& [name, value] : updates)
+        check(name, value);
+    for (const auto& [name, value] : updates)
+        set(name, value);
+    return updates;
+}
+
+}  // namespace camera

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "camera/camera/camera.hpp"
+#include "camera/scenario/scenario.hpp"
+#include "common/text/diagnostics.hpp"
+#include "common/toml/document.hpp"
+
+namespace camera {
+
+/// Reads the steps of a scenario file; each mistake becomes a diagnostic at its place.
+class StepReader {
+  public:
+    /// Both must outlive the reader.
+    StepReader(const Camera& camera, common::Diagnostics& diagnostics)
+        : camera_(camera), diagnostics_(diagnostics) {}
+
+    /// A step with mistakes comes back without what could not be read.
+    [[nodiscard]] Step read(const toml::node& node);
+
+  private:
+    using Visit = std::function<void(const std::string& name, const common::TomlEntry& entry)>;
+
+    void read_times(common::TableReader& reader, Step& step);
+    void read_action(const std::string& key, common::TableReader& reader, Step& step);
+    void read_order(ServiceOrder::Verb verb, const std::string& key, common::TableReader& reader,
+                    Step& step);
+    void read_set(const toml::table& table, Step& step);
+    void read_ramp(const toml::table& table, Step& step);
+    void read_fail(const toml::table& table, Step& step);
+    void read_run(common::TableReader& reader, Step& step);
+    void read_expectation(const toml::table& table, Step& step);
+    std::optional<ExpectedCall> read_call(const std::string& target, common::TableReader& reader);
+    std::optional<ExpectedState> read_state(const std::string& name, common::TableReader& reader);
+
+    /// Visits each value of a table; `temperature.main = 1` without quotes is a table in a table
+    /// and means the same as `"temperature.main" = 1`.
+    static void each_value(const toml::table& table, const std::string& prefix, const Visit& visit);
+    /// Makes the camera's refusal of a check a diagnostic; true when there is none.
+    bool passes(common::Position where, const std::function<void()>& check);
+    /// A time in seconds, at least 0.
+    std::optional<Seconds> time(common::TableReader& reader, std::string_view key);
+    std::optional<common::Json> json(const toml::node& node);
+
+    const Camera& camera_;
+    common::Diagnostics& diagnostics_;
+};
+
+}  // namespace camera

@@ -1,0 +1,200 @@
+// What a service does with the messages that come: story, faults, refusals.
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "camera/bus/message_json.hpp"
+#include "camera/service/properties.hpp"
+#include "camera/service/service.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace camera {
+namespace {
+
+using common::check;
+using common::MessagePtr;
+
+std::string with_hint(std::string sentence, const std::string& hint) {
+    return hint.empty() ? sentence : std::move(sentence) + "; " + hint;
+}
+
+MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::string& text) {
+    sd_bus_message* message = nullptr;
+    const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name.c_str(), text.c_str());
+    check(sd_bus_message_new_method_error(&call, &message, &error),
+          "sd_bus_message_new_method_error");
+    return MessagePtr(message);
+}
+
+}  // namespace
+
+int Service::on_message(sd_bus_message& message) {
+    std::uint8_t type = 0;
+    check(sd_bus_message_get_type(&message, &type), "sd_bus_message_get_type");
+    if (type != SD_BUS_MESSAGE_METHOD_CALL)
+        return 0;
+    if (const ServedObject* object = object_of_property_call(message, objects()))
+        return on_property_call(message, *object);
+    // sd-bus serves introspection and peers by itself; they are no news.
+    if (text_or_empty(sd_bus_message_get_interface(&message)).starts_with("org.freedesktop.DBus."))
+        return 0;
+    return on_call(message);
+}
+
+void Service::begin_call(sd_bus_message& call) {
+    const CallRecord record{name_, text_or_empty(sd_bus_message_get_member(&call)), body_json(call),
+                            text_or_empty(sd_bus_message_get_sender(&call))};
+    around_.story.call(record);
+    around_.called(record);
+    fault_ = {};
+    malformed_reply_.reset();
+    afterwards_ = nullptr;
+}
+
+int Service::refuse(sd_bus_message& call, const BusRefusal& refusal) {
+    send_reply(call, new_error(call, refusal.name(), refusal.what()), {});
+    return 1;
+}
+
+int Service::on_call(sd_bus_message& call) {
+    begin_call(call);
+    const sd_bus_vtable* method = nullptr;
+    try {
+        method = &method_for(call);
+    } catch (const BusRefusal& refusal) {
+        return refuse(call, refusal);
+    }
+    return with_fault(
+        call, around_.faults.take(name_, method->x.method.member).value_or(Fault{}),
+        [&] {
+            return with_wrong_body(common::new_reply(call),
+                                   text_or_empty(method->x.method.result).c_str());
+        },
+        [&] { return hand_on(call, *method); });
+}
+
+int Service::on_property_call(sd_bus_message& call, const ServedObject& object) {
+    begin_call(call);
+    PropertyCall asked{};
+    try {
+        asked = read_property_call(call, object);
+    } catch (const BusRefusal& refusal) {
+        return refuse(call, refusal);
+    }
+    // A rule for a property goes ahead of one for the method that reads it.
+    const sd_bus_vtable* hit = nullptr;
+    std::optional<Fault> fault;
+    for (const sd_bus_vtable* property : asked.properties) {
+        if ((fault = around_.faults.take(name_, property->x.property.member))) {
+            hit = property;
+            break;
+        }
+    }
+    if (!fault)
+        fault = around_.faults.take(name_, sd_bus_message_get_member(&call));
+
+    const auto right = [&](sd_bus_message& reply, const sd_bus_vtable& property) {
+        append_right_value(reply, object, property, this);
+    };
+    const auto wrong_reply = [&] {
+        if (hit == nullptr)
+            return with_wrong_body(common::new_reply(call), asked.all ? "a{sv}" : "v");
+        MessagePtr reply = common::new_reply(call);
+        append_reply(*reply, asked, [&](sd_bus_message& message, const sd_bus_vtable& property) {
+            &property == hit ? append_wrong_value(message, property) : right(message, property);
+        });
+        return reply;
+    };
+    // Not left to sd-bus, whose answer could be neither late nor told.
+    const auto right_reply = [&] {
+        MessagePtr reply = common::new_reply(call);
+        append_reply(*reply, asked, right);
+        return reply;
+    };
+    return with_fault(call, fault.value_or(Fault{}), wrong_reply,
+                      [&] { return answer(call, right_reply); });
+}
+
+int Service::with_fault(sd_bus_message& call, Fault fault, const MakeMessage& wrong,
+                        const std::function<int()>& serve) {
+    fault_ = std::move(fault);
+    switch (fault_.effect) {
+        case FaultEffect::none:
+            return serve();
+        case FaultEffect::malformed:
+            // Made here: once the vtable is in play, sd-bus sends no reply of another signature.
+            malformed_reply_ = wrong();
+            return serve();
+        case FaultEffect::error:
+            send_reply(call, new_error(call, fault_.error_name, "A fault rule answers this call."),
+                       fault_.delay);
+            return 1;
+        case FaultEffect::silent:
+            return 1;
+        case FaultEffect::drop:
+            drop(fault_.delay);
+            return 1;
+    }
+    return 0;
+}
+
+int Service::hand_on(sd_bus_message& call, const sd_bus_vtable& method) {
+    // sd-bus finds the method of the vtable by itself, unless the call leaves the interface out.
+    if (sd_bus_message_get_interface(&call) != nullptr)
+        return 0;
+    return method.x.method.handler(&call, this, nullptr);
+}
+
+const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
+    const std::string path = text_or_empty(sd_bus_message_get_path(&call));
+    const std::string interface = text_or_empty(sd_bus_message_get_interface(&call));
+    const std::string member = text_or_empty(sd_bus_message_get_member(&call));
+    const ServedObject* served = nullptr;
+    bool path_known = false;
+    for (const ServedObject& object : objects()) {
+        path_known = path_known || path == object.names.path;
+        // A call may leave the interface out.
+        if (path == object.names.path && (interface.empty() || interface == object.names.interface))
+            served = &object;
+    }
+    if (!path_known)
+        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no object '" + path + "'.");
+    if (served == nullptr)
+        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_INTERFACE,
+                         "'" + path + "' has no interface '" + interface + "'.");
+    const sd_bus_vtable* method = find_method(*served, member);
+    if (method == nullptr)
+        throw BusRefusal(
+            SD_BUS_ERROR_UNKNOWN_METHOD,
+            with_hint("There is no method '" + member + "'",
+                      common::did_you_mean(member, names_of(*served, MemberKind::method))));
+    const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
+    const std::string wanted = text_or_empty(method->x.method.signature);
+    if (signature != wanted)
+        throw BusRefusal(SD_BUS_ERROR_INVALID_ARGS,
+                         member + " takes '" + wanted + "', not '" + signature + "'.");
+    return *method;
+}
+
+int Service::answer(sd_bus_message& call, const std::function<MessagePtr()>& method) noexcept {
+    try {
+        const Fault fault = std::exchange(fault_, {});
+        MessagePtr reply;
+        try {
+            reply = method();
+        } catch (const BusRefusal& refusal) {
+            reply = new_error(call, refusal.name(), refusal.what());
+        }
+        if (malformed_reply_)
+            reply = std::move(malformed_reply_);
+        send_reply(call, std::move(reply), fault.delay);
+        do_afterwards();
+        return 1;
+    } catch (const std::system_error& error) {
+        return -error.code().value();  // sd-bus answers with that error
+    } catch (const std::exception&) {
+        return -ENOMEM;
+    }
+}
+
+}  // namespace camera

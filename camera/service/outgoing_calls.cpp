@@ -1,0 +1,68 @@
+#include "camera/service/outgoing_calls.hpp"
+
+#include <cstring>
+
+#include "camera/bus/message_json.hpp"
+
+namespace camera {
+
+std::weak_ptr<OutgoingCalls::Call> OutgoingCalls::add(const std::string& about,
+                                                      sd_bus_message& message) {
+    calls_.push_back(std::make_shared<Call>(Call{this, about, sd_bus_message_get_member(&message),
+                                                 sd_bus_message_get_destination(&message)}));
+    return calls_.back();
+}
+
+void OutgoingCalls::send(sd_bus& bus, const std::weak_ptr<Call>& handle, sd_bus_message& message) {
+    const auto call = handle.lock();
+    if (call == nullptr)
+        return;
+    sd_bus_slot* slot = nullptr;
+    const int r = sd_bus_call_async(&bus, &slot, &message, on_answer, call.get(), 0);
+    call->slot.reset(slot);
+    if (r < 0) {
+        common::BusError error;
+        sd_bus_error_set_errno(&error, r);
+        story_.call_failed(service_, call->member, call->receiver, error.error.name,
+                           std::strerror(-r));
+        remove(*call);
+        return;
+    }
+    // Sending has sealed the message, so that it can be read like a received one.
+    story_.call_out(service_, call->member, call->receiver, body_json(message));
+}
+
+void OutgoingCalls::forget(const std::weak_ptr<Call>& handle) {
+    if (const auto call = handle.lock())
+        remove(*call);
+}
+
+void OutgoingCalls::forget(const std::string& about) {
+    std::erase_if(calls_, [&](const auto& call) { return call->about == about; });
+}
+
+int OutgoingCalls::on_answer(sd_bus_message* answer, void* userdata,
+                             sd_bus_error* /*error*/) noexcept {
+    const auto& call = *static_cast<const Call*>(userdata);
+    try {
+        call.owner->tell(call, *answer);
+    } catch (const std::exception&) {
+        // An answer that cannot be read is none, and the story has no words for it.
+    }
+    call.owner->remove(call);
+    return 0;
+}
+
+void OutgoingCalls::tell(const Call& call, sd_bus_message& answer) {
+    if (const sd_bus_error* error = sd_bus_message_get_error(&answer))
+        story_.call_failed(service_, call.member, call.receiver, error->name,
+                           error->message == nullptr ? "" : error->message);
+    else
+        story_.call_answered(service_, call.member, call.receiver, body_json(answer));
+}
+
+void OutgoingCalls::remove(const Call& call) {
+    calls_.remove_if([&](const auto& each) { return each.get() == &call; });
+}
+
+}  // namespace camera

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "camera/service/event_log.hpp"
+#include "common/bus/bus.hpp"
+
+namespace camera {
+
+/// Calls that a service makes to others. Whoever is called need not be there: what comes of a
+/// call is told and harms nothing.
+class OutgoingCalls {
+  public:
+    /// A call that is to be sent or was sent, and is not answered.
+    struct Call {
+        OutgoingCalls* owner;
+        std::string about;
+        std::string member;
+        std::string receiver;
+        common::SlotPtr slot{};  ///< null until it is sent
+    };
+
+    /// `story` must outlive this object.
+    OutgoingCalls(std::string service, Story& story)
+        : service_(std::move(service)), story_(story) {}
+    OutgoingCalls(const OutgoingCalls&) = delete;
+    OutgoingCalls& operator=(const OutgoingCalls&) = delete;
+
+    /// Notes that this message is to be sent. The handle is empty once the call was answered or
+    /// forgotten.
+    [[nodiscard]] std::weak_ptr<Call> add(const std::string& about, sd_bus_message& message);
+    /// Sends the message of a call; does nothing where the call was forgotten.
+    void send(sd_bus& bus, const std::weak_ptr<Call>& call, sd_bus_message& message);
+    void forget(const std::weak_ptr<Call>& call);
+    /// Forgets all calls about this.
+    void forget(const std::string& about);
+    void clear() noexcept { calls_.clear(); }
+
+  private:
+    static int on_answer(sd_bus_message* answer, void* userdata, sd_bus_error* error) noexcept;
+    void tell(const Call& call, sd_bus_message& answer);
+    void remove(const Call& call);
+
+    std::string service_;
+    Story& story_;
+    std::list<std::shared_ptr<Call>> calls_;
+};
+
+}  // namespace camera

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "camera/bus/names.hpp"
+
+namespace camera {
+
+/// One interface at one path, with the vtable that describes and serves it.
+struct ServedObject {
+    BusObject names;
+    const sd_bus_vtable* vtable;
+};
+
+/// What a member of a service is. An outgoing call is one that the service itself makes.
+enum class MemberKind { method, signal, property, outgoing_call };
+
+using Members = std::vector<std::pair<std::string, MemberKind>>;
+
+/// Methods, signals and properties of an object by name; where it has properties, those of the
+/// interface "org.freedesktop.DBus.Properties" that a client uses to read and follow them.
+[[nodiscard]] Members members_of(const ServedObject& object);
+/// The names of one kind.
+[[nodiscard]] std::vector<std::string> names_of(const ServedObject& object, MemberKind kind);
+
+/// Null where the object has none of that name; valid as long as the vtable.
+[[nodiscard]] const sd_bus_vtable* find_method(const ServedObject& object, std::string_view name);
+[[nodiscard]] const sd_bus_vtable* find_property(const ServedObject& object, std::string_view name);
+
+}  // namespace camera

@@ -1,0 +1,153 @@
+#include "common/bus/bus.hpp"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include "common/process/exit_code.hpp"
+
+namespace common {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void unreachable(const std::string& address, const std::string& reason) {
+    throw Failure(ExitCode::unavailable, "cannot reach the bus at '" + address + "': " + reason);
+}
+
+BusPtr new_connection(const std::string& address) {
+    sd_bus* bus = nullptr;
+    int r = 0;
+    // These two start the connection themselves; an address needs the steps one by one.
+    if (address == "system") {
+        r = sd_bus_open_system(&bus);
+    } else if (address == "session") {
+        r = sd_bus_open_user(&bus);
+    } else {
+        check(sd_bus_new(&bus), "sd_bus_new");
+        BusPtr guard(bus);
+        r = sd_bus_set_address(bus, address.c_str());
+        if (r >= 0)
+            r = sd_bus_set_bus_client(bus, 1);
+        if (r >= 0)
+            r = sd_bus_start(bus);
+        if (r >= 0)
+            return guard;
+        bus = nullptr;
+    }
+    if (r < 0)
+        unreachable(address, std::strerror(-r));
+    return BusPtr(bus);
+}
+
+/// Drops what comes through a socket until its other end is closed. @returns false at the deadline.
+bool drop_input(int socket, Clock::time_point deadline) {
+    std::array<char, 65536> dropped;
+    for (;;) {
+        const ssize_t n = recv(socket, dropped.data(), dropped.size(), MSG_DONTWAIT);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+            return n == 0;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd ready{socket, POLLIN, 0};
+        if (n < 0)
+            poll(&ready, 1, static_cast<int>(left.count()));
+    }
+}
+
+}  // namespace
+
+std::string BusError::text(int r) const {
+    if (sd_bus_error_is_set(&error) <= 0)
+        return std::strerror(-r);
+    std::string text = error.name;
+    if (error.message != nullptr)
+        text.append(": ").append(error.message);
+    return text;
+}
+
+BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
+    BusPtr bus = new_connection(address);
+    const auto give_up = [&](const std::string& reason) {
+        // At once: the handle would wait for the daemon to take what is still to be sent.
+        sd_bus_close(bus.get());
+        unreachable(address, reason);
+    };
+    const Clock::time_point deadline = Clock::now() + limit;
+    // A daemon that accepts the connection and then stays silent would hold sd-bus for minutes.
+    for (int ready = 0; (ready = sd_bus_is_ready(bus.get())) <= 0;) {
+        if (ready < 0)
+            give_up(std::strerror(-ready));
+        const int r = sd_bus_process(bus.get(), nullptr);
+        if (r < 0)
+            give_up(std::strerror(-r));
+        if (r > 0)
+            continue;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            give_up("no answer within " +
+                    std::to_string(std::chrono::duration<double>(limit).count()) + " s");
+        const int w = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
+        if (w < 0 && w != -EINTR)
+            give_up(std::strerror(-w));
+    }
+    return bus;
+}
+
+bool is_ownable_name(const std::string& name) {
+    return sd_bus_service_name_is_valid(name.c_str()) > 0 && !name.starts_with(':');
+}
+
+void own_name(sd_bus& bus, const std::string& name) {
+    const int r = sd_bus_request_name(&bus, name.c_str(), 0);
+    if (r >= 0)
+        return;
+    throw Failure(ExitCode::unavailable,
+                  "cannot own the bus name '" + name +
+                      "': " + (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
+}
+
+bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
+    const int socket = sd_bus_get_fd(&bus);
+    if (socket < 0 || sd_bus_is_open(&bus) <= 0)
+        return false;
+    bool closed_by_daemon = false;
+    // A close with unread input would make the daemon drop what it has not read. sd-bus itself
+    // would call handlers if it read, and has no limit for its flush: the cut is what ends that.
+    std::thread reader([&] {
+        closed_by_daemon = drop_input(socket, deadline);
+        if (!closed_by_daemon)
+            shutdown(socket, SHUT_RDWR);
+    });
+    const int flushed = sd_bus_flush(&bus);
+    shutdown(socket, SHUT_WR);
+    reader.join();
+    return flushed >= 0 && closed_by_daemon;
+}
+
+int check(int r, const char* what) {
+    if (r < 0)
+        throw std::system_error(-r, std::generic_category(), what);
+    return r;
+}
+
+std::string read_string(sd_bus_message& message) {
+    const char* text = nullptr;
+    check(sd_bus_message_read(&message, "s", &text), "sd_bus_message_read");
+    return text;
+}
+
+MessagePtr new_reply(sd_bus_message& call) {
+    sd_bus_message* reply = nullptr;
+    check(sd_bus_message_new_method_return(&call, &reply), "sd_bus_message_new_method_return");
+    return MessagePtr(reply);
+}
+
+}  // namespace common

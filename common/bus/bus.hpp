@@ -1,0 +1,71 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace common {
+
+/// Deleter that calls one of the unref functions of libsystemd.
+template <auto Unref>
+struct Unreffer {
+    template <class T>
+    void operator()(T* object) const noexcept {
+        Unref(object);
+    }
+};
+
+/// A connection; it is flushed and closed when the handle lets go of it.
+using BusPtr = std::unique_ptr<sd_bus, Unreffer<sd_bus_flush_close_unref>>;
+using EventPtr = std::unique_ptr<sd_event, Unreffer<sd_event_unref>>;
+using EventSourcePtr = std::unique_ptr<sd_event_source, Unreffer<sd_event_source_disable_unref>>;
+using SlotPtr = std::unique_ptr<sd_bus_slot, Unreffer<sd_bus_slot_unref>>;
+using MessagePtr = std::unique_ptr<sd_bus_message, Unreffer<sd_bus_message_unref>>;
+
+/// An error structure that frees itself.
+struct BusError {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+
+    BusError() = default;
+    BusError(const BusError&) = delete;
+    BusError& operator=(const BusError&) = delete;
+    ~BusError() { sd_bus_error_free(&error); }
+
+    sd_bus_error* operator&() { return &error; }  // NOLINT: the out-pointer that sd-bus wants
+    /// "NAME: MESSAGE", or the text of the negative errno `r` where no error is set.
+    [[nodiscard]] std::string text(int r) const;
+};
+
+/// Connects to "system", "session" or a D-Bus address and waits until the daemon has answered.
+/// @throws Failure (unavailable), naming the address, when that fails or takes longer than `limit`.
+[[nodiscard]] BusPtr open_bus(const std::string& address, std::chrono::microseconds limit);
+
+/// Whether a connection can ask for such a name: a well-formed one, and not one of those (":1.7")
+/// that the daemon gives itself.
+[[nodiscard]] bool is_ownable_name(const std::string& name);
+
+/// Owns `name` on the connection from here on (not queued, not replaceable).
+/// @throws Failure (unavailable) naming the name and, where another has it, saying so.
+void own_name(sd_bus& bus, const std::string& name);
+
+/// Sends what is still to be sent, ends the connection on this side and waits until the daemon has
+/// ended it on its own, which it does once it has read everything. What comes meanwhile is dropped:
+/// no handler is called. After it the connection is good for nothing but its release.
+/// @param deadline when the connection is cut at the latest.
+/// @returns whether the daemon has read everything.
+[[nodiscard]] bool finish_sending(sd_bus& bus, std::chrono::steady_clock::time_point deadline);
+
+/// The next argument of a message, which is a string.
+/// @throws std::system_error when it is not.
+[[nodiscard]] std::string read_string(sd_bus_message& message);
+
+/// An empty method return for `call`. @throws std::system_error.
+[[nodiscard]] MessagePtr new_reply(sd_bus_message& call);
+
+/// @throws std::system_error when `r` is negative; returns `r` otherwise.
+int check(int r, const char* what);
+
+}  // namespace common

@@ -1,0 +1,182 @@
+#include "common/process/child_process.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include "common/process/descriptor.hpp"
+
+namespace common {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+/// In the child: what it says is nobody's business, and it ends with its parent.
+void settle_in(pid_t parent) {
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)  // gone before it could be told
+        _exit(1);
+    // A crash is expected here and is told of by its signal: no handler of the parent's, such as a
+    // sanitizer's, is to come before it, and nobody looks for a core.
+    for (const int crash : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
+        std::signal(crash, SIG_DFL);
+    // A parent that has a signal served elsewhere holds it back here.
+    sigset_t nothing;
+    sigemptyset(&nothing);
+    sigprocmask(SIG_SETMASK, &nothing, nullptr);
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        dup2(nowhere, stream);
+}
+
+void write_whole(int fd, const std::string& text) {
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno != EINTR)
+            _exit(1);  // the parent is gone
+        done += n < 0 ? 0U : static_cast<std::size_t>(n);
+    }
+}
+
+/// Cuts what comes through a pipe into lines.
+class LineReader {
+  public:
+    LineReader(int fd, const LineReceiver& on_line) : fd_(fd), on_line_(on_line) {}
+
+    static constexpr int most = 65536;  ///< bytes at a time
+
+    /// Takes some of what is there. @returns false at the end of it all.
+    bool read_some() {
+        const ssize_t n = read(fd_, buffer_.data(), buffer_.size());
+        if (n <= 0)
+            return n < 0 && (errno == EAGAIN || errno == EINTR);
+        std::size_t begin = 0;
+        std::size_t from = text_.size();  // no line ends before it
+        text_.append(buffer_.data(), static_cast<std::size_t>(n));
+        for (std::size_t end = 0; (end = text_.find('\n', from)) != std::string::npos;
+             begin = from = end + 1)
+            anew_ = on_line_(text_.substr(begin, end - begin)) || anew_;
+        text_.erase(0, begin);
+        return true;
+    }
+
+    /// Whether one of the lines since the last time has given the child its time anew.
+    bool take_anew() { return std::exchange(anew_, false); }
+
+  private:
+    int fd_;
+    const LineReceiver& on_line_;
+    std::array<char, most> buffer_;
+    std::string text_;
+    bool anew_ = false;
+};
+
+/// Whether the child has ended; it is still to be waited for.
+bool has_ended(pid_t child) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == child;
+}
+
+/// Hands lines on until the child has ended. @returns false when its time is over.
+bool serve(LineReader& lines, int pipe, pid_t child, std::chrono::microseconds limit) {
+    using std::chrono::milliseconds;
+    Clock::time_point deadline = Clock::now() + limit;
+    while (!has_ended(child)) {
+        if (lines.take_anew())
+            deadline = Clock::now() + limit;
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            return false;
+        // As a rule the end of the pipe is the end of the child. But a block may close all files,
+        // or start a process that keeps them open.
+        const milliseconds longest{pipe < 0 ? 1 : 20};
+        pollfd event{pipe, POLLIN, 0};
+        if (poll(&event, 1, static_cast<int>(std::min(left, longest).count())) > 0 &&
+            !lines.read_some())
+            pipe = -1;
+    }
+    return true;
+}
+
+}  // namespace
+
+ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
+                      std::chrono::microseconds limit, const LineReceiver& on_line) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) < 0)
+        fail("cannot make a pipe");
+    Descriptor from_child(ends[0]);
+    Descriptor to_parent(ends[1]);
+    // What is buffered would be written twice otherwise.
+    std::cout.flush();
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid < 0)
+        fail("cannot make a process");
+    if (pid == 0) {
+        settle_in(parent);
+        try {
+            work([&](const std::string& line) { write_whole(to_parent.get(), line + '\n'); });
+        } catch (...) {
+            _exit(1);  // nothing of the parent's is to be unwound here
+        }
+        _exit(0);
+    }
+    to_parent.close();
+    setpgid(pid, pid);
+    fcntl(from_child.get(), F_SETFL, O_NONBLOCK);
+    LineReader lines(from_child.get(), on_line);
+    const bool ended = serve(lines, from_child.get(), pid, limit);
+    // Those that it started, too; its number is not given to another before it is waited for.
+    kill(-pid, SIGKILL);
+    kill(pid, SIGKILL);
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    // No more is to come, but for what the pipe still holds.
+    const int capacity = fcntl(from_child.get(), F_GETPIPE_SZ);
+    for (int read = 0; read < capacity && lines.read_some(); read += LineReader::most) {
+    }
+    if (!ended)
+        return {true, 0, 0};
+    return {false, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+            WIFEXITED(status) ? WEXITSTATUS(status) : 0};
+}
+
+std::string misbehaviour(const ChildEnd& end, const std::string& phase,
+                         std::chrono::microseconds limit) {
+    if (end.timed_out) {
+        std::ostringstream text;
+        text << "did not come back from " << phase << " within "
+             << std::chrono::duration<double>(limit).count() << " s";
+        return text.str();
+    }
+    if (end.signal == 0)
+        return "ended the process in " + phase + " with exit code " + std::to_string(end.code);
+    const char* const name = sigabbrev_np(end.signal);
+    return "crashed in " + phase + ": " +
+           (name == nullptr ? "signal " + std::to_string(end.signal) : "SIG" + std::string(name));
+}
+
+}  // namespace common

@@ -1,0 +1,194 @@
+#include "common/text/diagnostics.hpp"
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <utility>
+
+#include "common/text/terminal.hpp"
+
+namespace common {
+namespace {
+
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+
+bool starts_code_point(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+}
+
+std::size_t code_points(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), starts_code_point));
+}
+
+/// A mistake's text names what is in the file, which may be one name of a mebibyte.
+constexpr std::size_t longest_text = 2000;
+
+/// Code points to each side of a place that are quoted of a long line. A file may be one line, and
+/// its mistakes as many as its bytes.
+constexpr std::size_t quoted_before = 100;
+constexpr std::size_t quoted_behind = 60;
+
+/// One line of a file, taken apart into code points once for all the mistakes that are in it.
+class QuotedLine {
+  public:
+    explicit QuotedLine(const std::string& line) : line_(line) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (starts_code_point(line[i]))
+                starts_.push_back(i);
+        }
+    }
+
+    struct Quote {
+        std::string text;
+        std::string indent;  ///< brings a caret below the place
+    };
+
+    [[nodiscard]] Quote around(std::uint32_t column) const {
+        const std::size_t place = std::min<std::size_t>(column == 0 ? 0 : column - 1, size());
+        const bool whole = size() <= quoted_before + quoted_behind;
+        const std::size_t begin = whole || place < quoted_before ? 0 : place - quoted_before;
+        const std::size_t end = whole ? size() : std::min(size(), place + quoted_behind);
+        Quote quote;
+        if (begin > 0)
+            quote = {"…", " "};
+        for (std::size_t at = begin; at < end; ++at) {
+            const bool is_tab = line_[offset(at)] == '\t';
+            const std::string shown =
+                is_tab ? "\t" : one_line(line_.substr(offset(at), offset(at + 1) - offset(at)));
+            quote.text += shown;
+            if (at < place)
+                quote.indent += is_tab ? shown : std::string(code_points(shown), ' ');
+        }
+        if (end < size())
+            quote.text += "…";
+        return quote;
+    }
+
+  private:
+    [[nodiscard]] std::size_t size() const { return starts_.size(); }
+    [[nodiscard]] std::size_t offset(std::size_t at) const {
+        return at < size() ? starts_[at] : line_.size();
+    }
+
+    const std::string& line_;
+    std::vector<std::size_t> starts_;
+};
+
+}  // namespace
+
+std::string counted(std::size_t n, const std::string& noun) {
+    return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
+}
+
+void Diagnostics::set_source(std::string text) {
+    lines_.clear();
+    if (text.starts_with(byte_order_mark))
+        text.erase(0, byte_order_mark.size());
+    std::istringstream stream(std::move(text));
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        lines_.push_back(std::move(line));
+    }
+}
+
+void Diagnostics::take_source(const Diagnostics& other) {
+    if (!other.lines_.empty())
+        lines_ = other.lines_;
+}
+
+void Diagnostics::error(Position where, std::string text, std::string help) {
+    add({Severity::error, where, std::move(text), std::move(help)});
+}
+
+void Diagnostics::warning(Position where, std::string text, std::string help) {
+    add({Severity::warning, where, std::move(text), std::move(help)});
+}
+
+void Diagnostics::add(Entry entry) {
+    entry.text = one_line(shortened(entry.text, longest_text));
+    entry.help = one_line(shortened(entry.help, longest_text));
+    if (known_.count({entry.severity, entry.where, entry.text}) != 0)
+        return;
+    Count& count = this->count(entry.severity);
+    ++count.all;
+    if (count.kept == most_kept)
+        return;
+    ++count.kept;
+    known_.emplace(entry.severity, entry.where, entry.text);
+    entries_.push_back(std::move(entry));
+    if (listener_)
+        listener_(entries_.back());
+}
+
+std::size_t Diagnostics::not_kept(Severity severity) const noexcept {
+    return count(severity).all - count(severity).kept;
+}
+
+std::vector<std::string> Diagnostics::error_sentences() const {
+    std::vector<std::string> sentences;
+    for (const Entry& entry : entries_) {
+        if (entry.severity == Severity::error)
+            sentences.push_back(with_help(entry.text, entry.help));
+    }
+    return sentences;
+}
+
+std::string Diagnostics::locate(Position where) const {
+    if (where.line == 0)
+        return file_;
+    return file_ + ':' + std::to_string(where.line) + ':' + std::to_string(where.column);
+}
+
+void Diagnostics::print(std::ostream& out, bool color) {
+    std::vector<const Entry*> sorted;
+    for (; printed_ < entries_.size(); ++printed_)
+        sorted.push_back(&entries_[printed_]);
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const Entry* a, const Entry* b) { return a->where < b->where; });
+
+    const Palette palette(color);
+    std::unique_ptr<const QuotedLine> line;
+    std::uint32_t line_number = 0;
+    for (const Entry* entry : sorted) {
+        const bool is_error = entry->severity == Severity::error;
+        out << palette.bold << one_line(locate(entry->where)) << ": " << palette.reset
+            << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
+            << palette.reset << entry->text << '\n';
+        if (entry->where.line != 0 && entry->where.line <= lines_.size()) {
+            if (!line || line_number != entry->where.line)
+                line = std::make_unique<QuotedLine>(lines_[(line_number = entry->where.line) - 1]);
+            const QuotedLine::Quote quoted = line->around(entry->where.column);
+            out << quoted.text << '\n'
+                << quoted.indent << palette.green << '^' << palette.reset << '\n';
+        }
+        if (!entry->help.empty())
+            out << palette.cyan << "help: " << palette.reset << entry->help << '\n';
+    }
+    print_counts(out);
+}
+
+void Diagnostics::print_counts(std::ostream& out) {
+    const auto print_line = [&](std::size_t errors, std::size_t warnings, const char* what) {
+        if (errors + warnings == 0)
+            return;
+        out << one_line(file_) << ": ";
+        if (errors != 0)
+            out << counted(errors, "error") << (warnings != 0 ? ", " : "");
+        if (warnings != 0)
+            out << counted(warnings, "warning");
+        out << what << '\n';
+    };
+    Count& errors = count(Severity::error);
+    Count& warnings = count(Severity::warning);
+    const auto take_not_kept = [](Count& count) {
+        return count.all - count.kept -
+               std::exchange(count.printed_not_kept, count.all - count.kept);
+    };
+    const std::size_t errors_not_kept = take_not_kept(errors);
+    print_line(errors_not_kept, take_not_kept(warnings), " more, which are not shown");
+    const std::size_t new_errors = errors.all - std::exchange(errors.printed, errors.all);
+    print_line(new_errors, warnings.all - std::exchange(warnings.printed, warnings.all), "");
+}
+
+}  // namespace common

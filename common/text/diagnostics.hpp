@@ -1,0 +1,127 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <ostream>
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "common/text/line_text.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace common {
+
+/// A place in a text file, both counted from 1, columns in code points; line 0 is "the whole file".
+struct Position {
+    std::uint32_t line = 0;
+    std::uint32_t column = 0;
+
+    friend auto operator<=>(const Position&, const Position&) = default;
+};
+
+/// "1 error", "2 errors".
+[[nodiscard]] std::string counted(std::size_t n, const std::string& noun);
+
+/// Collects the mistakes of one text file and prints them in a compiler's form, each line made safe
+/// by `one_line`, but for the tabs of quoted ones:
+///
+///     graph.toml:3:8: error: unknown block type 'TemperaturReader'
+///     type = "TemperaturReader"
+///            ^
+///     help: did you mean 'TemperatureReader'?
+///
+/// A file may hold as many mistakes as it has bytes: of the errors, and of the warnings, those that
+/// are found first are kept, and the others are counted.
+class Diagnostics {
+  public:
+    enum class Severity { error, warning };
+
+    /// One mistake, as it is printed.
+    struct Entry {
+        Severity severity;
+        Position where;
+        std::string text;
+        std::string help;
+    };
+
+    /// So many errors, and so many warnings, are kept, and so much of the text of each.
+    static constexpr std::size_t most_kept = 1000;
+    static constexpr std::size_t longest_text = 2000;
+
+    /// `file` is the name as the user typed it.
+    explicit Diagnostics(std::string file) : file_(std::move(file)) {}
+
+    /// The text from which the quoted lines are taken; without it none are quoted.
+    void set_source(std::string text);
+    /// Takes the text of another, where it has one: the file was read again.
+    void take_source(const Diagnostics& other);
+
+    /// Adds a mistake. `help` is the sentence behind "help: ", empty for none. What is already
+    /// there with the same severity, place and text is not added twice.
+    void error(Position where, std::string text, std::string help = {});
+    void warning(Position where, std::string text, std::string help = {});
+    /// Adds one that another has collected.
+    void add(Entry entry);
+    /// Counts mistakes that another has not kept.
+    void count_more(Severity severity, std::size_t n) noexcept { count(severity).all += n; }
+
+    /// Has every mistake that is kept from here on told to `listener`.
+    void listen(std::function<void(const Entry&)> listener) { listener_ = std::move(listener); }
+
+    /// For all the unknown names of the file together.
+    [[nodiscard]] Suggester& suggester() noexcept { return suggester_; }
+    [[nodiscard]] std::string did_you_mean(std::string_view typed,
+                                           const std::vector<std::string>& candidates) {
+        return suggester_.did_you_mean(typed, candidates);
+    }
+
+    /// Those that are not kept included.
+    [[nodiscard]] std::size_t errors() const noexcept { return count(Severity::error).all; }
+    [[nodiscard]] std::size_t warnings() const noexcept { return count(Severity::warning).all; }
+    /// How many of them are not kept.
+    [[nodiscard]] std::size_t not_kept(Severity severity) const noexcept;
+    /// Each kept error as a sentence, its help behind a semicolon, in the order in which they were
+    /// added.
+    [[nodiscard]] std::vector<std::string> error_sentences() const;
+    [[nodiscard]] const std::string& file() const noexcept { return file_; }
+
+    /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
+    [[nodiscard]] std::string locate(Position where) const;
+
+    /// What was added since the last time, in file order, then a line with the count, and before it
+    /// how many are not kept. Prints nothing where there is nothing new. Of a very long line only
+    /// the part around the place is quoted.
+    void print(std::ostream& out, bool color);
+
+  private:
+    struct Count {
+        std::size_t all = 0;
+        std::size_t kept = 0;
+        std::size_t printed = 0;           ///< of all
+        std::size_t printed_not_kept = 0;  ///< of those that are not kept
+    };
+
+    [[nodiscard]] const Count& count(Severity severity) const noexcept {
+        return counts_[static_cast<std::size_t>(severity)];
+    }
+    [[nodiscard]] Count& count(Severity severity) noexcept {
+        return counts_[static_cast<std::size_t>(severity)];
+    }
+    void print_counts(std::ostream& out);
+
+    std::string file_;
+    std::vector<std::string> lines_;
+    std::vector<Entry> entries_;
+    std::set<std::tuple<Severity, Position, std::string>> known_;
+    std::size_t printed_ = 0;  ///< the entries before this one have been printed
+    std::array<Count, 2> counts_;
+    Suggester suggester_;
+    std::function<void(const Entry&)> listener_;
+};
+
+}  // namespace common

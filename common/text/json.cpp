@@ -1,0 +1,47 @@
+#include "common/text/json.hpp"
+
+#include <cmath>
+
+#include "common/text/line_text.hpp"
+
+namespace common {
+namespace {
+
+/// The library's text behind `mark`, which ends its own error number and place; it quotes what it
+/// has read, which may be as long as the whole text.
+std::string reason(const std::exception& error, std::string_view mark) {
+    constexpr std::size_t longest = 200;
+    std::string text = error.what();
+    if (const std::size_t at = text.find(mark); at != std::string::npos)
+        text.erase(0, at + mark.size());
+    return shortened(text, longest);
+}
+
+}  // namespace
+
+Json json_number(double value) {
+    if (std::isnan(value))
+        return "nan";
+    if (std::isinf(value))
+        return value > 0 ? "inf" : "-inf";
+    return value;
+}
+
+std::string json_line(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string json_ascii(const Json& value) {
+    return value.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+void detail::refuse_json(const std::string& what, const nlohmann::json::parse_error& error) {
+    throw JsonError(what + " is not JSON, see byte " + std::to_string(error.byte) + ": " +
+                    reason(error, ": "));
+}
+
+void detail::refuse_json(const std::string& what, const nlohmann::json::exception& error) {
+    throw JsonError(what + " holds a number out of range: " + reason(error, "] "));
+}
+
+}  // namespace common

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace common {
+
+/// Objects keep the order in which their members were written: event lines are a contract.
+using Json = nlohmann::ordered_json;
+
+/// A double as JSON: a number, or the string "nan", "inf" or "-inf", which JSON has no number for.
+[[nodiscard]] Json json_number(double value);
+
+/// One line of JSON without its line end. Bytes that are not UTF-8 become U+FFFD, so that a line
+/// can always be written.
+[[nodiscard]] std::string json_line(const Json& value);
+
+/// The same with every character beyond ASCII escaped: D-Bus takes no text with noncharacters such
+/// as U+FFFE, which a name or a setting may hold.
+[[nodiscard]] std::string json_ascii(const Json& value);
+
+/// A JSON text nested deeper than this many arrays and objects is refused, because whoever writes,
+/// copies or compares such a value recurses.
+inline constexpr std::size_t max_json_depth = 64;
+
+/// What is wrong with a JSON text of a stranger: a sentence without its full stop.
+class JsonError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Parses a text that may hold anything. `what` names it in sentences: "the answer".
+/// @tparam AnyJson nlohmann::json or nlohmann::ordered_json, which is slow for objects with
+///         thousands of members.
+/// @throws JsonError when it is not JSON (with the byte), is nested deeper than `max_json_depth`,
+///         or holds a number beyond the range of a double.
+template <class AnyJson = Json>
+[[nodiscard]] AnyJson parse_json(std::string_view text, const std::string& what);
+
+namespace detail {
+[[noreturn]] void refuse_json(const std::string& what, const nlohmann::json::parse_error& error);
+[[noreturn]] void refuse_json(const std::string& what, const nlohmann::json::exception& error);
+}  // namespace detail
+
+template <class AnyJson>
+AnyJson parse_json(std::string_view text, const std::string& what) {
+    const auto accept = [&what](int depth, typename AnyJson::parse_event_t event, AnyJson&) {
+        const bool opens = event == AnyJson::parse_event_t::object_start ||
+                           event == AnyJson::parse_event_t::array_start;
+        if (opens && depth >= static_cast<int>(max_json_depth))
+            throw JsonError(what + " is nested deeper than " + std::to_string(max_json_depth) +
+                            " arrays and objects");
+        return true;
+    };
+    try {
+        return AnyJson::parse(text, accept);
+    } catch (const nlohmann::json::parse_error& error) {
+        detail::refuse_json(what, error);
+    } catch (const nlohmann::json::exception& error) {
+        detail::refuse_json(what, error);
+    }
+}
+
+}  // namespace common

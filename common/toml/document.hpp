@@ -1,0 +1,93 @@
+#pragma once
+
+#include <toml++/toml.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/text/diagnostics.hpp"
+
+namespace common {
+
+/// A larger file is refused before it is parsed: a graph of a few thousand blocks stays below it.
+inline constexpr std::size_t max_toml_bytes = std::size_t{1024} * 1024;
+/// A file nested deeper than this many tables and arrays is refused before it is parsed, because
+/// the parser and the destruction of its tree recurse.
+inline constexpr std::size_t max_toml_depth = 32;
+
+/// Reads and parses a TOML file. A syntax error, a file that is too large or nested too deeply is
+/// an error in `diagnostics` (whose source is set) and gives an empty result.
+/// @throws Failure (unreadable) when the file is missing, is a folder or may not be read.
+[[nodiscard]] std::optional<toml::table> read_toml(const std::string& path,
+                                                   Diagnostics& diagnostics);
+
+/// The same for a text at hand.
+[[nodiscard]] std::optional<toml::table> parse_toml(const std::string& text,
+                                                    Diagnostics& diagnostics);
+
+/// Where a parsed node, or a key, stands in its file.
+[[nodiscard]] Position position(const toml::node& node);
+[[nodiscard]] Position position(const toml::key& key);
+
+/// "a string", "an integer", "a table" …: what a node is, for a sentence.
+[[nodiscard]] std::string_view kind_of(const toml::node& node);
+
+/// One entry of a table with the place of its key.
+struct TomlEntry {
+    std::string key;
+    Position where;
+    const toml::node* value;
+};
+
+/// The entries of a table in the order in which they stand in the file (toml++ sorts by name).
+[[nodiscard]] std::vector<TomlEntry> in_file_order(const toml::table& table);
+
+/// Reports every key and every string that holds a zero byte, at its place: what is handed on as a
+/// C string, such as a path or a name on the bus, would end there.
+void report_zero_bytes(const toml::table& table, Diagnostics& diagnostics);
+
+/// Reads the known keys of a table; each mistake becomes a diagnostic at its place. `what` names
+/// the table in sentences, such as "[bus]" or "the step".
+class TableReader {
+  public:
+    TableReader(const toml::table& table, std::string what, Diagnostics& diagnostics)
+        : table_(table), what_(std::move(what)), diagnostics_(diagnostics) {}
+
+    /// Each returns the value, or nothing where the key is absent or (with a diagnostic) holds
+    /// something else. An integer serves as a number.
+    std::optional<std::string> string(std::string_view key);
+    std::optional<std::int64_t> integer(std::string_view key);
+    std::optional<double> number(std::string_view key);
+    std::optional<bool> boolean(std::string_view key);
+    std::optional<std::vector<std::string>> strings(std::string_view key);
+    const toml::table* table(std::string_view key);
+    const toml::array* array(std::string_view key);
+    /// The value as it is, for keys that take more than one kind.
+    const toml::node* any(std::string_view key);
+
+    /// Says that a required key is missing, at the table's place.
+    void missing(std::string_view key);
+
+    /// Where the key stands, or the table where it is absent.
+    [[nodiscard]] Position where(std::string_view key) const;
+    [[nodiscard]] Position where() const { return position(table_); }
+
+    /// Reports every key that none of the calls above asked for, with the nearest that was.
+    void report_unknown_keys();
+
+  private:
+    const toml::node* find(std::string_view key);
+    void wrong_kind(std::string_view key, const toml::node& found, std::string_view wanted);
+
+    const toml::table& table_;
+    std::string what_;
+    Diagnostics& diagnostics_;
+    std::vector<std::string> asked_;
+};
+
+}  // namespace common

@@ -1,0 +1,70 @@
+#include "host/cli/names.hpp"
+
+#include <set>
+#include <vector>
+
+#include "common/text/json.hpp"
+#include "common/text/line_text.hpp"
+#include "host/output/standard_output.hpp"
+
+namespace host {
+namespace {
+
+using common::Json;
+
+void add_ports(const Json& block, const char* list, std::vector<std::string>& names) {
+    for (const Json& port : block.at(list))
+        names.push_back(block.at("name").get<std::string>() + '.' +
+                        port.at("name").get<std::string>());
+}
+
+/// The names of one kind, without inputs that an output is connected to.
+std::vector<std::string> names_in(const Json& description, NameKind kind,
+                                  const std::string& block_name) {
+    std::vector<std::string> names;
+    for (const Json& block : description.at("blocks")) {
+        const auto name = block.at("name").get<std::string>();
+        switch (kind) {
+            case NameKind::ports:
+                add_ports(block, "outputs", names);
+                [[fallthrough]];
+            case NameKind::inputs:
+                add_ports(block, "inputs", names);
+                add_ports(block, "terminated_inputs", names);
+                break;
+            case NameKind::blocks:
+                names.push_back(name);
+                break;
+            case NameKind::settings:
+                if (name != block_name)
+                    break;
+                for (const auto& [key, value] : block.at("settings").items())
+                    names.push_back(key);
+                break;
+        }
+    }
+    if (kind == NameKind::inputs) {
+        std::set<std::string> connected;
+        for (const Json& connection : description.at("connections"))
+            connected.insert(connection.at("to").get<std::string>());
+        std::erase_if(names, [&](const std::string& name) { return connected.count(name) != 0; });
+    }
+    return names;
+}
+
+}  // namespace
+
+common::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
+    open_closed_streams();
+    const std::vector<std::string> names = ControlClient(target).with_description(
+        [&](const Json& description) { return names_in(description, kind, block); });
+    StandardOutput out([] {});
+    for (const std::string& name : names) {
+        // One that is not safe in a line cannot be typed either.
+        if (common::one_line(name) == name)
+            out.write(name + '\n');
+    }
+    return code_after(out, common::ExitCode::done);
+}
+
+}  // namespace host

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+#include "common/text/diagnostics.hpp"
+#include "common/text/suggestion.hpp"
+
+namespace host {
+
+// What the control interface is called on the bus.
+inline constexpr const char* control_name = "com.tarlo.Fenwa.Host1";  ///< unless another is given
+inline constexpr const char* control_path = "/com/tarlo/Fenwa/Host1";
+inline constexpr const char* control_interface = "com.tarlo.Fenwa.Host1";
+
+// Names of the errors with which a host refuses a call. The message is a sentence for the user.
+inline constexpr const char* control_error_prefix = "com.tarlo.Fenwa.Host1.Error.";
+inline constexpr const char* unknown_block_error = "com.tarlo.Fenwa.Host1.Error.UnknownBlock";
+/// The block has no such port, an output is to be written, or the text is no "BLOCK.PORT".
+inline constexpr const char* unknown_port_error = "com.tarlo.Fenwa.Host1.Error.UnknownPort";
+/// The input gets its values from an output.
+inline constexpr const char* connected_input_error = "com.tarlo.Fenwa.Host1.Error.ConnectedInput";
+/// The value is of another type than the port, or the port's type has no values on the bus.
+inline constexpr const char* wrong_type_error = "com.tarlo.Fenwa.Host1.Error.WrongType";
+/// The block reads no such key.
+inline constexpr const char* unknown_key_error = "com.tarlo.Fenwa.Host1.Error.UnknownKey";
+/// A setting is of a type that the block does not take, or the block refuses it.
+inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.WrongSetting";
+/// The block threw when it was told its settings; the host stops.
+inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
+
+/// A refusal quotes what it was called with, which may be mebibytes; in bytes.
+inline constexpr std::size_t longest_refusal = 1000;
+
+/// A call that a host does not serve. `what()` is the sentence for the user.
+class ControlRefusal : public std::runtime_error {
+  public:
+    /// @param name one of the names above.
+    /// @param help a further sentence, empty for none.
+    ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
+        : std::runtime_error(common::one_line(
+              common::shortened(common::with_help(sentence, help), longest_refusal))),
+          name_(name) {}
+
+    [[nodiscard]] const char* name() const noexcept { return name_; }
+
+  private:
+    const char* name_;
+};
+
+}  // namespace host

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+
+#include "host/graph/graph.hpp"
+#include "host/runtime/running_graph.hpp"
+#include "host/value/port_value.hpp"
+
+namespace host {
+
+// The ports of a running graph as its users call them, "BLOCK.PORT". A name that is none is refused
+// with the nearest one.
+
+/// Refuses the name of a block that is not there.
+[[noreturn]] void refuse_unknown_block(const Graph& graph, const std::string& block);
+
+/// The value of any input, those that the host provides included, or of any output.
+/// @throws ControlRefusal for a port that is not there, or whose values the host does not know.
+[[nodiscard]] PortValue read_port(const RunningGraph& graph, const std::string& port);
+
+/// An input that may be written.
+struct WritableInput {
+    Endpoint end;
+    Fenwa::Datatype datatype;
+};
+
+/// The input of that name.
+/// @throws ControlRefusal for an input that is not there, is connected, or is of a datatype that
+///         nobody can write: a timer source, or one that the host does not know.
+[[nodiscard]] WritableInput find_writable(const RunningGraph& graph, const std::string& port);
+
+}  // namespace host

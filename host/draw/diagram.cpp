@@ -1,0 +1,160 @@
+#include "host/draw/diagram.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <numeric>
+#include <unordered_map>
+#include <utility>
+
+#include "host/graph/graph.hpp"
+
+namespace host {
+namespace {
+
+using common::Json;
+
+/// Settings of a block that are drawn; more would hide the graph behind them.
+constexpr std::size_t most_settings = 5;
+/// Letters of a value that are drawn.
+constexpr std::size_t longest_value = 28;
+
+/// Cuts a text between two letters.
+std::string shortened(const std::string& text) {
+    std::size_t letters = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U && letters++ == longest_value)
+            return text.substr(0, i) + "…";
+    }
+    return text;
+}
+
+/// A value as a picture shows it, which is for a glance: six digits do.
+std::string value_text(const Json& value) {
+    if (value.is_number_float()) {
+        char digits[32];
+        std::snprintf(digits, sizeof digits, "%.6g", value.get<double>());
+        const std::string text = digits;
+        return text.find_first_of(".e") == std::string::npos ? text + ".0" : text;
+    }
+    if (value.is_object() && value.contains("ticks") && value["ticks"] == 0)
+        return "no tick yet";
+    if (value.is_object() && value.contains("ticks"))
+        return common::json_line(value["ticks"]) + " × " +
+               common::json_line(value.at("period_ms")) + " ms";
+    return shortened(value.is_string() ? value.get<std::string>() : common::json_line(value));
+}
+
+PicturePort make_port(const Json& port, PictureValues values) {
+    PicturePort made;
+    made.name = port.at("name");
+    made.type = port.at("type");
+    if (values == PictureValues::shown && !port.at("value").is_null())
+        made.value = value_text(port["value"]);
+    return made;
+}
+
+/// A list that need not be there.
+Json list_of(const Json& block, const char* name) {
+    return block.value(name, Json::array());
+}
+
+std::vector<std::string> lines_of(const Json& block) {
+    std::vector<std::string> lines;
+    const Json& settings = block.at("settings");
+    for (const auto& [key, value] : settings.items()) {
+        if (lines.size() == most_settings) {
+            lines.emplace_back("…");
+            break;
+        }
+        lines.push_back(key + " = " + shortened(common::json_line(value)));
+    }
+    for (const Json& object : list_of(block, "exports"))
+        lines.push_back("exports " + object.at("interface").get<std::string>());
+    return lines;
+}
+
+PictureBlock make_block(const Json& block, PictureValues values) {
+    PictureBlock made;
+    made.name = block.at("name");
+    made.type = block.at("type");
+    for (const Json& port : list_of(block, "inputs")) {
+        made.inputs.push_back(make_port(port, values));
+        made.inputs.back().passive = !port.value("triggers", true);
+    }
+    for (const Json& port : list_of(block, "terminated_inputs")) {
+        made.inputs.push_back(make_port(port, values));
+        made.inputs.back().passive = true;
+        made.inputs.back().remark = "provided by the host";
+    }
+    for (const Json& port : list_of(block, "outputs"))
+        made.outputs.push_back(make_port(port, values));
+    made.lines = lines_of(block);
+    return made;
+}
+
+std::size_t port_named(const std::string& name, std::vector<PicturePort>& ports) {
+    const auto found = std::find_if(ports.begin(), ports.end(),
+                                    [&name](const PicturePort& port) { return port.name == name; });
+    if (found == ports.end()) {
+        ports.emplace_back().name = name;
+        return ports.size() - 1;
+    }
+    return static_cast<std::size_t>(found - ports.begin());
+}
+
+}  // namespace
+
+Picture make_picture(const Json& description, PictureValues values) {
+    Picture picture;
+    std::unordered_map<std::string, std::size_t> blocks;
+    std::unordered_map<std::string, std::size_t> services;
+    for (const Json& block : description.at("blocks")) {
+        const std::size_t at = picture.blocks.size();
+        picture.blocks.push_back(make_block(block, values));
+        blocks.emplace(picture.blocks.back().name, at);
+        for (const std::string name : list_of(block, "services")) {
+            const auto [service, is_new] = services.emplace(name, picture.services.size());
+            if (is_new)
+                picture.services.push_back({name, {}});
+            picture.services[service->second].blocks.push_back(at);
+        }
+    }
+    for (const Json& connection : description.at("connections")) {
+        const std::optional<Endpoint> from = parse_endpoint(connection.at("from"));
+        const std::optional<Endpoint> to = parse_endpoint(connection.at("to"));
+        if (!from || !to || blocks.count(from->block) == 0 || blocks.count(to->block) == 0)
+            continue;
+        const std::size_t source = blocks[from->block];
+        const std::size_t target = blocks[to->block];
+        picture.connections.push_back(
+            {{source, port_named(from->port, picture.blocks[source].outputs)},
+             {target, port_named(to->port, picture.blocks[target].inputs)}});
+    }
+    return picture;
+}
+
+std::vector<std::vector<std::size_t>> connected_parts(const Picture& picture) {
+    std::vector<std::size_t> part_of(picture.blocks.size());
+    std::iota(part_of.begin(), part_of.end(), std::size_t{0});
+    const auto join = [&part_of](std::size_t one, std::size_t other) {
+        const std::size_t kept = std::min(part_of[one], part_of[other]);
+        const std::size_t gone = std::max(part_of[one], part_of[other]);
+        std::replace(part_of.begin(), part_of.end(), gone, kept);
+    };
+    for (const PictureConnection& connection : picture.connections)
+        join(connection.from.block, connection.to.block);
+    for (const PictureService& service : picture.services) {
+        for (const std::size_t block : service.blocks)
+            join(service.blocks.front(), block);
+    }
+    std::map<std::size_t, std::vector<std::size_t>> parts;
+    for (std::size_t block = 0; block < part_of.size(); ++block)
+        parts[part_of[block]].push_back(block);
+    std::vector<std::vector<std::size_t>> in_order;
+    for (auto& [first, blocks] : parts)
+        in_order.push_back(std::move(blocks));
+    return in_order;
+}
+
+}  // namespace host

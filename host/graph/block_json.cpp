@@ -1,0 +1,64 @@
+#include "host/graph/block_json.hpp"
+
+#include "framework/shared/host_access.hpp"
+#include "host/value/port_value.hpp"
+
+namespace host {
+namespace {
+
+using common::Json;
+using Fenwa::HostAccess;
+
+Json value_of(const Fenwa::InPortInternal& port) {
+    const void* const source = HostAccess::source(port);
+    return to_json(source == nullptr ? first_value(port.datatype())
+                                     : read_value(port.datatype(), source));
+}
+
+}  // namespace
+
+Json describe_ports(const ConnectableBlock& block) {
+    Json inputs = Json::array();
+    for (const Fenwa::InPortInternal* port : HostAccess::inports(*block.block))
+        inputs.push_back({{"name", port->name()},
+                          {"type", type_name(port->datatype())},
+                          {"triggers", port->triggers()},
+                          {"value", value_of(*port)}});
+    Json terminated = Json::array();
+    for (const std::string& name : block.terminations->names()) {
+        const Fenwa::InPortInternal& port = *block.terminations->find(name);
+        terminated.push_back(
+            {{"name", name}, {"type", type_name(port.datatype())}, {"value", value_of(port)}});
+    }
+    Json outputs = Json::array();
+    for (const Fenwa::OutPortInternal* port : HostAccess::outports(*block.block))
+        outputs.push_back(
+            {{"name", port->name()},
+             {"type", type_name(port->datatype())},
+             {"value", to_json(read_value(port->datatype(), HostAccess::value_address(*port)))}});
+    Json exports = Json::array();
+    for (const auto& [path, interface] : HostAccess::exported_objects(*block.block))
+        exports.push_back({{"path", path}, {"interface", interface}});
+    return {{"inputs", std::move(inputs)},
+            {"terminated_inputs", std::move(terminated)},
+            {"outputs", std::move(outputs)},
+            {"exports", std::move(exports)}};
+}
+
+Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,
+                    const Fenwa::BlockConfiguration& settings) {
+    Json description = {
+        {"name", entry.name}, {"type", entry.type.text}, {"settings", to_json(settings)}};
+    if (block.block != nullptr)
+        description.update(describe_ports(block));
+    return description;
+}
+
+Json describe_connections(const Graph& graph) {
+    Json connections = Json::array();
+    for (const Connection& connection : graph.connections)
+        connections.push_back({{"from", connection.from.text()}, {"to", connection.to.text()}});
+    return connections;
+}
+
+}  // namespace host

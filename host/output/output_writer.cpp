@@ -1,0 +1,181 @@
+#include "host/output/output_writer.hpp"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+
+#include "common/process/background_thread.hpp"
+
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds reader_limit{5};
+
+/// The part of a text that goes out in one write: whole lines, which a pipe takes in one piece, so
+/// that another writer's do not come in between.
+std::size_t piece_of(std::string_view text) {
+    if (text.size() <= PIPE_BUF)
+        return text.size();
+    const std::size_t end = text.rfind('\n', PIPE_BUF - 1);
+    return end == text.npos ? PIPE_BUF : end + 1;
+}
+
+}  // namespace
+
+OutputWriter::OutputWriter(int fd) : fd_(fd) {
+    common::start_background_thread([this] { serve(); });
+}
+
+void OutputWriter::append(std::string_view text) {
+    append(text, WhenFull::wait);
+}
+
+void OutputWriter::append_at_once(std::string_view text) {
+    append(text, WhenFull::drop);
+}
+
+void OutputWriter::append(std::string_view text, WhenFull when_full) {
+    if (text.empty())
+        return;
+    std::unique_lock lock(mutex_);
+    if (on_callers_thread_) {
+        write_piece(text);
+        return;
+    }
+    if (when_full == WhenFull::wait)
+        changed_.wait(lock, [this] { return pending_.size() < limit || drops_ || error_ != 0; });
+    if (error_ != 0)
+        return;
+    if (!in_line_) {
+        dropping_ = pending_.size() >= limit;
+        if (!dropping_ && dropped_ != 0)
+            tell_dropped();
+    }
+    in_line_ = text.back() != '\n';
+    if (dropping_) {
+        dropped_ += static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+        return;
+    }
+    pending_.append(text);
+    unwritten_ += text.size();
+    // The rest of a line comes soon; in one piece it is safe from other writers.
+    if (sleeping_ && !in_line_)
+        wake_.notify_one();
+}
+
+void OutputWriter::tell_dropped() {
+    const std::string line = description_ ? description_(dropped_)
+                                          : "fenwa: dropped " + std::to_string(dropped_) +
+                                                (dropped_ == 1 ? " line" : " lines") +
+                                                " here, because nobody read them\n";
+    dropped_ = 0;
+    pending_.append(line);
+    unwritten_ += line.size();
+}
+
+void OutputWriter::drop_when_full() noexcept {
+    const std::lock_guard lock(mutex_);
+    drops_ = true;
+    changed_.notify_all();
+}
+
+void OutputWriter::describe_dropped(std::function<std::string(std::size_t)> description) {
+    const std::lock_guard lock(mutex_);
+    description_ = std::move(description);
+}
+
+void OutputWriter::on_failure(std::function<void(int)> handler) {
+    const std::lock_guard lock(mutex_);
+    on_failure_ = std::move(handler);
+}
+
+bool OutputWriter::drain() {
+    std::unique_lock lock(mutex_);
+    drains_ = true;
+    wake_.notify_one();
+    std::size_t seen = written_;
+    auto since = Clock::now();
+    while (unwritten_ != 0 && error_ == 0 && !on_callers_thread_ && !gave_up_) {
+        changed_.wait_for(lock, std::chrono::milliseconds(100));
+        // While others wait for room, so does this: what nobody was told of is not given up.
+        if (written_ != seen || !drops_) {
+            seen = written_;
+            since = Clock::now();
+        } else if (Clock::now() - since >= reader_limit) {
+            gave_up_ = true;
+            return false;
+        }
+    }
+    return true;
+}
+
+void OutputWriter::after_fork(bool in_child) {
+    if (in_child) {
+        on_callers_thread_ = true;
+        pending_.clear();
+    }
+    mutex_.unlock();
+}
+
+void OutputWriter::serve() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        if (pending_.empty() && dropped_ != 0 && !in_line_)
+            tell_dropped();
+        if (pending_.empty() || (in_line_ && !drains_ && pending_.find('\n') == pending_.npos)) {
+            sleeping_ = true;
+            wake_.wait(lock);
+            sleeping_ = false;
+            continue;
+        }
+        std::swap(pending_, writing_);
+        changed_.notify_all();
+        lock.unlock();
+        write_all();
+        lock.lock();
+        changed_.notify_all();
+    }
+}
+
+void OutputWriter::write_all() {
+    for (std::string_view rest = writing_; !rest.empty();) {
+        const std::string_view piece = rest.substr(0, piece_of(rest));
+        if (const int error = error_ == 0 ? write_piece(piece) : 0)
+            fail(error);
+        rest.remove_prefix(piece.size());
+        unwritten_ -= piece.size();
+    }
+    writing_.clear();
+}
+
+int OutputWriter::write_piece(std::string_view piece) {
+    while (!piece.empty()) {
+        const ssize_t n = write(fd_, piece.data(), piece.size());
+        if (n >= 0) {
+            piece.remove_prefix(static_cast<std::size_t>(n));
+            written_ += static_cast<std::size_t>(n);
+        } else if (errno == EAGAIN) {
+            // The descriptor is somebody else's, too, and was made so by them.
+            pollfd ready{fd_, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+void OutputWriter::fail(int error) {
+    const std::lock_guard lock(mutex_);
+    error_ = error;
+    if (on_failure_)
+        on_failure_(error);
+}
+
+}  // namespace host

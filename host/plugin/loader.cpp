@@ -1,0 +1,95 @@
+#include "host/plugin/loader.hpp"
+
+#include <dlfcn.h>
+
+#include <system_error>
+
+#include "host/output/activity.hpp"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
+    std::vector<std::string> names;
+    for (const fs::path& folder : folders) {
+        std::error_code ignored;  // a folder that is not there has no libraries
+        for (const fs::directory_entry& file : fs::directory_iterator(folder, ignored)) {
+            if (file.path().extension() == ".so")
+                names.push_back(file.path().filename().string());
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
+    std::vector<fs::path> folders(given.begin(), given.end());
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        folders.push_back(self.parent_path());
+        folders.push_back((self.parent_path() / FENWA_PLUGIN_DIR).lexically_normal());
+    }
+    return folders;
+}
+
+fs::path PluginLoader::find(const std::string& plugin) {
+    const fs::path path = look_up(plugin);
+    std::error_code ignored;
+    // To open a FIFO or a device may wait for ever.
+    if (!fs::is_regular_file(path, ignored))
+        throw PluginError("the plug-in '" + plugin + "' is not a regular file");
+    return path;
+}
+
+fs::path PluginLoader::look_up(const std::string& plugin) {
+    std::error_code ignored;
+    if (plugin.find('/') != std::string::npos) {
+        const fs::path path = base_ / plugin;
+        if (fs::exists(path, ignored))
+            return fs::absolute(path);
+        throw PluginError("no plug-in at '" + path.string() + "'");
+    }
+    std::string looked_in;
+    for (const fs::path& folder : folders_) {
+        if (!plugin.empty() && fs::exists(folder / plugin, ignored))
+            return fs::absolute(folder / plugin);
+        looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
+    }
+    if (!libraries_)
+        libraries_ = libraries_in(folders_);
+    throw PluginError("no plug-in '" + plugin + "' (looked in " + looked_in + ")",
+                      suggester_.did_you_mean(plugin, *libraries_));
+}
+
+void PluginLoader::load(const std::string& plugin) {
+    const fs::path path = find(plugin);
+    const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
+        throw PluginError("the plug-in '" + plugin + "' " + reason, {}, std::move(thrown));
+    };
+    std::optional<Activity> activity(std::in_place, "plug-in", plugin.c_str(), "its loading");
+    // All symbols at once: one that is missing shows here and not in the middle of a run.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr)
+        fail(std::string("does not load: ") + dlerror());
+    void* const symbol = dlsym(library, "lib_register_cpp");
+    if (symbol == nullptr)
+        fail("has no entry point 'lib_register_cpp'");
+    activity.emplace("plug-in", plugin.c_str(), "its entry point");
+    int r = 0;
+    try {
+        r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
+    } catch (const std::exception& error) {
+        fail(std::string("threw in its entry point: ") + error.what(), error.what());
+    } catch (...) {
+        const std::string something = "something that is no std::exception";
+        fail("threw in its entry point " + something, something);
+    }
+    if (r != 0)
+        fail("cannot be used: its entry point returned " + std::to_string(r));
+}
+
+}  // namespace host

@@ -1,0 +1,263 @@
+#include "host/runtime/bus_interposer.hpp"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <thread>
+
+#include "common/bus/bus.hpp"
+#include "host/output/journal.hpp"
+
+namespace host {
+namespace {
+
+constexpr const char* daemon_name = "org.freedesktop.DBus";
+
+BusTap* current_tap = nullptr;
+std::thread::id tapped_thread;
+
+using CallAsync = decltype(&sd_bus_call_async);
+using AddMatchAsync = decltype(&sd_bus_add_match_async);
+using Call = decltype(&sd_bus_call);
+
+/// libsystemd's own function of that name, behind the program's.
+template <class Function>
+Function next(const char* name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+CallAsync real_call_async() {
+    static const auto real = next<CallAsync>("sd_bus_call_async");
+    return real;
+}
+
+AddMatchAsync real_add_match_async() {
+    static const auto real = next<AddMatchAsync>("sd_bus_add_match_async");
+    return real;
+}
+
+Call real_call() {
+    static const auto real = next<Call>("sd_bus_call");
+    return real;
+}
+
+bool is(const char* text, std::string_view wanted) {
+    return text != nullptr && text == wanted;
+}
+
+std::string current_block() {
+    const std::string* const name = CurrentBlock::name();
+    return name == nullptr ? std::string() : *name;
+}
+
+/// The sender that a match rule names; empty for none.
+std::string sender_of(std::string_view rule) {
+    constexpr std::string_view key = ",sender='";
+    const std::string keys = ',' + std::string(rule);
+    const std::size_t at = keys.find(key);
+    if (at == keys.npos)
+        return {};
+    const std::string rest = keys.substr(at + key.size());
+    return rest.substr(0, rest.find('\''));
+}
+
+/// Adds what is not there yet. @returns whether it was not.
+bool add(std::vector<std::string>& list, const std::string& text) {
+    if (std::find(list.begin(), list.end(), text) != list.end())
+        return false;
+    list.push_back(text);
+    return true;
+}
+
+}  // namespace
+
+BusTap::BusTap(sd_bus& bus) : bus_(bus) {
+    common::check(sd_bus_add_filter(&bus, &filter_, on_message, this), "cannot follow the bus");
+    current_tap = this;
+    tapped_thread = std::this_thread::get_id();
+}
+
+BusTap::~BusTap() {
+    current_tap = nullptr;
+    sd_bus_slot_unref(filter_);
+}
+
+BusTap* BusTap::of(sd_bus* bus, sd_bus_message* message) noexcept {
+    return message == nullptr ? nullptr
+                              : of(bus == nullptr ? sd_bus_message_get_bus(message) : bus);
+}
+
+BusTap* BusTap::of(sd_bus* bus) noexcept {
+    const bool ours = current_tap != nullptr && bus == &current_tap->bus_ &&
+                      std::this_thread::get_id() == tapped_thread;
+    return ours ? current_tap : nullptr;
+}
+
+std::vector<std::string> BusTap::services(const std::string& block) const {
+    const auto found = services_.find(block);
+    return found == services_.end() ? std::vector<std::string>() : found->second;
+}
+
+int BusTap::call_async(sd_bus_slot** slot, sd_bus_message* message,
+                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
+    // Calls to the daemon are left as they are, because those of libsystemd itself have callbacks
+    // that insist on being sd-bus's current handler; it answers them at once and keeps no account.
+    const bool counts =
+        callback != nullptr && !is(sd_bus_message_get_destination(message), daemon_name);
+    // The userdata stays the block's: its callback is found again by the cookie.
+    const int r =
+        real_call_async()(&bus_, slot, message, counts ? on_reply : callback, userdata, timeout);
+    if (r < 0)
+        return r;
+    ++calls_;
+    note_service(*message);
+    if (counts)
+        expect(*message, {callback, current_block(), true, {}});
+    else if (installing_ != nullptr)
+        expect(*message, {installing_, current_block(), false, rule_});
+    return r;
+}
+
+int BusTap::add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message_handler_t callback,
+                            sd_bus_message_handler_t install_callback, void* userdata) {
+    installing_ = install_callback;
+    rule_ = rule == nullptr ? "" : rule;
+    const int r = real_add_match_async()(
+        &bus_, slot, rule, callback, install_callback == nullptr ? nullptr : on_reply, userdata);
+    installing_ = nullptr;
+    return r;
+}
+
+void BusTap::expect(sd_bus_message& message, Pending pending) {
+    std::uint64_t cookie = 0;
+    if (sd_bus_message_get_cookie(&message, &cookie) < 0)
+        return;
+    unanswered_ += pending.counts ? 1 : 0;
+    matches_asked_ += pending.rule.empty() ? 0 : 1;
+    pending_.insert_or_assign(cookie, std::move(pending));
+}
+
+int BusTap::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
+                 sd_bus_message** reply) {
+    common::BusError own;
+    sd_bus_error* const seen = error == nullptr ? &own : error;
+    const int r = real_call()(&bus_, message, timeout, seen, reply);
+    ++calls_;
+    note_service(*message);
+    note_limit(current_block(), seen);
+    return r;
+}
+
+BusTap::Pending BusTap::take(sd_bus_message& answer, std::uint64_t cookie) {
+    auto node = pending_.extract(cookie);
+    Pending pending = node.empty() ? Pending{} : std::move(node.mapped());
+    unanswered_ -= pending.counts ? 1 : 0;
+    if (is(sd_bus_message_get_sender(&answer), daemon_name))
+        note_limit(pending.block, sd_bus_message_get_error(&answer));
+    if (pending.counts && on_answer_)
+        on_answer_();
+    if (!pending.rule.empty())
+        note_match(pending, sd_bus_message_is_method_error(&answer, nullptr) > 0);
+    return pending;
+}
+
+void BusTap::note_match(const Pending& pending, bool refused) {
+    --matches_asked_;
+    std::vector<std::string>& rules = refused_[pending.block];
+    MatchAnswer answer = MatchAnswer::installed;
+    if (!refused)
+        std::erase(rules, pending.rule);
+    else
+        answer = add(rules, pending.rule) ? MatchAnswer::refused : MatchAnswer::refused_again;
+    if (on_match_ && !pending.block.empty())
+        on_match_(pending.block, answer);
+}
+
+int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {
+    BusTap* const tap = current_tap;
+    std::uint64_t cookie = 0;
+    if (tap == nullptr || sd_bus_message_get_reply_cookie(reply, &cookie) < 0)
+        return 0;
+    tap->replied_ = cookie;
+    const Pending pending = tap->take(*reply, cookie);
+    if (pending.callback == nullptr)
+        return 0;
+    if (pending.block.empty())
+        return pending.callback(reply, userdata, error);
+    const CurrentBlock current(pending.block, "a callback of the bus");
+    return pending.callback(reply, userdata, error);
+}
+
+int BusTap::on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    auto& tap = *static_cast<BusTap*>(userdata);
+    std::uint64_t cookie = 0;
+    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0 || cookie == tap.replied_)
+        return 0;
+    // An answer that nobody wants any more, because the block has given up its slot, or to a call
+    // that went by unchanged.
+    static_cast<void>(tap.take(*message, cookie));
+    return 0;
+}
+
+void BusTap::note_service(sd_bus_message& message) {
+    const std::string* const block = CurrentBlock::name();
+    const char* const destination = sd_bus_message_get_destination(&message);
+    if (block == nullptr || destination == nullptr)
+        return;
+    std::string service = destination;
+    if (service == daemon_name) {
+        const char* rule = nullptr;
+        if (!is(sd_bus_message_get_member(&message), "AddMatch") ||
+            sd_bus_message_rewind(&message, 1) < 0 ||
+            sd_bus_message_read_basic(&message, SD_BUS_TYPE_STRING, &rule) <= 0)
+            return;
+        service = sender_of(rule);
+        sd_bus_message_rewind(&message, 1);
+    }
+    if (!service.empty() && service != daemon_name && service.front() != ':')
+        add(services_[*block], service);
+}
+
+void BusTap::note_limit(const std::string& block, const sd_bus_error* error) {
+    if (error == nullptr || !is(error->name, SD_BUS_ERROR_LIMITS_EXCEEDED) || !on_limit_)
+        return;
+    std::string text = error->message == nullptr ? error->name : error->message;
+    // The one limit that the daemon does not call by its name.
+    constexpr const char* replies = "max_replies_per_connection";
+    if (text.find("pending replies") != text.npos && text.find(replies) == text.npos)
+        text.append(" (").append(replies).append(")");
+    if (add(limits_[block], text))
+        on_limit_(block.empty() ? nullptr : &block, text);
+}
+
+}  // namespace host
+
+extern "C" {
+
+// Exported, so that those of plug-ins and of libsystemd itself are bound to these.
+
+int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* message,
+                      sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
+    if (host::BusTap* const tap = host::BusTap::of(bus, message))
+        return tap->call_async(slot, message, callback, userdata, timeout);
+    return host::real_call_async()(bus, slot, message, callback, userdata, timeout);
+}
+
+int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                           sd_bus_message_handler_t callback,
+                           sd_bus_message_handler_t install_callback, void* userdata) {
+    if (host::BusTap* const tap = host::BusTap::of(bus))
+        return tap->add_match_async(slot, rule, callback, install_callback, userdata);
+    return host::real_add_match_async()(bus, slot, rule, callback, install_callback, userdata);
+}
+
+int sd_bus_call(sd_bus* bus, sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
+                sd_bus_message** reply) {
+    if (host::BusTap* const tap = host::BusTap::of(bus, message))
+        return tap->call(message, timeout, error, reply);
+    return host::real_call()(bus, message, timeout, error, reply);
+}
+
+}  // extern "C"

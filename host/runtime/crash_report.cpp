@@ -1,0 +1,135 @@
+#include "host/runtime/crash_report.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <string_view>
+
+#include "common/process/exit_code.hpp"
+#include "host/output/activity.hpp"
+#include "host/output/standard_streams.hpp"
+#include "host/output/urgent_line.hpp"
+
+namespace host {
+namespace {
+
+struct Crash {
+    int signal;
+    std::string_view name;
+    struct sigaction before;  ///< of a sanitizer, or what ends the process
+};
+
+std::array<Crash, 5> crashes{{{SIGSEGV, "SIGSEGV", {}},
+                              {SIGABRT, "SIGABRT", {}},
+                              {SIGBUS, "SIGBUS", {}},
+                              {SIGFPE, "SIGFPE", {}},
+                              {SIGILL, "SIGILL", {}}}};
+
+/// A line that is put together without an allocation, which a signal handler must not make.
+class Line {
+  public:
+    Line& operator<<(std::string_view text) {
+        for (const char c : text.substr(0, most - std::min(most, size_))) {
+            // Nothing that does something to a terminal.
+            text_[size_++] = c >= ' ' && c <= '~' ? c : '?';
+        }
+        return *this;
+    }
+
+    /// "block 'NAME'", or the words for nobody.
+    Line& who(std::string_view nobody) {
+        const Activity* const activity = Activity::current();
+        if (activity == nullptr)
+            return *this << nobody;
+        *this << activity->kind();
+        return *activity->name() == '\0' ? *this : *this << " '" << activity->name() << "'";
+    }
+    /// " in run", or nothing.
+    Line& where() {
+        const Activity* const activity = Activity::current();
+        return activity == nullptr || activity->phase() == nullptr
+                   ? *this
+                   : *this << " in " << activity->phase();
+    }
+
+    [[nodiscard]] std::string_view ended() {
+        text_[size_++] = '\n';
+        return {text_.data(), size_};
+    }
+
+  private:
+    static constexpr std::size_t most = 1000;
+    std::array<char, most + 1> text_{};
+    std::size_t size_ = 0;
+};
+
+/// What was logged before a crash is what one wants to read after it.
+void let_output_through() {
+    const timespec moment{0, 1'000'000};
+    for (int i = 0; i < 1000 && unwritten_output() != 0; ++i)
+        nanosleep(&moment, nullptr);
+}
+
+void on_crash(int signal, siginfo_t* info, void* /*context*/) {
+    const auto crash = std::find_if(crashes.begin(), crashes.end(),
+                                    [signal](const Crash& each) { return each.signal == signal; });
+    let_output_through();
+    Line line;
+    (line << "fenwa: ").who("something outside of the blocks' operations") << " crashed";
+    line.where() << " (" << crash->name << ")";
+    write_urgently(line.ended());
+    sigaction(signal, &crash->before, nullptr);
+    // A fault comes again by itself when this returns.
+    if (info->si_code <= 0)
+        raise(signal);
+}
+
+pid_t guarded = 0;
+std::atomic<bool> guarding{false};
+
+void on_exit_called() {
+    // A block's child process is none of ours.
+    if (!guarding || getpid() != guarded)
+        return;
+    Line line;
+    (line << "fenwa: ").who("something outside of the blocks' operations") << " called exit";
+    line.where();
+    say_at_once(line.ended());
+    drain_standard_streams();
+    _exit(static_cast<int>(common::ExitCode::threw));
+}
+
+}  // namespace
+
+void report_crashes() noexcept {
+    stack_t stack{};
+    if (sigaltstack(nullptr, &stack) == 0 && (stack.ss_flags & SS_DISABLE) != 0) {
+        static std::array<std::byte, 65536> room;
+        stack = {room.data(), 0, room.size()};
+        sigaltstack(&stack, nullptr);
+    }
+    for (Crash& crash : crashes) {
+        struct sigaction action {};
+        action.sa_sigaction = on_crash;
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+        sigaction(crash.signal, &action, &crash.before);
+    }
+}
+
+ExitGuard::ExitGuard() noexcept {
+    guarded = getpid();
+    guarding = true;
+    std::atexit(on_exit_called);
+}
+
+ExitGuard::~ExitGuard() {
+    guarding = false;
+}
+
+}  // namespace host

@@ -1,0 +1,159 @@
+#include "host/runtime/event_loop.hpp"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <systemd/sd-daemon.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include "host/output/activity.hpp"
+
+namespace host {
+namespace {
+
+int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
+    return sd_event_exit(sd_event_source_get_event(source), 0);
+}
+
+}  // namespace
+
+EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
+    sd_event* loop = nullptr;
+    common::check(sd_event_new(&loop), "cannot make an event loop");
+    loop_.reset(loop);
+    common::check(
+        sd_event_add_io(loop, nullptr, supervisor.stop_event(), EPOLLIN, on_stop, nullptr),
+        "cannot serve signals");
+    const char* const failed = "cannot serve the bus between the blocks";
+    sd_event_source* source = nullptr;
+    common::check(sd_event_add_defer(loop, &source, on_overdue, this), failed);
+    overdue_.reset(source);
+    common::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT), failed);
+    common::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), failed);
+    // A timer that never comes: only what is called before each wait is wanted of it.
+    common::check(sd_event_add_time(loop, &source, CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
+                  failed);
+    each_round_.reset(source);
+    common::check(sd_event_source_set_prepare(source, before_waiting), failed);
+}
+
+EventLoop::~EventLoop() = default;
+
+void EventLoop::attach(sd_bus& bus) {
+    common::check(sd_bus_attach_event(&bus, loop_.get(), SD_EVENT_PRIORITY_NORMAL),
+                  "cannot serve the bus");
+    // What blocks send when they stop, after the loop has ended, must still go out.
+    common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
+    sd_bus_slot* slot = nullptr;
+    common::check(sd_bus_match_signal(&bus, &slot, "org.freedesktop.DBus.Local",
+                                      "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                      "Disconnected", on_disconnected, this),
+                  "cannot watch the bus connection");
+    buses_.push_back({&bus, common::SlotPtr(slot)});
+}
+
+void EventLoop::serve_hangup(std::function<void()> handler) {
+    on_hangup_ = std::move(handler);
+    common::check(
+        sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event(), EPOLLIN, on_hangup, this),
+        "cannot serve signals");
+}
+
+int EventLoop::on_stop(sd_event_source* source, int /*fd*/, std::uint32_t /*events*/,
+                       void* /*userdata*/) noexcept {
+    return sd_event_exit(sd_event_source_get_event(source), 0);
+}
+
+int EventLoop::on_hangup(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
+                         void* userdata) noexcept {
+    eventfd_t count = 0;
+    static_cast<void>(eventfd_read(fd, &count));
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    // The time tells the service manager that this reload, and no earlier one, is meant.
+    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
+               static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000);
+    static_cast<EventLoop*>(userdata)->on_hangup_();
+    sd_notify(0, "READY=1");
+    return 0;
+}
+
+void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
+    if (duration) {
+        // In its turn among the timers of the blocks; the supervisor is for when there is none.
+        common::check(sd_event_add_time_relative(loop_.get(), nullptr, CLOCK_MONOTONIC,
+                                                 static_cast<std::uint64_t>(duration->count()), 1,
+                                                 on_time, nullptr),
+                      "cannot limit the time");
+        supervisor_.stop_after(*duration);
+    }
+    sd_notify(0, "READY=1");
+    common::check(sd_event_set_watchdog(loop_.get(), 1), "cannot serve the watchdog");
+    const char* const failed = "the event loop failed";
+    sd_event* const loop = loop_.get();
+    while (sd_event_get_state(loop) != SD_EVENT_FINISHED) {
+        int r = common::check(sd_event_prepare(loop), failed);
+        if (r == 0)
+            r = common::check(sd_event_wait(loop, UINT64_MAX), failed);
+        // A handler may be a block's, of which sd-bus does not say whose it is.
+        const Activity serving("a callback", "", nullptr);
+        if (r > 0)
+            common::check(sd_event_dispatch(loop), failed);
+    }
+}
+
+void EventLoop::announce_stop() {
+    sd_notify(0, "STOPPING=1");
+}
+
+bool EventLoop::finish_sending(std::chrono::microseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    bool all = true;
+    for (const Attached& attached : buses_)
+        all = common::finish_sending(*attached.bus, deadline) && all;
+    return all;
+}
+
+bool EventLoop::lost_bus() const noexcept {
+    return std::any_of(buses_.begin(), buses_.end(),
+                       [](const Attached& attached) { return sd_bus_is_open(attached.bus) <= 0; });
+}
+
+bool EventLoop::is_overdue(sd_bus& bus) const noexcept {
+    std::uint64_t now = 0;
+    std::uint64_t due = 0;
+    return sd_event_now(loop_.get(), CLOCK_MONOTONIC, &now) >= 0 &&
+           sd_bus_get_timeout(&bus, &due) > 0 && due <= now;
+}
+
+int EventLoop::before_waiting(sd_event_source* /*source*/, void* userdata) noexcept {
+    const auto& loop = *static_cast<EventLoop*>(userdata);
+    // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
+    // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
+    // its turn, and as long as the queue holds something the socket is not read either.
+    for (const Attached& attached : loop.buses_) {
+        if (loop.is_overdue(*attached.bus))
+            return sd_event_source_set_enabled(loop.overdue_.get(), SD_EVENT_ONESHOT);
+    }
+    return 0;
+}
+
+int EventLoop::on_overdue(sd_event_source* /*source*/, void* userdata) noexcept {
+    const auto& loop = *static_cast<EventLoop*>(userdata);
+    for (const Attached& attached : loop.buses_) {
+        if (loop.is_overdue(*attached.bus))
+            sd_bus_process(attached.bus, nullptr);
+    }
+    return 0;
+}
+
+int EventLoop::on_disconnected(sd_bus_message* /*message*/, void* userdata,
+                               sd_bus_error* /*error*/) noexcept {
+    auto& loop = *static_cast<EventLoop*>(userdata);
+    // By now sd-bus has taken the connection off the loop, so it cannot be asked for it.
+    sd_event_exit(loop.loop_.get(), 0);
+    return 0;
+}
+
+}  // namespace host

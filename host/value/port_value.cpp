@@ -1,0 +1,141 @@
+#include "host/value/port_value.hpp"
+
+#include <type_traits>
+
+#include "framework/shared/configuration_access.hpp"
+
+namespace host {
+namespace {
+
+using common::Json;
+
+using Fenwa::BlockConfiguration;
+using Fenwa::ConfigurationAccess;
+
+/// One row of the well-known datatypes.
+struct KnownType {
+    const char* path;
+    const char* name;
+    PortValue (*first)();
+    PortValue (*read)(const void* address);
+    PortValue (*read_setting)(const BlockConfiguration& settings, const std::string& key);
+};
+
+template <class T>
+PortValue setting(const BlockConfiguration& settings, const std::string& key) {
+    if constexpr (std::is_same_v<T, float>) {
+        return settings.getFloat(key);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return settings.getBool(key);
+    } else if constexpr (std::is_same_v<T, double>) {
+        return settings.getDouble(key);
+    } else if constexpr (std::is_same_v<T, int>) {
+        return settings.getInt(key);
+    } else {
+        const auto* const value = ConfigurationAccess::find(settings, key);
+        throw Fenwa::ConfigurationError(
+            key, type_name(Fenwa::datatype_of<T>()),
+            value == nullptr ? "" : ConfigurationAccess::describe(*value));
+    }
+}
+
+template <class T>
+constexpr KnownType known(const char* name) {
+    return {Fenwa::datatype_path<T>, name, []() -> PortValue { return T{}; },
+            [](const void* address) -> PortValue { return *static_cast<const T*>(address); },
+            setting<T>};
+}
+
+constexpr KnownType known_types[] = {
+    known<float>("float"),
+    known<bool>("bool"),
+    known<double>("double"),
+    known<int>("int"),
+    known<Fenwa::datatype_timersource>("timersource"),
+};
+
+const KnownType* find_type(const Fenwa::Datatype& datatype) {
+    for (const KnownType& type : known_types) {
+        if (datatype.path() == type.path)
+            return &type;
+    }
+    return nullptr;
+}
+
+struct ToJson {
+    Json operator()(std::monostate) const { return nullptr; }
+    Json operator()(const Fenwa::datatype_timersource& tick) const {
+        return {{"ticks", tick.ticks}, {"period_ms", tick.period.count()}};
+    }
+    template <class T>
+    Json operator()(const T& value) const {
+        if constexpr (std::is_floating_point_v<T>)
+            return common::json_number(value);
+        else
+            return value;
+    }
+};
+
+}  // namespace
+
+PortValue read_value(const Fenwa::Datatype& datatype, const void* address) {
+    const KnownType* const type = find_type(datatype);
+    return type == nullptr || address == nullptr ? PortValue{} : type->read(address);
+}
+
+PortValue first_value(const Fenwa::Datatype& datatype) {
+    const KnownType* const type = find_type(datatype);
+    return type == nullptr ? PortValue{} : type->first();
+}
+
+PortValue read_setting(const Fenwa::Datatype& datatype, const BlockConfiguration& settings,
+                       const std::string& key) {
+    const KnownType* const type = find_type(datatype);
+    return type == nullptr ? PortValue{} : type->read_setting(settings, key);
+}
+
+const void* address_of(const PortValue& value) {
+    return std::visit([](const auto& held) -> const void* { return &held; }, value);
+}
+
+std::vector<std::string> known_datatypes() {
+    std::vector<std::string> paths;
+    for (const KnownType& type : known_types)
+        paths.emplace_back(type.path);
+    return paths;
+}
+
+std::string type_name(const Fenwa::Datatype& datatype) {
+    const KnownType* const type = find_type(datatype);
+    return type == nullptr ? datatype.path() : type->name;
+}
+
+Fenwa::Datatype datatype_named(const std::string& name) {
+    for (const KnownType& type : known_types) {
+        if (name == type.name)
+            return Fenwa::Datatype(type.path);
+    }
+    return Fenwa::Datatype(name);
+}
+
+Json to_json(const PortValue& value) {
+    return std::visit(ToJson{}, value);
+}
+
+Json to_json(const Fenwa::DebugValue& value) {
+    return std::visit(ToJson{}, value);
+}
+
+Json to_json(const BlockConfiguration::Value& value) {
+    return std::visit(ToJson{}, value);
+}
+
+Json to_json(const BlockConfiguration& settings) {
+    // Put in directly: looking for each key, which stands once anyway, would take quadratic time.
+    Json::object_t object;
+    for (const auto& entry : ConfigurationAccess::entries(settings))
+        object.emplace_back(entry.key(), to_json(entry.value()));
+    return object;
+}
+
+}  // namespace host

@@ -1,0 +1,57 @@
+#include "host/value/value_text.hpp"
+
+#include <limits>
+
+#include "common/process/exit_code.hpp"
+#include "common/text/line_text.hpp"
+#include "common/text/number_text.hpp"
+
+namespace host {
+namespace {
+
+[[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
+    throw common::Failure(common::ExitCode::usage, common::in_quotes(text) + " is no " + wanted);
+}
+
+template <class Number>
+Number number(const std::string& text, const std::string& wanted) {
+    const std::optional<Number> value = common::parse_number<Number>(text);
+    if (!value)
+        refuse(text, wanted);
+    return *value;
+}
+
+struct FromText {
+    const std::string& text;
+
+    PortValue operator()(bool) const {
+        if (text != "true" && text != "false")
+            refuse(text, "bool; it is true or false");
+        return text == "true";
+    }
+    PortValue operator()(int) const {
+        return number<int>(text, "int; it is a whole number from " +
+                                     std::to_string(std::numeric_limits<int>::min()) + " to " +
+                                     std::to_string(std::numeric_limits<int>::max()));
+    }
+    template <class Real>
+    PortValue operator()(const Real& /*like*/) const {
+        if constexpr (std::is_floating_point_v<Real>)
+            return number<Real>(text, "number that a double holds; nan, inf and -inf are some");
+        else
+            refuse(text, "value that can be typed");
+    }
+};
+
+}  // namespace
+
+std::string to_text(const PortValue& value) {
+    const common::Json json = to_json(value);
+    return json.is_string() ? json.get<std::string>() : common::json_line(json);
+}
+
+PortValue from_text(const std::string& text, const PortValue& like) {
+    return std::visit(FromText{text}, like);
+}
+
+}  // namespace host

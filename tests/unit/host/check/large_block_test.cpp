@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+#include "host/check/graph_checker.hpp"
+#include "host/value/port_value.hpp"
+
+namespace host {
+namespace {
+
+constexpr int many = 50'000;
+/// Processor time: far more than it takes, and far less than comparing every key with every other.
+constexpr double enough_seconds = 10.0;
+
+double seconds_since(std::clock_t start) {
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+TEST(LargeBlock, IsCheckedQuickly) {
+    Graph graph;
+    BlockEntry& timer = graph.blocks.emplace_back();
+    timer.name = "t";
+    timer.type = {"Timer", {2, 8}};
+    timer.add({"interval", {3, 1}, std::int64_t{5}});
+    for (std::uint32_t i = 0; i < many; ++i)
+        timer.add({"key." + std::to_string(i), {4 + i, 1}, std::int64_t{1}});
+    common::Diagnostics diagnostics("graph.toml");
+    BlockTypes types(nullptr);
+    const std::clock_t start = std::clock();
+    (void)check_graph(graph, types, {}, diagnostics, Strictness::alone);
+    EXPECT_LT(seconds_since(start), enough_seconds);
+    EXPECT_EQ(diagnostics.errors(), 0U);
+    EXPECT_EQ(diagnostics.warnings(), static_cast<std::size_t>(many));
+}
+
+TEST(LargeBlock, SettingsAreShownQuickly) {
+    std::vector<Fenwa::BlockConfiguration::KeyValue> entries;
+    for (int i = 0; i < many; ++i)
+        entries.emplace_back("key." + std::to_string(i), i);
+    const std::clock_t start = std::clock();
+    const common::Json shown = to_json(Fenwa::BlockConfiguration(entries));
+    EXPECT_LT(seconds_since(start), enough_seconds);
+    ASSERT_EQ(shown.size(), static_cast<std::size_t>(many));
+    EXPECT_EQ(shown.back(), many - 1);
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,148 @@
+#include "host/graph/rate_limit.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace host {
+namespace {
+
+constexpr std::uint64_t start = 1'000'000'000;
+constexpr std::uint64_t second = 1'000'000;
+constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+
+/// Takes as many runs as there are at that time.
+int take_all(RunBudget& budget, std::uint64_t now, int most = 1'000'000) {
+    int runs = 0;
+    while (runs < most && budget.take(now))
+        ++runs;
+    return runs;
+}
+
+TEST(Pace, ZeroInEitherSwitchesTheBrakeOff) {
+    EXPECT_TRUE(Pace().brakes());
+    EXPECT_FALSE((Pace{0, 200.0}.brakes()));
+    EXPECT_FALSE((Pace{64, 0.0}.brakes()));
+}
+
+TEST(RunBudget, IsFullAtFirst) {
+    RunBudget budget(Pace{}, start);
+    EXPECT_EQ(take_all(budget, start), 64);
+}
+
+TEST(RunBudget, IsRefilledAtTheRateUpToTheBurst) {
+    RunBudget budget(Pace{}, start);
+    take_all(budget, start);
+    EXPECT_EQ(take_all(budget, start + second / 10), 20);
+    EXPECT_EQ(take_all(budget, start + second / 5), 20);
+    EXPECT_EQ(take_all(budget, start + 1000 * second), 64);
+}
+
+TEST(RunBudget, IsNotRefilledForTimeThatIsSkipped) {
+    RunBudget budget(Pace{64, 200.0}, start);
+    take_all(budget, start);
+    budget.skip_to(start + 10 * second);
+    budget.skip_to(start + 5 * second);
+    EXPECT_FALSE(budget.take(start + 10 * second));
+    EXPECT_EQ(take_all(budget, start + 10 * second + second / 10), 20);
+}
+
+TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
+    for (const double rate : {200.0, 3.0, 0.7, 1e4, 333.3, 1e3 / 3}) {
+        RunBudget budget({2, rate}, start);
+        std::uint64_t now = start;
+        take_all(budget, now);
+        for (int run = 0; run < 10'000; ++run) {
+            const std::uint64_t due = budget.due();
+            ASSERT_GT(due, now) << rate;
+            ASSERT_FALSE(budget.take(due - 1)) << rate;
+            ASSERT_TRUE(budget.take(due)) << rate;
+            ASSERT_FALSE(budget.take(due)) << rate;
+            now = due;
+        }
+        // Each time is rounded up to the microsecond that follows, and nothing is lost by that.
+        EXPECT_NEAR(static_cast<double>(now - start), 10'000 / rate * 1e6, 100.0) << rate;
+    }
+}
+
+TEST(RunBudget, LateCallerMakesUpForTheTime) {
+    RunBudget budget({64, 200.0}, start);
+    take_all(budget, start);
+    std::uint64_t now = start;
+    int runs = 0;
+    for (int i = 0; i < 1000; ++i) {
+        now = budget.due() + 10'000;
+        runs += take_all(budget, now);
+    }
+    EXPECT_NEAR(runs, static_cast<double>(now - start) / 1e6 * 200.0, 1.0);
+}
+
+TEST(RunBudget, TimeThatStandsStillOrGoesBackGivesNothing) {
+    RunBudget budget({1, 1.0}, start);
+    EXPECT_TRUE(budget.take(start));
+    EXPECT_FALSE(budget.take(start - second));
+    EXPECT_FALSE(budget.take(start));
+    EXPECT_TRUE(budget.take(start + second));
+}
+
+TEST(RunBudget, RateBeyondAllClocksIsNeverDue) {
+    for (const double rate : {1e-300, std::numeric_limits<double>::denorm_min()}) {
+        RunBudget budget({1, rate}, start);
+        EXPECT_TRUE(budget.take(start));
+        EXPECT_EQ(budget.due(), never);
+        EXPECT_FALSE(budget.take(start + 1'000'000 * second));
+    }
+}
+
+TEST(RunBudget, LargestNumbersBrakeNothing) {
+    RunBudget budget({std::numeric_limits<std::int64_t>::max(), std::numeric_limits<double>::max()},
+                     start);
+    EXPECT_EQ(take_all(budget, start, 100'000), 100'000);
+    RunBudget fast({1, std::numeric_limits<double>::max()}, start);
+    EXPECT_TRUE(fast.take(start));
+    EXPECT_EQ(fast.due(), start + 1);
+    EXPECT_TRUE(fast.take(start + 1));
+}
+
+constexpr double millisecond = 1e6;  // of processor time
+
+TEST(RetryBudget, GivesTheShareOverAnyTime) {
+    RetryBudget budget;
+    double used = 0.0;
+    for (std::uint64_t now = start; now < start + 10 * second; now += 1000) {
+        while (budget.allows(now)) {
+            budget.charge(0.1 * millisecond);
+            used += 0.1 * millisecond;
+        }
+    }
+    EXPECT_NEAR(used, RetryBudget::share * 1e10 + RetryBudget::burst, 0.5 * millisecond);
+}
+
+TEST(RetryBudget, SavesUpNoMoreThanABurst) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    EXPECT_TRUE(budget.allows(start + 1000 * second));
+    budget.charge(RetryBudget::burst);
+    EXPECT_FALSE(budget.allows(start + 1000 * second));
+}
+
+TEST(RetryBudget, RunThatCostsMoreThanThereIsIsPaidForAfterwards) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    budget.charge(RetryBudget::burst + 20 * millisecond);
+    EXPECT_FALSE(budget.allows(start));
+    // 20 ms at 2 % of a core, and a portion.
+    EXPECT_EQ(budget.due(), start + second + second / 80);
+    EXPECT_FALSE(budget.allows(budget.due() - 1));
+    EXPECT_TRUE(budget.allows(budget.due()));
+}
+
+TEST(RetryBudget, WaitsForAPortionOnlyOnceItIsSpent) {
+    RetryBudget budget;
+    EXPECT_TRUE(budget.allows(start));
+    budget.charge(RetryBudget::burst - RetryBudget::portion / 2);
+    EXPECT_TRUE(budget.allows(start));
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,523 @@
+#include "host/runtime/scheduler.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+
+#include "framework/algo-tools/connection_tools.hpp"
+#include "framework/shared/host_access.hpp"
+
+namespace host {
+namespace {
+
+/// A block that can be fired from outside.
+class Fired : public Fenwa::Block {
+  public:
+    explicit Fired(const std::string& name)
+        : Fenwa::Block(name, {}), port(make_eventport("event")) {}
+    Fenwa::EventPort* port;
+};
+
+class SchedulerTest : public testing::Test {
+  protected:
+    explicit SchedulerTest(const Pace& pace = {}, bool own_clock = false)
+        : pace_(pace), own_clock_(own_clock) {
+        for (Fired* block : {&a_, &b_, &c_})
+            Fenwa::HostAccess::adopt(*block, tools_, scheduler_.queue());
+    }
+
+    void on_run(Fenwa::Block& block) {
+        Fenwa::ReadyQueue::about_to_run(block);
+        Fenwa::HostAccess::arm(block);
+        ran_ += block.get_name();
+        if (during_)
+            during_(block);
+        Fenwa::HostAccess::disarm(block);
+    }
+
+    /// Serves the loop until nothing is left to do.
+    void serve() {
+        while (sd_event_run(&loop(), 0) > 0) {
+        }
+    }
+
+    static sd_event* new_loop() {
+        sd_event* loop = nullptr;
+        common::check(sd_event_new(&loop), "loop");
+        return loop;
+    }
+    sd_event& loop() { return *loop_; }
+
+    /// Of the loop's thread, as the test says or as it is.
+    [[nodiscard]] std::uint64_t processor_time() const {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return own_clock_ ? used_
+                          : static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+                                static_cast<std::uint64_t>(time.tv_nsec);
+    }
+
+    Pace pace_;
+    bool own_clock_;
+    std::uint64_t used_ = 0;
+    common::EventPtr loop_{new_loop()};
+    Fenwa::ConnectionTools no_bus_{nullptr};
+    Fenwa::InitTools tools_{&no_bus_};
+    std::string ran_;
+    std::function<void(Fenwa::Block&)> during_;
+    Scheduler scheduler_{*loop_, pace_, [this](Fenwa::Block& block) { on_run(block); },
+                         [this] { return processor_time(); }};
+    Fired a_{"a"};
+    Fired b_{"b"};
+    Fired c_{"c"};
+};
+
+TEST_F(SchedulerTest, NothingRunsBeforeItIsEnabledAndNothingIsForgotten) {
+    b_.port->fire();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+    scheduler_.enable();
+    serve();
+    EXPECT_EQ(ran_, "ba");
+}
+
+TEST_F(SchedulerTest, NothingRunsAfterItIsDisabled) {
+    scheduler_.enable();
+    scheduler_.disable();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+}
+
+TEST_F(SchedulerTest, WhatIsFiredInAPassRunsInTheNext) {
+    scheduler_.enable();
+    int rounds = 0;
+    during_ = [&](Fenwa::Block& block) {
+        if (&block == &a_ && ++rounds < 3) {
+            a_.port->fire();
+            c_.port->fire();
+        }
+    };
+    a_.port->fire();
+    b_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "abaca");  // the second fire of c comes before its first run
+}
+
+TEST_F(SchedulerTest, LoopGoesRoundBetweenTwoPasses) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    for (std::size_t round = 1; round <= 10; ++round) {
+        ASSERT_GT(sd_event_run(loop_.get(), 0), 0);
+        EXPECT_EQ(ran_.size(), round);
+    }
+}
+
+TEST_F(SchedulerTest, TimersAreServedBetweenTwoPasses) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    bool timer_came = false;
+    common::check(sd_event_add_time_relative(
+                      loop_.get(), nullptr, CLOCK_MONOTONIC, 1000, 1,
+                      [](sd_event_source*, std::uint64_t, void* userdata) {
+                          *static_cast<bool*>(userdata) = true;
+                          return 0;
+                      },
+                      &timer_came),
+                  "timer");
+    // On a busy machine the timer may be due before the first pass; the block goes on behind it.
+    for (int i = 0; i < 1'000'000 && !(timer_came && ran_.size() > 10U); ++i)
+        sd_event_run(loop_.get(), 0);
+    EXPECT_TRUE(timer_came);
+    EXPECT_GT(ran_.size(), 10U);
+}
+
+TEST_F(SchedulerTest, WhatABlockThrowsEndsTheLoopAndIsKept) {
+    scheduler_.enable();
+    during_ = [](Fenwa::Block&) { throw std::runtime_error("thrown on purpose"); };
+    a_.port->fire();
+    b_.port->fire();
+    EXPECT_EQ(scheduler_.failure(), nullptr);
+    EXPECT_EQ(sd_event_loop(loop_.get()), 0);
+    EXPECT_EQ(ran_, "a");
+    ASSERT_NE(scheduler_.failure(), nullptr);
+    EXPECT_THROW(std::rethrow_exception(scheduler_.failure()), std::runtime_error);
+}
+
+/// Three runs at once, then one each 20 ms.
+class PacedScheduler : public SchedulerTest {
+  protected:
+    PacedScheduler() : SchedulerTest({3, 50.0}) { scheduler_.enable(); }
+
+    /// Serves the loop, sleeping where there is nothing to do, until that many blocks have run.
+    /// @returns how long that took.
+    std::chrono::microseconds serve_until_ran(std::size_t runs) {
+        const auto begin = std::chrono::steady_clock::now();
+        while (ran_.size() < runs && sd_event_run(&loop(), 5'000'000) > 0) {
+        }
+        EXPECT_EQ(ran_.size(), runs);
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - begin);
+    }
+};
+
+TEST_F(PacedScheduler, BlockThatHasSpentItsBudgetWaitsWhileOthersGoOn) {
+    during_ = [this](Fenwa::Block& block) {
+        if (&block == &a_)
+            a_.port->fire();
+    };
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "aaa");
+    b_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "aaab");
+}
+
+TEST_F(PacedScheduler, BlockThatWaitsRunsAtTheRate) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    const auto took = serve_until_ran(3 + 10);
+    EXPECT_GE(took, std::chrono::milliseconds(200));
+    EXPECT_LT(took, std::chrono::seconds(2));  // a slow machine's time, not the brake's
+}
+
+TEST_F(PacedScheduler, LoopSleepsWhileAllWait) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    serve();
+    int wake_ups = 0;
+    while (ran_.size() < 3 + 5 && ++wake_ups < 1000)
+        ASSERT_GT(sd_event_run(&loop(), 5'000'000), 0);
+    // For each run a timer and the pass that finds it fired, and one to find the budget spent.
+    EXPECT_LE(wake_ups, 15);
+}
+
+TEST_F(PacedScheduler, WhatIsFiredWhileABlockWaitsMakesOneRun) {
+    for (int i = 0; i < 3; ++i) {
+        a_.port->fire();
+        serve();
+    }
+    bool triggered = false;
+    during_ = [&](Fenwa::Block&) { triggered = a_.port->is_triggered(); };
+    for (int i = 0; i < 5; ++i) {
+        a_.port->fire();
+        serve();
+    }
+    EXPECT_EQ(ran_, "aaa");
+    serve_until_ran(4);
+    EXPECT_TRUE(triggered);
+    EXPECT_EQ(sd_event_run(&loop(), 100'000), 0);
+    EXPECT_EQ(ran_, "aaaa");
+}
+
+TEST_F(PacedScheduler, ThoseThatWaitTakeTurns) {
+    during_ = [](Fenwa::Block& block) { static_cast<Fired&>(block).port->fire(); };
+    for (Fired* block : {&b_, &a_, &c_})
+        block->port->fire();
+    serve_until_ran(9 + 9);
+    EXPECT_EQ(ran_, "bacbacbacbacbacbac");
+}
+
+TEST_F(PacedScheduler, NothingThatWaitsRunsAfterItIsDisabled) {
+    during_ = [this](Fenwa::Block&) { a_.port->fire(); };
+    a_.port->fire();
+    serve();
+    scheduler_.disable();
+    EXPECT_EQ(sd_event_run(&loop(), 100'000), 0);
+    EXPECT_EQ(ran_, "aaa");
+}
+
+TEST_F(PacedScheduler, BlockThatWaitsRunsSoonAfterItsTurn) {
+    std::vector<std::chrono::steady_clock::time_point> times;
+    during_ = [&](Fenwa::Block&) {
+        times.push_back(std::chrono::steady_clock::now());
+        a_.port->fire();
+    };
+    a_.port->fire();
+    serve_until_ran(3 + 21);
+    std::vector<std::chrono::steady_clock::duration> waits;
+    for (std::size_t run = 4; run < times.size(); ++run)
+        waits.push_back(times[run] - times[run - 1]);
+    std::sort(waits.begin(), waits.end());
+    // The median, because what others do on the machine adds to some.
+    EXPECT_GT(waits[10], std::chrono::milliseconds(18));
+    EXPECT_LT(waits[10], std::chrono::milliseconds(22));
+}
+
+/// One run at once, then a thousand in each second, with the processor time in the test's hands.
+class RetryingScheduler : public SchedulerTest {
+  protected:
+    RetryingScheduler() : SchedulerTest({1, 1000.0}, true) {
+        scheduler_.count_calls([this] { return calls_; });
+        scheduler_.enable();
+    }
+
+    /// Serves the loop for so long. @returns how long it really was, in seconds.
+    double serve_for(std::chrono::milliseconds time, const std::function<void()>& each_round = {}) {
+        const auto begin = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() < begin + time) {
+            sd_event_run(&loop(), 1000);
+            if (each_round)
+                each_round();
+        }
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    }
+
+    /// The most that blocks which try again take in so many seconds, in nanoseconds, when one run
+    /// takes this much.
+    static double most_used(double seconds, double run) {
+        return RetryBudget::burst + seconds * 1e9 * RetryBudget::share + run;
+    }
+
+    std::uint64_t calls_ = 0;
+};
+
+TEST_F(RetryingScheduler, BlocksThatCallAgainAndAgainShareABudgetAndTakeTurns) {
+    constexpr double run = 1e6;
+    during_ = [this](Fenwa::Block&) {
+        used_ += static_cast<std::uint64_t>(run);
+        ++calls_;
+    };
+    const double seconds = serve_for(std::chrono::milliseconds(1000), [this] {
+        for (Fired* block : {&a_, &b_, &c_})
+            block->port->fire();
+    });
+    // The first run of each is within its own budget.
+    const double retries = static_cast<double>(ran_.size()) - 3.0;
+    EXPECT_GE(retries, 15.0);
+    EXPECT_LE(retries * run, most_used(seconds, run));
+    const std::string turns = ran_.substr(3);
+    for (std::size_t i = 3; i < turns.size(); ++i)
+        EXPECT_EQ(turns[i], turns[i - 3]) << ran_;
+}
+
+TEST_F(RetryingScheduler, BlockThatFiresItselfIsOneThatTriesAgain) {
+    constexpr double run = 1e6;
+    during_ = [this](Fenwa::Block& block) {
+        used_ += static_cast<std::uint64_t>(run);
+        static_cast<Fired&>(block).port->fire();
+    };
+    a_.port->fire();
+    const double seconds = serve_for(std::chrono::milliseconds(500));
+    EXPECT_GE(ran_.size(), 8U);
+    EXPECT_LE((static_cast<double>(ran_.size()) - 1.0) * run, most_used(seconds, run));
+}
+
+TEST_F(RetryingScheduler, WhatTheLoopDoesForThemBetweenTheirRunsIsChargedToo) {
+    constexpr double answer = 1e6;
+    during_ = [this](Fenwa::Block&) { ++calls_; };
+    std::size_t answered = 0;
+    const double seconds = serve_for(std::chrono::milliseconds(500), [&] {
+        for (; answered < ran_.size(); ++answered)
+            used_ += static_cast<std::uint64_t>(answer);
+        a_.port->fire();
+    });
+    EXPECT_GE(ran_.size(), 8U);
+    EXPECT_LE((static_cast<double>(ran_.size()) - 3.0) * answer, most_used(seconds, answer));
+}
+
+TEST_F(RetryingScheduler, BlockThatIsFedMoreThanItMayRunDoesNotShareTheBudget) {
+    during_ = [this](Fenwa::Block& block) {
+        if (&block != &a_)
+            return;
+        used_ += 1'000'000'000;  // a minute's budget
+        ++calls_;
+    };
+    std::size_t least = 0;
+    serve_for(std::chrono::milliseconds(300), [this] {
+        a_.port->fire();
+        c_.port->fire();
+    });
+    least = static_cast<std::size_t>(std::count(ran_.begin(), ran_.end(), 'c'));
+    EXPECT_LE(ran_.size() - least, 2U);
+    EXPECT_GE(least, 30U);
+}
+
+TEST_F(RetryingScheduler, BlockThatHasWaitedForItsTurnHasNotSavedUpRuns) {
+    during_ = [this](Fenwa::Block&) {
+        used_ += 8'000'000;
+        ++calls_;
+    };
+    const double seconds = serve_for(std::chrono::milliseconds(1000), [this] { a_.port->fire(); });
+    EXPECT_LE((static_cast<double>(ran_.size()) - 2.0) * 8e6, most_used(seconds, 8e6)) << ran_;
+}
+
+TEST_F(RetryingScheduler, BlockThatIsAnsweredLateTriesAgainAllTheSame) {
+    // Its own budget is full again each time.
+    during_ = [this](Fenwa::Block&) {
+        used_ += 4'000'000;
+        ++calls_;
+    };
+    auto answered = std::chrono::steady_clock::now();
+    const double seconds = serve_for(std::chrono::milliseconds(1000), [&] {
+        if (std::chrono::steady_clock::now() < answered)
+            return;
+        a_.port->fire();
+        answered = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
+    });
+    EXPECT_LE((static_cast<double>(ran_.size()) - 1.0) * 4e6, most_used(seconds, 4e6)) << ran_;
+}
+
+TEST_F(RetryingScheduler, NobodyWaitsForATurnWhenThePaceIsSet) {
+    during_ = [this](Fenwa::Block&) {
+        used_ += 1'000'000'000;
+        ++calls_;
+    };
+    serve_for(std::chrono::milliseconds(50), [this] { a_.port->fire(); });
+    const std::size_t known = ran_.size();
+    scheduler_.set_pace({1, 1000.0});
+    serve();
+    EXPECT_EQ(ran_.size(), known + 1);
+}
+
+/// Blocks whose matches are refused again and again.
+class RefusedScheduler : public SchedulerTest {
+  protected:
+    explicit RefusedScheduler(const Pace& pace = {}) : SchedulerTest(pace) {
+        scheduler_.follow_matches([this] { return asked_; });
+        scheduler_.enable();
+        for (Fired* block : {&a_, &b_}) {
+            scheduler_.match_refused(*block);
+            block->port->fire();
+        }
+    }
+
+    std::size_t asked_ = 0;
+};
+
+TEST_F(RefusedScheduler, TheyTryOneByOneWhileOthersGoOn) {
+    EXPECT_GT(sd_event_run(&loop(), 1'000'000), 0);
+    c_.port->fire();
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    EXPECT_TRUE(ran_ == "ac" || ran_ == "ca") << ran_;
+    scheduler_.match_refused(a_);
+    a_.port->fire();
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    EXPECT_EQ(ran_.size(), 2U) << ran_;
+}
+
+TEST_F(RefusedScheduler, NextFollowsAtOnceWhenATrySucceeds) {
+    during_ = [this](Fenwa::Block& block) { scheduler_.match_installed(block); };
+    const auto begin = std::chrono::steady_clock::now();
+    while (ran_.size() < 2 && sd_event_run(&loop(), 10'000'000) > 0) {
+    }
+    EXPECT_EQ(ran_, "ab");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+}
+
+TEST_F(RefusedScheduler, NextFollowsAtOnceWhenTheAnswerToATryComesLater) {
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    EXPECT_EQ(ran_, "a");
+    scheduler_.match_installed(a_);
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
+TEST_F(RefusedScheduler, BlockForWhichSomethingHasChangedTriesAtOnce) {
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    EXPECT_EQ(ran_, "a");
+    scheduler_.let_try(b_);
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
+TEST_F(RefusedScheduler, NobodyWaitsWhenThePaceIsSet) {
+    for (int i = 0; i < 20; ++i)
+        sd_event_run(&loop(), 10'000);
+    scheduler_.set_pace({});
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
+class UnbrakedRefusedScheduler : public RefusedScheduler {
+  protected:
+    UnbrakedRefusedScheduler() : RefusedScheduler({0, 0.0}) {}
+};
+
+TEST_F(UnbrakedRefusedScheduler, TheyTryTogetherOnceTheOthersAreAnswered) {
+    asked_ = 1;
+    serve();
+    EXPECT_EQ(ran_, "");
+    asked_ = 0;
+    scheduler_.match_refused(c_);
+    serve();
+    EXPECT_EQ(ran_, "ab");
+    c_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "abc");
+}
+
+/// Blocks that wait for answers of the bus.
+class HoldingScheduler : public SchedulerTest {
+  protected:
+    HoldingScheduler() {
+        scheduler_.hold_for_answers([this] { return unanswered_; });
+        scheduler_.enable();
+    }
+
+    std::size_t unanswered_ = CallHold::mark;
+};
+
+TEST_F(HoldingScheduler, BlocksGoOnInTheirOrderAsAnswersCome) {
+    a_.port->fire();
+    serve();
+    b_.port->fire();
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "");
+    during_ = [this](Fenwa::Block& block) { unanswered_ += &block == &a_ ? 1 : 0; };
+    --unanswered_;
+    scheduler_.answered();
+    serve();
+    EXPECT_EQ(ran_, "a");
+    --unanswered_;
+    scheduler_.answered();
+    serve();
+    EXPECT_EQ(ran_, "ab");
+}
+
+TEST_F(HoldingScheduler, BlocksGoOnWhenNoAnswerComes) {
+    a_.port->fire();
+    b_.port->fire();
+    const auto begin = std::chrono::steady_clock::now();
+    while (ran_.size() < 2 && sd_event_run(&loop(), 5'000'000) > 0) {
+    }
+    EXPECT_EQ(ran_, "ab");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
+    // Nobody waits any more.
+    c_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "abc");
+}
+
+class UnbrakedScheduler : public SchedulerTest, public testing::WithParamInterface<Pace> {
+  protected:
+    UnbrakedScheduler() : SchedulerTest(GetParam()) {}
+};
+
+TEST_P(UnbrakedScheduler, BlockRunsAsOftenAsItLikes) {
+    scheduler_.enable();
+    during_ = [this](Fenwa::Block&) {
+        if (ran_.size() < 10'000)
+            a_.port->fire();
+    };
+    a_.port->fire();
+    serve();
+    EXPECT_EQ(ran_.size(), 10'000U);
+}
+
+INSTANTIATE_TEST_SUITE_P(ZeroInEither, UnbrakedScheduler,
+                         testing::Values(Pace{0, 200.0}, Pace{64, 0.0}, Pace{0, 0.0}));
+
+}  // namespace
+}  // namespace host
