@@ -6,10 +6,13 @@
 #include <string>
 #include <utility>
 
+#include "host/graph/reader.hpp"
+
 namespace host {
 namespace {
 
 using common::Diagnostics;
+using common::ExitCode;
 using common::in_quotes;
 
 /// Warns of objects that the bus connection will take from one block only.
@@ -55,6 +58,22 @@ Probe check_graph(const Graph& graph, BlockTypes& types,
         ports.emplace(name, block.ports);
     check_connections(graph, ports, diagnostics);
     return seen;
+}
+
+CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
+                            common::Diagnostics& diagnostics, Strictness strictness,
+                            const BlockLook& look) {
+    CheckedGraph checked{read_graph(path, diagnostics), {}, ExitCode::misconfigured};
+    if (!checked.graph)
+        return checked;
+    BlockTypes types(nullptr);
+    checked.probe = check_graph(*checked.graph, types, plugin_dirs, diagnostics, strictness, look);
+    // A throw is reported as an error too; it gives the code only where nothing else is wrong.
+    if (diagnostics.errors() == 0)
+        checked.code = ExitCode::done;
+    else if (diagnostics.errors() == checked.probe.throws)
+        checked.code = ExitCode::threw;
+    return checked;
 }
 
 }  // namespace host

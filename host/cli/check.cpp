@@ -1,29 +1,30 @@
-#include "host/cli/check.hpp"
-
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
-#include "host/graph/reader.hpp"
+#include "common/process/exit_code.hpp"
+#include "common/text/diagnostics.hpp"
+#include "common/text/terminal.hpp"
+#include "host/check/graph_checker.hpp"
+#include "host/cli/options.hpp"
 
 namespace host {
+namespace {
 
 using common::ExitCode;
 
-CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
-                            common::Diagnostics& diagnostics, Strictness strictness,
-                            const BlockLook& look) {
-    CheckedGraph checked{read_graph(path, diagnostics), {}, ExitCode::misconfigured};
-    if (!checked.graph)
-        return checked;
-    BlockTypes types(nullptr);
-    checked.probe = check_graph(*checked.graph, types, plugin_dirs, diagnostics, strictness, look);
-    // A throw is reported as an error too; it gives the code only where nothing else is wrong.
-    if (diagnostics.errors() == 0)
-        checked.code = ExitCode::done;
-    else if (diagnostics.errors() == checked.probe.throws)
-        checked.code = ExitCode::threw;
-    return checked;
-}
+/// What `fenwa check` was asked for.
+struct CheckOptions {
+    std::string graph;
+    std::vector<std::string> plugin_dirs;
+    bool deny_warnings = false;
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
 
+/// Reports every mistake of a graph on stderr.
+/// @throws as `read_and_check`.
 ExitCode check_graph_file(const CheckOptions& options) {
     common::Diagnostics diagnostics(options.graph);
     const CheckedGraph checked =
@@ -39,6 +40,20 @@ ExitCode check_graph_file(const CheckOptions& options) {
                              common::counted(checked.graph->connections.size(), "connection") +
                              ")");
     return ExitCode::done;
+}
+
+}  // namespace
+
+Command add_check_command(CLI::App& program) {
+    const auto options = std::make_shared<CheckOptions>();
+    CLI::App& check =
+        add_command(program, "check", "Reports every mistake of a graph; needs no bus");
+    add_graph(check, options->graph);
+    add_plugin_dirs(check, options->plugin_dirs);
+    add_color(check, options->color);
+    check.add_flag("--deny-warnings", options->deny_warnings,
+                   "Warnings count as mistakes for the exit code");
+    return {&check, [options] { return check_graph_file(*options); }};
 }
 
 }  // namespace host

@@ -1,9 +1,14 @@
-#include "host/cli/graph.hpp"
-
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
+#include "common/process/exit_code.hpp"
+#include "common/text/terminal.hpp"
 #include "framework/shared/host_access.hpp"
-#include "host/cli/check.hpp"
+#include "host/check/graph_checker.hpp"
+#include "host/cli/options.hpp"
 #include "host/control/client.hpp"
 #include "host/draw/diagram.hpp"
 #include "host/draw/dot.hpp"
@@ -17,6 +22,16 @@ namespace {
 using common::ExitCode;
 using common::Failure;
 using common::Json;
+
+/// What `fenwa graph` was asked for: the graph of a file or that of a running host.
+struct GraphOptions {
+    std::string graph;                   ///< the file; empty for a running host
+    std::optional<std::string> control;  ///< bus name of the running host
+    std::string bus = "system";          ///< where that is
+    std::vector<std::string> plugin_dirs;
+    std::optional<std::string> output;  ///< a file to render into, instead of DOT on stdout
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
 
 /// The graph of a file in the form of a running one; null, with its mistakes on stderr, for one
 /// that has some.
@@ -45,8 +60,13 @@ Picture picture_of_host(const ControlTarget& target) {
         [](const Json& description) { return make_picture(description, PictureValues::shown); });
 }
 
-}  // namespace
-
+/// Draws a graph: one of a file with its ports, datatypes and connections as a check finds them;
+/// one of a running host with its values, and the services that its blocks have talked to. The
+/// mistakes of a file go to stderr; one with errors is not drawn.
+/// @returns as `check` does for a file; what that throws is thrown too.
+/// @throws common::Failure `usage` when none or both are asked for, `unreadable` when the file
+/// cannot
+///         be read, `unavailable` when there is no such host or it cannot be rendered.
 ExitCode draw_graph(const GraphOptions& options) {
     if (options.graph.empty() && !options.control)
         throw Failure(ExitCode::usage, "GRAPH or --control is required");
@@ -71,6 +91,32 @@ ExitCode draw_graph(const GraphOptions& options) {
     StandardOutput out([] {});
     out.write(dot);
     return code_after(out, ExitCode::done);
+}
+
+}  // namespace
+
+Command add_graph_command(CLI::App& program) {
+    const auto options = std::make_shared<GraphOptions>();
+    CLI::App& graph = add_command(
+        program, "graph",
+        "Draws a graph, or that of a running host, as a text for Graphviz or as a picture");
+    graph.add_option("GRAPH", options->graph, "The graph file (TOML); none with --control");
+    add_plugin_dirs(graph, options->plugin_dirs);
+    CLI::Option& control = add_control_flag(
+        graph, options->control,
+        "Draws what runs under com.tarlo.Fenwa.Host1 or this name, with its values");
+    graph.add_option("--bus", options->bus, "The bus: system, session or a D-Bus address")
+        ->type_name("ADDRESS")
+        ->needs(&control)
+        ->capture_default_str();
+    graph
+        .add_option_function<std::string>(
+            "--output", [options](const std::string& file) { options->output = file; },
+            "Renders into this file, *.svg or *.png; needs Graphviz")
+        ->type_name("FILE")
+        ->check(CLI::Validator(check_picture_name, ""));
+    add_color(graph, options->color);
+    return {&graph, [options] { return draw_graph(*options); }};
 }
 
 }  // namespace host

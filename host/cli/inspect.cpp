@@ -1,11 +1,18 @@
-#include "host/cli/inspect.hpp"
-
 #include <algorithm>
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
 
+#include "common/process/exit_code.hpp"
 #include "common/text/diagnostics.hpp"
+#include "common/text/json.hpp"
 #include "common/text/suggestion.hpp"
+#include "common/text/terminal.hpp"
+#include "host/check/inspection.hpp"
 #include "host/check/type_explorer.hpp"
+#include "host/cli/options.hpp"
+#include "host/output/event_writer.hpp"
 #include "host/output/inspect_text.hpp"
 #include "host/output/standard_output.hpp"
 
@@ -14,6 +21,14 @@ namespace {
 
 using common::ExitCode;
 using common::Json;
+
+/// What `fenwa inspect` was asked for.
+struct InspectOptions {
+    InspectedPlugin plugin{{}, {}, std::chrono::seconds(5)};
+    std::optional<std::string> type;  ///< all of them without one
+    EventFormat format = EventFormat::text;
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
 
 /// The types that were asked for.
 std::vector<std::string> chosen_types(const InspectOptions& options, const PluginTypes& all) {
@@ -38,8 +53,28 @@ Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
     return type;
 }
 
-}  // namespace
-
+/// Prints the block types of a plug-in on stdout, in the order in which it registers them. As JSON:
+///
+///     {"plugin": NAME, "file": PATH,
+///      "types": [{"type": NAME,
+///                 "inputs": [{"name", "type", "triggers"}, …],
+///                 "outputs": [{"name", "type"}, …],
+///                 "event_ports": [{"name"}, …],
+///                 "terminated_inputs": [{"name", "type", "value"}, …],
+///                 "exports": [{"path", "interface"}, …],
+///                 "keys": [{"key", "type", "required": false, "default"} or
+///                          {"key", "type", "required": true}, …],
+///                 "settings": {KEY: VALUE, …},
+///                 "failures": [{"kind": "threw" | "crashed" | "hung", "text"}, …]}, …]}
+///
+/// Ports and objects are those after the setup, keys stand in the order in which they are first
+/// asked for, settings are what setup returns. Types and values stand as in event lines. What is
+/// there only with some boolean keys turned over has a member "when" with them and the values that
+/// they have then.
+/// @returns `threw` when the entry point or a block threw, crashed or hung.
+/// @throws common::Failure `unreadable` when the plug-in is not there or is none, `usage` when it
+/// has
+///         no such type.
 ExitCode inspect_plugin(const InspectOptions& options) {
     open_closed_streams();
     StandardOutput out([] {});
@@ -64,6 +99,31 @@ ExitCode inspect_plugin(const InspectOptions& options) {
         out.write(types_as_text(types, common::Palette(common::use_color(options.color, stdout))));
     }
     return code_after(out, code);
+}
+
+}  // namespace
+
+Command add_inspect_command(CLI::App& program) {
+    const auto options = std::make_shared<InspectOptions>();
+    CLI::App& inspect =
+        add_command(program, "inspect",
+                    "Prints the block types of a plug-in with ports and keys; needs no bus");
+    inspect
+        .add_option("PLUGIN", options->plugin.name,
+                    "As in a graph: a name in the plug-in folders, or a path with a slash")
+        ->required();
+    inspect.add_option_function<std::string>(
+        "TYPE", [options](const std::string& type) { options->type = type; },
+        "One block type instead of all");
+    add_plugin_dirs(inspect, options->plugin.plugin_dirs);
+    add_format(inspect, options->format, "output");
+    add_color(inspect, options->color);
+    add_seconds(
+        inspect, "--time-limit",
+        [options](std::chrono::microseconds time) { options->plugin.limit = time; },
+        "Longest wait for the plug-in to load, and for a block to be built")
+        .default_str("5");
+    return {&inspect, [options] { return inspect_plugin(*options); }};
 }
 
 }  // namespace host

@@ -1,16 +1,28 @@
-#include "host/cli/names.hpp"
-
+#include <map>
+#include <memory>
 #include <set>
+#include <string>
 #include <vector>
 
+#include "common/process/exit_code.hpp"
 #include "common/text/json.hpp"
 #include "common/text/line_text.hpp"
+#include "host/cli/options.hpp"
+#include "host/control/client.hpp"
 #include "host/output/standard_output.hpp"
 
 namespace host {
 namespace {
 
 using common::Json;
+
+/// What `fenwa names` lists.
+enum class NameKind {
+    ports,     ///< all ports, "BLOCK.PORT"
+    inputs,    ///< those that can be written, "BLOCK.PORT"
+    blocks,    ///< the blocks
+    settings,  ///< the keys of one block's settings
+};
 
 void add_ports(const Json& block, const char* list, std::vector<std::string>& names) {
     for (const Json& port : block.at(list))
@@ -52,8 +64,9 @@ std::vector<std::string> names_in(const Json& description, NameKind kind,
     return names;
 }
 
-}  // namespace
-
+/// Prints names out of a running host on stdout, one a line, for shell completion.
+/// @param block whose settings are meant, with `NameKind::settings`.
+/// @throws common::Failure as ControlClient does.
 common::ExitCode print_names(const ControlTarget& target, NameKind kind, const std::string& block) {
     open_closed_streams();
     const std::vector<std::string> names = ControlClient(target).with_description(
@@ -65,6 +78,34 @@ common::ExitCode print_names(const ControlTarget& target, NameKind kind, const s
             out.write(name + '\n');
     }
     return code_after(out, common::ExitCode::done);
+}
+
+struct NamesOptions {
+    ControlTarget target;
+    NameKind kind = NameKind::ports;
+    std::string block;
+};
+
+}  // namespace
+
+Command add_names_command(CLI::App& program) {
+    static const std::map<std::string, NameKind> kinds{{"ports", NameKind::ports},
+                                                       {"inputs", NameKind::inputs},
+                                                       {"blocks", NameKind::blocks},
+                                                       {"settings", NameKind::settings}};
+    const auto options = std::make_shared<NamesOptions>();
+    CLI::App& names = add_command(program, "names", "Lists names of a running host");
+    names.group("");
+    add_target(names, options->target);
+    names
+        .add_option_function<std::string>(
+            "KIND", [options](const std::string& word) { options->kind = kinds.at(word); },
+            "What is to be listed")
+        ->check(CLI::IsMember({"ports", "inputs", "blocks", "settings"}))
+        ->required();
+    names.add_option("BLOCK", options->block, "The block whose settings are meant");
+    return {&names,
+            [options] { return print_names(options->target, options->kind, options->block); }};
 }
 
 }  // namespace host

@@ -1,16 +1,21 @@
-#include "host/cli/run.hpp"
-
 #include <sys/epoll.h>
 #include <unistd.h>
-
 #include <cerrno>
+#include <chrono>
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "common/bus/bus.hpp"
+#include "common/process/exit_code.hpp"
+#include "common/text/terminal.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/debug_data_store.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "host/cli/check.hpp"
+#include "host/check/graph_checker.hpp"
+#include "host/cli/options.hpp"
 #include "host/control/reconfigurer.hpp"
 #include "host/control/service.hpp"
 #include "host/output/event_writer.hpp"
@@ -27,6 +32,18 @@ namespace host {
 namespace {
 
 using common::ExitCode;
+
+/// What `fenwa run` was asked for.
+struct RunOptions {
+    std::string graph;
+    std::optional<std::string> bus;  ///< instead of the graph's own address
+    std::vector<std::string> plugin_dirs;
+    EventFormat format = EventFormat::text;
+    std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
+    std::chrono::microseconds call_timeout = std::chrono::seconds(25);
+    std::optional<std::string> control;  ///< bus name of the control interface; none without it
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
 
 /// How much longer than its time, which counts from the moment when all blocks are started, a host
 /// takes when they do not start.
@@ -175,8 +192,8 @@ ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types,
     return code;
 }
 
-}  // namespace
-
+/// Runs a graph until a signal comes, its time is over, the bus is lost or a block throws.
+/// @throws common::Failure
 ExitCode run_graph(const RunOptions& options) {
     open_closed_streams();
     buffer_standard_streams();
@@ -226,6 +243,32 @@ ExitCode run_graph(const RunOptions& options) {
         ended(ExitCode::threw);
         throw;
     }
+}
+
+}  // namespace
+
+Command add_run_command(CLI::App& program) {
+    const auto options = std::make_shared<RunOptions>();
+    CLI::App& run = add_command(program, "run", "Runs a graph until SIGINT or SIGTERM");
+    add_graph(run, options->graph);
+    add_plugin_dirs(run, options->plugin_dirs);
+    add_color(run, options->color);
+    run.add_option("--bus", options->bus,
+                   "The bus: system, session or a D-Bus address, instead of the graph's own")
+        ->type_name("ADDRESS");
+    add_format(run, options->format);
+    add_seconds(
+        run, "--for", [options](std::chrono::microseconds time) { options->duration = time; },
+        "Stops after this many seconds, as on SIGTERM");
+    add_seconds(
+        run, "--call-timeout",
+        [options](std::chrono::microseconds time) { options->call_timeout = time; },
+        "Longest wait for the bus and for a reply")
+        .default_str("25");
+    add_control_flag(run, options->control,
+                     "Lets others read, write and watch ports and change settings over the bus, "
+                     "under com.tarlo.Fenwa.Host1 or this name");
+    return {&run, [options] { return run_graph(*options); }};
 }
 
 }  // namespace host

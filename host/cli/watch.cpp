@@ -1,8 +1,11 @@
-#include "host/cli/watch.hpp"
-
 #include <unordered_map>
 
+#include "common/process/exit_code.hpp"
+#include "common/text/terminal.hpp"
+#include "host/cli/options.hpp"
+#include "host/control/client.hpp"
 #include "host/graph/graph.hpp"
+#include "host/output/event_writer.hpp"
 #include "host/output/journal.hpp"
 #include "host/output/standard_output.hpp"
 #include "host/runtime/event_loop.hpp"
@@ -14,6 +17,13 @@ namespace {
 using common::check;
 using common::ExitCode;
 using common::Failure;
+
+/// What `fenwa watch` was asked for.
+struct WatchOptions {
+    ControlTarget target;
+    EventFormat format = EventFormat::text;
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
 
 /// Hands a host's signals to the event writer.
 class Watch {
@@ -106,8 +116,9 @@ void watch_until_the_end(const WatchOptions& options, EventLoop& loop, EventWrit
                       "the host that owned '" + options.target.name + "' has left the bus");
 }
 
-}  // namespace
-
+/// Prints every output of a running host that carries a new value, in the form in which that host's
+/// own run prints it, until a signal comes.
+/// @throws common::Failure as ControlClient does; `unavailable` when the host or the bus goes away.
 ExitCode watch_host(const WatchOptions& options) {
     open_closed_streams();
     const Journal journal({});
@@ -125,6 +136,19 @@ ExitCode watch_host(const WatchOptions& options) {
     }
     events->exit(static_cast<int>(ExitCode::done));
     return code_after(out, ExitCode::done);
+}
+
+}  // namespace
+
+Command add_watch_command(CLI::App& program) {
+    const auto options = std::make_shared<WatchOptions>();
+    CLI::App& watch =
+        add_command(program, "watch",
+                    "Prints each new value of a running host's outputs until SIGINT or SIGTERM");
+    add_target(watch, options->target);
+    add_format(watch, options->format);
+    add_color(watch, options->color);
+    return {&watch, [options] { return watch_host(*options); }};
 }
 
 }  // namespace host
