@@ -1,4 +1,4 @@
-#include "src/frame/registration_table.hpp"
+#include "src/registration_table.hpp"
 
 int lib_register_cpp(Fenwa::IRegistry* registry) {
     for (const blocks::Registration& row : blocks::registration_table)
