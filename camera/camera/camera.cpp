@@ -15,14 +15,14 @@ namespace camera {
 
 using common::Json;
 
-Camera::Camera(sd_event& event, Story& story, const Configuration& configuration,
+Camera::Camera(sd_event& event, EventLog& event_log, const Configuration& configuration,
                std::function<void()> lost)
-    : story_(story),
+    : event_log_(event_log),
       faults_([this](const char* state, const FaultRule& rule) {
-          story_.fault(state, rule.target(), rule.what());
+          event_log_.fault(state, rule.target(), rule.what());
       }),
       surroundings_{event,
-                    story,
+                    event_log,
                     faults_,
                     [this](const CallRecord& call) {
                         if (observers_.called)
@@ -69,7 +69,7 @@ void Camera::bring_up_at_first(Service& service) {
     } catch (const common::Failure& failure) {
         if (!service.belongs_to_machine())
             throw;
-        story_.service_down(service.name(), std::string("left alone: ") + failure.what());
+        event_log_.service_down(service.name(), std::string("left alone: ") + failure.what());
     }
 }
 
@@ -85,7 +85,7 @@ Service& Camera::service_named(const std::string& name) const {
             return *service;
         known.push_back(service->name());
     }
-    throw Refusal("there is no service '" + name + "'", common::did_you_mean(name, known));
+    throw CommandError("there is no service '" + name + "'", common::did_you_mean(name, known));
 }
 
 Service& Camera::owner_of(const std::string& value) const {
@@ -96,7 +96,7 @@ Service& Camera::owner_of(const std::string& value) const {
         for (const Value& each : service->values())
             known.push_back(each.name);
     }
-    throw Refusal("there is no value '" + value + "'", common::did_you_mean(value, known));
+    throw CommandError("there is no value '" + value + "'", common::did_you_mean(value, known));
 }
 
 MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
@@ -112,11 +112,12 @@ MemberKind Camera::kind_of(const std::string& service, const std::string& member
             known.push_back(name);
         }
     }
-    throw Refusal((service.empty() ? "no service has" : "the service '" + service + "' has no") +
-                      std::string(service.empty() ? " a method, signal or property '"
-                                                  : " method, signal or property '") +
-                      member + "'",
-                  common::did_you_mean(member, known));
+    throw CommandError(
+        (service.empty() ? "no service has" : "the service '" + service + "' has no") +
+            std::string(service.empty() ? " a method, signal or property '"
+                                        : " method, signal or property '") +
+            member + "'",
+        common::did_you_mean(member, known));
 }
 
 void Camera::set(const std::string& name, const std::string& value) {
@@ -143,7 +144,7 @@ void Camera::restart(const std::string& service) {
 void Camera::activate(const std::string& service) {
     Service& named = service_named(service);
     if (not_activatable_.contains(service))
-        throw Refusal("the service '" + service + "' is not to be activated");
+        throw CommandError("the service '" + service + "' is not to be activated");
     named.bring_up(address_);
 }
 
@@ -154,7 +155,7 @@ void Camera::drop(const std::string& service) {
 void Camera::fail(const FaultRule& rule) {
     check_fault(rule);
     faults_.add(rule);
-    story_.fault("set", rule.target(), rule.description());
+    event_log_.fault("set", rule.target(), rule.description());
 }
 
 void Camera::clear_fault(const std::string& target) {
@@ -163,7 +164,7 @@ void Camera::clear_fault(const std::string& target) {
     set_target(rule, target);
     // A rule that is spent, or never was, is as good as cleared.
     if (faults_.clear(rule.service, rule.member))
-        story_.fault("cleared", target, "all is well again");
+        event_log_.fault("cleared", target, "all is well again");
 }
 
 void Camera::press(const std::string& button) {
@@ -185,9 +186,9 @@ void Camera::check_fault(const FaultRule& rule) const {
     if (rule.effect != FaultEffect::error)
         return;
     if (kind == MemberKind::signal)
-        throw Refusal("'" + rule.member + "' is a signal, and a signal is not answered");
+        throw CommandError("'" + rule.member + "' is a signal, and a signal is not answered");
     if (kind == MemberKind::outgoing_call)
-        throw Refusal("'" + rule.member + "' is a call by the camera, which others answer");
+        throw CommandError("'" + rule.member + "' is a call by the camera, which others answer");
 }
 
 void Camera::check_fault_target(const std::string& target) const {
@@ -201,13 +202,13 @@ void Camera::check_method(const std::string& service, const std::string& member)
         case MemberKind::method:
             return;
         case MemberKind::signal:
-            throw Refusal("'" + member + "' is a signal, not a method");
+            throw CommandError("'" + member + "' is a signal, not a method");
         case MemberKind::property:
-            throw Refusal("'" + member + "' is a property, not a method",
-                          "a property is read with 'Get'");
+            throw CommandError("'" + member + "' is a property, not a method",
+                               "a property is read with 'Get'");
         case MemberKind::outgoing_call:
-            throw Refusal("'" + member + "' is a call by the camera, not one that it gets",
-                          "expect the state that it tells of");
+            throw CommandError("'" + member + "' is a call by the camera, not one that it gets",
+                               "expect the state that it tells of");
     }
 }
 

@@ -22,8 +22,8 @@
 namespace camera {
 
 /// The whole simulated camera: state, services, faults, and the verbs that people, scenarios and
-/// the control interface use. Verbs throw Refusal, and change nothing, where a name is unknown or
-/// a value makes no sense.
+/// the control interface use. Verbs throw CommandError, and change nothing, where a name is unknown
+/// or a value makes no sense.
 class Camera {
   public:
     /// Who wants to know what happens; either may be empty. Both may be called from within a
@@ -33,9 +33,9 @@ class Camera {
         std::function<void()> changed;                  ///< a value has changed
     };
 
-    /// Builds the services, all down. `event` and `story` must outlive the camera; `lost` is
+    /// Builds the services, all down. `event` and `event log` must outlive the camera; `lost` is
     /// called from the loop when the daemon ends a connection.
-    Camera(sd_event& event, Story& story, const Configuration& configuration,
+    Camera(sd_event& event, EventLog& event_log, const Configuration& configuration,
            std::function<void()> lost);
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -107,10 +107,10 @@ class Camera {
     [[nodiscard]] bool is_activatable(const Service& service) const;
     void drop(const std::string& service);
 
-    Story& story_;
+    EventLog& event_log_;
     Observers observers_;
     FaultRules faults_;
-    Surroundings surroundings_;
+    ServiceContext surroundings_;
     TemperatureModel temperature_;
     PowerModel power_;
     ParameterStore parameters_;

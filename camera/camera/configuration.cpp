@@ -24,11 +24,11 @@ class SensorReader {
         common::TableReader reader(*table, "[[sensors]]", diagnostics_);
         Sensor sensor;
         if (const auto name = reader.string("name"))
-            sensor.name = checked_name(*name, reader.where("name"));
+            sensor.name = checked_name(*name, reader.location("name"));
         else if (!table->contains("name"))
             reader.missing("name");
         if (const auto id = reader.integer("id"))
-            sensor.id = checked_id(*id, reader.where("id"));
+            sensor.id = checked_id(*id, reader.location("id"));
         else if (!table->contains("id"))
             reader.missing("id");
         if (const auto temperature = reader.number("temperature"))
@@ -43,37 +43,37 @@ class SensorReader {
     [[nodiscard]] std::vector<Sensor> take() { return std::move(sensors_); }
 
   private:
-    std::string checked_name(const std::string& name, common::Position where) {
+    std::string checked_name(const std::string& name, common::SourceLocation location) {
         if (name.empty())
-            diagnostics_.error(where, "a sensor's name must not be empty");
+            diagnostics_.error(location, "a sensor's name must not be empty");
         // D-Bus strings end at the first zero byte.
         else if (name.find('\0') != std::string::npos)
-            diagnostics_.error(where, "a sensor's name must not hold a zero byte");
-        else if (const auto [it, fresh] = names_.emplace(name, where); !fresh)
-            diagnostics_.error(where, "a second sensor is named '" + name + "'",
+            diagnostics_.error(location, "a sensor's name must not hold a zero byte");
+        else if (const auto [it, fresh] = names_.emplace(name, location); !fresh)
+            diagnostics_.error(location, "a second sensor is named '" + name + "'",
                                "the first is at line " + std::to_string(it->second.line));
         else
             return name;
         return {};
     }
 
-    std::int32_t checked_id(std::int64_t id, common::Position where) {
+    std::int32_t checked_id(std::int64_t id, common::SourceLocation location) {
         if (id < std::numeric_limits<std::int32_t>::min() ||
             id > std::numeric_limits<std::int32_t>::max()) {
             diagnostics_.error(
-                where, "a sensor's id must fit 32 bits, " + std::to_string(id) + " does not");
+                location, "a sensor's id must fit 32 bits, " + std::to_string(id) + " does not");
             return 0;
         }
-        if (const auto [it, fresh] = ids_.emplace(id, where); !fresh)
-            diagnostics_.error(where, "a second sensor has the id " + std::to_string(id),
+        if (const auto [it, fresh] = ids_.emplace(id, location); !fresh)
+            diagnostics_.error(location, "a second sensor has the id " + std::to_string(id),
                                "the first is at line " + std::to_string(it->second.line));
         return static_cast<std::int32_t>(id);
     }
 
     common::Diagnostics& diagnostics_;
     std::vector<Sensor> sensors_;
-    std::map<std::string, common::Position> names_;
-    std::map<std::int64_t, common::Position> ids_;
+    std::map<std::string, common::SourceLocation> names_;
+    std::map<std::int64_t, common::SourceLocation> ids_;
 };
 
 void read_power(const toml::table& table, Power& power, common::Diagnostics& diagnostics) {
@@ -82,7 +82,7 @@ void read_power(const toml::table& table, Power& power, common::Diagnostics& dia
         if (std::isfinite(*budget) && *budget >= 0.0)
             power.budget = *budget;
         else
-            diagnostics.error(reader.where("budget"),
+            diagnostics.error(reader.location("budget"),
                               "'budget' of [power] must be a finite number of at least 0");
     }
     power.received = reader.number("received").value_or(power.received);
@@ -95,7 +95,7 @@ void read_video(const toml::table& table, Video& video, common::Diagnostics& dia
         if (*channels >= 1 && *channels <= Video::max_channels)
             video.channels = static_cast<int>(*channels);
         else
-            diagnostics.error(reader.where("channels"), "'channels' of [video] must be 1 to " +
+            diagnostics.error(reader.location("channels"), "'channels' of [video] must be 1 to " +
                                                             std::to_string(Video::max_channels) +
                                                             ", not " + std::to_string(*channels));
     }
@@ -104,7 +104,7 @@ void read_video(const toml::table& table, Video& video, common::Diagnostics& dia
         if (unit->find('\0') == std::string::npos)
             video.unit = *unit;
         else
-            diagnostics.error(reader.where("unit"), "'unit' of [video] must not hold a zero byte");
+            diagnostics.error(reader.location("unit"), "'unit' of [video] must not hold a zero byte");
     }
     reader.report_unknown_keys();
 }

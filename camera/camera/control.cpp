@@ -74,10 +74,10 @@ std::set<std::string> Control::startable_names() const {
     return body_json(*reply).at(0).get<std::set<std::string>>();
 }
 
-int Control::obey(sd_bus_message& call, const std::function<void()>& order) {
+int Control::handle(sd_bus_message& call, const std::function<void()>& order) {
     try {
         order();
-    } catch (const Refusal& refusal) {
+    } catch (const CommandError& refusal) {
         return sd_bus_reply_method_errorf(&call, refused_error, "%s", refusal.what());
     } catch (const common::Failure& failure) {
         return sd_bus_reply_method_errorf(&call, unavailable_error, "%s", failure.what());
@@ -85,47 +85,47 @@ int Control::obey(sd_bus_message& call, const std::function<void()>& order) {
     return sd_bus_reply_method_return(&call, "");
 }
 
-int Control::obey(sd_bus_message& call, void (Camera::*order)(const std::string&)) {
+int Control::handle(sd_bus_message& call, void (Camera::*order)(const std::string&)) {
     const std::string argument = read_string(call);
-    return obey(call, [&] { (camera_.*order)(argument); });
+    return handle(call, [&] { (camera_.*order)(argument); });
 }
 
 int Control::set(sd_bus_message& call) {
     const std::string name = read_string(call);
     const std::string value = read_string(call);
-    return obey(call, [&] { camera_.set(name, value); });
+    return handle(call, [&] { camera_.set(name, value); });
 }
 
 int Control::start(sd_bus_message& call) {
-    return obey(call, &Camera::start);
+    return handle(call, &Camera::start);
 }
 
 int Control::stop(sd_bus_message& call) {
-    return obey(call, &Camera::stop);
+    return handle(call, &Camera::stop);
 }
 
 int Control::restart(sd_bus_message& call) {
-    return obey(call, &Camera::restart);
+    return handle(call, &Camera::restart);
 }
 
 int Control::activate(sd_bus_message& call) {
-    return obey(call, &Camera::activate);
+    return handle(call, &Camera::activate);
 }
 
 int Control::fail(sd_bus_message& call) {
-    return obey(call, [&] {
+    return handle(call, [&] {
         camera_.fail(fault_rule_from(
             body_json(call).at(0),
-            [](const std::string& /*key*/, const Refusal& mistake) { throw mistake; }));
+            [](const std::string& /*key*/, const CommandError& mistake) { throw mistake; }));
     });
 }
 
 int Control::clear_fault(sd_bus_message& call) {
-    return obey(call, &Camera::clear_fault);
+    return handle(call, &Camera::clear_fault);
 }
 
 int Control::press(sd_bus_message& call) {
-    return obey(call, &Camera::press);
+    return handle(call, &Camera::press);
 }
 
 int Control::show(sd_bus_message& call) {

@@ -44,8 +44,8 @@ class Control {
     int show(sd_bus_message& call);
 
     /// Carries out an order that takes one string.
-    int obey(sd_bus_message& call, void (Camera::*order)(const std::string&));
-    static int obey(sd_bus_message& call, const std::function<void()>& order);
+    int handle(sd_bus_message& call, void (Camera::*order)(const std::string&));
+    static int handle(sd_bus_message& call, const std::function<void()>& order);
 
     Camera& camera_;
     Connection connection_;

@@ -113,7 +113,7 @@ void check_state(const common::JsonNode<>& state) {
 
 }  // namespace
 
-void give_order(const std::string& bus, const char* order, const std::string& argument) {
+void call(const std::string& bus, const char* order, const std::string& argument) {
     (void)Client(bus).give(order, "s", argument.c_str());
 }
 
@@ -172,7 +172,7 @@ ExitCode activate_service(const std::string& service) {
                       "'activate' is for the bus daemon to run: "
                       "DBUS_STARTER_ADDRESS is not set");
     try {
-        give_order(address, "Activate", service);
+        call(address, "Activate", service);
     } catch (const Failure& failure) {
         // Seen by whoever reads the daemon's log.
         common::print_error_line(std::string("fenwa-camera: ") + failure.what());

@@ -16,7 +16,7 @@ namespace camera {
 ///         the bus or a camera on it is not there.
 
 /// Gives an order that takes one string: "Start", "Stop", "Restart", "ClearFault", "Press".
-void give_order(const std::string& bus, const char* order, const std::string& argument);
+void call(const std::string& bus, const char* order, const std::string& argument);
 
 void set_value(const std::string& bus, const std::string& name, const std::string& value);
 

@@ -60,9 +60,9 @@ Format format_of(const CommandLine& line) {
     return line.format == "json" ? Format::json : Format::text;
 }
 
-void check_guests(const std::vector<std::vector<std::string>>& guests) {
-    for (const std::vector<std::string>& guest : guests) {
-        if (guest.empty())
+void check_children(const std::vector<std::vector<std::string>>& children) {
+    for (const std::vector<std::string>& child : children) {
+        if (child.empty())
             throw common::Failure(ExitCode::usage, "there is no program behind one of the '--'");
     }
 }
@@ -109,7 +109,7 @@ void add_run(CLI::App& app, CommandLine& line) {
         line.run.format = format_of(line);
         line.run.color = common::color_choice(line.color);
         line.command = [&line] {
-            check_guests(line.run.guests);
+            check_children(line.run.children);
             return run_camera(line.run);
         };
     });
@@ -153,7 +153,7 @@ void add_orders(CLI::App& app, CommandLine& line) {
     set->add_option("VALUE", line.value, "What it is to be; -inf goes behind --")->required();
     for (const Order& order : orders) {
         add_verb(app, line, order.name, order.description,
-                 [&line, &order] { give_order(line.bus, order.method, line.name); })
+                 [&line, &order] { call(line.bus, order.method, line.name); })
             ->add_option(order.argument, line.name, order.meaning)
             ->required();
     }
@@ -163,7 +163,7 @@ void add_fail(CLI::App& app, CommandLine& line) {
     CLI::App* fail =
         add_verb(app, line, "fail", "Makes a method, signal or property go wrong", [&line] {
             if (line.clear)
-                give_order(line.bus, "ClearFault", line.fault.member);
+                call(line.bus, "ClearFault", line.fault.member);
             else
                 set_fault(line.bus, line.fault);
         });
@@ -202,7 +202,7 @@ void add_fail(CLI::App& app, CommandLine& line) {
 /// Takes each `-- PROGRAM ARGUMENT…` off a command line that begins with `run`: options of a
 /// program are not ours, and an option of ours that may take several words must not take it for
 /// one. With nothing at all behind a `--` there is no program.
-std::vector<std::vector<std::string>> take_guests(int& argc, char** argv) {
+std::vector<std::vector<std::string>> take_children(int& argc, char** argv) {
     if (argc < 2 || std::string_view(argv[1]) != "run")
         return {};
     const auto is_dashes = [](const char* word) { return std::string_view(word) == "--"; };
@@ -211,13 +211,13 @@ std::vector<std::vector<std::string>> take_guests(int& argc, char** argv) {
     argc = static_cast<int>(first - argv);
     if (end - first <= 1)
         return {};
-    std::vector<std::vector<std::string>> guests;
+    std::vector<std::vector<std::string>> children;
     for (char** dashes = first; dashes != end;) {
         char** const next = std::find_if(dashes + 1, end, is_dashes);
-        guests.emplace_back(dashes + 1, next);
+        children.emplace_back(dashes + 1, next);
         dashes = next;
     }
-    return guests;
+    return children;
 }
 
 }  // namespace
@@ -226,7 +226,7 @@ int main_program(int argc, char** argv) {
     CLI::App app{"Plays the services of a camera on D-Bus, for blocks that have no camera",
                  "fenwa-camera"};
     CommandLine line;
-    line.run.guests = take_guests(argc, argv);
+    line.run.children = take_children(argc, argv);
     common::prepare_program(app, program_version, exit_codes);
     add_run(app, line);
     add_orders(app, line);

@@ -18,8 +18,8 @@ std::string fixed_names(bool members) {
     sd_event* event = nullptr;
     common::check(sd_event_new(&event), "sd_event_new");
     const common::EventPtr owned(event);
-    Story story(stdout, Format::text, false, {});
-    const Camera camera(*event, story, default_configuration(), [] {});
+    EventLog event_log(stdout, Format::text, false, {});
+    const Camera camera(*event, event_log, default_configuration(), [] {});
     std::string services;
     std::set<std::string> known;
     for (const auto& service : camera.services()) {

@@ -54,8 +54,8 @@ struct EndOfAll {
     ~EndOfAll() { common::kill_children(); }
 };
 
-/// How long the services stay when the last guest has gone.
-constexpr std::chrono::milliseconds farewell_time{200};
+/// How long the services stay when the last program has gone.
+constexpr std::chrono::milliseconds shutdown_grace{200};
 
 /// One run of the camera, from reading the files to the last line.
 class Session {
@@ -64,8 +64,8 @@ class Session {
         : options_(options),
           keeper_(keeper),
           event_(new_event()),
-          story_(stdout, options.format, common::use_color(options.color, stdout),
-                 [this](int error) { stdout_broken(error); }) {}
+          event_log_(stdout, options.format, common::use_color(options.color, stdout),
+                     [this](int error) { stdout_broken(error); }) {}
 
     /// Reads the files; false when they have mistakes, which are printed then.
     bool prepare() {
@@ -78,7 +78,7 @@ class Session {
             diagnostics.print(std::cerr, color);
             mistakes += diagnostics.errors();
         }
-        camera_ = std::make_unique<Camera>(*event_, story_, configuration, [this] { lost(); });
+        camera_ = std::make_unique<Camera>(*event_, event_log_, configuration, [this] { lost(); });
         if (options_.scenario) {
             common::Diagnostics diagnostics(*options_.scenario);
             scenario_ = read_scenario(*options_.scenario, *camera_, diagnostics);
@@ -88,7 +88,7 @@ class Session {
         try {
             for (const std::string& service : options_.without)
                 camera_->check_service(service);
-        } catch (const Refusal& refusal) {
+        } catch (const CommandError& refusal) {
             throw Failure(ExitCode::usage, refusal.what());
         }
         return mistakes == 0;
@@ -98,10 +98,10 @@ class Session {
         try {
             play();
         } catch (const Failure& failure) {
-            story_.exit(failure.code());
+            event_log_.exit(failure.code());
             throw;
         }
-        story_.exit(code_);
+        event_log_.exit(code_);
         if (!sentence_.empty())
             throw Failure(code_, sentence_);
         return code_;
@@ -121,27 +121,27 @@ class Session {
             if (service->is_up())
                 up.push_back(service->name());
         }
-        story_.ready(address, up);
+        event_log_.ready(address, up);
         keeper_.notify("READY=1\nSTATUS=Playing on " + common::one_line(address));
         start_guests(address);
         if (options_.scenario && !ended_) {
             player_ = std::make_unique<ScenarioPlayer>(
-                scenario_, *camera_, story_, *event_, *reaper_,
+                scenario_, *camera_, event_log_, *event_, *reaper_,
                 [this](ExitCode code, const std::string& sentence) { end(code, sentence); });
             player_->start();
         }
         const int status = check(sd_event_loop(event_.get()), "sd_event_loop");
         keeper_.notify("STOPPING=1");
-        if (status == static_cast<int>(ExitCode::threw))
-            end(ExitCode::threw, "ended by the internal error above");
+        if (status == static_cast<int>(ExitCode::software))
+            end(ExitCode::software, "ended by the internal error above");
         player_.reset();
         camera_->go_down();
     }
 
     void start_guests(const std::string& address) {
         try {
-            for (const std::vector<std::string>& command : options_.guests)
-                guests_->start(command, address);
+            for (const std::vector<std::string>& command : options_.children)
+                children_->start(command, address);
         } catch (const Failure& failure) {
             // Those that run already are to end in peace.
             end(failure.code(), failure.what());
@@ -183,7 +183,7 @@ class Session {
             sources_.emplace_back(source);
         }
         reaper_ = std::make_unique<Reaper>(*event_, [this] { child_ended(); });
-        guests_ = std::make_unique<Guests>(
+        children_ = std::make_unique<Children>(
             *reaper_,
             [this](const std::string& program, int status) { guest_ended(program, status); });
     }
@@ -231,7 +231,7 @@ class Session {
             return;
         code_ = code;
         sentence_ = sentence;
-        // The guests still find the bus and the services while they stop.
+        // The programs still find the bus and the services while they stop.
         reaper_->ask_to_end();
         if (!reaper_->any())
             sd_event_exit(event_.get(), 0);
@@ -245,7 +245,7 @@ class Session {
             "'" + program + "' ended with exit code " + std::to_string(status);
         if (!ended_ && status != 0) {
             end(ExitCode{status}, ended);
-        } else if (!ended_ && !guests_->running()) {
+        } else if (!ended_ && !children_->running()) {
             if (options_.scenario)
                 end(ExitCode::expectation_failed, ended + ", before the scenario did");
             else
@@ -259,7 +259,7 @@ class Session {
     void child_ended() {
         // What they said last is still with the daemon: the services are to hear it.
         if (ended_ && !reaper_->any())
-            farewell_.once(farewell_time, [this] { sd_event_exit(event_.get(), 0); });
+            farewell_.once(shutdown_grace, [this] { sd_event_exit(event_.get(), 0); });
     }
 
     const RunOptions& options_;
@@ -268,14 +268,14 @@ class Session {
     common::EventPtr event_;
     std::vector<common::EventSourcePtr> sources_;
     std::unique_ptr<common::PrivateBus> private_bus_;
-    Story story_;
+    EventLog event_log_;
     Scenario scenario_;
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
     std::unique_ptr<Reaper> reaper_;
     std::unique_ptr<ScenarioPlayer> player_;
     Timers farewell_{*event_};
-    std::unique_ptr<Guests> guests_;
+    std::unique_ptr<Children> children_;
     bool ended_ = false;
     ExitCode code_ = ExitCode::done;
     std::string sentence_;

@@ -24,14 +24,14 @@ struct RunOptions {
     Format format = Format::text;
     common::ColorChoice color = common::ColorChoice::automatic;
     std::vector<std::vector<std::string>>
-        guests{};  ///< programs, with arguments, to run on the bus
+        children{};  ///< programs, with arguments, to run on the bus
 };
 
-/// Plays the camera until a signal, the end of the scenario, the loss of the bus, or until a guest
-/// program ends with a failure or the last one without. Guests that still run are asked to end
-/// before the camera does.
-/// @returns `done`, the exit code of the first guest that has failed, or `misconfigured` after the
-/// mistakes of the files
+/// Plays the camera until a signal, the end of the scenario, the loss of the bus, or until a
+/// program program ends with a failure or the last one without. Children that still run are asked
+/// to end before the camera does.
+/// @returns `done`, the exit code of the first program that has failed, or `misconfigured` after
+/// the mistakes of the files
 ///          were printed on stderr.
 /// @throws common::Failure for everything else, with a sentence.
 [[nodiscard]] common::ExitCode run_camera(const RunOptions& options);

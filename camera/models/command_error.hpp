@@ -14,10 +14,10 @@ namespace camera {
 inline constexpr std::size_t longest_refusal = 1000;
 
 /// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
-class BusRefusal : public std::runtime_error {
+class DBusError : public std::runtime_error {
   public:
     /// `name` is the D-Bus error name, `sentence` its message.
-    BusRefusal(std::string name, const std::string& sentence)
+    DBusError(std::string name, const std::string& sentence)
         : std::runtime_error(common::shortened(sentence, longest_refusal)),
           name_(std::move(name)) {}
 
@@ -29,9 +29,9 @@ class BusRefusal : public std::runtime_error {
 
 /// The camera's answer to an order that makes no sense (an unknown sensor, say). `what()` is one
 /// sentence with the help behind it; a file reader shows sentence and help apart.
-class Refusal : public std::runtime_error {
+class CommandError : public std::runtime_error {
   public:
-    explicit Refusal(std::string sentence, std::string help = {})
+    explicit CommandError(std::string sentence, std::string help = {})
         : std::runtime_error(common::shortened(common::with_help(sentence, help), longest_refusal)),
           sentence_(common::shortened(sentence, longest_refusal)),
           help_(std::move(help)) {}

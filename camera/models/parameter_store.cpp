@@ -26,7 +26,7 @@ std::vector<ParameterUpdate> parts_of(std::string_view query) {
         query.remove_prefix(std::min(query.size(), part.size() + 1));
         const std::size_t equals = part.find('=');
         if (equals == std::string_view::npos)
-            throw Refusal("'" + std::string(part) + "' in the request has no '='");
+            throw CommandError("'" + std::string(part) + "' in the request has no '='");
         parts.emplace_back(decoded(part.substr(0, equals)), decoded(part.substr(equals + 1)));
     }
     return parts;
@@ -37,12 +37,12 @@ std::vector<ParameterUpdate> updates_of(std::string_view query) {
     std::vector<ParameterUpdate> parts = parts_of(query);
     const auto action = std::ranges::find(parts, "action", &ParameterUpdate::first);
     if (action == parts.end())
-        throw Refusal("the request has no 'action'");
+        throw CommandError("the request has no 'action'");
     if (action->second != "update")
-        throw Refusal("the camera knows no action '" + action->second + "', 'update' it does");
+        throw CommandError("the camera knows no action '" + action->second + "', 'update' it does");
     parts.erase(action);
     if (parts.empty())
-        throw Refusal("the request names no parameter to update");
+        throw CommandError("the request names no parameter to update");
     return parts;
 }
 
@@ -64,8 +64,8 @@ const Parameter& ParameterStore::by_name(std::string_view name) const {
     std::vector<std::string> known;
     for (const Parameter& parameter : parameters_)
         known.push_back(parameter.name);
-    throw Refusal("the camera has no parameter '" + std::string(name) + "'",
-                  common::did_you_mean(name, known));
+    throw CommandError("the camera has no parameter '" + std::string(name) + "'",
+                       common::did_you_mean(name, known));
 }
 
 void ParameterStore::check(std::string_view name, const std::string& value) const {
@@ -75,7 +75,8 @@ void ParameterStore::check(std::string_view name, const std::string& value) cons
     std::string choices;
     for (const std::string& choice : parameter.choices)
         choices.append(choices.empty() ? "" : " or ").append(choice);
-    throw Refusal("'" + value + "' is no value of '" + parameter.name + "', which is " + choices);
+    throw CommandError("'" + value + "' is no value of '" + parameter.name + "', which is " +
+                       choices);
 }
 
 void ParameterStore::set(std::string_view name, const std::string& value) {
@@ -85,12 +86,12 @@ void ParameterStore::set(std::string_view name, const std::string& value) {
 
 std::vector<ParameterUpdate> ParameterStore::request(std::string_view type, std::string_view url) {
     if (type != "GET")
-        throw Refusal("the camera serves requests of the type GET, not '" + std::string(type) +
-                      "'");
+        throw CommandError("the camera serves requests of the type GET, not '" + std::string(type) +
+                           "'");
     const std::string_view path = url.substr(0, url.find('?'));
     if (path != update_path)
-        throw Refusal("the camera serves '" + std::string(update_path) + "', not '" +
-                      std::string(path) + "'");
+        throw CommandError("the camera serves '" + std::string(update_path) + "', not '" +
+                           std::string(path) + "'");
     const std::vector<ParameterUpdate> updates =
         updates_of(url.substr(std::min(url.size(), path.size() + 1)));
     for (const auto& [name, value] : updates)

@@ -26,17 +26,17 @@ class ParameterStore {
     /// `channels` is at least 1.
     explicit ParameterStore(int channels);
 
-    /// @throws Refusal, with the nearest name, where there is none.
+    /// @throws CommandError, with the nearest name, where there is none.
     [[nodiscard]] const Parameter& by_name(std::string_view name) const;
-    /// @throws Refusal where the parameter cannot be that.
+    /// @throws CommandError where the parameter cannot be that.
     void check(std::string_view name, const std::string& value) const;
-    /// @throws Refusal as `by_name` and `check`.
+    /// @throws CommandError as `by_name` and `check`.
     void set(std::string_view name, const std::string& value);
 
     /// Answers a request such as a GET of "/tarlo-cgi/param.cgi?action=update&NAME=VALUE", which
     /// may update several parameters; %XX and + stand for other bytes, as in every query. Returns
     /// what was set, in the order of the request.
-    /// @throws Refusal, having changed nothing, with a sentence that says what is wrong.
+    /// @throws CommandError, having changed nothing, with a sentence that says what is wrong.
     std::vector<ParameterUpdate> request(std::string_view type, std::string_view url);
 
   private:

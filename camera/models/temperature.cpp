@@ -60,9 +60,11 @@ std::vector<TemperatureNotice> TemperatureModel::set(std::string_view name, doub
         if (registration.sensor_id != sensor->id)
             continue;
         const bool signals =
-            std::visit([&](auto& wish) { return wish.update(temperature); }, registration.wish);
+            std::visit([&](auto& subscription) { return subscription.update(temperature); },
+                       registration.subscription);
         if (signals) {
-            const bool change = std::holds_alternative<ChangeRegistration>(registration.wish);
+            const bool change =
+                std::holds_alternative<ChangeRegistration>(registration.subscription);
             due.push_back(
                 {change ? TemperatureNotice::Kind::change : TemperatureNotice::Kind::limit, id,
                  temperature});
@@ -81,8 +83,8 @@ std::pair<std::int32_t, bool> TemperatureModel::register_limit(std::string owner
                                                                std::int32_t sensor_id, double limit,
                                                                bool rising) {
     const Sensor& sensor = sensor_with(sensor_id);
-    const LimitRegistration wish(limit, rising, sensor.temperature);
-    return {add({std::move(owner), sensor_id, wish}), wish.beyond()};
+    const LimitRegistration subscription(limit, rising, sensor.temperature);
+    return {add({std::move(owner), sensor_id, subscription}), subscription.beyond()};
 }
 
 std::size_t TemperatureModel::drop_owner(std::string_view owner) {

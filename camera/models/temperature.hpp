@@ -19,7 +19,7 @@ struct Sensor {
     double temperature = 0.0;
 };
 
-/// One client's wish to hear of changes of at least `delta`.
+/// One client's subscription to hear of changes of at least `delta`.
 class ChangeRegistration {
   public:
     /// The temperature at registration counts as reported. With a `delta` of 0, below 0 or NaN
@@ -39,7 +39,7 @@ class ChangeRegistration {
     double reported_;
 };
 
-/// One client's wish to hear when a limit is crossed in one direction.
+/// One client's subscription to hear when a limit is crossed in one direction.
 ///
 /// A temperature is above a limit when it is greater, and not above it when it is equal or less:
 /// so it is beyond each limit in exactly one of the two directions. A NaN lies on no side: it
@@ -70,7 +70,7 @@ class LimitRegistration {
 struct Registration {
     std::string owner;  ///< unique name of the client
     std::int32_t sensor_id;
-    std::variant<ChangeRegistration, LimitRegistration> wish;
+    std::variant<ChangeRegistration, LimitRegistration> subscription;
 };
 
 /// A signal that is due.

@@ -25,7 +25,7 @@ std::vector<std::string> environment_with(const std::string& bus_address) {
 
 }  // namespace
 
-Guest::Guest(Reaper& reaper, const std::vector<std::string>& command,
+Child::Child(Reaper& reaper, const std::vector<std::string>& command,
              const std::string& bus_address, std::function<void(int)> ended)
     : reaper_(reaper) {
     try {
@@ -40,7 +40,7 @@ Guest::Guest(Reaper& reaper, const std::vector<std::string>& command,
     });
 }
 
-Guest::~Guest() {
+Child::~Child() {
     if (pid_ == 0)
         return;
     reaper_.forget(pid_);

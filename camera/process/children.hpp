@@ -9,14 +9,14 @@
 
 namespace camera {
 
-/// The guests of one camera. They are killed, where they still run, with this object.
-class Guests {
+/// The programs of one camera. They are killed, where they still run, with this object.
+class Children {
   public:
-    /// `ended` is called from the loop with each guest's program and exit code.
-    Guests(Reaper& reaper, std::function<void(const std::string& program, int status)> ended)
+    /// `ended` is called from the loop with each program's program and exit code.
+    Children(Reaper& reaper, std::function<void(const std::string& program, int status)> ended)
         : reaper_(reaper), ended_(std::move(ended)) {}
 
-    /// Starts one more, as the constructor of Guest does.
+    /// Starts one more, as the constructor of Child does.
     /// @throws common::Failure (unreadable) when the program cannot be started.
     void start(const std::vector<std::string>& command, const std::string& bus_address);
     /// Whether any runs still.
@@ -25,7 +25,7 @@ class Guests {
   private:
     Reaper& reaper_;
     std::function<void(const std::string&, int)> ended_;
-    std::vector<std::unique_ptr<Guest>> guests_;
+    std::vector<std::unique_ptr<Child>> children_;
 };
 
 }  // namespace camera

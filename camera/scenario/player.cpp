@@ -33,11 +33,11 @@ Overloaded(Each...) -> Overloaded<Each...>;
 
 }  // namespace
 
-ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, Story& story,
+ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, EventLog& event_log,
                                sd_event& event, Reaper& reaper, Ended ended)
     : scenario_(scenario),
       camera_(camera),
-      story_(story),
+      event_log_(event_log),
       reaper_(reaper),
       ended_(std::move(ended)),
       ramps_(
@@ -72,7 +72,7 @@ void ScenarioPlayer::schedule_step() {
 }
 
 void ScenarioPlayer::begin_step() {
-    story_.step(step_ + 1, where());
+    event_log_.step(step_ + 1, location());
     action_ = 0;
     guarded([this] { go_on(); });
 }
@@ -89,7 +89,7 @@ void ScenarioPlayer::go_on() {
 bool ScenarioPlayer::done(const Action& action) {
     bool over = true;
     std::visit(Overloaded{
-                   [this](const Say& say) { story_.say(step_ + 1, say.text); },
+                   [this](const Say& say) { event_log_.say(step_ + 1, say.text); },
                    [this](const SetValue& set) {
                        ramps_.cancel(set.name);
                        camera_.set(set.name, set.text);
@@ -127,7 +127,7 @@ bool ScenarioPlayer::done(const Action& action) {
                            common::Json calls = common::Json::array();
                            for (const CallRecord& call : calls_)
                                calls.push_back(call_text(call));
-                           story_.expectation(step_ + 1, where(), expected, false, calls);
+                           event_log_.expectation(step_ + 1, location(), expected, false, calls);
                            fail(common::ExitCode::expectation_failed,
                                 "expected " + expected + "; " + calls_text());
                        });
@@ -138,7 +138,7 @@ bool ScenarioPlayer::done(const Action& action) {
 }
 
 void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
-    program_ = std::make_unique<Guest>(
+    program_ = std::make_unique<Child>(
         reaper_, command, camera_.address(),
         [this, program = command.front()](int status) { program_ended(program, status); });
     deadline_.once(program_patience, [this, program = command.front()] {
@@ -201,7 +201,7 @@ bool ScenarioPlayer::met(const Expectation& expectation) {
     const auto* state = std::get_if<ExpectedState>(&expectation.what);
     const bool is_met = call != nullptr ? met(*call) : camera_.value(state->name) == state->is;
     if (is_met)
-        story_.expectation(step_ + 1, where(), expectation.description(), true, {});
+        event_log_.expectation(step_ + 1, location(), expectation.description(), true, {});
     return is_met;
 }
 
@@ -232,7 +232,7 @@ std::string ScenarioPlayer::calls_text() const {
 void ScenarioPlayer::guarded(const std::function<void()>& what) {
     try {
         what();
-    } catch (const Refusal& refusal) {
+    } catch (const CommandError& refusal) {
         fail(common::ExitCode::expectation_failed, refusal.what());
     } catch (const common::Failure& failure) {
         fail(failure.code(), failure.what());
@@ -244,12 +244,12 @@ void ScenarioPlayer::fail(common::ExitCode code, const std::string& sentence) {
     deadline_.clear();
     awaited_ = nullptr;
     if (ended_)
-        std::exchange(ended_, nullptr)(code, where() + ": " + sentence);
+        std::exchange(ended_, nullptr)(code, location() + ": " + sentence);
 }
 
-std::string ScenarioPlayer::where() const {
+std::string ScenarioPlayer::location() const {
     const std::size_t step = std::min(step_, scenario_.steps.size() - 1);
-    const common::Position place = scenario_.steps[step].where;
+    const common::SourceLocation place = scenario_.steps[step].location;
     return scenario_.file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 

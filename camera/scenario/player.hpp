@@ -30,8 +30,8 @@ class ScenarioPlayer {
     /// the sentence that says what went wrong.
     using Ended = std::function<void(common::ExitCode code, const std::string& sentence)>;
 
-    /// Camera, story, event and reaper must outlive the player, which observes the camera.
-    ScenarioPlayer(const Scenario& scenario, Camera& camera, Story& story, sd_event& event,
+    /// Camera, event log, event and reaper must outlive the player, which observes the camera.
+    ScenarioPlayer(const Scenario& scenario, Camera& camera, EventLog& event_log, sd_event& event,
                    Reaper& reaper, Ended ended);
     ~ScenarioPlayer() { camera_.set_observers({}); }
     ScenarioPlayer(const ScenarioPlayer&) = delete;
@@ -64,11 +64,11 @@ class ScenarioPlayer {
     /// Runs `what`; where a verb refuses, the scenario fails at the current step.
     void guarded(const std::function<void()>& what);
     void fail(common::ExitCode code, const std::string& sentence);
-    [[nodiscard]] std::string where() const;
+    [[nodiscard]] std::string location() const;
 
     const Scenario& scenario_;
     Camera& camera_;
-    Story& story_;
+    EventLog& event_log_;
     Reaper& reaper_;
     Ended ended_;
     Ramps ramps_;
@@ -79,7 +79,7 @@ class ScenarioPlayer {
     std::size_t step_ = 0;
     std::size_t action_ = 0;
     const Expectation* awaited_ = nullptr;
-    std::unique_ptr<Guest> program_;  // the last one that was run
+    std::unique_ptr<Child> program_;  // the last one that was run
     std::deque<CallRecord> calls_;    // that no expectation has used up
 };
 

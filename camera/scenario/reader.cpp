@@ -16,9 +16,10 @@ void check_order(const std::vector<Step>& steps, common::Diagnostics& diagnostic
         if (!step.at)
             continue;
         if (*step.at < latest)
-            diagnostics.error(
-                step.where, "this step is at " + common::Json(step.at->count()).dump() +
-                                " s, behind one at " + common::Json(latest.count()).dump() + " s");
+            diagnostics.error(step.location, "this step is at " +
+                                                 common::Json(step.at->count()).dump() +
+                                                 " s, behind one at " +
+                                                 common::Json(latest.count()).dump() + " s");
         latest = std::max(latest, *step.at);
     }
 }

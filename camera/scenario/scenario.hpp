@@ -59,7 +59,7 @@ struct Press {
 };
 
 /// Runs a program on the camera's bus and waits until it has ended, well and within 30 s: a client
-/// that is part of the story, such as `fenwa write`.
+/// that is part of the event log, such as `fenwa write`.
 struct RunProgram {
     std::vector<std::string> command;  ///< program, looked up in PATH, and arguments; not empty
 };
@@ -91,7 +91,7 @@ using Action = std::variant<Say, SetValue, Ramp, ServiceOrder, SetFault, ClearFa
 
 /// What happens at one time, in the order in which it stands in the file.
 struct Step {
-    common::Position where;
+    common::SourceLocation location;
     std::optional<Seconds> at;     ///< since the scenario began
     std::optional<Seconds> after;  ///< since the step before was done
     std::vector<Action> actions;

@@ -20,10 +20,10 @@ std::string value_text(const Json& value) {
 
 Step StepReader::read(const toml::node& node) {
     Step step;
-    step.where = common::position(node);
+    step.location = common::position(node);
     const toml::table* table = node.as_table();
     if (table == nullptr) {
-        diagnostics_.error(step.where,
+        diagnostics_.error(step.location,
                            "a step must be a table, not " + std::string(common::kind_of(node)));
         return step;
     }
@@ -41,7 +41,7 @@ void StepReader::read_times(common::TableReader& reader, Step& step) {
     step.at = time(reader, "at");
     step.after = time(reader, "after");
     if (step.at && step.after)
-        diagnostics_.error(reader.where("after"), "a step has either 'at' or 'after', not both");
+        diagnostics_.error(reader.location("after"), "a step has either 'at' or 'after', not both");
 }
 
 void StepReader::read_action(const std::string& key, common::TableReader& reader, Step& step) {
@@ -65,7 +65,7 @@ void StepReader::read_action(const std::string& key, common::TableReader& reader
             read_fail(*table, step);
     } else if (key == "clear") {
         const auto target = reader.string(key);
-        if (target && passes(reader.where(key), [&] { camera_.check_fault_target(*target); }))
+        if (target && passes(reader.location(key), [&] { camera_.check_fault_target(*target); }))
             step.actions.emplace_back(ClearFault{*target});
     } else if (key == "press") {
         // Buttons come and go while the camera runs, so the name cannot be checked here.
@@ -82,7 +82,7 @@ void StepReader::read_action(const std::string& key, common::TableReader& reader
 void StepReader::read_order(ServiceOrder::Verb verb, const std::string& key,
                             common::TableReader& reader, Step& step) {
     const auto service = reader.string(key);
-    if (service && passes(reader.where(key), [&] { camera_.check_service(*service); }))
+    if (service && passes(reader.location(key), [&] { camera_.check_service(*service); }))
         step.actions.emplace_back(ServiceOrder{verb, *service});
 }
 
@@ -92,7 +92,7 @@ void StepReader::read_set(const toml::table& table, Step& step) {
         if (!value)
             return;
         const std::string text = value_text(*value);
-        if (passes(entry.where, [&] { (void)camera_.check_value(name, text); }))
+        if (passes(entry.location, [&] { (void)camera_.check_value(name, text); }))
             step.actions.emplace_back(SetValue{name, text});
     });
 }
@@ -107,12 +107,12 @@ void StepReader::read_ramp(const toml::table& table, Step& step) {
             return;
         const auto target = entry.value->value<double>();
         if (!target || !std::isfinite(*target)) {
-            diagnostics_.error(entry.where, "a ramp leads to a finite number");
+            diagnostics_.error(entry.location, "a ramp leads to a finite number");
             return;
         }
-        const bool known = passes(entry.where, [&] {
+        const bool known = passes(entry.location, [&] {
             if (!camera_.check_value(name, Json(*target).dump()).is_number())
-                throw Refusal("'" + name + "' is not a number and cannot move");
+                throw CommandError("'" + name + "' is not a number and cannot move");
         });
         if (known && over)
             step.actions.emplace_back(Ramp{name, *target, *over});
@@ -129,7 +129,7 @@ void StepReader::read_fail(const toml::table& table, Step& step) {
             right = false;
     }
     const FaultRule rule =
-        fault_rule_from(options, [&](const std::string& key, const Refusal& mistake) {
+        fault_rule_from(options, [&](const std::string& key, const CommandError& mistake) {
             // How the options go together is no matter where one of them could not be read.
             if (key.empty() && !right)
                 return;
@@ -156,7 +156,7 @@ void StepReader::read_run(common::TableReader& reader, Step& step) {
         run.command.push_back(word.as_string()->get());
     }
     if (run.command.empty() || run.command.front().empty())
-        diagnostics_.error(reader.where("run"), "'run' needs a program");
+        diagnostics_.error(reader.location("run"), "'run' needs a program");
     else
         step.actions.emplace_back(std::move(run));
 }
@@ -174,9 +174,9 @@ void StepReader::read_expectation(const toml::table& table, Step& step) {
     else if (state)
         expected_state = read_state(*state, reader);
     if (call && state)
-        diagnostics_.error(reader.where("state"), "an expectation has either 'call' or 'state'");
+        diagnostics_.error(reader.location("state"), "an expectation has either 'call' or 'state'");
     else if (!table.contains("call") && !table.contains("state"))
-        diagnostics_.error(reader.where(), "an expectation needs 'call' or 'state'");
+        diagnostics_.error(reader.location(), "an expectation needs 'call' or 'state'");
     reader.report_unknown_keys();
     if (expected_call)
         expectation.what = *expected_call;
@@ -195,7 +195,7 @@ std::optional<ExpectedCall> StepReader::read_call(const std::string& target,
     if (const toml::array* arguments = reader.array("arguments"))
         call.arguments = json(*arguments);
     const bool known =
-        passes(reader.where("call"), [&] { camera_.check_method(call.service, call.member); });
+        passes(reader.location("call"), [&] { camera_.check_method(call.service, call.member); });
     return known ? std::optional(call) : std::nullopt;
 }
 
@@ -210,7 +210,7 @@ std::optional<ExpectedState> StepReader::read_state(const std::string& name,
     if (!value)
         return std::nullopt;
     std::optional<ExpectedState> expected;
-    (void)passes(reader.where("state"), [&] {
+    (void)passes(reader.location("state"), [&] {
         // The value as the camera would show it: 71 and 71.0 are the same temperature.
         expected = ExpectedState{name, camera_.check_state(name, value_text(*value))};
     });
@@ -227,12 +227,12 @@ void StepReader::each_value(const toml::table& table, const std::string& prefix,
     }
 }
 
-bool StepReader::passes(common::Position where, const std::function<void()>& check) {
+bool StepReader::passes(common::SourceLocation location, const std::function<void()>& check) {
     try {
         check();
         return true;
-    } catch (const Refusal& refusal) {
-        diagnostics_.error(where, refusal.sentence(), refusal.help());
+    } catch (const CommandError& refusal) {
+        diagnostics_.error(location, refusal.sentence(), refusal.help());
         return false;
     }
 }
@@ -243,7 +243,7 @@ std::optional<Seconds> StepReader::time(common::TableReader& reader, std::string
         return std::nullopt;
     // Written so that NaN is refused as well.
     if (!(*number >= 0.0 && *number <= max_scenario_time.count())) {
-        diagnostics_.error(reader.where(key), "'" + std::string(key) +
+        diagnostics_.error(reader.location(key), "'" + std::string(key) +
                                                   "' is a time in seconds from 0 to " +
                                                   Json(max_scenario_time.count()).dump());
         return std::nullopt;

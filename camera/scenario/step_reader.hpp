@@ -41,7 +41,7 @@ class StepReader {
     /// and means the same as `"temperature.main" = 1`.
     static void each_value(const toml::table& table, const std::string& prefix, const Visit& visit);
     /// Makes the camera's refusal of a check a diagnostic; true when there is none.
-    bool passes(common::Position where, const std::function<void()>& check);
+    bool passes(common::SourceLocation location, const std::function<void()>& check);
     /// A time in seconds, at least 0.
     std::optional<Seconds> time(common::TableReader& reader, std::string_view key);
     std::optional<common::Json> json(const toml::node& node);

@@ -1,4 +1,4 @@
-// What a service does with the messages that come: story, faults, refusals.
+// What a service does with the messages that come: event log, faults, refusals.
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -44,14 +44,14 @@ int Service::on_message(sd_bus_message& message) {
 void Service::begin_call(sd_bus_message& call) {
     const CallRecord record{name_, text_or_empty(sd_bus_message_get_member(&call)), body_json(call),
                             text_or_empty(sd_bus_message_get_sender(&call))};
-    around_.story.call(record);
-    around_.called(record);
+    context_.event_log.call(record);
+    context_.called(record);
     fault_ = {};
     malformed_reply_.reset();
     afterwards_ = nullptr;
 }
 
-int Service::refuse(sd_bus_message& call, const BusRefusal& refusal) {
+int Service::refuse(sd_bus_message& call, const DBusError& refusal) {
     send_reply(call, new_error(call, refusal.name(), refusal.what()), {});
     return 1;
 }
@@ -61,11 +61,11 @@ int Service::on_call(sd_bus_message& call) {
     const sd_bus_vtable* method = nullptr;
     try {
         method = &method_for(call);
-    } catch (const BusRefusal& refusal) {
+    } catch (const DBusError& refusal) {
         return refuse(call, refusal);
     }
     return with_fault(
-        call, around_.faults.take(name_, method->x.method.member).value_or(Fault{}),
+        call, context_.faults.take(name_, method->x.method.member).value_or(Fault{}),
         [&] {
             return with_wrong_body(common::new_reply(call),
                                    text_or_empty(method->x.method.result).c_str());
@@ -78,20 +78,20 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
     PropertyCall asked{};
     try {
         asked = read_property_call(call, object);
-    } catch (const BusRefusal& refusal) {
+    } catch (const DBusError& refusal) {
         return refuse(call, refusal);
     }
     // A rule for a property goes ahead of one for the method that reads it.
     const sd_bus_vtable* hit = nullptr;
     std::optional<Fault> fault;
     for (const sd_bus_vtable* property : asked.properties) {
-        if ((fault = around_.faults.take(name_, property->x.property.member))) {
+        if ((fault = context_.faults.take(name_, property->x.property.member))) {
             hit = property;
             break;
         }
     }
     if (!fault)
-        fault = around_.faults.take(name_, sd_bus_message_get_member(&call));
+        fault = context_.faults.take(name_, sd_bus_message_get_member(&call));
 
     const auto right = [&](sd_bus_message& reply, const sd_bus_vtable& property) {
         append_right_value(reply, object, property, this);
@@ -158,21 +158,21 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
             served = &object;
     }
     if (!path_known)
-        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no object '" + path + "'.");
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no object '" + path + "'.");
     if (served == nullptr)
-        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_INTERFACE,
-                         "'" + path + "' has no interface '" + interface + "'.");
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_INTERFACE,
+                        "'" + path + "' has no interface '" + interface + "'.");
     const sd_bus_vtable* method = find_method(*served, member);
     if (method == nullptr)
-        throw BusRefusal(
+        throw DBusError(
             SD_BUS_ERROR_UNKNOWN_METHOD,
             with_hint("There is no method '" + member + "'",
                       common::did_you_mean(member, names_of(*served, MemberKind::method))));
     const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
     const std::string wanted = text_or_empty(method->x.method.signature);
     if (signature != wanted)
-        throw BusRefusal(SD_BUS_ERROR_INVALID_ARGS,
-                         member + " takes '" + wanted + "', not '" + signature + "'.");
+        throw DBusError(SD_BUS_ERROR_INVALID_ARGS,
+                        member + " takes '" + wanted + "', not '" + signature + "'.");
     return *method;
 }
 
@@ -182,7 +182,7 @@ int Service::answer(sd_bus_message& call, const std::function<MessagePtr()>& met
         MessagePtr reply;
         try {
             reply = method();
-        } catch (const BusRefusal& refusal) {
+        } catch (const DBusError& refusal) {
             reply = new_error(call, refusal.name(), refusal.what());
         }
         if (malformed_reply_)

@@ -39,16 +39,16 @@ std::string brief(const Json& arguments) {
 
 }  // namespace
 
-Story::Story(std::FILE* out, Format format, bool color, std::function<void(int)> broken)
+EventLog::EventLog(std::FILE* out, Format format, bool color, std::function<void(int)> broken)
     : out_(out), format_(format), palette_(color), broken_(std::move(broken)) {}
 
-double Story::seconds() const {
+double EventLog::seconds() const {
     const std::chrono::duration<double> since = std::chrono::steady_clock::now() - start_;
     return std::round(since.count() * 1e6) / 1e6;
 }
 
-void Story::write(std::string_view event, const Json& fields, const std::string& subject,
-                  std::string_view color, const std::string& sentence) {
+void EventLog::write(std::string_view event, const Json& fields, const std::string& subject,
+                     std::string_view color, const std::string& sentence) {
     std::string line;
     if (format_ == Format::json) {
         Json object = {{"event", event}, {"time", seconds()}};
@@ -73,27 +73,27 @@ void Story::write(std::string_view event, const Json& fields, const std::string&
         std::exchange(broken_, nullptr)(errno);
 }
 
-void Story::ready(const std::string& bus, const std::vector<std::string>& services) {
+void EventLog::ready(const std::string& bus, const std::vector<std::string>& services) {
     write(
         "ready", {{"bus", bus}, {"services", services}}, "", palette_.green,
         "ready on " + bus + (services.empty() ? ", no services" : ", services: " + join(services)));
 }
 
-void Story::service_up(const std::string& service, const std::vector<std::string>& bus_names,
-                       const std::string& unique_name) {
+void EventLog::service_up(const std::string& service, const std::vector<std::string>& bus_names,
+                          const std::string& unique_name) {
     write("service",
           {{"service", service}, {"state", "up"}, {"name", unique_name}, {"bus_names", bus_names}},
           service, "", "up as " + join(bus_names) + " (" + unique_name + ")");
 }
 
-void Story::service_down(const std::string& service, const std::string& why) {
+void EventLog::service_down(const std::string& service, const std::string& why) {
     Json fields = {{"service", service}, {"state", "down"}};
     if (!why.empty())
         fields["why"] = why;
     write("service", fields, service, "", why.empty() ? "down" : "down: " + why);
 }
 
-void Story::call(const CallRecord& call) {
+void EventLog::call(const CallRecord& call) {
     write("call",
           {{"service", call.service},
            {"member", call.member},
@@ -103,16 +103,16 @@ void Story::call(const CallRecord& call) {
           call.sender + " calls " + call.member + "(" + brief(call.arguments) + ")");
 }
 
-void Story::reply(const std::string& service, const std::string& member,
-                  const std::string& receiver, const Json& values) {
+void EventLog::reply(const std::string& service, const std::string& member,
+                     const std::string& receiver, const Json& values) {
     write("reply",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
           service, "", "answers " + receiver + ", " + member + ": (" + brief(values) + ")");
 }
 
-void Story::error_reply(const std::string& service, const std::string& member,
-                        const std::string& receiver, const std::string& name,
-                        const std::string& message) {
+void EventLog::error_reply(const std::string& service, const std::string& member,
+                           const std::string& receiver, const std::string& name,
+                           const std::string& message) {
     write("reply",
           {{"service", service},
            {"member", member},
@@ -123,13 +123,14 @@ void Story::error_reply(const std::string& service, const std::string& member,
           "refuses " + receiver + ", " + member + ": " + name + ": " + message);
 }
 
-void Story::signal(const std::string& service, const std::string& member, const Json& arguments) {
+void EventLog::signal(const std::string& service, const std::string& member,
+                      const Json& arguments) {
     write("signal", {{"service", service}, {"member", member}, {"arguments", arguments}}, service,
           "", "signals " + member + "(" + brief(arguments) + ")");
 }
 
-void Story::call_out(const std::string& service, const std::string& member,
-                     const std::string& receiver, const Json& arguments) {
+void EventLog::call_out(const std::string& service, const std::string& member,
+                        const std::string& receiver, const Json& arguments) {
     write("outgoing_call",
           {{"service", service},
            {"member", member},
@@ -138,16 +139,16 @@ void Story::call_out(const std::string& service, const std::string& member,
           service, "", "calls " + receiver + ", " + member + "(" + brief(arguments) + ")");
 }
 
-void Story::call_answered(const std::string& service, const std::string& member,
-                          const std::string& receiver, const Json& values) {
+void EventLog::call_answered(const std::string& service, const std::string& member,
+                             const std::string& receiver, const Json& values) {
     write("answer",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
           service, "", receiver + " answers " + member + ": (" + brief(values) + ")");
 }
 
-void Story::call_failed(const std::string& service, const std::string& member,
-                        const std::string& receiver, const std::string& name,
-                        const std::string& message) {
+void EventLog::call_failed(const std::string& service, const std::string& member,
+                           const std::string& receiver, const std::string& name,
+                           const std::string& message) {
     write("answer",
           {{"service", service},
            {"member", member},
@@ -158,53 +159,53 @@ void Story::call_failed(const std::string& service, const std::string& member,
           "the call of " + receiver + ", " + member + ", has failed: " + name + ": " + message);
 }
 
-void Story::registrations_dropped(const std::string& service, const std::string& client,
-                                  std::size_t count) {
+void EventLog::registrations_dropped(const std::string& service, const std::string& client,
+                                     std::size_t count) {
     write("dropped", {{"service", service}, {"client", client}, {"registrations", count}}, service,
           "",
           client + " has left the bus; registrations dropped with it: " + std::to_string(count));
 }
 
-void Story::value_set(const std::string& service, const std::string& name, const Json& value,
-                      const std::string& sentence) {
+void EventLog::value_set(const std::string& service, const std::string& name, const Json& value,
+                         const std::string& sentence) {
     write("set", {{"name", name}, {"value", value}}, service, palette_.bold, sentence);
 }
 
-void Story::pressed(const std::string& service, const std::string& button,
-                    const std::string& request) {
+void EventLog::pressed(const std::string& service, const std::string& button,
+                       const std::string& request) {
     write("press", {{"service", service}, {"button", button}, {"request", request}}, service,
           palette_.bold, "the button " + button + " is pressed: " + request);
 }
 
-void Story::text_expired(const std::string& service, const std::string& text) {
+void EventLog::text_expired(const std::string& service, const std::string& text) {
     write("expired", {{"service", service}, {"text", text}}, service, "",
           "the text " + common::json_line(text) + " has had its time");
 }
 
-void Story::fault(std::string_view state, const std::string& target, const std::string& what) {
+void EventLog::fault(std::string_view state, const std::string& target, const std::string& what) {
     write("fault", {{"state", state}, {"member", target}, {"what", what}}, "fault", palette_.yellow,
           target + ", " + std::string(state) + ": " + what);
 }
 
-void Story::step(std::size_t number, const std::string& where) {
+void EventLog::step(std::size_t number, const std::string& location) {
     if (format_ == Format::json)
-        write("step", {{"step", number}, {"where", where}}, "", "", {});
+        write("step", {{"step", number}, {"where", location}}, "", "", {});
 }
 
-void Story::say(std::size_t step, const std::string& text) {
+void EventLog::say(std::size_t step, const std::string& text) {
     write("say", {{"step", step}, {"text", text}}, "", palette_.green, text);
 }
 
-void Story::expectation(std::size_t step, const std::string& where, const std::string& expected,
-                        bool met, const Json& calls) {
-    Json fields = {{"step", step}, {"where", where}, {"expected", expected}, {"met", met}};
+void EventLog::expectation(std::size_t step, const std::string& location, const std::string& expected,
+                           bool met, const Json& calls) {
+    Json fields = {{"step", step}, {"where", location}, {"expected", expected}, {"met", met}};
     if (!met)
         fields["calls"] = calls;
     write("expectation", fields, "scenario", met ? palette_.green : palette_.red,
           (met ? "as expected: " : "expected, but did not come: ") + expected);
 }
 
-void Story::exit(common::ExitCode code) {
+void EventLog::exit(common::ExitCode code) {
     const int status = static_cast<int>(code);
     write("exit", {{"status", status}}, "", palette_.dim,
           "the end, with exit code " + std::to_string(status));

@@ -25,11 +25,11 @@ struct CallRecord {
 
 /// Tells on a stream what happens, one line an event, flushed at each: as text for people or as
 /// JSON for scripts, where every line has "event" and "time" (seconds since the start).
-class Story {
+class EventLog {
   public:
     /// `broken` is called when a line cannot be written (the reader has gone, the disk is full),
     /// with the errno, once.
-    Story(std::FILE* out, Format format, bool color, std::function<void(int)> broken);
+    EventLog(std::FILE* out, Format format, bool color, std::function<void(int)> broken);
 
     void ready(const std::string& bus, const std::vector<std::string>& services);
     /// `why` is empty where it came or went by itself or by an order.
@@ -65,10 +65,10 @@ class Story {
     /// `state`: "set", "applied", "spent" or "cleared"; `what` says what the rule does.
     void fault(std::string_view state, const std::string& target, const std::string& what);
     /// A step of a scenario begins; told in JSON only, as text it shows by what it does.
-    void step(std::size_t number, const std::string& where);
+    void step(std::size_t number, const std::string& location);
     void say(std::size_t step, const std::string& text);
     /// An expectation that was met, or that was not, with what came instead.
-    void expectation(std::size_t step, const std::string& where, const std::string& expected,
+    void expectation(std::size_t step, const std::string& location, const std::string& expected,
                      bool met, const common::Json& calls);
     void exit(common::ExitCode code);
 

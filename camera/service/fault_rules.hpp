@@ -55,7 +55,7 @@ inline constexpr std::chrono::milliseconds max_fault_delay = std::chrono::hours(
 void set_target(FaultRule& rule, const std::string& target);
 
 /// Told of each mistake in a rule's options; `key` is empty where they do not go together.
-using FaultMistake = std::function<void(const std::string& key, const Refusal& mistake)>;
+using FaultMistake = std::function<void(const std::string& key, const CommandError& mistake)>;
 
 /// Reads a rule from options: "member" (string), "error" (string), "malformed", "silent", "drop"
 /// (booleans), "delay" (milliseconds), "times", "probability", "seed". Each option that is

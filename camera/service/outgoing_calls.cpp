@@ -23,13 +23,13 @@ void OutgoingCalls::send(sd_bus& bus, const std::weak_ptr<Call>& handle, sd_bus_
     if (r < 0) {
         common::BusError error;
         sd_bus_error_set_errno(&error, r);
-        story_.call_failed(service_, call->member, call->receiver, error.error.name,
-                           std::strerror(-r));
+        event_log_.call_failed(service_, call->member, call->receiver, error.error.name,
+                               std::strerror(-r));
         remove(*call);
         return;
     }
     // Sending has sealed the message, so that it can be read like a received one.
-    story_.call_out(service_, call->member, call->receiver, body_json(message));
+    event_log_.call_out(service_, call->member, call->receiver, body_json(message));
 }
 
 void OutgoingCalls::forget(const std::weak_ptr<Call>& handle) {
@@ -47,7 +47,7 @@ int OutgoingCalls::on_answer(sd_bus_message* answer, void* userdata,
     try {
         call.owner->tell(call, *answer);
     } catch (const std::exception&) {
-        // An answer that cannot be read is none, and the story has no words for it.
+        // An answer that cannot be read is none, and the event log has no words for it.
     }
     call.owner->remove(call);
     return 0;
@@ -55,10 +55,10 @@ int OutgoingCalls::on_answer(sd_bus_message* answer, void* userdata,
 
 void OutgoingCalls::tell(const Call& call, sd_bus_message& answer) {
     if (const sd_bus_error* error = sd_bus_message_get_error(&answer))
-        story_.call_failed(service_, call.member, call.receiver, error->name,
-                           error->message == nullptr ? "" : error->message);
+        event_log_.call_failed(service_, call.member, call.receiver, error->name,
+                               error->message == nullptr ? "" : error->message);
     else
-        story_.call_answered(service_, call.member, call.receiver, body_json(answer));
+        event_log_.call_answered(service_, call.member, call.receiver, body_json(answer));
 }
 
 void OutgoingCalls::remove(const Call& call) {

@@ -24,9 +24,9 @@ class OutgoingCalls {
         common::SlotPtr slot{};  ///< null until it is sent
     };
 
-    /// `story` must outlive this object.
-    OutgoingCalls(std::string service, Story& story)
-        : service_(std::move(service)), story_(story) {}
+    /// `event log` must outlive this object.
+    OutgoingCalls(std::string service, EventLog& event_log)
+        : service_(std::move(service)), event_log_(event_log) {}
     OutgoingCalls(const OutgoingCalls&) = delete;
     OutgoingCalls& operator=(const OutgoingCalls&) = delete;
 
@@ -46,7 +46,7 @@ class OutgoingCalls {
     void remove(const Call& call);
 
     std::string service_;
-    Story& story_;
+    EventLog& event_log_;
     std::list<std::shared_ptr<Call>> calls_;
 };
 

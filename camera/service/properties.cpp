@@ -48,10 +48,10 @@ PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object
                                : member == "Set"    ? "ssv"
                                                     : "";
     if (wanted.empty())
-        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_METHOD, "There is no method '" + member + "'");
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_METHOD, "There is no method '" + member + "'");
     if (signature != wanted)
-        throw BusRefusal(SD_BUS_ERROR_INVALID_ARGS,
-                         member + " takes '" + wanted + "', not '" + signature + "'.");
+        throw DBusError(SD_BUS_ERROR_INVALID_ARGS,
+                        member + " takes '" + wanted + "', not '" + signature + "'.");
     const std::vector<std::string> known = names_of(object, MemberKind::property);
     if (member == "GetAll") {
         PropertyCall all{&object, {}, true};
@@ -63,12 +63,12 @@ PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object
     const sd_bus_vtable* property = find_property(object, name);
     if (property == nullptr) {
         const std::string hint = common::did_you_mean(name, known);
-        throw BusRefusal(SD_BUS_ERROR_UNKNOWN_PROPERTY,
-                         "There is no property '" + name + "'" + (hint.empty() ? "" : "; " + hint));
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_PROPERTY,
+                        "There is no property '" + name + "'" + (hint.empty() ? "" : "; " + hint));
     }
     if (member == "Set")
-        throw BusRefusal(SD_BUS_ERROR_PROPERTY_READ_ONLY,
-                         "The property '" + name + "' can be read only.");
+        throw DBusError(SD_BUS_ERROR_PROPERTY_READ_ONLY,
+                        "The property '" + name + "' can be read only.");
     return {&object, {property}, false};
 }
 

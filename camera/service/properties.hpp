@@ -27,7 +27,7 @@ struct PropertyCall {
                                                           std::span<const ServedObject> objects);
 
 /// What a call about the properties of `object` wants to read.
-/// @throws BusRefusal where there is nothing to be read.
+/// @throws DBusError where there is nothing to be read.
 [[nodiscard]] PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object);
 
 /// Appends the variant with a property's value, or one of another type.

@@ -47,7 +47,7 @@ void Service::send_reply(sd_bus_message& call, MessagePtr reply, std::chrono::mi
 
 bool Service::send_unasked(MessagePtr message, const MakeMessage& wrong, const SendMessage& send) {
     const Fault fault =
-        around_.faults.take(name_, sd_bus_message_get_member(message.get())).value_or(Fault{});
+        context_.faults.take(name_, sd_bus_message_get_member(message.get())).value_or(Fault{});
     switch (fault.effect) {
         case FaultEffect::none:
         case FaultEffect::error:  // refused for what is not answered when the rule is made
@@ -121,12 +121,13 @@ void Service::send_now(sd_bus_message& message, const std::string& member) {
     const common::Json body = body_json(message);
     const std::string receiver = text_or_empty(sd_bus_message_get_destination(&message));
     if (sd_bus_message_is_method_error(&message, nullptr) > 0) {
-        around_.story.error_reply(name_, member, receiver, sd_bus_message_get_error(&message)->name,
-                                  body.empty() ? "" : body[0].get<std::string>());
+        context_.event_log.error_reply(name_, member, receiver,
+                                       sd_bus_message_get_error(&message)->name,
+                                       body.empty() ? "" : body[0].get<std::string>());
     } else if (receiver.empty()) {
-        around_.story.signal(name_, member, body);
+        context_.event_log.signal(name_, member, body);
     } else {
-        around_.story.reply(name_, member, receiver, body);
+        context_.event_log.reply(name_, member, receiver, body);
     }
 }
 
@@ -134,7 +135,7 @@ void Service::drop(std::chrono::milliseconds delay) {
     // From the loop, ahead of everything else: a connection cannot be closed in its own callback,
     // and nothing else may be answered in between.
     timers_.once(
-        delay, [this] { around_.drop(name_); }, SD_EVENT_PRIORITY_IMPORTANT);
+        delay, [this] { context_.drop(name_); }, SD_EVENT_PRIORITY_IMPORTANT);
 }
 
 }  // namespace camera

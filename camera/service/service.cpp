@@ -4,16 +4,16 @@
 
 namespace camera {
 
-Service::Service(std::string name, Surroundings& surroundings)
+Service::Service(std::string name, ServiceContext& surroundings)
     : name_(std::move(name)),
-      around_(surroundings),
+      context_(surroundings),
       timers_(surroundings.event),
-      outgoing_(name_, surroundings.story) {}
+      outgoing_(name_, surroundings.event_log) {}
 
 void Service::bring_up(const std::string& address) {
     if (is_up())
         return;
-    auto connection = std::make_unique<Connection>(around_.event, address, around_.lost);
+    auto connection = std::make_unique<Connection>(context_.event, address, context_.lost);
     sd_bus* bus = &connection->bus();
     std::vector<common::SlotPtr> slots;
     sd_bus_slot* slot = nullptr;
@@ -40,7 +40,7 @@ void Service::bring_up(const std::string& address) {
 
     connection_ = std::move(connection);
     slots_ = std::move(slots);
-    around_.story.service_up(name_, bus_names(), connection_->unique_name());
+    context_.event_log.service_up(name_, bus_names(), connection_->unique_name());
 }
 
 void Service::take_down(const std::string& why) {
@@ -51,7 +51,7 @@ void Service::take_down(const std::string& why) {
     slots_.clear();
     connection_.reset();
     forget();
-    around_.story.service_down(name_, why);
+    context_.event_log.service_down(name_, why);
 }
 
 std::string Service::unique_name() const {
@@ -86,7 +86,7 @@ common::Json Service::value(const std::string& name) const {
     const std::vector<Value> all = values();
     const auto it = std::ranges::find(all, name, &Value::name);
     if (it == all.end())
-        throw Refusal("there is no value '" + name + "'");
+        throw CommandError("there is no value '" + name + "'");
     return it->value;
 }
 
@@ -100,7 +100,7 @@ int Service::on_client_left(sd_bus_message& message) {
     common::check(sd_bus_message_read(&message, "s", &client), "sd_bus_message_read");
     afterwards_ = nullptr;
     if (const std::size_t count = client_left(client); count > 0)
-        around_.story.registrations_dropped(name_, client, count);
+        context_.event_log.registrations_dropped(name_, client, count);
     do_afterwards();
     return 0;
 }

@@ -25,9 +25,9 @@
 namespace camera {
 
 /// What a service has around it; all of it outlives the service.
-struct Surroundings {
+struct ServiceContext {
     sd_event& event;
-    Story& story;
+    EventLog& event_log;
     FaultRules& faults;
     std::function<void(const CallRecord&)> called;         ///< a method call has arrived
     std::function<void()> changed;                         ///< a value has changed by itself
@@ -45,7 +45,7 @@ struct Value {
 /// and restart as a process does. The object itself lives as long as the camera: what a restart
 /// must not forget (sensors, say) stays in it, and `forget()` drops the rest.
 ///
-/// The base tells the story of each call and signal, applies faults, and refuses what sd-bus
+/// The base tells the event log of each call and signal, applies faults, and refuses what sd-bus
 /// would refuse unseen (unknown members, wrong signatures). A derived class has a vtable whose
 /// methods are `serve<&Derived::method>` and whose properties have an sd-bus getter with the
 /// service for userdata; it emits signals with `emit` and `emit_changed`, and calls others with
@@ -53,7 +53,7 @@ struct Value {
 class Service {
   public:
     /// `name` is the short name that users type: "temperature".
-    Service(std::string name, Surroundings& surroundings);
+    Service(std::string name, ServiceContext& surroundings);
     virtual ~Service() = default;
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
@@ -63,7 +63,7 @@ class Service {
     /// @throws common::Failure (unavailable) when the bus is not reached or a name not had.
     void bring_up(const std::string& address);
     /// Leaves the bus: names are lost, late replies discarded, registrations forgotten. `why` is
-    /// for the story. Not to be called from a callback of this service's own connection.
+    /// for the event log. Not to be called from a callback of this service's own connection.
     void take_down(const std::string& why);
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
@@ -83,16 +83,16 @@ class Service {
     /// Whether a value of this name is the service's, even where it is not there (now).
     [[nodiscard]] virtual bool claims(const std::string& value) const;
     /// What a value that the service claims is now.
-    /// @throws Refusal where it is not there.
+    /// @throws CommandError where it is not there.
     [[nodiscard]] virtual common::Json value(const std::string& name) const;
     /// What the value would be that a text stands for, for a check ahead of time.
-    /// @throws Refusal for an unknown name or a text that makes no value.
+    /// @throws CommandError for an unknown name or a text that makes no value.
     [[nodiscard]] virtual common::Json parse_value(const std::string& name,
                                                    const std::string& text) const = 0;
-    /// @throws Refusal where the value can be seen only.
+    /// @throws CommandError where the value can be seen only.
     virtual void check_settable(const std::string& /*name*/) const {}
     /// Sets a settable value, tells it and sends what is due.
-    /// @throws Refusal as `parse_value`.
+    /// @throws CommandError as `parse_value`.
     virtual void set_value(const std::string& name, const std::string& text) = 0;
     /// Who has registered for what, for `show`: objects with "id", "client", "what" and more.
     [[nodiscard]] virtual common::Json registrations() const { return common::Json::array(); }
@@ -125,7 +125,7 @@ class Service {
     void emit_changed(const BusObject& object, const char* property);
 
     /// Calls a method of somebody else, who need not be there: the answer, or what came in place
-    /// of it, goes into the story and nowhere else. `about` says what the call is about.
+    /// of it, goes into the event log and nowhere else. `about` says what the call is about.
     template <class... Arguments>
     void call_out(const std::string& about, const BusObject& to, const char* member,
                   const char* types, Arguments... arguments) {
@@ -150,15 +150,15 @@ class Service {
     }
 
     /// The vtable entry for `common::MessagePtr Derived::method(sd_bus_message&)`, which returns
-    /// the reply or throws BusRefusal.
+    /// the reply or throws DBusError.
     template <auto Method>
     static int serve(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) noexcept {
         return Serve<Method>::run(*call, *static_cast<Service*>(userdata));
     }
 
-    [[nodiscard]] Story& story() const noexcept { return around_.story; }
+    [[nodiscard]] EventLog& event_log() const noexcept { return context_.event_log; }
     /// Tells that values have changed that nobody has set.
-    void values_changed() const { around_.changed(); }
+    void values_changed() const { context_.changed(); }
 
   private:
     template <auto Method>
@@ -193,7 +193,7 @@ class Service {
     int on_property_call(sd_bus_message& call, const ServedObject& object);
     void begin_call(sd_bus_message& call);
     void do_afterwards();
-    int refuse(sd_bus_message& call, const BusRefusal& refusal);
+    int refuse(sd_bus_message& call, const DBusError& refusal);
     /// Does to the call what the fault wants: `wrong` makes a malformed reply, `serve` serves it.
     int with_fault(sd_bus_message& call, Fault fault, const MakeMessage& wrong,
                    const std::function<int()>& serve);
@@ -213,7 +213,7 @@ class Service {
     void drop(std::chrono::milliseconds delay);
 
     std::string name_;
-    Surroundings& around_;
+    ServiceContext& context_;
     Timers timers_;
     std::unique_ptr<Connection> connection_;
     std::vector<common::SlotPtr> slots_;  // released before the connection

@@ -18,7 +18,7 @@ std::string wdr_value(int channel) {
     return "wdr." + std::to_string(channel);
 }
 
-BusRefusal refusal(const char* name, const std::string& sentence) {
+DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.Onscreencontrols1.Error.") + name, sentence};
 }
 
@@ -111,8 +111,8 @@ const Button& ControlsService::button_named(const std::string& name) const {
     const std::vector<std::string> known = features_.buttons();
     const std::string sentence = "there is no button '" + name + "'";
     if (known.empty())
-        throw Refusal(sentence + ": nobody has added buttons to this camera");
-    throw Refusal(sentence, common::did_you_mean(name, known));
+        throw CommandError(sentence + ": nobody has added buttons to this camera");
+    throw CommandError(sentence, common::did_you_mean(name, known));
 }
 
 void ControlsService::press(const std::string& button) {
@@ -120,11 +120,11 @@ void ControlsService::press(const std::string& button) {
     std::vector<ParameterUpdate> updates;
     try {
         updates = parameters_.request(request.type, request.url);
-    } catch (const Refusal& no) {
-        throw Refusal("the request of the button '" + button + "' fails: " + no.sentence(),
-                      no.help());
+    } catch (const CommandError& no) {
+        throw CommandError("the request of the button '" + button + "' fails: " + no.sentence(),
+                           no.help());
     }
-    story().pressed(name(), button, request_text(request));
+    event_log().pressed(name(), button, request_text(request));
     for (const ParameterUpdate& update : updates)
         tell(update);
 }
@@ -132,8 +132,9 @@ void ControlsService::press(const std::string& button) {
 void ControlsService::tell(const ParameterUpdate& update) {
     for (int channel = 0; channel < channels_; ++channel) {
         if (update.first == wdr_parameter(channel))
-            story().value_set(name(), wdr_value(channel), update.second,
-                              "WDR of channel " + std::to_string(channel) + " is " + update.second);
+            event_log().value_set(
+                name(), wdr_value(channel), update.second,
+                "WDR of channel " + std::to_string(channel) + " is " + update.second);
     }
 }
 
@@ -149,7 +150,7 @@ std::string ControlsService::parameter_of(const std::string& value) const {
         if (value == wdr_value(channel))
             return wdr_parameter(channel);
     }
-    throw Refusal("there is no value '" + value + "'");
+    throw CommandError("there is no value '" + value + "'");
 }
 
 Json ControlsService::parse_value(const std::string& name, const std::string& text) const {

@@ -16,11 +16,12 @@ namespace camera {
 class ControlsService final : public Service {
   public:
     /// `parameters`, with WDR of so many channels, and `surroundings` must outlive the service.
-    ControlsService(ParameterStore& parameters, int channels, Surroundings& surroundings)
+    ControlsService(ParameterStore& parameters, int channels, ServiceContext& surroundings)
         : Service("controls", surroundings), parameters_(parameters), channels_(channels) {}
 
     /// Does what a button asks for, and tells it.
-    /// @throws Refusal where there is no such button, with the nearest, or where the camera does
+    /// @throws CommandError where there is no such button, with the nearest, or where the camera
+    /// does
     ///         not serve its request.
     void press(const std::string& button);
 
@@ -40,7 +41,7 @@ class ControlsService final : public Service {
     common::MessagePtr add_features(sd_bus_message& call);
     common::MessagePtr list_added_features(sd_bus_message& call);
     common::MessagePtr remove_features(sd_bus_message& call);
-    /// @throws Refusal with the nearest name where there is no such button.
+    /// @throws CommandError with the nearest name where there is no such button.
     [[nodiscard]] const Button& button_named(const std::string& name) const;
     /// The parameter behind a value of ours.
     [[nodiscard]] std::string parameter_of(const std::string& value) const;

@@ -25,8 +25,8 @@ common::MessagePtr InitService::get_unit_file_state(sd_bus_message& call) {
     common::check(sd_bus_message_read(&call, "s", &unit), "sd_bus_message_read");
     // The error that systemd answers with, which is that of the missing file.
     if (std::string(unit) != unit_name)
-        throw BusRefusal(SD_BUS_ERROR_FILE_NOT_FOUND,
-                         "There is no unit file '" + std::string(unit) + "'.");
+        throw DBusError(SD_BUS_ERROR_FILE_NOT_FOUND,
+                        "There is no unit file '" + std::string(unit) + "'.");
     return reply(call, "s", unit_.c_str());
 }
 
@@ -37,14 +37,14 @@ std::vector<Value> InitService::values() const {
 common::Json InitService::parse_value(const std::string& /*name*/, const std::string& text) const {
     // D-Bus strings end at the first zero byte.
     if (text.find('\0') != std::string::npos)
-        throw Refusal("the state of a unit must not hold a zero byte");
+        throw CommandError("the state of a unit must not hold a zero byte");
     return text;
 }
 
 void InitService::set_value(const std::string& name, const std::string& text) {
     unit_ = parse_value(name, text).get<std::string>();
-    story().value_set(this->name(), name, unit_,
-                      std::string(unit_name) + " is " + common::json_line(unit_));
+    event_log().value_set(this->name(), name, unit_,
+                          std::string(unit_name) + " is " + common::json_line(unit_));
 }
 
 }  // namespace camera

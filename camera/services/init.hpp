@@ -13,7 +13,7 @@ namespace camera {
 class InitService final : public Service {
   public:
     /// `unit` is the state of the unit file; `surroundings` must outlive the service.
-    InitService(std::string unit, Surroundings& surroundings)
+    InitService(std::string unit, ServiceContext& surroundings)
         : Service("init", surroundings), unit_(std::move(unit)) {}
 
     [[nodiscard]] bool belongs_to_machine() const override { return true; }

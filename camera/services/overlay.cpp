@@ -17,7 +17,7 @@ constexpr const char* text_value = "overlay.text";
 /// More does not fit on a picture.
 constexpr std::size_t max_text_bytes = 1024;
 
-BusRefusal refusal(const char* name, const std::string& sentence) {
+DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.PrioritizedTextOverlay.Error.") + name, sentence};
 }
 
@@ -80,7 +80,7 @@ void OverlayService::changed() {
 
 void OverlayService::end_of_time() {
     for (const std::string& text : model_.expire(Clock::now()))
-        story().text_expired(name(), text);
+        event_log().text_expired(name(), text);
     changed();
 }
 
@@ -98,7 +98,7 @@ Json OverlayService::parse_value(const std::string& /*name*/, const std::string&
 }
 
 void OverlayService::check_settable(const std::string& name) const {
-    throw Refusal("'" + name + "' comes of what clients set and cannot be set");
+    throw CommandError("'" + name + "' comes of what clients set and cannot be set");
 }
 
 void OverlayService::set_value(const std::string& name, const std::string& /*text*/) {

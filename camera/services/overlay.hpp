@@ -15,7 +15,7 @@ namespace camera {
 class OverlayService final : public Service {
   public:
     /// `surroundings` must outlive the service.
-    explicit OverlayService(Surroundings& surroundings)
+    explicit OverlayService(ServiceContext& surroundings)
         : Service("overlay", surroundings), alarm_(surroundings.event) {}
 
     [[nodiscard]] std::vector<Value> values() const override;

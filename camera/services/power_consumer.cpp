@@ -20,7 +20,7 @@ constexpr const char* no_share = "none";
 /// As long as a bus name may be: names end up in lines that people read.
 constexpr std::size_t max_name_length = 255;
 
-BusRefusal refusal(const char* name, const std::string& sentence) {
+DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.PowerControl.Consumer.Error.") + name, sentence};
 }
 
@@ -185,22 +185,22 @@ Json PowerConsumerService::parse_value(const std::string& name, const std::strin
         return no_share;
     const std::optional<double> power = number_of(text);
     if (!power || !std::isfinite(*power) || *power < 0.0)
-        throw Refusal("'" + text + "' is not " +
-                      (share ? "a share: a finite number of at least 0, or none, is"
-                             : "a power: a finite number of at least 0 is"));
+        throw CommandError("'" + text + "' is not " +
+                           (share ? "a share: a finite number of at least 0, or none, is"
+                                  : "a power: a finite number of at least 0 is"));
     return *power;
 }
 
 void PowerConsumerService::check_settable(const std::string& name) const {
     if (name != budget_value)
-        throw Refusal("'" + name + "' comes of the budget and the requests and cannot be set");
+        throw CommandError("'" + name + "' comes of the budget and the requests and cannot be set");
 }
 
 void PowerConsumerService::set_value(const std::string& name, const std::string& text) {
     const auto budget = parse_value(name, text).get<double>();
     const std::vector<PowerNotice> notices = model_.set_budget(budget);
-    story().value_set(this->name(), name, model_.budget(),
-                      "the power budget is " + number_text(model_.budget()));
+    event_log().value_set(this->name(), name, model_.budget(),
+                          "the power budget is " + number_text(model_.budget()));
     send_shares(notices);
 }
 

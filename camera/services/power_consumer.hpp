@@ -17,7 +17,7 @@ namespace camera {
 class PowerConsumerService final : public Service {
   public:
     /// Both must outlive the service; the model keeps the budget over restarts.
-    PowerConsumerService(PowerModel& model, Surroundings& surroundings)
+    PowerConsumerService(PowerModel& model, ServiceContext& surroundings)
         : Service("power-consumer", surroundings), model_(model) {}
 
     [[nodiscard]] std::vector<Value> values() const override;
@@ -41,7 +41,7 @@ class PowerConsumerService final : public Service {
     common::MessagePtr register_consumer(sd_bus_message& call);
     common::MessagePtr request_power(sd_bus_message& call);
     common::MessagePtr unregister(sd_bus_message& call);
-    /// @throws BusRefusal where the caller has not registered a consumer of that name.
+    /// @throws DBusError where the caller has not registered a consumer of that name.
     void check_registered(sd_bus_message& call, const std::string& name) const;
     void send_shares(const std::vector<PowerNotice>& notices);
     /// The same when what it comes of was answered or told; tells that shares have changed.

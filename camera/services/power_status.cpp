@@ -40,7 +40,7 @@ std::vector<Value> PowerStatusService::values() const {
 Json PowerStatusService::parse_value(const std::string& /*name*/, const std::string& text) const {
     const std::optional<double> power = number_of(text);
     if (!power)
-        throw Refusal("'" + text + "' is not a power: a number, nan, inf or -inf is");
+        throw CommandError("'" + text + "' is not a power: a number, nan, inf or -inf is");
     return common::json_number(*power);
 }
 
@@ -49,8 +49,8 @@ void PowerStatusService::set_value(const std::string& name, const std::string& t
     const double received = *number_of(text);
     const bool same = received == received_ || (std::isnan(received) && std::isnan(received_));
     received_ = received;
-    story().value_set(this->name(), name, common::json_number(received),
-                      "the power received is " + number_text(received));
+    event_log().value_set(this->name(), name, common::json_number(received),
+                          "the power received is " + number_text(received));
     if (!same)
         emit_changed(power_status, received_property);
 }

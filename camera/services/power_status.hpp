@@ -11,7 +11,7 @@ namespace camera {
 class PowerStatusService final : public Service {
   public:
     /// `surroundings` must outlive the service.
-    PowerStatusService(double received, Surroundings& surroundings)
+    PowerStatusService(double received, ServiceContext& surroundings)
         : Service("power-status", surroundings), received_(received) {}
 
     [[nodiscard]] std::vector<Value> values() const override;

@@ -16,22 +16,22 @@ constexpr const char* change_signal = "TemperatureChangeSignal";
 constexpr const char* limit_signal = "TemperatureSignal";
 const std::string value_prefix = "temperature.";
 
-BusRefusal refusal(const char* name, const std::string& sentence) {
+DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.TemperatureController.Error.") + name, sentence};
 }
 
-Json change_json(const ChangeRegistration& wish, const std::string& sensor) {
-    return {{"what", "change of " + sensor + " by " + number_text(wish.delta())},
-            {"delta", common::json_number(wish.delta())},
-            {"reported", common::json_number(wish.reported())}};
+Json change_json(const ChangeRegistration& subscription, const std::string& sensor) {
+    return {{"what", "change of " + sensor + " by " + number_text(subscription.delta())},
+            {"delta", common::json_number(subscription.delta())},
+            {"reported", common::json_number(subscription.reported())}};
 }
 
-Json limit_json(const LimitRegistration& wish, const std::string& sensor) {
-    const std::string limit = number_text(wish.limit());
-    return {{"what", sensor + (wish.rising() ? " above " : " at or below ") + limit},
-            {"limit", common::json_number(wish.limit())},
-            {"rising", wish.rising()},
-            {"beyond", wish.beyond()}};
+Json limit_json(const LimitRegistration& subscription, const std::string& sensor) {
+    const std::string limit = number_text(subscription.limit());
+    return {{"what", sensor + (subscription.rising() ? " above " : " at or below ") + limit},
+            {"limit", common::json_number(subscription.limit())},
+            {"rising", subscription.rising()},
+            {"beyond", subscription.beyond()}};
 }
 
 }  // namespace
@@ -134,13 +134,13 @@ const Sensor& TemperatureService::sensor_of(const std::string& value) const {
     std::vector<std::string> known;
     for (const Sensor& sensor : model_.sensors())
         known.push_back(sensor.name);
-    throw Refusal("no sensor is named '" + name + "'", common::did_you_mean(name, known));
+    throw CommandError("no sensor is named '" + name + "'", common::did_you_mean(name, known));
 }
 
 double TemperatureService::parse_temperature(const std::string& text) {
     const std::optional<double> temperature = number_of(text);
     if (!temperature)
-        throw Refusal("'" + text + "' is not a temperature: a number, nan, inf or -inf is");
+        throw CommandError("'" + text + "' is not a temperature: a number, nan, inf or -inf is");
     return *temperature;
 }
 
@@ -153,8 +153,8 @@ void TemperatureService::set_value(const std::string& name, const std::string& t
     const std::string sensor = sensor_of(name).name;
     const double temperature = parse_temperature(text);
     const std::vector<TemperatureNotice> due = model_.set(sensor, temperature);
-    story().value_set(this->name(), name, common::json_number(temperature),
-                      "sensor " + sensor + " is " + number_text(temperature));
+    event_log().value_set(this->name(), name, common::json_number(temperature),
+                          "sensor " + sensor + " is " + number_text(temperature));
     for (const TemperatureNotice& notice : due) {
         switch (notice.kind) {
             case TemperatureNotice::Kind::change:
@@ -172,10 +172,11 @@ Json TemperatureService::registrations() const {
     for (const auto& [id, registration] : model_.registrations()) {
         Json entry = {{"id", id}, {"client", registration.owner}};
         const std::string sensor = model_.by_id(registration.sensor_id)->name;
-        if (const auto* change = std::get_if<ChangeRegistration>(&registration.wish))
+        if (const auto* change = std::get_if<ChangeRegistration>(&registration.subscription))
             entry.update(change_json(*change, sensor));
         else
-            entry.update(limit_json(std::get<LimitRegistration>(registration.wish), sensor));
+            entry.update(
+                limit_json(std::get<LimitRegistration>(registration.subscription), sensor));
         list.push_back(std::move(entry));
     }
     return list;

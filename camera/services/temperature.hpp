@@ -14,7 +14,7 @@ namespace camera {
 class TemperatureService final : public Service {
   public:
     /// Both must outlive the service; the model keeps the sensors over restarts.
-    TemperatureService(TemperatureModel& model, Surroundings& surroundings)
+    TemperatureService(TemperatureModel& model, ServiceContext& surroundings)
         : Service("temperature", surroundings), model_(model) {}
 
     [[nodiscard]] std::vector<Value> values() const override;
@@ -39,7 +39,7 @@ class TemperatureService final : public Service {
     common::MessagePtr register_for_change(sd_bus_message& call);
     common::MessagePtr register_for_limit(sd_bus_message& call);
     [[nodiscard]] const Sensor& sensor_with(std::int32_t id) const;
-    /// @throws Refusal where the value is no sensor's.
+    /// @throws CommandError where the value is no sensor's.
     [[nodiscard]] const Sensor& sensor_of(const std::string& value) const;
     [[nodiscard]] static double parse_temperature(const std::string& text);
 

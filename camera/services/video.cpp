@@ -26,7 +26,7 @@ const sd_bus_vtable VideoService::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-VideoService::VideoService(int channels, Surroundings& surroundings)
+VideoService::VideoService(int channels, ServiceContext& surroundings)
     : Service("video", surroundings), channels_(static_cast<std::size_t>(channels)) {
     for (int channel = 0; channel < channels; ++channel)
         paths_.push_back(std::string(video_ready.path) + '/' + std::to_string(channel));
@@ -40,7 +40,7 @@ MessagePtr VideoService::signal_video_ready(sd_bus_message& call) {
     common::check(sd_bus_message_read(&call, "s", &who), "sd_bus_message_read");
     const auto path = std::ranges::find(paths_, sd_bus_message_get_path(&call));
     Readiness& channel = channels_[static_cast<std::size_t>(path - paths_.begin())];
-    channel = {channel.times + 1, who, sd_bus_message_get_sender(&call), story().seconds()};
+    channel = {channel.times + 1, who, sd_bus_message_get_sender(&call), event_log().seconds()};
     values_changed();
     return reply(call, "");
 }
@@ -60,14 +60,14 @@ std::vector<Value> VideoService::values() const {
 Json VideoService::parse_value(const std::string& /*name*/, const std::string& text) const {
     const std::optional<std::uint64_t> times = common::parse_number<std::uint64_t>(text);
     if (!times)
-        throw Refusal("'" + text +
-                      "' is not how often something was said: a whole number of at "
-                      "least 0 is");
+        throw CommandError("'" + text +
+                           "' is not how often something was said: a whole number of at "
+                           "least 0 is");
     return *times;
 }
 
 void VideoService::check_settable(const std::string& name) const {
-    throw Refusal("'" + name + "' counts what clients say and cannot be set");
+    throw CommandError("'" + name + "' counts what clients say and cannot be set");
 }
 
 void VideoService::set_value(const std::string& name, const std::string& /*text*/) {

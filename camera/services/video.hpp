@@ -16,7 +16,7 @@ namespace camera {
 class VideoService final : public Service {
   public:
     /// `channels` is at least 1; `surroundings` must outlive the service.
-    VideoService(int channels, Surroundings& surroundings);
+    VideoService(int channels, ServiceContext& surroundings);
 
     [[nodiscard]] std::vector<Value> values() const override;
     [[nodiscard]] common::Json parse_value(const std::string& name,
@@ -35,7 +35,7 @@ class VideoService final : public Service {
         std::uint64_t times = 0;
         std::string who{};     ///< in the last one's own words, such as "vipd"
         std::string client{};  ///< unique name of the last one
-        double at = 0.0;       ///< the last time, in the story's seconds
+        double at = 0.0;       ///< the last time, in the event_log's seconds
     };
 
     static const sd_bus_vtable vtable_[];

@@ -30,7 +30,7 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
     } catch (...) {
         print_error_line("fenwa-camera: internal error");
     }
-    sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::threw));
+    sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::software));
 }
 
 template <class T, int (T::*Member)(sd_bus_message&)>

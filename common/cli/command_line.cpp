@@ -163,7 +163,7 @@ int run_command_line(CLI::App& app, int argc, char** argv,
     } catch (const Failure& failure) {
         return say(app, failure.code(), failure.what());
     } catch (const std::exception& error) {
-        return say(app, ExitCode::threw, error.what());
+        return say(app, ExitCode::software, error.what());
     }
 }
 

@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 }
 
 /// In the child: what it says is nobody's business, and it ends with its parent.
-void settle_in(pid_t parent) {
+void prepare_child(pid_t parent) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)  // gone before it could be told
@@ -135,7 +135,7 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     if (pid < 0)
         fail("cannot make a process");
     if (pid == 0) {
-        settle_in(parent);
+        prepare_child(parent);
         try {
             work([&](const std::string& line) { write_whole(to_parent.get(), line + '\n'); });
         } catch (...) {

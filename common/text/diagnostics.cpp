@@ -97,25 +97,25 @@ void Diagnostics::take_source(const Diagnostics& other) {
         lines_ = other.lines_;
 }
 
-void Diagnostics::error(Position where, std::string text, std::string help) {
-    add({Severity::error, where, std::move(text), std::move(help)});
+void Diagnostics::error(SourceLocation location, std::string text, std::string help) {
+    add({Severity::error, location, std::move(text), std::move(help)});
 }
 
-void Diagnostics::warning(Position where, std::string text, std::string help) {
-    add({Severity::warning, where, std::move(text), std::move(help)});
+void Diagnostics::warning(SourceLocation location, std::string text, std::string help) {
+    add({Severity::warning, location, std::move(text), std::move(help)});
 }
 
 void Diagnostics::add(Entry entry) {
     entry.text = one_line(shortened(entry.text, longest_text));
     entry.help = one_line(shortened(entry.help, longest_text));
-    if (known_.count({entry.severity, entry.where, entry.text}) != 0)
+    if (known_.count({entry.severity, entry.location, entry.text}) != 0)
         return;
     Count& count = this->count(entry.severity);
     ++count.all;
     if (count.kept == most_kept)
         return;
     ++count.kept;
-    known_.emplace(entry.severity, entry.where, entry.text);
+    known_.emplace(entry.severity, entry.location, entry.text);
     entries_.push_back(std::move(entry));
     if (listener_)
         listener_(entries_.back());
@@ -134,10 +134,10 @@ std::vector<std::string> Diagnostics::error_sentences() const {
     return sentences;
 }
 
-std::string Diagnostics::locate(Position where) const {
-    if (where.line == 0)
+std::string Diagnostics::locate(SourceLocation location) const {
+    if (location.line == 0)
         return file_;
-    return file_ + ':' + std::to_string(where.line) + ':' + std::to_string(where.column);
+    return file_ + ':' + std::to_string(location.line) + ':' + std::to_string(location.column);
 }
 
 void Diagnostics::print(std::ostream& out, bool color) {
@@ -145,20 +145,21 @@ void Diagnostics::print(std::ostream& out, bool color) {
     for (; printed_ < entries_.size(); ++printed_)
         sorted.push_back(&entries_[printed_]);
     std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const Entry* a, const Entry* b) { return a->where < b->where; });
+                     [](const Entry* a, const Entry* b) { return a->location < b->location; });
 
     const Palette palette(color);
     std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;
     for (const Entry* entry : sorted) {
         const bool is_error = entry->severity == Severity::error;
-        out << palette.bold << one_line(locate(entry->where)) << ": " << palette.reset
+        out << palette.bold << one_line(locate(entry->location)) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
             << palette.reset << entry->text << '\n';
-        if (entry->where.line != 0 && entry->where.line <= lines_.size()) {
-            if (!line || line_number != entry->where.line)
-                line = std::make_unique<QuotedLine>(lines_[(line_number = entry->where.line) - 1]);
-            const QuotedLine::Quote quoted = line->around(entry->where.column);
+        if (entry->location.line != 0 && entry->location.line <= lines_.size()) {
+            if (!line || line_number != entry->location.line)
+                line =
+                    std::make_unique<QuotedLine>(lines_[(line_number = entry->location.line) - 1]);
+            const QuotedLine::Quote quoted = line->around(entry->location.column);
             out << quoted.text << '\n'
                 << quoted.indent << palette.green << '^' << palette.reset << '\n';
         }

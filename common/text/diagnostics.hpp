@@ -17,11 +17,11 @@
 namespace common {
 
 /// A place in a text file, both counted from 1, columns in code points; line 0 is "the whole file".
-struct Position {
+struct SourceLocation {
     std::uint32_t line = 0;
     std::uint32_t column = 0;
 
-    friend auto operator<=>(const Position&, const Position&) = default;
+    friend auto operator<=>(const SourceLocation&, const SourceLocation&) = default;
 };
 
 /// "1 error", "2 errors".
@@ -44,7 +44,7 @@ class Diagnostics {
     /// One mistake, as it is printed.
     struct Entry {
         Severity severity;
-        Position where;
+        SourceLocation location;
         std::string text;
         std::string help;
     };
@@ -63,8 +63,8 @@ class Diagnostics {
 
     /// Adds a mistake. `help` is the sentence behind "help: ", empty for none. What is already
     /// there with the same severity, place and text is not added twice.
-    void error(Position where, std::string text, std::string help = {});
-    void warning(Position where, std::string text, std::string help = {});
+    void error(SourceLocation location, std::string text, std::string help = {});
+    void warning(SourceLocation location, std::string text, std::string help = {});
     /// Adds one that another has collected.
     void add(Entry entry);
     /// Counts mistakes that another has not kept.
@@ -91,7 +91,7 @@ class Diagnostics {
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
 
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
-    [[nodiscard]] std::string locate(Position where) const;
+    [[nodiscard]] std::string locate(SourceLocation location) const;
 
     /// What was added since the last time, in file order, then a line with the count, and before it
     /// how many are not kept. Prints nothing where there is nothing new. Of a very long line only
@@ -117,7 +117,7 @@ class Diagnostics {
     std::string file_;
     std::vector<std::string> lines_;
     std::vector<Entry> entries_;
-    std::set<std::tuple<Severity, Position, std::string>> known_;
+    std::set<std::tuple<Severity, SourceLocation, std::string>> known_;
     std::size_t printed_ = 0;  ///< the entries before this one have been printed
     std::array<Count, 2> counts_;
     Suggester suggester_;

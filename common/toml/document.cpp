@@ -36,7 +36,7 @@ std::string read_text(const std::string& path) {
     return text;
 }
 
-Position to_position(const toml::source_region& region) {
+SourceLocation to_position(const toml::source_region& region) {
     return {static_cast<std::uint32_t>(region.begin.line),
             static_cast<std::uint32_t>(region.begin.column)};
 }
@@ -52,9 +52,9 @@ const toml::table* table_of(const toml::node* node) {
 
 /// What the header of a table would define again; line 0 where `where` is at no header, or nothing
 /// of that name stands before it. The parser itself names only the second place.
-Position first_definition(const std::string& text, Position where) {
+SourceLocation first_definition(const std::string& text, SourceLocation location) {
     std::size_t begin = 0;
-    for (std::uint32_t line = 1; line < where.line; ++line)
+    for (std::uint32_t line = 1; line < location.line; ++line)
         begin = text.find('\n', begin) + 1;
     std::string header = text.substr(begin, text.find('\n', begin) - begin);
     if (header.ends_with('\r'))
@@ -96,27 +96,27 @@ std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagn
 
 std::optional<toml::table> parse_toml(const std::string& text, Diagnostics& diagnostics) {
     diagnostics.set_source(text);
-    if (const Position deep = find_deep_nesting(text, max_toml_depth); deep.line != 0) {
+    if (const SourceLocation deep = find_deep_nesting(text, max_toml_depth); deep.line != 0) {
         diagnostics.error(deep, "nested deeper than " + std::to_string(max_toml_depth) + " tables");
         return std::nullopt;
     }
     try {
         return toml::parse(std::string_view(text));
     } catch (const toml::parse_error& error) {
-        const Position where = to_position(error.source());
-        const Position first = first_definition(text, where);
+        const SourceLocation location = to_position(error.source());
+        const SourceLocation first = first_definition(text, location);
         diagnostics.error(
-            where, std::string(error.description()),
+            location, std::string(error.description()),
             first.line == 0 ? "" : "the first one is at " + diagnostics.locate(first));
         return std::nullopt;
     }
 }
 
-Position position(const toml::node& node) {
+SourceLocation position(const toml::node& node) {
     return to_position(node.source());
 }
 
-Position position(const toml::key& key) {
+SourceLocation position(const toml::key& key) {
     return to_position(key.source());
 }
 
@@ -150,8 +150,9 @@ std::vector<TomlEntry> in_file_order(const toml::table& table) {
     std::vector<TomlEntry> entries;
     for (const auto& [key, value] : table)
         entries.push_back({std::string(key.str()), position(key), &value});
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const TomlEntry& a, const TomlEntry& b) { return a.where < b.where; });
+    std::stable_sort(entries.begin(), entries.end(), [](const TomlEntry& a, const TomlEntry& b) {
+        return a.location < b.location;
+    });
     return entries;
 }
 
@@ -268,10 +269,10 @@ const toml::node* TableReader::any(std::string_view key) {
 }
 
 void TableReader::missing(std::string_view key) {
-    diagnostics_.error(where(), what_ + " has no '" + std::string(key) + "'");
+    diagnostics_.error(location(), what_ + " has no '" + std::string(key) + "'");
 }
 
-Position TableReader::where(std::string_view key) const {
+SourceLocation TableReader::location(std::string_view key) const {
     const toml::node* node = table_.get(key);
     return position(node == nullptr ? static_cast<const toml::node&>(table_) : *node);
 }
@@ -279,7 +280,7 @@ Position TableReader::where(std::string_view key) const {
 void TableReader::report_unknown_keys() {
     for (const TomlEntry& entry : in_file_order(table_)) {
         if (std::find(asked_.begin(), asked_.end(), entry.key) == asked_.end())
-            diagnostics_.error(entry.where, "unknown key '" + entry.key + "' in " + what_,
+            diagnostics_.error(entry.location, "unknown key '" + entry.key + "' in " + what_,
                                diagnostics_.did_you_mean(entry.key, asked_));
     }
 }

@@ -31,8 +31,8 @@ inline constexpr std::size_t max_toml_depth = 32;
                                                     Diagnostics& diagnostics);
 
 /// Where a parsed node, or a key, stands in its file.
-[[nodiscard]] Position position(const toml::node& node);
-[[nodiscard]] Position position(const toml::key& key);
+[[nodiscard]] SourceLocation position(const toml::node& node);
+[[nodiscard]] SourceLocation position(const toml::key& key);
 
 /// "a string", "an integer", "a table" …: what a node is, for a sentence.
 [[nodiscard]] std::string_view kind_of(const toml::node& node);
@@ -40,7 +40,7 @@ inline constexpr std::size_t max_toml_depth = 32;
 /// One entry of a table with the place of its key.
 struct TomlEntry {
     std::string key;
-    Position where;
+    SourceLocation location;
     const toml::node* value;
 };
 
@@ -74,8 +74,8 @@ class TableReader {
     void missing(std::string_view key);
 
     /// Where the key stands, or the table where it is absent.
-    [[nodiscard]] Position where(std::string_view key) const;
-    [[nodiscard]] Position where() const { return position(table_); }
+    [[nodiscard]] SourceLocation location(std::string_view key) const;
+    [[nodiscard]] SourceLocation location() const { return position(table_); }
 
     /// Reports every key that none of the calls above asked for, with the nearest that was.
     void report_unknown_keys();

@@ -9,7 +9,7 @@ class NestingScan {
   public:
     NestingScan(std::string_view text, std::size_t limit) : text_(text), limit_(limit) {}
 
-    Position run() {
+    SourceLocation run() {
         if (text_.starts_with("\xEF\xBB\xBF"))
             text_.remove_prefix(3);  // a byte-order mark has no column
         while (at_ < text_.size() && found_.line == 0)
@@ -171,8 +171,8 @@ class NestingScan {
     std::string_view text_;
     std::size_t limit_;
     std::size_t at_ = 0;
-    Position here_{1, 1};
-    Position found_;
+    SourceLocation here_{1, 1};
+    SourceLocation found_;
     std::vector<Level> brackets_;
     std::size_t depth_ = 0;           ///< open brackets and key parts below the header
     std::size_t header_parts_ = 0;    ///< tables that the last header opened
@@ -184,7 +184,7 @@ class NestingScan {
 
 }  // namespace
 
-Position find_deep_nesting(std::string_view text, std::size_t limit) {
+SourceLocation find_deep_nesting(std::string_view text, std::size_t limit) {
     return NestingScan(text, limit).run();
 }
 

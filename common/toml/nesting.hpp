@@ -10,6 +10,6 @@ namespace common {
 /// Where a TOML text first nests deeper than `limit` tables and arrays (dotted keys and header
 /// parts count as tables), or line 0 where it never does. Looks at brackets, dots, strings and
 /// comments only, so it also serves for texts that do not parse.
-[[nodiscard]] Position find_deep_nesting(std::string_view text, std::size_t limit);
+[[nodiscard]] SourceLocation find_deep_nesting(std::string_view text, std::size_t limit);
 
 }  // namespace common

@@ -16,7 +16,7 @@ using common::ExitCode;
 using common::in_quotes;
 
 /// Warns of objects that the bus connection will take from one block only.
-void check_exports(const Graph& graph, const Probe& probe, Diagnostics& diagnostics) {
+void check_exports(const Graph& graph, const ProbeResult& probe, Diagnostics& diagnostics) {
     std::map<std::pair<std::string, std::string>, std::string> exporters;
     for (const BlockEntry& entry : graph.blocks) {
         for (const auto& object : probe.blocks.at(entry.name).exports) {
@@ -24,34 +24,34 @@ void check_exports(const Graph& graph, const Probe& probe, Diagnostics& diagnost
             const std::string what = "'" + interface + "' at '" + path + "'";
             if (sd_bus_object_path_is_valid(path.c_str()) <= 0 ||
                 sd_bus_interface_name_is_valid(interface.c_str()) <= 0) {
-                diagnostics.warning(entry.where, "the block " + in_quotes(entry.name) +
-                                                     " cannot export " + what +
-                                                     ": no bus connection takes these names");
+                diagnostics.warning(entry.location, "the block " + in_quotes(entry.name) +
+                                                        " cannot export " + what +
+                                                        ": no bus connection takes these names");
                 continue;
             }
             const auto [first, is_new] = exporters.emplace(object, entry.name);
             if (!is_new && first->second == entry.name)
-                diagnostics.warning(entry.where, "the block " + in_quotes(entry.name) +
-                                                     " exports " + what +
-                                                     " twice; only the first one is reached");
+                diagnostics.warning(entry.location, "the block " + in_quotes(entry.name) +
+                                                        " exports " + what +
+                                                        " twice; only the first one is reached");
             else if (!is_new)
-                diagnostics.warning(entry.where, "the blocks " + in_quotes(first->second) +
-                                                     " and " + in_quotes(entry.name) +
-                                                     " both export " + what +
-                                                     "; only the first one is reached");
+                diagnostics.warning(entry.location, "the blocks " + in_quotes(first->second) +
+                                                        " and " + in_quotes(entry.name) +
+                                                        " both export " + what +
+                                                        "; only the first one is reached");
         }
     }
 }
 
 }  // namespace
 
-Probe check_graph(const Graph& graph, BlockTypes& types,
-                  const std::vector<std::string>& plugin_dirs, Diagnostics& diagnostics,
-                  Strictness strictness, const BlockLook& look) {
+ProbeResult check_graph(const Graph& graph, BlockTypes& types,
+                        const std::vector<std::string>& plugin_dirs, Diagnostics& diagnostics,
+                        Strictness strictness, const BlockLook& look) {
     ProbeJob job{types, graph.plugins, plugin_dirs, {}, strictness, look};
     for (const BlockEntry& entry : graph.blocks)
         job.blocks.push_back(&entry);
-    Probe seen = probe(job, diagnostics);
+    ProbeResult seen = probe(job, diagnostics);
     check_exports(graph, seen, diagnostics);
     PortsByName ports;
     for (const auto& [name, block] : seen.blocks)
@@ -72,7 +72,7 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
     if (diagnostics.errors() == 0)
         checked.code = ExitCode::done;
     else if (diagnostics.errors() == checked.probe.throws)
-        checked.code = ExitCode::threw;
+        checked.code = ExitCode::software;
     return checked;
 }
 

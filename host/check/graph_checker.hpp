@@ -14,7 +14,7 @@ namespace host {
 /// A graph with how its check ended; all mistakes are in the diagnostics.
 struct CheckedGraph {
     std::optional<Graph> graph;
-    Probe probe;
+    ProbeResult probe;
     common::ExitCode code;
 };
 
@@ -22,10 +22,10 @@ struct CheckedGraph {
 /// it is: those that `probe` finds, unknown ports, datatypes that differ, inputs with two
 /// connections, objects that two blocks export.
 /// @param look as in a ProbeJob.
-[[nodiscard]] Probe check_graph(const Graph& graph, BlockTypes& types,
-                                const std::vector<std::string>& plugin_dirs,
-                                common::Diagnostics& diagnostics, Strictness strictness,
-                                const BlockLook& look = {});
+[[nodiscard]] ProbeResult check_graph(const Graph& graph, BlockTypes& types,
+                                      const std::vector<std::string>& plugin_dirs,
+                                      common::Diagnostics& diagnostics, Strictness strictness,
+                                      const BlockLook& look = {});
 
 /// Reads a graph and checks it as `check_graph` does.
 /// @param look as in a ProbeJob.

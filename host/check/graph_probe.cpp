@@ -48,7 +48,7 @@ class Worker {
         Fenwa::ThreadSilence::of_whole_process();
         diagnostics_.listen([this](const Diagnostics::Entry& entry) {
             send({word::diagnostic, entry.severity == Diagnostics::Severity::error,
-                  entry.where.line, entry.where.column, entry.text, entry.help});
+                  entry.location.line, entry.location.column, entry.text, entry.help});
         });
     }
 
@@ -75,7 +75,7 @@ class Worker {
         const BlockEntry& entry = *job_.blocks[i];
         if (job_.types.may_be_missing(entry))
             send({word::missing});
-        DryConstruction dry(entry, job_.types, diagnostics_, job_.strictness, progress());
+        Probe dry(entry, job_.types, diagnostics_, job_.strictness, progress());
         if (build(dry)) {
             send_built(dry);
             if (explore)
@@ -104,7 +104,7 @@ class Worker {
                 }};
     }
 
-    bool build(DryConstruction& dry) {
+    bool build(Probe& dry) {
         const Fenwa::PortWatch watch(
             [this](const Fenwa::InPortInternal& port) {
                 send({word::input, port.name(), port.datatype().path()});
@@ -115,7 +115,7 @@ class Worker {
         return dry.build();
     }
 
-    void send_built(const DryConstruction& dry) const {
+    void send_built(const Probe& dry) const {
         const ConnectableBlock block = dry.block();
         Json terminated = Json::array();
         for (const std::string& name : block.terminations->names())
@@ -155,7 +155,7 @@ class Prober {
             probe_.blocks[entry->name];
     }
 
-    Probe run() {
+    ProbeResult run() {
         while (!run_child()) {
             if (lost_ == most_lost || hung_ == most_hung) {
                 diagnostics_.error({},
@@ -270,7 +270,7 @@ class Prober {
     }
 
     [[nodiscard]] const BlockEntry& entry() const { return *job_.blocks.at(index_); }
-    [[nodiscard]] ProbedBlock& block() { return probe_.blocks.at(entry().name); }
+    [[nodiscard]] BlockReport& block() { return probe_.blocks.at(entry().name); }
 
     /// A child did not come to its end.
     void lose(const common::ChildEnd& end) {
@@ -297,9 +297,9 @@ class Prober {
         explore_ = !exploring_;
         next_block_ = index_ + (exploring_ ? 0U : 1U);
         if (exploring_) {
-            diagnostics_.warning(entry().where, sentence);
+            diagnostics_.warning(entry().location, sentence);
         } else if (!invented_) {
-            diagnostics_.error(entry().where, sentence);
+            diagnostics_.error(entry().location, sentence);
             ++probe_.throws;
         }
     }
@@ -310,7 +310,7 @@ class Prober {
                 continue;
             probe_.throws += unusable_[i]->threw ? 1U : 0U;
             diagnostics_.error(
-                job_.plugins[i].where,
+                job_.plugins[i].location,
                 unusable_[i]->text +
                     (is_type_missing_ ? "; unknown block types are not reported without it" : ""),
                 unusable_[i]->help);
@@ -319,7 +319,7 @@ class Prober {
 
     const ProbeJob& job_;
     Diagnostics& diagnostics_;
-    Probe probe_;
+    ProbeResult probe_;
     std::vector<std::optional<Unusable>> unusable_;
     std::vector<bool> lost_plugins_;  ///< those that took a child with them
     std::size_t next_block_ = 0;      ///< the first one that is still to be probed
@@ -339,7 +339,7 @@ class Prober {
 
 }  // namespace
 
-Probe probe(const ProbeJob& job, common::Diagnostics& diagnostics) {
+ProbeResult probe(const ProbeJob& job, common::Diagnostics& diagnostics) {
     return Prober(job, diagnostics).run();
 }
 

@@ -18,7 +18,7 @@
 namespace host {
 
 /// What is wanted to be known of a block that was built dry; called in the child.
-using BlockLook = std::function<common::Json(const DryConstruction& block)>;
+using BlockLook = std::function<common::Json(const Probe& block)>;
 
 /// Blocks that are to be built dry, in a child process.
 struct ProbeJob {
@@ -33,7 +33,7 @@ struct ProbeJob {
 };
 
 /// What was seen of one block.
-struct ProbedBlock {
+struct BlockReport {
     BlockPorts ports;
     std::vector<std::pair<std::string, std::string>>
         exports;        ///< path and interface of each object
@@ -41,8 +41,8 @@ struct ProbedBlock {
 };
 
 /// What was seen of all blocks, beyond the diagnostics.
-struct Probe {
-    std::map<std::string, ProbedBlock> blocks;  ///< every one of the job, by name
+struct ProbeResult {
+    std::map<std::string, BlockReport> blocks;  ///< every one of the job, by name
     /// Plug-ins and blocks that threw something other than a ConfigurationError, crashed, hung or
     /// ended the process; each is an error.
     std::size_t throws = 0;
@@ -53,6 +53,6 @@ struct Probe {
 /// that crashes, hangs or ends the process is one too, and the next child goes on without it; when
 /// too many did, the rest is not probed, and that is an error.
 /// @throws std::system_error when no process can be made.
-[[nodiscard]] Probe probe(const ProbeJob& job, common::Diagnostics& diagnostics);
+[[nodiscard]] ProbeResult probe(const ProbeJob& job, common::Diagnostics& diagnostics);
 
 }  // namespace host

@@ -67,11 +67,11 @@ void list(const InspectedPlugin& plugin, const Sender& send) {
 }
 
 /// @param type for the sentences of mistakes that nobody reads.
-Json describe_block(const DryBlock& dry, const std::string& type) {
+Json describe_block(const ProbedBlock& dry, const std::string& type) {
     BlockEntry entry;
     entry.type.text = type;
-    common::Diagnostics unheard({});
-    const Terminations terminations(dry.settings, *dry.block, entry, unheard);
+    common::Diagnostics discarded({});
+    const Terminations terminations(dry.settings, *dry.block, entry, discarded);
     Json ports = describe_ports({dry.block.get(), &terminations});
     for (const char* list : {"inputs", "outputs"}) {
         for (Json& port : ports[list])
@@ -125,8 +125,8 @@ void build(const InspectedPlugin& plugin, const std::string& type,
                 send(message);
         });
     DryTools tools;
-    DryBlock dry(*factory, type, Fenwa::ConfigurationAccess::observed(settings, recorder), tools,
-                 [&send](const char* phase) { send.phase(phase); });
+    ProbedBlock dry(*factory, type, Fenwa::ConfigurationAccess::observed(settings, recorder), tools,
+                    [&send](const char* phase) { send.phase(phase); });
     if (dry.failure != nullptr)
         return send.threw(describe(dry.failure));
     if (dry.block == nullptr)

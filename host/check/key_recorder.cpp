@@ -35,7 +35,7 @@ std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry,
     for (const Setting& setting : entry.settings) {
         if (is_unread(setting))
             unread.push_back(
-                {setting.key, setting.where, suggester.did_you_mean(setting.key, asked_)});
+                {setting.key, setting.location, suggester.did_you_mean(setting.key, asked_)});
     }
     return unread;
 }
@@ -46,7 +46,7 @@ std::vector<UnreadKey> KeyRecorder::near_misses(const BlockEntry& entry,
     for (const Setting& setting : entry.settings) {
         std::string help = suggester.did_you_mean(setting.key, missing_);
         if (!help.empty() && !asked_for(setting.key))
-            misses.push_back({setting.key, setting.where, std::move(help)});
+            misses.push_back({setting.key, setting.location, std::move(help)});
     }
     return misses;
 }

@@ -14,7 +14,7 @@ namespace host {
 /// A setting that no getter asked for; most likely a typing mistake.
 struct UnreadKey {
     std::string key;
-    Position where;
+    SourceLocation location;
     std::string help;  ///< with the nearest key that was asked for; empty for none
 };
 

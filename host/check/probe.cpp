@@ -45,9 +45,9 @@ std::optional<Fenwa::ConfigurationError> check_type(const std::string& key, cons
 
 }  // namespace
 
-DryBlock::DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-                   const Fenwa::BlockConfiguration& config, DryTools& tools,
-                   const std::function<void(const char*)>& on_phase) {
+ProbedBlock::ProbedBlock(const Fenwa::BlockFactory& factory, const std::string& name,
+                         const Fenwa::BlockConfiguration& config, DryTools& tools,
+                         const std::function<void(const char*)>& on_phase) {
     const auto enter = [&](const char* next) {
         phase = next;
         if (on_phase)
@@ -76,22 +76,21 @@ std::string describe(const std::exception_ptr& exception) {
     }
 }
 
-DryConstruction::DryConstruction(const BlockEntry& entry, const BlockTypes& types,
-                                 Diagnostics& diagnostics, Strictness strictness,
-                                 DryProgress progress)
+Probe::Probe(const BlockEntry& entry, const BlockTypes& types, Diagnostics& diagnostics,
+             Strictness strictness, DryProgress progress)
     : entry_(entry),
       types_(types),
       diagnostics_(diagnostics),
       strictness_(strictness),
       progress_(std::move(progress)) {}
 
-void DryConstruction::enter(const char* phase, bool exploring) {
+void Probe::enter(const char* phase, bool exploring) {
     exploring_ = exploring;
     if (progress_.on_phase)
         progress_.on_phase(phase, exploring);
 }
 
-void DryConstruction::on_mistake(const Fenwa::ConfigurationError& error) {
+void Probe::on_mistake(const Fenwa::ConfigurationError& error) {
     if (!exploring_ && progress_.on_invented)
         progress_.on_invented();
     const Setting* const setting = entry_.find(error.key());
@@ -101,46 +100,47 @@ void DryConstruction::on_mistake(const Fenwa::ConfigurationError& error) {
         report(error, entry_, diagnostics_);
 }
 
-bool DryConstruction::build() {
+bool Probe::build() {
     factory_ = types_.find(entry_, diagnostics_);
     if (factory_ == nullptr)
         return false;
     recorder_ = std::make_shared<KeyRecorder>(
         [this](const Fenwa::ConfigurationError& error) { on_mistake(error); });
-    DryBlock dry(*factory_, entry_.name,
-                 Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_), tools_,
-                 [this](const char* phase) { enter(phase, false); });
+    ProbedBlock dry(*factory_, entry_.name,
+                    Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_), tools_,
+                    [this](const char* phase) { enter(phase, false); });
     if (dry.failure != nullptr) {
         if (recorder_->invented_a_value())
             for (const UnreadKey& miss : recorder_->near_misses(entry_, diagnostics_.suggester()))
                 warn(miss);
         else
-            complain(dry);
+            report_mistakes(dry);
         enter("its destructor", false);
         return false;
     }
     if (dry.block == nullptr) {
-        diagnostics_.error(entry_.where, "the factory of " + describe(entry_) + " gave no block");
+        diagnostics_.error(entry_.location,
+                           "the factory of " + describe(entry_) + " gave no block");
         return false;
     }
     // What a block makes of a value that is not in the file is no mistake of its own.
-    Diagnostics unheard({});
+    Diagnostics discarded({});
     terminations_ = Terminations(dry.settings, *dry.block, entry_,
-                                 recorder_->invented_a_value() ? unheard : diagnostics_);
+                                 recorder_->invented_a_value() ? discarded : diagnostics_);
     block_ = std::move(dry.block);
     return true;
 }
 
-ConnectableBlock DryConstruction::block() const {
+ConnectableBlock Probe::block() const {
     return block_ == nullptr ? ConnectableBlock() : ConnectableBlock{block_.get(), &terminations_};
 }
 
-void DryConstruction::destroy() {
+void Probe::destroy() {
     enter("its destructor", false);
     block_.reset();
 }
 
-void DryConstruction::find_unread_keys() {
+void Probe::find_unread_keys() {
     if (!recorder_->has_unread_keys(entry_))
         return;
     enter("reconfigure", true);
@@ -163,7 +163,7 @@ void DryConstruction::find_unread_keys() {
         if (unread_names.count(setting.key) == 0)
             read.add(setting);
     }
-    const DryBlock dry(
+    const ProbedBlock dry(
         *factory_, entry_.name,
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
         tools_, [this](const char* phase) { enter(phase, true); });
@@ -183,11 +183,11 @@ void DryConstruction::find_unread_keys() {
     enter("its destructor", true);
 }
 
-void DryConstruction::warn(const UnreadKey& unread) {
-    diagnostics_.warning(unread.where, describe(unread, entry_), unread.help);
+void Probe::warn(const UnreadKey& unread) {
+    diagnostics_.warning(unread.location, describe(unread, entry_), unread.help);
 }
 
-void DryConstruction::complain(const DryBlock& dry) {
+void Probe::report_mistakes(const ProbedBlock& dry) {
     try {
         std::rethrow_exception(dry.failure);
     } catch (const Fenwa::ConfigurationError& error) {
@@ -195,17 +195,18 @@ void DryConstruction::complain(const DryBlock& dry) {
     } catch (const Fenwa::SDBusError&) {
         if (strictness_ == Strictness::alone)
             diagnostics_.warning(
-                entry_.where, describe(entry_) + " cannot be checked: it needs a bus to be built");
+                entry_.location,
+                describe(entry_) + " cannot be checked: it needs a bus to be built");
         else if (strictness_ == Strictness::in_a_run)
-            complain_of_throw(dry);
+            report_throw(dry);
     } catch (...) {
         if (strictness_ != Strictness::before_a_run)
-            complain_of_throw(dry);
+            report_throw(dry);
     }
 }
 
-void DryConstruction::complain_of_throw(const DryBlock& dry) {
-    diagnostics_.error(entry_.where,
+void Probe::report_throw(const ProbedBlock& dry) {
+    diagnostics_.error(entry_.location,
                        describe(entry_) + " threw in " + dry.phase + ": " + describe(dry.failure));
     threw_ = true;
 }

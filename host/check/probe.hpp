@@ -29,13 +29,13 @@ struct DryTools {
 };
 
 /// A block that was built on a bus that is not there, and set up.
-struct DryBlock {
+struct ProbedBlock {
     /// Whatever the block throws is kept in `failure`.
     /// @param config usually under the eyes of a KeyRecorder.
     /// @param on_phase told of each phase before it begins, in case that it never ends.
-    DryBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-             const Fenwa::BlockConfiguration& config, DryTools& tools,
-             const std::function<void(const char* phase)>& on_phase = {});
+    ProbedBlock(const Fenwa::BlockFactory& factory, const std::string& name,
+                const Fenwa::BlockConfiguration& config, DryTools& tools,
+                const std::function<void(const char* phase)>& on_phase = {});
 
     std::unique_ptr<Fenwa::Block> block;  ///< null when the factory threw, or gave none
     Fenwa::BlockConfiguration settings;   ///< what its setup returned
@@ -62,14 +62,13 @@ struct DryProgress {
 
 /// Builds a block of a graph on a bus that is not there, and says of each mistake where it is:
 /// unknown type, missing, mistyped and unread keys, wrong terminations, exceptions.
-class DryConstruction {
+class Probe {
   public:
     /// All outlive this object.
-    DryConstruction(const BlockEntry& entry, const BlockTypes& types,
-                    common::Diagnostics& diagnostics, Strictness strictness,
-                    DryProgress progress = {});
-    DryConstruction(const DryConstruction&) = delete;
-    DryConstruction& operator=(const DryConstruction&) = delete;
+    Probe(const BlockEntry& entry, const BlockTypes& types, common::Diagnostics& diagnostics,
+          Strictness strictness, DryProgress progress = {});
+    Probe(const Probe&) = delete;
+    Probe& operator=(const Probe&) = delete;
 
     /// Builds it and sets it up. @returns whether it is there.
     bool build();
@@ -96,8 +95,8 @@ class DryConstruction {
     void enter(const char* phase, bool exploring);
     void on_mistake(const Fenwa::ConfigurationError& error);
     void warn(const UnreadKey& unread);
-    void complain(const DryBlock& dry);
-    void complain_of_throw(const DryBlock& dry);
+    void report_mistakes(const ProbedBlock& dry);
+    void report_throw(const ProbedBlock& dry);
 
     const BlockEntry& entry_;
     const BlockTypes& types_;

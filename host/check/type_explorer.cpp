@@ -16,7 +16,7 @@ using Fenwa::BlockConfiguration;
 using Kind = Misbehaviour::Kind;
 using Settings = std::map<std::string, BlockConfiguration::Value>;
 
-/// Blocks built of one type at most, and boolean keys that are turned over at once.
+/// Blocks built of one type at most, and boolean keys that are toggled at once.
 constexpr int most_attempts = 64;
 constexpr std::size_t most_turned = 3;
 
@@ -55,9 +55,9 @@ class TypeExplorer {
     Json explore() {
         variants_.emplace_back();
         while (!variants_.empty() && attempts_ < most_attempts && !hung_) {
-            const Settings turned = std::move(variants_.front());
+            const Settings toggled = std::move(variants_.front());
             variants_.pop_front();
-            look_at(turned);
+            look_at(toggled);
         }
         // In the order of a whole description; a list that nothing was found for is there too.
         Json type = Json::object();
@@ -71,27 +71,27 @@ class TypeExplorer {
     }
 
   private:
-    /// Builds the block with these boolean keys turned over.
-    void look_at(const Settings& turned) {
+    /// Builds the block with these boolean keys toggled.
+    void look_at(const Settings& toggled) {
         BlockSeen seen;
         for (bool again = true; again;) {
             Settings given = plausible_;
-            for (const auto& [key, value] : turned)
+            for (const auto& [key, value] : toggled)
                 given.insert_or_assign(key, value);
             seen = try_block_(configuration(given));
             ++attempts_;
-            take_keys(seen.keys, given, turned);
+            take_keys(seen.keys, given, toggled);
             again =
                 seen.misbehaviour && attempts_ < most_attempts && make_values_up(seen.keys, given);
         }
         if (seen.misbehaviour)
-            fail(*seen.misbehaviour, turned);
+            fail(*seen.misbehaviour, toggled);
         for (const KeySeen& key : seen.keys) {
             if (!seen.misbehaviour)
                 settled_.insert(key.key);
         }
         if (!seen.block.is_null())
-            take_block(seen.block, turned);
+            take_block(seen.block, toggled);
     }
 
     /// @returns whether the block was given a zero that may have been its trouble.
@@ -106,7 +106,7 @@ class TypeExplorer {
     }
 
     void take_keys(const std::vector<KeySeen>& keys, const Settings& given,
-                   const Settings& turned) {
+                   const Settings& toggled) {
         for (const KeySeen& seen : keys) {
             if (given.count(seen.key) != 0)  // what was found there is our own
                 continue;
@@ -124,10 +124,10 @@ class TypeExplorer {
             key["default"] = value;
             if (value.is_null())
                 require(key);
-            add_condition(key, turned);
+            add_condition(key, toggled);
             keys_.push_back(std::move(key));
-            if (seen.type == "bool" && turned.size() < most_turned) {
-                Settings variant = turned;
+            if (seen.type == "bool" && toggled.size() < most_turned) {
+                Settings variant = toggled;
                 variant.emplace(seen.key, value != Json(true));
                 variants_.push_back(std::move(variant));
             }
@@ -140,7 +140,7 @@ class TypeExplorer {
     }
 
     /// Adds to each list what is not in it yet.
-    void take_block(const Json& block, const Settings& turned) {
+    void take_block(const Json& block, const Settings& toggled) {
         for (auto& [list, known] : found_.items()) {
             for (Json item : block[list]) {
                 const bool is_known =
@@ -152,7 +152,7 @@ class TypeExplorer {
                     });
                 if (is_known)
                     continue;
-                add_condition(item, turned);
+                add_condition(item, toggled);
                 known.push_back(std::move(item));
             }
         }
@@ -160,20 +160,20 @@ class TypeExplorer {
             settings_ = block["settings"];
     }
 
-    void fail(const Misbehaviour& misbehaviour, const Settings& turned) {
+    void fail(const Misbehaviour& misbehaviour, const Settings& toggled) {
         hung_ = hung_ || misbehaviour.kind == Kind::hung;
         Json failure = {{"kind", kind_name(misbehaviour.kind)}, {"text", misbehaviour.text}};
-        add_condition(failure, turned);
+        add_condition(failure, toggled);
         failures_.push_back(std::move(failure));
     }
 
-    static void add_condition(Json& item, const Settings& turned) {
-        for (const auto& [key, value] : turned)
+    static void add_condition(Json& item, const Settings& toggled) {
+        for (const auto& [key, value] : toggled)
             item["when"][key] = std::get<bool>(value);
     }
 
     const TryBlock& try_block_;
-    std::deque<Settings> variants_;  ///< boolean keys that are still to be turned over
+    std::deque<Settings> variants_;  ///< boolean keys that are still to be toggled
     Settings plausible_;             ///< for required keys whose zero was not taken
     std::set<std::string> settled_;  ///< keys whose values a block has been built with
     int attempts_ = 0;

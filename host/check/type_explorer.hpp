@@ -13,13 +13,13 @@ using TryBlock = std::function<BlockSeen(const Fenwa::BlockConfiguration& settin
 
 /// Finds out what a block type has to offer by building it again and again: without settings; with
 /// other values for its required keys where it does not take the zero ones; and with each boolean
-/// key turned over, because other keys, ports and objects may depend on it. Bounded, also where
+/// key toggled, because other keys, ports and objects may depend on it. Bounded, also where
 /// keys lead to ever more keys.
 /// @returns {"inputs", …} as in `inspect_plugin`, without the type's name.
 [[nodiscard]] common::Json explore_type(const TryBlock& try_block);
 
 /// Whether a type was built and did nothing that it should not. That it throws with a boolean
-/// turned over is its right: the values that go with it may be missing.
+/// toggled is its right: the values that go with it may be missing.
 [[nodiscard]] bool behaved(const common::Json& type);
 
 }  // namespace host

@@ -37,7 +37,7 @@ struct GraphOptions {
 /// that has some.
 Json describe_file(const GraphOptions& options, ExitCode& code) {
     common::Diagnostics diagnostics(options.graph);
-    const auto look = [](const DryConstruction& dry) {
+    const auto look = [](const Probe& dry) {
         return describe_block(dry.entry(), dry.block(),
                               Fenwa::HostAccess::configuration(*dry.block().block));
     };
@@ -55,9 +55,9 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
     return {{"blocks", std::move(blocks)}, {"connections", describe_connections(*checked.graph)}};
 }
 
-Picture picture_of_host(const ControlTarget& target) {
+Diagram diagram_of_host(const ControlTarget& target) {
     return ControlClient(target).with_description(
-        [](const Json& description) { return make_picture(description, PictureValues::shown); });
+        [](const Json& description) { return make_diagram(description, DiagramValues::shown); });
 }
 
 /// Draws a graph: one of a file with its ports, datatypes and connections as a check finds them;
@@ -73,15 +73,15 @@ ExitCode draw_graph(const GraphOptions& options) {
     if (!options.graph.empty() && options.control)
         throw Failure(ExitCode::usage, "GRAPH and --control exclude each other");
     open_closed_streams();
-    Picture picture;
+    Diagram picture;
     if (options.control) {
-        picture = picture_of_host({options.bus, *options.control});
+        picture = diagram_of_host({options.bus, *options.control});
     } else {
         ExitCode code = ExitCode::done;
         const Json description = describe_file(options, code);
         if (code != ExitCode::done)
             return code;
-        picture = make_picture(description, PictureValues::hidden);
+        picture = make_diagram(description, DiagramValues::hidden);
     }
     const std::string dot = to_dot(picture);
     if (options.output) {

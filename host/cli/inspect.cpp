@@ -69,7 +69,7 @@ Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
 ///
 /// Ports and objects are those after the setup, keys stand in the order in which they are first
 /// asked for, settings are what setup returns. Types and values stand as in event lines. What is
-/// there only with some boolean keys turned over has a member "when" with them and the values that
+/// there only with some boolean keys toggled has a member "when" with them and the values that
 /// they have then.
 /// @returns `threw` when the entry point or a block threw, crashed or hung.
 /// @throws common::Failure `unreadable` when the plug-in is not there or is none, `usage` when it
@@ -83,13 +83,13 @@ ExitCode inspect_plugin(const InspectOptions& options) {
     if (listed.misbehaviour) {
         common::print_error_line("fenwa: the plug-in '" + options.plugin.name + "' " +
                                  listed.misbehaviour->text);
-        code = ExitCode::threw;
+        code = ExitCode::software;
     }
     Json types = Json::array();
     for (const std::string& name : chosen_types(options, listed)) {
         types.push_back(inspect_type(options.plugin, name));
         if (!behaved(types.back()))
-            code = ExitCode::threw;
+            code = ExitCode::software;
     }
     if (options.format == EventFormat::json) {
         const Json document = {

@@ -133,12 +133,12 @@ ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types,
     }
     loop.attach(*bus);
     const common::EventSourcePtr settling = settle_repeated_lines(loop, events);
-    BusTap tap(*bus);
+    BusInterposer interposer(*bus);
     Fenwa::ConnectionTools connection(bus.get());
     const Fenwa::InitTools tools(&connection);
     const Listeners listeners(events);
     RunningGraph running(graph, types, tools, loop.get(), events, diagnostics);
-    running.follow_bus(tap);
+    running.follow_bus(interposer);
 
     const auto failed = [&](const std::exception_ptr& failure) {
         try {
@@ -148,7 +148,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types,
             return ExitCode::misconfigured;
         } catch (BlockFailure& error) {
             error.report().print(std::cerr, common::use_color(options.color, stderr));
-            return ExitCode::threw;
+            return ExitCode::software;
         } catch (const common::Failure& error) {
             common::print_error_line(std::string("fenwa: ") + error.what());
             return error.code();
@@ -156,7 +156,7 @@ ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types,
     };
     const std::size_t known = diagnostics.errors();
     ExitCode code = ExitCode::done;
-    LiveSettings settings(options.graph, running, types);
+    Reconfigurer settings(options.graph, running, types);
     std::optional<Control> control;
     try {
         const bool started = running.start([&loop] { return loop.interrupted(); });
@@ -240,7 +240,7 @@ ExitCode run_graph(const RunOptions& options) {
         ended(failure.code());
         throw;
     } catch (...) {
-        ended(ExitCode::threw);
+        ended(ExitCode::software);
         throw;
     }
 }

@@ -60,7 +60,7 @@ Basic read_basic(sd_bus_message& message, char type) {
 }
 
 [[noreturn]] void refuse(const std::string& key, const std::string& what) {
-    throw ControlRefusal(wrong_setting_error, "the key " + common::in_quotes(key) + " " + what);
+    throw ControlError(wrong_setting_error, "the key " + common::in_quotes(key) + " " + what);
 }
 
 /// Reads what a variant of the type `held` holds.

@@ -19,7 +19,7 @@ using SettingList = std::vector<Fenwa::BlockConfiguration::KeyValue>;
 [[nodiscard]] int append_settings(sd_bus_message& message, const SettingList& settings);
 
 /// Reads the a{sv} that stands next in a message.
-/// @throws ControlRefusal naming the key where a value is of another type, or where a key comes
+/// @throws ControlError naming the key where a value is of another type, or where a key comes
 ///         twice; std::system_error when the message cannot be read.
 [[nodiscard]] SettingList read_settings(sd_bus_message& message);
 

@@ -69,7 +69,8 @@ void ControlClient::fail_unknown_form() {
 void ControlClient::fail(const common::BusError& error, int r) const {
     const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
     if (name == block_threw_error)
-        throw Failure(ExitCode::threw, error.error.message == nullptr ? "" : error.error.message);
+        throw Failure(ExitCode::software,
+                      error.error.message == nullptr ? "" : error.error.message);
     if (name.starts_with(control_error_prefix))
         throw Failure(ExitCode::usage, error.error.message == nullptr ? "" : error.error.message);
     if (name == SD_BUS_ERROR_SERVICE_UNKNOWN || name == SD_BUS_ERROR_NAME_HAS_NO_OWNER)

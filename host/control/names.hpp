@@ -34,11 +34,11 @@ inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.Bl
 inline constexpr std::size_t longest_refusal = 1000;
 
 /// A call that a host does not serve. `what()` is the sentence for the user.
-class ControlRefusal : public std::runtime_error {
+class ControlError : public std::runtime_error {
   public:
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
-    ControlRefusal(const char* name, const std::string& sentence, const std::string& help = {})
+    ControlError(const char* name, const std::string& sentence, const std::string& help = {})
         : std::runtime_error(common::one_line(
               common::shortened(common::with_help(sentence, help), longest_refusal))),
           name_(name) {}

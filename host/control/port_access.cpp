@@ -17,8 +17,8 @@ struct Found {
 Found find_block(const RunningGraph& graph, const std::string& port) {
     const std::optional<Endpoint> end = parse_endpoint(port);
     if (!end)
-        throw ControlRefusal(unknown_port_error,
-                             common::in_quotes(port) + " is not of the form BLOCK.PORT");
+        throw ControlError(unknown_port_error,
+                           common::in_quotes(port) + " is not of the form BLOCK.PORT");
     const ConnectableBlock block = graph.block(end->block);
     if (block.block == nullptr)
         refuse_unknown_block(graph.graph(), end->block);
@@ -28,10 +28,10 @@ Found find_block(const RunningGraph& graph, const std::string& port) {
 [[noreturn]] void refuse_unknown(const Endpoint& end, const char* kind,
                                  const std::vector<std::string>& names) {
     common::Suggester suggester;
-    throw ControlRefusal(unknown_port_error,
-                         "the block " + common::in_quotes(end.block) + " has no " + kind + " " +
-                             common::in_quotes(end.port),
-                         port_help(end.port, kind, names, suggester));
+    throw ControlError(unknown_port_error,
+                       "the block " + common::in_quotes(end.block) + " has no " + kind + " " +
+                           common::in_quotes(end.port),
+                       port_help(end.port, kind, names, suggester));
 }
 
 }  // namespace
@@ -40,9 +40,9 @@ void refuse_unknown_block(const Graph& graph, const std::string& block) {
     std::vector<std::string> names;
     for (const BlockEntry& entry : graph.blocks)
         names.push_back(entry.name);
-    throw ControlRefusal(unknown_block_error,
-                         "no block " + common::in_quotes(block) + " in the graph",
-                         common::did_you_mean(block, names));
+    throw ControlError(unknown_block_error,
+                       "no block " + common::in_quotes(block) + " in the graph",
+                       common::did_you_mean(block, names));
 }
 
 PortValue read_port(const RunningGraph& graph, const std::string& port) {
@@ -57,8 +57,8 @@ PortValue read_port(const RunningGraph& graph, const std::string& port) {
         refuse_unknown(end, "port", names);
     }
     if (std::holds_alternative<std::monostate>(*value))
-        throw ControlRefusal(wrong_type_error,
-                             "'" + port + "' holds a value that the host does not know");
+        throw ControlError(wrong_type_error,
+                           "'" + port + "' holds a value that the host does not know");
     return *value;
 }
 
@@ -67,20 +67,20 @@ WritableInput find_writable(const RunningGraph& graph, const std::string& port) 
     const Fenwa::InPortInternal* const input = block.inport(end.port);
     if (input == nullptr) {
         if (block.block->get_outport(end.port) != nullptr)
-            throw ControlRefusal(unknown_port_error, "'" + port + "' is an output, not an input");
+            throw ControlError(unknown_port_error, "'" + port + "' is an output, not an input");
         refuse_unknown(end, "input", block.inport_names());
     }
     for (const Connection& connection : graph.graph().connections) {
         if (connection.to.block == end.block && connection.to.port == end.port)
-            throw ControlRefusal(connected_input_error,
-                                 "'" + port + "' is connected to '" + connection.from.text() + "'");
+            throw ControlError(connected_input_error,
+                               "'" + port + "' is connected to '" + connection.from.text() + "'");
     }
     const Fenwa::Datatype& datatype = input->datatype();
-    const PortValue first = first_value(datatype);
+    const PortValue first = default_value(datatype);
     if (std::holds_alternative<std::monostate>(first) ||
         std::holds_alternative<Fenwa::datatype_timersource>(first))
-        throw ControlRefusal(wrong_type_error, "'" + port + "' takes " + type_name(datatype) +
-                                                   ", which cannot be written");
+        throw ControlError(wrong_type_error, "'" + port + "' takes " + type_name(datatype) +
+                                                 ", which cannot be written");
     return {end, datatype};
 }
 

@@ -15,7 +15,7 @@ namespace host {
 [[noreturn]] void refuse_unknown_block(const Graph& graph, const std::string& block);
 
 /// The value of any input, those that the host provides included, or of any output.
-/// @throws ControlRefusal for a port that is not there, or whose values the host does not know.
+/// @throws ControlError for a port that is not there, or whose values the host does not know.
 [[nodiscard]] PortValue read_port(const RunningGraph& graph, const std::string& port);
 
 /// An input that may be written.
@@ -25,7 +25,7 @@ struct WritableInput {
 };
 
 /// The input of that name.
-/// @throws ControlRefusal for an input that is not there, is connected, or is of a datatype that
+/// @throws ControlError for an input that is not there, is connected, or is of a datatype that
 ///         nobody can write: a timer source, or one that the host does not know.
 [[nodiscard]] WritableInput find_writable(const RunningGraph& graph, const std::string& port);
 

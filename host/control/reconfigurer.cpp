@@ -26,21 +26,21 @@ using Fenwa::ConfigurationAccess;
 
 /// What a block that cannot be built dry is told: what it was built with, with what is given now
 /// laid over it. The default of a key that it was given then is not known.
-BlockConfiguration lay_over(const RunningGraph& graph, const BlockEntry& entry,
-                            Diagnostics& diagnostics) {
+BlockConfiguration merge_settings(const RunningGraph& graph, const BlockEntry& entry,
+                                  Diagnostics& diagnostics) {
     for (const auto& given : ConfigurationAccess::entries(graph.built_from(entry.name))) {
         if (entry.find(given.key()) == nullptr)
-            diagnostics.error(entry.where, describe(entry) +
-                                               " cannot be built without a bus, so "
-                                               "that the default of '" +
-                                               given.key() +
-                                               "' is not known; to take it away needs a restart");
+            diagnostics.error(entry.location,
+                              describe(entry) +
+                                  " cannot be built without a bus, so "
+                                  "that the default of '" +
+                                  given.key() + "' is not known; to take it away needs a restart");
     }
     return graph.built_with(entry.name) + entry.configuration();
 }
 
 /// What a block will run with, and what it does not read.
-Json look_at(const DryConstruction& dry) {
+Json look_at(const Probe& dry) {
     Json unread = Json::array();
     for (const UnreadKey& key : dry.unread_keys())
         unread.push_back(Json::array({key.key, key.help}));
@@ -75,10 +75,10 @@ std::string list_names(const std::vector<std::string>& names) {
 
 }  // namespace
 
-LiveSettings::LiveSettings(std::string path, RunningGraph& graph, BlockTypes& types)
+Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types)
     : path_(std::move(path)), graph_(graph), types_(types) {}
 
-void LiveSettings::reload(bool color) noexcept {
+void Reconfigurer::reload(bool color) noexcept {
     const auto say = [this](const std::string& sentence) {
         common::print_error_line("fenwa: " + path_ + ": " + sentence);
     };
@@ -109,7 +109,7 @@ void LiveSettings::reload(bool color) noexcept {
     }
 }
 
-std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& diagnostics) {
+std::optional<std::vector<std::string>> Reconfigurer::reload_from(Diagnostics& diagnostics) {
     check_regular_file(path_);
     std::optional<Graph> next = read_graph(path_, diagnostics);
     // That a graph without blocks differs in each of them goes without saying.
@@ -129,28 +129,28 @@ std::optional<std::vector<std::string>> LiveSettings::reload_from(Diagnostics& d
     for (const auto& [name, block] : after)
         settings.emplace(name, block.configuration);
     std::vector<std::string> told = quoted(changed);
-    if (next->pace != graph_.graph().pace)
+    if (next->rate_limit != graph_.graph().rate_limit)
         told.insert(told.begin(), "[host]");
     graph_.reconfigure(std::move(*next), settings, diagnostics);
     return told;
 }
 
-LiveSettings::Complete LiveSettings::complete(const std::vector<const BlockEntry*>& entries,
+Reconfigurer::Complete Reconfigurer::complete(const std::vector<const BlockEntry*>& entries,
                                               Diagnostics& diagnostics) const {
     ProbeJob before{types_, {}, {}, {}, Strictness::before_a_run};
     for (const BlockEntry* entry : entries)
         before.blocks.push_back(graph_.graph().find(entry->name));
-    Diagnostics unheard(path_);
-    const Probe as_they_are = probe(before, unheard);
+    Diagnostics discarded(path_);
+    const ProbeResult as_they_are = probe(before, discarded);
     Complete complete;
     ProbeJob after{types_, {}, {}, {}, Strictness::in_a_run, look_at};
     for (const BlockEntry* entry : entries) {
         if (as_they_are.blocks.at(entry->name).ports.complete)
             after.blocks.push_back(entry);
         else  // What it has is not enough without a bus, so that nothing is learnt from it.
-            complete[entry->name].configuration = lay_over(graph_, *entry, diagnostics);
+            complete[entry->name].configuration = merge_settings(graph_, *entry, diagnostics);
     }
-    const Probe as_they_will_be = probe(after, diagnostics);
+    const ProbeResult as_they_will_be = probe(after, diagnostics);
     for (const BlockEntry* entry : after.blocks) {
         const Json& seen = as_they_will_be.blocks.at(entry->name).look;
         if (seen.is_null())
@@ -158,12 +158,12 @@ LiveSettings::Complete LiveSettings::complete(const std::vector<const BlockEntry
         CompleteBlock& block = complete[entry->name];
         block.configuration = settings_from_message(seen.at("settings"));
         for (const Json& key : seen.at("unread"))
-            block.unread.push_back({key.at(0), entry->where, key.at(1)});
+            block.unread.push_back({key.at(0), entry->location, key.at(1)});
     }
     return complete;
 }
 
-void LiveSettings::change(const std::string& block, const SettingList& changes) {
+void Reconfigurer::change(const std::string& block, const SettingList& changes) {
     Graph next = graph_.graph();
     BlockEntry* const entry = next.find(block);
     if (entry == nullptr)
@@ -176,27 +176,27 @@ void LiveSettings::change(const std::string& block, const SettingList& changes) 
     try {
         after = complete({entry}, diagnostics)[block];
     } catch (const std::system_error& error) {
-        throw ControlRefusal(wrong_setting_error,
-                             std::string("the settings cannot be checked: ") + error.what());
+        throw ControlError(wrong_setting_error,
+                           std::string("the settings cannot be checked: ") + error.what());
     }
     for (const UnreadKey& unread : after.unread) {
         const bool is_asked_for =
             std::any_of(changes.begin(), changes.end(),
                         [&](const auto& change) { return change.key() == unread.key; });
         if (is_asked_for)
-            throw ControlRefusal(unknown_key_error, describe(unread, *entry), unread.help);
+            throw ControlError(unknown_key_error, describe(unread, *entry), unread.help);
     }
     if (diagnostics.errors() != 0)
-        throw ControlRefusal(wrong_setting_error, diagnostics.error_sentences().front());
+        throw ControlError(wrong_setting_error, diagnostics.error_sentences().front());
     if (same_settings(*graph_.graph().find(block), *entry))
         return;
     try {
         graph_.reconfigure(std::move(next), {{block, after.configuration}}, diagnostics);
     } catch (const Fenwa::ConfigurationError&) {
-        throw ControlRefusal(wrong_setting_error, diagnostics.error_sentences().front());
+        throw ControlError(wrong_setting_error, diagnostics.error_sentences().front());
     } catch (const BlockFailure& failure) {
         graph_.fail(std::current_exception());
-        throw ControlRefusal(block_threw_error, failure.what());
+        throw ControlError(block_threw_error, failure.what());
     }
     common::print_error_line("fenwa: new settings for '" + block + "', set over the bus");
 }

@@ -18,10 +18,10 @@ namespace host {
 /// child process, so that nothing is changed half and no crash reaches the host. A block that
 /// throws anything but a ConfigurationError when it is told ends the host, as one that throws in
 /// `run` does. Thread of the loop.
-class LiveSettings {
+class Reconfigurer {
   public:
     /// All outlive this object. @param path of the graph file.
-    LiveSettings(std::string path, RunningGraph& graph, BlockTypes& types);
+    Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types);
 
     /// Reads the file again and tells the blocks whose settings in it differ from those that they
     /// have now, a client's changes included. The file's pace holds from here on. A file that
@@ -30,8 +30,8 @@ class LiveSettings {
     void reload(bool color) noexcept;
 
     /// Lays changes over the settings of one block.
-    /// @throws ControlRefusal where there is no such block, it reads no such key, or it does not
-    ///         take a value; then nothing has changed. ControlRefusal also where it threw.
+    /// @throws ControlError where there is no such block, it reads no such key, or it does not
+    ///         take a value; then nothing has changed. ControlError also where it threw.
     void change(const std::string& block, const SettingList& changes);
 
   private:

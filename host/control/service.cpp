@@ -33,7 +33,7 @@ const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-Control::Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, common::BusPtr bus)
+Control::Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, common::BusPtr bus)
     : graph_(graph), settings_(settings), bus_(std::move(bus)) {
     sd_bus_slot* slot = nullptr;
     check(
@@ -53,7 +53,7 @@ template <int (Control::*Member)(sd_bus_message&)>
 int Control::serve(sd_bus_message* call, void* userdata, sd_bus_error* error) noexcept {
     try {
         return (static_cast<Control*>(userdata)->*Member)(*call);
-    } catch (const ControlRefusal& refusal) {
+    } catch (const ControlError& refusal) {
         return sd_bus_error_set(error, refusal.name(), refusal.what());
     } catch (const std::exception& exception) {
         return sd_bus_error_set(error, SD_BUS_ERROR_FAILED,
@@ -73,9 +73,9 @@ int Control::write(sd_bus_message& call) {
     const WritableInput input = find_writable(graph_, port);
     const std::optional<PortValue> value = read_variant(call, input.datatype);
     if (!value)
-        throw ControlRefusal(wrong_type_error, "'" + port + "' takes " + type_name(input.datatype) +
-                                                   ", which is of the D-Bus type '" +
-                                                   bus_type(first_value(input.datatype)) + "'");
+        throw ControlError(wrong_type_error, "'" + port + "' takes " + type_name(input.datatype) +
+                                                 ", which is of the D-Bus type '" +
+                                                 bus_type(default_value(input.datatype)) + "'");
     graph_.write(input.end, *value);
     return sd_bus_reply_method_return(&call, "");
 }

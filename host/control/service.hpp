@@ -23,7 +23,7 @@ class Control {
     /// @param bus a connection of its own, so that a client's calls never wait in the blocks'
     /// queue;
     ///        it owns the name already, and what has been called meanwhile is answered now.
-    Control(RunningGraph& graph, LiveSettings& settings, EventLoop& loop, common::BusPtr bus);
+    Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, common::BusPtr bus);
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
     ~Control();
@@ -41,7 +41,7 @@ class Control {
     void tell(const std::string& port, const PortValue& value) noexcept;
 
     RunningGraph& graph_;
-    LiveSettings& settings_;
+    Reconfigurer& settings_;
     common::BusPtr bus_;
     common::SlotPtr object_;
     bool said_lost_ = false;

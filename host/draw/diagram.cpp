@@ -15,15 +15,15 @@ namespace {
 using common::Json;
 
 /// Settings of a block that are drawn; more would hide the graph behind them.
-constexpr std::size_t most_settings = 5;
+constexpr std::size_t max_settings = 5;
 /// Letters of a value that are drawn.
-constexpr std::size_t longest_value = 28;
+constexpr std::size_t max_value_length = 28;
 
 /// Cuts a text between two letters.
 std::string shortened(const std::string& text) {
     std::size_t letters = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U && letters++ == longest_value)
+        if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U && letters++ == max_value_length)
             return text.substr(0, i) + "…";
     }
     return text;
@@ -45,11 +45,11 @@ std::string value_text(const Json& value) {
     return shortened(value.is_string() ? value.get<std::string>() : common::json_line(value));
 }
 
-PicturePort make_port(const Json& port, PictureValues values) {
+PicturePort make_port(const Json& port, DiagramValues values) {
     PicturePort made;
     made.name = port.at("name");
     made.type = port.at("type");
-    if (values == PictureValues::shown && !port.at("value").is_null())
+    if (values == DiagramValues::shown && !port.at("value").is_null())
         made.value = value_text(port["value"]);
     return made;
 }
@@ -63,7 +63,7 @@ std::vector<std::string> lines_of(const Json& block) {
     std::vector<std::string> lines;
     const Json& settings = block.at("settings");
     for (const auto& [key, value] : settings.items()) {
-        if (lines.size() == most_settings) {
+        if (lines.size() == max_settings) {
             lines.emplace_back("…");
             break;
         }
@@ -74,7 +74,7 @@ std::vector<std::string> lines_of(const Json& block) {
     return lines;
 }
 
-PictureBlock make_block(const Json& block, PictureValues values) {
+PictureBlock make_block(const Json& block, DiagramValues values) {
     PictureBlock made;
     made.name = block.at("name");
     made.type = block.at("type");
@@ -105,8 +105,8 @@ std::size_t port_named(const std::string& name, std::vector<PicturePort>& ports)
 
 }  // namespace
 
-Picture make_picture(const Json& description, PictureValues values) {
-    Picture picture;
+Diagram make_diagram(const Json& description, DiagramValues values) {
+    Diagram picture;
     std::unordered_map<std::string, std::size_t> blocks;
     std::unordered_map<std::string, std::size_t> services;
     for (const Json& block : description.at("blocks")) {
@@ -134,7 +134,7 @@ Picture make_picture(const Json& description, PictureValues values) {
     return picture;
 }
 
-std::vector<std::vector<std::size_t>> connected_parts(const Picture& picture) {
+std::vector<std::vector<std::size_t>> connected_parts(const Diagram& picture) {
     std::vector<std::size_t> part_of(picture.blocks.size());
     std::iota(part_of.begin(), part_of.end(), std::size_t{0});
     const auto join = [&part_of](std::size_t one, std::size_t other) {

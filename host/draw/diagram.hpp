@@ -45,23 +45,23 @@ struct PictureService {
 };
 
 /// A graph as it is drawn, whether it runs or only stands in a file.
-struct Picture {
+struct Diagram {
     std::vector<PictureBlock> blocks;
     std::vector<PictureConnection> connections;
     std::vector<PictureService> services;
 };
 
 /// Whether what ports hold is drawn.
-enum class PictureValues { shown, hidden };
+enum class DiagramValues { shown, hidden };
 
 /// Makes a picture of a description in the form of `describe(const RunningGraph&)`, of which every
 /// block may also have "services" ([NAME, …]) and "exports" ([{"path", "interface"}, …]). A port
 /// that only a connection knows, because its block could not be looked at, is drawn too.
 /// @throws common::Json::exception when the description is of another form.
-[[nodiscard]] Picture make_picture(const common::Json& description, PictureValues values);
+[[nodiscard]] Diagram make_diagram(const common::Json& description, DiagramValues values);
 
 /// The blocks that hang together, by connections or by a service, in the order of the first of
 /// each.
-[[nodiscard]] std::vector<std::vector<std::size_t>> connected_parts(const Picture& picture);
+[[nodiscard]] std::vector<std::vector<std::size_t>> connected_parts(const Diagram& picture);
 
 }  // namespace host

@@ -64,7 +64,7 @@ std::string painted(const std::string& content, const char* color, int size) {
 
 class DotWriter {
   public:
-    explicit DotWriter(const Picture& picture) : picture_(picture) {
+    explicit DotWriter(const Diagram& picture) : picture_(picture) {
         for (const PictureBlock& block : picture.blocks)
             colors_.emplace(block.type, type_colors[colors_.size() % std::size(type_colors)]);
     }
@@ -225,14 +225,14 @@ class DotWriter {
              << (input.passive ? ", arrowhead=empty" : "") << "];\n";
     }
 
-    const Picture& picture_;
+    const Diagram& picture_;
     std::ostringstream out_;
     std::map<std::string, const char*> colors_;  ///< of the types
 };
 
 }  // namespace
 
-std::string to_dot(const Picture& picture) {
+std::string to_dot(const Diagram& picture) {
     return DotWriter(picture).text();
 }
 

@@ -11,7 +11,7 @@ using Fenwa::HostAccess;
 
 Json value_of(const Fenwa::InPortInternal& port) {
     const void* const source = HostAccess::source(port);
-    return to_json(source == nullptr ? first_value(port.datatype())
+    return to_json(source == nullptr ? default_value(port.datatype())
                                      : read_value(port.datatype(), source));
 }
 

@@ -19,7 +19,7 @@ const BlockPorts* find_block(const Endpoint& end, const PortsByName& blocks,
     const auto found = blocks.find(end.block);
     if (found != blocks.end())
         return &found->second;
-    diagnostics.error(end.where, "no block '" + end.block + "' in the graph",
+    diagnostics.error(end.location, "no block '" + end.block + "' in the graph",
                       diagnostics.did_you_mean(end.block, names));
     return nullptr;
 }
@@ -40,14 +40,14 @@ const PortInfo* find_port(const Endpoint& end, const BlockPorts& block, const Po
     if (port != nullptr || !block.complete)
         return port;
     if (find_port(others, end.port) != nullptr) {
-        diagnostics.error(end.where,
+        diagnostics.error(end.location,
                           "'" + end.text() + "' is an " + other_kind + ", not an " + kind);
         return nullptr;
     }
     std::vector<std::string> names;
     for (const PortInfo& each : ports)
         names.push_back(each.name);
-    diagnostics.error(end.where,
+    diagnostics.error(end.location,
                       "the block '" + end.block + "' has no " + kind + " '" + end.port + "'",
                       port_help(end.port, kind, names, diagnostics.suggester()));
     return nullptr;
@@ -86,17 +86,17 @@ std::string port_help(const std::string& typed, const char* kind,
 }
 
 void check_connections(const Graph& graph, const PortsByName& blocks, Diagnostics& diagnostics) {
-    std::map<std::string, Position> connected;
+    std::map<std::string, SourceLocation> connected;
     std::vector<std::string> names;
     for (const auto& [name, ports] : blocks)
         names.push_back(name);
     for (const auto& [from, to] : graph.connections) {
         const BlockPorts* const source = find_block(from, blocks, names, diagnostics);
         const BlockPorts* const target = find_block(to, blocks, names, diagnostics);
-        const auto [first, is_new] = connected.emplace(to.text(), to.where);
+        const auto [first, is_new] = connected.emplace(to.text(), to.location);
         if (!is_new && !to.block.empty())
-            diagnostics.error(to.where, "'" + to.text() + "' is connected already, at " +
-                                            diagnostics.locate(first->second));
+            diagnostics.error(to.location, "'" + to.text() + "' is connected already, at " +
+                                               diagnostics.locate(first->second));
         const PortInfo* const out = source == nullptr
                                         ? nullptr
                                         : find_port(from, *source, source->outputs, "output",
@@ -106,9 +106,9 @@ void check_connections(const Graph& graph, const PortsByName& blocks, Diagnostic
                                        : find_port(to, *target, target->inputs, "input",
                                                    target->outputs, "output", diagnostics);
         if (out != nullptr && in != nullptr && out->datatype != in->datatype)
-            diagnostics.error(to.where, "'" + to.text() + "' takes " + type_name(in->datatype) +
-                                            ", but '" + from.text() + "' gives " +
-                                            type_name(out->datatype));
+            diagnostics.error(to.location, "'" + to.text() + "' takes " + type_name(in->datatype) +
+                                               ", but '" + from.text() + "' gives " +
+                                               type_name(out->datatype));
     }
 }
 

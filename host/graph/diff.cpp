@@ -9,19 +9,19 @@ namespace {
 using common::Diagnostics;
 
 /// Things of one kind by what they are called in sentences. A connection may stand there twice.
-using Places = std::multimap<std::string, Position>;
+using Places = std::multimap<std::string, SourceLocation>;
 
 Places places_of(const std::vector<PlacedName>& names, const std::string& noun) {
     Places places;
     for (const PlacedName& name : names)
-        places.emplace(noun + " '" + name.text + "'", name.where);
+        places.emplace(noun + " '" + name.text + "'", name.location);
     return places;
 }
 
 Places places_of(const std::vector<BlockEntry>& blocks) {
     Places places;
     for (const BlockEntry& entry : blocks)
-        places.emplace("the block '" + entry.name + "'", entry.where);
+        places.emplace("the block '" + entry.name + "'", entry.location);
     return places;
 }
 
@@ -30,16 +30,16 @@ Places places_of(const std::vector<Connection>& connections) {
     for (const Connection& connection : connections)
         places.emplace("the connection from '" + connection.from.text() + "' to '" +
                            connection.to.text() + "'",
-                       connection.from.where);
+                       connection.from.location);
     return places;
 }
 
 void report_differences(const Places& now, const Places& next, Diagnostics& diagnostics) {
-    for (const auto& [name, where] : next) {
+    for (const auto& [name, location] : next) {
         if (now.count(name) < next.count(name))
-            diagnostics.error(where, name + " has been added, which needs a restart");
+            diagnostics.error(location, name + " has been added, which needs a restart");
     }
-    for (const auto& [name, where] : now) {
+    for (const auto& [name, location] : now) {
         if (next.count(name) < now.count(name))
             diagnostics.error({}, name + " has been removed, which needs a restart");
     }
@@ -75,8 +75,8 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
     report_differences(places_of(now.blocks), places_of(next.blocks), diagnostics);
     report_differences(places_of(now.connections), places_of(next.connections), diagnostics);
     if (now.bus_address.text != next.bus_address.text)
-        diagnostics.error(next.bus_address.where, "the bus has been '" + now.bus_address.text +
-                                                      "'; another one needs a restart");
+        diagnostics.error(next.bus_address.location, "the bus has been '" + now.bus_address.text +
+                                                         "'; another one needs a restart");
     std::map<std::string, const BlockEntry*> entries;
     for (const BlockEntry& entry : now.blocks)
         entries.emplace(entry.name, &entry);
@@ -86,9 +86,9 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
         if (found == entries.end())
             continue;
         if (found->second->type.text != entry.type.text)
-            diagnostics.error(entry.type.where, "the block '" + entry.name + "' has been a " +
-                                                    found->second->type.text +
-                                                    "; another type needs a restart");
+            diagnostics.error(entry.type.location, "the block '" + entry.name + "' has been a " +
+                                                       found->second->type.text +
+                                                       "; another type needs a restart");
         else if (!same_settings(*found->second, entry))
             changed.push_back(entry.name);
     }

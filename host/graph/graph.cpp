@@ -24,7 +24,7 @@ bool BlockEntry::add(Setting setting) {
 void BlockEntry::set(const std::string& key, Fenwa::BlockConfiguration::Value value) {
     const auto found = places_.find(key);
     if (found == places_.end())
-        add({key, where, std::move(value)});
+        add({key, location, std::move(value)});
     else
         settings[found->second].value = std::move(value);
 }
@@ -34,9 +34,9 @@ const Setting* BlockEntry::find(const std::string& key) const {
     return found == places_.end() ? nullptr : &settings[found->second];
 }
 
-Position BlockEntry::where_is(const std::string& key) const {
+SourceLocation BlockEntry::where_is(const std::string& key) const {
     const Setting* const setting = find(key);
-    return setting == nullptr ? where : setting->where;
+    return setting == nullptr ? location : setting->location;
 }
 
 const BlockEntry* Graph::find(const std::string& block) const {
@@ -53,11 +53,11 @@ std::string describe(const BlockEntry& entry) {
     return "block '" + entry.name + "' (" + entry.type.text + ")";
 }
 
-std::optional<Endpoint> parse_endpoint(const std::string& text, Position where) {
+std::optional<Endpoint> parse_endpoint(const std::string& text, SourceLocation location) {
     const std::size_t dot = text.rfind('.');
     if (dot == std::string::npos || dot == 0 || dot + 1 == text.size())
         return std::nullopt;
-    return Endpoint{text.substr(0, dot), text.substr(dot + 1), where};
+    return Endpoint{text.substr(0, dot), text.substr(dot + 1), location};
 }
 
 }  // namespace host

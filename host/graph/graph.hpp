@@ -11,18 +11,18 @@
 
 namespace host {
 
-using common::Position;
+using common::SourceLocation;
 
 /// A name together with the place where it stands in the graph file.
 struct PlacedName {
     std::string text;
-    Position where;
+    SourceLocation location;
 };
 
 /// One setting of a block, its key flattened to dots.
 struct Setting {
     std::string key;
-    Position where;
+    SourceLocation location;
     /// None where the file has a kind of value that no block can be given.
     std::optional<Fenwa::BlockConfiguration::Value> value;
 };
@@ -30,7 +30,7 @@ struct Setting {
 /// One block of the graph.
 struct BlockEntry {
     std::string name;
-    Position where;  ///< of the block's name in its table header
+    SourceLocation location;  ///< of the block's name in its table header
     PlacedName type;
     std::vector<Setting> settings;  ///< each key once, in the order of the file
 
@@ -43,7 +43,7 @@ struct BlockEntry {
     /// The setting of that key, or null.
     [[nodiscard]] const Setting* find(const std::string& key) const;
     /// Where a key stands, or the block's own place where it does not.
-    [[nodiscard]] Position where_is(const std::string& key) const;
+    [[nodiscard]] SourceLocation where_is(const std::string& key) const;
 
   private:
     std::unordered_map<std::string, std::size_t> places_;  ///< of the keys in `settings`
@@ -56,14 +56,15 @@ struct BlockEntry {
 struct Endpoint {
     std::string block;
     std::string port;
-    Position where;
+    SourceLocation location;
 
     [[nodiscard]] std::string text() const { return block + '.' + port; }
 };
 
 /// Takes "BLOCK.PORT" apart; nothing where the text is not of that form. Block names may contain
 /// dots, port names do not.
-[[nodiscard]] std::optional<Endpoint> parse_endpoint(const std::string& text, Position where = {});
+[[nodiscard]] std::optional<Endpoint> parse_endpoint(const std::string& text,
+                                                     SourceLocation location = {});
 
 struct Connection {
     Endpoint from;
@@ -74,7 +75,7 @@ struct Connection {
 struct Graph {
     PlacedName bus_address{"system", {}};
     std::vector<PlacedName> bus_names;
-    Pace pace;  ///< of each block
+    RateLimit rate_limit;  ///< of each block
     std::vector<PlacedName> plugins;
     std::vector<BlockEntry> blocks;  ///< in the order of the file
     std::vector<Connection> connections;

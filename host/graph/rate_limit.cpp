@@ -12,13 +12,13 @@ constexpr double rounding = 1e-9;
 
 }  // namespace
 
-RunBudget::RunBudget(const Pace& pace, std::uint64_t now) noexcept
-    : burst_(static_cast<double>(pace.burst)),
-      per_microsecond_(pace.rate / 1e6),
+TokenBucket::TokenBucket(const RateLimit& rate_limit, std::uint64_t now) noexcept
+    : burst_(static_cast<double>(rate_limit.burst)),
+      per_microsecond_(rate_limit.rate / 1e6),
       left_(burst_),
       counted_(now) {}
 
-bool RunBudget::take(std::uint64_t now) noexcept {
+bool TokenBucket::take(std::uint64_t now) noexcept {
     if (now > counted_) {
         left_ = std::min(burst_, left_ + static_cast<double>(now - counted_) * per_microsecond_);
         counted_ = now;
@@ -29,11 +29,11 @@ bool RunBudget::take(std::uint64_t now) noexcept {
     return true;
 }
 
-void RunBudget::skip_to(std::uint64_t now) noexcept {
+void TokenBucket::skip_to(std::uint64_t now) noexcept {
     counted_ = std::max(counted_, now);
 }
 
-std::uint64_t RunBudget::due() const noexcept {
+std::uint64_t TokenBucket::due() const noexcept {
     constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
     const double wait = std::ceil(std::max(0.0, 1.0 - left_) / per_microsecond_);
     // Clocks that count nanoseconds in 63 bits go on for 292 years.

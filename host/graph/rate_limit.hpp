@@ -6,21 +6,21 @@ namespace host {
 
 /// How often a block may run: `burst` runs at once, and `rate` more in each second. 0 in either
 /// switches the brake off.
-struct Pace {
+struct RateLimit {
     std::uint64_t burst = 64;
     double rate = 200.0;  ///< runs a second, finite, 0 or more
 
-    friend bool operator==(const Pace&, const Pace&) = default;
-    [[nodiscard]] bool brakes() const noexcept { return burst > 0 && rate > 0.0; }
+    friend bool operator==(const RateLimit&, const RateLimit&) = default;
+    [[nodiscard]] bool enabled() const noexcept { return burst > 0 && rate > 0.0; }
 };
 
 /// What one block may still run: a token bucket that is full at first. Times are microseconds of
 /// any clock that never goes back.
-class RunBudget {
+class TokenBucket {
   public:
-    /// @param pace one that brakes.
+    /// @param pace one that enabled.
     /// @param now the time of the first run or before.
-    RunBudget(const Pace& pace, std::uint64_t now) noexcept;
+    TokenBucket(const RateLimit& rate_limit, std::uint64_t now) noexcept;
 
     /// Spends one run if there is one to spend.
     /// @returns whether there was.

@@ -38,30 +38,31 @@ std::vector<PlacedName> read_names(const toml::array* list, const std::string& w
 void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnostics) {
     for (const PlacedName& name : names) {
         if (!common::is_ownable_name(name.text))
-            diagnostics.error(name.where, "'" + name.text + "' is no bus name that can be owned");
+            diagnostics.error(name.location,
+                              "'" + name.text + "' is no bus name that can be owned");
     }
 }
 
-Pace read_pace(const toml::table& table, Diagnostics& diagnostics) {
+RateLimit read_pace(const toml::table& table, Diagnostics& diagnostics) {
     TableReader reader(table, "[host]", diagnostics);
-    Pace pace;
+    RateLimit rate_limit;
     if (const auto burst = reader.integer("run_burst")) {
         if (*burst < 0)
             diagnostics.error(
-                reader.where("run_burst"),
+                reader.location("run_burst"),
                 "'run_burst' of [host] must be 0 or more, not " + std::to_string(*burst));
         else
-            pace.burst = static_cast<std::uint64_t>(*burst);
+            rate_limit.burst = static_cast<std::uint64_t>(*burst);
     }
     if (const auto rate = reader.number("run_rate")) {
         if (!std::isfinite(*rate) || *rate < 0.0)
-            diagnostics.error(reader.where("run_rate"),
+            diagnostics.error(reader.location("run_rate"),
                               "'run_rate' of [host] must be a finite number of 0 or more");
         else
-            pace.rate = *rate;
+            rate_limit.rate = *rate;
     }
     reader.report_unknown_keys();
-    return pace;
+    return rate_limit;
 }
 
 }  // namespace
@@ -112,8 +113,9 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
             continue;
         const std::string key = prefix + entry.key;
         if (key.size() > longest_key) {
-            diagnostics.error(entry.where, "the key is longer than " + std::to_string(longest_key) +
-                                               " bytes with the tables that it stands in");
+            diagnostics.error(entry.location, "the key is longer than " +
+                                                  std::to_string(longest_key) +
+                                                  " bytes with the tables that it stands in");
             continue;
         }
         if (const toml::table* inner = entry.value->as_table()) {
@@ -121,9 +123,9 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
             continue;
         }
         if (block.find(key) != nullptr)
-            diagnostics.error(entry.where, "'" + key + "' is set twice");
+            diagnostics.error(entry.location, "'" + key + "' is set twice");
         else
-            block.add({key, entry.where, read_setting(key, *entry.value, diagnostics)});
+            block.add({key, entry.location, read_setting(key, *entry.value, diagnostics)});
     }
 }
 
@@ -133,16 +135,17 @@ void read_blocks(const toml::table* blocks, Graph& graph, Diagnostics& diagnosti
     for (const TomlEntry& entry : common::in_file_order(*blocks)) {
         const toml::table* table = entry.value->as_table();
         if (table == nullptr) {
-            diagnostics.error(entry.where, "the block '" + entry.key + "' must be a table, not " +
-                                               std::string(kind_of(*entry.value)));
+            diagnostics.error(entry.location, "the block '" + entry.key +
+                                                  "' must be a table, not " +
+                                                  std::string(kind_of(*entry.value)));
             continue;
         }
         BlockEntry block;
         block.name = entry.key;
-        block.where = entry.where;
+        block.location = entry.location;
         const toml::node* type = table->get("type");
         if (type == nullptr)
-            diagnostics.error(entry.where, "the block '" + entry.key + "' has no 'type'");
+            diagnostics.error(entry.location, "the block '" + entry.key + "' has no 'type'");
         else if (const auto* text = type->as_string())
             block.type = {text->get(), common::position(*type)};
         else
@@ -161,17 +164,17 @@ std::optional<Endpoint> read_endpoint(TableReader& reader, std::string_view key,
         reader.missing(key);
         return std::nullopt;
     }
-    const Position where = common::position(*node);
+    const SourceLocation location = common::position(*node);
     const auto* text = node->as_string();
     if (text == nullptr) {
-        diagnostics.error(where, "'" + std::string(key) +
+        diagnostics.error(location, "'" + std::string(key) +
                                      "' of a connection must be a string, not " +
                                      std::string(kind_of(*node)));
         return std::nullopt;
     }
-    std::optional<Endpoint> end = parse_endpoint(text->get(), where);
+    std::optional<Endpoint> end = parse_endpoint(text->get(), location);
     if (!end)
-        diagnostics.error(where, "'" + text->get() + "' is not of the form BLOCK.PORT");
+        diagnostics.error(location, "'" + text->get() + "' is not of the form BLOCK.PORT");
     return end;
 }
 
@@ -208,13 +211,13 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
     if (const toml::table* bus = reader.table("bus")) {
         TableReader bus_reader(*bus, "[bus]", diagnostics);
         if (const auto address = bus_reader.string("address"))
-            graph.bus_address = {*address, bus_reader.where("address")};
+            graph.bus_address = {*address, bus_reader.location("address")};
         graph.bus_names = read_names(bus_reader.array("names"), "'names' of [bus]", diagnostics);
         check_bus_names(graph.bus_names, diagnostics);
         bus_reader.report_unknown_keys();
     }
     if (const toml::table* host = reader.table("host"))
-        graph.pace = read_pace(*host, diagnostics);
+        graph.rate_limit = read_pace(*host, diagnostics);
     read_blocks(reader.table("blocks"), graph, diagnostics);
     read_connections(reader.array("connections"), graph, diagnostics);
     reader.report_unknown_keys();

@@ -16,16 +16,16 @@ constexpr const char* inports_key = "termination_cfg.inports";
 constexpr const char* types_key = "termination_cfg.types";
 
 /// Says what is wrong with the settings that a block handed over.
-class Complaints {
+class SetupDiagnostics {
   public:
-    Complaints(const BlockEntry& entry, Diagnostics& diagnostics)
+    SetupDiagnostics(const BlockEntry& entry, Diagnostics& diagnostics)
         : entry_(entry), diagnostics_(diagnostics) {}
 
     void error(const std::string& text, const std::string& help = {}) const {
-        diagnostics_.error(entry_.where, sentence("a wrong setting", text), help);
+        diagnostics_.error(entry_.location, sentence("a wrong setting", text), help);
     }
     void warning(const std::string& text) const {
-        diagnostics_.warning(entry_.where, sentence("an incomplete setting", text));
+        diagnostics_.warning(entry_.location, sentence("an incomplete setting", text));
     }
 
   private:
@@ -56,8 +56,8 @@ bool is_port_name(const std::string& name) {
 }
 
 PortValue read_first_value(const std::string& name, const Fenwa::Datatype& datatype,
-                           const BlockConfiguration& settings, const Complaints& complaints) {
-    const PortValue zero = first_value(datatype);
+                           const BlockConfiguration& settings, const SetupDiagnostics& complaints) {
+    const PortValue zero = default_value(datatype);
     const std::string key = "termination_cfg." + name + "_def";
     try {
         return read_setting(datatype, settings, key);
@@ -74,14 +74,14 @@ PortValue read_first_value(const std::string& name, const Fenwa::Datatype& datat
 }  // namespace
 
 Terminations::Input::Input(const std::string& name, const Fenwa::Datatype& datatype,
-                           PortValue first_value)
-    : first(std::move(first_value)), port(name, datatype, false) {
+                           PortValue default_value)
+    : first(std::move(default_value)), port(name, datatype, false) {
     Fenwa::HostAccess::connect(port, address_of(first));
 }
 
 Terminations::Terminations(const BlockConfiguration& settings, const Fenwa::Block& block,
                            const BlockEntry& entry, Diagnostics& diagnostics) {
-    const Complaints complaints(entry, diagnostics);
+    const SetupDiagnostics complaints(entry, diagnostics);
     // A block may hand on what it was given, and that is watched in a dry construction.
     const BlockConfiguration unwatched = ConfigurationAccess::observed(settings, nullptr);
     std::vector<std::string> names;
@@ -107,7 +107,7 @@ Terminations::Terminations(const BlockConfiguration& settings, const Fenwa::Bloc
         } else if (block.get_inport(name) != nullptr) {
             complaints.error("the block has an input '" + name + "' itself");
         } else {
-            if (std::holds_alternative<std::monostate>(first_value(datatype)))
+            if (std::holds_alternative<std::monostate>(default_value(datatype)))
                 complaints.error(
                     "the input '" + name + "' is of the unknown datatype '" + datatype.path() + "'",
                     diagnostics.did_you_mean(datatype.path(), known_datatypes()));

@@ -131,7 +131,7 @@ class Paragraph {
     }
 
     void add_failure(const Json& failure) {
-        // With a boolean turned over a block may well refuse.
+        // With a boolean toggled a block may well refuse.
         const bool is_note = failure.contains("when") && failure["kind"] == "threw";
         std::string text = word(failure["text"]);
         if (failure.contains("when"))

@@ -27,20 +27,21 @@ void BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin
             loader.load(plugin.text);
         } catch (const PluginError& error) {
             set_incomplete();
-            diagnostics.error(plugin.where, error.what(), error.help());
+            diagnostics.error(plugin.location, error.what(), error.help());
         }
     }
 }
 
 bool BlockTypes::may_be_missing(const BlockEntry& entry) const {
-    return incomplete_ && entry.type.where.line != 0 && registry_.find(entry.type.text) == nullptr;
+    return incomplete_ && entry.type.location.line != 0 &&
+           registry_.find(entry.type.text) == nullptr;
 }
 
 const Fenwa::BlockFactory* BlockTypes::find(const BlockEntry& entry,
                                             common::Diagnostics& diagnostics) const {
     const Fenwa::BlockFactory* const factory = registry_.find(entry.type.text);
-    if (factory == nullptr && entry.type.where.line != 0 && !incomplete_) {
-        diagnostics.error(entry.type.where, "unknown block type '" + entry.type.text + "'",
+    if (factory == nullptr && entry.type.location.line != 0 && !incomplete_) {
+        diagnostics.error(entry.type.location, "unknown block type '" + entry.type.text + "'",
                           diagnostics.did_you_mean(entry.type.text, registry_.type_names()));
     }
     return factory;

@@ -2,7 +2,7 @@
 
 namespace host {
 
-bool CallHold::holds(std::size_t unanswered, std::uint64_t now) noexcept {
+bool Backpressure::holds(std::size_t unanswered, std::uint64_t now) noexcept {
     if (unanswered < mark) {
         state_ = State::open;
         return false;

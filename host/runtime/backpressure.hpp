@@ -10,7 +10,7 @@ namespace host {
 /// some blocks are silent for good. Where no answer comes for a while it lets them go on, so that a
 /// service that never answers stops nobody. Times are microseconds of any clock that never goes
 /// back.
-class CallHold {
+class Backpressure {
   public:
     /// The most unanswered calls with which blocks still run; a run may make several.
     static constexpr std::size_t mark = 96;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* daemon_name = "org.freedesktop.DBus";
 
-BusTap* current_tap = nullptr;
+BusInterposer* current_tap = nullptr;
 std::thread::id tapped_thread;
 
 using CallAsync = decltype(&sd_bus_call_async);
@@ -73,35 +73,36 @@ bool add(std::vector<std::string>& list, const std::string& text) {
 
 }  // namespace
 
-BusTap::BusTap(sd_bus& bus) : bus_(bus) {
+BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
     common::check(sd_bus_add_filter(&bus, &filter_, on_message, this), "cannot follow the bus");
     current_tap = this;
     tapped_thread = std::this_thread::get_id();
 }
 
-BusTap::~BusTap() {
+BusInterposer::~BusInterposer() {
     current_tap = nullptr;
     sd_bus_slot_unref(filter_);
 }
 
-BusTap* BusTap::of(sd_bus* bus, sd_bus_message* message) noexcept {
+BusInterposer* BusInterposer::of(sd_bus* bus, sd_bus_message* message) noexcept {
     return message == nullptr ? nullptr
                               : of(bus == nullptr ? sd_bus_message_get_bus(message) : bus);
 }
 
-BusTap* BusTap::of(sd_bus* bus) noexcept {
+BusInterposer* BusInterposer::of(sd_bus* bus) noexcept {
     const bool ours = current_tap != nullptr && bus == &current_tap->bus_ &&
                       std::this_thread::get_id() == tapped_thread;
     return ours ? current_tap : nullptr;
 }
 
-std::vector<std::string> BusTap::services(const std::string& block) const {
+std::vector<std::string> BusInterposer::services(const std::string& block) const {
     const auto found = services_.find(block);
     return found == services_.end() ? std::vector<std::string>() : found->second;
 }
 
-int BusTap::call_async(sd_bus_slot** slot, sd_bus_message* message,
-                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
+int BusInterposer::call_async(sd_bus_slot** slot, sd_bus_message* message,
+                              sd_bus_message_handler_t callback, void* userdata,
+                              std::uint64_t timeout) {
     // Calls to the daemon are left as they are, because those of libsystemd itself have callbacks
     // that insist on being sd-bus's current handler; it answers them at once and keeps no account.
     const bool counts =
@@ -120,8 +121,9 @@ int BusTap::call_async(sd_bus_slot** slot, sd_bus_message* message,
     return r;
 }
 
-int BusTap::add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message_handler_t callback,
-                            sd_bus_message_handler_t install_callback, void* userdata) {
+int BusInterposer::add_match_async(sd_bus_slot** slot, const char* rule,
+                                   sd_bus_message_handler_t callback,
+                                   sd_bus_message_handler_t install_callback, void* userdata) {
     installing_ = install_callback;
     rule_ = rule == nullptr ? "" : rule;
     const int r = real_add_match_async()(
@@ -130,7 +132,7 @@ int BusTap::add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message
     return r;
 }
 
-void BusTap::expect(sd_bus_message& message, Pending pending) {
+void BusInterposer::expect(sd_bus_message& message, Pending pending) {
     std::uint64_t cookie = 0;
     if (sd_bus_message_get_cookie(&message, &cookie) < 0)
         return;
@@ -139,8 +141,8 @@ void BusTap::expect(sd_bus_message& message, Pending pending) {
     pending_.insert_or_assign(cookie, std::move(pending));
 }
 
-int BusTap::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
-                 sd_bus_message** reply) {
+int BusInterposer::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
+                        sd_bus_message** reply) {
     common::BusError own;
     sd_bus_error* const seen = error == nullptr ? &own : error;
     const int r = real_call()(&bus_, message, timeout, seen, reply);
@@ -150,7 +152,7 @@ int BusTap::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* e
     return r;
 }
 
-BusTap::Pending BusTap::take(sd_bus_message& answer, std::uint64_t cookie) {
+BusInterposer::Pending BusInterposer::take(sd_bus_message& answer, std::uint64_t cookie) {
     auto node = pending_.extract(cookie);
     Pending pending = node.empty() ? Pending{} : std::move(node.mapped());
     unanswered_ -= pending.counts ? 1 : 0;
@@ -163,7 +165,7 @@ BusTap::Pending BusTap::take(sd_bus_message& answer, std::uint64_t cookie) {
     return pending;
 }
 
-void BusTap::note_match(const Pending& pending, bool refused) {
+void BusInterposer::note_match(const Pending& pending, bool refused) {
     --matches_asked_;
     std::vector<std::string>& rules = refused_[pending.block];
     MatchAnswer answer = MatchAnswer::installed;
@@ -175,13 +177,13 @@ void BusTap::note_match(const Pending& pending, bool refused) {
         on_match_(pending.block, answer);
 }
 
-int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {
-    BusTap* const tap = current_tap;
+int BusInterposer::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {
+    BusInterposer* const interposer = current_tap;
     std::uint64_t cookie = 0;
-    if (tap == nullptr || sd_bus_message_get_reply_cookie(reply, &cookie) < 0)
+    if (interposer == nullptr || sd_bus_message_get_reply_cookie(reply, &cookie) < 0)
         return 0;
-    tap->replied_ = cookie;
-    const Pending pending = tap->take(*reply, cookie);
+    interposer->replied_ = cookie;
+    const Pending pending = interposer->take(*reply, cookie);
     if (pending.callback == nullptr)
         return 0;
     if (pending.block.empty())
@@ -190,18 +192,18 @@ int BusTap::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error)
     return pending.callback(reply, userdata, error);
 }
 
-int BusTap::on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    auto& tap = *static_cast<BusTap*>(userdata);
+int BusInterposer::on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    auto& interposer = *static_cast<BusInterposer*>(userdata);
     std::uint64_t cookie = 0;
-    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0 || cookie == tap.replied_)
+    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0 || cookie == interposer.replied_)
         return 0;
     // An answer that nobody wants any more, because the block has given up its slot, or to a call
     // that went by unchanged.
-    static_cast<void>(tap.take(*message, cookie));
+    static_cast<void>(interposer.take(*message, cookie));
     return 0;
 }
 
-void BusTap::note_service(sd_bus_message& message) {
+void BusInterposer::note_service(sd_bus_message& message) {
     const std::string* const block = CurrentBlock::name();
     const char* const destination = sd_bus_message_get_destination(&message);
     if (block == nullptr || destination == nullptr)
@@ -220,7 +222,7 @@ void BusTap::note_service(sd_bus_message& message) {
         add(services_[*block], service);
 }
 
-void BusTap::note_limit(const std::string& block, const sd_bus_error* error) {
+void BusInterposer::note_limit(const std::string& block, const sd_bus_error* error) {
     if (error == nullptr || !is(error->name, SD_BUS_ERROR_LIMITS_EXCEEDED) || !on_limit_)
         return;
     std::string text = error->message == nullptr ? error->name : error->message;
@@ -240,23 +242,23 @@ extern "C" {
 
 int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* message,
                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
-    if (host::BusTap* const tap = host::BusTap::of(bus, message))
-        return tap->call_async(slot, message, callback, userdata, timeout);
+    if (host::BusInterposer* const interposer = host::BusInterposer::of(bus, message))
+        return interposer->call_async(slot, message, callback, userdata, timeout);
     return host::real_call_async()(bus, slot, message, callback, userdata, timeout);
 }
 
 int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
                            sd_bus_message_handler_t callback,
                            sd_bus_message_handler_t install_callback, void* userdata) {
-    if (host::BusTap* const tap = host::BusTap::of(bus))
-        return tap->add_match_async(slot, rule, callback, install_callback, userdata);
+    if (host::BusInterposer* const interposer = host::BusInterposer::of(bus))
+        return interposer->add_match_async(slot, rule, callback, install_callback, userdata);
     return host::real_add_match_async()(bus, slot, rule, callback, install_callback, userdata);
 }
 
 int sd_bus_call(sd_bus* bus, sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
                 sd_bus_message** reply) {
-    if (host::BusTap* const tap = host::BusTap::of(bus, message))
-        return tap->call(message, timeout, error, reply);
+    if (host::BusInterposer* const interposer = host::BusInterposer::of(bus, message))
+        return interposer->call(message, timeout, error, reply);
     return host::real_call()(bus, message, timeout, error, reply);
 }
 

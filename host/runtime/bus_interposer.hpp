@@ -17,7 +17,7 @@ namespace host {
 /// kind, and `sd_bus_add_match_async`, and hands on to those of libsystemd. What they return and
 /// what callbacks are given stays as it is. The block is the one of `CurrentBlock`. One at a time,
 /// on the thread of the loop; calls on other connections and on other threads go by unseen.
-class BusTap {
+class BusInterposer {
   public:
     /// Told once for each block and limit that the bus has reached a limit.
     /// @param block null where it is not known.
@@ -32,10 +32,10 @@ class BusTap {
     using MatchListener = std::function<void(const std::string& block, MatchAnswer answer)>;
 
     /// @param bus outlives this object, and is not served any more after it.
-    explicit BusTap(sd_bus& bus);
-    BusTap(const BusTap&) = delete;
-    BusTap& operator=(const BusTap&) = delete;
-    ~BusTap();
+    explicit BusInterposer(sd_bus& bus);
+    BusInterposer(const BusInterposer&) = delete;
+    BusInterposer& operator=(const BusInterposer&) = delete;
+    ~BusInterposer();
 
     /// The well-known bus names that a block has called or listens to, in the order of the first
     /// time; the bus daemon's own is left out.
@@ -58,9 +58,9 @@ class BusTap {
     [[nodiscard]] std::size_t matches_asked() const noexcept { return matches_asked_; }
 
     // For the functions that stand in for those of sd-bus.
-    static BusTap* of(sd_bus* bus) noexcept;
+    static BusInterposer* of(sd_bus* bus) noexcept;
     /// @param bus null for the message's own.
-    static BusTap* of(sd_bus* bus, sd_bus_message* message) noexcept;
+    static BusInterposer* of(sd_bus* bus, sd_bus_message* message) noexcept;
     int call_async(sd_bus_slot** slot, sd_bus_message* message, sd_bus_message_handler_t callback,
                    void* userdata, std::uint64_t timeout);
     int add_match_async(sd_bus_slot** slot, const char* rule, sd_bus_message_handler_t callback,

@@ -51,7 +51,7 @@ class Line {
         return *activity->name() == '\0' ? *this : *this << " '" << activity->name() << "'";
     }
     /// " in run", or nothing.
-    Line& where() {
+    Line& location() {
         const Activity* const activity = Activity::current();
         return activity == nullptr || activity->phase() == nullptr
                    ? *this
@@ -82,7 +82,7 @@ void on_crash(int signal, siginfo_t* info, void* /*context*/) {
     let_output_through();
     Line line;
     (line << "fenwa: ").who("something outside of the blocks' operations") << " crashed";
-    line.where() << " (" << crash->name << ")";
+    line.location() << " (" << crash->name << ")";
     write_urgently(line.ended());
     sigaction(signal, &crash->before, nullptr);
     // A fault comes again by itself when this returns.
@@ -99,10 +99,10 @@ void on_exit_called() {
         return;
     Line line;
     (line << "fenwa: ").who("something outside of the blocks' operations") << " called exit";
-    line.where();
+    line.location();
     say_at_once(line.ended());
     drain_standard_streams();
-    _exit(static_cast<int>(common::ExitCode::threw));
+    _exit(static_cast<int>(common::ExitCode::software));
 }
 
 }  // namespace

@@ -15,11 +15,12 @@ namespace host {
 
 using Fenwa::HostAccess;
 
-BlockFailure::BlockFailure(const common::Diagnostics& file, Position where, const std::string& text)
-    : std::runtime_error(file.locate(where) + ": error: " + common::one_line(text)),
+BlockFailure::BlockFailure(const common::Diagnostics& file, SourceLocation location,
+                           const std::string& text)
+    : std::runtime_error(file.locate(location) + ": error: " + common::one_line(text)),
       report_(file.file()) {
     report_.take_source(file);
-    report_.error(where, text);
+    report_.error(location, text);
 }
 
 RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
@@ -29,33 +30,33 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
       tools_(tools),
       events_(events),
       diagnostics_(diagnostics),
-      scheduler_(loop, graph_.pace, [this](Fenwa::Block& block) { run(block); }) {}
+      scheduler_(loop, graph_.rate_limit, [this](Fenwa::Block& block) { run(block); }) {}
 
 RunningGraph::~RunningGraph() {
     stop([](const std::exception_ptr&) {});
-    if (tap_ != nullptr) {
-        tap_->on_answer({});
-        tap_->on_limit({});
-        tap_->on_match({});
+    if (interposer_ != nullptr) {
+        interposer_->on_answer({});
+        interposer_->on_limit({});
+        interposer_->on_match({});
     }
 }
 
-void RunningGraph::follow_bus(BusTap& tap) {
-    tap_ = &tap;
-    scheduler_.hold_for_answers([&tap] { return tap.unanswered(); });
-    scheduler_.count_calls([&tap] { return tap.calls(); });
-    scheduler_.follow_matches([&tap] { return tap.matches_asked(); });
-    tap.on_answer([this] { scheduler_.answered(); });
-    tap.on_match([this](const std::string& block, BusTap::MatchAnswer answer) {
+void RunningGraph::follow_bus(BusInterposer& interposer) {
+    interposer_ = &interposer;
+    scheduler_.hold_for_answers([&interposer] { return interposer.unanswered(); });
+    scheduler_.count_calls([&interposer] { return interposer.calls(); });
+    scheduler_.follow_matches([&interposer] { return interposer.matches_asked(); });
+    interposer.on_answer([this] { scheduler_.answered(); });
+    interposer.on_match([this](const std::string& block, BusInterposer::MatchAnswer answer) {
         const auto found = by_name_.find(block);
         if (found == by_name_.end())
             return;
-        if (answer == BusTap::MatchAnswer::refused_again)
+        if (answer == BusInterposer::MatchAnswer::refused_again)
             scheduler_.match_refused(*found->second->block);
-        else if (answer == BusTap::MatchAnswer::installed)
+        else if (answer == BusInterposer::MatchAnswer::installed)
             scheduler_.match_installed(*found->second->block);
     });
-    tap.on_limit(
+    interposer.on_limit(
         [this](const std::string* block, const std::string& text) { say_limit(block, text); });
 }
 
@@ -70,7 +71,7 @@ void RunningGraph::call(const Instance& instance, const char* phase, Call&& body
         report(error, *instance.entry, diagnostics);
         throw;
     } catch (...) {
-        throw BlockFailure(diagnostics, instance.entry->where,
+        throw BlockFailure(diagnostics, instance.entry->location,
                            describe(*instance.entry) + " threw in " + phase + ": " +
                                describe(std::current_exception()));
     }
@@ -220,7 +221,7 @@ std::optional<PortValue> RunningGraph::input_value(const std::string& name,
     if (input == nullptr)
         return std::nullopt;
     const void* const source = HostAccess::source(*input);
-    return source == nullptr ? first_value(input->datatype())
+    return source == nullptr ? default_value(input->datatype())
                              : read_value(input->datatype(), source);
 }
 
@@ -250,14 +251,14 @@ void RunningGraph::reconfigure(Graph next, const Settings& changed,
     } catch (const Fenwa::ConfigurationError&) {
         refer_to_entries();
         for (; !told.empty(); told.pop_back())
-            give_back(*told.back());
+            roll_back(*told.back());
         throw;
     } catch (...) {
         refer_to_entries();
         throw;
     }
-    if (next.pace != graph_.pace)
-        scheduler_.set_pace(next.pace);
+    if (next.rate_limit != graph_.rate_limit)
+        scheduler_.set_rate_limit(next.rate_limit);
     graph_ = std::move(next);
     refer_to_entries();
     diagnostics_.take_source(diagnostics);
@@ -283,16 +284,16 @@ void RunningGraph::tell(Instance& instance, const Fenwa::BlockConfiguration& bef
     scheduler_.let_try(*instance.block);
 }
 
-void RunningGraph::give_back(Instance& instance) {
-    common::Diagnostics unheard(diagnostics_.file());
-    show_source_in(unheard);
+void RunningGraph::roll_back(Instance& instance) {
+    common::Diagnostics discarded(diagnostics_.file());
+    show_source_in(discarded);
     try {
         // As both: a block that looks at what was before would refuse that once more.
-        tell(instance, instance.settings, instance.settings, unheard);
+        tell(instance, instance.settings, instance.settings, discarded);
     } catch (const Fenwa::ConfigurationError& error) {
         // With neither the new settings nor the old ones, nothing is known of it any more.
         throw BlockFailure(
-            diagnostics_, instance.entry->where,
+            diagnostics_, instance.entry->location,
             describe(*instance.entry) + " refuses the settings that it had: " + error.what());
     }
 }
@@ -310,7 +311,7 @@ const Fenwa::BlockConfiguration& RunningGraph::settings(const std::string& block
 }
 
 std::vector<std::string> RunningGraph::services(const std::string& block) const {
-    return tap_ == nullptr ? std::vector<std::string>() : tap_->services(block);
+    return interposer_ == nullptr ? std::vector<std::string>() : interposer_->services(block);
 }
 
 void RunningGraph::write(const Endpoint& input, const PortValue& value) {

@@ -28,7 +28,7 @@ namespace host {
 class BlockFailure : public std::runtime_error {
   public:
     /// @param text what is wrong with the block; the diagnostics say in which file it stands.
-    BlockFailure(const common::Diagnostics& file, Position where, const std::string& text);
+    BlockFailure(const common::Diagnostics& file, SourceLocation location, const std::string& text);
 
     /// The same with the line of the file, to be printed.
     [[nodiscard]] common::Diagnostics& report() noexcept { return report_; }
@@ -59,7 +59,7 @@ class RunningGraph {
     /// From here on too many unanswered calls hold the blocks back, a limit of the bus that is hit
     /// makes a line of the host's, and `services` knows something.
     /// @param tap of the blocks' connection; outlives this object.
-    void follow_bus(BusTap& tap);
+    void follow_bus(BusInterposer& interposer);
 
     /// Creates all blocks in file order, sets them up, connects and starts them. The start is whole
     /// or not at all: after an exception `stop` stops those before the block that threw.
@@ -172,7 +172,7 @@ class RunningGraph {
     void refer_to_entries();
     void tell(Instance& instance, const Fenwa::BlockConfiguration& before,
               const Fenwa::BlockConfiguration& after, common::Diagnostics& diagnostics);
-    void give_back(Instance& instance);
+    void roll_back(Instance& instance);
     template <class Call>
     void call_and_deliver(Instance& instance, const char* phase, Call&& body,
                           common::Diagnostics& diagnostics);
@@ -195,7 +195,7 @@ class RunningGraph {
     std::unordered_map<const Fenwa::Block*, Instance*> by_block_;
     std::unordered_map<std::string, Instance*> by_name_;
     OutputWatcher watcher_;
-    BusTap* tap_ = nullptr;
+    BusInterposer* interposer_ = nullptr;
 };
 
 }  // namespace host

@@ -37,10 +37,11 @@ std::uint64_t Scheduler::thread_processor_time() {
            static_cast<std::uint64_t>(time.tv_nsec);
 }
 
-Scheduler::Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block,
+Scheduler::Scheduler(sd_event& loop, const RateLimit& rate_limit,
+                     std::function<void(Fenwa::Block&)> run_block,
                      std::function<std::uint64_t()> processor_time)
     : loop_(loop),
-      pace_(pace),
+      rate_limit_(rate_limit),
       run_block_(std::move(run_block)),
       event_fd_(make_eventfd()),
       queue_([this] { wake(); }),
@@ -82,8 +83,8 @@ void Scheduler::disable() {
     refused_.clear();
 }
 
-void Scheduler::set_pace(const Pace& pace) {
-    pace_ = pace;
+void Scheduler::set_rate_limit(const RateLimit& rate_limit) {
+    rate_limit_ = rate_limit;
     accounts_.clear();
     held_.insert(held_.end(), retrying_.begin(), retrying_.end());
     retrying_.clear();
@@ -185,7 +186,7 @@ void Scheduler::run_ready() {
 }
 
 void Scheduler::add_those_refused(std::deque<Fenwa::Block*>& ready) {
-    if (pace_.brakes()) {
+    if (rate_limit_.enabled()) {
         if (Fenwa::Block* const block = refused_.take(now()))
             ready.push_back(block);
     } else if (are_matches_answered()) {
@@ -213,7 +214,7 @@ void Scheduler::answered() noexcept {
 
 void Scheduler::match_refused(Fenwa::Block& block) {
     refused_.add(block);
-    woken_here_ = woken_here_ || !pace_.brakes();
+    woken_here_ = woken_here_ || !rate_limit_.enabled();
 }
 
 void Scheduler::match_installed(Fenwa::Block& block) {
@@ -234,14 +235,14 @@ void Scheduler::run_within_budget(Fenwa::Block& block) {
     if (refused_.holds(block)) {
         // Without a brake it waits for the others' answers only: the last one that is refused finds
         // no match left, and what the blocks have kept is released.
-        if (pace_.brakes() || !are_matches_answered())
+        if (rate_limit_.enabled() || !are_matches_answered())
             return refused_.wait(block);
         refused_.remove(block);
     }
-    if (!pace_.brakes())
+    if (!rate_limit_.enabled())
         return run_block_(block);
     Account& account =
-        accounts_.try_emplace(&block, Account{RunBudget(pace_, now())}).first->second;
+        accounts_.try_emplace(&block, Account{TokenBucket(rate_limit_, now())}).first->second;
     if (now() > account.ran_at + forgotten_after) {
         account.tries = 0;
         account.spent = false;
@@ -303,7 +304,7 @@ void Scheduler::run_and_watch(Fenwa::Block& block, Account& account) {
                       std::find(fired_.begin() + static_cast<std::ptrdiff_t>(known), fired_.end(),
                                 &block) != fired_.end();
     account.tries = account.retries ? account.tries + 1 : 0;
-    account.spent = account.spent || account.tries >= pace_.burst;
+    account.spent = account.spent || account.tries >= rate_limit_.burst;
 }
 
 void Scheduler::wait_for_next_turn() {
@@ -314,7 +315,7 @@ void Scheduler::wait_for_next_turn() {
         due = std::min(due, hold_.due());
     if (!holding_ && !retrying_.empty())
         due = std::min(due, retry_budget_.due());
-    if (pace_.brakes() && refused_.is_anyone_waiting())
+    if (rate_limit_.enabled() && refused_.is_anyone_waiting())
         due = std::min(due, refused_.due());
     if (due != UINT64_MAX)
         common::check(sd_event_source_set_time(timer_.get(), due),

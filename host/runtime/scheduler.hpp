@@ -34,7 +34,8 @@ class Scheduler {
     /// @param run_block runs one block whose ports may be triggered; what it throws ends the loop
     ///        and is kept in `failure()`.
     /// @param processor_time that the thread of the loop has taken so far, in nanoseconds.
-    Scheduler(sd_event& loop, const Pace& pace, std::function<void(Fenwa::Block&)> run_block,
+    Scheduler(sd_event& loop, const RateLimit& rate_limit,
+              std::function<void(Fenwa::Block&)> run_block,
               std::function<std::uint64_t()> processor_time = thread_processor_time);
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
@@ -44,7 +45,7 @@ class Scheduler {
     [[nodiscard]] Fenwa::ReadyQueue& queue() noexcept { return queue_; }
 
     /// Gives every block a new budget, full as at first; those that wait run in the next pass.
-    void set_pace(const Pace& pace);
+    void set_rate_limit(const RateLimit& rate_limit);
 
     /// From here on blocks are held back while `unanswered` gives too many calls that the bus owes
     /// an answer. `answered` is to be called for each answer.
@@ -100,10 +101,10 @@ class Scheduler {
 
     /// What is known of one block's runs.
     struct Account {
-        RunBudget budget;
-        bool retries = false;      ///< its last run called over the bus or fired the block itself
-        std::uint64_t tries = 0;   ///< such runs, one after the other
-        bool spent = false;        ///< as many as the pace has at once, or a run has had to wait
+        TokenBucket budget;
+        bool retries = false;     ///< its last run called over the bus or fired the block itself
+        std::uint64_t tries = 0;  ///< such runs, one after the other
+        bool spent = false;  ///< as many as the rate_limit has at once, or a run has had to wait
         std::uint64_t ran_at = 0;  ///< last
     };
 
@@ -119,7 +120,7 @@ class Scheduler {
     [[nodiscard]] std::uint64_t now() const;
 
     sd_event& loop_;
-    Pace pace_;
+    RateLimit rate_limit_;
     std::function<void(Fenwa::Block&)> run_block_;
     std::thread::id thread_ = std::this_thread::get_id();
     int event_fd_;  ///< written by other threads
@@ -146,7 +147,7 @@ class Scheduler {
     bool holding_ = false;  ///< blocks are held back since the last pass
     std::function<std::size_t()> unanswered_;
     std::function<std::uint64_t()> calls_;
-    CallHold hold_;
+    Backpressure hold_;
     std::deque<Fenwa::Block*> held_;  ///< those that are ready while the bus owes answers
     std::exception_ptr failure_;
 };

@@ -90,7 +90,7 @@ int append_variant(sd_bus_message& message, const PortValue& value) {
 }
 
 std::optional<PortValue> read_variant(sd_bus_message& message, const Fenwa::Datatype& datatype) {
-    return std::visit(Read{&message, held_type(message)}, first_value(datatype));
+    return std::visit(Read{&message, held_type(message)}, default_value(datatype));
 }
 
 PortValue read_variant(sd_bus_message& message) {

@@ -83,7 +83,7 @@ PortValue read_value(const Fenwa::Datatype& datatype, const void* address) {
     return type == nullptr || address == nullptr ? PortValue{} : type->read(address);
 }
 
-PortValue first_value(const Fenwa::Datatype& datatype) {
+PortValue default_value(const Fenwa::Datatype& datatype) {
     const KnownType* const type = find_type(datatype);
     return type == nullptr ? PortValue{} : type->first();
 }

@@ -19,7 +19,7 @@ using PortValue =
 [[nodiscard]] PortValue read_value(const Fenwa::Datatype& datatype, const void* address);
 
 /// The value that a port of this datatype holds before one has come: the type's T{}.
-[[nodiscard]] PortValue first_value(const Fenwa::Datatype& datatype);
+[[nodiscard]] PortValue default_value(const Fenwa::Datatype& datatype);
 
 /// A setting as a value of this datatype, as strictly as the getters of blocks.
 /// @throws Fenwa::ConfigurationError when the key is missing or of another type; a timersource is

@@ -61,7 +61,7 @@ Ended CameraScene::order(std::vector<std::string> arguments) const {
     return run(arguments);
 }
 
-void CameraScene::obey(const std::vector<std::string>& arguments) const {
+void CameraScene::handle(const std::vector<std::string>& arguments) const {
     const Ended done = order(arguments);
     EXPECT_EQ(done.code, 0) << done.err;
     EXPECT_EQ(done.out, "");

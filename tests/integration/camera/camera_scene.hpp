@@ -71,7 +71,7 @@ class CameraScene : public ::testing::Test {
     /// Gives the camera an order, such as {"set", "temperature.main", "40"}.
     [[nodiscard]] Ended order(std::vector<std::string> arguments) const;
     /// The same for an order that must be obeyed in silence.
-    void obey(const std::vector<std::string>& arguments) const;
+    void handle(const std::vector<std::string>& arguments) const;
 
     /// Ends the camera with SIGTERM and gives what it left; its lines are in `told()`.
     void close();

@@ -38,15 +38,15 @@ TEST_F(ControlsFaults, FeaturesStayWhenTheClientThatAddedThemLeaves) {
     }
     ASSERT_TRUE(gone);
     EXPECT_EQ(watcher.call("ListAddedFeatures", "a{sv}", 0), R"(([["WDR1",["en-us"]]]))");
-    obey({"press", "activateWDR1"});
+    handle({"press", "activateWDR1"});
     EXPECT_EQ(value("wdr.0"), "on");
 }
 
 TEST_F(ControlsFaults, ARestartForgetsFeaturesAndKeepsTheParameter) {
     client_->listen();
     EXPECT_EQ(add(wdr_document(1)), "()");
-    obey({"press", "activateWDR1"});
-    obey({"restart", "controls"});
+    handle({"press", "activateWDR1"});
+    handle({"restart", "controls"});
     EXPECT_EQ(list(), "([])");
     EXPECT_EQ(value("wdr.0"), "on");
     EXPECT_EQ(client_->wait_for(2).size(), 2U) << "the owner went and another came";
@@ -57,27 +57,27 @@ TEST_F(ControlsFaults, ARestartForgetsFeaturesAndKeepsTheParameter) {
 
 TEST_F(ControlsFaults, WhileTheServiceIsDownThereIsNothingToPress) {
     EXPECT_EQ(add(wdr_document(1)), "()");
-    obey({"stop", "controls"});
+    handle({"stop", "controls"});
     EXPECT_THAT(refusal_of("activateWDR1"), HasSubstr("nobody has added buttons"));
-    obey({"set", "wdr.1", "on"});
+    handle({"set", "wdr.1", "on"});
     EXPECT_EQ(value("wdr.1"), "on") << "the parameter is the camera's";
     EXPECT_EQ(list(), "([])") << "a call brings it up";
     EXPECT_EQ(service("controls")["state"], "up");
 }
 
 TEST_F(ControlsFaults, ACallMayGoWrong) {
-    obey({"fail", "AddFeatures", "--error", "com.example.Error.Busy", "--times", "1"});
+    handle({"fail", "AddFeatures", "--error", "com.example.Error.Busy", "--times", "1"});
     EXPECT_EQ(add(wdr_document(1)), "com.example.Error.Busy: A fault rule answers this call.");
     EXPECT_EQ(list(), "([])") << "the call was not served";
     EXPECT_EQ(add(wdr_document(1)), "()");
-    obey({"fail", "controls.ListAddedFeatures", "--malformed", "--times", "1"});
+    handle({"fail", "controls.ListAddedFeatures", "--malformed", "--times", "1"});
     EXPECT_EQ(list(), "(\"malformed\")");
-    obey({"fail", "RemoveFeatures", "--delay", "1000", "--times", "1"});
+    handle({"fail", "RemoveFeatures", "--delay", "1000", "--times", "1"});
     client_->send("RemoveFeatures", "ssa{sv}", "WDR1", "en-us", 0);
     client_->send("ListAddedFeatures", "a{sv}", 0);
     EXPECT_THAT(client_->wait_for(2),
                 ElementsAre("ListAddedFeatures answers ([])", "RemoveFeatures answers ()"));
-    obey({"fail", "AddFeatures", "--drop", "--times", "1"});
+    handle({"fail", "AddFeatures", "--drop", "--times", "1"});
     EXPECT_THAT(add(wdr_document(1)), StartsWith("org.freedesktop.DBus.Error.NoReply: "));
     EXPECT_EQ(list(), "([])");
 }

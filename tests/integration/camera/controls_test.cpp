@@ -34,7 +34,7 @@ TEST_F(Controls, AddedAgainItIsThereOnce) {
     EXPECT_EQ(add(wdr_document(1, "POST")), "()");
     EXPECT_EQ(add(wdr_document(1)), "()");
     EXPECT_EQ(list(), R"(([["WDR1",["en-us"]]]))");
-    obey({"press", "activateWDR1"});
+    handle({"press", "activateWDR1"});
     EXPECT_EQ(value("wdr.0"), "on") << "the later document counts";
     EXPECT_EQ(remove("WDR1"), "()");
     EXPECT_THAT(remove("WDR1"), StartsWith(error + "UnknownFeature: "));
@@ -70,11 +70,11 @@ TEST_F(Controls, OptionsChangeNothing) {
 TEST_F(Controls, AButtonChangesTheParameterOfItsChannel) {
     EXPECT_EQ(add(wdr_document(1)), "()");
     EXPECT_EQ(add(wdr_document(2)), "()");
-    obey({"press", "activateWDR2"});
+    handle({"press", "activateWDR2"});
     EXPECT_EQ(value("wdr.0"), "off");
     EXPECT_EQ(value("wdr.1"), "on");
-    obey({"press", "activateWDR1"});
-    obey({"press", "deactivateWDR2"});
+    handle({"press", "activateWDR1"});
+    handle({"press", "deactivateWDR2"});
     EXPECT_EQ(value("wdr.0"), "on");
     EXPECT_EQ(value("wdr.1"), "off");
 }
@@ -82,8 +82,8 @@ TEST_F(Controls, AButtonChangesTheParameterOfItsChannel) {
 TEST_F(Controls, AreToldWithWhatTheyDo) {
     EXPECT_EQ(add("{}"), error + "InvalidDocument: The document has no 'name'.");
     EXPECT_EQ(add(wdr_document(1)), "()");
-    obey({"press", "activateWDR1"});
-    obey({"set", "wdr.0", "off"});
+    handle({"press", "activateWDR1"});
+    handle({"set", "wdr.0", "off"});
     EXPECT_EQ(remove("WDR1"), "()");
     close();
     const std::string client = R"(,"receiver":")" + client_->unique_name() + '"';

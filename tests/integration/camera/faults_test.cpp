@@ -29,7 +29,7 @@ class ControllerFaults : public CameraScene {
     /// Sets a rule: {"GetTemperature", "--silent"}.
     void fail(std::vector<std::string> rule) {
         rule.insert(rule.begin(), "fail");
-        obey(rule);
+        handle(rule);
     }
 
     std::string reading() { return client_->call("GetTemperature", "is", 3, "main"); }
@@ -43,7 +43,7 @@ TEST_F(ControllerFaults, ALateReplyHoldsNothingElseUp) {
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     client_->wait_for(1);
-    obey({"set", "temperature.main", "40"});
+    handle({"set", "temperature.main", "40"});
     EXPECT_LT(steady_clock::now() - begin, milliseconds(2000)) << "this machine is too slow";
     EXPECT_THAT(client_->wait_for(2), ElementsAre("GetTemperatureIdFromName answers (3)",
                                                   "GetTemperature answers (36.5)"));
@@ -112,7 +112,7 @@ TEST_F(ControllerFaults, ADropTakesTheServiceOffTheBus) {
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "main"),
               "org.freedesktop.DBus.Error.ServiceUnknown: The name com.tarlo.TemperatureController "
               "was not provided by any .service files");
-    obey({"start", "temperature"});
+    handle({"start", "temperature"});
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "main"), "(3)");
     EXPECT_EQ(reading(), disconnected) << "the rule is in force still";
     close();
@@ -153,7 +153,7 @@ TEST_F(ControllerFaults, ALateReplyIsLostWithItsService) {
     client_->send("GetTemperature", "is", 3, "main");
     client_->send("GetTemperatureIdFromName", "s", "main");
     client_->wait_for(1);
-    obey({"restart", "temperature"});
+    handle({"restart", "temperature"});
     EXPECT_THAT(client_->wait_for(4),
                 ElementsAre("GetTemperatureIdFromName answers (3)", "owner :1.1 -> none",
                             "GetTemperature answers " + disconnected,
@@ -207,17 +207,17 @@ TEST_F(ControllerFaults, AProbabilityWithASeedHitsTheSameCallsEveryTime) {
 TEST_F(ControllerFaults, SignalsGoWrongToo) {
     EXPECT_EQ(client_->call("RegisterForTemperatureChangeSignal", "id", 3, 0.0), "(1)");
     fail({"TemperatureChangeSignal", "--silent", "--times", "1"});
-    obey({"set", "temperature.main", "40"});
+    handle({"set", "temperature.main", "40"});
     fail({"TemperatureChangeSignal", "--malformed", "--times", "1"});
-    obey({"set", "temperature.main", "41"});
+    handle({"set", "temperature.main", "41"});
     fail({"TemperatureChangeSignal", "--delay", "2000", "--times", "1"});
-    obey({"set", "temperature.main", "42"});
-    obey({"set", "temperature.main", "43"});
+    handle({"set", "temperature.main", "42"});
+    handle({"set", "temperature.main", "43"});
     EXPECT_THAT(client_->wait_for(3), ElementsAre("TemperatureChangeSignal(\"malformed\")",
                                                   "TemperatureChangeSignal(1, 43.0)",
                                                   "TemperatureChangeSignal(1, 42.0)"));
     fail({"TemperatureChangeSignal", "--drop"});
-    obey({"set", "temperature.main", "44"});
+    handle({"set", "temperature.main", "44"});
     EXPECT_EQ(client_->wait_for(4).back(), "owner :1.1 -> none");
     EXPECT_EQ(state()["values"]["temperature.main"], 44.0);
 }
@@ -227,7 +227,7 @@ TEST_F(ControllerFaults, LateSignalsKeepTheirOrder) {
     fail({"TemperatureChangeSignal", "--delay", "150"});
     Lines expected;
     for (int temperature = 40; temperature < 45; ++temperature) {
-        obey({"set", "temperature.main", std::to_string(temperature)});
+        handle({"set", "temperature.main", std::to_string(temperature)});
         expected.push_back("TemperatureChangeSignal(1, " + std::to_string(temperature) + ".0)");
     }
     EXPECT_EQ(client_->wait_for(5), expected) << "the last to come is the last that was set";
@@ -236,7 +236,7 @@ TEST_F(ControllerFaults, LateSignalsKeepTheirOrder) {
 TEST_F(ControllerFaults, AMalformedSignalOfNumbersHoldsAString) {
     EXPECT_EQ(client_->call("RegisterForTemperatureSignal", "idb", 3, 60.0, 1), "(1, false)");
     fail({"TemperatureSignal", "--malformed", "--times", "1"});
-    obey({"set", "temperature.main", "61"});
+    handle({"set", "temperature.main", "61"});
     EXPECT_THAT(client_->wait_for(1), ElementsAre("TemperatureSignal(\"malformed\")"));
 }
 

@@ -22,12 +22,12 @@ TEST_F(InitSystem, KnowsTheStateOfOneUnitFile) {
     BusClient client(address(), camera::init_manager);
     EXPECT_EQ(state_of(client), "(\"enabled\")");
     for (const std::string state : {"masked", "masked-runtime", "MASKED", "masked ", "static"}) {
-        obey({"set", "unit", state});
+        handle({"set", "unit", state});
         EXPECT_EQ(state_of(client), "(\"" + state + "\")");
     }
     EXPECT_EQ(state_of(client, "other.service"),
               "org.freedesktop.DBus.Error.FileNotFound: There is no unit file 'other.service'.");
-    obey({"restart", "init"});
+    handle({"restart", "init"});
     EXPECT_EQ(state_of(client), "(\"static\")") << "the state is the machine's";
 }
 
@@ -40,9 +40,9 @@ TEST_F(InitSystem, BeginsInTheStateOfTheConfiguration) {
 TEST_F(InitSystem, MayFail) {
     open();
     BusClient client(address(), camera::init_manager);
-    obey({"fail", "GetUnitFileState", "--malformed", "--times", "1"});
+    handle({"fail", "GetUnitFileState", "--malformed", "--times", "1"});
     EXPECT_EQ(state_of(client), "(-1)");
-    obey({"fail", "init.GetUnitFileState", "--error", "com.example.Error.Busy", "--times", "1"});
+    handle({"fail", "init.GetUnitFileState", "--error", "com.example.Error.Busy", "--times", "1"});
     EXPECT_EQ(state_of(client), "com.example.Error.Busy: A fault rule answers this call.");
     EXPECT_EQ(state_of(client), "(\"enabled\")");
 }

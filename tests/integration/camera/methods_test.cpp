@@ -70,7 +70,7 @@ TEST_F(ControllerMethods, AnswerForTheSensorsThatThereAre) {
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "main"), "(3)");
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "housing"), "(5)");
     EXPECT_EQ(client_->call("GetTemperature", "is", 3, "main"), "(36.5)");
-    obey({"set", "temperature.main", "--", "-inf"});
+    handle({"set", "temperature.main", "--", "-inf"});
     EXPECT_EQ(client_->call("GetTemperature", "is", 3, "main"), "(\"-inf\")");
     EXPECT_EQ(client_->call("GetTemperature", "is", 5, "housing"), "(21.5)");
 }
@@ -155,7 +155,7 @@ TEST_F(ControllerMethods, ACallMayLeaveTheInterfaceOut) {
     };
     EXPECT_EQ(id_of_main("GetTemperatureIdFromName"), "(3)");
     EXPECT_EQ(id_of_main("GetTemperature"), invalid + "GetTemperature takes 'is', not 's'.");
-    obey({"fail", "GetTemperatureIdFromName", "--malformed", "--times", "1"});
+    handle({"fail", "GetTemperatureIdFromName", "--malformed", "--times", "1"});
     EXPECT_EQ(id_of_main("GetTemperatureIdFromName"), "(\"malformed\")");
     EXPECT_EQ(id_of_main("GetTemperatureIdFromName"), "(3)");
 }

@@ -133,8 +133,8 @@ TEST_F(CameraOrders, ShowTheWholeState) {
     BusClient client(address());
     EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.5), "(1)");
     EXPECT_EQ(client.call("RegisterForTemperatureSignal", "idb", 4, 60.0, 0), "(2, true)");
-    obey({"set", "temperature.housing", "nan"});
-    obey({"fail", "GetTemperature", "--delay", "250", "--times", "3"});
+    handle({"set", "temperature.housing", "nan"});
+    handle({"fail", "GetTemperature", "--delay", "250", "--times", "3"});
     const Ended text = order({"show"});
     EXPECT_EQ(text.code, 0);
     EXPECT_EQ(text.err, "");
@@ -201,18 +201,18 @@ fault GetTemperature: sent after 250 ms, 3 times
 TEST_F(CameraOrders, SetAndClearFaults) {
     open();
     BusClient client(address());
-    obey({"fail", "GetTemperature", "--error", "com.example.Error.A", "--probability", "0.5",
-          "--seed", "3"});
-    obey({"fail", "temperature.GetTemperature", "--malformed"});
-    obey({"fail", "temperature.GetTemperature", "--error", "com.example.Error.B"});
+    handle({"fail", "GetTemperature", "--error", "com.example.Error.A", "--probability", "0.5",
+            "--seed", "3"});
+    handle({"fail", "temperature.GetTemperature", "--malformed"});
+    handle({"fail", "temperature.GetTemperature", "--error", "com.example.Error.B"});
     EXPECT_EQ(common::json_line(state()["faults"]),
               R"([{"member":"GetTemperature","what":"answered with com.example.Error.A, with )"
               R"(probability 0.5"},{"member":"temperature.GetTemperature","what":)"
               R"("answered with com.example.Error.B"}])");
-    obey({"fail", "temperature.GetTemperature", "--clear"});
+    handle({"fail", "temperature.GetTemperature", "--clear"});
     EXPECT_EQ(state()["faults"].size(), 1U);
-    obey({"fail", "GetTemperature", "--clear"});
-    obey({"fail", "GetTemperature", "--clear"});
+    handle({"fail", "GetTemperature", "--clear"});
+    handle({"fail", "GetTemperature", "--clear"});
     EXPECT_EQ(client.call("GetTemperature", "is", 3, "main"), "(36.5)");
     close();
     EXPECT_EQ(with("\"cleared\"", told()).size(), 2U);

@@ -102,7 +102,7 @@ TEST_F(Overlay, ANegativeDurationIsAVeryLongOne) {
 TEST_F(Overlay, ARestartForgetsTheTexts) {
     EXPECT_EQ(set("short", 1), "()");
     EXPECT_EQ(set("long"), "()");
-    obey({"restart", "overlay"});
+    handle({"restart", "overlay"});
     EXPECT_EQ(shown(), "");
     EXPECT_THAT(service("overlay")["registrations"], IsEmpty());
     EXPECT_EQ(set("mark", 2), "()");
@@ -113,23 +113,23 @@ TEST_F(Overlay, ARestartForgetsTheTexts) {
 
 TEST_F(Overlay, ACallBringsItUp) {
     EXPECT_EQ(set("gone"), "()");
-    obey({"stop", "overlay"});
+    handle({"stop", "overlay"});
     EXPECT_EQ(shown(), "");
     EXPECT_EQ(set("back"), "()");
     EXPECT_EQ(shown(), "back");
 }
 
 TEST_F(Overlay, ACallMayGoWrong) {
-    obey({"fail", "Set", "--error", "com.example.Error.Busy", "--times", "1"});
+    handle({"fail", "Set", "--error", "com.example.Error.Busy", "--times", "1"});
     EXPECT_EQ(set("Too hot"), "com.example.Error.Busy: A fault rule answers this call.");
     EXPECT_EQ(shown(), "");
     EXPECT_EQ(set("Too hot"), "()");
-    obey({"fail", "overlay.Unset", "--silent", "--times", "1"});
+    handle({"fail", "overlay.Unset", "--silent", "--times", "1"});
     EXPECT_EQ(
         client_->call(client_->new_call("Unset", "s", "Too hot"), std::chrono::milliseconds(300)),
         "org.freedesktop.DBus.Error.Timeout: Connection timed out");
     EXPECT_EQ(shown(), "Too hot");
-    obey({"fail", "Unset", "--drop", "--times", "1"});
+    handle({"fail", "Unset", "--drop", "--times", "1"});
     EXPECT_THAT(unset("Too hot"), StartsWith("org.freedesktop.DBus.Error.NoReply: "));
     EXPECT_EQ(unset("Too hot"), error + "UnknownText: The text 'Too hot' is not set.");
 }

@@ -109,13 +109,13 @@ TEST_F(PowerShareFaults, AConsumerThatDoesNotAnswerIsToldInTheStory) {
 TEST_F(PowerShareFaults, TheTellingMayGoWrong) {
     open();
     const auto a = consumer();
-    obey({"fail", "SetPower", "--silent", "--times", "1"});
+    handle({"fail", "SetPower", "--silent", "--times", "1"});
     EXPECT_EQ(a->request(1.0), "()");
-    obey({"fail", "SetPower", "--delay", "2000", "--times", "1"});
+    handle({"fail", "SetPower", "--delay", "2000", "--times", "1"});
     EXPECT_EQ(a->request(2.0), "()");
     EXPECT_EQ(a->request(3.0), "()");
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(3.0)", "SetPower(2.0)"));
-    obey({"fail", "power-consumer.SetPower", "--malformed", "--times", "1"});
+    handle({"fail", "power-consumer.SetPower", "--malformed", "--times", "1"});
     EXPECT_EQ(a->request(4.0), "()");
     EXPECT_EQ(a->request(5.0), "()");
     EXPECT_THAT(a->wait_for(3).back(), "SetPower(5.0)") << "the malformed one did not arrive";
@@ -125,10 +125,10 @@ TEST_F(PowerShareFaults, TheTellingMayGoWrong) {
 TEST_F(PowerShareFaults, ALateShareOfAConsumerThatHasGoneIsNotSent) {
     open();
     const auto a = consumer();
-    obey({"fail", "SetPower", "--delay", "1000", "--times", "1"});
+    handle({"fail", "SetPower", "--delay", "1000", "--times", "1"});
     EXPECT_EQ(a->request(1.0), "()");
     EXPECT_EQ(a->unregister(), "()");
-    obey({"fail", "SetPower", "--delay", "1500", "--times", "1"});
+    handle({"fail", "SetPower", "--delay", "1500", "--times", "1"});
     EXPECT_EQ(a->register_consumer(), "()");
     EXPECT_EQ(a->request(2.0), "()");
     EXPECT_THAT(a->wait_for(1), ElementsAre("SetPower(2.0)"));
@@ -139,7 +139,7 @@ TEST_F(PowerShareFaults, TheControllerMayVanishInPlaceOfTelling) {
     const auto a = consumer();
     a->listen();
     const std::string owner = state()["services"][1]["unique_name"];
-    obey({"fail", "SetPower", "--drop", "--times", "1"});
+    handle({"fail", "SetPower", "--drop", "--times", "1"});
     EXPECT_EQ(a->request(1.0), "()");
     EXPECT_THAT(a->wait_for(1), ElementsAre("owner " + owner + " -> none"));
     EXPECT_EQ(a->register_consumer(), "()");
@@ -150,11 +150,11 @@ TEST_F(PowerShareFaults, TheControllerMayVanishInPlaceOfTelling) {
 TEST_F(PowerShareFaults, AMethodOfTheControllerMayGoWrong) {
     open();
     const auto a = consumer();
-    obey({"fail", "RequestPower", "--error", "com.example.Error.Busy", "--times", "1"});
+    handle({"fail", "RequestPower", "--error", "com.example.Error.Busy", "--times", "1"});
     EXPECT_EQ(a->request(1.0), "com.example.Error.Busy: A fault rule answers this call.");
     EXPECT_EQ(a->request(2.0), "()");
     EXPECT_THAT(a->wait_for(1), ElementsAre("SetPower(2.0)"));
-    obey({"fail", "Unregister", "--malformed", "--times", "1"});
+    handle({"fail", "Unregister", "--malformed", "--times", "1"});
     EXPECT_EQ(a->unregister(), "(\"malformed\")");
     EXPECT_THAT(state()["services"][1]["registrations"], IsEmpty());
 }

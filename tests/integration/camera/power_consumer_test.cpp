@@ -30,7 +30,7 @@ TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
     EXPECT_EQ(b->request(11.5), "()");
     EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(12.0)", "SetPower(11.5)"));
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(8.0)", "SetPower(8.5)"));
-    obey({"set", "power.budget", "30"});
+    handle({"set", "power.budget", "30"});
     EXPECT_THAT(a->wait_for(3).back(), "SetPower(12.0)");
     EXPECT_THAT(c->wait_for(2).back(), "SetPower(1.0)");
     EXPECT_EQ(a->unregister(), "()");
@@ -124,7 +124,7 @@ TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
     EXPECT_EQ(a->call("Register", "sbsss", "vipd0", 1, "com.example.Moved",
                       "/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer"),
               "()");
-    obey({"set", "power.budget", "3"});
+    handle({"set", "power.budget", "3"});
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(3.0)"));
     EXPECT_EQ(common::json_line(state()["services"][1]["registrations"]),
               R"([{"id":"vipd0","client":")" + a->unique_name() +
@@ -139,9 +139,9 @@ TEST_F(PowerBudget, ARestartForgetsConsumersAndKeepsTheBudget) {
     open();
     const auto a = consumer(0);
     EXPECT_EQ(a->request(4.0), "()");
-    obey({"set", "power.budget", "2"});
+    handle({"set", "power.budget", "2"});
     EXPECT_EQ(a->wait_for(2).back(), "SetPower(2.0)");
-    obey({"restart", "power-consumer"});
+    handle({"restart", "power-consumer"});
     EXPECT_THAT(shares(), IsEmpty());
     EXPECT_EQ(a->request(4.0), error + "NotRegistered: No consumer is registered as 'vipd0'.");
     EXPECT_EQ(a->register_consumer(), "()");
@@ -153,7 +153,7 @@ TEST_F(PowerBudget, ACallBringsAStoppedControllerBack) {
     open({.activation = true});
     const auto a = consumer(0);
     EXPECT_EQ(a->request(4.0), "()");
-    obey({"stop", "power-consumer"});
+    handle({"stop", "power-consumer"});
     EXPECT_EQ(a->register_consumer(), "()");
     EXPECT_EQ(a->request(5.0), "()");
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(5.0)"));

@@ -35,7 +35,7 @@ class PowerStatus : public CameraScene {
 
     void fail(std::vector<std::string> rule) {
         rule.insert(rule.begin(), "fail");
-        obey(rule);
+        handle(rule);
     }
 
     /// Runs `busctl` on the scene's bus and gives what it prints.
@@ -58,7 +58,7 @@ TEST_F(PowerStatus, IsReadAsAnyOtherProperty) {
         "d 25\n");
     const std::string shown = busctl({"introspect", properties.name, properties.path, interface});
     EXPECT_THAT(shown, ::testing::ContainsRegex("\\.PowerReceived +property +d +25 +emits-change"));
-    obey({"set", "power.received", "nan"});
+    handle({"set", "power.received", "nan"});
     EXPECT_EQ(get(), "(\"nan\")");
     close();
     EXPECT_EQ(ended().code, 0) << ended().err;
@@ -77,11 +77,11 @@ TEST_F(PowerStatus, ReadsAreNewsAndAreAnswered) {
 }
 
 TEST_F(PowerStatus, ChangesAreSignalledWithTheValue) {
-    obey({"set", "power.received", "12"});
-    obey({"set", "power.received", "12"});
-    obey({"set", "power.received", "nan"});
-    obey({"set", "power.received", "nan"});
-    obey({"set", "power.received", "--", "-inf"});
+    handle({"set", "power.received", "12"});
+    handle({"set", "power.received", "12"});
+    handle({"set", "power.received", "nan"});
+    handle({"set", "power.received", "nan"});
+    handle({"set", "power.received", "--", "-inf"});
     const std::string begin = "PropertiesChanged(\"com.tarlo.PowerControl.Status\", ";
     EXPECT_THAT(client_->wait_for(3), ElementsAre(begin + R"({"PowerReceived":12.0}, []))",
                                                   begin + R"({"PowerReceived":"nan"}, []))",
@@ -106,11 +106,11 @@ TEST_F(PowerStatus, IsReadOnlyAndHasOneProperty) {
 }
 
 TEST_F(PowerStatus, OutlivesARestartAndComesBackWhenItIsRead) {
-    obey({"set", "power.received", "12"});
-    obey({"restart", "power-status"});
+    handle({"set", "power.received", "12"});
+    handle({"restart", "power-status"});
     EXPECT_EQ(get(), "(12.0)");
-    obey({"stop", "power-status"});
-    obey({"set", "power.received", "13"});
+    handle({"stop", "power-status"});
+    handle({"set", "power.received", "13"});
     EXPECT_EQ(get(), "(13.0)");
     close();
     EXPECT_EQ(with("\"signal\"", told()).size(), 1U) << "nobody signals who is down";
@@ -176,12 +176,12 @@ TEST_F(PowerStatus, AReadThatIsRefusedAnywayDoesNotUseARuleUp) {
 
 TEST_F(PowerStatus, ItsSignalMayGoWrong) {
     fail({"PropertiesChanged", "--silent", "--times", "1"});
-    obey({"set", "power.received", "1"});
+    handle({"set", "power.received", "1"});
     fail({"PropertiesChanged", "--malformed", "--times", "1"});
-    obey({"set", "power.received", "2"});
+    handle({"set", "power.received", "2"});
     fail({"PropertiesChanged", "--delay", "2000", "--times", "1"});
-    obey({"set", "power.received", "3"});
-    obey({"set", "power.received", "4"});
+    handle({"set", "power.received", "3"});
+    handle({"set", "power.received", "4"});
     const std::string begin = "PropertiesChanged(\"com.tarlo.PowerControl.Status\", ";
     EXPECT_THAT(client_->wait_for(3), ElementsAre(begin + R"({"PowerReceived":"malformed"}, []))",
                                                   begin + R"({"PowerReceived":4.0}, []))",

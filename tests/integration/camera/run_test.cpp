@@ -17,9 +17,9 @@ using CameraRun = CameraScene;
 
 TEST_F(CameraRun, TellsInJsonWhatHappens) {
     open();
-    obey({"set", "temperature.main", "71.5"});
-    obey({"stop", "temperature"});
-    obey({"start", "temperature"});
+    handle({"set", "temperature.main", "71.5"});
+    handle({"stop", "temperature"});
+    handle({"start", "temperature"});
     close();
     EXPECT_EQ(ended().code, 0);
     EXPECT_EQ(ended().err, "");
@@ -37,8 +37,8 @@ TEST_F(CameraRun, TellsInTextWhatHappens) {
     EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.5), "(1)");
     EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "x"),
               "com.tarlo.TemperatureController.Error.UnknownSensor: No sensor is named 'x'.");
-    obey({"set", "temperature.main", "71.5"});
-    obey({"fail", "GetTemperature", "--silent", "--times", "1"});
+    handle({"set", "temperature.main", "71.5"});
+    handle({"fail", "GetTemperature", "--silent", "--times", "1"});
     close();
     EXPECT_EQ(ended().code, 0);
     EXPECT_EQ(ended().err, "");
@@ -59,7 +59,7 @@ TEST_F(CameraRun, TellsInTextWhatHappens) {
 
 TEST_F(CameraRun, TimesInJsonGrowFromTheStart) {
     open();
-    obey({"set", "temperature.main", "1"});
+    handle({"set", "temperature.main", "1"});
     close();
     double last = 0.0;
     std::istringstream out(ended().out);

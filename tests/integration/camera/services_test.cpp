@@ -27,12 +27,12 @@ TEST_F(ControllerLife, AStoppedServiceIsOffTheBusUntilItIsStarted) {
     open();
     BusClient client(address());
     client.listen();
-    obey({"stop", "temperature"});
+    handle({"stop", "temperature"});
     EXPECT_EQ(id_of_main(client), service_unknown);
-    obey({"stop", "temperature"});
-    obey({"start", "temperature"});
+    handle({"stop", "temperature"});
+    handle({"start", "temperature"});
     EXPECT_EQ(id_of_main(client), "(3)");
-    obey({"start", "temperature"});
+    handle({"start", "temperature"});
     close();
     EXPECT_EQ(with(R"("event":"service")", told()).size(), 2 * std::size(camera_services) + 2)
         << "what is so already is no news";
@@ -43,16 +43,16 @@ TEST_F(ControllerLife, ARestartKeepsValuesAndForgetsRegistrations) {
     BusClient client(address());
     client.listen();
     EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.0), "(1)");
-    obey({"set", "temperature.main", "40"});
+    handle({"set", "temperature.main", "40"});
     const std::string before = state()["services"][0]["unique_name"];
-    obey({"restart", "temperature"});
+    handle({"restart", "temperature"});
     const common::Json now = state();
     const std::string after = now["services"][0]["unique_name"];
     EXPECT_NE(after, before);
     EXPECT_EQ(now["services"][0]["state"], "up");
     EXPECT_THAT(now["services"][0]["registrations"], IsEmpty());
     EXPECT_EQ(now["values"]["temperature.main"], 40.0);
-    obey({"set", "temperature.main", "50"});
+    handle({"set", "temperature.main", "50"});
     EXPECT_EQ(client.call("GetTemperature", "is", 3, "main"), "(50.0)");
     EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.0), "(2)")
         << "an id is never given twice";
@@ -99,7 +99,7 @@ TEST_F(ControllerLife, ACallBringsAStoppedServiceBackAndIsAnswered) {
 TEST_F(ControllerLife, ACallBringsADroppedServiceBack) {
     open({.activation = true});
     BusClient client(address());
-    obey({"fail", "GetTemperatureIdFromName", "--drop", "--times", "1"});
+    handle({"fail", "GetTemperatureIdFromName", "--drop", "--times", "1"});
     EXPECT_THAT(id_of_main(client), StartsWith("org.freedesktop.DBus.Error.NoReply: "));
     EXPECT_EQ(id_of_main(client), "(3)");
 }
@@ -123,7 +123,7 @@ TEST_F(ControllerLife, WithoutActivationACallIsRefusedAtOnce) {
 TEST_F(ControllerLife, AServiceThatIsNotToBeActivatedStaysDown) {
     open({.activation = true, .run = {"--no-activation"}});
     BusClient client(address());
-    obey({"stop", "temperature"});
+    handle({"stop", "temperature"});
     EXPECT_THAT(id_of_main(client), StartsWith("org.freedesktop.DBus.Error.Spawn.ChildExited: "));
     EXPECT_EQ(state()["services"][0]["state"], "down");
     EXPECT_EQ(state()["services"][0]["activatable"], false);
@@ -136,7 +136,7 @@ TEST_F(ControllerLife, AServiceThatIsNotToBeActivatedStaysDown) {
 TEST_F(ControllerLife, OnABusWithoutServiceFilesNothingSaysThatACallBringsItUp) {
     open();
     BusClient client(address());
-    obey({"stop", "temperature"});
+    handle({"stop", "temperature"});
     EXPECT_EQ(id_of_main(client), service_unknown);
     EXPECT_THAT(order({"show"}).out, HasSubstr("service temperature: down\n"));
     EXPECT_EQ(service("temperature")["activatable"], false);
@@ -144,8 +144,8 @@ TEST_F(ControllerLife, OnABusWithoutServiceFilesNothingSaysThatACallBringsItUp) 
 
 TEST_F(ControllerLife, WhereACallBringsItUpItIsSaid) {
     open({.activation = true});
-    obey({"stop", "temperature"});
-    obey({"stop", "init"});
+    handle({"stop", "temperature"});
+    handle({"stop", "init"});
     const std::string shown = order({"show"}).out;
     EXPECT_THAT(shown, HasSubstr("service temperature: down, a call brings it up\n"));
     EXPECT_THAT(shown, HasSubstr("service init: down\n"));
@@ -156,7 +156,7 @@ TEST_F(ControllerLife, WhereACallBringsItUpItIsSaid) {
 TEST_F(ControllerLife, AskingAloneForTheOwnerActivatesNothing) {
     open({.activation = true});
     BusClient client(address());
-    obey({"stop", "temperature"});
+    handle({"stop", "temperature"});
     const common::MessagePtr call = client.new_call("GetTemperatureIdFromName", "s", "main");
     common::check(sd_bus_message_set_auto_start(call.get(), 0), "sd_bus_message_set_auto_start");
     EXPECT_THAT(client.call(call, std::chrono::seconds(20)),

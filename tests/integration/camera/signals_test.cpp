@@ -20,7 +20,7 @@ class ControllerSignals : public CameraScene {
     /// answer to a call comes behind every signal that was sent before it.
     Lines set(const std::string& temperature) {
         client_->forget();
-        obey({"set", "temperature.main", "--", temperature});
+        handle({"set", "temperature.main", "--", temperature});
         client_->send("GetTemperatureIdFromName", "s", "main");
         Lines heard;
         do
@@ -117,9 +117,9 @@ TEST_F(ControllerSignals, AClientThatLeavesWithoutARegistrationIsNoNews) {
 
 TEST_F(ControllerSignals, OfAServiceThatIsDownAreNotSent) {
     EXPECT_EQ(change(0.0), "(1)");
-    obey({"stop", "temperature"});
-    obey({"set", "temperature.main", "70"});
-    obey({"start", "temperature"});
+    handle({"stop", "temperature"});
+    handle({"set", "temperature.main", "70"});
+    handle({"start", "temperature"});
     EXPECT_EQ(client_->call("GetTemperature", "is", 3, "main"), "(70.0)");
     close();
     EXPECT_THAT(with("\"signal\"", told()), IsEmpty());

@@ -73,24 +73,24 @@ TEST_F(VideoReadiness, OutlivesTheClientAndNotARestart) {
     EXPECT_EQ(signal(*one), "()");
     one.reset();
     EXPECT_EQ(value("video.0"), 1);
-    obey({"restart", "video"});
+    handle({"restart", "video"});
     EXPECT_EQ(value("video.0"), 0);
     EXPECT_THAT(service("video")["registrations"], IsEmpty());
-    obey({"stop", "video"});
+    handle({"stop", "video"});
     EXPECT_EQ(signal(*client(1)), "()") << "a call brings it up";
     EXPECT_EQ(value("video.1"), 1);
 }
 
 TEST_F(VideoReadiness, MayFailForAWhile) {
     open({.activation = true});
-    obey({"fail", "SignalVideoReady", "--error", "com.example.Error.Busy", "--times", "2"});
+    handle({"fail", "SignalVideoReady", "--error", "com.example.Error.Busy", "--times", "2"});
     const auto one = client(0);
     const std::string busy = "com.example.Error.Busy: A fault rule answers this call.";
     EXPECT_EQ(signal(*one), busy);
     EXPECT_EQ(signal(*one), busy);
     EXPECT_EQ(signal(*one), "()");
     EXPECT_EQ(value("video.0"), 1) << "a call that fails says nothing";
-    obey({"fail", "video.SignalVideoReady", "--drop", "--times", "1"});
+    handle({"fail", "video.SignalVideoReady", "--drop", "--times", "1"});
     EXPECT_THAT(signal(*one), StartsWith("org.freedesktop.DBus.Error.NoReply: "));
     EXPECT_EQ(signal(*one), "()");
     EXPECT_EQ(value("video.0"), 1) << "it was forgotten with the process";

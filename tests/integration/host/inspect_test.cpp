@@ -157,7 +157,7 @@ TEST_F(Inspect, KnowsAnyPluginOfTheInterface) {
               "when run = true\n"
               "  key         only  string  default \"\"\n"
               "              run   bool    default false\n");
-    // A setup may add ports; whether it hands settings over is seen with them not turned over.
+    // A setup may add ports; whether it hands settings over is seen with them not toggled.
     EXPECT_EQ(inspect({"libprobe.so", "Probe", "--format=json"}).out,
               R"({"plugin":"libprobe.so","file":"libprobe.so","types":[{"type":"Probe",)"
               R"("inputs":[],"outputs":[{"name":"stopped","type":"int"},)"

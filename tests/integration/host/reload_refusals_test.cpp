@@ -12,17 +12,17 @@ const std::string relay = "[blocks.r]\ntype = \"Relay\"\n";
 const std::string wire = "[[connections]]\nfrom = \"a.level\"\nto = \"r.double\"\n";
 const std::string before = settled("a", "level = 2\n") + settled("b", "") + relay;
 
-struct Refusal {
+struct CommandError {
     std::string what;
     std::string file;
     std::string errors;
 };
 
-void PrintTo(const Refusal& refusal, std::ostream* out) {
+void PrintTo(const CommandError& refusal, std::ostream* out) {
     *out << refusal.what;
 }
 
-class ReloadRefusals : public ReloadTest, public testing::WithParamInterface<Refusal> {};
+class ReloadRefusals : public ReloadTest, public testing::WithParamInterface<CommandError> {};
 
 /// Whatever is wrong, the change of a's level, which is not, is not made either.
 const std::string changed = settled("a", "level = 3\n") + settled("b", "") + relay;
@@ -41,45 +41,49 @@ const std::string probe_line = "plugins = [\"libprobe.so\"]\n";
 INSTANTIATE_TEST_SUITE_P(
     Files, ReloadRefusals,
     testing::Values(
-        Refusal{"ABlockMore", probe_line + changed + settled("n", ""),
-                "graph.toml:9:9: error: the block 'n' has been added, which needs a restart\n"
-                "[blocks.n]\n        ^\ngraph.toml: 1 error\n"},
-        Refusal{"ABlockLess", probe_line + settled("a", "level = 3\n") + relay,
-                "graph.toml: error: the block 'b' has been removed, which needs a restart\n"
-                "graph.toml: 1 error\n"},
-        Refusal{"AnotherType",
-                probe_line + settled("a", "level = 3\n") + "[blocks.b]\ntype = \"Sink\"\n" + relay,
-                "graph.toml:6:8: error: the block 'b' has been a Settled; another type needs a "
-                "restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
-        Refusal{"AConnectionMore", probe_line + changed + wire,
-                "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been "
-                "added, which needs a restart\nfrom = \"a.level\"\n       ^\n"
-                "graph.toml: 1 error\n"},
-        Refusal{"APlugInMore", "plugins = [\"libprobe.so\", \"libother.so\"]\n" + changed,
-                "graph.toml:1:27: error: the plug-in 'libother.so' has been added, which needs a "
-                "restart\nplugins = [\"libprobe.so\", \"libother.so\"]\n"
-                "                          ^\ngraph.toml: 1 error\n"},
-        Refusal{
+        CommandError{"ABlockMore", probe_line + changed + settled("n", ""),
+                     "graph.toml:9:9: error: the block 'n' has been added, which needs a restart\n"
+                     "[blocks.n]\n        ^\ngraph.toml: 1 error\n"},
+        CommandError{"ABlockLess", probe_line + settled("a", "level = 3\n") + relay,
+                     "graph.toml: error: the block 'b' has been removed, which needs a restart\n"
+                     "graph.toml: 1 error\n"},
+        CommandError{
+            "AnotherType",
+            probe_line + settled("a", "level = 3\n") + "[blocks.b]\ntype = \"Sink\"\n" + relay,
+            "graph.toml:6:8: error: the block 'b' has been a Settled; another type needs a "
+            "restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
+        CommandError{"AConnectionMore", probe_line + changed + wire,
+                     "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been "
+                     "added, which needs a restart\nfrom = \"a.level\"\n       ^\n"
+                     "graph.toml: 1 error\n"},
+        CommandError{
+            "APlugInMore", "plugins = [\"libprobe.so\", \"libother.so\"]\n" + changed,
+            "graph.toml:1:27: error: the plug-in 'libother.so' has been added, which needs a "
+            "restart\nplugins = [\"libprobe.so\", \"libother.so\"]\n"
+            "                          ^\ngraph.toml: 1 error\n"},
+        CommandError{
             "AnotherBus",
             probe_line + "[bus]\naddress = \"session\"\nnames = [\"com.example.A\"]\n" + changed,
             "graph.toml:3:11: error: the bus has been 'system'; another one needs a restart\n"
             "address = \"session\"\n          ^\n"
             "graph.toml:4:10: error: the bus name 'com.example.A' has been added, which needs "
             "a restart\nnames = [\"com.example.A\"]\n         ^\ngraph.toml: 2 errors\n"},
-        Refusal{"AMistypedKey",
-                probe_line + settled("a", "level = 3\n") + settled("b", "level = \"x\"\n") + relay,
-                "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double, not "
-                "the string \"x\"\nlevel = \"x\"\n^\ngraph.toml: 1 error\n"},
-        Refusal{"NoToml", probe_line + changed + "[",
-                "graph.toml:9:2: error: Error while parsing table header: encountered "
-                "end-of-file\n[\n ^\ngraph.toml: 1 error\n"},
-        Refusal{"NoBlocks", probe_line,
-                "graph.toml: error: the graph has no blocks\ngraph.toml: 1 error\n"},
-        Refusal{"AMistypedKeyThatTheBlockReadsOnlyAtTimes",
-                probe_line + settled("a", "level = 3\nhidden = \"x\"\n") + settled("b", "") + relay,
-                "graph.toml:5:1: error: block 'a' (Settled): the key 'hidden' must be an int, not "
-                "the string \"x\"\nhidden = \"x\"\n^\ngraph.toml: 1 error\n"},
-        Refusal{
+        CommandError{
+            "AMistypedKey",
+            probe_line + settled("a", "level = 3\n") + settled("b", "level = \"x\"\n") + relay,
+            "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double, not "
+            "the string \"x\"\nlevel = \"x\"\n^\ngraph.toml: 1 error\n"},
+        CommandError{"NoToml", probe_line + changed + "[",
+                     "graph.toml:9:2: error: Error while parsing table header: encountered "
+                     "end-of-file\n[\n ^\ngraph.toml: 1 error\n"},
+        CommandError{"NoBlocks", probe_line,
+                     "graph.toml: error: the graph has no blocks\ngraph.toml: 1 error\n"},
+        CommandError{
+            "AMistypedKeyThatTheBlockReadsOnlyAtTimes",
+            probe_line + settled("a", "level = 3\nhidden = \"x\"\n") + settled("b", "") + relay,
+            "graph.toml:5:1: error: block 'a' (Settled): the key 'hidden' must be an int, not "
+            "the string \"x\"\nhidden = \"x\"\n^\ngraph.toml: 1 error\n"},
+        CommandError{
             "ABlockThatThrowsWhenItIsBuilt",
             probe_line + settled("a", "level = 3\nneeds_a_bus = true\n") + settled("b", "") + relay,
             "graph.toml:2:9: error: block 'a' (Settled) threw in its constructor: "

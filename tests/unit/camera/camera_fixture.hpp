@@ -13,7 +13,7 @@
 
 namespace camera {
 
-/// A camera that is not on any bus, with its story in a string.
+/// A camera that is not on any bus, with its event log in a string.
 class CameraTest : public ::testing::Test {
   protected:
     static common::EventPtr new_event() {
@@ -27,7 +27,7 @@ class CameraTest : public ::testing::Test {
         std::free(buffer_);
     }
 
-    /// The story so far, without the times in front of the lines.
+    /// The event log so far, without the times in front of the lines.
     std::string told() {
         std::fflush(stream_);
         std::string text;
@@ -44,7 +44,7 @@ class CameraTest : public ::testing::Test {
     static std::string refusal(Order&& order) {
         try {
             order();
-        } catch (const Refusal& refusal) {
+        } catch (const CommandError& refusal) {
             return refusal.what();
         }
         return "no refusal";
@@ -62,8 +62,8 @@ class CameraTest : public ::testing::Test {
     char* buffer_ = nullptr;
     std::size_t size_ = 0;
     std::FILE* stream_ = open_memstream(&buffer_, &size_);
-    Story story_{stream_, Format::text, false, nullptr};
-    Camera camera_{*event_, story_, default_configuration(), [] {}};
+    EventLog event_log_{stream_, Format::text, false, nullptr};
+    Camera camera_{*event_, event_log_, default_configuration(), [] {}};
 };
 
 }  // namespace camera

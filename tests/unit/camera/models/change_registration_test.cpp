@@ -28,31 +28,31 @@ TEST(ChangeRegistration, ComparesTheDistanceAsDoublesAre) {
 }
 
 TEST(ChangeRegistration, AddsUpSmallChangesSinceTheLastReport) {
-    ChangeRegistration wish(1.0, 36.5);
-    EXPECT_FALSE(wish.update(36.75));
-    EXPECT_FALSE(wish.update(37.0));
-    EXPECT_FALSE(wish.update(37.25));
-    EXPECT_EQ(wish.reported(), 36.5);
-    EXPECT_TRUE(wish.update(37.5));
-    EXPECT_FALSE(wish.update(37.25));
-    EXPECT_FALSE(wish.update(36.75));
-    EXPECT_TRUE(wish.update(36.5));
+    ChangeRegistration subscription(1.0, 36.5);
+    EXPECT_FALSE(subscription.update(36.75));
+    EXPECT_FALSE(subscription.update(37.0));
+    EXPECT_FALSE(subscription.update(37.25));
+    EXPECT_EQ(subscription.reported(), 36.5);
+    EXPECT_TRUE(subscription.update(37.5));
+    EXPECT_FALSE(subscription.update(37.25));
+    EXPECT_FALSE(subscription.update(36.75));
+    EXPECT_TRUE(subscription.update(36.5));
 }
 
 TEST(ChangeRegistration, ForgetsAnExcursionThatWasTooSmall) {
-    ChangeRegistration wish(1.0, 36.5);
-    EXPECT_FALSE(wish.update(37.25));
-    EXPECT_FALSE(wish.update(36.5));
-    EXPECT_FALSE(wish.update(35.75));
+    ChangeRegistration subscription(1.0, 36.5);
+    EXPECT_FALSE(subscription.update(37.25));
+    EXPECT_FALSE(subscription.update(36.5));
+    EXPECT_FALSE(subscription.update(35.75));
 }
 
 TEST(ChangeRegistration, ReportsEveryChangeWithADeltaThatSaysNothing) {
     for (const double delta : {0.0, -0.0, -1.0, -infinity, nan}) {
-        ChangeRegistration wish(delta, 36.5);
-        EXPECT_FALSE(wish.update(36.5)) << delta;
-        EXPECT_TRUE(wish.update(std::nextafter(36.5, 37.0))) << delta;
-        EXPECT_TRUE(wish.update(36.5)) << delta;
-        EXPECT_FALSE(wish.update(36.5)) << delta;
+        ChangeRegistration subscription(delta, 36.5);
+        EXPECT_FALSE(subscription.update(36.5)) << delta;
+        EXPECT_TRUE(subscription.update(std::nextafter(36.5, 37.0))) << delta;
+        EXPECT_TRUE(subscription.update(36.5)) << delta;
+        EXPECT_FALSE(subscription.update(36.5)) << delta;
     }
 }
 
@@ -61,31 +61,31 @@ TEST(ChangeRegistration, TakesBothZeroesForTheSameTemperature) {
 }
 
 TEST(ChangeRegistration, ReportsAChangeToAndFromNan) {
-    ChangeRegistration wish(10.0, 36.5);
-    EXPECT_TRUE(wish.update(nan));
-    EXPECT_FALSE(wish.update(nan));
-    EXPECT_TRUE(wish.update(36.5));
-    EXPECT_FALSE(wish.update(36.5));
+    ChangeRegistration subscription(10.0, 36.5);
+    EXPECT_TRUE(subscription.update(nan));
+    EXPECT_FALSE(subscription.update(nan));
+    EXPECT_TRUE(subscription.update(36.5));
+    EXPECT_FALSE(subscription.update(36.5));
 }
 
 TEST(ChangeRegistration, StartsFromNanWhereTheSensorShowsIt) {
-    ChangeRegistration wish(10.0, nan);
-    EXPECT_FALSE(wish.update(nan));
-    EXPECT_TRUE(wish.update(1.0));
+    ChangeRegistration subscription(10.0, nan);
+    EXPECT_FALSE(subscription.update(nan));
+    EXPECT_TRUE(subscription.update(1.0));
 }
 
 TEST(ChangeRegistration, TakesAnInfiniteDistanceForLargeEnough) {
-    ChangeRegistration wish(1e300, 36.5);
-    EXPECT_TRUE(wish.update(infinity));
-    EXPECT_FALSE(wish.update(infinity));
-    EXPECT_TRUE(wish.update(-infinity));
-    EXPECT_TRUE(wish.update(0.0));
+    ChangeRegistration subscription(1e300, 36.5);
+    EXPECT_TRUE(subscription.update(infinity));
+    EXPECT_FALSE(subscription.update(infinity));
+    EXPECT_TRUE(subscription.update(-infinity));
+    EXPECT_TRUE(subscription.update(0.0));
 }
 
 TEST(ChangeRegistration, WithAnInfiniteDeltaWaitsForAnInfiniteDistance) {
-    ChangeRegistration wish(infinity, 36.5);
-    EXPECT_FALSE(wish.update(-1e308));
-    EXPECT_TRUE(wish.update(-infinity));
+    ChangeRegistration subscription(infinity, 36.5);
+    EXPECT_FALSE(subscription.update(-1e308));
+    EXPECT_TRUE(subscription.update(-infinity));
 }
 
 }  // namespace

@@ -14,19 +14,19 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
 TEST(LimitRegistration, ExactlyAtTheLimitIsNotAboveIt) {
-    LimitRegistration wish(60.0, rising, 50.0);
-    EXPECT_FALSE(wish.update(60.0));
-    EXPECT_FALSE(wish.beyond());
-    EXPECT_TRUE(wish.update(std::nextafter(60.0, 61.0)));
-    EXPECT_TRUE(wish.beyond());
+    LimitRegistration subscription(60.0, rising, 50.0);
+    EXPECT_FALSE(subscription.update(60.0));
+    EXPECT_FALSE(subscription.beyond());
+    EXPECT_TRUE(subscription.update(std::nextafter(60.0, 61.0)));
+    EXPECT_TRUE(subscription.beyond());
 }
 
 TEST(LimitRegistration, ExactlyAtTheLimitIsDownToIt) {
-    LimitRegistration wish(60.0, falling, 70.0);
-    EXPECT_FALSE(wish.update(std::nextafter(60.0, 61.0)));
-    EXPECT_FALSE(wish.beyond());
-    EXPECT_TRUE(wish.update(60.0));
-    EXPECT_TRUE(wish.beyond());
+    LimitRegistration subscription(60.0, falling, 70.0);
+    EXPECT_FALSE(subscription.update(std::nextafter(60.0, 61.0)));
+    EXPECT_FALSE(subscription.beyond());
+    EXPECT_TRUE(subscription.update(60.0));
+    EXPECT_TRUE(subscription.beyond());
 }
 
 TEST(LimitRegistration, KnowsWhatWasCrossedAtRegistration) {
@@ -39,28 +39,28 @@ TEST(LimitRegistration, KnowsWhatWasCrossedAtRegistration) {
 }
 
 TEST(LimitRegistration, IsNotSignalledForACrossingBeforeRegistration) {
-    LimitRegistration wish(60.0, rising, 65.0);
-    EXPECT_FALSE(wish.update(70.0));
-    EXPECT_FALSE(wish.update(60.0));
-    EXPECT_TRUE(wish.update(61.0));
+    LimitRegistration subscription(60.0, rising, 65.0);
+    EXPECT_FALSE(subscription.update(70.0));
+    EXPECT_FALSE(subscription.update(60.0));
+    EXPECT_TRUE(subscription.update(61.0));
 }
 
 TEST(LimitRegistration, RisingIsSignalledOnceAndAgainOnlyAfterCrossingBack) {
-    LimitRegistration wish(60.0, rising, 50.0);
-    EXPECT_TRUE(wish.update(61.0));
-    EXPECT_FALSE(wish.update(62.0));
-    EXPECT_FALSE(wish.update(60.5));
-    EXPECT_FALSE(wish.update(60.0));
-    EXPECT_TRUE(wish.update(60.5));
+    LimitRegistration subscription(60.0, rising, 50.0);
+    EXPECT_TRUE(subscription.update(61.0));
+    EXPECT_FALSE(subscription.update(62.0));
+    EXPECT_FALSE(subscription.update(60.5));
+    EXPECT_FALSE(subscription.update(60.0));
+    EXPECT_TRUE(subscription.update(60.5));
 }
 
 TEST(LimitRegistration, FallingIsSignalledOnceAndAgainOnlyAfterCrossingBack) {
-    LimitRegistration wish(60.0, falling, 70.0);
-    EXPECT_TRUE(wish.update(59.0));
-    EXPECT_FALSE(wish.update(58.0));
-    EXPECT_FALSE(wish.update(60.0));
-    EXPECT_FALSE(wish.update(60.5));
-    EXPECT_TRUE(wish.update(60.0));
+    LimitRegistration subscription(60.0, falling, 70.0);
+    EXPECT_TRUE(subscription.update(59.0));
+    EXPECT_FALSE(subscription.update(58.0));
+    EXPECT_FALSE(subscription.update(60.0));
+    EXPECT_FALSE(subscription.update(60.5));
+    EXPECT_TRUE(subscription.update(60.0));
 }
 
 TEST(LimitRegistration, NanCrossesNothingAndLeavesItAsItWas) {
@@ -86,10 +86,10 @@ TEST(LimitRegistration, StartsOnNoSideWhereTheSensorShowsNan) {
 
 TEST(LimitRegistration, ALimitOfNanIsNeverCrossed) {
     for (const bool direction : {rising, falling}) {
-        LimitRegistration wish(nan, direction, 50.0);
-        EXPECT_FALSE(wish.beyond());
+        LimitRegistration subscription(nan, direction, 50.0);
+        EXPECT_FALSE(subscription.beyond());
         for (const double temperature : {infinity, -infinity, 0.0, nan})
-            EXPECT_FALSE(wish.update(temperature));
+            EXPECT_FALSE(subscription.update(temperature));
     }
 }
 

@@ -21,7 +21,7 @@ class Parameters : public ::testing::Test {
     std::string refusal(const std::string& url, const std::string& type = "GET") {
         try {
             (void)store_.request(type, url);
-        } catch (const Refusal& refusal) {
+        } catch (const CommandError& refusal) {
             EXPECT_EQ(values(), "off off") << "a refused request changes nothing";
             return refusal.what();
         }

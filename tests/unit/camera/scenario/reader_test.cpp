@@ -51,7 +51,7 @@ class ScenarioReaderTest : public CameraTest {
         EXPECT_EQ(scenario.file, path);
         std::ostringstream list;
         for (const Step& step : scenario.steps) {
-            list << step.where.line << ':' << step.where.column;
+            list << step.location.line << ':' << step.location.column;
             if (step.at)
                 list << " at " << step.at->count();
             if (step.after)

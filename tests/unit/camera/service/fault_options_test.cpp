@@ -21,10 +21,10 @@ struct Read {
 
 Read read(const std::string& options) {
     Read read;
-    read.rule =
-        fault_rule_from(Json::parse(options), [&](const std::string& key, const Refusal& mistake) {
-            read.mistakes.push_back(key + ": " + mistake.what());
-        });
+    read.rule = fault_rule_from(Json::parse(options),
+                                [&](const std::string& key, const CommandError& mistake) {
+                                    read.mistakes.push_back(key + ": " + mistake.what());
+                                });
     return read;
 }
 
@@ -148,7 +148,7 @@ TEST(FaultOptions, RefuseAProbabilityThatIsNoNumberAtAll) {
     Json options = {{"member", "G"}, {"drop", true}};
     options["probability"] = std::numeric_limits<double>::quiet_NaN();
     std::string sentence;
-    (void)fault_rule_from(options, [&](const std::string& /*key*/, const Refusal& mistake) {
+    (void)fault_rule_from(options, [&](const std::string& /*key*/, const CommandError& mistake) {
         sentence = mistake.what();
     });
     EXPECT_EQ(": " + sentence, odds);

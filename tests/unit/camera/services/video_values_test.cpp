@@ -31,7 +31,7 @@ TEST_F(VideoValues, ThereAreAsManyAsChannels) {
               "there is no value 'wdr.2'; did you mean 'wdr.0'?");
     Configuration one = default_configuration();
     one.video = {1, "masked"};
-    const Camera camera(*event_, story_, one, [] {});
+    const Camera camera(*event_, event_log_, one, [] {});
     EXPECT_EQ(common::json_line(camera.show()["values"]),
               R"({"temperature.main":36.5,"temperature.lens":28.0,"temperature.housing":21.5,)"
               R"("power.budget":20.0,"power.left":20.0,"power.received":25.0,"wdr.0":"off",)"

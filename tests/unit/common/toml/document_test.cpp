@@ -27,7 +27,7 @@ TEST_F(TomlDocument, EntriesComeInTheOrderOfTheFile) {
     ASSERT_TRUE(table);
     std::string order;
     for (const TomlEntry& entry : in_file_order(*table))
-        order += entry.key + '@' + std::to_string(entry.where.line) + ' ';
+        order += entry.key + '@' + std::to_string(entry.location.line) + ' ';
     EXPECT_EQ(order, "z@1 a@2 m@3 b@5 ");
 }
 

@@ -85,13 +85,13 @@ TEST(TomlNesting, TextsThatDoNotParseAreScannedToo) {
 }
 
 TEST(TomlNesting, PlaceIsThatOfTheFirstTooDeepOne) {
-    EXPECT_EQ(find_deep_nesting("a = 1\nä = [ [] ]\n", 1), (Position{2, 7}));
-    EXPECT_EQ(find_deep_nesting("[a.b.c]\n", 2), (Position{1, 5}));
-    EXPECT_EQ(find_deep_nesting("a.b.c = 1\n", 1), (Position{1, 4}));
-    EXPECT_EQ(find_deep_nesting("a = \"\"\"\n\n\"\"\"\n\t[[a.b]]", 1), (Position{4, 5}));
-    EXPECT_EQ(find_deep_nesting("\xEF\xBB\xBF[a.b]", 1), (Position{1, 3}));
-    EXPECT_EQ(find_deep_nesting("\xEF\xBB\xBF[a.b]\nc = [[]]", 3), (Position{2, 6}));
-    EXPECT_EQ(find_deep_nesting("a = [1]\n", 1), (Position{}));
+    EXPECT_EQ(find_deep_nesting("a = 1\nä = [ [] ]\n", 1), (SourceLocation{2, 7}));
+    EXPECT_EQ(find_deep_nesting("[a.b.c]\n", 2), (SourceLocation{1, 5}));
+    EXPECT_EQ(find_deep_nesting("a.b.c = 1\n", 1), (SourceLocation{1, 4}));
+    EXPECT_EQ(find_deep_nesting("a = \"\"\"\n\n\"\"\"\n\t[[a.b]]", 1), (SourceLocation{4, 5}));
+    EXPECT_EQ(find_deep_nesting("\xEF\xBB\xBF[a.b]", 1), (SourceLocation{1, 3}));
+    EXPECT_EQ(find_deep_nesting("\xEF\xBB\xBF[a.b]\nc = [[]]", 3), (SourceLocation{2, 6}));
+    EXPECT_EQ(find_deep_nesting("a = [1]\n", 1), (SourceLocation{}));
 }
 
 /// The depth of a parsed tree; an array of tables counts as one.

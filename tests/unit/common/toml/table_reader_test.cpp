@@ -91,9 +91,9 @@ TEST_F(TableReaderTest, MissingKeyIsSaidAtTheTable) {
 }
 
 TEST_F(TableReaderTest, KeysHaveTheirPlaceOrTheTables) {
-    EXPECT_EQ(reader_.where("count"), (Position{2, 9}));
-    EXPECT_EQ(reader_.where("absent"), (Position{1, 1}));
-    EXPECT_EQ(reader_.where(), (Position{1, 1}));
+    EXPECT_EQ(reader_.location("count"), (SourceLocation{2, 9}));
+    EXPECT_EQ(reader_.location("absent"), (SourceLocation{1, 1}));
+    EXPECT_EQ(reader_.location(), (SourceLocation{1, 1}));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ using Sentences = std::vector<std::string>;
 /// Blocks of a plug-in that does not behave, in child processes that have little time.
 class GraphProbeTest : public testing::Test {
   protected:
-    Probe probe_blocks(const std::string& type, std::size_t count) {
+    ProbeResult probe_blocks(const std::string& type, std::size_t count) {
         std::vector<BlockEntry> blocks(count);
         ProbeJob job{types_, {{"libmisbehaving.so", {1, 12}}}, {FENWA_TEST_PLUGINS}, {}};
         job.limit = std::chrono::milliseconds(500);

@@ -30,15 +30,15 @@ std::vector<std::string> values_of(const Json& values) {
     Json ports = Json::array();
     for (const Json& value : values)
         ports.push_back({{"name", "out"}, {"type", "double"}, {"value", value}});
-    const Picture picture =
-        make_picture(graph({block("b", Json::object({{"outputs", ports}}))}), PictureValues::shown);
+    const Diagram picture =
+        make_diagram(graph({block("b", Json::object({{"outputs", ports}}))}), DiagramValues::shown);
     std::vector<std::string> texts;
     for (const PicturePort& port : picture.blocks.front().outputs)
         texts.push_back(port.value);
     return texts;
 }
 
-TEST(PictureTest, ShowsValuesForAGlance) {
+TEST(DiagramTest, ShowsValuesForAGlance) {
     EXPECT_EQ(values_of({36.599998474121094,
                          12.0,
                          -1e-9,
@@ -52,41 +52,41 @@ TEST(PictureTest, ShowsValuesForAGlance) {
                                         "3 × 250 ms", ""}));
 }
 
-TEST(PictureTest, HidesValuesOfAGraphThatDoesNotRun) {
+TEST(DiagramTest, HidesValuesOfAGraphThatDoesNotRun) {
     const Json port = {{"name", "out"}, {"type", "double"}, {"value", 1.0}};
-    const Picture picture =
-        make_picture(graph({block("b", Json::object({{"outputs", Json::array({port})}}))}),
-                     PictureValues::hidden);
+    const Diagram picture =
+        make_diagram(graph({block("b", Json::object({{"outputs", Json::array({port})}}))}),
+                     DiagramValues::hidden);
     EXPECT_EQ(picture.blocks.front().outputs.front().value, "");
 }
 
-TEST(PictureTest, ShowsSomeSettingsAndAllExportedObjects) {
+TEST(DiagramTest, ShowsSomeSettingsAndAllExportedObjects) {
     Json settings = {{"word", "ünïcödé that is much longer than a picture can show"},
                      {"list", {"a", "b"}}};
     const Json exports = {{{"path", "/a"}, {"interface", "com.example.One"}},
                           {{"path", "/a"}, {"interface", "com.example.Two"}}};
     EXPECT_EQ(
-        make_picture(
+        make_diagram(
             graph({block("b", Json::object({{"settings", settings}, {"exports", exports}}))}),
-            PictureValues::hidden)
+            DiagramValues::hidden)
             .blocks.front()
             .lines,
         (std::vector<std::string>{"word = \"ünïcödé that is much longer…", "list = [\"a\",\"b\"]",
                                   "exports com.example.One", "exports com.example.Two"}));
     for (int i = 0; i < 4; ++i)
         settings["key" + std::to_string(i)] = i;
-    const Picture many = make_picture(graph({block("b", Json::object({{"settings", settings}}))}),
-                                      PictureValues::hidden);
+    const Diagram many = make_diagram(graph({block("b", Json::object({{"settings", settings}}))}),
+                                      DiagramValues::hidden);
     EXPECT_EQ(many.blocks.front().lines.size(), 6U);
     EXPECT_EQ(many.blocks.front().lines.back(), "…");
 }
 
-TEST(PictureTest, DrawsEachServiceOnceWithItsBlocks) {
-    const Picture picture = make_picture(
+TEST(DiagramTest, DrawsEachServiceOnceWithItsBlocks) {
+    const Diagram picture = make_diagram(
         graph({block("a", Json::object({{"services", {"com.example.One", "com.example.Two"}}})),
                block("b"),
                block("c", Json::object({{"services", Json::array({"com.example.Two"})}}))}),
-        PictureValues::shown);
+        DiagramValues::shown);
     ASSERT_EQ(picture.services.size(), 2U);
     EXPECT_EQ(picture.services[0].name, "com.example.One");
     EXPECT_EQ(picture.services[0].blocks, (std::vector<std::size_t>{0}));
@@ -103,8 +103,8 @@ TEST(PictureTest, DrawsEachServiceOnceWithItsBlocks) {
         EXPECT_NE(dot.find(line), std::string::npos) << line << dot;
 }
 
-TEST(PictureTest, FindsWhatHangsTogether) {
-    Picture picture;
+TEST(DiagramTest, FindsWhatHangsTogether) {
+    Diagram picture;
     picture.blocks.resize(6);
     EXPECT_EQ(connected_parts(picture), (Parts{{0}, {1}, {2}, {3}, {4}, {5}}));
     picture.connections = {{{4, 0}, {1, 0}}, {{5, 0}, {2, 0}}, {{2, 0}, {1, 0}}};
@@ -119,10 +119,10 @@ TEST(PictureTest, FindsWhatHangsTogether) {
     EXPECT_NE(to_dot(picture).find("block0 -> block4 [style=invis]"), std::string::npos);
 }
 
-TEST(PictureTest, DrawsAPortThatOnlyAConnectionKnows) {
-    const Picture picture =
-        make_picture(graph({block("a"), block("b")}, {{{"from", "a.out"}, {"to", "b.in"}}}),
-                     PictureValues::hidden);
+TEST(DiagramTest, DrawsAPortThatOnlyAConnectionKnows) {
+    const Diagram picture =
+        make_diagram(graph({block("a"), block("b")}, {{{"from", "a.out"}, {"to", "b.in"}}}),
+                     DiagramValues::hidden);
     ASSERT_EQ(picture.connections.size(), 1U);
     EXPECT_EQ(picture.blocks[0].outputs.at(0).name, "out");
     EXPECT_EQ(picture.blocks[1].inputs.at(0).name, "in");
@@ -131,15 +131,15 @@ TEST(PictureTest, DrawsAPortThatOnlyAConnectionKnows) {
 /// What Graphviz draws for a name: the text of its SVG, entities and all.
 std::string drawn(const std::string& name) {
     const Json ports = Json::array({{{"name", name}, {"type", name}, {"value", name}}});
-    const Picture picture =
-        make_picture(graph({block(name, Json::object({{"type", name},
+    const Diagram picture =
+        make_diagram(graph({block(name, Json::object({{"type", name},
                                                       {"inputs", ports},
                                                       {"outputs", ports},
                                                       {"terminated_inputs", ports},
                                                       {"settings", Json::object({{name, name}})},
                                                       {"services", Json::array({name})}}))},
                            {{{"from", name + '.' + name}, {"to", name + '.' + name}}}),
-                     PictureValues::shown);
+                     DiagramValues::shown);
     const test::TemporaryFolder folder;
     const std::string command =
         "dot -Tsvg '" + folder.write("nasty.dot", to_dot(picture)) + "' 2>&1";
@@ -154,7 +154,7 @@ std::string drawn(const std::string& name) {
     return text;
 }
 
-TEST(PictureTest, GraphvizDrawsEveryNameAsItIs) {
+TEST(DiagramTest, GraphvizDrawsEveryNameAsItIs) {
     const std::vector<std::pair<std::string, std::string>> names{
         {"a \"quoted\" name", "a &quot;quoted&quot; name"},
         {"back\\slash\\", "back\\slash\\"},

@@ -12,34 +12,34 @@ constexpr std::uint64_t second = 1'000'000;
 constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
 
 /// Takes as many runs as there are at that time.
-int take_all(RunBudget& budget, std::uint64_t now, int most = 1'000'000) {
+int take_all(TokenBucket& budget, std::uint64_t now, int most = 1'000'000) {
     int runs = 0;
     while (runs < most && budget.take(now))
         ++runs;
     return runs;
 }
 
-TEST(Pace, ZeroInEitherSwitchesTheBrakeOff) {
-    EXPECT_TRUE(Pace().brakes());
-    EXPECT_FALSE((Pace{0, 200.0}.brakes()));
-    EXPECT_FALSE((Pace{64, 0.0}.brakes()));
+TEST(RateLimit, ZeroInEitherSwitchesTheBrakeOff) {
+    EXPECT_TRUE(RateLimit().enabled());
+    EXPECT_FALSE((RateLimit{0, 200.0}.enabled()));
+    EXPECT_FALSE((RateLimit{64, 0.0}.enabled()));
 }
 
-TEST(RunBudget, IsFullAtFirst) {
-    RunBudget budget(Pace{}, start);
+TEST(TokenBucket, IsFullAtFirst) {
+    TokenBucket budget(RateLimit{}, start);
     EXPECT_EQ(take_all(budget, start), 64);
 }
 
-TEST(RunBudget, IsRefilledAtTheRateUpToTheBurst) {
-    RunBudget budget(Pace{}, start);
+TEST(TokenBucket, IsRefilledAtTheRateUpToTheBurst) {
+    TokenBucket budget(RateLimit{}, start);
     take_all(budget, start);
     EXPECT_EQ(take_all(budget, start + second / 10), 20);
     EXPECT_EQ(take_all(budget, start + second / 5), 20);
     EXPECT_EQ(take_all(budget, start + 1000 * second), 64);
 }
 
-TEST(RunBudget, IsNotRefilledForTimeThatIsSkipped) {
-    RunBudget budget(Pace{64, 200.0}, start);
+TEST(TokenBucket, IsNotRefilledForTimeThatIsSkipped) {
+    TokenBucket budget(RateLimit{64, 200.0}, start);
     take_all(budget, start);
     budget.skip_to(start + 10 * second);
     budget.skip_to(start + 5 * second);
@@ -47,9 +47,9 @@ TEST(RunBudget, IsNotRefilledForTimeThatIsSkipped) {
     EXPECT_EQ(take_all(budget, start + 10 * second + second / 10), 20);
 }
 
-TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
+TEST(TokenBucket, GivesNoRunBeforeItIsDueAndOneThen) {
     for (const double rate : {200.0, 3.0, 0.7, 1e4, 333.3, 1e3 / 3}) {
-        RunBudget budget({2, rate}, start);
+        TokenBucket budget({2, rate}, start);
         std::uint64_t now = start;
         take_all(budget, now);
         for (int run = 0; run < 10'000; ++run) {
@@ -65,8 +65,8 @@ TEST(RunBudget, GivesNoRunBeforeItIsDueAndOneThen) {
     }
 }
 
-TEST(RunBudget, LateCallerMakesUpForTheTime) {
-    RunBudget budget({64, 200.0}, start);
+TEST(TokenBucket, LateCallerMakesUpForTheTime) {
+    TokenBucket budget({64, 200.0}, start);
     take_all(budget, start);
     std::uint64_t now = start;
     int runs = 0;
@@ -77,28 +77,28 @@ TEST(RunBudget, LateCallerMakesUpForTheTime) {
     EXPECT_NEAR(runs, static_cast<double>(now - start) / 1e6 * 200.0, 1.0);
 }
 
-TEST(RunBudget, TimeThatStandsStillOrGoesBackGivesNothing) {
-    RunBudget budget({1, 1.0}, start);
+TEST(TokenBucket, TimeThatStandsStillOrGoesBackGivesNothing) {
+    TokenBucket budget({1, 1.0}, start);
     EXPECT_TRUE(budget.take(start));
     EXPECT_FALSE(budget.take(start - second));
     EXPECT_FALSE(budget.take(start));
     EXPECT_TRUE(budget.take(start + second));
 }
 
-TEST(RunBudget, RateBeyondAllClocksIsNeverDue) {
+TEST(TokenBucket, RateBeyondAllClocksIsNeverDue) {
     for (const double rate : {1e-300, std::numeric_limits<double>::denorm_min()}) {
-        RunBudget budget({1, rate}, start);
+        TokenBucket budget({1, rate}, start);
         EXPECT_TRUE(budget.take(start));
         EXPECT_EQ(budget.due(), never);
         EXPECT_FALSE(budget.take(start + 1'000'000 * second));
     }
 }
 
-TEST(RunBudget, LargestNumbersBrakeNothing) {
-    RunBudget budget({std::numeric_limits<std::int64_t>::max(), std::numeric_limits<double>::max()},
-                     start);
+TEST(TokenBucket, LargestNumbersBrakeNothing) {
+    TokenBucket budget(
+        {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<double>::max()}, start);
     EXPECT_EQ(take_all(budget, start, 100'000), 100'000);
-    RunBudget fast({1, std::numeric_limits<double>::max()}, start);
+    TokenBucket fast({1, std::numeric_limits<double>::max()}, start);
     EXPECT_TRUE(fast.take(start));
     EXPECT_EQ(fast.due(), start + 1);
     EXPECT_TRUE(fast.take(start + 1));

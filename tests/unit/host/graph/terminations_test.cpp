@@ -17,7 +17,7 @@ class TerminationsTest : public testing::Test {
     TerminationsTest() {
         entry_.name = "m";
         entry_.type.text = "Monitor";
-        entry_.where = {3, 9};
+        entry_.location = {3, 9};
         block_.add_inport(
             std::make_unique<Fenwa::InPort<int>>("own", Fenwa::datatype_of<int>(), true));
     }

@@ -5,11 +5,11 @@
 namespace host {
 namespace {
 
-constexpr std::size_t mark = CallHold::mark;
+constexpr std::size_t mark = Backpressure::mark;
 constexpr std::uint64_t start = 1'000'000'000;
 
-TEST(CallHold, HoldsFromTheMarkUntilTheNumberIsBelowIt) {
-    CallHold hold;
+TEST(Backpressure, HoldsFromTheMarkUntilTheNumberIsBelowIt) {
+    Backpressure hold;
     EXPECT_FALSE(hold.holds(mark - 1, start));
     EXPECT_TRUE(hold.holds(mark, start));
     EXPECT_TRUE(hold.holds(mark + 30, start + 1));
@@ -17,8 +17,8 @@ TEST(CallHold, HoldsFromTheMarkUntilTheNumberIsBelowIt) {
     EXPECT_TRUE(hold.holds(mark, start + 3));
 }
 
-TEST(CallHold, GivesUpWhenNoAnswerComes) {
-    CallHold hold;
+TEST(Backpressure, GivesUpWhenNoAnswerComes) {
+    Backpressure hold;
     EXPECT_TRUE(hold.holds(mark, start));
     EXPECT_EQ(hold.due(), start + 250'000);
     EXPECT_TRUE(hold.holds(mark, hold.due() - 1));
@@ -26,8 +26,8 @@ TEST(CallHold, GivesUpWhenNoAnswerComes) {
     EXPECT_FALSE(hold.holds(mark + 1000, hold.due() + 1));
 }
 
-TEST(CallHold, EachAnswerLetsItWaitOn) {
-    CallHold hold;
+TEST(Backpressure, EachAnswerLetsItWaitOn) {
+    Backpressure hold;
     EXPECT_TRUE(hold.holds(mark, start));
     for (std::uint64_t now = start; now < start + 10'000'000; now += 200'000) {
         EXPECT_TRUE(hold.holds(mark, now));
@@ -35,8 +35,8 @@ TEST(CallHold, EachAnswerLetsItWaitOn) {
     }
 }
 
-TEST(CallHold, HoldsAgainOnlyAfterTheNumberWasBelowTheMark) {
-    CallHold hold;
+TEST(Backpressure, HoldsAgainOnlyAfterTheNumberWasBelowTheMark) {
+    Backpressure hold;
     EXPECT_TRUE(hold.holds(mark, start));
     EXPECT_FALSE(hold.holds(mark, hold.due()));
     hold.answered(start + 1'000'000);

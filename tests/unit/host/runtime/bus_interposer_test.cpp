@@ -40,18 +40,18 @@ int on_signal(sd_bus_message* /*message*/, void* /*userdata*/, sd_bus_error* /*e
 }
 
 /// A tapped connection, and a peer that answers when it is told to.
-class BusTapTest : public testing::Test {
+class BusInterposerTest : public testing::Test {
   protected:
-    explicit BusTapTest(const std::string& xml = {}) : daemon_({{}, {}, {}, xml}) {
+    explicit BusInterposerTest(const std::string& xml = {}) : daemon_({{}, {}, {}, xml}) {
         common::own_name(*peer_, "com.example.Peer");
-        tap_.on_limit([this](const std::string* block, const std::string& text) {
+        interposer_.on_limit([this](const std::string* block, const std::string& text) {
             limits_.push_back((block == nullptr ? "nobody" : *block) + ": " + text);
         });
         const int r = sd_bus_add_filter(
             peer_.get(), nullptr,
             [](sd_bus_message* message, void* userdata, sd_bus_error*) {
                 if (sd_bus_message_is_method_call(message, "com.example.Peer1", nullptr) > 0)
-                    static_cast<BusTapTest*>(userdata)->calls_.emplace_back(
+                    static_cast<BusInterposerTest*>(userdata)->calls_.emplace_back(
                         sd_bus_message_ref(message));
                 return 1;
             },
@@ -90,59 +90,59 @@ class BusTapTest : public testing::Test {
     common::PrivateBus daemon_;
     common::BusPtr bus_ = common::open_bus(daemon_.address(), std::chrono::seconds(10));
     common::BusPtr peer_ = common::open_bus(daemon_.address(), std::chrono::seconds(10));
-    BusTap tap_{*bus_};
+    BusInterposer interposer_{*bus_};
     std::string block_ = "b";
     std::vector<common::MessagePtr> calls_;
     Words limits_;
 };
 
-TEST_F(BusTapTest, CallIsUnansweredUntilItsAnswerCame) {
+TEST_F(BusInterposerTest, CallIsUnansweredUntilItsAnswerCame) {
     Heard heard;
     sd_bus_slot* slot = nullptr;
     EXPECT_GT(call(&slot, &heard), 0);
     const common::SlotPtr owned(slot);
     EXPECT_EQ(sd_bus_slot_get_userdata(slot), &heard);
-    EXPECT_EQ(tap_.unanswered(), 1U);
+    EXPECT_EQ(interposer_.unanswered(), 1U);
     settle();
-    EXPECT_EQ(tap_.unanswered(), 1U);
+    EXPECT_EQ(interposer_.unanswered(), 1U);
     answer_all();
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(heard.times, 1);
     EXPECT_EQ(heard.error, "");
     EXPECT_EQ(heard.block, "b");
     EXPECT_TRUE(heard.own_userdata);
 }
 
-TEST_F(BusTapTest, FloatingCallIsCountedAsWell) {
+TEST_F(BusInterposerTest, FloatingCallIsCountedAsWell) {
     Heard heard;
     EXPECT_GT(call(nullptr, &heard), 0);
-    EXPECT_EQ(tap_.unanswered(), 1U);
+    EXPECT_EQ(interposer_.unanswered(), 1U);
     answer_all();
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(heard.times, 1);
 }
 
-TEST_F(BusTapTest, CallIsUnansweredForTheDaemonAlsoWhenItsSlotIsGivenUp) {
+TEST_F(BusInterposerTest, CallIsUnansweredForTheDaemonAlsoWhenItsSlotIsGivenUp) {
     Heard heard;
     sd_bus_slot* slot = nullptr;
     EXPECT_GT(call(&slot, &heard), 0);
     sd_bus_slot_unref(slot);
-    EXPECT_EQ(tap_.unanswered(), 1U);
+    EXPECT_EQ(interposer_.unanswered(), 1U);
     answer_all();
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(heard.times, 0);
 }
 
-TEST_F(BusTapTest, CallbackThatReturnsAnErrorIsCountedAsAnswered) {
+TEST_F(BusInterposerTest, CallbackThatReturnsAnErrorIsCountedAsAnswered) {
     Heard heard;
     heard.returns = -EINVAL;
     EXPECT_GT(call(nullptr, &heard), 0);
     answer_all();
     EXPECT_EQ(heard.times, 1);
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
 }
 
-TEST_F(BusTapTest, CallWhoseTimeIsOverIsNotWaitedFor) {
+TEST_F(BusInterposerTest, CallWhoseTimeIsOverIsNotWaitedFor) {
     common::check(sd_bus_set_method_call_timeout(bus_.get(), 50'000), "time-out");
     Heard heard;
     EXPECT_GT(call(nullptr, &heard), 0);
@@ -151,37 +151,37 @@ TEST_F(BusTapTest, CallWhoseTimeIsOverIsNotWaitedFor) {
             sd_bus_wait(bus_.get(), 100'000);
     }
     EXPECT_EQ(heard.error, SD_BUS_ERROR_NO_REPLY);
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     // The answer that comes all the same takes nothing more off.
     answer_all();
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
 }
 
-TEST_F(BusTapTest, CallWithoutCallbackExpectsNoAnswer) {
+TEST_F(BusInterposerTest, CallWithoutCallbackExpectsNoAnswer) {
     EXPECT_GT(call(nullptr, nullptr), 0);
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     settle();
     ASSERT_EQ(calls_.size(), 1U);
     EXPECT_EQ(sd_bus_message_get_expect_reply(calls_.front().get()), 0);
 }
 
-TEST_F(BusTapTest, OtherConnectionsAreNotSeen) {
+TEST_F(BusInterposerTest, OtherConnectionsAreNotSeen) {
     const common::BusPtr other = common::open_bus(daemon_.address(), std::chrono::seconds(10));
     const CurrentBlock current(block_, "run");
     Heard heard;
     EXPECT_GT(sd_bus_call_method_async(other.get(), nullptr, "com.example.Peer", "/x",
                                        "com.example.Peer1", "Ask", on_answer, &heard, ""),
               0);
-    EXPECT_EQ(tap_.unanswered(), 0U);
-    EXPECT_EQ(tap_.services("b"), Words{});
+    EXPECT_EQ(interposer_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.services("b"), Words{});
 }
 
-TEST_F(BusTapTest, ErrorsComeBackUntouched) {
+TEST_F(BusInterposerTest, ErrorsComeBackUntouched) {
     Heard heard;
     sd_bus_slot* slot = nullptr;
     EXPECT_EQ(call(&slot, &heard, "no path"), -EINVAL);
     EXPECT_EQ(slot, nullptr);
-    EXPECT_EQ(tap_.unanswered(), 0U);
+    EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(sd_bus_call_method_async(nullptr, nullptr, "com.example.Peer", "/x",
                                        "com.example.Peer1", "Ask", on_answer, &heard, ""),
               -EINVAL);
@@ -195,7 +195,7 @@ TEST_F(BusTapTest, ErrorsComeBackUntouched) {
     EXPECT_TRUE(sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN));
 }
 
-TEST_F(BusTapTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
+TEST_F(BusInterposerTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
     Heard heard;
     {
         const CurrentBlock current(block_, "run");
@@ -218,17 +218,17 @@ TEST_F(BusTapTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
     }
     call(nullptr, nullptr);
     call(nullptr, nullptr);
-    EXPECT_EQ(tap_.services("b"),
+    EXPECT_EQ(interposer_.services("b"),
               (Words{"com.example.Heard", "com.example.HeardToo", "com.example.Blocking",
                      "com.example.Property", "com.example.Peer"}));
-    EXPECT_EQ(tap_.services("c"), Words{});
+    EXPECT_EQ(interposer_.services("c"), Words{});
 }
 
 /// A daemon that allows little.
-class NarrowBus : public BusTapTest {
+class NarrowBus : public BusInterposerTest {
   protected:
     NarrowBus()
-        : BusTapTest(
+        : BusInterposerTest(
               "<limit name=\"max_match_rules_per_connection\">2</limit>"
               "<limit name=\"max_replies_per_connection\">2</limit>") {}
 };
@@ -251,9 +251,9 @@ TEST_F(NarrowBus, LimitOfMatchesIsToldOnceForEachBlock) {
 }
 
 TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
-    using Answer = BusTap::MatchAnswer;
+    using Answer = BusInterposer::MatchAnswer;
     std::vector<Answer> answers;
-    tap_.on_match([&answers](const std::string& block, Answer answer) {
+    interposer_.on_match([&answers](const std::string& block, Answer answer) {
         EXPECT_EQ(block, "b");
         answers.push_back(answer);
     });
@@ -266,15 +266,15 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
     };
     const common::SlotPtr first = ask("type='signal',member='A'");
     common::SlotPtr second = ask("type='signal',member='B'");
-    EXPECT_EQ(tap_.matches_asked(), 2U);
+    EXPECT_EQ(interposer_.matches_asked(), 2U);
     settle();
-    EXPECT_EQ(tap_.matches_asked(), 0U);
+    EXPECT_EQ(interposer_.matches_asked(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::installed, Answer::installed}));
     for (int i = 0; i < 3; ++i)
         ask("type='signal',member='C'").release();
     ask("type='signal',member='D'").release();
     settle();
-    EXPECT_EQ(tap_.matches_asked(), 0U);
+    EXPECT_EQ(interposer_.matches_asked(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::refused, Answer::refused_again,
                                                        Answer::refused_again, Answer::refused}));
     second.reset();
@@ -283,7 +283,7 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
     settle();
     EXPECT_EQ(answers, (std::vector{Answer::installed, Answer::refused}));
     EXPECT_EQ(heard.times, 8);
-    tap_.on_match({});
+    interposer_.on_match({});
 }
 
 TEST_F(NarrowBus, LimitOfABlockingMatchIsToldAndItsErrorComesBack) {
@@ -303,7 +303,7 @@ TEST_F(NarrowBus, LimitOfUnansweredCallsIsNamed) {
     settle();
     EXPECT_EQ(heard.times, 2);
     EXPECT_EQ(heard.error, SD_BUS_ERROR_LIMITS_EXCEEDED);
-    EXPECT_EQ(tap_.unanswered(), 2U);
+    EXPECT_EQ(interposer_.unanswered(), 2U);
     ASSERT_EQ(limits_.size(), 1U);
     EXPECT_NE(limits_[0].find("max_replies_per_connection"), std::string::npos) << limits_[0];
 }

@@ -22,8 +22,8 @@ class Fired : public Fenwa::Block {
 
 class SchedulerTest : public testing::Test {
   protected:
-    explicit SchedulerTest(const Pace& pace = {}, bool own_clock = false)
-        : pace_(pace), own_clock_(own_clock) {
+    explicit SchedulerTest(const RateLimit& rate_limit = {}, bool own_clock = false)
+        : rate_limit_(rate_limit), own_clock_(own_clock) {
         for (Fired* block : {&a_, &b_, &c_})
             Fenwa::HostAccess::adopt(*block, tools_, scheduler_.queue());
     }
@@ -59,7 +59,7 @@ class SchedulerTest : public testing::Test {
                                 static_cast<std::uint64_t>(time.tv_nsec);
     }
 
-    Pace pace_;
+    RateLimit rate_limit_;
     bool own_clock_;
     std::uint64_t used_ = 0;
     common::EventPtr loop_{new_loop()};
@@ -67,7 +67,7 @@ class SchedulerTest : public testing::Test {
     Fenwa::InitTools tools_{&no_bus_};
     std::string ran_;
     std::function<void(Fenwa::Block&)> during_;
-    Scheduler scheduler_{*loop_, pace_, [this](Fenwa::Block& block) { on_run(block); },
+    Scheduler scheduler_{*loop_, rate_limit_, [this](Fenwa::Block& block) { on_run(block); },
                          [this] { return processor_time(); }};
     Fired a_{"a"};
     Fired b_{"b"};
@@ -371,7 +371,7 @@ TEST_F(RetryingScheduler, NobodyWaitsForATurnWhenThePaceIsSet) {
     };
     serve_for(std::chrono::milliseconds(50), [this] { a_.port->fire(); });
     const std::size_t known = ran_.size();
-    scheduler_.set_pace({1, 1000.0});
+    scheduler_.set_rate_limit({1, 1000.0});
     serve();
     EXPECT_EQ(ran_.size(), known + 1);
 }
@@ -379,7 +379,7 @@ TEST_F(RetryingScheduler, NobodyWaitsForATurnWhenThePaceIsSet) {
 /// Blocks whose matches are refused again and again.
 class RefusedScheduler : public SchedulerTest {
   protected:
-    explicit RefusedScheduler(const Pace& pace = {}) : SchedulerTest(pace) {
+    explicit RefusedScheduler(const RateLimit& rate_limit = {}) : SchedulerTest(rate_limit) {
         scheduler_.follow_matches([this] { return asked_; });
         scheduler_.enable();
         for (Fired* block : {&a_, &b_}) {
@@ -434,7 +434,7 @@ TEST_F(RefusedScheduler, BlockForWhichSomethingHasChangedTriesAtOnce) {
 TEST_F(RefusedScheduler, NobodyWaitsWhenThePaceIsSet) {
     for (int i = 0; i < 20; ++i)
         sd_event_run(&loop(), 10'000);
-    scheduler_.set_pace({});
+    scheduler_.set_rate_limit({});
     serve();
     EXPECT_EQ(ran_, "ab");
 }
@@ -465,7 +465,7 @@ class HoldingScheduler : public SchedulerTest {
         scheduler_.enable();
     }
 
-    std::size_t unanswered_ = CallHold::mark;
+    std::size_t unanswered_ = Backpressure::mark;
 };
 
 TEST_F(HoldingScheduler, BlocksGoOnInTheirOrderAsAnswersCome) {
@@ -500,7 +500,7 @@ TEST_F(HoldingScheduler, BlocksGoOnWhenNoAnswerComes) {
     EXPECT_EQ(ran_, "abc");
 }
 
-class UnbrakedScheduler : public SchedulerTest, public testing::WithParamInterface<Pace> {
+class UnbrakedScheduler : public SchedulerTest, public testing::WithParamInterface<RateLimit> {
   protected:
     UnbrakedScheduler() : SchedulerTest(GetParam()) {}
 };
@@ -517,7 +517,8 @@ TEST_P(UnbrakedScheduler, BlockRunsAsOftenAsItLikes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ZeroInEither, UnbrakedScheduler,
-                         testing::Values(Pace{0, 200.0}, Pace{64, 0.0}, Pace{0, 0.0}));
+                         testing::Values(RateLimit{0, 200.0}, RateLimit{64, 0.0},
+                                         RateLimit{0, 0.0}));
 
 }  // namespace
 }  // namespace host
