@@ -18,7 +18,7 @@ class ProbeTest : public testing::Test {
         types_.load(plugins, {FENWA_TEST_PLUGINS}, diagnostics_);
         entry_.name = "probe";
         entry_.location = {2, 9};
-        entry_.type = {"ProbeResult", {3, 8}};
+        entry_.type = {"Probe", {3, 8}};
     }
 
     std::string mistakes() {
@@ -39,13 +39,12 @@ TEST_F(ProbeTest, OfOneBlockSaysWhatIsWrongWithIt) {
     Probe dry(entry_, types_, diagnostics_, Strictness::alone);
     ASSERT_TRUE(dry.build());
     dry.find_unread_keys();
-    EXPECT_EQ(
-        mistakes(),
-        "graph.toml:4:1: error: block 'probe' (ProbeResult): the key 'throws' must be a string, "
-        "not the boolean true\n"
-        "graph.toml:5:1: warning: no ProbeResult reads the key 'thrws_in'\n"
-        "help: did you mean 'throws_in'?\n"
-        "graph.toml: 1 error, 1 warning\n");
+    EXPECT_EQ(mistakes(),
+              "graph.toml:4:1: error: block 'probe' (Probe): the key 'throws' must be a string, "
+              "not the boolean true\n"
+              "graph.toml:5:1: warning: no Probe reads the key 'thrws_in'\n"
+              "help: did you mean 'throws_in'?\n"
+              "graph.toml: 1 error, 1 warning\n");
     EXPECT_FALSE(dry.threw());
 }
 
@@ -54,10 +53,9 @@ TEST_F(ProbeTest, TellsThatTheBlockThrew) {
     const Fenwa::ThreadSilence silence;
     Probe dry(entry_, types_, diagnostics_, Strictness::alone);
     EXPECT_FALSE(dry.build());
-    EXPECT_EQ(
-        mistakes(),
-        "graph.toml:2:9: error: block 'probe' (ProbeResult) threw in setup: thrown on purpose\n"
-        "graph.toml: 1 error\n");
+    EXPECT_EQ(mistakes(),
+              "graph.toml:2:9: error: block 'probe' (Probe) threw in setup: thrown on purpose\n"
+              "graph.toml: 1 error\n");
     EXPECT_TRUE(dry.threw());
 }
 
