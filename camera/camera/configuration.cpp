@@ -96,15 +96,17 @@ void read_video(const toml::table& table, Video& video, common::Diagnostics& dia
             video.channels = static_cast<int>(*channels);
         else
             diagnostics.error(reader.location("channels"), "'channels' of [video] must be 1 to " +
-                                                            std::to_string(Video::max_channels) +
-                                                            ", not " + std::to_string(*channels));
+                                                               std::to_string(Video::max_channels) +
+                                                               ", not " +
+                                                               std::to_string(*channels));
     }
     if (const auto unit = reader.string("unit")) {
         // D-Bus strings end at the first zero byte.
         if (unit->find('\0') == std::string::npos)
             video.unit = *unit;
         else
-            diagnostics.error(reader.location("unit"), "'unit' of [video] must not hold a zero byte");
+            diagnostics.error(reader.location("unit"),
+                              "'unit' of [video] must not hold a zero byte");
     }
     reader.report_unknown_keys();
 }

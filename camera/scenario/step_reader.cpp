@@ -244,8 +244,8 @@ std::optional<Seconds> StepReader::time(common::TableReader& reader, std::string
     // Written so that NaN is refused as well.
     if (!(*number >= 0.0 && *number <= max_scenario_time.count())) {
         diagnostics_.error(reader.location(key), "'" + std::string(key) +
-                                                  "' is a time in seconds from 0 to " +
-                                                  Json(max_scenario_time.count()).dump());
+                                                     "' is a time in seconds from 0 to " +
+                                                     Json(max_scenario_time.count()).dump());
         return std::nullopt;
     }
     return Seconds(*number);

@@ -196,8 +196,8 @@ void EventLog::say(std::size_t step, const std::string& text) {
     write("say", {{"step", step}, {"text", text}}, "", palette_.green, text);
 }
 
-void EventLog::expectation(std::size_t step, const std::string& location, const std::string& expected,
-                           bool met, const Json& calls) {
+void EventLog::expectation(std::size_t step, const std::string& location,
+                           const std::string& expected, bool met, const Json& calls) {
     Json fields = {{"step", step}, {"where", location}, {"expected", expected}, {"met", met}};
     if (!met)
         fields["calls"] = calls;

@@ -168,8 +168,8 @@ std::optional<Endpoint> read_endpoint(TableReader& reader, std::string_view key,
     const auto* text = node->as_string();
     if (text == nullptr) {
         diagnostics.error(location, "'" + std::string(key) +
-                                     "' of a connection must be a string, not " +
-                                     std::string(kind_of(*node)));
+                                        "' of a connection must be a string, not " +
+                                        std::string(kind_of(*node)));
         return std::nullopt;
     }
     std::optional<Endpoint> end = parse_endpoint(text->get(), location);
