@@ -178,7 +178,7 @@ class Session {
         for (const int number : signals) {
             sd_event_source* source = nullptr;
             check(sd_event_add_signal(event_.get(), &source, number,
-                                      common::Trampoline<&Session::stop>::event, this),
+                                      common::callback<&Session::stop>, this),
                   "sd_event_add_signal");
             sources_.emplace_back(source);
         }
@@ -193,23 +193,17 @@ class Session {
     void watch_stdout() {
         sd_event_source* source = nullptr;
         // Error and hang-up are reported unasked. What is no pipe, socket or terminal has neither.
-        const int r =
-            sd_event_add_io(event_.get(), &source, STDOUT_FILENO, 0, on_stdout_gone, this);
+        const int r = sd_event_add_io(event_.get(), &source, STDOUT_FILENO, 0,
+                                      common::callback<&Session::on_stdout_gone>, this);
         if (r == -EPERM || r == -EBADF)
             return;
         check(r, "sd_event_add_io");
         sources_.emplace_back(source);
     }
 
-    static int on_stdout_gone(sd_event_source* source, int /*fd*/, std::uint32_t /*revents*/,
-                              void* userdata) noexcept {
-        sd_event_source_set_enabled(source, SD_EVENT_OFF);
-        try {
-            static_cast<Session*>(userdata)->stop();
-        } catch (...) {
-            common::end_loop_after_exception(source);
-        }
-        return 0;
+    void on_stdout_gone(sd_event_source& source) {
+        sd_event_source_set_enabled(&source, SD_EVENT_OFF);
+        stop();
     }
 
     void stop() { end(ExitCode::done, {}); }

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "common/bus/error_reply.hpp"
 #include "common/text/line_text.hpp"
 #include "common/text/suggestion.hpp"
 
@@ -14,17 +15,11 @@ namespace camera {
 inline constexpr std::size_t longest_refusal = 1000;
 
 /// A service's answer to a call that it does not serve: becomes a D-Bus error reply.
-class DBusError : public std::runtime_error {
+class DBusError : public common::ErrorReply {
   public:
     /// `name` is the D-Bus error name, `sentence` its message.
     DBusError(std::string name, const std::string& sentence)
-        : std::runtime_error(common::shortened(sentence, longest_refusal)),
-          name_(std::move(name)) {}
-
-    [[nodiscard]] const std::string& name() const noexcept { return name_; }
-
-  private:
-    std::string name_;
+        : ErrorReply(std::move(name), common::shortened(sentence, longest_refusal)) {}
 };
 
 /// The camera's answer to an order that makes no sense (an unknown sensor, say). `what()` is one

@@ -20,7 +20,7 @@ Reaper::Reaper(sd_event& event, std::function<void()> reaped)
     common::adopt_orphans();
     sd_event_source* source = nullptr;
     common::check(sd_event_add_signal(&event, &source, SIGCHLD,
-                                      common::Trampoline<&Reaper::on_child_ended>::event, this),
+                                      common::callback<&Reaper::on_child_ended>, this),
                   "sd_event_add_signal");
     source_.reset(source);
 }

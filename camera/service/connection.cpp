@@ -9,9 +9,9 @@ namespace camera {
 Connection::Connection(sd_event& event, const std::string& address, std::function<void()> lost)
     : lost_(std::move(lost)), bus_(common::open_bus(address, bus_patience)) {
     sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_add_filter(bus_.get(), &slot,
-                                    common::Trampoline<&Connection::on_message>::message, this),
-                  "sd_bus_add_filter");
+    common::check(
+        sd_bus_add_filter(bus_.get(), &slot, common::callback<&Connection::on_message>, this),
+        "sd_bus_add_filter");
     filter_.reset(slot);
     const char* unique_name = nullptr;
     common::check(sd_bus_get_unique_name(bus_.get(), &unique_name), "sd_bus_get_unique_name");

@@ -17,16 +17,15 @@ void Service::bring_up(const std::string& address) {
     sd_bus* bus = &connection->bus();
     std::vector<common::SlotPtr> slots;
     sd_bus_slot* slot = nullptr;
-    common::check(
-        sd_bus_add_filter(bus, &slot, common::Trampoline<&Service::on_message>::message, this),
-        "sd_bus_add_filter");
+    common::check(sd_bus_add_filter(bus, &slot, common::callback<&Service::on_message>, this),
+                  "sd_bus_add_filter");
     slots.emplace_back(slot);
     // arg2, the new owner, is empty when a name goes for good: clients that leave, nothing else.
     common::check(sd_bus_add_match(bus, &slot,
                                    "type='signal',sender='org.freedesktop.DBus',"
                                    "path='/org/freedesktop/DBus',interface='org.freedesktop.DBus',"
                                    "member='NameOwnerChanged',arg2=''",
-                                   common::Trampoline<&Service::on_client_left>::message, this),
+                                   common::callback<&Service::on_client_left>, this),
                   "sd_bus_add_match");
     slots.emplace_back(slot);
     for (const ServedObject& object : objects()) {

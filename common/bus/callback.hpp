@@ -3,58 +3,113 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <exception>
 #include <string>
+#include <type_traits>
+#include <utility>
 
+#include "common/bus/error_reply.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/line_text.hpp"
 
 namespace common {
 
-/// Turns a named member function into a libsystemd callback, and is the only place where a
-/// `void*` becomes an object again. No exception leaves towards C code.
-///
-///  - `int T::f(sd_bus_message&)` gives `message`, for filters, matches and methods; an exception
-///    becomes the error reply `org.freedesktop.DBus.Error.Failed` with its text;
-///  - `void T::f()` gives `event`, for signal sources of the loop; an exception ends the loop
-///    with exit code 70, after a line on stderr.
-template <auto Member>
-struct Trampoline;
-
 /// Ends the loop of `source` because a callback threw; to be called in a catch clause only.
 inline void end_loop_after_exception(sd_event_source* source) noexcept {
+    const std::string program = program_invocation_short_name;
     try {
         throw;
     } catch (const std::exception& error) {
-        print_error_line(std::string("fenwa-camera: internal error: ") + error.what());
+        print_error_line(program + ": internal error: " + error.what());
     } catch (...) {
-        print_error_line("fenwa-camera: internal error");
+        print_error_line(program + ": internal error");
     }
     sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::software));
 }
 
-template <class T, int (T::*Member)(sd_bus_message&)>
-struct Trampoline<Member> {
-    static int message(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept {
+/// A member function as a callback of libsystemd, and the only place where a `void*` becomes an
+/// object again: give `callback<&T::f>` with the object as `userdata`. The member takes nothing, or
+/// what the kind of callback offers:
+///
+///  - messages (filters, matches, methods): `sd_bus_message&`. An ErrorReply becomes that error
+///    reply, any other exception `org.freedesktop.DBus.Error.Failed`;
+///  - event sources: `sd_event_source&`, and then for I/O the `int fd`, for timers the `uint64_t`
+///    when it was due. An exception ends the loop with exit code 70, after a line on stderr.
+///
+/// A member that returns `int` gives the callback's result; of one that returns `void` it is 0. No
+/// exception leaves towards C code.
+template <auto Member>
+class Callback;
+
+template <class T, class Result, bool NoExcept, class... Taken,
+          Result (T::*Member)(Taken...) noexcept(NoExcept)>
+class Callback<Member> {
+  public:
+    // NOLINTBEGIN(google-explicit-constructor): it stands where libsystemd takes a function.
+    constexpr operator sd_bus_message_handler_t() const noexcept { return on_message; }
+    constexpr operator sd_event_handler_t() const noexcept { return on_event<>; }
+    constexpr operator sd_event_io_handler_t() const noexcept { return on_io; }
+    constexpr operator sd_event_time_handler_t() const noexcept { return on_event<std::uint64_t>; }
+    constexpr operator sd_event_signal_handler_t() const noexcept { return on_signal; }
+    // NOLINTEND(google-explicit-constructor)
+
+  private:
+    template <class... Given>
+    static int call(void* userdata, Given&&... given) {
+        T& object = *static_cast<T*>(userdata);
+        const auto invoke = [&object](auto&&... arguments) {
+            if constexpr (std::is_void_v<Result>) {
+                (object.*Member)(arguments...);
+                return 0;
+            } else {
+                return (object.*Member)(arguments...);
+            }
+        };
+        if constexpr (sizeof...(Taken) == 0)
+            return invoke();
+        else
+            return invoke(std::forward<Given>(given)...);
+    }
+
+    static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept {
         try {
-            return (static_cast<T*>(userdata)->*Member)(*message);
+            return call(userdata, *message);
+        } catch (const ErrorReply& reply) {
+            return sd_bus_error_set(error, reply.name().c_str(), reply.what());
         } catch (const std::exception& exception) {
             return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, one_line(exception.what()).c_str());
         }
     }
-};
 
-template <class T, void (T::*Member)()>
-struct Trampoline<Member> {
-    static int event(sd_event_source* source, const struct signalfd_siginfo* /*info*/,
-                     void* userdata) noexcept {
+    template <class... Details>
+    static int serve(sd_event_source* source, void* userdata, Details... details) noexcept {
         try {
-            (static_cast<T*>(userdata)->*Member)();
+            if constexpr (sizeof...(Taken) == 1)
+                return call(userdata, *source);
+            else
+                return call(userdata, *source, details...);
         } catch (...) {
             end_loop_after_exception(source);
+            return 0;
         }
-        return 0;
+    }
+    template <class... Details>
+    static int on_event(sd_event_source* source, Details... details, void* userdata) noexcept {
+        return serve(source, userdata, details...);
+    }
+    static int on_io(sd_event_source* source, int fd, std::uint32_t /*events*/,
+                     void* userdata) noexcept {
+        return serve(source, userdata, fd);
+    }
+    static int on_signal(sd_event_source* source, const struct signalfd_siginfo* /*info*/,
+                         void* userdata) noexcept {
+        return serve(source, userdata);
     }
 };
+
+template <auto Member>
+inline constexpr Callback<Member> callback{};
 
 }  // namespace common

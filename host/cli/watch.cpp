@@ -1,5 +1,6 @@
 #include <unordered_map>
 
+#include "common/bus/callback.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "host/cli/options.hpp"
@@ -37,12 +38,14 @@ class Watch {
         const std::string rule =
             "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name +
             "'";
-        check(sd_bus_add_match(&host.bus(), &slot, rule.c_str(), on_owner_changed, this),
+        check(sd_bus_add_match(&host.bus(), &slot, rule.c_str(),
+                               common::callback<&Watch::on_owner_changed>, this),
               "cannot watch for the host's end");
         owner_match_.reset(slot);
-        check(sd_bus_match_signal(&host.bus(), &slot, name.c_str(), control_path, control_interface,
-                                  "OutputChanged", on_output_changed, this),
-              "cannot watch the host");
+        check(
+            sd_bus_match_signal(&host.bus(), &slot, name.c_str(), control_path, control_interface,
+                                "OutputChanged", common::callback<&Watch::on_output_changed>, this),
+            "cannot watch the host");
         output_match_.reset(slot);
         learn_datatypes();
     }
@@ -64,15 +67,12 @@ class Watch {
         });
     }
 
-    static int on_output_changed(sd_bus_message* signal, void* userdata,
-                                 sd_bus_error* /*error*/) noexcept {
-        auto& watch = *static_cast<Watch*>(userdata);
+    void on_output_changed(sd_bus_message& signal) {
         try {
-            watch.tell(*signal);
+            tell(signal);
         } catch (const std::exception&) {
             // Somebody else's signal of that name, in another form.
         }
-        return 0;
     }
 
     void tell(sd_bus_message& signal) {
@@ -86,11 +86,9 @@ class Watch {
             events_.output(end->block, end->port, datatype->second, *value);
     }
 
-    static int on_owner_changed(sd_bus_message* /*signal*/, void* userdata,
-                                sd_bus_error* /*error*/) noexcept {
-        auto& watch = *static_cast<Watch*>(userdata);
-        watch.gone_ = true;
-        return sd_event_exit(&watch.loop_.get(), 0);
+    int on_owner_changed() noexcept {
+        gone_ = true;
+        return sd_event_exit(&loop_.get(), 0);
     }
 
     const ControlClient& host_;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/bus/error_reply.hpp"
 #include "common/text/diagnostics.hpp"
 #include "common/text/suggestion.hpp"
 
@@ -34,19 +35,13 @@ inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.Bl
 inline constexpr std::size_t longest_refusal = 1000;
 
 /// A call that a host does not serve. `what()` is the sentence for the user.
-class ControlError : public std::runtime_error {
+class ControlError : public common::ErrorReply {
   public:
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlError(const char* name, const std::string& sentence, const std::string& help = {})
-        : std::runtime_error(common::one_line(
-              common::shortened(common::with_help(sentence, help), longest_refusal))),
-          name_(name) {}
-
-    [[nodiscard]] const char* name() const noexcept { return name_; }
-
-  private:
-    const char* name_;
+        : ErrorReply(name, common::one_line(common::shortened(common::with_help(sentence, help),
+                                                              longest_refusal))) {}
 };
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "common/bus/callback.hpp"
 #include "host/control/graph_json.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
@@ -21,14 +22,14 @@ using common::read_string;
 const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Read", SD_BUS_ARGS("s", port), SD_BUS_RESULT("v", value),
-                            serve<&Control::read>, SD_BUS_VTABLE_UNPRIVILEGED),
+                            common::callback<&Control::read>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Write", SD_BUS_ARGS("s", port, "v", value), SD_BUS_NO_RESULT,
-                            serve<&Control::write>, SD_BUS_VTABLE_UNPRIVILEGED),
+                            common::callback<&Control::write>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Reconfigure", SD_BUS_ARGS("s", block, "a{sv}", changes),
-                            SD_BUS_NO_RESULT, serve<&Control::reconfigure>,
+                            SD_BUS_NO_RESULT, common::callback<&Control::reconfigure>,
                             SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Describe", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", description),
-                            serve<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
+                            common::callback<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_ARGS("OutputChanged", SD_BUS_ARGS("s", port, "v", value), 0),
     SD_BUS_VTABLE_END,
 };
@@ -47,18 +48,6 @@ Control::Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, c
 
 Control::~Control() {
     graph_.watch_outputs({});
-}
-
-template <int (Control::*Member)(sd_bus_message&)>
-int Control::serve(sd_bus_message* call, void* userdata, sd_bus_error* error) noexcept {
-    try {
-        return (static_cast<Control*>(userdata)->*Member)(*call);
-    } catch (const ControlError& refusal) {
-        return sd_bus_error_set(error, refusal.name(), refusal.what());
-    } catch (const std::exception& exception) {
-        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED,
-                                common::one_line(exception.what()).c_str());
-    }
 }
 
 int Control::read(sd_bus_message& call) {

@@ -29,8 +29,6 @@ class Control {
     ~Control();
 
   private:
-    template <int (Control::*Member)(sd_bus_message&)>
-    static int serve(sd_bus_message* call, void* userdata, sd_bus_error* error) noexcept;
     static const sd_bus_vtable vtable_[];
 
     int read(sd_bus_message& call);

@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "common/bus/callback.hpp"
+
 namespace host {
 namespace {
 
@@ -37,10 +39,10 @@ void TimerBlock::start() {
 void TimerBlock::begin() {
     sd_event_source* source = nullptr;
     // Accuracy 0 stands for a quarter of a second in sd-event, hence 1.
-    common::check(
-        sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC,
-                                   static_cast<std::uint64_t>(interval_.count()), 1, on_time, this),
-        "cannot start a timer");
+    common::check(sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC,
+                                             static_cast<std::uint64_t>(interval_.count()), 1,
+                                             common::callback<&TimerBlock::on_time>, this),
+                  "cannot start a timer");
     timer_.reset(source);
 }
 
@@ -63,18 +65,17 @@ bool TimerBlock::run() {
     return true;
 }
 
-int TimerBlock::on_time(sd_event_source* source, std::uint64_t due, void* userdata) noexcept {
-    auto& timer = *static_cast<TimerBlock*>(userdata);
-    const auto interval = static_cast<std::uint64_t>(timer.interval_.count());
+int TimerBlock::on_time(sd_event_source& source, std::uint64_t due) noexcept {
+    const auto interval = static_cast<std::uint64_t>(interval_.count());
     std::uint64_t now = due;
-    sd_event_now(timer.loop_, CLOCK_MONOTONIC, &now);
+    sd_event_now(loop_, CLOCK_MONOTONIC, &now);
     // Counted from when it was due, so that the period does not drift.
     const std::uint64_t periods = 1 + (now > due ? (now - due) / interval : 0);
-    ++timer.ticks_;
-    timer.tick_->fire();
-    int r = sd_event_source_set_time(source, due + periods * interval);
+    ++ticks_;
+    tick_->fire();
+    int r = sd_event_source_set_time(&source, due + periods * interval);
     if (r >= 0)
-        r = sd_event_source_set_enabled(source, SD_EVENT_ON);
+        r = sd_event_source_set_enabled(&source, SD_EVENT_ON);
     return r;
 }
 

@@ -30,7 +30,7 @@ class TimerBlock final : public Fenwa::Block {
 
   private:
     void begin();
-    static int on_time(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
+    int on_time(sd_event_source& source, std::uint64_t due) noexcept;
 
     Fenwa::OutPort<Fenwa::datatype_timersource>* out_;
     Fenwa::EventPort* tick_;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "common/bus/bus.hpp"
+#include "common/bus/callback.hpp"
 #include "host/output/journal.hpp"
 
 namespace host {
@@ -74,7 +75,9 @@ bool add(std::vector<std::string>& list, const std::string& text) {
 }  // namespace
 
 BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
-    common::check(sd_bus_add_filter(&bus, &filter_, on_message, this), "cannot follow the bus");
+    common::check(
+        sd_bus_add_filter(&bus, &filter_, common::callback<&BusInterposer::on_message>, this),
+        "cannot follow the bus");
     current_tap = this;
     tapped_thread = std::this_thread::get_id();
 }
@@ -192,15 +195,13 @@ int BusInterposer::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error*
     return pending.callback(reply, userdata, error);
 }
 
-int BusInterposer::on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    auto& interposer = *static_cast<BusInterposer*>(userdata);
+void BusInterposer::on_message(sd_bus_message& message) {
     std::uint64_t cookie = 0;
-    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0 || cookie == interposer.replied_)
-        return 0;
+    if (sd_bus_message_get_reply_cookie(&message, &cookie) < 0 || cookie == replied_)
+        return;
     // An answer that nobody wants any more, because the block has given up its slot, or to a call
     // that went by unchanged.
-    static_cast<void>(interposer.take(*message, cookie));
-    return 0;
+    static_cast<void>(take(message, cookie));
 }
 
 void BusInterposer::note_service(sd_bus_message& message) {

@@ -78,7 +78,7 @@ class BusInterposer {
     };
 
     static int on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
-    static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error);
+    void on_message(sd_bus_message& message);
 
     void expect(sd_bus_message& message, Pending pending);
     /// What was kept for the call that this answers, which is settled with it.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "common/bus/callback.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
@@ -27,7 +28,8 @@ EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
         "cannot serve signals");
     const char* const failed = "cannot serve the bus between the blocks";
     sd_event_source* source = nullptr;
-    common::check(sd_event_add_defer(loop, &source, on_overdue, this), failed);
+    common::check(sd_event_add_defer(loop, &source, common::callback<&EventLoop::on_overdue>, this),
+                  failed);
     overdue_.reset(source);
     common::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT), failed);
     common::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), failed);
@@ -35,7 +37,8 @@ EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     common::check(sd_event_add_time(loop, &source, CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
                   failed);
     each_round_.reset(source);
-    common::check(sd_event_source_set_prepare(source, before_waiting), failed);
+    common::check(sd_event_source_set_prepare(source, common::callback<&EventLoop::before_waiting>),
+                  failed);
 }
 
 EventLoop::~EventLoop() = default;
@@ -46,18 +49,19 @@ void EventLoop::attach(sd_bus& bus) {
     // What blocks send when they stop, after the loop has ended, must still go out.
     common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
     sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_match_signal(&bus, &slot, "org.freedesktop.DBus.Local",
-                                      "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
-                                      "Disconnected", on_disconnected, this),
-                  "cannot watch the bus connection");
+    common::check(
+        sd_bus_match_signal(&bus, &slot, "org.freedesktop.DBus.Local",
+                            "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                            "Disconnected", common::callback<&EventLoop::on_disconnected>, this),
+        "cannot watch the bus connection");
     buses_.push_back({&bus, common::SlotPtr(slot)});
 }
 
 void EventLoop::serve_hangup(std::function<void()> handler) {
     on_hangup_ = std::move(handler);
-    common::check(
-        sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event(), EPOLLIN, on_hangup, this),
-        "cannot serve signals");
+    common::check(sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event(), EPOLLIN,
+                                  common::callback<&EventLoop::on_hangup>, this),
+                  "cannot serve signals");
 }
 
 int EventLoop::on_stop(sd_event_source* source, int /*fd*/, std::uint32_t /*events*/,
@@ -65,18 +69,16 @@ int EventLoop::on_stop(sd_event_source* source, int /*fd*/, std::uint32_t /*even
     return sd_event_exit(sd_event_source_get_event(source), 0);
 }
 
-int EventLoop::on_hangup(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
-                         void* userdata) noexcept {
+void EventLoop::on_hangup() noexcept {
     eventfd_t count = 0;
-    static_cast<void>(eventfd_read(fd, &count));
+    static_cast<void>(eventfd_read(supervisor_.reload_event(), &count));
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     // The time tells the service manager that this reload, and no earlier one, is meant.
     sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
                static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000);
-    static_cast<EventLoop*>(userdata)->on_hangup_();
+    on_hangup_();
     sd_notify(0, "READY=1");
-    return 0;
 }
 
 void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
@@ -127,33 +129,27 @@ bool EventLoop::is_overdue(sd_bus& bus) const noexcept {
            sd_bus_get_timeout(&bus, &due) > 0 && due <= now;
 }
 
-int EventLoop::before_waiting(sd_event_source* /*source*/, void* userdata) noexcept {
-    const auto& loop = *static_cast<EventLoop*>(userdata);
+int EventLoop::before_waiting() noexcept {
     // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
     // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
     // its turn, and as long as the queue holds something the socket is not read either.
-    for (const Attached& attached : loop.buses_) {
-        if (loop.is_overdue(*attached.bus))
-            return sd_event_source_set_enabled(loop.overdue_.get(), SD_EVENT_ONESHOT);
+    for (const Attached& attached : buses_) {
+        if (is_overdue(*attached.bus))
+            return sd_event_source_set_enabled(overdue_.get(), SD_EVENT_ONESHOT);
     }
     return 0;
 }
 
-int EventLoop::on_overdue(sd_event_source* /*source*/, void* userdata) noexcept {
-    const auto& loop = *static_cast<EventLoop*>(userdata);
-    for (const Attached& attached : loop.buses_) {
-        if (loop.is_overdue(*attached.bus))
+void EventLoop::on_overdue() noexcept {
+    for (const Attached& attached : buses_) {
+        if (is_overdue(*attached.bus))
             sd_bus_process(attached.bus, nullptr);
     }
-    return 0;
 }
 
-int EventLoop::on_disconnected(sd_bus_message* /*message*/, void* userdata,
-                               sd_bus_error* /*error*/) noexcept {
-    auto& loop = *static_cast<EventLoop*>(userdata);
+void EventLoop::on_disconnected() noexcept {
     // By now sd-bus has taken the connection off the loop, so it cannot be asked for it.
-    sd_event_exit(loop.loop_.get(), 0);
-    return 0;
+    sd_event_exit(loop_.get(), 0);
 }
 
 }  // namespace host

@@ -54,13 +54,11 @@ class EventLoop {
   private:
     static int on_stop(sd_event_source* source, int fd, std::uint32_t events,
                        void* userdata) noexcept;
-    static int on_hangup(sd_event_source* source, int fd, std::uint32_t events,
-                         void* userdata) noexcept;
-    static int before_waiting(sd_event_source* source, void* userdata) noexcept;
-    static int on_overdue(sd_event_source* source, void* userdata) noexcept;
+    void on_hangup() noexcept;
+    int before_waiting() noexcept;
+    void on_overdue() noexcept;
     [[nodiscard]] bool is_overdue(sd_bus& bus) const noexcept;
-    static int on_disconnected(sd_bus_message* message, void* userdata,
-                               sd_bus_error* error) noexcept;
+    void on_disconnected() noexcept;
 
     struct Attached {
         sd_bus* bus;

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "common/bus/callback.hpp"
+
 namespace host {
 namespace {
 
@@ -54,19 +56,22 @@ Scheduler::~Scheduler() {
 
 void Scheduler::enable() {
     sd_event_source* source = nullptr;
-    common::check(sd_event_add_io(&loop_, &source, event_fd_, EPOLLIN, on_wake, this),
+    common::check(sd_event_add_io(&loop_, &source, event_fd_, EPOLLIN,
+                                  common::callback<&Scheduler::on_wake>, this),
                   "cannot watch for ready blocks");
     source_.reset(source);
-    common::check(sd_event_source_set_prepare(source, before_waiting),
+    common::check(sd_event_source_set_prepare(source, common::callback<&Scheduler::before_waiting>),
                   "cannot watch for ready blocks");
-    common::check(sd_event_add_defer(&loop_, &source, on_woken_here, this),
-                  "cannot serve ready blocks");
+    common::check(
+        sd_event_add_defer(&loop_, &source, common::callback<&Scheduler::on_woken_here>, this),
+        "cannot serve ready blocks");
     next_pass_.reset(source);
     common::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE),
                   "cannot serve ready blocks");
     // One pass at least, for what became ready before.
     woken_here_ = true;
-    common::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, timer_slack, on_due, this),
+    common::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, timer_slack,
+                                    common::callback<&Scheduler::pass>, this),
                   "cannot make a timer for blocks that wait their turn");
     timer_.reset(source);
     common::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), "cannot stop a timer");
@@ -109,39 +114,30 @@ void Scheduler::wake() noexcept {
     static_cast<void>(eventfd_write(event_fd_, 1));
 }
 
-int Scheduler::on_wake(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
-                       void* userdata) noexcept {
+void Scheduler::on_wake() noexcept {
     // Before the queue is emptied: what becomes ready from here on makes another pass.
     eventfd_t count = 0;
-    static_cast<void>(eventfd_read(fd, &count));
-    static_cast<Scheduler*>(userdata)->pass();
-    return 0;
+    static_cast<void>(eventfd_read(event_fd_, &count));
+    pass();
 }
 
-int Scheduler::before_waiting(sd_event_source* /*source*/, void* userdata) noexcept {
-    auto& scheduler = *static_cast<Scheduler*>(userdata);
-    if (!scheduler.woken_here_)
+int Scheduler::before_waiting() noexcept {
+    if (!woken_here_)
         return 0;
     // What an event has made ready runs before the next event. Between two passes one event goes
     // first, or blocks that are always ready would keep the bus, the timers and the signals out;
     // and only one, or a flood of those would keep the blocks out.
-    sd_event_source* const pass = scheduler.next_pass_.get();
-    if (!scheduler.woken_in_pass_ || scheduler.rounds_++ > 0)
+    sd_event_source* const pass = next_pass_.get();
+    if (!woken_in_pass_ || rounds_++ > 0)
         sd_event_source_set_priority(pass, SD_EVENT_PRIORITY_IMPORTANT);
     return sd_event_source_set_enabled(pass, SD_EVENT_ONESHOT);
 }
 
-int Scheduler::on_woken_here(sd_event_source* source, void* userdata) noexcept {
-    auto& scheduler = *static_cast<Scheduler*>(userdata);
-    scheduler.woken_here_ = false;
-    scheduler.rounds_ = 0;
-    scheduler.pass();
-    return sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE);
-}
-
-int Scheduler::on_due(sd_event_source* /*source*/, std::uint64_t /*due*/, void* userdata) noexcept {
-    static_cast<Scheduler*>(userdata)->pass();
-    return 0;
+int Scheduler::on_woken_here(sd_event_source& source) noexcept {
+    woken_here_ = false;
+    rounds_ = 0;
+    pass();
+    return sd_event_source_set_priority(&source, SD_EVENT_PRIORITY_IDLE);
 }
 
 void Scheduler::pass() noexcept {

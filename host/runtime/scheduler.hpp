@@ -90,11 +90,9 @@ class Scheduler {
         }
     };
 
-    static int on_wake(sd_event_source* source, int fd, std::uint32_t events,
-                       void* userdata) noexcept;
-    static int before_waiting(sd_event_source* source, void* userdata) noexcept;
-    static int on_woken_here(sd_event_source* source, void* userdata) noexcept;
-    static int on_due(sd_event_source* source, std::uint64_t due, void* userdata) noexcept;
+    void on_wake() noexcept;
+    int before_waiting() noexcept;
+    int on_woken_here(sd_event_source& source) noexcept;
     void wake() noexcept;
     void pass() noexcept;
     static std::uint64_t thread_processor_time();
