@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace camera {
 
@@ -15,26 +16,16 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
     const auto action_at = actions_.emplace(Due{priority, when, ++last_number_}, std::move(action));
     alarms_.push_back({this, priority, nullptr});
     Alarm& alarm = alarms_.back();
-    sd_event_source* source = nullptr;
     // Accuracy 1 us: the default of 250 ms would make every late reply later still.
-    const int r = sd_event_add_time(&event_, &source, CLOCK_MONOTONIC, when, 1, fired, &alarm);
+    const int r = sd_event_add_time(&event_, common::out(alarm.source), CLOCK_MONOTONIC, when, 1,
+                                    common::callback<&Alarm::go_off>, &alarm);
     if (r < 0) {
         alarms_.pop_back();
         actions_.erase(action_at.first);
         common::check(r, "sd_event_add_time");
     }
-    alarm.source.reset(source);
-    common::check(sd_event_source_set_priority(source, priority), "sd_event_source_set_priority");
-}
-
-int Timers::fired(sd_event_source* source, std::uint64_t /*when*/, void* userdata) noexcept {
-    try {
-        const auto* alarm = static_cast<const Alarm*>(userdata);
-        alarm->owner->run_next(alarm);
-    } catch (...) {
-        common::end_loop_after_exception(source);
-    }
-    return 0;
+    common::check(sd_event_source_set_priority(alarm.source.get(), priority),
+                  "sd_event_source_set_priority");
 }
 
 void Timers::run_next(const Alarm* alarm) {

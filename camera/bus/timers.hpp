@@ -48,12 +48,13 @@ class Timers {
     /// Wakes the loop for one action; for which one is known when it goes off, because sd-event
     /// serves what is due together in no order of its own.
     struct Alarm {
+        void go_off() { owner->run_next(this); }
+
         Timers* owner;
         std::int64_t priority;
         common::EventSourcePtr source;
     };
 
-    static int fired(sd_event_source* source, std::uint64_t when, void* userdata) noexcept;
     void run_next(const Alarm* alarm);
 
     sd_event& event_;

@@ -33,7 +33,7 @@ class Camera {
         std::function<void()> changed;                  ///< a value has changed
     };
 
-    /// Builds the services, all down. `event` and `event log` must outlive the camera; `lost` is
+    /// Builds the services, all down. `event` and `event_log` must outlive the camera; `lost` is
     /// called from the loop when the daemon ends a connection.
     Camera(sd_event& event, EventLog& event_log, const Configuration& configuration,
            std::function<void()> lost);

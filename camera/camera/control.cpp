@@ -5,6 +5,7 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/bus/names.hpp"
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 
 namespace camera {
@@ -42,26 +43,23 @@ const sd_bus_vtable Control::vtable_[] = {
 Control::Control(Camera& camera, sd_event& event, const std::string& address,
                  std::function<void()> lost)
     : camera_(camera), connection_(event, address, std::move(lost)) {
-    sd_bus_slot* slot = nullptr;
-    check(sd_bus_add_object_vtable(&connection_.bus(), &slot, camera_control.path,
+    check(sd_bus_add_object_vtable(&connection_.bus(), common::out(object_), camera_control.path,
                                    camera_control.interface, vtable_, this),
           "sd_bus_add_object_vtable");
-    object_.reset(slot);
     common::own_name(connection_.bus(), camera_control.name);
 }
 
 std::set<std::string> Control::startable_names() const {
-    sd_bus_message* call = nullptr;
-    check(sd_bus_message_new_method_call(&connection_.bus(), &call, "org.freedesktop.DBus",
-                                         "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                         "ListActivatableNames"),
+    common::MessagePtr call;
+    check(sd_bus_message_new_method_call(&connection_.bus(), common::out(call),
+                                         "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                         "org.freedesktop.DBus", "ListActivatableNames"),
           "sd_bus_message_new_method_call");
-    const common::MessagePtr owned_call(call);
-    sd_bus_message* reply = nullptr;
-    const int called = sd_bus_call(
-        &connection_.bus(), call, std::chrono::microseconds(bus_patience).count(), nullptr, &reply);
-    const common::MessagePtr owned_reply(reply);
-    if (called < 0 || sd_bus_message_has_signature(reply, "as") <= 0)
+    common::MessagePtr reply;
+    const int called =
+        sd_bus_call(&connection_.bus(), call.get(), std::chrono::microseconds(bus_patience).count(),
+                    nullptr, common::out(reply));
+    if (called < 0 || sd_bus_message_has_signature(reply.get(), "as") <= 0)
         return {};
     return body_json(*reply).at(0).get<std::set<std::string>>();
 }

@@ -9,6 +9,7 @@
 #include "camera/cli/show_text.hpp"
 #include "camera/service/connection.hpp"
 #include "common/bus/bus.hpp"
+#include "common/bus/out.hpp"
 #include "common/events/print_text.hpp"
 #include "common/text/json_node.hpp"
 #include "common/text/line_text.hpp"
@@ -28,23 +29,22 @@ class Client {
         : address_(std::move(address)), bus_(common::open_bus(address_, bus_patience)) {}
 
     [[nodiscard]] MessagePtr new_order(const char* order) const {
-        sd_bus_message* message = nullptr;
-        check(sd_bus_message_new_method_call(bus_.get(), &message, camera_control.name,
+        MessagePtr message;
+        check(sd_bus_message_new_method_call(bus_.get(), common::out(message), camera_control.name,
                                              camera_control.path, camera_control.interface, order),
               "sd_bus_message_new_method_call");
-        MessagePtr owned(message);
         // No daemon should look for a camera to start.
-        check(sd_bus_message_set_auto_start(message, 0), "sd_bus_message_set_auto_start");
-        return owned;
+        check(sd_bus_message_set_auto_start(message.get(), 0), "sd_bus_message_set_auto_start");
+        return message;
     }
 
     MessagePtr give(const MessagePtr& order) const {
         common::BusError error;
-        sd_bus_message* reply = nullptr;
-        const int r = sd_bus_call(bus_.get(), order.get(), 0, &error, &reply);
+        MessagePtr reply;
+        const int r = sd_bus_call(bus_.get(), order.get(), 0, &error, common::out(reply));
         if (r < 0)
             report(error, r);
-        return MessagePtr(reply);
+        return reply;
     }
 
     template <class... Arguments>

@@ -7,6 +7,7 @@
 #include "camera/camera/camera.hpp"
 #include "camera/cli/client.hpp"
 #include "common/bus/bus.hpp"
+#include "common/bus/out.hpp"
 #include "common/events/print_text.hpp"
 #include "common/text/line_text.hpp"
 
@@ -15,9 +16,8 @@ namespace {
 
 /// Of a camera that is on no bus, one a line.
 std::string fixed_names(bool members) {
-    sd_event* event = nullptr;
-    common::check(sd_event_new(&event), "sd_event_new");
-    const common::EventPtr owned(event);
+    common::EventPtr event;
+    common::check(sd_event_new(common::out(event)), "sd_event_new");
     EventLog event_log(stdout, Format::text, false, {});
     const Camera camera(*event, event_log, default_configuration(), [] {});
     std::string services;

@@ -26,6 +26,7 @@
 #include "camera/scenario/reader.hpp"
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/bus/private_bus.hpp"
 #include "common/process/process_tree.hpp"
 #include "common/text/diagnostics.hpp"
@@ -38,9 +39,9 @@ using common::ExitCode;
 using common::Failure;
 
 common::EventPtr new_event() {
-    sd_event* event = nullptr;
-    check(sd_event_new(&event), "sd_event_new");
-    return common::EventPtr(event);
+    common::EventPtr event;
+    check(sd_event_new(common::out(event)), "sd_event_new");
+    return event;
 }
 
 /// Whether the terminal on stdout was hung up, or its reader has gone.
@@ -176,11 +177,9 @@ class Session {
         sigaddset(&set, SIGCHLD);
         sigprocmask(SIG_BLOCK, &set, nullptr);
         for (const int number : signals) {
-            sd_event_source* source = nullptr;
-            check(sd_event_add_signal(event_.get(), &source, number,
+            check(sd_event_add_signal(event_.get(), common::out(sources_.emplace_back()), number,
                                       common::callback<&Session::stop>, this),
                   "sd_event_add_signal");
-            sources_.emplace_back(source);
         }
         reaper_ = std::make_unique<Reaper>(*event_, [this] { child_ended(); });
         children_ = std::make_unique<Children>(
@@ -191,14 +190,14 @@ class Session {
     /// A reader that goes away, or a terminal that is closed, ends the camera even where there is
     /// nothing to be told.
     void watch_stdout() {
-        sd_event_source* source = nullptr;
+        common::EventSourcePtr source;
         // Error and hang-up are reported unasked. What is no pipe, socket or terminal has neither.
-        const int r = sd_event_add_io(event_.get(), &source, STDOUT_FILENO, 0,
+        const int r = sd_event_add_io(event_.get(), common::out(source), STDOUT_FILENO, 0,
                                       common::callback<&Session::on_stdout_gone>, this);
         if (r == -EPERM || r == -EBADF)
             return;
         check(r, "sd_event_add_io");
-        sources_.emplace_back(source);
+        sources_.push_back(std::move(source));
     }
 
     void on_stdout_gone(sd_event_source& source) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/process/process_tree.hpp"
 
 namespace camera {
@@ -18,11 +19,9 @@ constexpr std::chrono::seconds kill_timeout{10};
 Reaper::Reaper(sd_event& event, std::function<void()> reaped)
     : reaped_(std::move(reaped)), timers_(event) {
     common::adopt_orphans();
-    sd_event_source* source = nullptr;
-    common::check(sd_event_add_signal(&event, &source, SIGCHLD,
+    common::check(sd_event_add_signal(&event, common::out(source_), SIGCHLD,
                                       common::callback<&Reaper::on_child_ended>, this),
                   "sd_event_add_signal");
-    source_.reset(source);
 }
 
 void Reaper::watch(pid_t child, std::function<void(int status)> ended) {

@@ -3,16 +3,15 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace camera {
 
 Connection::Connection(sd_event& event, const std::string& address, std::function<void()> lost)
     : lost_(std::move(lost)), bus_(common::open_bus(address, bus_patience)) {
-    sd_bus_slot* slot = nullptr;
-    common::check(
-        sd_bus_add_filter(bus_.get(), &slot, common::callback<&Connection::on_message>, this),
-        "sd_bus_add_filter");
-    filter_.reset(slot);
+    common::check(sd_bus_add_filter(bus_.get(), common::out(filter_),
+                                    common::callback<&Connection::on_message>, this),
+                  "sd_bus_add_filter");
     const char* unique_name = nullptr;
     common::check(sd_bus_get_unique_name(bus_.get(), &unique_name), "sd_bus_get_unique_name");
     unique_name_ = unique_name;

@@ -6,6 +6,7 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/service/properties.hpp"
 #include "camera/service/service.hpp"
+#include "common/bus/out.hpp"
 #include "common/text/suggestion.hpp"
 
 namespace camera {
@@ -19,11 +20,11 @@ std::string with_hint(std::string sentence, const std::string& hint) {
 }
 
 MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::string& text) {
-    sd_bus_message* message = nullptr;
+    MessagePtr message;
     const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name.c_str(), text.c_str());
-    check(sd_bus_message_new_method_error(&call, &message, &error),
+    check(sd_bus_message_new_method_error(&call, common::out(message), &error),
           "sd_bus_message_new_method_error");
-    return MessagePtr(message);
+    return message;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "camera/bus/message_json.hpp"
+#include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace camera {
 
@@ -17,9 +19,8 @@ void OutgoingCalls::send(sd_bus& bus, const std::weak_ptr<Call>& handle, sd_bus_
     const auto call = handle.lock();
     if (call == nullptr)
         return;
-    sd_bus_slot* slot = nullptr;
-    const int r = sd_bus_call_async(&bus, &slot, &message, on_answer, call.get(), 0);
-    call->slot.reset(slot);
+    const int r = sd_bus_call_async(&bus, common::out(call->slot), &message,
+                                    common::callback<&Call::on_answer>, call.get(), 0);
     if (r < 0) {
         common::BusError error;
         sd_bus_error_set_errno(&error, r);
@@ -41,16 +42,13 @@ void OutgoingCalls::forget(const std::string& about) {
     std::erase_if(calls_, [&](const auto& call) { return call->about == about; });
 }
 
-int OutgoingCalls::on_answer(sd_bus_message* answer, void* userdata,
-                             sd_bus_error* /*error*/) noexcept {
-    const auto& call = *static_cast<const Call*>(userdata);
+void OutgoingCalls::take_answer(const Call& call, sd_bus_message& answer) noexcept {
     try {
-        call.owner->tell(call, *answer);
+        tell(call, answer);
     } catch (const std::exception&) {
         // An answer that cannot be read is none, and the event log has no words for it.
     }
-    call.owner->remove(call);
-    return 0;
+    remove(call);
 }
 
 void OutgoingCalls::tell(const Call& call, sd_bus_message& answer) {

@@ -17,6 +17,8 @@ class OutgoingCalls {
   public:
     /// A call that is to be sent or was sent, and is not answered.
     struct Call {
+        void on_answer(sd_bus_message& answer) noexcept { owner->take_answer(*this, answer); }
+
         OutgoingCalls* owner;
         std::string about;
         std::string member;
@@ -24,7 +26,7 @@ class OutgoingCalls {
         common::SlotPtr slot{};  ///< null until it is sent
     };
 
-    /// `event log` must outlive this object.
+    /// `event_log` must outlive this object.
     OutgoingCalls(std::string service, EventLog& event_log)
         : service_(std::move(service)), event_log_(event_log) {}
     OutgoingCalls(const OutgoingCalls&) = delete;
@@ -41,7 +43,7 @@ class OutgoingCalls {
     void clear() noexcept { calls_.clear(); }
 
   private:
-    static int on_answer(sd_bus_message* answer, void* userdata, sd_bus_error* error) noexcept;
+    void take_answer(const Call& call, sd_bus_message& answer) noexcept;
     void tell(const Call& call, sd_bus_message& answer);
     void remove(const Call& call);
 

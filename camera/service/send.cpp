@@ -4,6 +4,7 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/service/properties.hpp"
 #include "camera/service/service.hpp"
+#include "common/bus/out.hpp"
 
 namespace camera {
 namespace {
@@ -14,21 +15,20 @@ using common::MessagePtr;
 }  // namespace
 
 MessagePtr Service::new_signal(const BusObject& object, const char* member) const {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_signal(&connection_->bus(), &message, object.path, object.interface,
-                                    member),
+    MessagePtr message;
+    check(sd_bus_message_new_signal(&connection_->bus(), common::out(message), object.path,
+                                    object.interface, member),
           "sd_bus_message_new_signal");
-    return MessagePtr(message);
+    return message;
 }
 
 MessagePtr Service::new_call(const BusObject& to, const char* member) const {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_call(&connection_->bus(), &message, to.name, to.path,
+    MessagePtr call;
+    check(sd_bus_message_new_method_call(&connection_->bus(), common::out(call), to.name, to.path,
                                          to.interface, member),
           "sd_bus_message_new_method_call");
-    MessagePtr call(message);
     // A name that some client has given us must not make the daemon start programs.
-    check(sd_bus_message_set_auto_start(message, 0), "sd_bus_message_set_auto_start");
+    check(sd_bus_message_set_auto_start(call.get(), 0), "sd_bus_message_set_auto_start");
     return call;
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/bus/out.hpp"
+
 namespace camera {
 
 Service::Service(std::string name, ServiceContext& surroundings)
@@ -16,23 +18,21 @@ void Service::bring_up(const std::string& address) {
     auto connection = std::make_unique<Connection>(context_.event, address, context_.lost);
     sd_bus* bus = &connection->bus();
     std::vector<common::SlotPtr> slots;
-    sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_add_filter(bus, &slot, common::callback<&Service::on_message>, this),
+    common::check(sd_bus_add_filter(bus, common::out(slots.emplace_back()),
+                                    common::callback<&Service::on_message>, this),
                   "sd_bus_add_filter");
-    slots.emplace_back(slot);
     // arg2, the new owner, is empty when a name goes for good: clients that leave, nothing else.
-    common::check(sd_bus_add_match(bus, &slot,
+    common::check(sd_bus_add_match(bus, common::out(slots.emplace_back()),
                                    "type='signal',sender='org.freedesktop.DBus',"
                                    "path='/org/freedesktop/DBus',interface='org.freedesktop.DBus',"
                                    "member='NameOwnerChanged',arg2=''",
                                    common::callback<&Service::on_client_left>, this),
                   "sd_bus_add_match");
-    slots.emplace_back(slot);
     for (const ServedObject& object : objects()) {
-        common::check(sd_bus_add_object_vtable(bus, &slot, object.names.path,
-                                               object.names.interface, object.vtable, this),
-                      "sd_bus_add_object_vtable");
-        slots.emplace_back(slot);
+        common::check(
+            sd_bus_add_object_vtable(bus, common::out(slots.emplace_back()), object.names.path,
+                                     object.names.interface, object.vtable, this),
+            "sd_bus_add_object_vtable");
     }
     for (const std::string& bus_name : bus_names())
         common::own_name(*bus, bus_name);

@@ -152,8 +152,10 @@ class Service {
     /// The vtable entry for `common::MessagePtr Derived::method(sd_bus_message&)`, which returns
     /// the reply or throws DBusError.
     template <auto Method>
-    static int serve(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) noexcept {
-        return Serve<Method>::run(*call, *static_cast<Service*>(userdata));
+    static int serve(sd_bus_message* call, void* userdata, sd_bus_error* error) noexcept {
+        constexpr sd_bus_message_handler_t handler =
+            common::callback<&Service::answer_with<Method>>;
+        return handler(call, userdata, error);
     }
 
     [[nodiscard]] EventLog& event_log() const noexcept { return context_.event_log; }
@@ -162,15 +164,14 @@ class Service {
 
   private:
     template <auto Method>
-    struct Serve;
-
-    template <class Derived, common::MessagePtr (Derived::*Method)(sd_bus_message&)>
-    struct Serve<Method> {
-        static int run(sd_bus_message& call, Service& service) noexcept {
-            return service.answer(call,
-                                  [&] { return (static_cast<Derived&>(service).*Method)(call); });
-        }
-    };
+    int answer_with(sd_bus_message& call) {
+        return answer(call, [&] { return call_method(Method, call); });
+    }
+    template <class Derived>
+    common::MessagePtr call_method(common::MessagePtr (Derived::*method)(sd_bus_message&),
+                                   sd_bus_message& call) {
+        return (static_cast<Derived&>(*this).*method)(call);
+    }
 
     using MakeMessage = std::function<common::MessagePtr()>;
     using SendMessage = std::function<void(sd_bus_message&)>;

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <thread>
 
+#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 
 namespace common {
@@ -145,9 +146,9 @@ std::string read_string(sd_bus_message& message) {
 }
 
 MessagePtr new_reply(sd_bus_message& call) {
-    sd_bus_message* reply = nullptr;
-    check(sd_bus_message_new_method_return(&call, &reply), "sd_bus_message_new_method_return");
-    return MessagePtr(reply);
+    MessagePtr reply;
+    check(sd_bus_message_new_method_return(&call, out(reply)), "sd_bus_message_new_method_return");
+    return reply;
 }
 
 }  // namespace common

@@ -10,6 +10,7 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
@@ -108,12 +109,12 @@ common::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
 
 /// Has the numbers of repeated log lines told when they are due. Null where they never are.
 common::EventSourcePtr settle_repeated_lines(const EventLoop& loop, EventWriter& events) {
-    sd_event_source* source = nullptr;
+    common::EventSourcePtr source;
     if (const int fd = events.settle_descriptor(); fd >= 0)
-        common::check(sd_event_add_io(&loop.get(), &source, fd, EPOLLIN,
+        common::check(sd_event_add_io(&loop.get(), common::out(source), fd, EPOLLIN,
                                       common::callback<&EventWriter::settle>, &events),
                       "cannot watch for repeated log lines");
-    return common::EventSourcePtr(source);
+    return source;
 }
 
 /// Starts the blocks, serves them until the end and stops them.

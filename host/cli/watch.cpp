@@ -1,6 +1,7 @@
 #include <unordered_map>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "host/cli/options.hpp"
@@ -33,20 +34,17 @@ class Watch {
     Watch(const ControlClient& host, EventLoop& loop, EventWriter& events)
         : host_(host), loop_(loop), events_(events) {
         const std::string& name = host.target().name;
-        sd_bus_slot* slot = nullptr;
         // A bus name holds nothing that a match rule would have to quote.
         const std::string rule =
             "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name +
             "'";
-        check(sd_bus_add_match(&host.bus(), &slot, rule.c_str(),
+        check(sd_bus_add_match(&host.bus(), common::out(owner_match_), rule.c_str(),
                                common::callback<&Watch::on_owner_changed>, this),
               "cannot watch for the host's end");
-        owner_match_.reset(slot);
-        check(
-            sd_bus_match_signal(&host.bus(), &slot, name.c_str(), control_path, control_interface,
-                                "OutputChanged", common::callback<&Watch::on_output_changed>, this),
-            "cannot watch the host");
-        output_match_.reset(slot);
+        check(sd_bus_match_signal(&host.bus(), common::out(output_match_), name.c_str(),
+                                  control_path, control_interface, "OutputChanged",
+                                  common::callback<&Watch::on_output_changed>, this),
+              "cannot watch the host");
         learn_datatypes();
     }
     Watch(const Watch&) = delete;

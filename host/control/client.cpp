@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 
 namespace host {
@@ -26,14 +27,13 @@ ControlClient::ControlClient(ControlTarget target)
     : target_(std::move(target)), bus_(common::open_bus(target_.bus, patience)) {}
 
 common::MessagePtr ControlClient::new_call(const char* method) const {
-    sd_bus_message* call = nullptr;
-    check(sd_bus_message_new_method_call(bus_.get(), &call, target_.name.c_str(), control_path,
-                                         control_interface, method),
+    common::MessagePtr call;
+    check(sd_bus_message_new_method_call(bus_.get(), common::out(call), target_.name.c_str(),
+                                         control_path, control_interface, method),
           "cannot make a call");
-    common::MessagePtr owned(call);
     // No daemon should look for a host to start.
-    check(sd_bus_message_set_auto_start(call, 0), "cannot make a call");
-    return owned;
+    check(sd_bus_message_set_auto_start(call.get(), 0), "cannot make a call");
+    return call;
 }
 
 void ControlClient::append(sd_bus_message& call, const std::string& text) {
@@ -46,11 +46,11 @@ void ControlClient::append(sd_bus_message& call, const SettingList& settings) {
 
 common::MessagePtr ControlClient::send(const common::MessagePtr& call) const {
     common::BusError error;
-    sd_bus_message* reply = nullptr;
-    const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, &reply);
+    common::MessagePtr reply;
+    const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, common::out(reply));
     if (r < 0)
         fail(error, r);
-    return common::MessagePtr(reply);
+    return reply;
 }
 
 common::Json ControlClient::describe() const {

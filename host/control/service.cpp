@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "host/control/graph_json.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
@@ -36,11 +37,9 @@ const sd_bus_vtable Control::vtable_[] = {
 
 Control::Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, common::BusPtr bus)
     : graph_(graph), settings_(settings), bus_(std::move(bus)) {
-    sd_bus_slot* slot = nullptr;
-    check(
-        sd_bus_add_object_vtable(bus_.get(), &slot, control_path, control_interface, vtable_, this),
-        "cannot export the control interface");
-    object_.reset(slot);
+    check(sd_bus_add_object_vtable(bus_.get(), common::out(object_), control_path,
+                                   control_interface, vtable_, this),
+          "cannot export the control interface");
     loop.attach(*bus_);
     graph_.watch_outputs([this](const std::string& block, const std::string& port,
                                 const PortValue& value) { tell(block + '.' + port, value); });
@@ -84,16 +83,15 @@ void Control::tell(const std::string& port, const PortValue& value) noexcept {
     // Nothing can be said of a value of an unknown datatype, and nobody hears of one on a lost bus.
     if (bus_type(value) == nullptr || sd_bus_is_open(bus_.get()) <= 0)
         return;
-    sd_bus_message* signal = nullptr;
-    int r = sd_bus_message_new_signal(bus_.get(), &signal, control_path, control_interface,
-                                      "OutputChanged");
-    const common::MessagePtr owned(signal);
+    common::MessagePtr signal;
+    int r = sd_bus_message_new_signal(bus_.get(), common::out(signal), control_path,
+                                      control_interface, "OutputChanged");
     if (r >= 0)
-        r = sd_bus_message_append(signal, "s", port.c_str());
+        r = sd_bus_message_append(signal.get(), "s", port.c_str());
     if (r >= 0)
         r = append_variant(*signal, value);
     if (r >= 0)
-        r = sd_bus_send(bus_.get(), signal, nullptr);
+        r = sd_bus_send(bus_.get(), signal.get(), nullptr);
     if (r >= 0 || said_lost_)
         return;
     said_lost_ = true;

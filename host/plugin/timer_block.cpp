@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace host {
 namespace {
@@ -37,13 +38,11 @@ void TimerBlock::start() {
 }
 
 void TimerBlock::begin() {
-    sd_event_source* source = nullptr;
     // Accuracy 0 stands for a quarter of a second in sd-event, hence 1.
-    common::check(sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC,
+    common::check(sd_event_add_time_relative(loop_, common::out(timer_), CLOCK_MONOTONIC,
                                              static_cast<std::uint64_t>(interval_.count()), 1,
                                              common::callback<&TimerBlock::on_time>, this),
                   "cannot start a timer");
-    timer_.reset(source);
 }
 
 void TimerBlock::reconfigure(const Fenwa::BlockConfiguration& /*before*/,

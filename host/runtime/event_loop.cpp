@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
@@ -20,24 +21,24 @@ int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) 
 }  // namespace
 
 EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
-    sd_event* loop = nullptr;
-    common::check(sd_event_new(&loop), "cannot make an event loop");
-    loop_.reset(loop);
+    common::check(sd_event_new(common::out(loop_)), "cannot make an event loop");
+    sd_event* const loop = loop_.get();
     common::check(
         sd_event_add_io(loop, nullptr, supervisor.stop_event(), EPOLLIN, on_stop, nullptr),
         "cannot serve signals");
     const char* const failed = "cannot serve the bus between the blocks";
-    sd_event_source* source = nullptr;
-    common::check(sd_event_add_defer(loop, &source, common::callback<&EventLoop::on_overdue>, this),
+    common::check(sd_event_add_defer(loop, common::out(overdue_),
+                                     common::callback<&EventLoop::on_overdue>, this),
                   failed);
-    overdue_.reset(source);
-    common::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT), failed);
-    common::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), failed);
+    common::check(sd_event_source_set_priority(overdue_.get(), SD_EVENT_PRIORITY_IMPORTANT),
+                  failed);
+    common::check(sd_event_source_set_enabled(overdue_.get(), SD_EVENT_OFF), failed);
     // A timer that never comes: only what is called before each wait is wanted of it.
-    common::check(sd_event_add_time(loop, &source, CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
+    common::check(sd_event_add_time(loop, common::out(each_round_), CLOCK_MONOTONIC, UINT64_MAX, 0,
+                                    nullptr, this),
                   failed);
-    each_round_.reset(source);
-    common::check(sd_event_source_set_prepare(source, common::callback<&EventLoop::before_waiting>),
+    common::check(sd_event_source_set_prepare(each_round_.get(),
+                                              common::callback<&EventLoop::before_waiting>),
                   failed);
 }
 
@@ -48,13 +49,13 @@ void EventLoop::attach(sd_bus& bus) {
                   "cannot serve the bus");
     // What blocks send when they stop, after the loop has ended, must still go out.
     common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
-    sd_bus_slot* slot = nullptr;
+    common::SlotPtr slot;
     common::check(
-        sd_bus_match_signal(&bus, &slot, "org.freedesktop.DBus.Local",
+        sd_bus_match_signal(&bus, common::out(slot), "org.freedesktop.DBus.Local",
                             "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                             "Disconnected", common::callback<&EventLoop::on_disconnected>, this),
         "cannot watch the bus connection");
-    buses_.push_back({&bus, common::SlotPtr(slot)});
+    buses_.push_back({&bus, std::move(slot)});
 }
 
 void EventLoop::serve_hangup(std::function<void()> handler) {

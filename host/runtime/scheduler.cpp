@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace host {
 namespace {
@@ -55,26 +56,23 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::enable() {
-    sd_event_source* source = nullptr;
-    common::check(sd_event_add_io(&loop_, &source, event_fd_, EPOLLIN,
+    common::check(sd_event_add_io(&loop_, common::out(source_), event_fd_, EPOLLIN,
                                   common::callback<&Scheduler::on_wake>, this),
                   "cannot watch for ready blocks");
-    source_.reset(source);
-    common::check(sd_event_source_set_prepare(source, common::callback<&Scheduler::before_waiting>),
-                  "cannot watch for ready blocks");
     common::check(
-        sd_event_add_defer(&loop_, &source, common::callback<&Scheduler::on_woken_here>, this),
-        "cannot serve ready blocks");
-    next_pass_.reset(source);
-    common::check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IDLE),
+        sd_event_source_set_prepare(source_.get(), common::callback<&Scheduler::before_waiting>),
+        "cannot watch for ready blocks");
+    common::check(sd_event_add_defer(&loop_, common::out(next_pass_),
+                                     common::callback<&Scheduler::on_woken_here>, this),
+                  "cannot serve ready blocks");
+    common::check(sd_event_source_set_priority(next_pass_.get(), SD_EVENT_PRIORITY_IDLE),
                   "cannot serve ready blocks");
     // One pass at least, for what became ready before.
     woken_here_ = true;
-    common::check(sd_event_add_time(&loop_, &source, CLOCK_MONOTONIC, 0, timer_slack,
+    common::check(sd_event_add_time(&loop_, common::out(timer_), CLOCK_MONOTONIC, 0, timer_slack,
                                     common::callback<&Scheduler::pass>, this),
                   "cannot make a timer for blocks that wait their turn");
-    timer_.reset(source);
-    common::check(sd_event_source_set_enabled(source, SD_EVENT_OFF), "cannot stop a timer");
+    common::check(sd_event_source_set_enabled(timer_.get(), SD_EVENT_OFF), "cannot stop a timer");
 }
 
 void Scheduler::disable() {
