@@ -12,7 +12,7 @@ namespace camera {
 /// The programs of one camera. They are killed, where they still run, with this object.
 class Children {
   public:
-    /// `ended` is called from the loop with each program's program and exit code.
+    /// `ended` is called from the loop with each program's name and exit code.
     Children(Reaper& reaper, std::function<void(const std::string& program, int status)> ended)
         : reaper_(reaper), ended_(std::move(ended)) {}
 
