@@ -24,9 +24,9 @@ void check_exports(const Graph& graph, const ProbeResult& probe, Diagnostics& di
             const std::string what = "'" + interface + "' at '" + path + "'";
             if (sd_bus_object_path_is_valid(path.c_str()) <= 0 ||
                 sd_bus_interface_name_is_valid(interface.c_str()) <= 0) {
-                diagnostics.warning(entry.location, "the block " + in_quotes(entry.name) +
-                                                        " cannot export " + what +
-                                                        ": no bus connection takes these names");
+                diagnostics.warning(entry.location,
+                                    "the block " + in_quotes(entry.name) + " cannot export " +
+                                        what + ": the path or the interface name is not valid");
                 continue;
             }
             const auto [first, is_new] = exporters.emplace(object, entry.name);

@@ -113,7 +113,7 @@ void build(const InspectedPlugin& plugin, const std::string& type,
     }
     const Fenwa::BlockFactory* const factory = registry.find(type);
     if (factory == nullptr)
-        return send.did("is not registered each time");
+        return send.did("is not registered on every load");
     std::unordered_set<std::string> sent;
     const auto recorder = std::make_shared<KeyRecorder>(
         std::function<void(const Fenwa::ConfigurationError&)>(), [&](const Fenwa::KeyRead& read) {
@@ -130,7 +130,7 @@ void build(const InspectedPlugin& plugin, const std::string& type,
     if (dry.failure != nullptr)
         return send.threw(describe(dry.failure));
     if (dry.block == nullptr)
-        return send.did("has a factory that gave no block");
+        return send.did("has a factory that returned no block");
     send({{"block", describe_block(dry, type)}});
     send.phase("reconfigure");
     try {

@@ -5,7 +5,7 @@
 namespace host {
 
 std::string describe(const UnreadKey& unread, const BlockEntry& entry) {
-    return "no " + entry.type.text + " reads the key '" + unread.key + "'";
+    return entry.type.text + " does not read the key '" + unread.key + "'";
 }
 
 void KeyRecorder::on_read(const Fenwa::KeyRead& read) {

@@ -72,7 +72,7 @@ std::string describe(const std::exception_ptr& exception) {
     } catch (const std::exception& error) {
         return error.what();
     } catch (...) {
-        return "something that is no std::exception";
+        return "something that is not a std::exception";
     }
 }
 
@@ -120,7 +120,7 @@ bool Probe::build() {
     }
     if (dry.block == nullptr) {
         diagnostics_.error(entry_.location,
-                           "the factory of " + describe(entry_) + " gave no block");
+                           "the factory of " + describe(entry_) + " returned no block");
         return false;
     }
     // What a block makes of a value that is not in the file is no mistake of its own.

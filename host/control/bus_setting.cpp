@@ -89,7 +89,7 @@ Value read_held(sd_bus_message& message, const std::string& key, const std::stri
         case 't': {
             const auto value = read_basic<std::uint64_t>(message, 't');
             if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
-                refuse(key, "is too large an integer");
+                refuse(key, "is too large for a 64-bit signed integer");
             return static_cast<std::int64_t>(value);
         }
         default:

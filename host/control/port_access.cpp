@@ -57,8 +57,9 @@ PortValue read_port(const RunningGraph& graph, const std::string& port) {
         refuse_unknown(end, "port", names);
     }
     if (std::holds_alternative<std::monostate>(*value))
-        throw ControlError(wrong_type_error,
-                           "'" + port + "' holds a value that the host does not know");
+        throw ControlError(
+            wrong_type_error,
+            "'" + port + "' holds a value of a datatype that the host does not know");
     return *value;
 }
 

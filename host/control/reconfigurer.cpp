@@ -32,9 +32,8 @@ BlockConfiguration merge_settings(const RunningGraph& graph, const BlockEntry& e
         if (entry.find(given.key()) == nullptr)
             diagnostics.error(entry.location,
                               describe(entry) +
-                                  " cannot be built without a bus, so "
-                                  "that the default of '" +
-                                  given.key() + "' is not known; to take it away needs a restart");
+                                  " cannot be built without a bus, so the default of '" +
+                                  given.key() + "' is unknown; removing the key needs a restart");
     }
     return graph.built_with(entry.name) + entry.configuration();
 }
@@ -53,7 +52,7 @@ void check_regular_file(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_other(path, error) && !error)
         throw common::Failure(common::ExitCode::unreadable,
-                              "cannot read '" + path + "': it is no file");
+                              "cannot read '" + path + "': not a regular file");
 }
 
 std::vector<std::string> quoted(std::vector<std::string> names) {

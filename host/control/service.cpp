@@ -95,8 +95,8 @@ void Control::tell(const std::string& port, const PortValue& value) noexcept {
     if (r >= 0 || said_lost_)
         return;
     said_lost_ = true;
-    common::print_error_line("fenwa: those who watch miss values, as of '" + port +
-                             "': " + std::strerror(-r));
+    common::print_error_line("fenwa: cannot emit OutputChanged for '" + port +
+                             "'; watchers miss values: " + std::strerror(-r));
 }
 
 }  // namespace host

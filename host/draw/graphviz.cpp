@@ -79,7 +79,7 @@ std::string run_dot(const std::string& text, const std::string& format) {
     const int error = posix_spawnp(&pid, "dot", &actions, nullptr, arguments, environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error == ENOENT)
-        fail("there is no program 'dot' to render with; install graphviz");
+        fail("cannot find the program 'dot'; install graphviz");
     if (error != 0)
         fail("cannot run 'dot'", error);
     int status = 0;
@@ -135,7 +135,7 @@ std::string check_picture_name(const std::string& file) {
     const std::string suffix = fs::path(file).extension().string();
     return suffix == ".svg" || suffix == ".png"
                ? std::string()
-               : "'" + file + "' is no name of a picture; it ends with .svg or .png";
+               : "'" + file + "' is not a picture; the name must end with .svg or .png";
 }
 
 }  // namespace host

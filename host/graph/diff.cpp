@@ -75,8 +75,9 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
     report_differences(places_of(now.blocks), places_of(next.blocks), diagnostics);
     report_differences(places_of(now.connections), places_of(next.connections), diagnostics);
     if (now.bus_address.text != next.bus_address.text)
-        diagnostics.error(next.bus_address.location, "the bus has been '" + now.bus_address.text +
-                                                         "'; another one needs a restart");
+        diagnostics.error(next.bus_address.location,
+                          "the bus changes from '" + now.bus_address.text + "' to '" +
+                              next.bus_address.text + "', which needs a restart");
     std::map<std::string, const BlockEntry*> entries;
     for (const BlockEntry& entry : now.blocks)
         entries.emplace(entry.name, &entry);
@@ -86,9 +87,10 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
         if (found == entries.end())
             continue;
         if (found->second->type.text != entry.type.text)
-            diagnostics.error(entry.type.location, "the block '" + entry.name + "' has been a " +
-                                                       found->second->type.text +
-                                                       "; another type needs a restart");
+            diagnostics.error(entry.type.location, "the block '" + entry.name +
+                                                       "' changes type from " +
+                                                       found->second->type.text + " to " +
+                                                       entry.type.text + ", which needs a restart");
         else if (!same_settings(*found->second, entry))
             changed.push_back(entry.name);
     }

@@ -28,7 +28,7 @@ std::vector<PlacedName> read_names(const toml::array* list, const std::string& w
                 "each of " + what + " must be a string, not " + std::string(kind_of(element)));
         else if (!known.insert(name->get()).second)
             diagnostics.error(common::position(element),
-                              "'" + name->get() + "' stands in " + what + " twice");
+                              "'" + name->get() + "' is listed twice in " + what);
         else
             names.push_back({name->get(), common::position(element)});
     }
@@ -39,7 +39,7 @@ void check_bus_names(const std::vector<PlacedName>& names, Diagnostics& diagnost
     for (const PlacedName& name : names) {
         if (!common::is_ownable_name(name.text))
             diagnostics.error(name.location,
-                              "'" + name.text + "' is no bus name that can be owned");
+                              "'" + name.text + "' is not a valid well-known bus name");
     }
 }
 
@@ -115,7 +115,7 @@ void read_settings(const toml::table& table, const std::string& prefix, BlockEnt
         if (key.size() > longest_key) {
             diagnostics.error(entry.location, "the key is longer than " +
                                                   std::to_string(longest_key) +
-                                                  " bytes with the tables that it stands in");
+                                                  " bytes, its tables included");
             continue;
         }
         if (const toml::table* inner = entry.value->as_table()) {

@@ -65,7 +65,7 @@ PortValue read_first_value(const std::string& name, const Fenwa::Datatype& datat
         if (!error.missing())
             complaints.error(error.what());
         else if (!std::holds_alternative<Fenwa::datatype_timersource>(zero))
-            complaints.warning("'" + key + "' is missing, so that the input '" + name +
+            complaints.warning("'" + key + "' is missing, so the input '" + name +
                                "' starts with " + common::json_line(to_json(zero)));
     }
     return zero;
@@ -101,11 +101,11 @@ Terminations::Terminations(const BlockConfiguration& settings, const Fenwa::Bloc
         const std::string& name = names[i];
         const Fenwa::Datatype datatype(types[i]);
         if (!is_port_name(name)) {
-            complaints.error("'" + name + "' in '" + inports_key + "' is no name of a port");
+            complaints.error("'" + name + "' in '" + inports_key + "' is not a valid port name");
         } else if (find(name) != nullptr) {
-            complaints.error("'" + name + "' stands in '" + inports_key + "' twice");
+            complaints.error("'" + name + "' is listed twice in '" + inports_key + "'");
         } else if (block.get_inport(name) != nullptr) {
-            complaints.error("the block has an input '" + name + "' itself");
+            complaints.error("the block already has an input '" + name + "'");
         } else {
             if (std::holds_alternative<std::monostate>(default_value(datatype)))
                 complaints.error(

@@ -85,7 +85,7 @@ void PluginLoader::load(const std::string& plugin) {
     } catch (const std::exception& error) {
         fail(std::string("threw in its entry point: ") + error.what(), error.what());
     } catch (...) {
-        const std::string something = "something that is no std::exception";
+        const std::string something = "something that is not a std::exception";
         fail("threw in its entry point " + something, something);
     }
     if (r != 0)

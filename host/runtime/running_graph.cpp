@@ -135,7 +135,7 @@ void RunningGraph::create(const BlockEntry& entry) {
         instance->built_from = entry.configuration();
         instance->block = (*factory)(entry.name, instance->built_from, tools_);
         if (instance->block == nullptr)
-            throw std::runtime_error("its factory gave no block");
+            throw std::runtime_error("its factory returned no block");
     });
     instance->settings = HostAccess::configuration(*instance->block);
     by_block_.emplace(instance->block.get(), instance.get());
@@ -294,7 +294,7 @@ void RunningGraph::roll_back(Instance& instance) {
         // With neither the new settings nor the old ones, nothing is known of it any more.
         throw BlockFailure(
             diagnostics_, instance.entry->location,
-            describe(*instance.entry) + " refuses the settings that it had: " + error.what());
+            describe(*instance.entry) + " refuses its previous settings: " + error.what());
     }
 }
 
@@ -365,10 +365,10 @@ void RunningGraph::deliver_late(Instance& instance) {
     if (port == nullptr || std::exchange(instance.published_late, true))
         return;
     std::cerr << "fenwa: "
-              << common::one_line(describe(*instance.entry) + " published '" + port->name() +
-                                  "' outside of the framework's calls, such as in an sd-bus "
-                                  "callback: the value was delivered late, and those before it are "
-                                  "lost")
+              << common::one_line(
+                     describe(*instance.entry) + " published '" + port->name() +
+                     "' outside of the framework's calls, such as in an sd-bus "
+                     "callback: the last value was delivered late, earlier ones are lost")
               << '\n';
 }
 

@@ -10,7 +10,7 @@ namespace host {
 namespace {
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
-    throw common::Failure(common::ExitCode::usage, common::in_quotes(text) + " is no " + wanted);
+    throw common::Failure(common::ExitCode::usage, common::in_quotes(text) + " is not " + wanted);
 }
 
 template <class Number>
@@ -26,20 +26,21 @@ struct FromText {
 
     PortValue operator()(bool) const {
         if (text != "true" && text != "false")
-            refuse(text, "bool; it is true or false");
+            refuse(text, "a bool; expected true or false");
         return text == "true";
     }
     PortValue operator()(int) const {
-        return number<int>(text, "int; it is a whole number from " +
+        return number<int>(text, "an int; expected a whole number from " +
                                      std::to_string(std::numeric_limits<int>::min()) + " to " +
                                      std::to_string(std::numeric_limits<int>::max()));
     }
     template <class Real>
     PortValue operator()(const Real& /*like*/) const {
         if constexpr (std::is_floating_point_v<Real>)
-            return number<Real>(text, "number that a double holds; nan, inf and -inf are some");
+            return number<Real>(
+                text, "a number in the range of a double; nan, inf and -inf are accepted");
         else
-            refuse(text, "value that can be typed");
+            refuse(text, "a value of this type");
     }
 };
 

@@ -50,7 +50,7 @@ TEST_F(BadStart, UnreadKeyIsAWarningOnceAndTheGraphRuns) {
         run("[blocks.t]\ntype = \"Timer\"\ninterval = 1000\nintreval = 5\n", {"--for", "0.01"});
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(ended.err,
-              "graph.toml:4:1: warning: no Timer reads the key 'intreval'\nintreval = 5\n^\n"
+              "graph.toml:4:1: warning: Timer does not read the key 'intreval'\nintreval = 5\n^\n"
               "help: did you mean 'interval'?\ngraph.toml: 1 warning\n");
 }
 
@@ -61,7 +61,7 @@ TEST_F(BadStart, WarningsAreNotRepeatedWhenTheStartFails) {
                    "throws = \"configuration\"\nunread = 1\n"));
     EXPECT_EQ(ended.code, 78);
     EXPECT_EQ(ended.err,
-              "graph.toml:6:1: warning: no Probe reads the key 'unread'\nunread = 1\n^\n"
+              "graph.toml:6:1: warning: Probe does not read the key 'unread'\nunread = 1\n^\n"
               "graph.toml: 1 warning\n"
               "graph.toml:5:1: error: block 'p' (Probe): the key 'throws' must be a word that is "
               "not there, not another one\nthrows = \"configuration\"\n^\n"

@@ -95,10 +95,10 @@ TEST_F(BlockFailure, MayBeNoException) {
     for (const char* phase : {"setup", "start", "run", "stop"}) {
         const Ended ended = run_throwing(phase, "odd");
         EXPECT_EQ(ended.code, 70) << phase;
-        EXPECT_EQ(ended.err, threw(phase, "something that is no std::exception"));
+        EXPECT_EQ(ended.err, threw(phase, "something that is not a std::exception"));
     }
     EXPECT_EQ(run_throwing("constructor", "odd").err,
-              threw("its constructor", "something that is no std::exception"));
+              threw("its constructor", "something that is not a std::exception"));
 }
 
 TEST_F(BlockFailure, FactoryWithoutBlockIsFoundBeforeAnythingStarts) {

@@ -105,9 +105,9 @@ TEST_F(BusBlocks, ObjectAtAnImpossiblePathIsSaidAndEndsNothing) {
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(ended.err,
               "graph.toml:2:9: warning: the block 'one' cannot export 'com.example.Echo1' at "
-              "'no/path': no bus connection takes these names\n[blocks.one]\n        ^\n"
+              "'no/path': the path or the interface name is not valid\n[blocks.one]\n        ^\n"
               "graph.toml:5:9: warning: the block 'two' cannot export 'com.example.Echo1' at "
-              "'no/path': no bus connection takes these names\n[blocks.two]\n        ^\n"
+              "'no/path': the path or the interface name is not valid\n[blocks.two]\n        ^\n"
               "graph.toml: 2 warnings\n"
               "fenwa: the block 'one' cannot export 'com.example.Echo1' at 'no/path': "
               "Invalid argument\n"
@@ -202,8 +202,8 @@ TEST_F(BusBlocks, PublicationInACallbackIsDeliveredBeforeTheNextCallAndReportedO
               heard("2") + heard("100") + heard("4") + heard("100") + heard("5"));
     EXPECT_EQ(ended.err,
               "fenwa: block 'hasty' (Hasty) published 'heard' outside of the framework's calls, "
-              "such as in an sd-bus callback: the value was delivered late, and those before it "
-              "are lost\n");
+              "such as in an sd-bus callback: the last value was delivered late, earlier ones are "
+              "lost\n");
 }
 
 }  // namespace

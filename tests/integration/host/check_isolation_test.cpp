@@ -194,7 +194,7 @@ TEST_F(LateKey, IsCheckedToo) {
     EXPECT_EQ(ended.err,
               "graph.toml:4:1: error: block 'a' (Adjustable): the key 'rate' must be an int, not "
               "the boolean true\nrate = true\n^\n"
-              "graph.toml:5:1: warning: no Adjustable reads the key 'rat'\nrat = 1\n^\n"
+              "graph.toml:5:1: warning: Adjustable does not read the key 'rat'\nrat = 1\n^\n"
               "help: did you mean 'rate'?\ngraph.toml: 1 error, 1 warning\n");
 }
 

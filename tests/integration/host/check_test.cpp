@@ -32,7 +32,7 @@ TEST_F(Check, LeavesNoLogLinesOfTheBlocks) {
 
 TEST_F(Check, WarningsAreMistakesOnlyWhenTheyAreDenied) {
     const std::string said =
-        "graph.toml:4:1: warning: no Timer reads the key 'delay'\ndelay = 1\n^\n"
+        "graph.toml:4:1: warning: Timer does not read the key 'delay'\ndelay = 1\n^\n"
         "graph.toml: 1 warning\n";
     const Ended tolerant = check(timer + "delay = 1\n");
     EXPECT_EQ(tolerant.code, 0);
@@ -44,12 +44,13 @@ TEST_F(Check, WarningsAreMistakesOnlyWhenTheyAreDenied) {
 }
 
 TEST_F(Check, UnreadKeyThatResemblesOneThatIsReadIsWarnedOfWithIt) {
-    EXPECT_EQ(check(probes("[blocks.s]\ntype = \"Source\"\nin_satrt = 3\nfires.x = 1\n")).err,
-              "graph.toml:4:1: warning: no Source reads the key 'in_satrt'\nin_satrt = 3\n^\n"
-              "help: did you mean 'in_start'?\n"
-              "graph.toml:5:7: warning: no Source reads the key 'fires.x'\nfires.x = 1\n      ^\n"
-              "help: did you mean 'fires'?\n"
-              "graph.toml: 2 warnings\nfenwa: graph.toml: no errors (1 block, 0 connections)\n");
+    EXPECT_EQ(
+        check(probes("[blocks.s]\ntype = \"Source\"\nin_satrt = 3\nfires.x = 1\n")).err,
+        "graph.toml:4:1: warning: Source does not read the key 'in_satrt'\nin_satrt = 3\n^\n"
+        "help: did you mean 'in_start'?\n"
+        "graph.toml:5:7: warning: Source does not read the key 'fires.x'\nfires.x = 1\n      ^\n"
+        "help: did you mean 'fires'?\n"
+        "graph.toml: 2 warnings\nfenwa: graph.toml: no errors (1 block, 0 connections)\n");
 }
 
 TEST_F(Check, KeyThatABlockReadsOnlyAtTimesIsNoMistake) {
@@ -59,7 +60,7 @@ TEST_F(Check, KeyThatABlockReadsOnlyAtTimesIsNoMistake) {
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(
         ended.err,
-        "graph.toml:5:1: warning: no Settled reads the key 'hiden'\nhiden = 5\n^\n"
+        "graph.toml:5:1: warning: Settled does not read the key 'hiden'\nhiden = 5\n^\n"
         "help: did you mean 'hidden'?\n"
         "graph.toml:6:9: warning: block 'bound' (Settled) cannot be checked: it needs a bus to "
         "be built\n[blocks.bound]\n        ^\ngraph.toml: 2 warnings\n"
@@ -68,7 +69,7 @@ TEST_F(Check, KeyThatABlockReadsOnlyAtTimesIsNoMistake) {
 
 TEST_F(Check, OnlyTheBlocksOwnTypeIsNoSetting) {
     EXPECT_EQ(lines_with(check(timer + "fake.type = \"x\"\n").err, "warning: "),
-              "graph.toml:4:6: warning: no Timer reads the key 'fake.type'\n");
+              "graph.toml:4:6: warning: Timer does not read the key 'fake.type'\n");
 }
 
 TEST_F(Check, ObjectThatTwoBlocksExportIsAWarning) {
@@ -93,7 +94,7 @@ TEST_F(Check, BlockThatThrowsGives70AndNamesThePhase) {
     const Ended setup = check(probes(probe + "\"setup\"\nthrows = \"odd\"\n"));
     EXPECT_EQ(setup.code, 70);
     EXPECT_EQ(setup.err,
-              "graph.toml:2:9: error: block 'p' (Probe) threw in setup: something that is no "
+              "graph.toml:2:9: error: block 'p' (Probe) threw in setup: something that is not a "
               "std::exception\n[blocks.p]\n        ^\ngraph.toml: 1 error\n");
 }
 
@@ -155,7 +156,7 @@ TEST_F(Check, ColoursOnlyWhenTheyAreWanted) {
     EXPECT_EQ(check(graph, {"--color=always"}).err, coloured);
     EXPECT_EQ(check(graph, {"--color", "always"}, {{"NO_COLOR", "1"}}).err, coloured);
     EXPECT_EQ(lines_with(check(timer + "delay = 1\n", {"--color=always"}).err, "delay'"),
-              "\x1b[1mgraph.toml:4:1: \x1b[0m\x1b[1;33mwarning: \x1b[0mno Timer reads the key "
+              "\x1b[1mgraph.toml:4:1: \x1b[0m\x1b[1;33mwarning: \x1b[0mTimer does not read the key "
               "'delay'\n");
 }
 

@@ -105,11 +105,13 @@ TEST_F(ControlCommands, WriteMakesTheBlockRun) {
 
 TEST_F(ControlCommands, WrongValuesAreRefusedInTheWordsOfThePortsType) {
     start(relay + "[blocks.s]\ntype = \"Sink\"\n");
-    const std::string no_int = " is no int; it is a whole number from -2147483648 to 2147483647";
+    const std::string no_int =
+        " is not an int; expected a whole number from -2147483648 to 2147483647";
     for (const char* value : {"2147483648", "-2147483649", "1.0", "1e3", "one", "", " 1", "1 ",
                               "0x10", "+1", "99999999999999999999"})
         expect_refused({"write", "r.int", "--", value}, "'" + std::string(value) + "'" + no_int);
-    const std::string no_number = " is no number that a double holds; nan, inf and -inf are some";
+    const std::string no_number =
+        " is not a number in the range of a double; nan, inf and -inf are accepted";
     for (const char* value : {"1e999", "one", "", "1,5", "true"}) {
         expect_refused({"write", "r.double", "--", value},
                        "'" + std::string(value) + "'" + no_number);
@@ -118,7 +120,7 @@ TEST_F(ControlCommands, WrongValuesAreRefusedInTheWordsOfThePortsType) {
     }
     for (const char* value : {"1", "True", "yes", ""})
         expect_refused({"write", "r.bool", "--", value},
-                       "'" + std::string(value) + "' is no bool; it is true or false");
+                       "'" + std::string(value) + "' is not a bool; expected true or false");
     expect_value("r.int", "0");
     expect_value("r.double", "0.0");
     expect_value("r.bool", "false");
@@ -133,7 +135,7 @@ TEST_F(ControlCommands, WhatTheHostRefusesIsAWrongCommandLine) {
     expect_refused({"read", "r.duoble"},
                    "the block 'r' has no port 'duoble'; did you mean 'double'?");
     expect_refused({"read", "r.point_out"},
-                   "'r.point_out' holds a value that the host does not know");
+                   "'r.point_out' holds a value of a datatype that the host does not know");
     expect_refused({"write", "r.itn", "1"}, "the block 'r' has no port 'itn'; did you mean 'int'?");
     expect_refused({"write", "r.int_out", "1"}, "'r.int_out' is an output, not an input");
     expect_refused({"write", "m.out", "1"}, "'m.out' is an output, not an input");

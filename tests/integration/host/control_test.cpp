@@ -132,7 +132,7 @@ TEST_F(ControlInterface, RefusesWithASentence) {
     EXPECT_EQ(client.read("t.lvel"),
               "UnknownPort: the block 't' has no port 'lvel'; did you mean 'level'?");
     EXPECT_EQ(client.read("v.point"),
-              "WrongType: 'v.point' holds a value that the host does not know");
+              "WrongType: 'v.point' holds a value of a datatype that the host does not know");
     EXPECT_EQ(client.write("w.double", "d", 1.0), "UnknownBlock: no block 'w' in the graph");
     EXPECT_EQ(client.write("s.flaot", "d", 1.0),
               "UnknownPort: the block 's' has no input 'flaot'; did you mean 'float'?");

@@ -65,7 +65,7 @@ graph.toml:6:6: error: the block 'second' has no input 'duoble'
 to = "second.duoble"
      ^
 help: did you mean 'double'?
-graph.toml:10:1: warning: no Sink reads the key 'onyl'
+graph.toml:10:1: warning: Sink does not read the key 'onyl'
 onyl = "double"
 ^
 help: did you mean 'only'?
@@ -78,7 +78,7 @@ fires = 2.5
 graph.toml:22:6: error: 'second.int' takes int, but 'first.out' gives double
 to = "second.int"
      ^
-graph.toml:25:10: error: 'x' is no bus name that can be owned
+graph.toml:25:10: error: 'x' is not a valid well-known bus name
 names = ["x"]
          ^
 graph.toml: 7 errors, 1 warning

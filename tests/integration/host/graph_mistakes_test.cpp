@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
                      "plugins = [true]", "           ^")},
         Mistake{
             "PluginTwice", "plugins = [\"libprobe.so\", \"libprobe.so\"]\n" + timer,
-            said("1:27", "'libprobe.so' stands in 'plugins' twice",
+            said("1:27", "'libprobe.so' is listed twice in 'plugins'",
                  "plugins = [\"libprobe.so\", \"libprobe.so\"]", "                          ^")},
         Mistake{
             "BusNoTable", "bus = 1.5\n" + timer,
@@ -81,14 +81,14 @@ INSTANTIATE_TEST_SUITE_P(
                 said("5:10", "each of 'names' of [bus] must be a string, not an array",
                      "names = [[]]", "         ^")},
         Mistake{"BusNameOfNoForm", timer + "[bus]\nnames = [\"camera\"]\n",
-                said("5:10", "'camera' is no bus name that can be owned", "names = [\"camera\"]",
+                said("5:10", "'camera' is not a valid well-known bus name", "names = [\"camera\"]",
                      "         ^")},
         Mistake{"BusNameOfAConnection", timer + "[bus]\nnames = [\":1.7\"]\n",
-                said("5:10", "':1.7' is no bus name that can be owned", "names = [\":1.7\"]",
+                said("5:10", "':1.7' is not a valid well-known bus name", "names = [\":1.7\"]",
                      "         ^")},
         Mistake{"BusNameTwice", timer + "[bus]\nnames = [\"a.b\", \"a.b\"]\n",
-                said("5:17", "'a.b' stands in 'names' of [bus] twice", "names = [\"a.b\", \"a.b\"]",
-                     "                ^")},
+                said("5:17", "'a.b' is listed twice in 'names' of [bus]",
+                     "names = [\"a.b\", \"a.b\"]", "                ^")},
         Mistake{"BlockNoTable", "[blocks]\nt = 1979-05-27\n",
                 said("2:1", "the block 't' must be a table, not a date", "t = 1979-05-27", "^")},
         Mistake{
@@ -108,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(
                 said("4:14", "the array 'list' must hold strings only, not an integer",
                      "list = [\"a\", 2]", "             ^")},
         Mistake{"KeyTwice", timer + "\"a.b\" = 1\na.b = 2\n",
-                "graph.toml:4:1: warning: no Timer reads the key 'a.b'\n\"a.b\" = 1\n^\n"
+                "graph.toml:4:1: warning: Timer does not read the key 'a.b'\n\"a.b\" = 1\n^\n"
                 "graph.toml:5:3: error: 'a.b' is set twice\na.b = 2\n  ^\n"
                 "graph.toml: 1 error, 1 warning\n"},
         Mistake{"ZeroByteInAPlugin", "plugins = [\"libprobe.so\\u0000x\"]\n" + timer,
@@ -123,10 +123,9 @@ INSTANTIATE_TEST_SUITE_P(
                      "            ^")},
         Mistake{"ZeroByteInABlocksName", "[blocks.\"t\\u0000\"]\ntype = \"Timer\"\ninterval = 9\n",
                 said("1:9", "the key holds a zero byte", "[blocks.\"t\\u0000\"]", "        ^")},
-        Mistake{"KeyOfTooManyBytes",
-                timer + "[blocks.t." + std::string(1020, 'k') + "]\nfive = 1\n",
-                said("5:1", "the key is longer than 1024 bytes with the tables that it stands in",
-                     "five = 1", "^")},
+        Mistake{
+            "KeyOfTooManyBytes", timer + "[blocks.t." + std::string(1020, 'k') + "]\nfive = 1\n",
+            said("5:1", "the key is longer than 1024 bytes, its tables included", "five = 1", "^")},
         Mistake{"BlockTwice", timer + "[blocks.t]\ntype = \"Timer\"\n",
                 said("4:1",
                      "Error while parsing table header: cannot redefine existing table 'blocks.t'",
@@ -165,16 +164,17 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"KeyOfNoKindThatIsNeeded", "[blocks.t]\ntype = \"Timer\"\ninterval = [1]\n",
                 said("3:13", "the array 'interval' must hold strings only, not an integer",
                      "interval = [1]", "            ^")},
-        Mistake{"MisspeltNeededKey", "[blocks.t]\ntype = \"Timer\"\nintervall = 9\n",
-                "graph.toml:1:9: error: block 't' (Timer): the required key 'interval' (an int) "
-                "is missing\n[blocks.t]\n        ^\n"
-                "graph.toml:3:1: warning: no Timer reads the key 'intervall'\nintervall = 9\n^\n"
-                "help: did you mean 'interval'?\ngraph.toml: 1 error, 1 warning\n"},
+        Mistake{
+            "MisspeltNeededKey", "[blocks.t]\ntype = \"Timer\"\nintervall = 9\n",
+            "graph.toml:1:9: error: block 't' (Timer): the required key 'interval' (an int) "
+            "is missing\n[blocks.t]\n        ^\n"
+            "graph.toml:3:1: warning: Timer does not read the key 'intervall'\nintervall = 9\n^\n"
+            "help: did you mean 'interval'?\ngraph.toml: 1 error, 1 warning\n"},
         Mistake{"FollowsFromAMissingKey", probe + "[blocks.s]\ntype = \"Strict\"\n",
                 said("2:9", "block 's' (Strict): the required key 'divisor' (an int) is missing",
                      "[blocks.s]", "        ^")},
         Mistake{"FactoryWithoutBlock", probe + "[blocks.n]\ntype = \"Nothing\"\n",
-                said("2:9", "the factory of block 'n' (Nothing) gave no block", "[blocks.n]",
+                said("2:9", "the factory of block 'n' (Nothing) returned no block", "[blocks.n]",
                      "        ^")}),
     [](const auto& each) { return each.param.name; });
 

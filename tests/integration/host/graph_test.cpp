@@ -252,7 +252,7 @@ TEST_F(GraphPicture, RendererThatIsNotThereIsToBeInstalled) {
     const Ended ended =
         draw(probes(counted_ticks), {"--output", path("picture.svg")}, {{"PATH", path("nothing")}});
     EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err, "fenwa: there is no program 'dot' to render with; install graphviz\n");
+    EXPECT_EQ(ended.err, "fenwa: cannot find the program 'dot'; install graphviz\n");
     EXPECT_EQ(files(), Words{"graph.toml"});
 }
 

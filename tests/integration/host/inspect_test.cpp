@@ -259,7 +259,7 @@ TEST_F(Inspect, BlockThatThrowsCrashesOrHangsGetsALineAndKeepsItsKeys) {
     expect_text("AbortingAtTheEnd", 70, "  error       crashed in its destructor: SIGABRT\n");
     const Ended nothing = inspect({"libprobe.so", "Nothing"});
     EXPECT_EQ(nothing.code, 70);
-    EXPECT_EQ(nothing.out, "Nothing\n  error       has a factory that gave no block\n");
+    EXPECT_EQ(nothing.out, "Nothing\n  error       has a factory that returned no block\n");
 }
 
 TEST_F(Inspect, OneThatMisbehavesDoesNotHideTheOthers) {
@@ -310,7 +310,7 @@ TEST_F(Inspect, EntryPointThatMisbehavesGives70AndTheTypesUntilThen) {
               "\n");
     EXPECT_EQ(oddly.err,
               "fenwa: the plug-in 'liboddly-throwing.so' threw in its entry point: something that "
-              "is no std::exception\n");
+              "is not a std::exception\n");
 }
 
 TEST_F(Inspect, FileThatIsNoPluginGives66) {

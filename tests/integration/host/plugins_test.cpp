@@ -144,7 +144,7 @@ TEST_F(Plugins, EntryPointThatThrowsGives70) {
     EXPECT_EQ(oddly.code, 70);
     EXPECT_EQ(oddly.err, said("liboddly-throwing.so",
                               "the plug-in 'liboddly-throwing.so' threw in its entry point "
-                              "something that is no std::exception"));
+                              "something that is not a std::exception"));
 }
 
 TEST_F(Plugins, OneThatThrowsDoesNotHideTheNext) {

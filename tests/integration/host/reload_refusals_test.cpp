@@ -50,8 +50,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandError{
             "AnotherType",
             probe_line + settled("a", "level = 3\n") + "[blocks.b]\ntype = \"Sink\"\n" + relay,
-            "graph.toml:6:8: error: the block 'b' has been a Settled; another type needs a "
-            "restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
+            "graph.toml:6:8: error: the block 'b' changes type from Settled to Sink, which needs "
+            "a restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
         CommandError{"AConnectionMore", probe_line + changed + wire,
                      "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been "
                      "added, which needs a restart\nfrom = \"a.level\"\n       ^\n"
@@ -64,7 +64,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandError{
             "AnotherBus",
             probe_line + "[bus]\naddress = \"session\"\nnames = [\"com.example.A\"]\n" + changed,
-            "graph.toml:3:11: error: the bus has been 'system'; another one needs a restart\n"
+            "graph.toml:3:11: error: the bus changes from 'system' to 'session', which needs a "
+            "restart\n"
             "address = \"session\"\n          ^\n"
             "graph.toml:4:10: error: the bus name 'com.example.A' has been added, which needs "
             "a restart\nnames = [\"com.example.A\"]\n         ^\ngraph.toml: 2 errors\n"},
@@ -106,7 +107,7 @@ TEST_F(ReloadTrouble, WhatIsNoFileIsNotWaitedFor) {
     const std::filesystem::path file = folder().path() / "graph.toml";
     std::filesystem::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
-    EXPECT_EQ(reload(), "fenwa: cannot read 'graph.toml': it is no file\n" + not_reloaded);
+    EXPECT_EQ(reload(), "fenwa: cannot read 'graph.toml': not a regular file\n" + not_reloaded);
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);
     EXPECT_EQ(reload(), "fenwa: cannot read 'graph.toml': Is a directory\n" + not_reloaded);
@@ -127,12 +128,11 @@ TEST_F(ReloadTrouble, ConnectionThatStandsThereTwiceNeedsARestart) {
 TEST_F(ReloadTrouble, DefaultThatIsNotKnownNeedsARestart) {
     const std::string bound = "needs_a_bus = true\n";
     start(settled("a", bound + "level = 2\n"));
-    EXPECT_EQ(
-        reload(settled("a", bound)),
-        "graph.toml:2:9: error: block 'a' (Settled) cannot be built without a bus, so that the "
-        "default of 'level' is not known; to take it away needs a restart\n[blocks.a]\n"
-        "        ^\ngraph.toml: 1 error\n" +
-            not_reloaded);
+    EXPECT_EQ(reload(settled("a", bound)),
+              "graph.toml:2:9: error: block 'a' (Settled) cannot be built without a bus, so the "
+              "default of 'level' is unknown; removing the key needs a restart\n[blocks.a]\n"
+              "        ^\ngraph.toml: 1 error\n" +
+                  not_reloaded);
     // Of a key that came later it is known.
     EXPECT_EQ(reload(settled("a", bound + "level = 2\nhidden = 9\n")),
               "fenwa: graph.toml: reloaded; new settings for 'a'\n");
@@ -188,11 +188,10 @@ TEST_F(ReloadTrouble, BlockThatDoesNotTakeItsOldSettingsBackEndsTheHost) {
     host().send_signal(SIGHUP);
     const Ended ended = without_folder(host().wait());
     EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(
-        ended.err,
-        "graph.toml:2:9: error: block 'a' (Settled) refuses the settings that it had: the key "
-        "'level' must be a double that this block likes, not a float\n[blocks.a]\n        ^\n"
-        "graph.toml: 1 error\n");
+    EXPECT_EQ(ended.err,
+              "graph.toml:2:9: error: block 'a' (Settled) refuses its previous settings: the key "
+              "'level' must be a double that this block likes, not a float\n[blocks.a]\n        ^\n"
+              "graph.toml: 1 error\n");
 }
 
 TEST_F(ReloadTrouble, LaterMistakesAreShownInTheFileAsItWasReadLast) {

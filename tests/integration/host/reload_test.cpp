@@ -96,7 +96,7 @@ TEST_F(Reload, ThatIsAskedForDuringTheStopChangesNothing) {
 TEST_F(Reload, WarnsOfAKeyThatTheBlockDoesNotRead) {
     start(settled("a", "level = 2\n"));
     EXPECT_EQ(reload(settled("a", "level = 3\nnoet = \"x\"\n")),
-              "graph.toml:5:1: warning: no Settled reads the key 'noet'\nnoet = \"x\"\n^\n"
+              "graph.toml:5:1: warning: Settled does not read the key 'noet'\nnoet = \"x\"\n^\n"
               "help: did you mean 'note'?\ngraph.toml: 1 warning\n" +
                   told_a);
     EXPECT_EQ(lines_with(stop(), "a: 3"), "a: 3 none 7 -> 3 none 7\n");

@@ -124,14 +124,15 @@ TEST_F(Set, IsTakenBackByAReload) {
 TEST_F(Set, RefusesWhatIsWrongWithASentence) {
     start(settled("alpha", "") + settled("b", ""));
     expect_refused({"alhpa", "level=2"}, "no block 'alhpa' in the graph; did you mean 'alpha'?");
-    expect_refused({"alpha", "lvel=2"}, "no Settled reads the key 'lvel'; did you mean 'level'?");
+    expect_refused({"alpha", "lvel=2"},
+                   "Settled does not read the key 'lvel'; did you mean 'level'?");
     expect_refused({"alpha", "level=high"},
                    "block 'alpha' (Settled): the key 'level' must be a double, not the string "
                    "\"high\"");
     expect_refused({"alpha", "hidden=x"},
                    "block 'alpha' (Settled): the key 'hidden' must be an int, not the string "
                    "\"x\"");
-    expect_refused({"alpha", "le\x1b[31mvel=1"}, "no Settled reads the key 'le\\x1b[31mvel'");
+    expect_refused({"alpha", "le\x1b[31mvel=1"}, "Settled does not read the key 'le\\x1b[31mvel'");
     expect_refused({"alpha", "level=13"},
                    "block 'alpha' (Settled): the key 'level' must be a double that this block "
                    "likes, not a float");
@@ -189,7 +190,7 @@ TEST_F(Set, RefusesTypesOfTheBusThatNoSettingHas) {
         "an integer, a float (d), a string or an array of strings");
     EXPECT_EQ(client.call("Reconfigure", "sa{sv}", "a", 1, "hidden", "t",
                           std::uint64_t{0x8000000000000000U}),
-              "WrongSetting: the key 'hidden' is too large an integer");
+              "WrongSetting: the key 'hidden' is too large for a 64-bit signed integer");
     EXPECT_EQ(client.call("Reconfigure", "sa{sv}", "a", 2, "level", "i", 2, "level", "i", 3),
               "WrongSetting: the key 'level' is given twice");
     EXPECT_EQ(client.call("Reconfigure", "sa{sv}", "a", 0), "ok");

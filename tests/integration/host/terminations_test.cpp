@@ -113,7 +113,7 @@ TEST_F(TerminatedInputs, ThatAreWrongAreMistakesAtTheBlocksTable) {
 
 const std::string no_default =
     "graph.toml:2:9: warning: the setup of block 't' (Terminated) gives an incomplete setting: "
-    "'termination_cfg.level_def' is missing, so that the input 'level' starts with 0.0\n"
+    "'termination_cfg.level_def' is missing, so the input 'level' starts with 0.0\n"
     "[blocks.t]\n        ^\ngraph.toml: 1 warning\n";
 
 TEST_F(TerminatedInputs, WithoutDefaultAreAWarning) {

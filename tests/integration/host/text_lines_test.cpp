@@ -68,7 +68,7 @@ TEST_F(TextLines, NamesAndKeysInTheGraphForgeNoLine) {
     EXPECT_NE(ended.out.find("TIME  " + made_safe + " setup truth = true\n"), std::string::npos);
     EXPECT_NE(ended.out.find("TIME  " + made_safe + ".stopped = 1\n"), std::string::npos);
     EXPECT_NE(ended.err.find("info: " + made_safe + ": run\n"), std::string::npos);
-    EXPECT_NE(ended.err.find(": warning: no Probe reads the key '" + made_safe + "'\n"),
+    EXPECT_NE(ended.err.find(": warning: Probe does not read the key '" + made_safe + "'\n"),
               std::string::npos)
         << ended.err;
 }

@@ -42,7 +42,7 @@ TEST_F(ProbeTest, OfOneBlockSaysWhatIsWrongWithIt) {
     EXPECT_EQ(mistakes(),
               "graph.toml:4:1: error: block 'probe' (Probe): the key 'throws' must be a string, "
               "not the boolean true\n"
-              "graph.toml:5:1: warning: no Probe reads the key 'thrws_in'\n"
+              "graph.toml:5:1: warning: Probe does not read the key 'thrws_in'\n"
               "help: did you mean 'throws_in'?\n"
               "graph.toml: 1 error, 1 warning\n");
     EXPECT_FALSE(dry.threw());

@@ -94,7 +94,7 @@ TEST_F(TerminationsTest, WithoutDefaultStartWithTheTypesFirstValue) {
     const Terminations inputs =
         read({{"termination_cfg.inports", {"b"}}, {"termination_cfg.types", {bool_path.c_str()}}});
     EXPECT_EQ(said(),
-              "warning: an incomplete setting: 'termination_cfg.b_def' is missing, so that the "
+              "warning: an incomplete setting: 'termination_cfg.b_def' is missing, so the "
               "input 'b' starts with false\n");
     EXPECT_EQ(value(inputs, "b"), PortValue(false));
 }
@@ -118,11 +118,12 @@ TEST_F(TerminationsTest, NeedNamesThatAreFree) {
     const Terminations inputs = read({{"termination_cfg.inports", {"b", "", "a.b", "own", "b"}},
                                       {"termination_cfg.types", {type, type, type, type, type}},
                                       {"termination_cfg.b_def", true}});
-    EXPECT_EQ(said(),
-              "error: a wrong setting: '' in 'termination_cfg.inports' is no name of a port\n"
-              "error: a wrong setting: 'a.b' in 'termination_cfg.inports' is no name of a port\n"
-              "error: a wrong setting: the block has an input 'own' itself\n"
-              "error: a wrong setting: 'b' stands in 'termination_cfg.inports' twice\n");
+    EXPECT_EQ(
+        said(),
+        "error: a wrong setting: '' in 'termination_cfg.inports' is not a valid port name\n"
+        "error: a wrong setting: 'a.b' in 'termination_cfg.inports' is not a valid port name\n"
+        "error: a wrong setting: the block already has an input 'own'\n"
+        "error: a wrong setting: 'b' is listed twice in 'termination_cfg.inports'\n");
     EXPECT_EQ(inputs.names(), Names{"b"});
 }
 
