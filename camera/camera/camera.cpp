@@ -1,5 +1,7 @@
 #include "camera/camera/camera.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 
 #include "camera/services/init.hpp"
@@ -69,7 +71,7 @@ void Camera::bring_up_at_first(Service& service) {
     } catch (const common::Failure& failure) {
         if (!service.belongs_to_machine())
             throw;
-        event_log_.service_down(service.name(), std::string("left alone: ") + failure.what());
+        event_log_.service_down(service.name(), std::string("not started: ") + failure.what());
     }
 }
 
@@ -85,7 +87,8 @@ Service& Camera::service_named(const std::string& name) const {
             return *service;
         known.push_back(service->name());
     }
-    throw CommandError("there is no service '" + name + "'", common::did_you_mean(name, known));
+    throw CommandError(fmt::format("unknown service '{}'", name),
+                       common::did_you_mean(name, known));
 }
 
 Service& Camera::owner_of(const std::string& value) const {
@@ -96,7 +99,8 @@ Service& Camera::owner_of(const std::string& value) const {
         for (const Value& each : service->values())
             known.push_back(each.name);
     }
-    throw CommandError("there is no value '" + value + "'", common::did_you_mean(value, known));
+    throw CommandError(fmt::format("unknown value '{}'", value),
+                       common::did_you_mean(value, known));
 }
 
 MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
@@ -112,12 +116,9 @@ MemberKind Camera::kind_of(const std::string& service, const std::string& member
             known.push_back(name);
         }
     }
-    throw CommandError(
-        (service.empty() ? "no service has" : "the service '" + service + "' has no") +
-            std::string(service.empty() ? " a method, signal or property '"
-                                        : " method, signal or property '") +
-            member + "'",
-        common::did_you_mean(member, known));
+    const std::string of = service.empty() ? "" : fmt::format(" of the service '{}'", service);
+    throw CommandError(fmt::format("unknown method, signal or property '{}'{}", member, of),
+                       common::did_you_mean(member, known));
 }
 
 void Camera::set(const std::string& name, const std::string& value) {
@@ -144,7 +145,7 @@ void Camera::restart(const std::string& service) {
 void Camera::activate(const std::string& service) {
     Service& named = service_named(service);
     if (not_activatable_.contains(service))
-        throw CommandError("the service '" + service + "' is not to be activated");
+        throw CommandError(fmt::format("the service '{}' cannot be activated", service));
     named.bring_up(address_);
 }
 
@@ -164,7 +165,7 @@ void Camera::clear_fault(const std::string& target) {
     set_target(rule, target);
     // A rule that is spent, or never was, is as good as cleared.
     if (faults_.clear(rule.service, rule.member))
-        event_log_.fault("cleared", target, "all is well again");
+        event_log_.fault("cleared", target, "the rule is removed");
 }
 
 void Camera::press(const std::string& button) {
@@ -186,9 +187,12 @@ void Camera::check_fault(const FaultRule& rule) const {
     if (rule.effect != FaultEffect::error)
         return;
     if (kind == MemberKind::signal)
-        throw CommandError("'" + rule.member + "' is a signal, and a signal is not answered");
+        throw CommandError(
+            fmt::format("'{}' is a signal; 'error' needs a method or a property", rule.member));
     if (kind == MemberKind::outgoing_call)
-        throw CommandError("'" + rule.member + "' is a call by the camera, which others answer");
+        throw CommandError(fmt::format(
+            "'{}' is an outgoing call of the camera; 'error' needs a method or a property",
+            rule.member));
 }
 
 void Camera::check_fault_target(const std::string& target) const {
@@ -202,13 +206,14 @@ void Camera::check_method(const std::string& service, const std::string& member)
         case MemberKind::method:
             return;
         case MemberKind::signal:
-            throw CommandError("'" + member + "' is a signal, not a method");
+            throw CommandError(fmt::format("'{}' is a signal, not a method", member));
         case MemberKind::property:
-            throw CommandError("'" + member + "' is a property, not a method",
+            throw CommandError(fmt::format("'{}' is a property, not a method", member),
                                "a property is read with 'Get'");
         case MemberKind::outgoing_call:
-            throw CommandError("'" + member + "' is a call by the camera, not one that it gets",
-                               "expect the state that it tells of");
+            throw CommandError(
+                fmt::format("'{}' is an outgoing call of the camera, not a method", member),
+                "expect the 'state' that it reports");
     }
 }
 

@@ -1,9 +1,12 @@
 #include "camera/camera/configuration.hpp"
 
+#include <fmt/core.h>
+
 #include <cmath>
 #include <limits>
 #include <map>
 
+#include "camera/models/number_text.hpp"
 #include "common/toml/document.hpp"
 
 namespace camera {
@@ -17,8 +20,9 @@ class SensorReader {
     void read(const toml::node& node) {
         const toml::table* table = node.as_table();
         if (table == nullptr) {
-            diagnostics_.error(common::position(node), "a sensor must be a table, not " +
-                                                           std::string(common::kind_of(node)));
+            diagnostics_.error(
+                common::position(node),
+                fmt::format("a sensor must be a table, not {}", common::kind_of(node)));
             return;
         }
         common::TableReader reader(*table, "[[sensors]]", diagnostics_);
@@ -48,25 +52,25 @@ class SensorReader {
             diagnostics_.error(location, "a sensor's name must not be empty");
         // D-Bus strings end at the first zero byte.
         else if (name.find('\0') != std::string::npos)
-            diagnostics_.error(location, "a sensor's name must not hold a zero byte");
+            diagnostics_.error(location, "a sensor's name must not contain a zero byte");
         else if (const auto [it, fresh] = names_.emplace(name, location); !fresh)
-            diagnostics_.error(location, "a second sensor is named '" + name + "'",
-                               "the first is at line " + std::to_string(it->second.line));
+            diagnostics_.error(location, fmt::format("duplicate sensor name '{}'", name),
+                               fmt::format("the first is at line {}", it->second.line));
         else
             return name;
         return {};
     }
 
     std::int32_t checked_id(std::int64_t id, common::SourceLocation location) {
-        if (id < std::numeric_limits<std::int32_t>::min() ||
-            id > std::numeric_limits<std::int32_t>::max()) {
-            diagnostics_.error(
-                location, "a sensor's id must fit 32 bits, " + std::to_string(id) + " does not");
+        using Limits = std::numeric_limits<std::int32_t>;
+        if (id < Limits::min() || id > Limits::max()) {
+            diagnostics_.error(location, fmt::format("a sensor's id must be from {} to {}, not {}",
+                                                     Limits::min(), Limits::max(), id));
             return 0;
         }
         if (const auto [it, fresh] = ids_.emplace(id, location); !fresh)
-            diagnostics_.error(location, "a second sensor has the id " + std::to_string(id),
-                               "the first is at line " + std::to_string(it->second.line));
+            diagnostics_.error(location, fmt::format("duplicate sensor id {}", id),
+                               fmt::format("the first is at line {}", it->second.line));
         return static_cast<std::int32_t>(id);
     }
 
@@ -82,8 +86,10 @@ void read_power(const toml::table& table, Power& power, common::Diagnostics& dia
         if (std::isfinite(*budget) && *budget >= 0.0)
             power.budget = *budget;
         else
-            diagnostics.error(reader.location("budget"),
-                              "'budget' of [power] must be a finite number of at least 0");
+            diagnostics.error(
+                reader.location("budget"),
+                fmt::format("'budget' of [power] must be a finite number of at least 0, not {}",
+                            number_text(*budget)));
     }
     power.received = reader.number("received").value_or(power.received);
     reader.report_unknown_keys();
@@ -95,10 +101,9 @@ void read_video(const toml::table& table, Video& video, common::Diagnostics& dia
         if (*channels >= 1 && *channels <= Video::max_channels)
             video.channels = static_cast<int>(*channels);
         else
-            diagnostics.error(reader.location("channels"), "'channels' of [video] must be 1 to " +
-                                                               std::to_string(Video::max_channels) +
-                                                               ", not " +
-                                                               std::to_string(*channels));
+            diagnostics.error(reader.location("channels"),
+                              fmt::format("'channels' of [video] must be from 1 to {}, not {}",
+                                          Video::max_channels, *channels));
     }
     if (const auto unit = reader.string("unit")) {
         // D-Bus strings end at the first zero byte.
@@ -106,7 +111,7 @@ void read_video(const toml::table& table, Video& video, common::Diagnostics& dia
             video.unit = *unit;
         else
             diagnostics.error(reader.location("unit"),
-                              "'unit' of [video] must not hold a zero byte");
+                              "'unit' of [video] must not contain a zero byte");
     }
     reader.report_unknown_keys();
 }

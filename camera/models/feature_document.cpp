@@ -1,5 +1,7 @@
 #include "camera/models/feature_document.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -17,7 +19,7 @@ std::string name_of(const Node& node) {
         throw common::JsonError(node.place() + " is a name and must not be empty");
     // Names are D-Bus strings too, which end at the first zero byte.
     if (text.find('\0') != std::string::npos)
-        throw common::JsonError(node.place() + " is a name and must not hold a zero byte");
+        throw common::JsonError(node.place() + " is a name and must not contain a zero byte");
     return text;
 }
 
@@ -38,8 +40,8 @@ Feature read_tree(const Node& root) {
     for (const Node& node : root.member("features").elements()) {
         Button button = read_button(node);
         if (std::ranges::find(feature.buttons, button.name, &Button::name) != feature.buttons.end())
-            throw common::JsonError(node.member("name").place() + " is '" + button.name +
-                                    "', as another button's name is");
+            throw common::JsonError(fmt::format("{} is '{}', the name of another button",
+                                                node.member("name").place(), button.name));
         feature.buttons.push_back(std::move(button));
     }
     return feature;
@@ -49,8 +51,7 @@ Feature read_tree(const Node& root) {
 
 Feature read_feature(std::string_view document) {
     if (document.size() > max_document_bytes)
-        throw BadDocument("The document is longer than " + std::to_string(max_document_bytes) +
-                          " bytes.");
+        throw BadDocument(fmt::format("The document is longer than {} bytes.", max_document_bytes));
     const std::string what = "The document";
     try {
         const json tree = common::parse_json<json>(document, what);

@@ -1,5 +1,7 @@
 #include "camera/models/parameter_store.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "camera/models/command_error.hpp"
@@ -26,7 +28,7 @@ std::vector<ParameterUpdate> parts_of(std::string_view query) {
         query.remove_prefix(std::min(query.size(), part.size() + 1));
         const std::size_t equals = part.find('=');
         if (equals == std::string_view::npos)
-            throw CommandError("'" + std::string(part) + "' in the request has no '='");
+            throw CommandError(fmt::format("'{}' in the request is not NAME=VALUE", part));
         parts.emplace_back(decoded(part.substr(0, equals)), decoded(part.substr(equals + 1)));
     }
     return parts;
@@ -37,19 +39,19 @@ std::vector<ParameterUpdate> updates_of(std::string_view query) {
     std::vector<ParameterUpdate> parts = parts_of(query);
     const auto action = std::ranges::find(parts, "action", &ParameterUpdate::first);
     if (action == parts.end())
-        throw CommandError("the request has no 'action'");
+        throw CommandError("the request needs 'action=update'");
     if (action->second != "update")
-        throw CommandError("the camera knows no action '" + action->second + "', 'update' it does");
+        throw CommandError(fmt::format("unknown action '{}': expected 'update'", action->second));
     parts.erase(action);
     if (parts.empty())
-        throw CommandError("the request names no parameter to update");
+        throw CommandError("the request needs a parameter to update");
     return parts;
 }
 
 }  // namespace
 
 std::string wdr_parameter(int channel) {
-    return "ImageSource.I" + std::to_string(channel) + ".Sensor.WDR";
+    return fmt::format("ImageSource.I{}.Sensor.WDR", channel);
 }
 
 ParameterStore::ParameterStore(int channels) {
@@ -64,7 +66,7 @@ const Parameter& ParameterStore::by_name(std::string_view name) const {
     std::vector<std::string> known;
     for (const Parameter& parameter : parameters_)
         known.push_back(parameter.name);
-    throw CommandError("the camera has no parameter '" + std::string(name) + "'",
+    throw CommandError(fmt::format("unknown parameter '{}'", name),
                        common::did_you_mean(name, known));
 }
 
@@ -72,11 +74,8 @@ void ParameterStore::check(std::string_view name, const std::string& value) cons
     const Parameter& parameter = by_name(name);
     if (std::ranges::find(parameter.choices, value) != parameter.choices.end())
         return;
-    std::string choices;
-    for (const std::string& choice : parameter.choices)
-        choices.append(choices.empty() ? "" : " or ").append(choice);
-    throw CommandError("'" + value + "' is no value of '" + parameter.name + "', which is " +
-                       choices);
+    throw CommandError(fmt::format("'{}' is not a valid value of '{}': expected {}", value,
+                                   parameter.name, fmt::join(parameter.choices, " or ")));
 }
 
 void ParameterStore::set(std::string_view name, const std::string& value) {
@@ -86,12 +85,10 @@ void ParameterStore::set(std::string_view name, const std::string& value) {
 
 std::vector<ParameterUpdate> ParameterStore::request(std::string_view type, std::string_view url) {
     if (type != "GET")
-        throw CommandError("the camera serves requests of the type GET, not '" + std::string(type) +
-                           "'");
+        throw CommandError(fmt::format("unsupported request type '{}': expected 'GET'", type));
     const std::string_view path = url.substr(0, url.find('?'));
     if (path != update_path)
-        throw CommandError("the camera serves '" + std::string(update_path) + "', not '" +
-                           std::string(path) + "'");
+        throw CommandError(fmt::format("unknown path '{}': expected '{}'", path, update_path));
     const std::vector<ParameterUpdate> updates =
         updates_of(url.substr(std::min(url.size(), path.size() + 1)));
     for (const auto& [name, value] : updates)

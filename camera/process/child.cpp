@@ -1,5 +1,6 @@
 #include "camera/process/child.hpp"
 
+#include <fmt/core.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -31,8 +32,9 @@ Child::Child(Reaper& reaper, const std::vector<std::string>& command,
     try {
         pid_ = common::start_program({command, environment_with(bus_address), SIGKILL});
     } catch (const std::system_error& error) {
-        throw common::Failure(common::ExitCode::unreadable,
-                              "cannot start '" + command.front() + "': " + error.code().message());
+        throw common::Failure(
+            common::ExitCode::unreadable,
+            fmt::format("cannot start '{}': {}", command.front(), error.code().message()));
     }
     reaper_.watch(pid_, [this, ended = std::move(ended)](int status) {
         pid_ = 0;

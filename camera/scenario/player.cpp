@@ -1,5 +1,7 @@
 #include "camera/scenario/player.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -14,10 +16,10 @@ constexpr std::size_t max_calls = 10000;
 /// So many are named when an expectation fails.
 constexpr std::size_t max_calls_told = 10;
 /// No program of a step may take longer.
-constexpr std::chrono::seconds program_patience{30};
+constexpr std::chrono::seconds program_timeout{30};
 
 std::string call_text(const CallRecord& call) {
-    return call.member + "(" + arguments_text(call.arguments) + ")";
+    return fmt::format("{}({})", call.member, arguments_text(call.arguments));
 }
 
 std::chrono::microseconds microseconds(Seconds seconds) {
@@ -129,7 +131,7 @@ bool ScenarioPlayer::done(const Action& action) {
                                calls.push_back(call_text(call));
                            event_log_.expectation(step_ + 1, location(), expected, false, calls);
                            fail(common::ExitCode::expectation_failed,
-                                "expected " + expected + "; " + calls_text());
+                                fmt::format("expected {}; {}", expected, calls_text()));
                        });
                    },
                },
@@ -141,11 +143,10 @@ void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
     program_ = std::make_unique<Child>(
         reaper_, command, camera_.address(),
         [this, program = command.front()](int status) { program_ended(program, status); });
-    deadline_.once(program_patience, [this, program = command.front()] {
+    deadline_.once(program_timeout, [this, program = command.front()] {
         program_.reset();
-        fail(common::ExitCode::expectation_failed, "'" + program + "' has not ended within " +
-                                                       std::to_string(program_patience.count()) +
-                                                       " s");
+        fail(common::ExitCode::expectation_failed,
+             fmt::format("'{}' did not end within {} s", program, program_timeout.count()));
     });
 }
 
@@ -155,7 +156,7 @@ void ScenarioPlayer::program_ended(const std::string& program, int status) {
         next_action();
     else
         fail(common::ExitCode::expectation_failed,
-             "'" + program + "' ended with exit code " + std::to_string(status));
+             fmt::format("'{}' ended with exit code {}", program, status));
 }
 
 void ScenarioPlayer::next_action() {
@@ -219,11 +220,11 @@ bool ScenarioPlayer::met(const ExpectedCall& expected) {
 
 std::string ScenarioPlayer::calls_text() const {
     if (calls_.empty())
-        return "no calls came";
+        return "no calls received";
     const std::size_t told = std::min(calls_.size(), max_calls_told);
     std::string text = told < calls_.size()
-                           ? "the last calls of " + std::to_string(calls_.size()) + " that came: "
-                           : "calls that came: ";
+                           ? fmt::format("the last {} of {} calls received: ", told, calls_.size())
+                           : "calls received: ";
     for (std::size_t i = calls_.size() - told; i < calls_.size(); ++i)
         text.append(i + told == calls_.size() ? "" : ", ").append(call_text(calls_[i]));
     return text;
@@ -244,13 +245,13 @@ void ScenarioPlayer::fail(common::ExitCode code, const std::string& sentence) {
     deadline_.clear();
     awaited_ = nullptr;
     if (ended_)
-        std::exchange(ended_, nullptr)(code, location() + ": " + sentence);
+        std::exchange(ended_, nullptr)(code, fmt::format("{}: {}", location(), sentence));
 }
 
 std::string ScenarioPlayer::location() const {
     const std::size_t step = std::min(step_, scenario_.steps.size() - 1);
     const common::SourceLocation place = scenario_.steps[step].location;
-    return scenario_.file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+    return fmt::format("{}:{}:{}", scenario_.file, place.line, place.column);
 }
 
 }  // namespace camera

@@ -1,5 +1,7 @@
 #include "camera/scenario/reader.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 
 #include "camera/scenario/step_reader.hpp"
@@ -8,18 +10,17 @@
 namespace camera {
 namespace {
 
-/// Steps at fixed times stand in the order of their times: anything else is a slip, which would
-/// show as a step that comes too late.
+/// Requires the times in 'at' to ascend: a step with an earlier time would come too late.
 void check_order(const std::vector<Step>& steps, common::Diagnostics& diagnostics) {
     Seconds latest{0};
     for (const Step& step : steps) {
         if (!step.at)
             continue;
         if (*step.at < latest)
-            diagnostics.error(step.location, "this step is at " +
-                                                 common::Json(step.at->count()).dump() +
-                                                 " s, behind one at " +
-                                                 common::Json(latest.count()).dump() + " s");
+            diagnostics.error(step.location,
+                              fmt::format("this step at {} s comes after a step at {} s",
+                                          common::Json(step.at->count()).dump(),
+                                          common::Json(latest.count()).dump()));
         latest = std::max(latest, *step.at);
     }
 }

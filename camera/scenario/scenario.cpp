@@ -1,18 +1,16 @@
 #include "camera/scenario/scenario.hpp"
 
+#include <fmt/core.h>
+
 #include "camera/bus/message_json.hpp"
 
 namespace camera {
 namespace {
 
 std::string call_text(const ExpectedCall& call) {
-    std::string text = "a call of ";
-    if (!call.service.empty())
-        text += call.service + ".";
-    text += call.member;
-    if (call.arguments)
-        text += "(" + arguments_text(*call.arguments) + ")";
-    return text;
+    return fmt::format("a call of {}{}{}{}", call.service, call.service.empty() ? "" : ".",
+                       call.member,
+                       call.arguments ? fmt::format("({})", arguments_text(*call.arguments)) : "");
 }
 
 }  // namespace
@@ -20,9 +18,11 @@ std::string call_text(const ExpectedCall& call) {
 std::string Expectation::description() const {
     const auto* call = std::get_if<ExpectedCall>(&what);
     const auto* state = std::get_if<ExpectedState>(&what);
-    return (call != nullptr ? call_text(*call)
-                            : state->name + " to be " + common::json_line(state->is)) +
-           " within " + common::Json(within.count()).dump() + " s";
+    return fmt::format("{} within {} s",
+                       call != nullptr
+                           ? call_text(*call)
+                           : fmt::format("{} to be {}", state->name, common::json_line(state->is)),
+                       common::Json(within.count()).dump());
 }
 
 }  // namespace camera

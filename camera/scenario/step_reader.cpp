@@ -1,7 +1,11 @@
 #include "camera/scenario/step_reader.hpp"
 
+#include <fmt/core.h>
+
 #include <array>
 #include <cmath>
+
+#include "camera/models/number_text.hpp"
 
 namespace camera {
 namespace {
@@ -24,7 +28,7 @@ Step StepReader::read(const toml::node& node) {
     const toml::table* table = node.as_table();
     if (table == nullptr) {
         diagnostics_.error(step.location,
-                           "a step must be a table, not " + std::string(common::kind_of(node)));
+                           fmt::format("a step must be a table, not {}", common::kind_of(node)));
         return step;
     }
     common::TableReader reader(*table, "the step", diagnostics_);
@@ -107,12 +111,15 @@ void StepReader::read_ramp(const toml::table& table, Step& step) {
             return;
         const auto target = entry.value->value<double>();
         if (!target || !std::isfinite(*target)) {
-            diagnostics_.error(entry.location, "a ramp leads to a finite number");
+            diagnostics_.error(entry.location,
+                               fmt::format("the target of a ramp must be a finite number, not {}",
+                                           target ? number_text(*target)
+                                                  : std::string(common::kind_of(*entry.value))));
             return;
         }
         const bool known = passes(entry.location, [&] {
             if (!camera_.check_value(name, Json(*target).dump()).is_number())
-                throw CommandError("'" + name + "' is not a number and cannot move");
+                throw CommandError(fmt::format("'{}' cannot ramp: it is not a number", name));
         });
         if (known && over)
             step.actions.emplace_back(Ramp{name, *target, *over});
@@ -150,7 +157,9 @@ void StepReader::read_run(common::TableReader& reader, Step& step) {
     RunProgram run;
     for (const toml::node& word : *words) {
         if (!word.is_string()) {
-            diagnostics_.error(common::position(word), "a program and its arguments are strings");
+            diagnostics_.error(common::position(word),
+                               fmt::format("a program and its arguments must be strings, not {}",
+                                           common::kind_of(word)));
             return;
         }
         run.command.push_back(word.as_string()->get());
@@ -174,7 +183,8 @@ void StepReader::read_expectation(const toml::table& table, Step& step) {
     else if (state)
         expected_state = read_state(*state, reader);
     if (call && state)
-        diagnostics_.error(reader.location("state"), "an expectation has either 'call' or 'state'");
+        diagnostics_.error(reader.location("state"),
+                           "an expectation has either 'call' or 'state', not both");
     else if (!table.contains("call") && !table.contains("state"))
         diagnostics_.error(reader.location(), "an expectation needs 'call' or 'state'");
     reader.report_unknown_keys();
@@ -243,9 +253,10 @@ std::optional<Seconds> StepReader::time(common::TableReader& reader, std::string
         return std::nullopt;
     // Written so that NaN is refused as well.
     if (!(*number >= 0.0 && *number <= max_scenario_time.count())) {
-        diagnostics_.error(reader.location(key), "'" + std::string(key) +
-                                                     "' is a time in seconds from 0 to " +
-                                                     Json(max_scenario_time.count()).dump());
+        diagnostics_.error(
+            reader.location(key),
+            fmt::format("'{}' must be a time in seconds from 0 to {}, not {}", key,
+                        number_text(max_scenario_time.count()), number_text(*number)));
         return std::nullopt;
     }
     return Seconds(*number);
@@ -271,9 +282,8 @@ std::optional<Json> StepReader::json(const toml::node& node) {
         return list;
     }
     diagnostics_.error(common::position(node),
-                       "a string, a number, a boolean or an array is wanted, "
-                       "not " +
-                           std::string(common::kind_of(node)));
+                       fmt::format("expected a string, a number, a boolean or an array, not {}",
+                                   common::kind_of(node)));
     return std::nullopt;
 }
 

@@ -1,4 +1,6 @@
 // What a service does with the messages that come: event log, faults, refusals.
+#include <fmt/core.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -14,10 +16,6 @@ namespace {
 
 using common::check;
 using common::MessagePtr;
-
-std::string with_hint(std::string sentence, const std::string& hint) {
-    return hint.empty() ? sentence : std::move(sentence) + "; " + hint;
-}
 
 MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::string& text) {
     MessagePtr message;
@@ -159,21 +157,22 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
             served = &object;
     }
     if (!path_known)
-        throw DBusError(SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no object '" + path + "'.");
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_OBJECT, fmt::format("Unknown object '{}'.", path));
     if (served == nullptr)
-        throw DBusError(SD_BUS_ERROR_UNKNOWN_INTERFACE,
-                        "'" + path + "' has no interface '" + interface + "'.");
+        throw DBusError(
+            SD_BUS_ERROR_UNKNOWN_INTERFACE,
+            fmt::format("The object '{}' does not have the interface '{}'.", path, interface));
     const sd_bus_vtable* method = find_method(*served, member);
     if (method == nullptr)
         throw DBusError(
             SD_BUS_ERROR_UNKNOWN_METHOD,
-            with_hint("There is no method '" + member + "'",
-                      common::did_you_mean(member, names_of(*served, MemberKind::method))));
+            common::with_help(fmt::format("Unknown method '{}'", member),
+                              common::did_you_mean(member, names_of(*served, MemberKind::method))));
     const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
     const std::string wanted = text_or_empty(method->x.method.signature);
     if (signature != wanted)
         throw DBusError(SD_BUS_ERROR_INVALID_ARGS,
-                        member + " takes '" + wanted + "', not '" + signature + "'.");
+                        fmt::format("{} takes '{}', not '{}'.", member, wanted, signature));
     return *method;
 }
 

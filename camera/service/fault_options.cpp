@@ -1,7 +1,9 @@
 // Reading and checking a fault rule: what `fenwa-camera fail` sends.
+#include <fmt/core.h>
 #include <systemd/sd-bus.h>
 
 #include "camera/models/command_error.hpp"
+#include "camera/models/number_text.hpp"
 #include "camera/service/fault_rules.hpp"
 #include "common/text/suggestion.hpp"
 
@@ -10,35 +12,39 @@ namespace {
 
 using common::Json;
 
-std::int64_t integer_of(const std::string& key, const Json& value, std::int64_t least) {
+CommandError wrong_value(const std::string& key, const std::string& accepted, const Json& value) {
+    return CommandError(
+        fmt::format("'{}' of a fault must be {}, not {}", key, accepted, common::json_line(value)));
+}
+
+std::int64_t integer_from_json(const std::string& key, const Json& value, std::int64_t min) {
     if (!value.is_number_integer())
-        throw CommandError("'" + key + "' of a fault must be an integer");
-    // What lies above the signed range is above every limit of ours as well.
+        throw wrong_value(key, "an integer", value);
+    // A number above the signed range is above every limit too.
     const auto number =
         value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX}
             ? INT64_MAX
             : value.get<std::int64_t>();
-    if (number < least)
-        throw CommandError("'" + key + "' of a fault must be " + std::to_string(least) +
-                           " or more");
+    if (number < min)
+        throw wrong_value(key, fmt::format("at least {}", min), value);
     return number;
 }
 
-std::string string_of(const std::string& key, const Json& value) {
+std::string string_from_json(const std::string& key, const Json& value) {
     if (!value.is_string())
-        throw CommandError("'" + key + "' of a fault must be a string");
+        throw wrong_value(key, "a string", value);
     return value.get<std::string>();
 }
 
 void set_effect(FaultRule& rule, FaultEffect effect) {
     if (rule.effect != FaultEffect::none)
-        throw CommandError("a fault is one of error, malformed, silent and drop, not two of them");
+        throw CommandError("a fault takes only one of 'error', 'malformed', 'silent' and 'drop'");
     rule.effect = effect;
 }
 
 void set_flag(FaultRule& rule, const std::string& key, const Json& value, FaultEffect effect) {
     if (!value.is_boolean())
-        throw CommandError("'" + key + "' of a fault must be true or false");
+        throw wrong_value(key, "true or false", value);
     if (value.get<bool>())
         set_effect(rule, effect);
 }
@@ -47,9 +53,9 @@ void set_option(FaultRule& rule, const std::string& key, const Json& value) {
     static const std::vector<std::string> known = {
         "member", "error", "malformed", "silent", "drop", "delay", "times", "seed", "probability"};
     if (key == "member") {
-        set_target(rule, string_of(key, value));
+        set_target(rule, string_from_json(key, value));
     } else if (key == "error") {
-        rule.error_name = string_of(key, value);
+        rule.error_name = string_from_json(key, value);
         set_effect(rule, FaultEffect::error);
     } else if (key == "malformed") {
         set_flag(rule, key, value, FaultEffect::malformed);
@@ -58,43 +64,47 @@ void set_option(FaultRule& rule, const std::string& key, const Json& value) {
     } else if (key == "drop") {
         set_flag(rule, key, value, FaultEffect::drop);
     } else if (key == "delay") {
-        const std::int64_t delay = integer_of(key, value, 1);
+        const std::int64_t delay = integer_from_json(key, value, 1);
         if (delay > max_fault_delay.count())
-            throw CommandError("'delay' of a fault must be at most a day (" +
-                               std::to_string(max_fault_delay.count()) + " ms)");
+            throw wrong_value(key, fmt::format("at most {} ms (a day)", max_fault_delay.count()),
+                              value);
         rule.delay = std::chrono::milliseconds(delay);
     } else if (key == "times") {
-        const std::int64_t times = integer_of(key, value, 1);
+        const std::int64_t times = integer_from_json(key, value, 1);
         if (times > std::int64_t{UINT32_MAX})
-            throw CommandError("'times' of a fault must be at most " + std::to_string(UINT32_MAX));
+            throw wrong_value(key, fmt::format("at most {}", UINT32_MAX), value);
         rule.times = static_cast<std::uint32_t>(times);
     } else if (key == "seed") {
-        rule.seed = static_cast<std::uint64_t>(integer_of(key, value, 0));
+        rule.seed = static_cast<std::uint64_t>(integer_from_json(key, value, 0));
     } else if (key == "probability") {
         if (!value.is_number())
-            throw CommandError("'probability' of a fault must be a number");
+            throw wrong_value(key, "a number", value);
         rule.probability = value.get<double>();
     } else {
-        throw CommandError("a fault has no '" + key + "'", common::did_you_mean(key, known));
+        throw CommandError(fmt::format("unknown key '{}' in the fault", key),
+                           common::did_you_mean(key, known));
     }
 }
 
-/// How the options go together.
+/// Checks the options against each other.
 void check_fault_rule(const FaultRule& rule) {
     if (rule.member.empty())
-        throw CommandError("a fault needs the name of a method, signal or property in 'member'");
+        throw CommandError("a fault needs 'member', the name of a method, signal or property");
     if (rule.effect == FaultEffect::none && rule.delay.count() == 0)
-        throw CommandError("a fault needs one of error, malformed, silent, drop and delay");
-    if (rule.effect == FaultEffect::silent && rule.delay.count() > 0)
         throw CommandError(
-            "what is never sent cannot be late: 'silent' and 'delay' do not go together");
+            "a fault needs one of 'error', 'malformed', 'silent', 'drop' and 'delay'");
+    if (rule.effect == FaultEffect::silent && rule.delay.count() > 0)
+        throw CommandError("a fault takes either 'silent' or 'delay', not both");
     if (rule.effect == FaultEffect::error &&
         sd_bus_interface_name_is_valid(rule.error_name.c_str()) <= 0)
-        throw CommandError("'" + rule.error_name +
-                           "' is not a D-Bus error name, which looks like com.example.Error.Busy");
+        throw CommandError(
+            fmt::format("'{}' is not a valid D-Bus error name, such as com.example.Error.Busy",
+                        rule.error_name));
     // Written so that NaN is refused as well.
     if (!(rule.probability > 0.0 && rule.probability <= 1.0))
-        throw CommandError("'probability' of a fault must be above 0 and at most 1");
+        throw CommandError(
+            fmt::format("'probability' of a fault must be above 0 and at most 1, not {}",
+                        number_text(rule.probability)));
 }
 
 }  // namespace
@@ -110,12 +120,12 @@ FaultRule fault_rule_from(const Json& options, const FaultMistake& report) {
             report(key, mistake);
         }
     }
-    // What does not go together is worth saying only where each option is right by itself.
+    // A contradiction between options counts only if each of them is right by itself.
     if (!readable)
         return rule;
     try {
         if (options.contains("seed") && !options.contains("probability"))
-            throw CommandError("'seed' of a fault goes with 'probability'");
+            throw CommandError("'seed' of a fault needs 'probability'");
         check_fault_rule(rule);
     } catch (const CommandError& mistake) {
         report({}, mistake);

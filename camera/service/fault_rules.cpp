@@ -1,6 +1,10 @@
 #include "camera/service/fault_rules.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+
+#include "common/text/diagnostics.hpp"
 
 namespace camera {
 namespace {
@@ -12,7 +16,7 @@ std::string effect_text(const FaultRule& rule) {
         case FaultEffect::none:
             return "sent";
         case FaultEffect::error:
-            return "answered with " + rule.error_name;
+            return fmt::format("answered with {}", rule.error_name);
         case FaultEffect::malformed:
             return "sent with a wrong signature";
         case FaultEffect::silent:
@@ -26,22 +30,22 @@ std::string effect_text(const FaultRule& rule) {
 }  // namespace
 
 std::string FaultRule::target() const {
-    return service.empty() ? member : service + "." + member;
+    return service.empty() ? member : fmt::format("{}.{}", service, member);
 }
 
 std::string FaultRule::what() const {
     std::string text = effect_text(*this);
     if (delay.count() > 0)
-        text += " after " + std::to_string(delay.count()) + " ms";
+        text += fmt::format(" after {} ms", delay.count());
     return text;
 }
 
 std::string FaultRule::description() const {
     std::string text = what();
     if (probability < 1.0)
-        text += ", with probability " + Json(probability).dump();
+        text += fmt::format(", with probability {}", Json(probability).dump());
     if (times)
-        text += ", " + std::to_string(*times) + (*times == 1 ? " time" : " times");
+        text += ", " + common::counted(*times, "time");
     return text;
 }
 

@@ -1,5 +1,7 @@
 #include "camera/service/properties.hpp"
 
+#include <fmt/core.h>
+
 #include <string_view>
 
 #include "camera/bus/message_json.hpp"
@@ -48,10 +50,10 @@ PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object
                                : member == "Set"    ? "ssv"
                                                     : "";
     if (wanted.empty())
-        throw DBusError(SD_BUS_ERROR_UNKNOWN_METHOD, "There is no method '" + member + "'");
+        throw DBusError(SD_BUS_ERROR_UNKNOWN_METHOD, fmt::format("Unknown method '{}'", member));
     if (signature != wanted)
         throw DBusError(SD_BUS_ERROR_INVALID_ARGS,
-                        member + " takes '" + wanted + "', not '" + signature + "'.");
+                        fmt::format("{} takes '{}', not '{}'.", member, wanted, signature));
     const std::vector<std::string> known = names_of(object, MemberKind::property);
     if (member == "GetAll") {
         PropertyCall all{&object, {}, true};
@@ -62,13 +64,13 @@ PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object
     const auto name = body_json(call)[1].get<std::string>();
     const sd_bus_vtable* property = find_property(object, name);
     if (property == nullptr) {
-        const std::string hint = common::did_you_mean(name, known);
         throw DBusError(SD_BUS_ERROR_UNKNOWN_PROPERTY,
-                        "There is no property '" + name + "'" + (hint.empty() ? "" : "; " + hint));
+                        common::with_help(fmt::format("Unknown property '{}'", name),
+                                          common::did_you_mean(name, known)));
     }
     if (member == "Set")
         throw DBusError(SD_BUS_ERROR_PROPERTY_READ_ONLY,
-                        "The property '" + name + "' can be read only.");
+                        fmt::format("The property '{}' is read-only.", name));
     return {&object, {property}, false};
 }
 

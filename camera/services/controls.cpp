@@ -1,5 +1,7 @@
 #include "camera/services/controls.hpp"
 
+#include <fmt/core.h>
+
 #include <stdexcept>
 
 #include "common/text/suggestion.hpp"
@@ -15,7 +17,7 @@ using common::MessagePtr;
 constexpr std::size_t max_tag_bytes = 255;
 
 std::string wdr_value(int channel) {
-    return "wdr." + std::to_string(channel);
+    return fmt::format("wdr.{}", channel);
 }
 
 DBusError refusal(const char* name, const std::string& sentence) {
@@ -26,12 +28,12 @@ std::string in_words(const AddedFeature& added) {
     std::string buttons;
     for (const Button& button : added.feature.buttons)
         buttons.append(buttons.empty() ? "" : ", ").append(button.name);
-    return added.feature.nice_name + " in " + added.language + " (" + added.language_name +
-           "), buttons: " + (buttons.empty() ? "none" : buttons);
+    return fmt::format("{} in {} ({}), buttons: {}", added.feature.nice_name, added.language,
+                       added.language_name, buttons.empty() ? "none" : buttons);
 }
 
 std::string request_text(const ButtonRequest& request) {
-    return request.type + " " + request.url;
+    return fmt::format("{} {}", request.type, request.url);
 }
 
 }  // namespace
@@ -66,14 +68,16 @@ MessagePtr ControlsService::add_features(sd_bus_message& call) {
     const std::string tag = language;
     if (tag.empty() || tag.size() > max_tag_bytes)
         throw refusal("InvalidLanguage",
-                      "A language's tag has 1 to " + std::to_string(max_tag_bytes) + " bytes.");
+                      fmt::format("A language's tag must have 1 to {} bytes, not {}.",
+                                  max_tag_bytes, tag.size()));
     try {
         features_.add(
             {read_feature(document), tag, language_name, sd_bus_message_get_sender(&call)});
     } catch (const BadDocument& bad) {
         throw refusal("InvalidDocument", bad.what());
     } catch (const std::length_error&) {
-        throw refusal("TooManyFeatures", "No more features are taken.");
+        throw refusal("TooManyFeatures",
+                      fmt::format("At most {} features are accepted.", FeatureStore::max_features));
     }
     return reply(call, "");
 }
@@ -100,8 +104,8 @@ MessagePtr ControlsService::remove_features(sd_bus_message& call) {
     const char* language = nullptr;
     check(sd_bus_message_read(&call, "ss", &id, &language), "sd_bus_message_read");
     if (!features_.remove(id, language))
-        throw refusal("UnknownFeature", "There is no feature '" + std::string(id) +
-                                            "' in the language '" + language + "'.");
+        throw refusal("UnknownFeature",
+                      fmt::format("Unknown feature '{}' in the language '{}'.", id, language));
     return reply(call, "");
 }
 
@@ -109,10 +113,9 @@ const Button& ControlsService::button_named(const std::string& name) const {
     if (const Button* button = features_.button(name))
         return *button;
     const std::vector<std::string> known = features_.buttons();
-    const std::string sentence = "there is no button '" + name + "'";
     if (known.empty())
-        throw CommandError(sentence + ": nobody has added buttons to this camera");
-    throw CommandError(sentence, common::did_you_mean(name, known));
+        throw CommandError(fmt::format("unknown button '{}': no client has added buttons", name));
+    throw CommandError(fmt::format("unknown button '{}'", name), common::did_you_mean(name, known));
 }
 
 void ControlsService::press(const std::string& button) {
@@ -121,8 +124,9 @@ void ControlsService::press(const std::string& button) {
     try {
         updates = parameters_.request(request.type, request.url);
     } catch (const CommandError& no) {
-        throw CommandError("the request of the button '" + button + "' fails: " + no.sentence(),
-                           no.help());
+        throw CommandError(
+            fmt::format("the request of the button '{}' fails: {}", button, no.sentence()),
+            no.help());
     }
     event_log().pressed(name(), button, request_text(request));
     for (const ParameterUpdate& update : updates)
@@ -132,9 +136,8 @@ void ControlsService::press(const std::string& button) {
 void ControlsService::tell(const ParameterUpdate& update) {
     for (int channel = 0; channel < channels_; ++channel) {
         if (update.first == wdr_parameter(channel))
-            event_log().value_set(
-                name(), wdr_value(channel), update.second,
-                "WDR of channel " + std::to_string(channel) + " is " + update.second);
+            event_log().value_set(name(), wdr_value(channel), update.second,
+                                  fmt::format("WDR of channel {} is {}", channel, update.second));
     }
 }
 
@@ -150,7 +153,7 @@ std::string ControlsService::parameter_of(const std::string& value) const {
         if (value == wdr_value(channel))
             return wdr_parameter(channel);
     }
-    throw CommandError("there is no value '" + value + "'");
+    throw CommandError(fmt::format("unknown value '{}'", value));
 }
 
 Json ControlsService::parse_value(const std::string& name, const std::string& text) const {

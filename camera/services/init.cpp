@@ -1,5 +1,7 @@
 #include "camera/services/init.hpp"
 
+#include <fmt/core.h>
+
 namespace camera {
 namespace {
 
@@ -25,8 +27,7 @@ common::MessagePtr InitService::get_unit_file_state(sd_bus_message& call) {
     common::check(sd_bus_message_read(&call, "s", &unit), "sd_bus_message_read");
     // The error that systemd answers with, which is that of the missing file.
     if (std::string(unit) != unit_name)
-        throw DBusError(SD_BUS_ERROR_FILE_NOT_FOUND,
-                        "There is no unit file '" + std::string(unit) + "'.");
+        throw DBusError(SD_BUS_ERROR_FILE_NOT_FOUND, fmt::format("Unknown unit file '{}'.", unit));
     return reply(call, "s", unit_.c_str());
 }
 
@@ -37,14 +38,14 @@ std::vector<Value> InitService::values() const {
 common::Json InitService::parse_value(const std::string& /*name*/, const std::string& text) const {
     // D-Bus strings end at the first zero byte.
     if (text.find('\0') != std::string::npos)
-        throw CommandError("the state of a unit must not hold a zero byte");
+        throw CommandError("the state of a unit must not contain a zero byte");
     return text;
 }
 
 void InitService::set_value(const std::string& name, const std::string& text) {
     unit_ = parse_value(name, text).get<std::string>();
     event_log().value_set(this->name(), name, unit_,
-                          std::string(unit_name) + " is " + common::json_line(unit_));
+                          fmt::format("{} is {}", unit_name, common::json_line(unit_)));
 }
 
 }  // namespace camera

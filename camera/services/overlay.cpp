@@ -1,5 +1,7 @@
 #include "camera/services/overlay.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -22,9 +24,9 @@ DBusError refusal(const char* name, const std::string& sentence) {
 }
 
 std::string in_words(const OverlayText& text, bool shown) {
-    return common::json_line(text.text) + (shown ? " is shown, " : " waits, ") +
-           (text.duration == 0 ? "until it is unset"
-                               : "set for " + common::counted(text.duration, "second"));
+    return fmt::format("{} {}, {}", common::json_line(text.text), shown ? "is shown" : "waits",
+                       text.duration == 0 ? "until it is unset"
+                                          : "set for " + common::counted(text.duration, "second"));
 }
 
 }  // namespace
@@ -49,12 +51,13 @@ MessagePtr OverlayService::set(sd_bus_message& call) {
     check(sd_bus_message_read(&call, "su", &text, &duration), "sd_bus_message_read");
     const std::string wanted = text;
     if (wanted.empty() || wanted.size() > max_text_bytes)
-        throw refusal("InvalidText",
-                      "A text has 1 to " + std::to_string(max_text_bytes) + " bytes.");
+        throw refusal("InvalidText", fmt::format("A text must have 1 to {} bytes, not {}.",
+                                                 max_text_bytes, wanted.size()));
     try {
         model_.set(wanted, sd_bus_message_get_sender(&call), duration, Clock::now());
     } catch (const std::length_error&) {
-        throw refusal("TooManyTexts", "No more texts are taken.");
+        throw refusal("TooManyTexts",
+                      fmt::format("At most {} texts are accepted.", OverlayModel::max_texts));
     }
     changed();
     return reply(call, "");
@@ -64,7 +67,7 @@ MessagePtr OverlayService::unset(sd_bus_message& call) {
     const char* text = nullptr;
     check(sd_bus_message_read(&call, "s", &text), "sd_bus_message_read");
     if (!model_.unset(text))
-        throw refusal("UnknownText", "The text '" + std::string(text) + "' is not set.");
+        throw refusal("UnknownText", fmt::format("The text '{}' is not set.", text));
     changed();
     return reply(call, "");
 }
@@ -98,7 +101,7 @@ Json OverlayService::parse_value(const std::string& /*name*/, const std::string&
 }
 
 void OverlayService::check_settable(const std::string& name) const {
-    throw CommandError("'" + name + "' comes of what clients set and cannot be set");
+    throw CommandError(fmt::format("'{}' cannot be set: it shows the text that clients set", name));
 }
 
 void OverlayService::set_value(const std::string& name, const std::string& /*text*/) {

@@ -1,5 +1,7 @@
 #include "camera/services/power_consumer.hpp"
 
+#include <fmt/core.h>
+
 #include <cmath>
 #include <stdexcept>
 
@@ -24,32 +26,38 @@ DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.PowerControl.Consumer.Error.") + name, sentence};
 }
 
+DBusError owned_by_another(const std::string& consumer) {
+    return refusal("OwnedByAnother",
+                   fmt::format("Another client has registered the consumer '{}'.", consumer));
+}
+
 void check_name(const std::string& name) {
     if (name.empty() || name.size() > max_name_length)
         throw refusal("InvalidName",
-                      "A consumer's name has 1 to " + std::to_string(max_name_length) + " bytes.");
+                      fmt::format("A consumer's name must have 1 to {} bytes, not {}.",
+                                  max_name_length, name.size()));
 }
 
 void check_address(const ConsumerAddress& address) {
     const auto invalid = [](const std::string& text, const char* what) {
-        throw refusal("InvalidAddress", "'" + text + "' is not " + what + ".");
+        throw refusal("InvalidAddress", fmt::format("'{}' is not a valid {}.", text, what));
     };
     if (sd_bus_service_name_is_valid(address.service.c_str()) <= 0)
-        invalid(address.service, "a bus name");
+        invalid(address.service, "bus name");
     if (sd_bus_object_path_is_valid(address.path.c_str()) <= 0)
-        invalid(address.path, "an object path");
+        invalid(address.path, "object path");
     if (sd_bus_interface_name_is_valid(address.interface.c_str()) <= 0)
-        invalid(address.interface, "an interface name");
+        invalid(address.interface, "interface name");
 }
 
 /// A consumer in words: "gets 4.5 of 6.0 (control), at com.tarlo.Vipd.ch0 /… com.tarlo.…".
 std::string in_words(const PowerConsumer& consumer) {
-    const std::string share = consumer.request ? "gets " + number_text(consumer.share) + " of " +
-                                                     number_text(consumer.request->power) + " (" +
-                                                     consumer.request->kind + ")"
-                                               : "has not asked for power";
+    const std::string share =
+        consumer.request ? fmt::format("gets {} of {} ({})", number_text(consumer.share),
+                                       number_text(consumer.request->power), consumer.request->kind)
+                         : "has not asked for power";
     const ConsumerAddress& at = consumer.address;
-    return share + ", at " + at.service + " " + at.path + " " + at.interface;
+    return fmt::format("{}, at {} {} {}", share, at.service, at.path, at.interface);
 }
 
 }  // namespace
@@ -91,12 +99,12 @@ MessagePtr PowerConsumerService::register_consumer(sd_bus_message& call) {
     const std::string caller = sd_bus_message_get_sender(&call);
     const PowerConsumer* known = model_.by_name(name);
     if (known != nullptr && known->owner != caller)
-        throw refusal("OwnedByAnother",
-                      "Another client has registered the consumer '" + std::string(name) + "'.");
+        throw owned_by_another(name);
     try {
         model_.add(name, caller, address);
     } catch (const std::length_error&) {
-        throw refusal("TooManyConsumers", "No more consumers are taken.");
+        throw refusal("TooManyConsumers",
+                      fmt::format("At most {} consumers are accepted.", PowerModel::max_consumers));
     }
     values_changed();
     return reply(call, "");
@@ -109,8 +117,9 @@ MessagePtr PowerConsumerService::request_power(sd_bus_message& call) {
     check(sd_bus_message_read(&call, "ssd", &name, &kind, &power), "sd_bus_message_read");
     check_registered(call, name);
     if (!std::isfinite(power) || power < 0.0)
-        throw refusal("InvalidRequest", "A request is a finite number of at least 0, " +
-                                            number_text(power) + " is not.");
+        throw refusal("InvalidRequest",
+                      fmt::format("The power must be a finite number of at least 0, not {}.",
+                                  number_text(power)));
     send_shares_afterwards(model_.request(name, {kind, power}));
     return reply(call, "");
 }
@@ -127,10 +136,9 @@ MessagePtr PowerConsumerService::unregister(sd_bus_message& call) {
 void PowerConsumerService::check_registered(sd_bus_message& call, const std::string& name) const {
     const PowerConsumer* known = model_.by_name(name);
     if (known == nullptr)
-        throw refusal("NotRegistered", "No consumer is registered as '" + name + "'.");
+        throw refusal("NotRegistered", fmt::format("No consumer is registered as '{}'.", name));
     if (known->owner != sd_bus_message_get_sender(&call))
-        throw refusal("OwnedByAnother",
-                      "Another client has registered the consumer '" + name + "'.");
+        throw owned_by_another(name);
 }
 
 std::size_t PowerConsumerService::client_left(const std::string& unique_name) {
@@ -185,22 +193,23 @@ Json PowerConsumerService::parse_value(const std::string& name, const std::strin
         return no_share;
     const std::optional<double> power = number_of(text);
     if (!power || !std::isfinite(*power) || *power < 0.0)
-        throw CommandError("'" + text + "' is not " +
-                           (share ? "a share: a finite number of at least 0, or none, is"
-                                  : "a power: a finite number of at least 0 is"));
+        throw CommandError(
+            fmt::format("'{}' is not a valid {}: expected a finite number of at least 0{}", text,
+                        share ? "share" : "power", share ? ", or none" : ""));
     return *power;
 }
 
 void PowerConsumerService::check_settable(const std::string& name) const {
     if (name != budget_value)
-        throw CommandError("'" + name + "' comes of the budget and the requests and cannot be set");
+        throw CommandError(
+            fmt::format("'{}' cannot be set: it follows from the budget and the requests", name));
 }
 
 void PowerConsumerService::set_value(const std::string& name, const std::string& text) {
     const auto budget = parse_value(name, text).get<double>();
     const std::vector<PowerNotice> notices = model_.set_budget(budget);
     event_log().value_set(this->name(), name, model_.budget(),
-                          "the power budget is " + number_text(model_.budget()));
+                          fmt::format("the power budget is {}", number_text(model_.budget())));
     send_shares(notices);
 }
 

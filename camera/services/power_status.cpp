@@ -1,5 +1,7 @@
 #include "camera/services/power_status.hpp"
 
+#include <fmt/core.h>
+
 #include <cmath>
 
 #include "camera/models/number_text.hpp"
@@ -40,7 +42,8 @@ std::vector<Value> PowerStatusService::values() const {
 Json PowerStatusService::parse_value(const std::string& /*name*/, const std::string& text) const {
     const std::optional<double> power = number_of(text);
     if (!power)
-        throw CommandError("'" + text + "' is not a power: a number, nan, inf or -inf is");
+        throw CommandError(
+            fmt::format("'{}' is not a valid power: expected a number, nan, inf or -inf", text));
     return common::json_number(*power);
 }
 
@@ -50,7 +53,7 @@ void PowerStatusService::set_value(const std::string& name, const std::string& t
     const bool same = received == received_ || (std::isnan(received) && std::isnan(received_));
     received_ = received;
     event_log().value_set(this->name(), name, common::json_number(received),
-                          "the power received is " + number_text(received));
+                          fmt::format("the power received is {}", number_text(received)));
     if (!same)
         emit_changed(power_status, received_property);
 }

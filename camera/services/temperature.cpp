@@ -1,5 +1,7 @@
 #include "camera/services/temperature.hpp"
 
+#include <fmt/core.h>
+
 #include <stdexcept>
 
 #include "camera/models/number_text.hpp"
@@ -20,8 +22,13 @@ DBusError refusal(const char* name, const std::string& sentence) {
     return {std::string("com.tarlo.TemperatureController.Error.") + name, sentence};
 }
 
+DBusError too_many_registrations() {
+    return refusal("TooManyRegistrations", fmt::format("At most {} registrations are accepted.",
+                                                       TemperatureModel::max_registrations));
+}
+
 Json change_json(const ChangeRegistration& subscription, const std::string& sensor) {
-    return {{"what", "change of " + sensor + " by " + number_text(subscription.delta())},
+    return {{"what", fmt::format("change of {} by {}", sensor, number_text(subscription.delta()))},
             {"delta", common::json_number(subscription.delta())},
             {"reported", common::json_number(subscription.reported())}};
 }
@@ -65,7 +72,7 @@ std::span<const ServedObject> TemperatureService::objects() const {
 const Sensor& TemperatureService::sensor_with(std::int32_t id) const {
     const Sensor* sensor = model_.by_id(id);
     if (sensor == nullptr)
-        throw refusal("UnknownSensor", "No sensor has the id " + std::to_string(id) + ".");
+        throw refusal("UnknownSensor", fmt::format("No sensor has the id {}.", id));
     return *sensor;
 }
 
@@ -74,7 +81,7 @@ MessagePtr TemperatureService::get_temperature_id_from_name(sd_bus_message& call
     check(sd_bus_message_read(&call, "s", &name), "sd_bus_message_read");
     const Sensor* sensor = model_.by_name(name);
     if (sensor == nullptr)
-        throw refusal("UnknownSensor", "No sensor is named '" + std::string(name) + "'.");
+        throw refusal("UnknownSensor", fmt::format("Unknown sensor '{}'.", name));
     return reply(call, "i", sensor->id);
 }
 
@@ -84,8 +91,9 @@ MessagePtr TemperatureService::get_temperature(sd_bus_message& call) {
     check(sd_bus_message_read(&call, "is", &id, &name), "sd_bus_message_read");
     const Sensor& sensor = sensor_with(id);
     if (sensor.name != name)
-        throw refusal("UnknownSensor", "The sensor with the id " + std::to_string(id) +
-                                           " is named '" + sensor.name + "', not '" + name + "'.");
+        throw refusal("UnknownSensor",
+                      fmt::format("The sensor with the id {} is named '{}', not '{}'.", id,
+                                  sensor.name, name));
     return reply(call, "d", sensor.temperature);
 }
 
@@ -98,7 +106,7 @@ MessagePtr TemperatureService::register_for_change(sd_bus_message& call) {
             call, "i",
             model_.register_change(sd_bus_message_get_sender(&call), sensor_with(id).id, delta));
     } catch (const std::length_error&) {
-        throw refusal("TooManyRegistrations", "No more registrations are taken.");
+        throw too_many_registrations();
     }
 }
 
@@ -112,7 +120,7 @@ MessagePtr TemperatureService::register_for_limit(sd_bus_message& call) {
             sd_bus_message_get_sender(&call), sensor_with(id).id, limit, rising != 0);
         return reply(call, "ib", signal_id, static_cast<int>(crossed));
     } catch (const std::length_error&) {
-        throw refusal("TooManyRegistrations", "No more registrations are taken.");
+        throw too_many_registrations();
     }
 }
 
@@ -134,13 +142,14 @@ const Sensor& TemperatureService::sensor_of(const std::string& value) const {
     std::vector<std::string> known;
     for (const Sensor& sensor : model_.sensors())
         known.push_back(sensor.name);
-    throw CommandError("no sensor is named '" + name + "'", common::did_you_mean(name, known));
+    throw CommandError(fmt::format("unknown sensor '{}'", name), common::did_you_mean(name, known));
 }
 
 double TemperatureService::parse_temperature(const std::string& text) {
     const std::optional<double> temperature = number_of(text);
     if (!temperature)
-        throw CommandError("'" + text + "' is not a temperature: a number, nan, inf or -inf is");
+        throw CommandError(fmt::format(
+            "'{}' is not a valid temperature: expected a number, nan, inf or -inf", text));
     return *temperature;
 }
 
@@ -154,7 +163,7 @@ void TemperatureService::set_value(const std::string& name, const std::string& t
     const double temperature = parse_temperature(text);
     const std::vector<TemperatureNotice> due = model_.set(sensor, temperature);
     event_log().value_set(this->name(), name, common::json_number(temperature),
-                          "sensor " + sensor + " is " + number_text(temperature));
+                          fmt::format("sensor {} is {}", sensor, number_text(temperature)));
     for (const TemperatureNotice& notice : due) {
         switch (notice.kind) {
             case TemperatureNotice::Kind::change:

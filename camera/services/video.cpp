@@ -1,5 +1,7 @@
 #include "camera/services/video.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -14,7 +16,7 @@ using common::Json;
 using common::MessagePtr;
 
 std::string value_name(std::size_t channel) {
-    return "video." + std::to_string(channel);
+    return fmt::format("video.{}", channel);
 }
 
 }  // namespace
@@ -29,7 +31,7 @@ const sd_bus_vtable VideoService::vtable_[] = {
 VideoService::VideoService(int channels, ServiceContext& surroundings)
     : Service("video", surroundings), channels_(static_cast<std::size_t>(channels)) {
     for (int channel = 0; channel < channels; ++channel)
-        paths_.push_back(std::string(video_ready.path) + '/' + std::to_string(channel));
+        paths_.push_back(fmt::format("{}/{}", video_ready.path, channel));
     // Behind the loop: the objects refer to strings that must not move any more.
     for (const std::string& path : paths_)
         objects_.push_back({{video_ready.name, path.c_str(), video_ready.interface}, vtable_});
@@ -60,14 +62,14 @@ std::vector<Value> VideoService::values() const {
 Json VideoService::parse_value(const std::string& /*name*/, const std::string& text) const {
     const std::optional<std::uint64_t> times = common::parse_number<std::uint64_t>(text);
     if (!times)
-        throw CommandError("'" + text +
-                           "' is not how often something was said: a whole number of at "
-                           "least 0 is");
+        throw CommandError(
+            fmt::format("'{}' is not a valid count: expected an integer of at least 0", text));
     return *times;
 }
 
 void VideoService::check_settable(const std::string& name) const {
-    throw CommandError("'" + name + "' counts what clients say and cannot be set");
+    throw CommandError(
+        fmt::format("'{}' cannot be set: it counts calls of SignalVideoReady", name));
 }
 
 void VideoService::set_value(const std::string& name, const std::string& /*text*/) {
@@ -80,14 +82,15 @@ Json VideoService::registrations() const {
         const Readiness& ready = channels_[channel];
         if (ready.times == 0)
             continue;
-        list.push_back({{"id", channel},
-                        {"client", ready.client},
-                        {"what", common::json_line(ready.who) + " has video, said " +
-                                     common::counted(ready.times, "time") + ", last at " +
-                                     Json(ready.at).dump() + " s"},
-                        {"who", ready.who},
-                        {"times", ready.times},
-                        {"at", ready.at}});
+        list.push_back(
+            {{"id", channel},
+             {"client", ready.client},
+             {"what",
+              fmt::format("{} has video, said {}, last at {} s", common::json_line(ready.who),
+                          common::counted(ready.times, "time"), Json(ready.at).dump())},
+             {"who", ready.who},
+             {"times", ready.times},
+             {"at", ready.at}});
     }
     return list;
 }

@@ -64,7 +64,7 @@ expect = {call = "GetTemperature", arguments = [3, "main"], within = 3.0}
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(plain(ended.err),
               "fenwa-camera: s.toml:1:1: expected a call of GetTemperature(3, \"main\") within 3.0 "
-              "s; calls that came: GetTemperatureIdFromName(\"main\"), GetTemperature(4, "
+              "s; calls received: GetTemperatureIdFromName(\"main\"), GetTemperature(4, "
               "\"lens\")\n");
     EXPECT_THAT(with("\"expectation\"", lines(ended.out)),
                 ElementsAre(R"({"event":"expectation","step":1,"where":"s.toml:1:1","expected":)"
@@ -79,8 +79,9 @@ TEST_F(Expectations, ThatAreNotMetNameTheLastTenCallsOnly) {
         EXPECT_THAT(id_of("s" + std::to_string(i)), HasSubstr("UnknownSensor"));
     const Ended ended = end();
     EXPECT_EQ(ended.code, 1);
-    EXPECT_THAT(ended.err,
-                HasSubstr("; the last calls of 12 that came: GetTemperatureIdFromName(\"s2\"), "));
+    EXPECT_THAT(
+        ended.err,
+        HasSubstr("; the last 10 of 12 calls received: GetTemperatureIdFromName(\"s2\"), "));
     EXPECT_THAT(ended.err, HasSubstr("\"s11\")\n"));
     EXPECT_THAT(ended.err, ::testing::Not(HasSubstr("\"s1\"")));
 }
@@ -104,7 +105,7 @@ expect = {call = "GetTemperatureIdFromName", arguments = ["housing"], within = 0
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(plain(ended.err),
               "fenwa-camera: s.toml:8:1: expected a call of GetTemperatureIdFromName(\"housing\") "
-              "within 0.1 s; calls that came: GetTemperatureIdFromName(\"lens\")\n");
+              "within 0.1 s; calls received: GetTemperatureIdFromName(\"lens\")\n");
 }
 
 TEST_F(Expectations, DoNotCountCallsFromBeforeAStepThatExpectsNothing) {
@@ -117,7 +118,7 @@ expect = {call = "GetTemperatureIdFromName", within = 0.2}
     EXPECT_EQ(id_of("main"), "(3)");
     const Ended ended = end();
     EXPECT_EQ(ended.code, 1);
-    EXPECT_THAT(ended.err, HasSubstr("; no calls came\n"));
+    EXPECT_THAT(ended.err, HasSubstr("; no calls received\n"));
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ TEST_F(InitSystem, KnowsTheStateOfOneUnitFile) {
         EXPECT_EQ(state_of(client), "(\"" + state + "\")");
     }
     EXPECT_EQ(state_of(client, "other.service"),
-              "org.freedesktop.DBus.Error.FileNotFound: There is no unit file 'other.service'.");
+              "org.freedesktop.DBus.Error.FileNotFound: Unknown unit file 'other.service'.");
     handle({"restart", "init"});
     EXPECT_EQ(state_of(client), "(\"static\")") << "the state is the machine's";
 }
@@ -73,7 +73,7 @@ TEST_F(InitSystem, CallsBringTheOthersUpWhileItsNameIsOwned) {
         EXPECT_EQ(run({"stop", service.name, "--bus", own}).code, 0);
         BusClient client(own, {service.bus_name, "/", "com.example.A"});
         EXPECT_EQ(client.call("Anything", ""),
-                  "org.freedesktop.DBus.Error.UnknownObject: There is no object '/'.")
+                  "org.freedesktop.DBus.Error.UnknownObject: Unknown object '/'.")
             << service.name << " is up and refuses it";
     }
     const Ended ended = camera->terminate();
@@ -99,7 +99,7 @@ TEST_F(InitSystem, ANameThatTheMachineHasIsLeftAlone) {
     EXPECT_EQ(ended.code, 0);
     EXPECT_THAT(with("\"init\"", lines(ended.out)),
                 ElementsAre(R"({"event":"service","service":"init","state":"down","why":)"
-                            R"("left alone: cannot own the bus name 'org.freedesktop.systemd1': )"
+                            R"("not started: cannot own the bus name 'org.freedesktop.systemd1': )"
                             R"(another connection owns it"})"));
     EXPECT_THAT(with("\"ready\"", lines(ended.out)),
                 ElementsAre(HasSubstr(R"("controls","overlay","video"]})")));
@@ -115,7 +115,7 @@ TEST_F(InitSystem, ANameThatTheBusDoesNotGiveIsLeftAlone) {
     const Ended ended = camera->terminate();
     EXPECT_EQ(ended.code, 0);
     EXPECT_THAT(with("init: ", lines(ended.out)),
-                ElementsAre("init: down: left alone: cannot own the bus name "
+                ElementsAre("init: down: not started: cannot own the bus name "
                             "'org.freedesktop.systemd1': Permission denied"));
 }
 

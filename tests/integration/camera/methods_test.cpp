@@ -77,9 +77,9 @@ TEST_F(ControllerMethods, AnswerForTheSensorsThatThereAre) {
 
 TEST_F(ControllerMethods, RefuseSensorsThatThereAreNot) {
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", "mian"),
-              unknown_sensor + "No sensor is named 'mian'.");
+              unknown_sensor + "Unknown sensor 'mian'.");
     EXPECT_EQ(client_->call("GetTemperatureIdFromName", "s", ""),
-              unknown_sensor + "No sensor is named ''.");
+              unknown_sensor + "Unknown sensor ''.");
     EXPECT_EQ(client_->call("GetTemperature", "is", -1, "main"),
               unknown_sensor + "No sensor has the id -1.");
     EXPECT_EQ(client_->call("GetTemperature", "is", 3, "lens"),
@@ -129,15 +129,15 @@ TEST_F(ControllerMethods, RefuseWhatIsNotThere) {
     const char* path = "/com/tarlo/TemperatureController";
     const char* interface = "com.tarlo.TemperatureController";
     EXPECT_EQ(call(path, interface, "GetTemprature"),
-              "org.freedesktop.DBus.Error.UnknownMethod: There is no method 'GetTemprature'; did "
+              "org.freedesktop.DBus.Error.UnknownMethod: Unknown method 'GetTemprature'; did "
               "you mean 'GetTemperature'?");
     EXPECT_EQ(call(path, interface, "TemperatureSignal"),
-              "org.freedesktop.DBus.Error.UnknownMethod: There is no method 'TemperatureSignal'");
+              "org.freedesktop.DBus.Error.UnknownMethod: Unknown method 'TemperatureSignal'");
     EXPECT_EQ(call(path, "com.tarlo.Other", "GetTemperature"),
-              "org.freedesktop.DBus.Error.UnknownInterface: '/com/tarlo/TemperatureController' has "
-              "no interface 'com.tarlo.Other'.");
+              "org.freedesktop.DBus.Error.UnknownInterface: The object "
+              "'/com/tarlo/TemperatureController' does not have the interface 'com.tarlo.Other'.");
     EXPECT_EQ(call("/com/tarlo", interface, "GetTemperature"),
-              "org.freedesktop.DBus.Error.UnknownObject: There is no object '/com/tarlo'.");
+              "org.freedesktop.DBus.Error.UnknownObject: Unknown object '/com/tarlo'.");
     close();
     EXPECT_EQ(with("\"call\"", told()).size(), 4U) << "a refused call is news all the same";
 }

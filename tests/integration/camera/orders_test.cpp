@@ -26,27 +26,25 @@ class CameraOrders : public CameraScene {
 
 TEST_F(CameraOrders, AreRefusedWithTheNearestName) {
     open();
-    const std::string no_service = "there is no service 'temprature'; did you mean 'temperature'?";
+    const std::string no_service = "unknown service 'temprature'; did you mean 'temperature'?";
     expect_refused({"start", "temprature"}, no_service);
     expect_refused({"stop", "temprature"}, no_service);
     expect_refused({"restart", "temprature"}, no_service);
-    expect_refused({"stop", "x"}, "there is no service 'x'");
-    expect_refused({"set", "temperature.mian", "1"},
-                   "no sensor is named 'mian'; did you mean 'main'?");
+    expect_refused({"stop", "x"}, "unknown service 'x'");
+    expect_refused({"set", "temperature.mian", "1"}, "unknown sensor 'mian'; did you mean 'main'?");
     expect_refused({"set", "temprature.main", "1"},
-                   "there is no value 'temprature.main'; did you mean 'temperature.main'?");
+                   "unknown value 'temprature.main'; did you mean 'temperature.main'?");
     expect_refused({"set", "temperature.main", "warm"},
-                   "'warm' is not a temperature: a number, nan, inf or -inf is");
+                   "'warm' is not a valid temperature: expected a number, nan, inf or -inf");
     expect_refused({"fail", "GetTemperatur", "--drop"},
-                   "no service has a method, signal or property 'GetTemperatur'; did you mean "
+                   "unknown method, signal or property 'GetTemperatur'; did you mean "
                    "'GetTemperature'?");
     expect_refused({"fail", "temperature.Get", "--drop"},
-                   "the service 'temperature' has no method, signal or property 'Get'");
+                   "unknown method, signal or property 'Get' of the service 'temperature'");
     expect_refused({"fail", "GetTemperatur", "--clear"},
-                   "no service has a method, signal or property 'GetTemperatur'; did you mean "
+                   "unknown method, signal or property 'GetTemperatur'; did you mean "
                    "'GetTemperature'?");
-    expect_refused({"press", "ok"},
-                   "there is no button 'ok': nobody has added buttons to this camera");
+    expect_refused({"press", "ok"}, "unknown button 'ok': no client has added buttons");
     close();
     EXPECT_EQ(told(), whole({})) << "a refused order leaves no line";
 }
@@ -54,21 +52,21 @@ TEST_F(CameraOrders, AreRefusedWithTheNearestName) {
 TEST_F(CameraOrders, AFaultThatMakesNoSenseIsRefused) {
     open();
     expect_refused({"fail", "GetTemperature"},
-                   "a fault needs one of error, malformed, silent, drop and delay");
+                   "a fault needs one of 'error', 'malformed', 'silent', 'drop' and 'delay'");
     expect_refused({"fail", "GetTemperature", "--drop", "--silent"},
-                   "a fault is one of error, malformed, silent and drop, not two of them");
+                   "a fault takes only one of 'error', 'malformed', 'silent' and 'drop'");
     expect_refused({"fail", "GetTemperature", "--silent", "--delay", "5"},
-                   "what is never sent cannot be late: 'silent' and 'delay' do not go together");
+                   "a fault takes either 'silent' or 'delay', not both");
     expect_refused({"fail", "GetTemperature", "--error", "Busy"},
-                   "'Busy' is not a D-Bus error name, which looks like com.example.Error.Busy");
+                   "'Busy' is not a valid D-Bus error name, such as com.example.Error.Busy");
     expect_refused({"fail", "TemperatureSignal", "--error", "com.example.Busy"},
-                   "'TemperatureSignal' is a signal, and a signal is not answered");
+                   "'TemperatureSignal' is a signal; 'error' needs a method or a property");
     expect_refused({"fail", "GetTemperature", "--drop", "--times", "0"},
-                   "'times' of a fault must be 1 or more");
+                   "'times' of a fault must be at least 1, not 0");
     expect_refused({"fail", "GetTemperature", "--delay", "-5"},
-                   "'delay' of a fault must be 1 or more");
+                   "'delay' of a fault must be at least 1, not -5");
     expect_refused({"fail", "GetTemperature", "--drop", "--probability", "1.5"},
-                   "'probability' of a fault must be above 0 and at most 1");
+                   "'probability' of a fault must be above 0 and at most 1, not 1.5");
     expect_refused({"fail", "GetTemperature", "--error", "com.\xFF"},
                    "the arguments are not valid UTF-8");
     expect_refused({"set", "temperature.\xFF", "1"}, "the arguments are not valid UTF-8");
@@ -233,11 +231,11 @@ TEST_F(CameraOrders, ReachTheCameraAsMethodsToo) {
     const std::string refused = "com.tarlo.Fenwa.Camera1.Error.Refused: ";
     EXPECT_EQ(call("Set", "ss", "temperature.main", "50"), "[]");
     EXPECT_EQ(call("Set", "ss", "temperature.mian", "50"),
-              refused + "no sensor is named 'mian'; did you mean 'main'?");
+              refused + "unknown sensor 'mian'; did you mean 'main'?");
     EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "times", "d", 1.5),
-              refused + "'times' of a fault must be an integer");
+              refused + "'times' of a fault must be an integer, not 1.5");
     EXPECT_EQ(call("Fail", "a{sv}", 0),
-              refused + "a fault needs the name of a method, signal or property in 'member'");
+              refused + "a fault needs 'member', the name of a method, signal or property");
     EXPECT_EQ(call("Fail", "a{sv}", 2, "member", "s", "GetTemperature", "delay", "u", 5U), "[]");
     EXPECT_THAT(call("Set", "s", "temperature.main"),
                 StartsWith("org.freedesktop.DBus.Error.InvalidArgs: "));

@@ -55,9 +55,9 @@ TEST_F(Overlay, OnlyATextThatIsSetIsUnset) {
 }
 
 TEST_F(Overlay, ATextIsNeitherEmptyNorEndless) {
-    const std::string sentence = error + "InvalidText: A text has 1 to 1024 bytes.";
-    EXPECT_EQ(set(""), sentence);
-    EXPECT_EQ(set(std::string(1025, 'x').c_str()), sentence);
+    const std::string sentence = error + "InvalidText: A text must have 1 to 1024 bytes, not ";
+    EXPECT_EQ(set(""), sentence + "0.");
+    EXPECT_EQ(set(std::string(1025, 'x').c_str()), sentence + "1025.");
     EXPECT_EQ(set(std::string(1024, 'x').c_str()), "()");
 }
 

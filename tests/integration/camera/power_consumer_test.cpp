@@ -212,8 +212,8 @@ TEST_F(PowerBudget, ShowsConsumersSharesAndWhatIsLeft) {
     const Ended refused = order({"set", "power.share.vipd1", "1"});
     EXPECT_EQ(refused.code, 2);
     EXPECT_EQ(refused.err,
-              "fenwa-camera: 'power.share.vipd1' comes of the budget and the requests and cannot "
-              "be set\n");
+              "fenwa-camera: 'power.share.vipd1' cannot be set: it follows from the budget and the "
+              "requests\n");
 }
 
 }  // namespace

@@ -45,19 +45,20 @@ TEST_F(PowerRefusals, AreForWhatMakesNoSense) {
     };
     const std::string address_error = error + "InvalidAddress: ";
     EXPECT_EQ(reg("x", "nonsense", "/", "com.example.A"),
-              address_error + "'nonsense' is not a bus name.");
+              address_error + "'nonsense' is not a valid bus name.");
     EXPECT_EQ(reg("x", "com.example.A", "x/", "com.example.A"),
-              address_error + "'x/' is not an object path.");
-    EXPECT_EQ(reg("x", "com.example.A", "/", "A"), address_error + "'A' is not an interface name.");
+              address_error + "'x/' is not a valid object path.");
+    EXPECT_EQ(reg("x", "com.example.A", "/", "A"),
+              address_error + "'A' is not a valid interface name.");
     EXPECT_EQ(reg("", "com.example.A", "/", "com.example.A"),
-              error + "InvalidName: A consumer's name has 1 to 255 bytes.");
+              error + "InvalidName: A consumer's name must have 1 to 255 bytes, not 0.");
     EXPECT_EQ(reg(std::string(256, 'x').c_str(), "com.example.A", "/", "com.example.A"),
-              error + "InvalidName: A consumer's name has 1 to 255 bytes.");
+              error + "InvalidName: A consumer's name must have 1 to 255 bytes, not 256.");
     const std::string request_error =
-        error + "InvalidRequest: A request is a finite number of at least 0, ";
-    EXPECT_EQ(a->request(-0.5), request_error + "-0.5 is not.");
-    EXPECT_EQ(a->request(std::numeric_limits<double>::quiet_NaN()), request_error + "nan is not.");
-    EXPECT_EQ(a->request(std::numeric_limits<double>::infinity()), request_error + "inf is not.");
+        error + "InvalidRequest: The power must be a finite number of at least 0, not ";
+    EXPECT_EQ(a->request(-0.5), request_error + "-0.5.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::quiet_NaN()), request_error + "nan.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::infinity()), request_error + "inf.");
     EXPECT_EQ(a->call("RequestPower", "sd", "vipd0", 1.0),
               "org.freedesktop.DBus.Error.InvalidArgs: RequestPower takes 'ssd', not 'sd'.");
     EXPECT_THAT(shares(), ElementsAre("vipd0 0.0"));
@@ -76,7 +77,7 @@ TEST_F(PowerRefusals, TakesSoManyConsumersAndNoMore) {
         ASSERT_TRUE(camera().wait_for_text("\"reply\"")) << "its lines are to be read";
     }
     EXPECT_EQ(add(camera::PowerModel::max_consumers),
-              error + "TooManyConsumers: No more consumers are taken.");
+              error + "TooManyConsumers: At most 1024 consumers are accepted.");
     EXPECT_EQ(add(0), "()");
 }
 

@@ -59,7 +59,7 @@ TEST_F(PowerScenario, FailsWhereAShareDoesNotCome) {
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(plain(ended.err),
               "fenwa-camera: s.toml:1:1: expected power.share.vipd0 to be 1.0 within 0.1 s; no "
-              "calls came\n");
+              "calls received\n");
 }
 
 }  // namespace

@@ -93,14 +93,13 @@ TEST_F(PowerStatus, ChangesAreSignalledWithTheValue) {
 TEST_F(PowerStatus, IsReadOnlyAndHasOneProperty) {
     const std::string error = "org.freedesktop.DBus.Error.";
     EXPECT_EQ(client_->call("Set", "ssv", interface, "PowerReceived", "d", 3.0),
-              error + "PropertyReadOnly: The property 'PowerReceived' can be read only.");
+              error + "PropertyReadOnly: The property 'PowerReceived' is read-only.");
     EXPECT_EQ(get("PowerRecieved"), error +
-                                        "UnknownProperty: There is no property 'PowerRecieved'; "
+                                        "UnknownProperty: Unknown property 'PowerRecieved'; "
                                         "did you mean 'PowerReceived'?");
     EXPECT_EQ(client_->call("Get", "s", interface),
               error + "InvalidArgs: Get takes 'ss', not 's'.");
-    EXPECT_EQ(client_->call("Git", "s", interface),
-              error + "UnknownMethod: There is no method 'Git'");
+    EXPECT_EQ(client_->call("Git", "s", interface), error + "UnknownMethod: Unknown method 'Git'");
     EXPECT_THAT(client_->call("Get", "ss", "com.example.A", "PowerReceived"), StartsWith(error));
     EXPECT_EQ(get(), "(25.0)");
 }

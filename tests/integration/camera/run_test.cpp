@@ -36,7 +36,7 @@ TEST_F(CameraRun, TellsInTextWhatHappens) {
     BusClient client(address());
     EXPECT_EQ(client.call("RegisterForTemperatureChangeSignal", "id", 3, 0.5), "(1)");
     EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "x"),
-              "com.tarlo.TemperatureController.Error.UnknownSensor: No sensor is named 'x'.");
+              "com.tarlo.TemperatureController.Error.UnknownSensor: Unknown sensor 'x'.");
     handle({"set", "temperature.main", "71.5"});
     handle({"fail", "GetTemperature", "--silent", "--times", "1"});
     close();
@@ -50,8 +50,7 @@ TEST_F(CameraRun, TellsInTextWhatHappens) {
                     "temperature: " + name + " calls GetTemperatureIdFromName(\"x\")",
                     "temperature: refuses " + name +
                         ", GetTemperatureIdFromName: "
-                        "com.tarlo.TemperatureController.Error.UnknownSensor: No sensor is named "
-                        "'x'.",
+                        "com.tarlo.TemperatureController.Error.UnknownSensor: Unknown sensor 'x'.",
                     "temperature: sensor main is 71.5",
                     "temperature: signals TemperatureChangeSignal(1, 71.5)",
                     "fault: GetTemperature, set: not sent, 1 time"}));
@@ -169,7 +168,7 @@ TEST_F(CameraRun, WithoutAnUnknownServiceItDoesNotStart) {
     const Ended ended = run({"run", "--private-bus", "--without", "temprature"});
     EXPECT_EQ(ended.code, 2);
     EXPECT_EQ(ended.err,
-              "fenwa-camera: there is no service 'temprature'; did you mean 'temperature'?\n");
+              "fenwa-camera: unknown service 'temprature'; did you mean 'temperature'?\n");
     EXPECT_EQ(ended.out, "");
 }
 
@@ -181,7 +180,7 @@ TEST_F(CameraRun, AConfigurationSaysWhichSensorsThereAre) {
     EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "zoom"), "(12)");
     EXPECT_EQ(client.call("GetTemperature", "is", 12, "zoom"), "(-4.5)");
     EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "main"),
-              "com.tarlo.TemperatureController.Error.UnknownSensor: No sensor is named 'main'.");
+              "com.tarlo.TemperatureController.Error.UnknownSensor: Unknown sensor 'main'.");
 }
 
 TEST_F(CameraRun, PlaysOnABusOfItsOwnAndLeavesNothingBehind) {

@@ -55,7 +55,7 @@ expect = {state = "temperature.main", is = 71.5}
              R"({"event":"step","step":3,"where":"s.toml:8:1"})",
              R"({"event":"fault","state":"set","member":"GetTemperature","what":"not sent, 3 times"})",
              R"({"event":"fault","state":"cleared","member":"GetTemperature","what":)"
-             R"("all is well again"})",
+             R"("the rule is removed"})",
              R"({"event":"expectation","step":3,"where":"s.toml:8:1","expected":)"
              R"("temperature.main to be 71.5 within 5.0 s","met":true})"}));
 }
@@ -196,7 +196,7 @@ say = "never"
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(plain(ended.err),
               "fenwa-camera: s.toml:3:1: expected temperature.main to be 21.0 within 0.1 s; no "
-              "calls came\n");
+              "calls received\n");
     EXPECT_THAT(
         with("\"expectation\"", lines(ended.out)),
         ElementsAre(R"({"event":"expectation","step":2,"where":"s.toml:3:1","expected":)"
@@ -209,8 +209,7 @@ TEST_F(Scenario, AnOrderThatIsRefusedFailsItToo) {
     const Ended ended = play("[[steps]]\npress = \"ok\"\n");
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(plain(ended.err),
-              "fenwa-camera: s.toml:1:1: there is no button 'ok': nobody has added buttons to this "
-              "camera\n");
+              "fenwa-camera: s.toml:1:1: unknown button 'ok': no client has added buttons\n");
 }
 
 TEST_F(Scenario, ASignalEndsItWell) {

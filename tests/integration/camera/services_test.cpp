@@ -129,7 +129,7 @@ TEST_F(ControllerLife, AServiceThatIsNotToBeActivatedStaysDown) {
     EXPECT_EQ(state()["services"][0]["activatable"], false);
     const Ended direct = run({"activate", "temperature"}, {{"DBUS_STARTER_ADDRESS", address()}});
     EXPECT_EQ(direct.code, 1);
-    EXPECT_EQ(direct.err, "fenwa-camera: the service 'temperature' is not to be activated\n");
+    EXPECT_EQ(direct.err, "fenwa-camera: the service 'temperature' cannot be activated\n");
 }
 
 // The bus is somebody else's, and its daemon knows nothing of the camera.

@@ -97,7 +97,7 @@ c.toml:2:8: error: 'name' of [[sensors]] must be a string, not an integer
 name = 5
        ^
 c.toml: 2 errors
-s.toml:2:8: error: there is no service 'x'
+s.toml:2:8: error: unknown service 'x'
 stop = "x"
        ^
 s.toml: 1 error
@@ -112,7 +112,7 @@ TEST_F(CameraStart, AScenarioIsCheckedAgainstTheSensorsOfTheConfiguration) {
         folder().write("s.toml", "[[steps]]\nset = {\"temperature.main\" = 1}\n");
     const Ended ended = run({"run", "--private-bus", "--config", config, "--scenario", scenario});
     EXPECT_EQ(ended.code, 78);
-    EXPECT_THAT(plain(ended.err), StartsWith("s.toml:2:8: error: no sensor is named 'main'\n"));
+    EXPECT_THAT(plain(ended.err), StartsWith("s.toml:2:8: error: unknown sensor 'main'\n"));
 }
 
 TEST_F(CameraStart, AFileThatIsNotThereEndsItWith66) {

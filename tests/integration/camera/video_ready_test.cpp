@@ -63,7 +63,7 @@ TEST_F(VideoReadiness, ThereIsAnObjectForEachChannelOfTheConfiguration) {
     EXPECT_EQ(signal(*third), "()");
     EXPECT_EQ(value("video.2"), 1);
     const std::string unknown = "org.freedesktop.DBus.Error.UnknownObject: ";
-    EXPECT_EQ(signal(*client(3)), unknown + "There is no object '/com/tarlo/VideoReady1/3'.");
+    EXPECT_EQ(signal(*client(3)), unknown + "Unknown object '/com/tarlo/VideoReady1/3'.");
     EXPECT_EQ(value("wdr.2"), "off");
 }
 

@@ -71,19 +71,20 @@ expect = {state = "video.0", is = -1}
     const auto below = [&set](std::size_t column) {
         return set + std::string(column - 1, ' ') + "^\n";
     };
-    EXPECT_EQ(plain(ended.err),
-              "s.toml:2:8: error: 'true' is no value of 'ImageSource.I0.Sensor.WDR', which is on "
-              "or off\n" +
-                  below(8) +
-                  "s.toml:2:24: error: 'overlay.text' comes of what clients set and cannot be "
-                  "set\n" +
-                  below(24) +
-                  "s.toml:2:46: error: 'video.0' counts what clients say and cannot be set\n" +
-                  below(46) + "s.toml:2:61: error: there is no value 'wdr.2'\n" + below(61) +
-                  "help: did you mean 'wdr.0'?\n"
-                  "s.toml:3:19: error: '-1' is not how often something was said: a whole number "
-                  "of at least 0 is\nexpect = {state = \"video.0\", is = -1}\n" +
-                  std::string(18, ' ') + "^\ns.toml: 5 errors\n");
+    EXPECT_EQ(
+        plain(ended.err),
+        "s.toml:2:8: error: 'true' is not a valid value of 'ImageSource.I0.Sensor.WDR': expected "
+        "on or off\n" +
+            below(8) +
+            "s.toml:2:24: error: 'overlay.text' cannot be set: it shows the text that clients "
+            "set\n" +
+            below(24) +
+            "s.toml:2:46: error: 'video.0' cannot be set: it counts calls of SignalVideoReady\n" +
+            below(46) + "s.toml:2:61: error: unknown value 'wdr.2'\n" + below(61) +
+            "help: did you mean 'wdr.0'?\n"
+            "s.toml:3:19: error: '-1' is not a valid count: expected an integer of at least "
+            "0\nexpect = {state = \"video.0\", is = -1}\n" +
+            std::string(18, ' ') + "^\ns.toml: 5 errors\n");
 }
 
 }  // namespace

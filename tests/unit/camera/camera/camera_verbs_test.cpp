@@ -38,9 +38,9 @@ TEST_F(CameraVerbsTest, TakesNanAndInfinityForTemperatures) {
 TEST_F(CameraVerbsTest, RefusesWhatIsNoTemperature) {
     for (const std::string text : {"", " 1", "1 ", "1,5", "warm", "0x10", "1e999", "36.5C"}) {
         EXPECT_EQ(refusal([&] { camera_.set("temperature.main", text); }),
-                  "'" + text + "' is not a temperature: a number, nan, inf or -inf is");
+                  "'" + text + "' is not a valid temperature: expected a number, nan, inf or -inf");
         EXPECT_EQ(refusal([&] { (void)camera_.check_value("temperature.main", text); }),
-                  "'" + text + "' is not a temperature: a number, nan, inf or -inf is");
+                  "'" + text + "' is not a valid temperature: expected a number, nan, inf or -inf");
     }
     EXPECT_EQ(camera_.value("temperature.main"), 36.5);
     EXPECT_EQ(told(), "");
@@ -59,24 +59,24 @@ TEST_F(CameraVerbsTest, QuotesALongNameOrValueInPart) {
 
 TEST_F(CameraVerbsTest, RefusesUnknownValuesWithTheNearest) {
     EXPECT_EQ(refusal([&] { camera_.set("temperature.mian", "1"); }),
-              "no sensor is named 'mian'; did you mean 'main'?");
-    EXPECT_EQ(refusal([&] { camera_.set("temperature.x", "1"); }), "no sensor is named 'x'");
+              "unknown sensor 'mian'; did you mean 'main'?");
+    EXPECT_EQ(refusal([&] { camera_.set("temperature.x", "1"); }), "unknown sensor 'x'");
     EXPECT_EQ(refusal([&] { camera_.set("temprature.main", "1"); }),
-              "there is no value 'temprature.main'; did you mean 'temperature.main'?");
+              "unknown value 'temprature.main'; did you mean 'temperature.main'?");
     EXPECT_EQ(refusal([&] { camera_.set("temperature", "1"); }),
-              "there is no value 'temperature'; did you mean 'temperature.main'?");
+              "unknown value 'temperature'; did you mean 'temperature.main'?");
     EXPECT_EQ(refusal([&] { (void)camera_.value("temperature.x"); }),
-              "there is no value 'temperature.x'");
+              "unknown value 'temperature.x'");
 }
 
 TEST_F(CameraVerbsTest, RefusesUnknownServices) {
-    const std::string sentence = "there is no service 'temperatur'; did you mean 'temperature'?";
+    const std::string sentence = "unknown service 'temperatur'; did you mean 'temperature'?";
     EXPECT_EQ(refusal([&] { camera_.start("temperatur"); }), sentence);
     EXPECT_EQ(refusal([&] { camera_.stop("temperatur"); }), sentence);
     EXPECT_EQ(refusal([&] { camera_.restart("temperatur"); }), sentence);
     EXPECT_EQ(refusal([&] { camera_.activate("temperatur"); }), sentence);
     EXPECT_EQ(refusal([&] { camera_.check_service("temperatur"); }), sentence);
-    EXPECT_EQ(refusal([&] { camera_.check_service(""); }), "there is no service ''");
+    EXPECT_EQ(refusal([&] { camera_.check_service(""); }), "unknown service ''");
     EXPECT_EQ(refusal([&] { camera_.check_service("temperature"); }), "no refusal");
 }
 
@@ -92,33 +92,33 @@ TEST_F(CameraVerbsTest, SetsListsAndClearsFaults) {
     EXPECT_EQ(told(),
               "fault: GetTemperature, set: not sent\n"
               "fault: temperature.TemperatureSignal, set: the service leaves the bus\n"
-              "fault: GetTemperature, cleared: all is well again\n");
+              "fault: GetTemperature, cleared: the rule is removed\n");
 }
 
 TEST_F(CameraVerbsTest, RefusesFaultsOfMembersThatNobodyHas) {
     EXPECT_EQ(refusal([&] { camera_.fail(rule("GetTemperatur", FaultEffect::silent)); }),
-              "no service has a method, signal or property 'GetTemperatur'; did you mean "
+              "unknown method, signal or property 'GetTemperatur'; did you mean "
               "'GetTemperature'?");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("temperature.Show", FaultEffect::silent)); }),
-              "the service 'temperature' has no method, signal or property 'Show'");
+              "unknown method, signal or property 'Show' of the service 'temperature'");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("temperate.GetTemperature", FaultEffect::drop)); }),
-              "there is no service 'temperate'; did you mean 'temperature'?");
+              "unknown service 'temperate'; did you mean 'temperature'?");
     EXPECT_EQ(refusal([&] { camera_.clear_fault("GetTemperatur"); }),
-              "no service has a method, signal or property 'GetTemperatur'; did you mean "
+              "unknown method, signal or property 'GetTemperatur'; did you mean "
               "'GetTemperature'?");
     EXPECT_EQ(camera_.show()["faults"].dump(), "[]");
 }
 
 TEST_F(CameraVerbsTest, ASignalIsNotAnsweredWithAnError) {
     EXPECT_EQ(refusal([&] { camera_.fail(rule("TemperatureSignal", FaultEffect::error)); }),
-              "'TemperatureSignal' is a signal, and a signal is not answered");
+              "'TemperatureSignal' is a signal; 'error' needs a method or a property");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("PropertiesChanged", FaultEffect::error)); }),
-              "'PropertiesChanged' is a signal, and a signal is not answered");
+              "'PropertiesChanged' is a signal; 'error' needs a method or a property");
 }
 
 TEST_F(CameraVerbsTest, ACallByTheCameraIsAnsweredByOthers) {
     EXPECT_EQ(refusal([&] { camera_.fail(rule("SetPower", FaultEffect::error)); }),
-              "'SetPower' is a call by the camera, which others answer");
+              "'SetPower' is an outgoing call of the camera; 'error' needs a method or a property");
     EXPECT_EQ(refusal([&] { camera_.fail(rule("SetPower", FaultEffect::silent)); }), "no refusal");
 }
 
@@ -134,7 +134,7 @@ TEST_F(CameraVerbsTest, TellsMethodsFromWhatElseThereIs) {
     EXPECT_NO_THROW(camera_.check_method("power-status", "Get"));
     EXPECT_NO_THROW(camera_.check_method("power-status", "GetAll"));
     EXPECT_EQ(refusal([&] { camera_.check_method("temperature", "Get"); }),
-              "the service 'temperature' has no method, signal or property 'Get'");
+              "unknown method, signal or property 'Get' of the service 'temperature'");
     EXPECT_EQ(refusal([&] { camera_.check_method("", "TemperatureSignal"); }),
               "'TemperatureSignal' is a signal, not a method");
     EXPECT_EQ(refusal([&] { camera_.check_method("", "PropertiesChanged"); }),
@@ -142,13 +142,13 @@ TEST_F(CameraVerbsTest, TellsMethodsFromWhatElseThereIs) {
     EXPECT_EQ(refusal([&] { camera_.check_method("", "PowerReceived"); }),
               "'PowerReceived' is a property, not a method; a property is read with 'Get'");
     EXPECT_EQ(refusal([&] { camera_.check_method("power-consumer", "SetPower"); }),
-              "'SetPower' is a call by the camera, not one that it gets; expect the state that it "
-              "tells of");
+              "'SetPower' is an outgoing call of the camera, not a method; expect the 'state' that "
+              "it reports");
 }
 
 TEST_F(CameraVerbsTest, NobodyHasAddedAButton) {
     EXPECT_EQ(refusal([&] { camera_.press("ok"); }),
-              "there is no button 'ok': nobody has added buttons to this camera");
+              "unknown button 'ok': no client has added buttons");
 }
 
 TEST_F(CameraVerbsTest, ShowsItsWholeStateWhileItIsDown) {

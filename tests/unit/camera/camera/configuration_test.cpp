@@ -64,8 +64,8 @@ TEST_F(ConfigurationTest, MistakesInPowerAreReportedAtTheirValues) {
         (void)sensors("[power]\nbudget = " + wrong + "\n");
         EXPECT_EQ(printed_,
                   "camera.toml:2:10: error: 'budget' of [power] must be a finite number of at "
-                  "least 0\nbudget = " +
-                      wrong + "\n         ^\ncamera.toml: 1 error\n");
+                  "least 0, not " +
+                      wrong + "\nbudget = " + wrong + "\n         ^\ncamera.toml: 1 error\n");
         EXPECT_EQ(power_.budget, 20.0);
     }
     (void)sensors("[power]\nreceived = \"much\"\nbudgets = 4\n");
@@ -106,13 +106,15 @@ TEST_F(ConfigurationTest, NamesAndIdsMustBeUsable) {
     EXPECT_EQ(mistake("name = \"\"\nid = 1\ntemperature = 1\n"),
               "camera.toml:2:8: error: a sensor's name must not be empty\nname = \"\"\n       ^\n");
     EXPECT_EQ(mistake("name = \"a\\u0000b\"\nid = 1\ntemperature = 1\n"),
-              "camera.toml:2:8: error: a sensor's name must not hold a zero byte\n"
+              "camera.toml:2:8: error: a sensor's name must not contain a zero byte\n"
               "name = \"a\\u0000b\"\n       ^\n");
     EXPECT_EQ(mistake("name = \"a\"\nid = 2147483648\ntemperature = 1\n"),
-              "camera.toml:3:6: error: a sensor's id must fit 32 bits, 2147483648 does not\n"
+              "camera.toml:3:6: error: a sensor's id must be from -2147483648 to 2147483647, not "
+              "2147483648\n"
               "id = 2147483648\n     ^\n");
     EXPECT_EQ(mistake("name = \"a\"\nid = -2147483649\ntemperature = 1\n"),
-              "camera.toml:3:6: error: a sensor's id must fit 32 bits, -2147483649 does not\n"
+              "camera.toml:3:6: error: a sensor's id must be from -2147483648 to 2147483647, not "
+              "-2147483649\n"
               "id = -2147483649\n     ^\n");
 }
 
@@ -148,11 +150,11 @@ unit = "K"
 sensor = 1
 ^
 help: did you mean 'sensors'?
-camera.toml:7:8: error: a second sensor is named 'main'
+camera.toml:7:8: error: duplicate sensor name 'main'
 name = "main"
        ^
 help: the first is at line 3
-camera.toml:8:6: error: a second sensor has the id 3
+camera.toml:8:6: error: duplicate sensor id 3
 id = 3
      ^
 help: the first is at line 4

@@ -28,16 +28,16 @@ TEST_F(VideoConfiguration, AFileSaysOther) {
 TEST_F(VideoConfiguration, MistakesAreReportedAtTheirValues) {
     for (const std::string wrong : {"0", "65", "-1", "4294967298"}) {
         (void)sensors("[video]\nchannels = " + wrong + "\n");
-        EXPECT_EQ(printed_, "camera.toml:2:12: error: 'channels' of [video] must be 1 to 64, not " +
-                                wrong + "\nchannels = " + wrong +
-                                "\n           ^\ncamera.toml: 1 error\n");
+        EXPECT_EQ(printed_,
+                  "camera.toml:2:12: error: 'channels' of [video] must be from 1 to 64, not " +
+                      wrong + "\nchannels = " + wrong + "\n           ^\ncamera.toml: 1 error\n");
         EXPECT_EQ(video_.channels, 2);
     }
     (void)sensors("[video]\nchannels = 1.0\nunit = \"a\\u0000b\"\nchanels = 1\n");
     EXPECT_EQ(printed_,
               "camera.toml:2:12: error: 'channels' of [video] must be an integer, not a float\n"
               "channels = 1.0\n           ^\n"
-              "camera.toml:3:8: error: 'unit' of [video] must not hold a zero byte\n"
+              "camera.toml:3:8: error: 'unit' of [video] must not contain a zero byte\n"
               "unit = \"a\\u0000b\"\n       ^\n"
               "camera.toml:4:1: error: unknown key 'chanels' in [video]\nchanels = 1\n^\n"
               "help: did you mean 'channels'?\ncamera.toml: 3 errors\n");

@@ -106,9 +106,9 @@ TEST(FeatureDocument, NamesAreUsableAndTellButtonsApart) {
     EXPECT_EQ(mistake("/features/0/name", ""),
               "'/features/0/name' is a name and must not be empty.");
     EXPECT_EQ(mistake("/name", std::string("a\0b", 3)),
-              "'/name' is a name and must not hold a zero byte.");
+              "'/name' is a name and must not contain a zero byte.");
     EXPECT_EQ(mistake("/features/1/name", "on1"),
-              "'/features/1/name' is 'on1', as another button's name is.");
+              "'/features/1/name' is 'on1', the name of another button.");
 }
 
 TEST(FeatureDocument, IsOfABoundedLength) {

@@ -61,35 +61,34 @@ TEST_F(Parameters, EscapesOfAQueryAreUndone) {
 
 TEST_F(Parameters, WhatIsNoEscapeStaysAsItIs) {
     EXPECT_EQ(refusal(update + wdr0 + "=o%6"),
-              "'o%6' is no value of '" + wdr0 + "', which is on or off");
+              "'o%6' is not a valid value of '" + wdr0 + "': expected on or off");
     EXPECT_EQ(refusal(update + wdr0 + "=%6gn+%"),
-              "'%6gn %' is no value of '" + wdr0 + "', which is on or off");
+              "'%6gn %' is not a valid value of '" + wdr0 + "': expected on or off");
 }
 
 TEST_F(Parameters, AnUnknownParameterGetsTheNearest) {
-    EXPECT_EQ(
-        refusal(update + "ImageSource.I0.Sensor.WRD=on"),
-        "the camera has no parameter 'ImageSource.I0.Sensor.WRD'; did you mean '" + wdr0 + "'?");
-    EXPECT_EQ(refusal(update + "Brightness=on"), "the camera has no parameter 'Brightness'");
+    EXPECT_EQ(refusal(update + "ImageSource.I0.Sensor.WRD=on"),
+              "unknown parameter 'ImageSource.I0.Sensor.WRD'; did you mean '" + wdr0 + "'?");
+    EXPECT_EQ(refusal(update + "Brightness=on"), "unknown parameter 'Brightness'");
 }
 
 TEST_F(Parameters, OneWrongUpdateSpoilsTheOthers) {
     EXPECT_EQ(refusal(update + wdr0 + "=on&" + wdr1 + "=maybe"),
-              "'maybe' is no value of '" + wdr1 + "', which is on or off");
+              "'maybe' is not a valid value of '" + wdr1 + "': expected on or off");
 }
 
 TEST_F(Parameters, OnlyAGetOfTheUpdateIsServed) {
     EXPECT_EQ(refusal(update + wdr0 + "=on", "POST"),
-              "the camera serves requests of the type GET, not 'POST'");
+              "unsupported request type 'POST': expected 'GET'");
     EXPECT_EQ(refusal("/tarlo-cgi/params.cgi?action=update&" + wdr0 + "=on"),
-              "the camera serves '/tarlo-cgi/param.cgi', not '/tarlo-cgi/params.cgi'");
-    EXPECT_EQ(refusal(""), "the camera serves '/tarlo-cgi/param.cgi', not ''");
-    EXPECT_EQ(refusal("/tarlo-cgi/param.cgi"), "the request has no 'action'");
-    EXPECT_EQ(refusal("/tarlo-cgi/param.cgi?" + wdr0 + "=on"), "the request has no 'action'");
+              "unknown path '/tarlo-cgi/params.cgi': expected '/tarlo-cgi/param.cgi'");
+    EXPECT_EQ(refusal(""), "unknown path '': expected '/tarlo-cgi/param.cgi'");
+    EXPECT_EQ(refusal("/tarlo-cgi/param.cgi"), "the request needs 'action=update'");
+    EXPECT_EQ(refusal("/tarlo-cgi/param.cgi?" + wdr0 + "=on"), "the request needs 'action=update'");
     EXPECT_EQ(refusal("/tarlo-cgi/param.cgi?action=list&" + wdr0 + "=on"),
-              "the camera knows no action 'list', 'update' it does");
-    EXPECT_EQ(refusal(update), "the request names no parameter to update");
-    EXPECT_EQ(refusal(update + wdr0), "'" + wdr0 + "' in the request has no '='");
+              "unknown action 'list': expected 'update'");
+    EXPECT_EQ(refusal(update), "the request needs a parameter to update");
+    EXPECT_EQ(refusal(update + wdr0), "'" + wdr0 + "' in the request is not NAME=VALUE");
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ TEST(FaultOptions, AFlagThatIsFalseIsNotAsked) {
 
 struct Mistake {
     const char* options;
-    const char* sentence;
+    std::string sentence;
 };
 void PrintTo(const Mistake& mistake, std::ostream* out) {
     *out << mistake.options;
@@ -76,59 +76,66 @@ TEST_P(FaultMistakeTest, IsReportedWithASentence) {
 }
 
 constexpr const char* one_effect =
-    "a fault is one of error, malformed, silent and drop, not two of them";
-constexpr const char* odds = ": 'probability' of a fault must be above 0 and at most 1";
+    "a fault takes only one of 'error', 'malformed', 'silent' and 'drop'";
+const std::string odds = ": 'probability' of a fault must be above 0 and at most 1, not ";
 
 INSTANTIATE_TEST_SUITE_P(
     EachKind, FaultMistakeTest,
     ::testing::Values(
-        Mistake{R"({"member":5,"drop":true})", "member: 'member' of a fault must be a string"},
+        Mistake{R"({"member":5,"drop":true})",
+                "member: 'member' of a fault must be a string, not 5"},
         Mistake{R"({"drop":true})",
-                ": a fault needs the name of a method, signal or property in 'member'"},
+                ": a fault needs 'member', the name of a method, signal or property"},
         Mistake{R"({"member":"","drop":true})",
-                ": a fault needs the name of a method, signal or property in 'member'"},
+                ": a fault needs 'member', the name of a method, signal or property"},
         Mistake{R"({"member":"G"})",
-                ": a fault needs one of error, malformed, silent, drop and delay"},
+                ": a fault needs one of 'error', 'malformed', 'silent', 'drop' and 'delay'"},
         Mistake{R"({"member":"G","times":3})",
-                ": a fault needs one of error, malformed, silent, drop and delay"},
-        Mistake{R"({"member":"G","error":true})", "error: 'error' of a fault must be a string"},
+                ": a fault needs one of 'error', 'malformed', 'silent', 'drop' and 'delay'"},
+        Mistake{R"({"member":"G","error":true})",
+                "error: 'error' of a fault must be a string, not true"},
         Mistake{R"({"member":"G","error":"Busy"})",
-                ": 'Busy' is not a D-Bus error name, which looks like com.example.Error.Busy"},
+                ": 'Busy' is not a valid D-Bus error name, such as com.example.Error.Busy"},
         Mistake{R"({"member":"G","error":""})",
-                ": '' is not a D-Bus error name, which looks like com.example.Error.Busy"},
+                ": '' is not a valid D-Bus error name, such as com.example.Error.Busy"},
         Mistake{R"({"member":"G","silent":1})",
-                "silent: 'silent' of a fault must be true or false"},
+                "silent: 'silent' of a fault must be true or false, not 1"},
         Mistake{R"({"member":"G","delay":1,"malformed":"yes"})",
-                "malformed: 'malformed' of a fault must be true or false"},
-        Mistake{R"({"member":"G","drop":null})", "drop: 'drop' of a fault must be true or false"},
-        Mistake{R"({"member":"G","delay":0})", "delay: 'delay' of a fault must be 1 or more"},
-        Mistake{R"({"member":"G","delay":1.5})", "delay: 'delay' of a fault must be an integer"},
+                "malformed: 'malformed' of a fault must be true or false, not \"yes\""},
+        Mistake{R"({"member":"G","drop":null})",
+                "drop: 'drop' of a fault must be true or false, not null"},
+        Mistake{R"({"member":"G","delay":0})",
+                "delay: 'delay' of a fault must be at least 1, not 0"},
+        Mistake{R"({"member":"G","delay":1.5})",
+                "delay: 'delay' of a fault must be an integer, not 1.5"},
         Mistake{R"({"member":"G","delay":86400001})",
-                "delay: 'delay' of a fault must be at most a day (86400000 ms)"},
+                "delay: 'delay' of a fault must be at most 86400000 ms (a day), not 86400001"},
         Mistake{R"({"member":"G","delay":18446744073709551615})",
-                "delay: 'delay' of a fault must be at most a day (86400000 ms)"},
+                "delay: 'delay' of a fault must be at most 86400000 ms (a day), not "
+                "18446744073709551615"},
         Mistake{R"({"member":"G","drop":true,"times":0})",
-                "times: 'times' of a fault must be 1 or more"},
+                "times: 'times' of a fault must be at least 1, not 0"},
         Mistake{R"({"member":"G","drop":true,"times":-3})",
-                "times: 'times' of a fault must be 1 or more"},
+                "times: 'times' of a fault must be at least 1, not -3"},
         Mistake{R"({"member":"G","drop":true,"times":"two"})",
-                "times: 'times' of a fault must be an integer"},
+                "times: 'times' of a fault must be an integer, not \"two\""},
         Mistake{R"({"member":"G","drop":true,"times":4294967296})",
-                "times: 'times' of a fault must be at most 4294967295"},
+                "times: 'times' of a fault must be at most 4294967295, not 4294967296"},
         Mistake{R"({"member":"G","drop":true,"seed":-1,"probability":0.5})",
-                "seed: 'seed' of a fault must be 0 or more"},
+                "seed: 'seed' of a fault must be at least 0, not -1"},
         Mistake{R"({"member":"G","drop":true,"seed":1})",
-                ": 'seed' of a fault goes with 'probability'"},
+                ": 'seed' of a fault needs 'probability'"},
         Mistake{R"({"member":"G","drop":true,"probability":"often"})",
-                "probability: 'probability' of a fault must be a number"},
-        Mistake{R"({"member":"G","drop":true,"probability":0})", odds},
-        Mistake{R"({"member":"G","drop":true,"probability":-0.1})", odds},
-        Mistake{R"({"member":"G","drop":true,"probability":1.0001})", odds},
+                "probability: 'probability' of a fault must be a number, not \"often\""},
+        Mistake{R"({"member":"G","drop":true,"probability":0})", odds + "0.0"},
+        Mistake{R"({"member":"G","drop":true,"probability":-0.1})", odds + "-0.1"},
+        Mistake{R"({"member":"G","drop":true,"probability":1.0001})", odds + "1.0001"},
         Mistake{R"({"member":"G","silent":true,"delay":5})",
-                ": what is never sent cannot be late: 'silent' and 'delay' do not go together"},
+                ": a fault takes either 'silent' or 'delay', not both"},
         Mistake{R"({"member":"G","tmies":5,"drop":true})",
-                "tmies: a fault has no 'tmies'; did you mean 'times'?"},
-        Mistake{R"({"member":"G","colour":5,"drop":true})", "colour: a fault has no 'colour'"}));
+                "tmies: unknown key 'tmies' in the fault; did you mean 'times'?"},
+        Mistake{R"({"member":"G","colour":5,"drop":true})",
+                "colour: unknown key 'colour' in the fault"}));
 
 TEST(FaultOptions, RefuseTwoEffectsAtOnce) {
     EXPECT_THAT(read(R"({"member":"G","error":"com.example.Busy","drop":true})").mistakes,
@@ -139,9 +146,9 @@ TEST(FaultOptions, RefuseTwoEffectsAtOnce) {
 
 TEST(FaultOptions, ReportEachMistakeThatIsThere) {
     EXPECT_THAT(read(R"({"member":"G","drop":1,"times":0,"dealy":5})").mistakes,
-                ElementsAre("drop: 'drop' of a fault must be true or false",
-                            "times: 'times' of a fault must be 1 or more",
-                            "dealy: a fault has no 'dealy'; did you mean 'delay'?"));
+                ElementsAre("drop: 'drop' of a fault must be true or false, not 1",
+                            "times: 'times' of a fault must be at least 1, not 0",
+                            "dealy: unknown key 'dealy' in the fault; did you mean 'delay'?"));
 }
 
 TEST(FaultOptions, RefuseAProbabilityThatIsNoNumberAtAll) {
@@ -151,7 +158,7 @@ TEST(FaultOptions, RefuseAProbabilityThatIsNoNumberAtAll) {
     (void)fault_rule_from(options, [&](const std::string& /*key*/, const CommandError& mistake) {
         sentence = mistake.what();
     });
-    EXPECT_EQ(": " + sentence, odds);
+    EXPECT_EQ(": " + sentence, odds + "nan");
 }
 
 }  // namespace

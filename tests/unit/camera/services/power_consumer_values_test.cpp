@@ -20,7 +20,7 @@ TEST_F(PowerValues, BudgetAndReceivedPowerAreSetByTheirServicesUnderOneGroup) {
 TEST_F(PowerValues, ABudgetIsFiniteAndNotNegative) {
     for (const std::string text : {"-0.5", "inf", "nan", "much", "", "1 W"}) {
         EXPECT_EQ(refusal([&] { camera_.set("power.budget", text); }),
-                  "'" + text + "' is not a power: a finite number of at least 0 is");
+                  "'" + text + "' is not a valid power: expected a finite number of at least 0");
     }
     EXPECT_EQ(camera_.value("power.budget"), 20.0);
     camera_.set("power.budget", "0");
@@ -33,13 +33,13 @@ TEST_F(PowerValues, TheReceivedPowerIsAnyNumber) {
         EXPECT_EQ(camera_.value("power.received"), text);
     }
     EXPECT_EQ(refusal([&] { camera_.set("power.received", "much"); }),
-              "'much' is not a power: a number, nan, inf or -inf is");
+              "'much' is not a valid power: expected a number, nan, inf or -inf");
 }
 
 TEST_F(PowerValues, SharesAndWhatIsLeftAreOnlySeen) {
     for (const std::string name : {"power.share.vipd0", "power.left"}) {
         const std::string sentence =
-            "'" + name + "' comes of the budget and the requests and cannot be set";
+            "'" + name + "' cannot be set: it follows from the budget and the requests";
         EXPECT_EQ(refusal([&] { camera_.set(name, "1"); }), sentence);
         EXPECT_EQ(refusal([&] { (void)camera_.check_value(name, "1"); }), sentence);
         EXPECT_EQ(camera_.check_state(name, "1"), 1.0);
@@ -51,14 +51,14 @@ TEST_F(PowerValues, AConsumerThatIsNotThereHasNone) {
     EXPECT_EQ(camera_.value("power.share.vipd0"), "none");
     EXPECT_EQ(camera_.check_state("power.share.vipd0", "none"), "none");
     EXPECT_EQ(refusal([&] { (void)camera_.check_state("power.left", "none"); }),
-              "'none' is not a power: a finite number of at least 0 is");
+              "'none' is not a valid power: expected a finite number of at least 0");
 }
 
 TEST_F(PowerValues, AnUnknownOneGetsTheNearest) {
     EXPECT_EQ(refusal([&] { camera_.set("power.recieved", "1"); }),
-              "there is no value 'power.recieved'; did you mean 'power.received'?");
+              "unknown value 'power.recieved'; did you mean 'power.received'?");
     EXPECT_EQ(refusal([&] { camera_.set("power-consumer.budget", "1"); }),
-              "there is no value 'power-consumer.budget'");
+              "unknown value 'power-consumer.budget'");
 }
 
 }  // namespace

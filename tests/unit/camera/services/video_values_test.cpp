@@ -18,7 +18,8 @@ TEST_F(VideoValues, WdrIsTurnedOnAndOffForEachChannel) {
 TEST_F(VideoValues, WdrIsOnOrOffAndNothingElse) {
     for (const std::string text : {"", "On", "true", "1"}) {
         const std::string sentence =
-            "'" + text + "' is no value of 'ImageSource.I0.Sensor.WDR', which is on or off";
+            "'" + text +
+            "' is not a valid value of 'ImageSource.I0.Sensor.WDR': expected on or off";
         EXPECT_EQ(refusal([&] { camera_.set("wdr.0", text); }), sentence);
         EXPECT_EQ(refusal([&] { (void)camera_.check_state("wdr.0", text); }), sentence);
     }
@@ -28,7 +29,7 @@ TEST_F(VideoValues, WdrIsOnOrOffAndNothingElse) {
 
 TEST_F(VideoValues, ThereAreAsManyAsChannels) {
     EXPECT_EQ(refusal([&] { camera_.set("wdr.2", "on"); }),
-              "there is no value 'wdr.2'; did you mean 'wdr.0'?");
+              "unknown value 'wdr.2'; did you mean 'wdr.0'?");
     Configuration one = default_configuration();
     one.video = {1, "masked"};
     const Camera camera(*event_, event_log_, one, [] {});
@@ -40,15 +41,14 @@ TEST_F(VideoValues, ThereAreAsManyAsChannels) {
 
 TEST_F(VideoValues, TheTextAndTheReadinessAreOnlySeen) {
     EXPECT_EQ(refusal([&] { camera_.set("overlay.text", "Hot"); }),
-              "'overlay.text' comes of what clients set and cannot be set");
+              "'overlay.text' cannot be set: it shows the text that clients set");
     EXPECT_EQ(refusal([&] { (void)camera_.check_value("video.1", "1"); }),
-              "'video.1' counts what clients say and cannot be set");
+              "'video.1' cannot be set: it counts calls of SignalVideoReady");
     EXPECT_EQ(camera_.check_state("overlay.text", "Hot"), "Hot");
     EXPECT_EQ(camera_.check_state("video.1", "3"), 3);
     for (const std::string text : {"-1", "1.0", "", "often"}) {
-        EXPECT_EQ(
-            refusal([&] { (void)camera_.check_state("video.1", text); }),
-            "'" + text + "' is not how often something was said: a whole number of at least 0 is");
+        EXPECT_EQ(refusal([&] { (void)camera_.check_state("video.1", text); }),
+                  "'" + text + "' is not a valid count: expected an integer of at least 0");
     }
 }
 
@@ -58,15 +58,14 @@ TEST_F(VideoValues, TheUnitIsInAnyState) {
         EXPECT_EQ(camera_.value("unit"), text);
     }
     EXPECT_EQ(refusal([&] { camera_.set("unit", std::string("a\0b", 3)); }),
-              "the state of a unit must not hold a zero byte");
+              "the state of a unit must not contain a zero byte");
     EXPECT_EQ(told(),
               "init: video-ready.service is \"masked\"\ninit: video-ready.service is \"MASKED\"\n"
               "init: video-ready.service is \"masked \"\ninit: video-ready.service is \"\"\n");
 }
 
 TEST_F(VideoValues, NobodyCallsTheInitSystemBack) {
-    EXPECT_EQ(refusal([&] { camera_.activate("init"); }),
-              "the service 'init' is not to be activated");
+    EXPECT_EQ(refusal([&] { camera_.activate("init"); }), "the service 'init' cannot be activated");
 }
 
 }  // namespace
