@@ -1,0 +1,205 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <concepts>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tests/support/block_driver.hpp"
+#include "tests/support/layout_probe.hpp"
+#include "tests/support/settings.hpp"
+
+/// What the tests of all blocks share.
+namespace support {
+
+using Journal = std::vector<std::string>;
+using Lines = std::vector<std::string>;
+
+inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+
+// What sd-bus never fills an error argument with, beside `denied`; a callback reads it all the
+// same.
+inline constexpr sd_bus_error silent =
+    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
+inline constexpr sd_bus_error nameless = SD_BUS_ERROR_MAKE_CONST(nullptr, "a message alone");
+
+/// What a callback or constructor does that wakes its block and no more.
+inline const Journal wake_up{"fire event_port"};
+/// The last entry for a callback that returns this.
+inline std::string returns(int result) {
+    return "returns " + std::to_string(result);
+}
+
+// How the journal names what blocks send.
+
+inline const std::string owner_match =
+    "match type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'";
+inline std::string owner_query(const std::string& name) {
+    return "call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus GetNameOwner(s "
+           "\"" +
+           name + "\")";
+}
+/// A call of a service whose interface has the service's name.
+inline std::string service_call(const std::string& name, const std::string& path,
+                                const std::string& call) {
+    return "call " + name + " " + path + " " + name + " " + call;
+}
+
+// Messages for the rows of tables.
+
+using MakeMessage = std::function<Message(Messages&)>;
+
+template <class... Values>
+MakeMessage reply_of(const char* types, Values... values) {
+    return [=](Messages& messages) { return messages.reply(types, values...); };
+}
+/// An error reply; a null text is an empty body.
+inline MakeMessage error_of(const char* name, const char* text) {
+    return [=](Messages& messages) { return messages.error(name, text); };
+}
+template <class... Values>
+MakeMessage error_body_of(const char* types, Values... values) {
+    return [=](Messages& messages) {
+        return messages.error_with_body("com.example.Error", types, values...);
+    };
+}
+
+/// Base of the rows of a table: the name of a row, which is part of the test's.
+struct NamedCase {
+    const char* name;
+};
+
+template <std::derived_from<NamedCase> Case>
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
+/// For INSTANTIATE_TEST_SUITE_P.
+template <std::derived_from<NamedCase> Case>
+std::string case_name(const testing::TestParamInfo<Case>& row) {
+    return row.param.name;
+}
+
+/// Base of the tests of one type of block. What a block does is compared whole: an operation
+/// returns all its effects in their order, and "returns R" behind them where a callback returns
+/// another number than 0.
+template <class T>
+class BlockFixture : public BlockTest {
+  protected:
+    using LayoutProbe = blocks::LayoutProbe;
+
+    /// Builds a block in place of the one before.
+    template <class... Arguments>
+    void build(Arguments&&... arguments) {
+        driver_.emplace(recorders.tools, std::forward<Arguments>(arguments)...);
+    }
+    [[nodiscard]] T& block() { return **driver_; }
+    /// Whether the block has asked to be run since the last time. Takes its fires.
+    [[nodiscard]] bool woken() { return driver_->woken(); }
+
+    /// All effects of `act`, without those before it that no test has to look at.
+    template <class Act>
+    [[nodiscard]] Journal effects_of(Act act) {
+        (void)journal.take(effect::all & ~effect::to_be_seen);
+        int result = 0;
+        if constexpr (std::is_void_v<std::invoke_result_t<Act>>)
+            act();
+        else
+            result = act();
+        Journal effects = take();
+        if (result != 0)
+            effects.push_back(returns(result));
+        return effects;
+    }
+
+    Journal start() {
+        return effects_of([this] { block().start(); });
+    }
+    /// A run for another reason than the block's ports.
+    Journal run() {
+        return effects_of([this] { EXPECT_TRUE(block().run()); });
+    }
+    /// A run that the block has asked for.
+    Journal run_woken() {
+        return effects_of([this] { EXPECT_TRUE(driver_->run_woken()); });
+    }
+    Journal stop() {
+        return effects_of([this] { block().stop(); });
+    }
+    Journal destroy() {
+        return effects_of([this] { driver_.reset(); });
+    }
+
+    /// Calls the callback of a call or match.
+    Journal deliver(const Sending& sending, sd_bus_message* message,
+                    sd_bus_error error = SD_BUS_ERROR_NULL) {
+        return effects_of([&] { return sending.deliver(message, error); });
+    }
+    /// Calls the install callback of a match.
+    Journal install(const Sending& sending, sd_bus_message* reply,
+                    sd_bus_error error = SD_BUS_ERROR_NULL) {
+        return effects_of([&] { return sending.install(reply, error); });
+    }
+
+    /// The call or match sent last is on the connection of the tools, has its slot in this field
+    /// and calls `userdata` back.
+    void expect_handed_over(sd_bus_slot** field, const void* userdata) {
+        EXPECT_EQ(bus.last().bus, recorders.tools.get_bus());
+        EXPECT_EQ(bus.last().slot_field, field);
+        EXPECT_EQ(bus.last().userdata, userdata);
+    }
+
+    /// Hands a callback what it cannot use: each message gives one line and changes nothing.
+    /// @param usable what it could use, but for a set error argument or a read that fails.
+    /// @param error_line the line for a set error argument, without its message.
+    /// @param body_line the line for a body that cannot be read, without the errno's text.
+    void expect_only_lines(const Sending& sending, sd_bus_message* usable,
+                           const std::string& error_line, const std::string& body_line) {
+        EXPECT_EQ(deliver(sending, usable, denied),
+                  (Journal{error_line + "not you", returns(-EACCES)}));
+        EXPECT_EQ(deliver(sending, usable, silent), (Journal{error_line, returns(-ETIMEDOUT)}));
+        bus.change_results(MessageFunction::read, {-EPERM});
+        EXPECT_EQ(deliver(sending, usable),
+                  (Journal{body_line + "Operation not permitted", returns(-EPERM)}));
+        const Journal unreadable{body_line + "No such device or address", returns(-ENXIO)};
+        for (const MakeMessage& make :
+             {reply_of(""), reply_of("as", 0U), error_of("com.example.Error", "no"),
+              error_of("com.example.Error", nullptr)})
+            EXPECT_EQ(deliver(sending, make(messages)), unreadable);
+    }
+
+    /// A block with this configuration is not built, because of this key.
+    void expect_refused(const Fenwa::BlockConfiguration& config, const std::string& key,
+                        bool missing) {
+        try {
+            build("refused", config);
+            ADD_FAILURE() << "built in spite of '" << key << "'";
+        } catch (const Fenwa::ConfigurationError& error) {
+            EXPECT_EQ(error.key(), key);
+            EXPECT_EQ(error.missing(), missing);
+        }
+    }
+    [[nodiscard]] Settings settings() { return settings_of(block().setup({})); }
+
+    /// The output of this name, with values of this type.
+    template <class Value>
+    [[nodiscard]] Fenwa::OutPort<Value>& output(const std::string& name) {
+        return *dynamic_cast<Fenwa::OutPort<Value>*>(block().get_outport(name));
+    }
+    [[nodiscard]] bool match_held() { return *LayoutProbe::match_slot_field(block()) != nullptr; }
+    [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(block()) != nullptr; }
+
+  private:
+    std::optional<BlockDriver<T>> driver_;
+};
+
+}  // namespace support
