@@ -1,5 +1,4 @@
-#include <cerrno>
-#include <functional>
+#include <tuple>
 
 #include "tests/unit/frame/following_block.hpp"
 
@@ -9,160 +8,218 @@ using namespace client_test;
 
 constexpr int first_unknown_state = 8;
 
-/// Puts one event before a client in every state: what follows must not depend on the state,
-/// unless the test says so.
-class DBusClientInEveryStateTest : public DBusClientTest, public testing::WithParamInterface<int> {
+std::string state_name(int state) {
+    const char* const names[] = {"Idle",    "AddingMatch",   "MatchAdded", "QueryingOwner",
+                                 "NoOwner", "OwnerAppeared", "Running",    "Stopped"};
+    return state < first_unknown_state ? names[state] : "Unknown" + std::to_string(state);
+}
+
+const auto every_state = testing::Range(0, first_unknown_state + 2);
+
+/// Puts a client that has asked for the owner into some state.
+class DBusClientInStateTest : public DBusClientTest {
   protected:
-    void SetUp() override {
-        make();
-        EXPECT_TRUE(client->woken());
-        install_match();
+    void begin(int state) {
         ask();
-        LayoutProbe::state(**client) = before();
+        LayoutProbe::state(block()) = before_ = static_cast<OwnerState>(state);
+        remark_fires();
+    }
+    /// A run on another thread may begin as soon as the port is fired, in the state of that moment.
+    void remark_fires() {
+        journal.remark_with([this](const std::string& entry) {
+            return entry.starts_with("fire")
+                       ? " in state " + std::to_string(static_cast<int>(state()))
+                       : "";
+        });
+    }
+    /// What wakes the block unless it is stopped, and leaves its state.
+    [[nodiscard]] Journal wake_up_unless_stopped() const {
+        if (before_ == OwnerState::Stopped)
+            return {};
+        return {"fire event_port in state " + std::to_string(static_cast<int>(before_))};
     }
 
-    void TearDown() override {
-        (*client)->stop();
-        (void)bus.take_journal();
-    }
+    OwnerState before_ = OwnerState::Idle;
+};
 
-    [[nodiscard]] static OwnerState before() { return static_cast<OwnerState>(GetParam()); }
-    [[nodiscard]] static bool stopped() { return before() == OwnerState::Stopped; }
+enum class Callback { installed, answered, changed };
 
-    /// The match and the question of the set-up, whose callbacks the tests call.
-    [[nodiscard]] const support::Sending& match() const { return bus.sending(1); }
-    [[nodiscard]] const support::Sending& question() const { return bus.sending(2); }
+/// What reaches a client, and all that comes of it, whatever its state is.
+struct Arrival : NamedCase {
+    Callback callback;
+    MakeMessage message;
+    Journal effects;
+    std::optional<OwnerState> after;  ///< none where the state stays
+};
 
-    void expect(OwnerState after, bool woken, const Lines& lines = {}) {
-        EXPECT_EQ(state(), after);
-        EXPECT_EQ(client->woken(), woken);
-        EXPECT_EQ(log.take(), lines);
-        EXPECT_EQ((*client)->steps, Journal{}) << "a callback called the derived block";
-        EXPECT_EQ(bus.take_journal(), Journal{});
+template <class... Values>
+MakeMessage change_of(const char* types, Values... values) {
+    return [=](Messages& messages) {
+        return messages.signal("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+                               types, values...);
+    };
+}
+
+const Arrival arrivals[] = {
+    {"TakesAnInstalledMatch",
+     Callback::installed,
+     reply_of("s", "more"),
+     {"fire event_port in state 2"},
+     OwnerState::MatchAdded},
+    {"TakesARefusedMatch",
+     Callback::installed,
+     error_of("com.example.Error", "no"),
+     {"1 Error when adding match for NameOwnerChanged: no", "release #1 match",
+      "fire event_port in state 0"},
+     OwnerState::Idle},
+    {"TakesAMatchThatIsRefusedWithoutAText",
+     Callback::installed,
+     error_of("com.example.Error", nullptr),
+     {"1 Error when adding match for NameOwnerChanged: unknown", "release #1 match",
+      "fire event_port in state 0"},
+     OwnerState::Idle},
+    {"TakesAnOwnerAsTheAnswer",
+     Callback::answered,
+     reply_of("s", ":1.5"),
+     {"fire event_port in state 5", returns(1)},
+     OwnerState::OwnerAppeared},
+    {"TakesAnEmptyAnswer",
+     Callback::answered,
+     reply_of("s", ""),
+     {"fire event_port in state 4", returns(1)},
+     OwnerState::NoOwner},
+    {"TakesTheAnswerThatThereIsNoOwner",
+     Callback::answered,
+     error_of("org.freedesktop.DBus.Error.NameHasNoOwner", "nobody"),
+     {"fire event_port in state 4"},
+     OwnerState::NoOwner},
+    {"TakesARefusedQuestion",
+     Callback::answered,
+     error_of("com.example.Error", "no"),
+     {"1 Error when retrieving NameOwner: no", "fire event_port in state 2", returns(1)},
+     OwnerState::MatchAdded},
+    {"TakesAQuestionThatIsRefusedWithoutAText",
+     Callback::answered,
+     error_body_of("u", 4U),
+     {"1 Error when retrieving NameOwner: unknown", "fire event_port in state 2", returns(-ENXIO)},
+     OwnerState::MatchAdded},
+    {"IsNotWokenByAnUnreadableAnswer",
+     Callback::answered,
+     reply_of("u", 5U),
+     {"2 check_name_owner_callback failed to parse message: No such device or address",
+      returns(-ENXIO)},
+     OwnerState::MatchAdded},
+    {"HearsThatItsServiceHasAnOwner",
+     Callback::changed,
+     change_of("sss", followed_name, "", ":1.7"),
+     {"fire event_port in state 5"},
+     OwnerState::OwnerAppeared},
+    {"HearsThatItsServiceHasNoOwner",
+     Callback::changed,
+     change_of("sss", followed_name, "", ""),
+     {"fire event_port in state 4"},
+     OwnerState::NoOwner},
+    {"RefusesAnUnreadableSignal",
+     Callback::changed,
+     change_of("ssu", followed_name, "", 5U),
+     {"2 NameOwnerChanged failed to parse message: No such device or address", returns(-ENXIO)},
+     std::nullopt},
+    {"RefusesAnErrorWhereASignalShouldBe",
+     Callback::changed,
+     error_of("com.example.Error", "no"),
+     {"1 Error when handling NameOwnerChanged: no", returns(-1)},
+     std::nullopt},
+    {"RefusesAnErrorWithoutAText",
+     Callback::changed,
+     error_of("com.example.Error", nullptr),
+     {"1 Error when handling NameOwnerChanged: unknown", returns(-1)},
+     std::nullopt},
+    {"RefusesAnErrorWithTheBodyOfASignal",
+     Callback::changed,
+     error_body_of("sss", followed_name, "", ":1.5"),
+     {"1 Error when handling NameOwnerChanged: com.example.Followed", returns(-1)},
+     std::nullopt},
+};
+
+class DBusClientArrivalTest : public DBusClientInStateTest {
+  protected:
+    void expect_effects(int state_before, const Arrival& arrival,
+                        sd_bus_error error = SD_BUS_ERROR_NULL) {
+        begin(state_before);
+        const Message message = arrival.message(messages);
+        const Sending& sending = bus.sending(arrival.callback == Callback::answered ? 2 : 1);
+        EXPECT_EQ(arrival.callback == Callback::installed ? install(sending, message, error)
+                                                          : deliver(sending, message, error),
+                  arrival.effects);
+        EXPECT_EQ(state(), arrival.after.value_or(before_));
     }
 };
 
-TEST_P(DBusClientInEveryStateTest, TakesAnInstalledMatch) {
-    EXPECT_EQ(match().install(messages.reply("")), 0);
-    expect(OwnerState::MatchAdded, true);
+class InEveryState : public DBusClientArrivalTest,
+                     public testing::WithParamInterface<std::tuple<int, Arrival>> {};
+
+TEST_P(InEveryState, HasTheSameEffects) {
+    expect_effects(std::get<int>(GetParam()), std::get<Arrival>(GetParam()));
 }
 
-TEST_P(DBusClientInEveryStateTest, TakesARefusedMatch) {
-    EXPECT_EQ(match().install(messages.error("com.example.Error", "no")), 0);
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match"}));
-    expect(OwnerState::Idle, true, {"1 Error when adding match for NameOwnerChanged: no"});
+INSTANTIATE_TEST_SUITE_P(DBusClient, InEveryState,
+                         testing::Combine(every_state, testing::ValuesIn(arrivals)),
+                         [](const auto& row) {
+                             return std::get<1>(row.param).name +
+                                    ("In" + state_name(std::get<0>(row.param)));
+                         });
+
+class WithASetErrorArgument : public DBusClientArrivalTest,
+                              public testing::WithParamInterface<Arrival> {};
+
+TEST_P(WithASetErrorArgument, HasTheSameEffects) {
+    expect_effects(static_cast<int>(OwnerState::QueryingOwner), GetParam(), denied);
 }
 
-TEST_P(DBusClientInEveryStateTest, TakesAnOwnerAsTheAnswer) {
-    EXPECT_EQ(question().deliver(messages.reply("s", ":1.5")), 1);
-    expect(OwnerState::OwnerAppeared, true);
-}
+INSTANTIATE_TEST_SUITE_P(DBusClient, WithASetErrorArgument, testing::ValuesIn(arrivals),
+                         case_name<Arrival>);
 
-TEST_P(DBusClientInEveryStateTest, TakesAnEmptyAnswer) {
-    EXPECT_EQ(question().deliver(messages.reply("s", "")), 1);
-    expect(OwnerState::NoOwner, true);
-}
-
-TEST_P(DBusClientInEveryStateTest, TakesTheAnswerThatThereIsNoOwner) {
-    EXPECT_EQ(
-        question().deliver(messages.error("org.freedesktop.DBus.Error.NameHasNoOwner", nullptr)),
-        0);
-    expect(OwnerState::NoOwner, true);
-}
-
-TEST_P(DBusClientInEveryStateTest, TakesARefusedQuestion) {
-    EXPECT_EQ(question().deliver(messages.error("com.example.Error", "no")), 1);
-    expect(OwnerState::MatchAdded, true, {"1 Error when retrieving NameOwner: no"});
-}
-
-TEST_P(DBusClientInEveryStateTest, TakesARefusedQuestionWithoutAText) {
-    EXPECT_EQ(question().deliver(messages.error_with_body("com.example.Error", "u", 4U)), -ENXIO);
-    expect(OwnerState::MatchAdded, true, {"1 Error when retrieving NameOwner: unknown"});
-}
-
-TEST_P(DBusClientInEveryStateTest, IsNotWokenByAnUnreadableAnswer) {
-    EXPECT_EQ(question().deliver(messages.reply("")), -ENXIO);
-    expect(OwnerState::MatchAdded, false,
-           {"2 check_name_owner_callback failed to parse message: No such device or address"});
-}
-
-TEST_P(DBusClientInEveryStateTest, HearsThatItsServiceHasAnOwner) {
-    EXPECT_EQ(match().deliver(owner_change(followed_name, ":1.7")), 0);
-    expect(OwnerState::OwnerAppeared, true);
-}
-
-TEST_P(DBusClientInEveryStateTest, HearsThatItsServiceHasNoOwner) {
-    EXPECT_EQ(match().deliver(owner_change(followed_name, "")), 0);
-    expect(OwnerState::NoOwner, true);
-}
+class DBusClientInEveryStateTest : public DBusClientInStateTest,
+                                   public testing::WithParamInterface<int> {
+  protected:
+    void SetUp() override { begin(GetParam()); }
+};
 
 TEST_P(DBusClientInEveryStateTest, IsWokenByTheOwnersOfOtherNamesUnlessStopped) {
-    EXPECT_EQ(match().deliver(owner_change("com.example.Other", ":1.7")), 0);
-    expect(before(), !stopped());
-}
-
-TEST_P(DBusClientInEveryStateTest, RefusesAnErrorWhereASignalShouldBe) {
-    EXPECT_EQ(match().deliver(messages.error("com.example.Error", "no")), -1);
-    expect(before(), false, {"1 Error when handling NameOwnerChanged: no"});
-    EXPECT_EQ(match().deliver(messages.error("com.example.Error", nullptr)), -1);
-    expect(before(), false, {"1 Error when handling NameOwnerChanged: unknown"});
-}
-
-TEST_P(DBusClientInEveryStateTest, RefusesAnUnreadableSignal) {
-    EXPECT_EQ(match().deliver(messages.signal("/a", "org.freedesktop.DBus", "NameOwnerChanged",
-                                              "ssu", followed_name, "", 5U)),
-              -ENXIO);
-    expect(before(), false,
-           {"2 NameOwnerChanged failed to parse message: No such device or address"});
+    EXPECT_EQ(change_owner("com.example.Other", ":1.7"), wake_up_unless_stopped());
+    EXPECT_EQ(state(), before_);
 }
 
 TEST_P(DBusClientInEveryStateTest, IsWokenUnlessStopped) {
-    (*client)->wake();
-    expect(before(), !stopped());
+    EXPECT_EQ(effects_of([this] { block().wake(); }), wake_up_unless_stopped());
+    EXPECT_EQ(state(), before_);
 }
 
-TEST_P(DBusClientInEveryStateTest, IsStoppedWithoutAWakeUp) {
-    (*client)->stop();
-    EXPECT_EQ(state(), OwnerState::Stopped);
-    EXPECT_FALSE(client->woken());
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match", "release #2 GetNameOwner"}));
+TEST_P(DBusClientInEveryStateTest, IsStoppedBeforeItGivesItsSlotsUpAndWithoutAWakeUp) {
+    remark([this] { return static_cast<int>(state()); });
+    EXPECT_EQ(stop(), (Journal{"release #1 match | 7", "release #2 GetNameOwner | 7"}));
 }
 
 TEST_P(DBusClientInEveryStateTest, TakesOneStepInARun) {
-    struct Step {
-        OwnerState after;
-        Journal sent;
-        Journal told;
-    };
-    const auto step = [this]() -> Step {
-        switch (before()) {
+    const auto [after, effects] = [this]() -> std::pair<OwnerState, Journal> {
+        switch (before_) {
             case OwnerState::Idle:
-                return {OwnerState::AddingMatch, {match_sent}, {}};
+                return {OwnerState::AddingMatch, {owner_match}};
             case OwnerState::MatchAdded:
-                return {OwnerState::QueryingOwner, {"release #2 GetNameOwner", question_sent}, {}};
+                return {OwnerState::QueryingOwner, {"release #2 GetNameOwner", question}};
             case OwnerState::OwnerAppeared:
-                return {OwnerState::Running, {}, {"appeared in state 5", "work in state 6"}};
+                return {OwnerState::Running, told};
             case OwnerState::Running:
-                return {OwnerState::Running, {}, {"work in state 6"}};
+                return {OwnerState::Running, works};
             default:
-                return {before(), {}, {}};
+                return {before_, {}};
         }
     }();
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(state(), step.after);
-    EXPECT_EQ(bus.take_journal(), step.sent);
-    EXPECT_EQ((*client)->steps, step.told);
-    EXPECT_FALSE(client->woken());
+    EXPECT_EQ(run(), effects);
+    EXPECT_EQ(state(), after);
 }
 
-std::string state_name(const testing::TestParamInfo<int>& info) {
-    const char* const names[] = {"Idle",    "AddingMatch",   "MatchAdded", "QueryingOwner",
-                                 "NoOwner", "OwnerAppeared", "Running",    "Stopped"};
-    return info.param < first_unknown_state ? names[info.param]
-                                            : "Unknown" + std::to_string(info.param);
-}
-
-INSTANTIATE_TEST_SUITE_P(States, DBusClientInEveryStateTest,
-                         testing::Range(0, first_unknown_state + 2), state_name);
+INSTANTIATE_TEST_SUITE_P(States, DBusClientInEveryStateTest, every_state,
+                         [](const auto& row) { return state_name(row.param); });
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include <cerrno>
-
 #include "tests/unit/frame/following_block.hpp"
 
 namespace {
@@ -7,347 +5,186 @@ namespace {
 using namespace client_test;
 
 TEST_F(DBusClientTest, IsIdleWithOneEventPortFiredOnce) {
-    make();
+    EXPECT_EQ(effects_of([this] { build(followed_name); }),
+              (Journal{"event event_port", "fire event_port"}));
     EXPECT_EQ(state(), OwnerState::Idle);
-    EXPECT_EQ(Fenwa::HostAccess::eventport_names(**client), (Journal{"event_port"}));
-    EXPECT_EQ((*client)->get_name(), "follower");
-    EXPECT_EQ(*LayoutProbe::match_slot_field(**client), nullptr);
-    EXPECT_EQ(*LayoutProbe::call_slot_field(**client), nullptr);
-    EXPECT_TRUE(client->woken());
-    EXPECT_FALSE(client->woken());
-    EXPECT_EQ(bus.take_journal(), Journal{});
+    EXPECT_EQ(Fenwa::HostAccess::eventport_names(block()), (Journal{"event_port"}));
+    EXPECT_EQ(block().get_name(), "follower");
+    EXPECT_FALSE(match_held());
+    EXPECT_FALSE(call_pending());
 }
 
-TEST_F(DBusClientTest, UsesTheConnectionOfItsTools) {
-    make();
-    EXPECT_EQ((*client)->bus(), messages.bus());
+TEST_F(DBusClientTest, TakesTheConnectionAnewAtEachUse) {
+    build(followed_name);
+    auto* const client = static_cast<blocks::DBusClient*>(&block());
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    expect_handed_over(LayoutProbe::match_slot_field(block()), client);
+    recorders.tools.use_bus(other_bus());
+    EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
+    EXPECT_EQ(block().bus(), other_bus());
+    EXPECT_EQ(run(), (Journal{question}));
+    expect_handed_over(LayoutProbe::call_slot_field(block()), client);
 }
 
-TEST_F(DBusClientTest, AddsTheMatchOnItsFirstRun) {
-    make();
-    EXPECT_TRUE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-    EXPECT_EQ(state(), OwnerState::AddingMatch);
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(**client));
-    EXPECT_EQ(bus.last().userdata, static_cast<blocks::DBusClient*>(&**client));
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, bus.last().callback);
-    EXPECT_FALSE(client->woken());
+TEST_F(DBusClientTest, TellsTheBlockOnceOfEachOwnerAndWorksOnEveryRunWhileThereIsOne) {
+    follow();
+    EXPECT_EQ(run(), told);
+    EXPECT_EQ(run(), works);
+    EXPECT_EQ(run(), works);
+    EXPECT_EQ(change_owner(followed_name, ":1.6"), wake_up);
+    EXPECT_EQ(run(), told);
+    EXPECT_EQ(change_owner(followed_name, ""), wake_up);
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(change_owner(followed_name, ":1.9"), wake_up);
+    EXPECT_EQ(run(), told);
 }
 
-TEST_F(DBusClientTest, AsksForTheOwnerOnceTheMatchIsInstalled) {
-    make();
-    EXPECT_TRUE(client->woken());
-    install_match();
-    EXPECT_EQ(state(), OwnerState::MatchAdded);
-    ask();
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**client));
-    EXPECT_EQ(bus.last().userdata, static_cast<blocks::DBusClient*>(&**client));
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_FALSE(client->woken());
-}
-
-TEST_F(DBusClientTest, TellsTheBlockOnceAndWorksOnEveryRunWhileTheServiceIsThere) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
-    EXPECT_TRUE(client->woken());
-    EXPECT_EQ((*client)->steps, Journal{});
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps, (Journal{"appeared in state 5", "work in state 6"}));
-    EXPECT_TRUE((*client)->run());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps, (Journal{"appeared in state 5", "work in state 6",
-                                         "work in state 6", "work in state 6"}));
+TEST_F(DBusClientTest, WorksAlsoWhenItsServiceIsLostWhileTheBlockIsTold) {
+    follow();
+    block().when_it_appears = [this] {
+        EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(followed_name, "", "")), 0);
+    };
+    EXPECT_EQ(run(), (Journal{"appeared in state 5", "fire event_port", "work in state 6"}));
     EXPECT_EQ(state(), OwnerState::Running);
 }
 
-TEST_F(DBusClientTest, WaitsForAServiceThatStartsLater) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(
-        bus.last().deliver(messages.error("org.freedesktop.DBus.Error.NameHasNoOwner", "nobody")),
-        0);
-    EXPECT_TRUE(client->woken());
-    EXPECT_EQ(state(), OwnerState::NoOwner);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps, Journal{});
-    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, ":1.9")), 0);
-    EXPECT_TRUE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps, (Journal{"appeared in state 5", "work in state 6"}));
-}
-
-TEST_F(DBusClientTest, TellsTheBlockAgainWhenTheServiceHasANewOwner) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, ":1.6")), 0);
-    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps, (Journal{"appeared in state 5", "work in state 6",
-                                         "appeared in state 5", "work in state 6"}));
-}
-
-TEST_F(DBusClientTest, StopsWorkingWhenTheServiceLosesItsOwner) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, "")), 0);
-    EXPECT_EQ(state(), OwnerState::NoOwner);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ((*client)->steps.size(), 2U);
-}
-
 TEST_F(DBusClientTest, StallsForGoodWhenTheMatchCannotBeSent) {
-    make();
-    EXPECT_TRUE(client->woken());
+    build(followed_name);
+    EXPECT_TRUE(woken());
     bus.answer_next({-EPERM});
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for NameOwnerChanged: "
-                                 "Operation not permitted"}));
+    remark([this] { return static_cast<int>(state()); });
+    EXPECT_EQ(run(), (Journal{owner_match + " | 0",
+                              "1 Failed to add match for NameOwnerChanged: "
+                              "Operation not permitted | 0"}));
+    EXPECT_EQ(run(), Journal{});
     EXPECT_EQ(state(), OwnerState::AddingMatch);
-    EXPECT_FALSE(client->woken());
-    for (int again = 0; again < 3; ++again)
-        EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), Journal{});
-    EXPECT_EQ(state(), OwnerState::AddingMatch);
+    EXPECT_FALSE(woken());
 }
 
 TEST_F(DBusClientTest, StallsForGoodWhenTheQuestionCannotBeSent) {
-    make();
     install_match();
+    EXPECT_TRUE(woken());
     bus.answer_next({-EPERM});
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{question_sent}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method GetNameOwner: Operation not permitted"}));
+    remark([this] { return static_cast<int>(state()); });
+    EXPECT_EQ(run(), (Journal{question + " | 2",
+                              "1 Failed to call method GetNameOwner: "
+                              "Operation not permitted | 2"}));
+    EXPECT_EQ(run(), Journal{});
     EXPECT_EQ(state(), OwnerState::QueryingOwner);
-    EXPECT_FALSE(client->woken());
-    for (int again = 0; again < 3; ++again)
-        EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), Journal{});
+    EXPECT_FALSE(woken());
 }
 
 TEST_F(DBusClientTest, TakesAResultOfZeroFromSdBusForSuccess) {
-    make();
     bus.answer_next({0, 0});
-    install_match();
     ask();
 }
 
 TEST_F(DBusClientTest, ReleasesARefusedMatchBeforeItTriesAgain) {
-    make();
-    EXPECT_TRUE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(
-        bus.last().install(messages.error("org.freedesktop.DBus.Error.LimitsExceeded", "too many")),
-        0);
-    EXPECT_EQ(log.take(), (Lines{"1 Error when adding match for NameOwnerChanged: too many"}));
-    EXPECT_EQ(state(), OwnerState::Idle);
-    EXPECT_TRUE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, "release #1 match", match_sent}));
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(**client));
-    EXPECT_EQ(state(), OwnerState::AddingMatch);
-    (*client)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 match"}));
+    build(followed_name);
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    EXPECT_EQ(install(bus.last(), messages.error("com.example.Error", "too many")),
+              (Journal{"1 Error when adding match for NameOwnerChanged: too many",
+                       "release #1 match", "fire event_port"}));
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(block()));
+    EXPECT_EQ(stop(), (Journal{"release #2 match"}));
 }
 
-/// A client whose match has been refused while another one has an equal match.
+TEST_F(DBusClientTest, DropsTheAnsweredQuestionWhereItAsksAgain) {
+    ask();
+    for (const char* release : {"release #2 GetNameOwner", "release #3 GetNameOwner"}) {
+        EXPECT_EQ(deliver(bus.last(), messages.error("com.example.Error", "no")).size(), 3U);
+        EXPECT_EQ(run(), (Journal{release, question}));
+    }
+    EXPECT_EQ(deliver(bus.last(), messages.reply("u", 5U)).size(), 2U);
+    EXPECT_EQ(run(), (Journal{"release #4 GetNameOwner", question}));
+}
+
+/// A client whose match has been refused while another one has an equal match, and which has asked
+/// for it again.
 class RefusedBesideAnEqualMatch : public DBusClientTest {
   protected:
     RefusedBesideAnEqualMatch() {
         EXPECT_TRUE(other_->run());
         EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        make();
-        EXPECT_TRUE((*client)->run());
+        build(followed_name);
+        EXPECT_TRUE(block().run());
         EXPECT_EQ(bus.last().install(messages.error("com.example.Error", "no")), 0);
         EXPECT_EQ(log.take().size(), 1U);
-        EXPECT_EQ(bus.take_journal(), (Journal{match_sent, match_sent}));
+        EXPECT_TRUE(block().run());
+        EXPECT_EQ(bus.take_journal(), (Journal{owner_match, owner_match, owner_match}));
     }
 
   private:
-    support::BlockDriver<FollowingBlock> other_{recorders.tools, followed_name};
+    BlockDriver<FollowingBlock> other_{recorders.tools, followed_name};
 };
 
-TEST_F(RefusedBesideAnEqualMatch, KeepsItUntilStopped) {
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-    (*client)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #3 match", "release #2 match"}));
-}
-
 TEST_F(RefusedBesideAnEqualMatch, ReleasesWhatWasKeptLastWhenStopped) {
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, question_sent}));
-    (*client)->stop();
-    EXPECT_EQ(bus.take_journal(),
-              (Journal{"release #3 match", "release #4 GetNameOwner", "release #2 match"}));
-}
-
-TEST_F(DBusClientTest, SaysUnknownWhenARefusedMatchHasNoText) {
-    make();
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.last().install(messages.error("com.example.Error", nullptr)), 0);
-    EXPECT_EQ(log.take(), (Lines{"1 Error when adding match for NameOwnerChanged: unknown"}));
-    EXPECT_EQ(state(), OwnerState::Idle);
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent, "release #1 match"}));
-}
-
-TEST_F(DBusClientTest, AsksAgainAfterARefusedQuestionAndDropsTheAnsweredOne) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(
-        bus.last().deliver(messages.error("org.freedesktop.DBus.Error.AccessDenied", "not you")),
-        1);
-    EXPECT_EQ(log.take(), (Lines{"1 Error when retrieving NameOwner: not you"}));
-    EXPECT_EQ(state(), OwnerState::MatchAdded);
-    EXPECT_TRUE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 GetNameOwner", question_sent}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
-    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-}
-
-TEST_F(DBusClientTest, AsksAgainOnTheNextRunAfterAnAnswerWithoutAString) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.last().deliver(messages.reply("u", 5U)), -ENXIO);
-    EXPECT_EQ(log.take(), (Lines{"2 check_name_owner_callback failed to parse message: "
-                                 "No such device or address"}));
-    EXPECT_EQ(state(), OwnerState::MatchAdded);
-    EXPECT_FALSE(client->woken());
-    EXPECT_TRUE((*client)->run());
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 GetNameOwner", question_sent}));
-}
-
-TEST_F(DBusClientTest, TakesAnEmptyOwnerForNone) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", "")), 1);
-    EXPECT_EQ(state(), OwnerState::NoOwner);
-    EXPECT_TRUE(client->woken());
-}
-
-TEST_F(DBusClientTest, ComparesNamesByLengthAndBytes) {
-    make("com.example.Sensor");
-    (*client)->run();
-    for (const char* other : {"com.example.Sensors", "com.example.Senso", "com.example.sensor",
-                              "Xcom.example.Sensor", ""}) {
-        EXPECT_EQ(bus.last().deliver(owner_change(other, ":1.5")), 0);
-        EXPECT_EQ(state(), OwnerState::AddingMatch) << other;
-    }
-    EXPECT_EQ(bus.last().deliver(owner_change("com.example.Sensor", ":1.5")), 0);
-    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-}
-
-TEST_F(DBusClientTest, FollowsOnlyTheEmptyNameWhenItsServiceNameIsEmpty) {
-    make("");
-    (*client)->run();
-    EXPECT_EQ(bus.last().deliver(owner_change("com.example.A", ":1.5")), 0);
-    EXPECT_EQ(state(), OwnerState::AddingMatch);
-    EXPECT_EQ(bus.last().deliver(owner_change("", ":1.5")), 0);
-    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-    EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-}
-
-TEST_F(DBusClientTest, ReleasesMatchThenCallWhenStopped) {
-    make();
-    install_match();
-    ask();
-    (*client)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match", "release #2 GetNameOwner"}));
-    EXPECT_EQ(state(), OwnerState::Stopped);
-    EXPECT_EQ(*LayoutProbe::match_slot_field(**client), nullptr);
-    EXPECT_EQ(*LayoutProbe::call_slot_field(**client), nullptr);
-    EXPECT_FALSE(client->woken());
-    (*client)->stop();
-    client.reset();
-    EXPECT_EQ(bus.take_journal(), Journal{});
-}
-
-TEST_F(DBusClientTest, ReleasesCallThenMatchWhenDestroyed) {
-    make();
-    install_match();
-    ask();
-    client.reset();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 GetNameOwner", "release #1 match"}));
+    EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
+    EXPECT_EQ(run(), (Journal{question}));
+    EXPECT_EQ(stop(), (Journal{"release #3 match", "release #4 GetNameOwner", "release #2 match"}));
 }
 
 TEST_F(RefusedBesideAnEqualMatch, ReleasesWhatWasKeptLastWhenDestroyed) {
-    EXPECT_TRUE((*client)->run());
-    (void)bus.take_journal();
-    client.reset();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #3 match", "release #2 match"}));
+    EXPECT_EQ(destroy(), (Journal{"release #3 match", "release #2 match"}));
 }
 
-TEST_F(DBusClientTest, IsWokenUnlessStopped) {
-    make();
-    EXPECT_TRUE(client->woken());
-    (*client)->wake();
-    EXPECT_TRUE(client->woken());
-    (*client)->stop();
-    (*client)->wake();
-    EXPECT_FALSE(client->woken());
+TEST_F(DBusClientTest, ComparesNamesByLengthAndBytes) {
+    build("com.example.Sensor");
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    for (const char* other : {"com.example.Sensors", "com.example.Senso", "com.example.sensor",
+                              "Xcom.example.Sensor", ""}) {
+        (void)change_owner(other, ":1.5");
+        EXPECT_EQ(state(), OwnerState::AddingMatch) << other;
+    }
+    (void)change_owner("com.example.Sensor", ":1.5");
+    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
 }
 
-TEST_F(DBusClientTest, ReadsWhatItIsToldUnlessTheResultIsNegative) {
-    make();
-    install_match();
+TEST_F(DBusClientTest, FollowsOnlyTheEmptyNameWhenItsServiceNameIsEmpty) {
+    build("");
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    (void)change_owner("com.example.A", ":1.5");
+    EXPECT_EQ(state(), OwnerState::AddingMatch);
+    (void)change_owner("", ":1.5");
+    EXPECT_EQ(state(), OwnerState::OwnerAppeared);
+}
+
+TEST_F(DBusClientTest, ReleasesMatchThenCallWhenStopped) {
     ask();
-    bus.change_results(support::MessageFunction::read, {0, -EPERM, 0});
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 0);
+    EXPECT_EQ(stop(), (Journal{"release #1 match", "release #2 GetNameOwner"}));
+    EXPECT_EQ(stop(), Journal{});
+    EXPECT_EQ(destroy(), Journal{});
+}
+
+TEST_F(DBusClientTest, ReleasesCallThenMatchWhenDestroyed) {
+    ask();
+    EXPECT_EQ(destroy(), (Journal{"release #2 GetNameOwner", "release #1 match"}));
+}
+
+TEST_F(DBusClientTest, TakesWhatItReadsUnlessTheResultIsNegative) {
+    ask();
+    const std::string denied_line = " failed to parse message: Operation not permitted";
+    bus.change_results(MessageFunction::read, {-EPERM, 0, -EPERM, 0});
+    EXPECT_EQ(deliver(bus.last(), messages.reply("s", ":1.5")),
+              (Journal{"2 check_name_owner_callback" + denied_line, returns(-EPERM)}));
+    EXPECT_EQ(state(), OwnerState::MatchAdded);
+    EXPECT_EQ(deliver(bus.last(), messages.reply("s", ":1.5")), wake_up);
     EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-    EXPECT_TRUE(client->woken());
-    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, "")), -EPERM);
-    EXPECT_EQ(log.take(),
-              (Lines{"2 NameOwnerChanged failed to parse message: Operation not permitted"}));
+    EXPECT_EQ(change_owner(followed_name, ""),
+              (Journal{"2 NameOwnerChanged" + denied_line, returns(-EPERM)}));
     EXPECT_EQ(state(), OwnerState::OwnerAppeared);
-    EXPECT_FALSE(client->woken());
-    EXPECT_EQ(bus.sending(1).deliver(owner_change(followed_name, "")), 0);
+    EXPECT_EQ(change_owner(followed_name, ""), wake_up);
     EXPECT_EQ(state(), OwnerState::NoOwner);
 }
 
-TEST_F(DBusClientTest, AsksAgainAfterAnAnswerWithAnyNegativeResult) {
-    make();
-    install_match();
+TEST_F(DBusClientTest, ReadsNothingOfWhatTellsItAllByItsKind) {
     ask();
-    bus.change_results(support::MessageFunction::read, {-EPERM});
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), -EPERM);
-    EXPECT_EQ(log.take(), (Lines{"2 check_name_owner_callback failed to parse message: "
-                                 "Operation not permitted"}));
-    EXPECT_EQ(state(), OwnerState::MatchAdded);
-    EXPECT_FALSE(client->woken());
-}
-
-TEST_F(DBusClientTest, TakesNothingFromAnErrorInPlaceOfAnOwnerChange) {
-    make();
-    install_match();
-    ask();
-    EXPECT_EQ(bus.sending(1).deliver(
-                  messages.error_with_body("com.example.E", "sss", followed_name, "", ":1.5")),
-              -1);
-    EXPECT_EQ(log.take(),
-              (Lines{std::string("1 Error when handling NameOwnerChanged: ") + followed_name}));
-    EXPECT_EQ(state(), OwnerState::QueryingOwner);
-    EXPECT_FALSE(client->woken());
+    (void)readings();
+    (void)install(bus.sending(1), messages.reply("s", "more"));
+    (void)deliver(bus.sending(2),
+                  messages.error("org.freedesktop.DBus.Error.NameHasNoOwner", "nobody"));
+    EXPECT_EQ(readings(), Journal{});
 }
 
 }  // namespace

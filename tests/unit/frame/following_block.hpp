@@ -1,30 +1,19 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <functional>
-#include <optional>
 #include <string>
-#include <vector>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/layout_probe.hpp"
+#include "tests/unit/block_fixture.hpp"
 
 namespace client_test {
 
-using blocks::LayoutProbe;
+using namespace support;  // NOLINT(google-build-using-namespace): a namespace of tests
 using blocks::OwnerState;
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
 
 inline constexpr const char* followed_name = "com.example.Followed";
-inline constexpr const char* match_sent =
-    "match type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'";
-inline constexpr const char* question_sent =
-    "call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus "
-    "GetNameOwner(s \"com.example.Followed\")";
+inline const std::string question = owner_query(followed_name);
 
-/// A block that only records what its base tells it, with the state that it was told in.
+/// A block that puts into the journal what its base tells it, with the state that it is told in.
 class FollowingBlock final : public blocks::DBusClient {
   public:
     explicit FollowingBlock(const std::string& followed) : DBusClient(followed, "follower", {}) {}
@@ -39,44 +28,47 @@ class FollowingBlock final : public blocks::DBusClient {
     }
     void run_with_service() override { record("work"); }
 
-    Journal steps;
     std::function<void()> when_it_appears;
 
   private:
     void record(const std::string& step) {
-        const int at = static_cast<int>(LayoutProbe::state(*this));
-        steps.push_back(step + " in state " + std::to_string(at));
+        const int at = static_cast<int>(blocks::LayoutProbe::state(*this));
+        EffectJournal::shared()->record(effect::operation,
+                                        step + " in state " + std::to_string(at));
     }
 };
 
-class DBusClientTest : public support::BlockTest {
+// What a run does in which the block is told of its service, and in which it was told before.
+inline const Journal told{"appeared in state 5", "work in state 6"};
+inline const Journal works{"work in state 6"};
+
+class DBusClientTest : public BlockFixture<FollowingBlock> {
   protected:
-    void make(const std::string& service_name = followed_name) {
-        client.emplace(recorders.tools, service_name);
-    }
+    [[nodiscard]] OwnerState state() { return LayoutProbe::state(block()); }
 
-    [[nodiscard]] OwnerState state() { return LayoutProbe::state(**client); }
-
-    /// Brings a fresh client to the point where the match is installed.
+    /// Builds a client and brings it to the point where the match, its sending 1, is installed.
     void install_match() {
-        EXPECT_TRUE((*client)->run());
-        EXPECT_EQ(bus.take_journal(), (Journal{match_sent}));
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        EXPECT_TRUE(client->woken());
+        build(followed_name);
+        EXPECT_EQ(run(), (Journal{owner_match}));
+        EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
+        EXPECT_EQ(state(), OwnerState::MatchAdded);
     }
-
-    /// ... and from there to where the owner has been asked for.
+    /// ... and from there to where the owner has been asked for in sending 2.
     void ask() {
-        EXPECT_TRUE((*client)->run());
-        EXPECT_EQ(bus.take_journal(), (Journal{question_sent}));
+        install_match();
+        EXPECT_EQ(run(), (Journal{question}));
         EXPECT_EQ(state(), OwnerState::QueryingOwner);
+        EXPECT_TRUE(woken());
     }
-
-    support::Message owner_change(const char* name, const char* new_owner) {
-        return messages.owner_change(name, "", new_owner);
+    /// ... and answered.
+    void follow() {
+        ask();
+        EXPECT_EQ(deliver(bus.last(), messages.reply("s", ":1.5")),
+                  (Journal{"fire event_port", returns(1)}));
     }
-
-    std::optional<support::BlockDriver<FollowingBlock>> client;
+    Journal change_owner(const char* name, const char* new_owner) {
+        return deliver(bus.sending(1), messages.owner_change(name, "", new_owner));
+    }
 };
 
 }  // namespace client_test

@@ -7,14 +7,7 @@
 
 #include "fenwa/registry.hpp"
 #include "framework/shared/block_registry.hpp"
-#include "src/blocks/power/power_consumer.hpp"
-#include "src/blocks/power/power_monitor.hpp"
-#include "src/blocks/temperature/temperature_monitor.hpp"
-#include "src/blocks/temperature/temperature_reader.hpp"
-#include "src/blocks/video/on_screen_controls.hpp"
-#include "src/blocks/video/prioritized_text_overlay_setter.hpp"
-#include "src/blocks/video/video_ready.hpp"
-#include "tests/support/block_driver.hpp"
+#include "tests/unit/block_fixture.hpp"
 
 namespace {
 thread_local std::size_t allocations = 0;
@@ -83,12 +76,6 @@ TEST(LibRegisterTest, RegistersEveryTypeInAlphabeticalOrder) {
     EXPECT_TRUE(std::is_sorted(registry.names.begin(), registry.names.end()));
 }
 
-TEST(LibRegisterTest, FillsTheFrameworksOwnRegistry) {
-    Fenwa::BlockRegistry registry;
-    EXPECT_EQ(lib_register_cpp(&registry), 0);
-    EXPECT_EQ(registry.type_names(), every_type);
-}
-
 TEST(LibRegisterTest, LeavesEarlierRegistrationsWhenALaterOneThrows) {
     for (std::size_t limit = 0; limit < every_type.size(); ++limit) {
         LimitedRegistry registry(limit);
@@ -119,80 +106,68 @@ class FactoryTest : public testing::Test {
     const Fenwa::BlockConfiguration config{{"sensor_name", {"main"}}, {"delta_chg", 0.5}};
 };
 
-TEST_F(FactoryTest, BuildsAReaderWithItsNameAndConfiguration) {
-    const auto block = factory("TemperatureReader")("inside", config, tools);
-    EXPECT_NE(dynamic_cast<blocks::TemperatureReader*>(block.get()), nullptr);
+template <class T>
+bool is_a(const Fenwa::Block& block) {
+    return dynamic_cast<const T*>(&block) != nullptr;
+}
+
+/// A type of block: a setting for it, and the replies that it waits for while it is built.
+struct TypeCase : support::NamedCase {
+    bool (*is_of_type)(const Fenwa::Block&);
+    Fenwa::BlockConfiguration::KeyValue setting;
+    std::vector<support::MakeMessage> replies;
+};
+
+class EachFactoryTest : public FactoryTest, public testing::WithParamInterface<TypeCase> {};
+
+TEST_P(EachFactoryTest, BuildsABlockOfItsTypeWithItsNameItsConfigurationAndTheTools) {
+    for (const support::MakeMessage& reply : GetParam().replies)
+        recorders.tools.reply_next(reply(recorders.messages));
+    const auto& setting = GetParam().setting;
+    const auto block =
+        factory(GetParam().name)("inside", config + Fenwa::BlockConfiguration{setting}, tools);
+    EXPECT_TRUE(GetParam().is_of_type(*block));
     EXPECT_EQ(block->get_name(), "inside");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getString("sensor_name"), "main");
+    const auto* const value =
+        Fenwa::ConfigurationAccess::find(Fenwa::HostAccess::configuration(*block), setting.key());
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(*value, setting.value());
+    EXPECT_EQ(recorders.bus.take_journal().size(), GetParam().replies.size());
+    (void)recorders.log.take();
 }
 
-TEST_F(FactoryTest, BuildsAMonitorOfTheTemperatureWhichReadsItWithTheTools) {
-    recorders.tools.reply_next(recorders.messages.reply("i", 3));
-    recorders.tools.reply_next(recorders.messages.reply("d", 20.0));
-    const auto block = factory("TemperatureMonitor")("inside", config, tools);
-    EXPECT_NE(dynamic_cast<blocks::TemperatureMonitor*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "inside");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getString("sensor_name"), "main");
-    EXPECT_TRUE(block->setup({}).getBool("temperature_ok"));
-    EXPECT_EQ(recorders.bus.take_journal().size(), 2U);
-}
+const TypeCase type_cases[] = {
+    {"OnScreenControls", is_a<blocks::OnScreenControls>, {"channel", 2}, {}},
+    {"PowerConsumer", is_a<blocks::PowerConsumer>, {"power", 2.5}, {}},
+    {"PowerMonitor",
+     is_a<blocks::PowerMonitor>,
+     {"requested_power", 12.0},
+     {support::reply_of("d", 12.0)}},
+    {"PrioritizedTextOverlaySetter",
+     is_a<blocks::PrioritizedTextOverlaySetter>,
+     {"duration", 5},
+     {}},
+    {"TemperatureMonitor",
+     is_a<blocks::TemperatureMonitor>,
+     {"low_on_temp", 5.0},
+     {support::reply_of("i", 3), support::reply_of("d", 20.0)}},
+    {"TemperatureReader", is_a<blocks::TemperatureReader>, {"delta_chg", 0.25}, {}},
+    {"VideoReady", is_a<blocks::VideoReady>, {"channel", 2}, {support::reply_of("s", "enabled")}},
+};
 
-TEST_F(FactoryTest, BuildsAConsumerOfPower) {
-    const auto block = factory("PowerConsumer")("budget", {{"power", 2.5}}, tools);
-    EXPECT_NE(dynamic_cast<blocks::PowerConsumer*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "budget");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getDouble("power"), 2.5);
-    EXPECT_EQ(recorders.log.take().size(), 1U);
-}
-
-TEST_F(FactoryTest, BuildsAMonitorOfThePowerWhichReadsItWithTheTools) {
-    recorders.tools.reply_next(recorders.messages.reply("d", 12.0));
-    const auto block = factory("PowerMonitor")("supply", {{"requested_power", 12.0}}, tools);
-    EXPECT_NE(dynamic_cast<blocks::PowerMonitor*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "supply");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getDouble("requested_power"), 12.0);
-    EXPECT_TRUE(block->setup({}).getBool("power_ok"));
-    EXPECT_EQ(recorders.bus.take_journal().size(), 1U);
-}
-
-TEST_F(FactoryTest, BuildsControlsOnTheScreen) {
-    const auto block = factory("OnScreenControls")("wdr", {{"channel", 2}}, tools);
-    EXPECT_NE(dynamic_cast<blocks::OnScreenControls*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "wdr");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("channel"), 2);
-}
-
-TEST_F(FactoryTest, BuildsASetterOfATextOnTheVideo) {
-    const auto block = factory("PrioritizedTextOverlaySetter")("alarm", {{"duration", 5}}, tools);
-    EXPECT_NE(dynamic_cast<blocks::PrioritizedTextOverlaySetter*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "alarm");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("duration"), 5);
-}
-
-TEST_F(FactoryTest, BuildsAVideoReadyWhichLooksAtItsUnitWithTheTools) {
-    recorders.tools.reply_next(recorders.messages.reply("s", "enabled"));
-    const auto block = factory("VideoReady")("ready", {{"channel", 2}}, tools);
-    EXPECT_NE(dynamic_cast<blocks::VideoReady*>(block.get()), nullptr);
-    EXPECT_EQ(block->get_name(), "ready");
-    EXPECT_EQ(Fenwa::HostAccess::configuration(*block).getInt("channel"), 2);
-    EXPECT_TRUE(block->setup({}).getBool("no_video_at_startup"));
-    EXPECT_EQ(recorders.bus.take_journal().size(), 1U);
-}
+INSTANTIATE_TEST_SUITE_P(Types, EachFactoryTest, testing::ValuesIn(type_cases),
+                         support::case_name<TypeCase>);
 
 TEST_F(FactoryTest, DoesNotHandTheToolsToABlockThatTakesNone) {
     const auto block = factory("TemperatureReader")("inside", config, tools);
     EXPECT_THROW((void)block->get_tools(), std::logic_error);
 }
 
-TEST_F(FactoryTest, AcceptsAnEmptyInstanceName) {
-    EXPECT_EQ(factory("TemperatureReader")("", config, tools)->get_name(), "");
-}
-
-TEST_F(FactoryTest, MakesANewBlockEachTime) {
+TEST_F(FactoryTest, MakesANewBlockEachTimeUnderAnyName) {
     const auto first = factory("TemperatureReader")("one", config, tools);
-    const auto second = factory("TemperatureReader")("two", config, tools);
-    EXPECT_NE(first, second);
+    const auto second = factory("TemperatureReader")("", config, tools);
     EXPECT_EQ(first->get_name(), "one");
+    EXPECT_EQ(second->get_name(), "");
 }
 
 TEST_F(FactoryTest, LetsTheExceptionOfAConstructorOut) {

@@ -1,19 +1,13 @@
 #include "src/frame/owner_match.hpp"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <memory>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/framework_interception.hpp"
 #include "tests/unit/frame/following_block.hpp"
 
 namespace {
 
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
-using blocks::LayoutProbe;
+using support::Journal;
+using support::Lines;
 
 /// What a block has for its match, and no more.
 struct Follower {
@@ -57,7 +51,25 @@ class OwnerMatchTest : public testing::Test {
         return entries;
     }
 
+    /// Has one match refused at the moment of an effect with this text.
+    void refuse_one_at(const std::string& text) {
+        recorders.journal->remark_with([this, text](const std::string& entry) {
+            if (entry.find(text) != std::string::npos)
+                one.refuse();
+            return std::string();
+        });
+    }
+    void install_other() {
+        other.ask(bus);
+        other.match.answered(true);
+    }
+    void ask_and_refuse_one() {
+        one.ask(bus);
+        one.refuse();
+    }
+
     support::Recorders recorders;
+    sd_bus* elsewhere = reinterpret_cast<sd_bus*>(this);  ///< another connection
     sd_bus* bus = recorders.messages.bus();
     Follower one;
     Follower other;
@@ -74,11 +86,9 @@ TEST_F(OwnerMatchTest, ReleasesARefusedMatchAtOnceHoweverOftenItIsRefused) {
 }
 
 TEST_F(OwnerMatchTest, KeepsARefusedMatchWhereAnotherIsInstalledUntilItsOwnEnd) {
-    other.ask(bus);
-    other.match.answered(true);
+    install_other();
     for (int time = 0; time < 2; ++time) {
-        one.ask(bus);
-        one.refuse();
+        ask_and_refuse_one();
         EXPECT_FALSE(one.slot) << "there is room for the next";
     }
     EXPECT_EQ(released(), Journal{});
@@ -101,11 +111,7 @@ TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsAskedForAndDropsItWhenTha
 TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsBeingSent) {
     for (const bool waits : {false, true}) {
         one.ask(bus);
-        recorders.journal->remark_with([this](const std::string& entry) {
-            if (entry.find("match type=") != std::string::npos)
-                one.refuse();
-            return std::string();
-        });
+        refuse_one_at("match type=");
         if (waits)
             other.wait_for_match(bus);
         else
@@ -143,14 +149,11 @@ TEST_F(OwnerMatchTest, LooksAtTheOthersAndChangesUnderTheLock) {
 }
 
 TEST_F(OwnerMatchTest, DropsWhatWasKeptOnceTheOtherHasStopped) {
-    other.ask(bus);
-    other.match.answered(true);
-    one.ask(bus);
-    one.refuse();
+    install_other();
+    ask_and_refuse_one();
     other.stop();
     EXPECT_EQ(released(), (Journal{"release #1 match"}));
-    one.ask(bus);
-    one.refuse();
+    ask_and_refuse_one();
     EXPECT_EQ(released(), (Journal{"release #2 match", "release #3 match"}));
 }
 
@@ -164,30 +167,24 @@ TEST_F(OwnerMatchTest, DoesNotKeepForABlockThatIsGone) {
     gone.reset();
     third.reset();
     EXPECT_EQ(released(), (Journal{"release #1 match", "release #2 match"}));
-    one.ask(bus);
-    one.refuse();
+    ask_and_refuse_one();
     EXPECT_EQ(released(), (Journal{"release #3 match"}));
 }
 
 TEST_F(OwnerMatchTest, DoesNotKeepForAMatchOnAnotherConnection) {
-    int elsewhere = 0;
-    other.ask(reinterpret_cast<sd_bus*>(&elsewhere));
-    one.ask(bus);
-    one.refuse();
+    other.ask(elsewhere);
+    ask_and_refuse_one();
     EXPECT_EQ(released(), (Journal{"release #2 match"}));
     other.refuse();
     EXPECT_EQ(released(), (Journal{"release #1 match"}));
 }
 
 TEST_F(OwnerMatchTest, LeavesWhatIsKeptOnAnotherConnectionAlone) {
-    int elsewhere = 0;
-    auto* const second_bus = reinterpret_cast<sd_bus*>(&elsewhere);
     Follower third;
-    third.ask(second_bus);
-    other.ask(second_bus);
+    third.ask(elsewhere);
+    other.ask(elsewhere);
     other.refuse();
-    one.ask(bus);
-    one.refuse();
+    ask_and_refuse_one();
     EXPECT_EQ(released(), (Journal{"release #3 match"}));
     third.refuse();
     EXPECT_EQ(released(), (Journal{"release #2 match", "release #1 match"}));
@@ -202,16 +199,14 @@ TEST_F(OwnerMatchTest, DoesNotKeepForAMatchThatCouldNotBeSent) {
         "1 Failed to add match for NameOwnerChanged: Cannot allocate memory";
     EXPECT_EQ(recorders.log.take(), (Lines{failure, failure}));
     (void)recorders.bus.take_journal();
-    one.ask(bus);
-    one.refuse();
+    ask_and_refuse_one();
     EXPECT_EQ(released(), (Journal{"release #3 match"}));
 }
 
 TEST_F(OwnerMatchTest, KeepsForAMatchThatABlockHasWaitedFor) {
     other.wait_for_match(bus);
     (void)recorders.bus.take_journal();
-    one.ask(bus);
-    one.refuse();
+    ask_and_refuse_one();
     EXPECT_EQ(released(), Journal{});
 }
 
@@ -222,85 +217,79 @@ class InstalledMatchTest : public OwnerMatchTest {
     /// Has a follower of some service refused. @returns whether its match was kept.
     bool is_kept() {
         (void)recorders.bus.take_journal();
-        one.ask(bus);
-        one.refuse();
+        ask_and_refuse_one();
         return released().empty();
+    }
+    /// Runs a block, which asks for its match.
+    template <class T, class... Arguments>
+    std::unique_ptr<support::BlockDriver<T>> ask(const Arguments&... arguments) {
+        auto block = std::make_unique<support::BlockDriver<T>>(recorders.tools, arguments...);
+        EXPECT_FALSE(is_kept());
+        EXPECT_TRUE((*block)->run());
+        (void)recorders.log.take();
+        return block;
+    }
+    template <class Driver>
+    void expect_kept_until_its_stop(Driver& block) {
+        EXPECT_TRUE(is_kept());
+        block->stop();
+        EXPECT_FALSE(is_kept());
     }
     /// Answers the match that was asked for last.
     void install(const support::Message& reply) {
         EXPECT_EQ(recorders.bus.last().install(reply), 0);
     }
+    std::unique_ptr<support::BlockDriver<blocks::TemperatureMonitor>> ask_for_monitor() {
+        recorders.tools.reply_next(recorders.messages.reply("i", 3));
+        recorders.tools.reply_next(recorders.messages.reply("d", 20.0));
+        return ask<blocks::TemperatureMonitor>(
+            "monitor", Fenwa::BlockConfiguration{{"sensor_name", {"main"}}});
+    }
+
+    const Fenwa::BlockConfiguration power{{"power", 1.0}};
 };
 
 TEST_F(InstalledMatchTest, OfAClient) {
-    support::BlockDriver<client_test::FollowingBlock> client(recorders.tools, "a.b");
-    EXPECT_FALSE(is_kept());
-    EXPECT_TRUE(client->run());
-    EXPECT_TRUE(is_kept());
-    EXPECT_TRUE(client->run());
+    const auto client = ask<client_test::FollowingBlock>("a.b");
+    EXPECT_TRUE(is_kept()) << "asked for";
     EXPECT_EQ(recorders.bus.sending(2).install(recorders.messages.reply("")), 0);
-    EXPECT_TRUE(is_kept());
-    client->stop();
-    EXPECT_FALSE(is_kept());
+    expect_kept_until_its_stop(*client);
 }
 
 TEST_F(InstalledMatchTest, OfOnScreenControls) {
-    const Fenwa::BlockConfiguration settings{{"channel", 0}};
-    support::BlockDriver<blocks::OnScreenControls> controls(recorders.tools, "controls", settings);
-    EXPECT_TRUE(controls->run());
+    const auto controls =
+        ask<blocks::OnScreenControls>("controls", Fenwa::BlockConfiguration{{"channel", 0}});
     install(recorders.messages.reply(""));
-    EXPECT_TRUE(is_kept());
-    controls->stop();
-    EXPECT_FALSE(is_kept());
+    expect_kept_until_its_stop(*controls);
 }
 
 TEST_F(InstalledMatchTest, OfATemperatureMonitor) {
-    recorders.tools.reply_next(recorders.messages.reply("i", 3));
-    recorders.tools.reply_next(recorders.messages.reply("d", 20.0));
-    const Fenwa::BlockConfiguration settings{{"sensor_name", {"main"}}};
-    support::BlockDriver<blocks::TemperatureMonitor> monitor(recorders.tools, "monitor", settings);
-    EXPECT_TRUE(monitor->run());
+    const auto monitor = ask_for_monitor();
     install(recorders.messages.reply(""));
-    EXPECT_TRUE(is_kept());
-    monitor->stop();
-    EXPECT_FALSE(is_kept());
+    expect_kept_until_its_stop(*monitor);
 }
 
 TEST_F(InstalledMatchTest, NotOfATemperatureMonitorThatTakesARefusedOneForInstalled) {
-    recorders.tools.reply_next(recorders.messages.reply("i", 3));
-    recorders.tools.reply_next(recorders.messages.reply("d", 20.0));
-    const Fenwa::BlockConfiguration settings{{"sensor_name", {"main"}}};
-    support::BlockDriver<blocks::TemperatureMonitor> monitor(recorders.tools, "monitor", settings);
-    EXPECT_TRUE(monitor->run());
+    const auto monitor = ask_for_monitor();
     install(recorders.messages.error("com.example.Error", "no"));
-    EXPECT_NE(*LayoutProbe::owner_match_slot_field(*monitor), nullptr);
+    EXPECT_NE(*blocks::LayoutProbe::owner_match_slot_field(**monitor), nullptr);
     EXPECT_FALSE(is_kept());
 }
 
+TEST_F(InstalledMatchTest, OfAPowerConsumer) {
+    const auto consumer = ask<blocks::PowerConsumer>("consumer", power);
+    expect_kept_until_its_stop(*consumer);
+}
+
 TEST_F(InstalledMatchTest, OfAPowerConsumerThatStillWaitsForIt) {
-    const Fenwa::BlockConfiguration settings{{"power", 1.0}};
-    support::BlockDriver<blocks::PowerConsumer> consumer(recorders.tools, "consumer", settings);
+    support::BlockDriver<blocks::PowerConsumer> consumer(recorders.tools, "consumer", power);
     one.ask(bus);
     (void)recorders.bus.take_journal();
-    recorders.journal->remark_with([this](const std::string& entry) {
-        if (entry.starts_with("blocking match"))
-            one.refuse();
-        return std::string();
-    });
+    refuse_one_at("blocking match");
     EXPECT_TRUE(consumer->run());
     recorders.journal->remark_with({});
     for (const std::string& entry : recorders.bus.take_journal())
         EXPECT_FALSE(entry.starts_with("release")) << entry;
-    (void)recorders.log.take();
-}
-
-TEST_F(InstalledMatchTest, OfAPowerConsumer) {
-    const Fenwa::BlockConfiguration settings{{"power", 1.0}};
-    support::BlockDriver<blocks::PowerConsumer> consumer(recorders.tools, "consumer", settings);
-    EXPECT_TRUE(consumer->run());
-    EXPECT_TRUE(is_kept());
-    consumer->stop();
-    EXPECT_FALSE(is_kept());
     (void)recorders.log.take();
 }
 

@@ -1,32 +1,20 @@
 #pragma once
 
-#include <systemd/sd-bus.h>
-
-#include <limits>
 #include <string>
-#include <vector>
 
-#include "fenwa/block_configuration.hpp"
-#include "tests/support/bus_messages.hpp"
+#include "tests/unit/block_fixture.hpp"
 
 /// What the tests of the temperature blocks share.
 namespace temperature_test {
 
-using Entry = Fenwa::BlockConfiguration::KeyValue;
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
-
-inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
-inline constexpr double infinity = std::numeric_limits<double>::infinity();
+using namespace support;  // NOLINT(google-build-using-namespace): a namespace of tests
 
 inline constexpr const char* controller_name = "com.tarlo.TemperatureController";
 inline constexpr const char* controller_path = "/com/tarlo/TemperatureController";
 
 /// A call of the temperature controller, with its arguments.
 inline std::string controller_call(const std::string& call) {
-    return "call com.tarlo.TemperatureController /com/tarlo/TemperatureController "
-           "com.tarlo.TemperatureController " +
-           call;
+    return service_call(controller_name, controller_path, call);
 }
 
 /// A match for one of its signals.
@@ -36,9 +24,12 @@ inline std::string controller_match(const std::string& signal) {
            signal;
 }
 
-// What sd-bus never fills an error argument with; a callback takes it seriously all the same.
-using support::denied;
-inline constexpr sd_bus_error silent =
-    SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
+/// A signal of the controller.
+template <class... Values>
+MakeMessage signal_of(const std::string& member, const char* types, Values... values) {
+    return [=](Messages& messages) {
+        return messages.signal(controller_path, controller_name, member.c_str(), types, values...);
+    };
+}
 
 }  // namespace temperature_test

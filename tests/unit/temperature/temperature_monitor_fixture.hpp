@@ -1,18 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <optional>
+#include <string>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/layout_probe.hpp"
 #include "tests/unit/temperature/controller_texts.hpp"
 
 namespace monitor_test {
 
 using namespace temperature_test;
-using blocks::LayoutProbe;
 using blocks::TemperatureMonitor;
 
 // What a monitor of sensor "main", id 3, sends, in this order. The numbers of its sendings are 1
@@ -21,8 +16,6 @@ inline const std::string id_lookup =
     "blocking " + controller_call("GetTemperatureIdFromName(s \"main\")");
 inline const std::string first_reading =
     "blocking " + controller_call("GetTemperature(i 3, s \"main\")");
-inline const std::string owner_match =
-    "match type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'";
 inline const std::string signal_match = controller_match("TemperatureSignal");
 
 /// The registration of a limit with sensor 3: its value and its flag.
@@ -44,110 +37,96 @@ inline constexpr std::int32_t high_on = 11;
 inline constexpr std::int32_t low_off = 12;
 inline constexpr std::int32_t high_off = 13;
 
-inline const std::string set_true = "4 Setting temperature_ok_out = true";
-inline const std::string set_false = "4 Setting temperature_ok_out = false";
+// What a run does in which the verdict changes, and in which a signal has an unknown id; that line
+// ends with a line end of its own.
+inline const Journal turned_off{"4 Setting temperature_ok_out = false",
+                                "publish temperature_ok_out = false"};
+inline const Journal turned_on{"4 Setting temperature_ok_out = true",
+                               "publish temperature_ok_out = true"};
+inline std::string unexpected(const std::string& id) {
+    return "4 Got unexpected temperature signal with id = " + id + "\n";
+}
 
-class TemperatureMonitorTest : public support::BlockTest {
+class TemperatureMonitorTest : public BlockFixture<TemperatureMonitor> {
   protected:
-    /// Builds a monitor whose first reading is this one: inside the default limits.
-    void make(double reading = 20.0, const Fenwa::BlockConfiguration& more = {}) {
+    /// Foresees the answers to what a monitor asks for while it is built.
+    void foresee(double reading) {
         recorders.tools.reply_next(messages.reply("i", 3));
         recorders.tools.reply_next(messages.reply("d", reading));
-        build(more);
-        EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, first_reading}));
-        EXPECT_TRUE(published());
     }
-
-    /// Builds a monitor of sensor "main"; what it asks for is the test's to foresee and to look at.
-    void build(const Fenwa::BlockConfiguration& more = {}) {
+    /// Builds a monitor of sensor "main", and takes its first wake-up. @returns what it sends, logs
+    /// and publishes.
+    Journal construct(const Fenwa::BlockConfiguration& more = {}) {
         const Fenwa::BlockConfiguration least{{"sensor_name", {"main"}}};
-        monitor.emplace(recorders.tools, "monitor", least + more);
-        EXPECT_TRUE(monitor->woken());
+        build("monitor", least + more);
+        EXPECT_TRUE(woken());
+        return journal.take(effect::sending | effect::line | effect::publication);
+    }
+    void make(double reading = 20.0, const Fenwa::BlockConfiguration& more = {}) {
+        foresee(reading);
+        Journal effects = construct(more);
+        EXPECT_EQ(effects.size(), 3U);
+        effects.resize(2);
+        EXPECT_EQ(effects, (Journal{id_lookup, first_reading}));
     }
 
-    /// A run of the monitor, with what it sends in it.
-    Journal run() {
-        EXPECT_TRUE((*monitor)->run());
-        return bus.take_journal();
-    }
+    // Each takes the monitor one step further.
 
-    // Each takes the block one step further.
-
-    void install_owner_match() {
-        EXPECT_EQ(run(), (Journal{owner_match}));
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        EXPECT_TRUE(monitor->woken());
-    }
-    void install_signal_match() {
-        EXPECT_EQ(run(), (Journal{signal_match}));
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        EXPECT_TRUE(monitor->woken());
+    void install_match(const std::string& match) {
+        EXPECT_EQ(run(), (Journal{match}));
+        EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
     }
     void install_matches() {
-        install_owner_match();
-        install_signal_match();
+        install_match(owner_match);
+        install_match(signal_match);
     }
     /// Answers the registration that is under way.
     void answer_registration(std::int32_t id, bool already_crossed = false) {
-        EXPECT_EQ(bus.last().deliver(messages.reply("ib", id, static_cast<int>(already_crossed))),
-                  0);
-        EXPECT_TRUE(monitor->woken());
-        EXPECT_EQ(bus.take_journal(), (Journal{"release #" + std::to_string(bus.count()) +
-                                               " RegisterForTemperatureSignal"}));
+        EXPECT_EQ(deliver(bus.last(), messages.reply("ib", id, static_cast<int>(already_crossed))),
+                  (Journal{bus.last().release_text, "fire event_port"}));
+        EXPECT_FALSE(call_pending());
+    }
+    void register_limit(std::size_t limit, const SignalIds& ids = usual_ids,
+                        bool already_crossed = false) {
+        EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
+        answer_registration(ids.at(limit), already_crossed);
     }
     void register_limits(const SignalIds& ids = usual_ids) {
-        for (std::size_t limit = 0; limit < ids.size(); ++limit) {
-            EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
-            answer_registration(ids.at(limit));
-        }
+        for (std::size_t limit = 0; limit < ids.size(); ++limit)
+            register_limit(limit, ids);
+    }
+    /// Takes all steps before that of this sending.
+    void reach(std::size_t number) {
+        make();
+        if (number > 1)
+            install_match(owner_match);
+        if (number > 2)
+            install_match(signal_match);
+        for (std::size_t limit = 0; limit + 3 < number; ++limit)
+            register_limit(limit);
+        EXPECT_EQ(bus.count(), number - 1);
     }
     /// Brings a fresh monitor to where only signals move it.
-    void settle(double reading = 20.0, const SignalIds& ids = usual_ids) {
-        make(reading);
-        install_matches();
+    void settle(const SignalIds& ids = usual_ids) {
+        reach(3);
         register_limits(ids);
         EXPECT_EQ(run(), Journal{});
+        EXPECT_TRUE(woken());
     }
 
-    support::Message signal_message(std::int32_t id) {
-        return messages.signal(controller_path, controller_name, "TemperatureSignal", "i", id);
+    Message signal_message(std::int32_t id) {
+        return signal_of("TemperatureSignal", "i", id)(messages);
     }
     /// Tells the monitor that a limit has been crossed.
-    void cross(std::int32_t id) {
-        EXPECT_EQ(bus.sending(2).deliver(signal_message(id)), 0);
-        EXPECT_TRUE(monitor->woken());
-    }
+    void cross(std::int32_t id) { EXPECT_EQ(deliver(bus.sending(2), signal_message(id)), wake_up); }
     /// Tells the monitor of a new owner of a name.
-    void change_owner(const char* name, const char* old_owner, const char* new_owner) {
-        EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(name, old_owner, new_owner)), 0);
+    Journal change_owner(const char* name, const char* old_owner, const char* new_owner) {
+        return deliver(bus.sending(1), messages.owner_change(name, old_owner, new_owner));
     }
-    void lose_controller() {
-        change_owner(controller_name, ":1.5", "");
-        EXPECT_TRUE(monitor->woken());
-    }
+    void lose_controller() { EXPECT_EQ(change_owner(controller_name, ":1.5", ""), wake_up); }
 
-    Fenwa::OutPort<bool>& port() {
-        return *dynamic_cast<Fenwa::OutPort<bool>*>((*monitor)->get_outport("temperature_ok_out"));
-    }
-    /// The verdict that has been published since the last time, if one has.
-    std::optional<bool> published() {
-        const bool any = !journal.take(support::effect::publication).empty();
-        return any ? std::optional(port().value) : std::nullopt;
-    }
     /// The verdict as the settings have it.
-    bool verdict() { return (*monitor)->setup({}).getBool("temperature_ok"); }
-
-    [[nodiscard]] bool owner_match_held() {
-        return *LayoutProbe::owner_match_slot_field(**monitor) != nullptr;
-    }
-    [[nodiscard]] bool signal_match_held() {
-        return *LayoutProbe::signal_match_slot_field(**monitor) != nullptr;
-    }
-    [[nodiscard]] bool call_pending() {
-        return *LayoutProbe::call_slot_field(**monitor) != nullptr;
-    }
-
-    std::optional<support::BlockDriver<TemperatureMonitor>> monitor;
+    bool verdict() { return block().setup({}).getBool("temperature_ok"); }
 };
 
 }  // namespace monitor_test

@@ -1,4 +1,4 @@
-#include <cerrno>
+#include <tuple>
 
 #include "tests/unit/temperature/temperature_monitor_fixture.hpp"
 
@@ -6,177 +6,151 @@ namespace {
 
 using namespace monitor_test;
 
-TEST_F(TemperatureMonitorTest, TakesARefusedMatchForAnInstalledOne) {
-    make();
-    for (const std::string& match : {owner_match, signal_match}) {
-        EXPECT_EQ(run(), (Journal{match}));
-        EXPECT_EQ(bus.last().install(
-                      messages.error("org.freedesktop.DBus.Error.LimitsExceeded", "too many")),
-                  0);
-        EXPECT_TRUE(monitor->woken());
+/// One of the two matches of a monitor.
+struct MatchCase : NamedCase {
+    std::size_t number;  ///< of its sending
+    std::string sent;
+    std::string error_line;  ///< for a set error argument
+};
+
+const MatchCase matches[] = {
+    {"Owner", 1, owner_match, "1 Error when adding match for NameOwnerChanged: "},
+    {"Signal", 2, signal_match, "1 Error when adding match for TemperatureSignal: "},
+};
+
+class TemperatureMonitorMatchTest : public TemperatureMonitorTest,
+                                    public testing::WithParamInterface<MatchCase> {
+  protected:
+    void SetUp() override {
+        reach(GetParam().number);
+        EXPECT_EQ(run(), (Journal{GetParam().sent}));
     }
-    register_limits();
+};
+
+TEST_P(TemperatureMonitorMatchTest, CountsAsInstalledAlsoWhenItIsRefused) {
+    EXPECT_EQ(install(bus.last(), messages.error("com.example.Error", "too many")), wake_up);
+    EXPECT_EQ(run().size(), 1U) << "the next step";
 }
 
-TEST_F(TemperatureMonitorTest, LogsASetErrorArgumentOfTheOwnerMatchAndWaits) {
-    make();
-    EXPECT_EQ(run(), (Journal{owner_match}));
-    EXPECT_EQ(bus.last().install(messages.reply(""), denied), -EACCES);
-    EXPECT_TRUE(monitor->woken());
-    EXPECT_EQ(bus.last().install(messages.reply(""), silent), -ETIMEDOUT);
-    EXPECT_TRUE(monitor->woken());
-    EXPECT_EQ(log.take(), (Lines{"1 Error when adding match for NameOwnerChanged: not you",
-                                 "1 Error when adding match for NameOwnerChanged: "}));
-    EXPECT_EQ(run(), Journal{}) << "the match is held and does not count as installed";
-    EXPECT_TRUE(owner_match_held());
+TEST_P(TemperatureMonitorMatchTest, IsHeldAndWaitedForAfterASetErrorArgument) {
+    EXPECT_EQ(install(bus.last(), messages.reply(""), denied),
+              (Journal{GetParam().error_line + "not you", "fire event_port", returns(-EACCES)}));
+    EXPECT_EQ(install(bus.last(), messages.reply(""), silent),
+              (Journal{GetParam().error_line, "fire event_port", returns(-ETIMEDOUT)}));
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_FALSE(bus.last().released);
 }
 
-TEST_F(TemperatureMonitorTest, LogsASetErrorArgumentOfTheSignalMatchAndWaits) {
-    make();
-    install_owner_match();
-    EXPECT_EQ(run(), (Journal{signal_match}));
-    EXPECT_EQ(bus.last().install(messages.reply(""), denied), -EACCES);
-    EXPECT_TRUE(monitor->woken());
-    EXPECT_EQ(bus.last().install(messages.reply(""), silent), -ETIMEDOUT);
-    EXPECT_TRUE(monitor->woken());
-    EXPECT_EQ(log.take(), (Lines{"1 Error when adding match for TemperatureSignal: not you",
-                                 "1 Error when adding match for TemperatureSignal: "}));
-    EXPECT_EQ(run(), Journal{}) << "the match is held and does not count as installed";
-    EXPECT_TRUE(signal_match_held());
-}
+INSTANTIATE_TEST_SUITE_P(Matches, TemperatureMonitorMatchTest, testing::ValuesIn(matches),
+                         case_name<MatchCase>);
 
 /// Leaves the registration of each limit unanswered, for the test to answer.
 class RegistrationReplyTest : public TemperatureMonitorTest,
                               public testing::WithParamInterface<std::size_t> {
   protected:
     void SetUp() override {
-        make();
-        install_matches();
-        for (std::size_t limit = 0; limit < GetParam(); ++limit) {
-            EXPECT_EQ(run().size(), 1U);
-            answer_registration(usual_ids.at(limit));
-        }
+        reach(GetParam() + 3);
         EXPECT_EQ(run(), (Journal{default_registrations.at(GetParam())}));
-        number = bus.count();
+        EXPECT_TRUE(woken());
     }
-
-    /// The monitor must not take another step until it is stopped, whatever happens to it.
-    void expect_stall() {
-        EXPECT_FALSE(monitor->woken());
-        EXPECT_TRUE(call_pending());
-        EXPECT_EQ(run(), Journal{});
-        cross(low_off);
-        EXPECT_EQ(run(), Journal{});
-        lose_controller();
-        EXPECT_EQ(run(), Journal{});
-        EXPECT_EQ(published(), std::nullopt) << "the last verdict is kept";
-        EXPECT_TRUE(verdict());
-        (*monitor)->stop();
-        EXPECT_TRUE(bus.sending(number).released);
-        (void)bus.take_journal();
-    }
-
-    const std::string unreadable =
-        "2 Failed to read temperature signal result: No such device or address";
-    std::size_t number = 0;  ///< of the registration among what is sent
 };
 
-TEST_P(RegistrationReplyTest, StallsAfterAnUnreadableReply) {
-    EXPECT_EQ(bus.last().deliver(messages.reply("s", "done")), -ENXIO);
-    EXPECT_EQ(log.take(), (Lines{unreadable}));
-    expect_stall();
+TEST_P(RegistrationReplyTest, StallsTheMonitorUntilItsStopWhereItIsOfNoUse) {
+    const std::string line = "2 Failed to read temperature signal result: ";
+    expect_only_lines(bus.last(), messages.reply("ib", 10, 1),
+                      "1 Error when calling RegisterForTemperatureSignal: ", line);
+    EXPECT_EQ(deliver(bus.last(), messages.reply("i", 10)),
+              (Journal{line + "No such device or address", returns(-ENXIO)}))
+        << "ends too early";
+    EXPECT_FALSE(woken());
+    EXPECT_TRUE(call_pending());
+    EXPECT_EQ(run(), Journal{});
+    cross(low_off);
+    EXPECT_EQ(run(), Journal{}) << "the last verdict is kept";
+    lose_controller();
+    EXPECT_EQ(change_owner(controller_name, "", ":1.6"), Journal{});
+    EXPECT_EQ(run(), Journal{});
+    EXPECT_TRUE(verdict());
+    EXPECT_EQ(stop().back(), bus.last().release_text);
 }
 
-TEST_P(RegistrationReplyTest, StallsAfterAReplyThatEndsTooEarly) {
-    EXPECT_EQ(bus.last().deliver(messages.reply("")), -ENXIO);
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", 10)), -ENXIO);
-    EXPECT_EQ(log.take(), (Lines{unreadable, unreadable}));
-    expect_stall();
-}
-
-TEST_P(RegistrationReplyTest, StallsAfterAnyNegativeResult) {
-    bus.change_results(support::MessageFunction::read, {-EPERM});
-    EXPECT_EQ(bus.last().deliver(messages.reply("ib", 10, 0)), -EPERM);
-    EXPECT_EQ(log.take(),
-              (Lines{"2 Failed to read temperature signal result: Operation not permitted"}));
-    expect_stall();
-}
-
-TEST_P(RegistrationReplyTest, TakesAResultOfZeroForSuccess) {
-    bus.change_results(support::MessageFunction::read, {0});
-    answer_registration(10);
-}
-
-TEST_P(RegistrationReplyTest, StallsAfterAnErrorReply) {
-    EXPECT_EQ(bus.last().deliver(
-                  messages.error("org.freedesktop.DBus.Error.ServiceUnknown", "nobody is there")),
-              -ENXIO);
-    EXPECT_EQ(bus.last().deliver(messages.error("com.example.Error", nullptr)), -ENXIO);
-    EXPECT_EQ(log.take(), (Lines{unreadable, unreadable}));
-    expect_stall();
-}
-
-TEST_P(RegistrationReplyTest, StallsAfterASetErrorArgument) {
-    EXPECT_EQ(bus.last().deliver(messages.reply("ib", 10, 1), denied), -EACCES);
-    EXPECT_EQ(bus.last().deliver(messages.reply("ib", 10, 1), silent), -ETIMEDOUT);
-    EXPECT_EQ(log.take(), (Lines{"1 Error when calling RegisterForTemperatureSignal: not you",
-                                 "1 Error when calling RegisterForTemperatureSignal: "}));
-    expect_stall();
-}
-
-TEST_P(RegistrationReplyTest, AcceptsAnErrorReplyWhoseBodyHasTheRightSignature) {
-    EXPECT_EQ(bus.last().deliver(messages.error_with_body("com.example.Error", "ib", 99, 0)), 0);
-    EXPECT_TRUE(monitor->woken());
+TEST_P(RegistrationReplyTest, IsTakenForItsSignatureAloneAndUnlessTheResultIsNegative) {
+    bus.change_results(MessageFunction::read, {0});
+    EXPECT_EQ(deliver(bus.last(), error_body_of("ibs", 99, 0, "surplus")(messages)),
+              (Journal{bus.last().release_text, "fire event_port"}));
     EXPECT_FALSE(call_pending());
-    EXPECT_EQ(bus.take_journal().size(), 1U);
-}
-
-TEST_P(RegistrationReplyTest, IgnoresSurplusValues) {
-    EXPECT_EQ(bus.last().deliver(messages.reply("ibs", 99, 0, "surplus")), 0);
-    EXPECT_TRUE(monitor->woken());
-    EXPECT_FALSE(call_pending());
-    EXPECT_EQ(bus.take_journal().size(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Limits, RegistrationReplyTest, testing::Range<std::size_t>(0, 4));
 
-TEST_F(TemperatureMonitorTest, ReadsASignalUnlessTheResultIsNegative) {
+TEST_F(TemperatureMonitorTest, TakesARegistrationOfWhichNothingIsReadForTheIdMinusOne) {
+    reach(3);
+    EXPECT_EQ(run(), (Journal{default_registrations[0]}));
+    bus.make_up(MessageFunction::read, {0});
+    answer_registration(7, true);
+    EXPECT_TRUE(LayoutProbe::registered(block()).front());
+    EXPECT_EQ(LayoutProbe::signal_ids(block()).front(), -1);
+    EXPECT_TRUE(LayoutProbe::pending_signals(block()).empty()) << "not crossed";
+}
+
+TEST_F(TemperatureMonitorTest, TakesNothingFromASignalThatIsOfNoUse) {
     settle();
-    bus.change_results(support::MessageFunction::read, {-EPERM, 0});
-    EXPECT_EQ(bus.sending(2).deliver(signal_message(low_off)), -EPERM);
-    EXPECT_EQ(log.take(), (Lines{"2 Failed to setup temperature signal: Operation not permitted"}));
-    EXPECT_FALSE(monitor->woken());
+    const std::string line = "2 Failed to setup temperature signal: ";
+    expect_only_lines(bus.sending(2), signal_message(low_off),
+                      "2 Error while receiving DBus signal: ", line);
+    EXPECT_EQ(deliver(bus.sending(2), signal_of("TemperatureSignal", "di", 1.0, low_off)(messages)),
+              (Journal{line + "No such device or address", returns(-ENXIO)}));
+    EXPECT_FALSE(woken());
     EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
+}
+
+TEST_F(TemperatureMonitorTest, TakesASignalUnlessTheResultIsNegative) {
+    settle();
+    bus.change_results(MessageFunction::read, {0});
     cross(low_off);
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(log.take(), (Lines{set_false}));
-    EXPECT_EQ(published(), false);
+    EXPECT_EQ(run(), turned_off);
+    bus.make_up(MessageFunction::read, {0});
+    cross(low_on);
+    EXPECT_EQ(run(), (Journal{unexpected("-1")})) << "nothing was read";
 }
 
-TEST_F(TemperatureMonitorTest, WarnsOfAnUnreadableSignalAndTakesNothingFromIt) {
-    settle();
-    EXPECT_EQ(bus.sending(2).deliver(messages.signal("/a", "a.b", "TemperatureSignal", "")),
-              -ENXIO);
+/// What a monitor knows at each effect: its matches, the first limit, the signals that wait,
+/// whether a call is out, and whether it is stopped.
+TEST_F(TemperatureMonitorTest, RecordsWhatItHearsBeforeItIsWoken) {
+    make();
+    EXPECT_EQ(run(), (Journal{owner_match}));
+    (void)readings();
+    remark([this] {
+        const TemperatureMonitor& now = block();
+        return std::tuple(
+            LayoutProbe::owner_match_added(now), LayoutProbe::signal_match_added(now),
+            LayoutProbe::registered(now).front(), LayoutProbe::signal_ids(now).front(),
+            LayoutProbe::pending_signals(now).size(), call_pending(), LayoutProbe::stopped(now));
+    });
     EXPECT_EQ(
-        bus.sending(2).deliver(messages.signal("/a", "a.b", "TemperatureSignal", "di", 1.0, 12)),
-        -ENXIO);
-    const std::string line = "2 Failed to setup temperature signal: No such device or address";
-    EXPECT_EQ(log.take(), (Lines{line, line}));
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
-}
-
-TEST_F(TemperatureMonitorTest, LogsASetErrorArgumentOfASignalAndTakesNothingFromIt) {
-    settle();
-    EXPECT_EQ(bus.sending(2).deliver(signal_message(low_off), denied), -EACCES);
-    EXPECT_EQ(bus.sending(2).deliver(signal_message(low_off), silent), -ETIMEDOUT);
-    EXPECT_EQ(log.take(), (Lines{"2 Error while receiving DBus signal: not you",
-                                 "2 Error while receiving DBus signal: "}));
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
+        install(bus.last(), messages.reply(""), denied),
+        (Journal{"1 Error when adding match for NameOwnerChanged: not you | "
+                 "(false, false, false, 0, 0, false, false)",
+                 "fire event_port | (false, false, false, 0, 0, false, false)", returns(-EACCES)}));
+    EXPECT_EQ(install(bus.last(), messages.reply("s", "more")),
+              (Journal{"fire event_port | (true, false, false, 0, 0, false, false)"}));
+    EXPECT_EQ(run().size(), 1U);
+    EXPECT_EQ(install(bus.last(), messages.reply("s", "more")),
+              (Journal{"fire event_port | (true, true, false, 0, 0, false, false)"}));
+    EXPECT_EQ(readings(), Journal{}) << "what confirms a match is not read";
+    EXPECT_EQ(run().size(), 1U);
+    EXPECT_EQ(deliver(bus.last(), messages.reply("ib", low_on, 1)),
+              (Journal{"release #3 RegisterForTemperatureSignal | "
+                       "(true, true, true, 10, 1, true, false)",
+                       "fire event_port | (true, true, true, 10, 1, false, false)"}));
+    EXPECT_EQ(deliver(bus.sending(2), signal_message(low_off)),
+              (Journal{"fire event_port | (true, true, true, 10, 2, false, false)"}));
+    EXPECT_EQ(change_owner(controller_name, ":1.5", ""),
+              (Journal{"fire event_port | (true, true, false, 10, 2, false, false)"}));
+    EXPECT_EQ(stop(), (Journal{"release #2 TemperatureSignal | "
+                               "(true, true, false, 10, 2, false, true)",
+                               "release #1 match | (true, true, false, 10, 2, false, true)"}))
+        << "stopped before anything is given up, with its flags and its queue as they were";
 }
 
 }  // namespace

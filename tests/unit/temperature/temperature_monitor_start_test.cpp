@@ -1,15 +1,18 @@
-#include <cerrno>
 #include <cmath>
 #include <functional>
-#include <ostream>
 #include <stdexcept>
 
+#include "fenwa/sdbus_error.hpp"
 #include "tests/support/silent_bus_error.hpp"
 #include "tests/unit/temperature/temperature_monitor_fixture.hpp"
 
 namespace {
 
 using namespace monitor_test;
+
+// What a monitor publishes while it is built.
+const std::string good = "publish temperature_ok_out = true";
+const std::string bad = "publish temperature_ok_out = false";
 
 /// A band, a first reading and what is made of it.
 struct VerdictCase {
@@ -24,23 +27,20 @@ void PrintTo(const VerdictCase& given, std::ostream* out) {
 }
 
 class FirstVerdictTest : public TemperatureMonitorTest,
-                         public testing::WithParamInterface<VerdictCase> {
-  protected:
-    void expect_verdict(double low_on_temp, double high_on_temp) {
-        const VerdictCase& given = GetParam();
-        make(given.reading, {{"low_off_temp", given.low_off},
-                             {"high_off_temp", given.high_off},
-                             {"low_on_temp", low_on_temp},
-                             {"high_on_temp", high_on_temp}});
-        EXPECT_EQ(port().value, given.ok) << given.reading;
-        EXPECT_EQ(verdict(), given.ok) << given.reading;
-    }
-};
+                         public testing::WithParamInterface<VerdictCase> {};
 
 TEST_P(FirstVerdictTest, IsWhetherTheReadingLiesInTheBandWhateverTheOnLimitsAre) {
-    expect_verdict(GetParam().low_off, GetParam().high_off);
-    expect_verdict(100.0, -100.0);
-    expect_verdict(not_a_number, not_a_number);
+    const VerdictCase& given = GetParam();
+    for (const auto& [low_on_temp, high_on_temp] :
+         {std::pair{given.low_off, given.high_off}, {100.0, -100.0}, {not_a_number, infinity}}) {
+        foresee(given.reading);
+        EXPECT_EQ(construct({{"low_off_temp", given.low_off},
+                             {"high_off_temp", given.high_off},
+                             {"low_on_temp", low_on_temp},
+                             {"high_on_temp", high_on_temp}}),
+                  (Journal{id_lookup, first_reading, given.ok ? good : bad}));
+        EXPECT_EQ(verdict(), given.ok);
+    }
 }
 
 const VerdictCase verdict_cases[] = {
@@ -79,33 +79,9 @@ const VerdictCase verdict_cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Bands, FirstVerdictTest, testing::ValuesIn(verdict_cases));
 
-TEST_F(TemperatureMonitorTest, IsContentWithAnyRealTemperatureUnlessToldOtherwise) {
-    const auto judged = [this](double reading) {
-        make(reading);
-        return port().value;
-    };
-    EXPECT_FALSE(judged(-1000.0));
-    EXPECT_TRUE(judged(std::nextafter(-1000.0, 0.0)));
-    EXPECT_TRUE(judged(-273.15));
-    EXPECT_TRUE(judged(1000.0));
-    EXPECT_FALSE(judged(std::nextafter(1000.0, 1001.0)));
-}
-
-TEST_F(TemperatureMonitorTest, PublishesItsFirstVerdictAndIsWokenWithoutALine) {
-    for (const double reading : {20.0, 2000.0}) {
-        recorders.tools.reply_next(messages.reply("i", 3));
-        recorders.tools.reply_next(messages.reply("d", reading));
-        build();
-        EXPECT_EQ(published(), reading < 1000.0);
-        EXPECT_FALSE(monitor->woken());
-        EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, first_reading}));
-    }
-}
-
 /// How one of the two blocking calls ends, and what is logged then.
-struct Ending {
-    const char* name;
-    std::function<void(support::Recorders&)> foresee;
+struct Ending : NamedCase {
+    std::function<void(Recorders&)> foresee;
     std::optional<std::string> failure;  ///< what follows the prefix of a failed call
     std::string parse_failure;           ///< why the reply could not be read
 
@@ -119,108 +95,96 @@ struct Ending {
     }
 };
 
-void PrintTo(const Ending& ending, std::ostream* out) {
-    *out << ending.name;
+template <class Exception>
+std::function<void(Recorders&)> throwing(const Exception& exception) {
+    return [=](Recorders& recorders) { recorders.tools.throw_next(exception); };
+}
+std::function<void(Recorders&)> replying(const MakeMessage& make) {
+    return [=](Recorders& recorders) { recorders.tools.reply_next(make(recorders.messages)); };
 }
 
 const Ending endings[] = {
     {"Refused",
-     [](support::Recorders& recorders) {
-         recorders.tools.throw_next(Fenwa::SDBusError("org.freedesktop.DBus.Error.ServiceUnknown",
-                                                      "nobody is there", -EHOSTUNREACH));
-     },
+     throwing(Fenwa::SDBusError("org.freedesktop.DBus.Error.ServiceUnknown", "nobody is there",
+                                -EHOSTUNREACH)),
      "org.freedesktop.DBus.Error.ServiceUnknown: nobody is there", "Invalid argument"},
-    {"RefusedSilently",
-     [](support::Recorders& recorders) { recorders.tools.throw_next(support::SilentBusError()); },
-     "", "Invalid argument"},
-    {"Nothing", [](support::Recorders& recorders) { recorders.tools.return_next(); }, std::nullopt,
+    {"RefusedSilently", throwing(SilentBusError()), "", "Invalid argument"},
+    {"Nothing", [](Recorders& recorders) { recorders.tools.return_next(); }, std::nullopt,
      "Invalid argument"},
-    {"Empty",
-     [](support::Recorders& recorders) {
-         recorders.tools.reply_next(recorders.messages.reply(""));
-     },
-     std::nullopt, "No such device or address"},
-    {"Unreadable",
-     [](support::Recorders& recorders) {
-         recorders.tools.reply_next(recorders.messages.reply("s", "warm"));
-     },
-     std::nullopt, "No such device or address"},
-    {"OneSizeTooLarge",
-     [](support::Recorders& recorders) {
-         recorders.tools.reply_next(recorders.messages.reply("x", std::int64_t{3}));
-     },
-     std::nullopt, "No such device or address"},
+    {"Empty", replying(reply_of("")), std::nullopt, "No such device or address"},
+    {"Unreadable", replying(reply_of("s", "warm")), std::nullopt, "No such device or address"},
+    {"OneSizeTooLarge", replying(reply_of("x", std::int64_t{3})), std::nullopt,
+     "No such device or address"},
 };
 
 class FailedStartTest : public TemperatureMonitorTest, public testing::WithParamInterface<Ending> {
   protected:
+    /// All of these in their order.
+    static Journal joined(const std::vector<Journal>& parts) {
+        Journal all;
+        for (const Journal& part : parts)
+            all.insert(all.end(), part.begin(), part.end());
+        return all;
+    }
+
+    const Lines lookup_lines = GetParam().lines("Failed to lookup sensor id: ");
+    const Lines reading_lines = GetParam().lines("Failed to read temperature: ");
     // Without an id the sensor is asked for as -1; it is its name that counts.
     const std::string reading_without_id =
         "blocking " + controller_call("GetTemperature(i -1, s \"main\")");
-    const Fenwa::BlockConfiguration band{{"low_off_temp", 10}, {"high_off_temp", 50}};
 };
 
 TEST_P(FailedStartTest, GoesOnWithoutTheSensorsId) {
     GetParam().foresee(recorders);
     recorders.tools.reply_next(messages.reply("d", 30.0));
-    build(band);
-    EXPECT_EQ(log.take(), GetParam().lines("Failed to lookup sensor id: "));
-    EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, reading_without_id}));
-    EXPECT_EQ(published(), true);
+    EXPECT_EQ(construct(), joined({{id_lookup}, lookup_lines, {reading_without_id, good}}));
     install_matches();
     EXPECT_EQ(run(),
               (Journal{controller_call("RegisterForTemperatureSignal(i -1, d -998, b true)")}));
 }
 
-TEST_P(FailedStartTest, GoesOnWithoutAReadingAsIfItWereOutsideAnyRealBand) {
-    recorders.tools.reply_next(messages.reply("i", 3));
-    GetParam().foresee(recorders);
-    build(band);
-    EXPECT_EQ(log.take(), GetParam().lines("Failed to read temperature: "));
-    EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, first_reading}));
-    EXPECT_EQ(published(), false);
-}
-
-TEST_P(FailedStartTest, GoesOnWithoutAReadingAsIfItWereInsideTheDefaultLimits) {
-    recorders.tools.reply_next(messages.reply("i", 3));
-    GetParam().foresee(recorders);
-    build();
-    EXPECT_EQ(log.take(), GetParam().lines("Failed to read temperature: "));
-    EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, first_reading}));
-    EXPECT_EQ(published(), true);
-    install_matches();
-}
-
-TEST_P(FailedStartTest, AsksForTheReadingWhateverBecameOfTheId) {
-    for (const Ending& second : endings) {
+TEST_P(FailedStartTest, GoesOnWithoutAReadingAsIfItWereMinus999) {
+    for (const auto& [limit, verdict] : {std::pair{-998.5, bad}, {-999.5, good}}) {
+        recorders.tools.reply_next(messages.reply("i", 3));
         GetParam().foresee(recorders);
-        second.foresee(recorders);
-        build(band);
-        Lines lines = GetParam().lines("Failed to lookup sensor id: ");
-        for (const std::string& line : second.lines("Failed to read temperature: "))
-            lines.push_back(line);
-        EXPECT_EQ(log.take(), lines) << second.name;
-        EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, reading_without_id})) << second.name;
-        EXPECT_EQ(published(), false) << second.name;
+        EXPECT_EQ(construct({{"low_off_temp", limit}}),
+                  joined({{id_lookup, first_reading}, reading_lines, {verdict}}));
     }
 }
 
-std::string ending_name(const testing::TestParamInfo<Ending>& ending) {
-    return ending.param.name;
+TEST_P(FailedStartTest, AsksForTheReadingWhateverBecameOfTheId) {
+    for (const Ending& first : endings) {
+        first.foresee(recorders);
+        GetParam().foresee(recorders);
+        EXPECT_EQ(construct(), joined({{id_lookup},
+                                       first.lines("Failed to lookup sensor id: "),
+                                       {reading_without_id},
+                                       reading_lines,
+                                       {good}}))
+            << first.name;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, FailedStartTest, testing::ValuesIn(endings), ending_name);
+INSTANTIATE_TEST_SUITE_P(Calls, FailedStartTest, testing::ValuesIn(endings), case_name<Ending>);
+
+TEST_F(TemperatureMonitorTest, WarnsOfEachNegativeResultOfItsTwoReads) {
+    bus.change_results(MessageFunction::read, {-EPERM, -EPERM, 0, 0});
+    foresee(20.0);
+    const std::string line = "2 Failed to parse sensor id: Operation not permitted";
+    EXPECT_EQ(construct(), (Journal{id_lookup, line, first_reading, line, good}));
+    make();
+}
 
 TEST_F(TemperatureMonitorTest, LetsAnyOtherExceptionOfTheLookupOut) {
     recorders.tools.throw_next(std::runtime_error("something else"));
-    EXPECT_THROW(build(), std::runtime_error);
+    EXPECT_THROW((void)construct(), std::runtime_error);
     EXPECT_EQ(bus.take_journal(), (Journal{id_lookup}));
 }
 
 TEST_F(TemperatureMonitorTest, LetsAnyOtherExceptionOfTheReadingOut) {
     recorders.tools.reply_next(messages.reply("i", 3));
     recorders.tools.throw_next(std::bad_alloc());
-    EXPECT_THROW(build(), std::bad_alloc);
+    EXPECT_THROW((void)construct(), std::bad_alloc);
     EXPECT_EQ(bus.take_journal(), (Journal{id_lookup, first_reading}));
 }
 

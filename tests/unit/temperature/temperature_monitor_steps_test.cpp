@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <stdexcept>
 
 #include "tests/unit/temperature/temperature_monitor_fixture.hpp"
@@ -7,139 +6,97 @@ namespace {
 
 using namespace monitor_test;
 
-TEST_F(TemperatureMonitorTest, MatchesOwnerChangesFirst) {
-    make();
-    EXPECT_EQ(run(), (Journal{owner_match}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::owner_match_slot_field(**monitor));
-    EXPECT_EQ(bus.last().userdata, &**monitor);
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, nullptr);
-    EXPECT_NE(bus.last().callback, bus.last().install_callback);
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-    EXPECT_FALSE(monitor->woken());
+/// A step of a monitor that is not registered yet.
+struct Step : NamedCase {
+    std::size_t number;  ///< of its sending
+    std::string sent;
+    std::string failure;  ///< the line when it cannot be sent, without the errno's text
+    sd_bus_slot** (*field)(TemperatureMonitor&);
+};
+
+/// The registration of one of the limits.
+Step registration_step(const char* name, std::size_t limit) {
+    return {name, limit + 3, default_registrations.at(limit),
+            "1 Failed to RegisterForTemperatureSignal: ", &blocks::LayoutProbe::call_slot_field};
 }
 
-TEST_F(TemperatureMonitorTest, MatchesTheControllersSignalOnceOwnerChangesAreMatched) {
-    make();
-    install_owner_match();
-    EXPECT_EQ(run(), (Journal{signal_match}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::signal_match_slot_field(**monitor));
-    EXPECT_EQ(bus.last().userdata, &**monitor);
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, nullptr);
-    EXPECT_NE(bus.last().callback, bus.last().install_callback);
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-    EXPECT_FALSE(monitor->woken());
-}
+const Step steps[] = {
+    {"OwnerMatch", 1, owner_match,
+     "1 Failed to add match for NameOwnerChanged: ", &blocks::LayoutProbe::owner_match_slot_field},
+    {"SignalMatch", 2, signal_match,
+     "2 Failed to add DBus signal callback: ", &blocks::LayoutProbe::signal_match_slot_field},
+    registration_step("LowOn", 0),
+    registration_step("HighOn", 1),
+    registration_step("LowOff", 2),
+    registration_step("HighOff", 3),
+};
 
-TEST_F(TemperatureMonitorTest, RegistersItsLimitsOneAtATimeInTheirOrder) {
-    make();
-    install_matches();
-    for (std::size_t limit = 0; limit < 4; ++limit) {
-        EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
-        EXPECT_EQ(bus.last().bus, messages.bus());
-        EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**monitor));
-        EXPECT_EQ(bus.last().userdata, &**monitor);
-        EXPECT_EQ(LayoutProbe::registering_index(**monitor), limit);
-        EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-        answer_registration(usual_ids.at(limit));
-        EXPECT_FALSE(call_pending());
+class TemperatureMonitorStepTest : public TemperatureMonitorTest,
+                                   public testing::WithParamInterface<Step> {
+  protected:
+    void SetUp() override {
+        reach(GetParam().number);
+        (void)woken();
     }
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(published(), std::nullopt);
+    sd_bus_slot** field() { return GetParam().field(block()); }
+};
+
+TEST_P(TemperatureMonitorStepTest, IsTakenOnceOnTheConnectionOfThatMoment) {
+    recorders.tools.use_bus(other_bus());
+    EXPECT_EQ(run(), (Journal{GetParam().sent}));
+    expect_handed_over(field(), &block());
+    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
+    EXPECT_FALSE(woken());
 }
 
-TEST_F(TemperatureMonitorTest, HasACallbackForEachPurpose) {
-    settle();
-    EXPECT_NE(bus.sending(1).callback, bus.sending(2).callback);
-    EXPECT_NE(bus.sending(1).install_callback, bus.sending(2).install_callback);
-    EXPECT_NE(bus.sending(2).callback, bus.sending(3).callback);
-    for (std::size_t number = 4; number <= 6; ++number)
-        EXPECT_EQ(bus.sending(number).callback, bus.sending(3).callback);
+TEST_P(TemperatureMonitorStepTest, IsTakenAgainInTheNextRunWhenItCouldNotBeSent) {
+    bus.answer_next({-EPERM, 0});
+    EXPECT_EQ(run(), (Journal{GetParam().sent, GetParam().failure + "Operation not permitted"}));
+    EXPECT_EQ(*field(), nullptr);
+    EXPECT_FALSE(woken()) << "the next run comes for another reason";
+    EXPECT_EQ(run(), (Journal{GetParam().sent}));
+    EXPECT_EQ(run(), Journal{}) << "a result of zero is success";
 }
+
+INSTANTIATE_TEST_SUITE_P(Steps, TemperatureMonitorStepTest, testing::ValuesIn(steps),
+                         case_name<Step>);
 
 TEST_F(TemperatureMonitorTest, ToleratesRunsWithNothingToDo) {
     settle();
-    for (int again = 0; again < 5; ++again)
+    for (int again = 0; again < 3; ++again)
         EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
+    EXPECT_FALSE(woken());
 }
 
-TEST_F(TemperatureMonitorTest, TakesAResultOfZeroFromSdBusForSuccess) {
-    make();
-    bus.answer_next({0, 0, 0, 0, 0, 0});
-    install_matches();
-    register_limits();
-}
-
-// A step that could not be sent is said at its level and taken again on the next run.
-
-TEST_F(TemperatureMonitorTest, TriesTheOwnerMatchAgainWhenItCouldNotBeSent) {
-    make();
-    bus.answer_next({-EPERM, -EINVAL});
-    EXPECT_EQ(run(), (Journal{owner_match}));
-    EXPECT_FALSE(owner_match_held());
-    EXPECT_FALSE(monitor->woken()) << "the next run comes for another reason";
-    EXPECT_EQ(run(), (Journal{owner_match}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for NameOwnerChanged: "
-                                 "Operation not permitted",
-                                 "1 Failed to add match for NameOwnerChanged: Invalid argument"}));
-    install_owner_match();
-}
-
-TEST_F(TemperatureMonitorTest, TriesTheSignalMatchAgainWhenItCouldNotBeSent) {
-    make();
-    install_owner_match();
-    bus.answer_next({-EPERM, -EINVAL});
-    EXPECT_EQ(run(), (Journal{signal_match}));
-    EXPECT_FALSE(signal_match_held());
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(run(), (Journal{signal_match}));
-    EXPECT_EQ(log.take(), (Lines{"2 Failed to add DBus signal callback: "
-                                 "Operation not permitted",
-                                 "2 Failed to add DBus signal callback: Invalid argument"}));
-    install_signal_match();
-}
-
-TEST_F(TemperatureMonitorTest, TriesARegistrationAgainWhenItCouldNotBeSent) {
-    make();
-    install_matches();
+// The answer may come on another thread before the call returns.
+TEST_F(TemperatureMonitorTest, KnowsWhichLimitItRegistersBeforeItCalls) {
+    reach(3);
+    remark([this] { return LayoutProbe::registering_index(block()); });
     for (std::size_t limit = 0; limit < 4; ++limit) {
-        bus.answer_next({-EPERM});
-        EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
-        EXPECT_EQ(log.take(),
-                  (Lines{"1 Failed to RegisterForTemperatureSignal: Operation not permitted"}));
-        EXPECT_FALSE(call_pending());
-        EXPECT_FALSE(monitor->woken());
-        EXPECT_EQ(run(), (Journal{default_registrations.at(limit)}));
-        answer_registration(usual_ids.at(limit));
+        EXPECT_EQ(run(),
+                  (Journal{default_registrations.at(limit) + " | " + std::to_string(limit)}));
+        EXPECT_EQ(deliver(bus.last(), messages.reply("ib", 9, 0)).size(), 2U);
     }
 }
 
 TEST_F(TemperatureMonitorTest, GivesUpARegistrationUnderWayForAnother) {
     make();
-    LayoutProbe::register_limit(**monitor, 1);
-    LayoutProbe::register_limit(**monitor, 2);
-    EXPECT_EQ(bus.take_journal(),
-              (Journal{default_registrations[1], "release #1 RegisterForTemperatureSignal",
-                       default_registrations[2]}));
-    EXPECT_EQ(LayoutProbe::registering_index(**monitor), 2U);
+    const auto register_limit = [this](std::size_t limit) {
+        return effects_of([&] { LayoutProbe::register_limit(block(), limit); });
+    };
+    EXPECT_EQ(register_limit(1), (Journal{default_registrations[1]}));
+    EXPECT_EQ(register_limit(2),
+              (Journal{"release #1 RegisterForTemperatureSignal", default_registrations[2]}));
     bus.answer_next({-ENOTCONN});
-    LayoutProbe::register_limit(**monitor, 3);
-    EXPECT_EQ(bus.take_journal(),
-              (Journal{"release #2 RegisterForTemperatureSignal", default_registrations[3]}));
+    EXPECT_EQ(register_limit(3).size(), 3U);
     EXPECT_FALSE(call_pending());
-    EXPECT_EQ(LayoutProbe::registering_index(**monitor), 3U);
-    EXPECT_EQ(log.take().size(), 1U);
+    EXPECT_EQ(LayoutProbe::registering_index(block()), 3U);
 }
 
 TEST_F(TemperatureMonitorTest, KnowsNoFifthLimit) {
     make();
     try {
-        LayoutProbe::register_limit(**monitor, 4);
+        LayoutProbe::register_limit(block(), 4);
         FAIL() << "registered a fifth limit";
     } catch (const std::out_of_range& error) {
         EXPECT_STREQ(error.what(), "array::at: __n (which is 4) >= _Nm (which is 4)");

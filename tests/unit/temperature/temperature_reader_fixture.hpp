@@ -1,117 +1,97 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <string>
-#include <vector>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/configuration_recorder.hpp"
-#include "tests/support/layout_probe.hpp"
 #include "tests/unit/temperature/controller_texts.hpp"
 
 namespace reader_test {
 
-using blocks::LayoutProbe;
-using blocks::TemperatureReader;
 using namespace temperature_test;
-using Values = std::vector<std::string>;
+using blocks::TemperatureReader;
 
-// What a reader of sensor "main", id 3, with a threshold of 0.5 sends, in this order. The numbers
-// of its sendings begin with the two of its base.
+// What a reader of sensor "main", id 3, with a threshold of 0.5 sends, in this order: its sendings
+// 3 to 6. The first two are those of its base.
 inline const std::string change_match = controller_match("TemperatureChangeSignal");
 inline const std::string lookup = controller_call("GetTemperatureIdFromName(s \"main\")");
 inline const std::string registration =
     controller_call("RegisterForTemperatureChangeSignal(i 3, d 0.5)");
 inline const std::string reading_call = controller_call("GetTemperature(i 3, s \"main\")");
 
-class TemperatureReaderTest : public support::BlockTest {
+/// What a run does that publishes a value, which the debug-data store has as a float.
+inline Journal publication(const std::string& value, const std::string& as_float) {
+    return {"publish temperature_out = " + value,
+            "temperature_reader_sensor_id3_current_temperature = #2 " + as_float};
+}
+inline Journal publication(const std::string& value) {
+    return publication(value, value);
+}
+
+inline Fenwa::BlockConfiguration fake(bool active, double value) {
+    return {{"fake.active", active}, {"fake.value", value}};
+}
+
+class TemperatureReaderTest : public BlockFixture<TemperatureReader> {
   protected:
     void make(const Fenwa::BlockConfiguration& more = {}) {
         const Fenwa::BlockConfiguration least{{"sensor_name", {"main"}}, {"delta_chg", 0.5}};
-        reader.emplace(recorders.tools, "reader", least + more);
-        EXPECT_TRUE(reader->woken());
+        build("reader", least + more);
+        EXPECT_TRUE(woken());
     }
 
-    /// A run of the reader, with what it sends in it.
-    Journal run() {
-        EXPECT_TRUE((*reader)->run());
-        return bus.take_journal();
-    }
+    // Each takes the reader one step further.
 
-    /// Brings the base to the point where the controller has an owner.
     void appear() {
-        EXPECT_EQ(run().size(), 1U);
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        EXPECT_EQ(run().size(), 1U);
-        EXPECT_EQ(bus.last().deliver(messages.reply("s", ":1.5")), 1);
-        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(run(), (Journal{owner_match}));
+        EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
+        EXPECT_EQ(run(), (Journal{owner_query(controller_name)}));
+        EXPECT_EQ(deliver(bus.last(), messages.reply("s", ":1.5")),
+                  (Journal{"fire event_port", returns(1)}));
     }
-
-    // Each takes the block one step further, and reports what the callback returned.
-
-    void install() {
+    void install_match() {
         EXPECT_EQ(run(), (Journal{change_match}));
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
     }
-    void look_up() {
-        EXPECT_EQ(run(), (Journal{lookup}));
-        EXPECT_EQ(bus.last().deliver(messages.reply("i", 3)), 0);
-        EXPECT_TRUE(reader->woken());
-        EXPECT_EQ(bus.take_journal(), (Journal{"release #4 GetTemperatureIdFromName"}));
+    void look_up(std::int32_t id = 3) { exchange(lookup, messages.reply("i", id)); }
+    void enlist(std::int32_t id = 12) { exchange(registration, messages.reply("i", id)); }
+    void fetch(double reading) { exchange(reading_call, messages.reply("d", reading)); }
+    /// The reader makes this call and gets this answer.
+    void exchange(const std::string& call, const Message& reply) {
+        EXPECT_EQ(run(), (Journal{call}));
+        answer(reply);
     }
-    void enlist() {
-        EXPECT_EQ(run(), (Journal{registration}));
-        EXPECT_EQ(bus.last().deliver(messages.reply("i", 12)), 0);
-        EXPECT_TRUE(reader->woken());
-        EXPECT_EQ(bus.take_journal(), (Journal{"release #5 RegisterForTemperatureChangeSignal"}));
-    }
-    void fetch(double reading) {
-        EXPECT_EQ(run(), (Journal{reading_call}));
-        EXPECT_EQ(bus.last().deliver(messages.reply("d", reading)), 0);
-        EXPECT_TRUE(reader->woken());
-        EXPECT_EQ(bus.take_journal(), (Journal{"release #6 GetTemperature"}));
-    }
-    void register_reader() {
-        appear();
-        install();
-        look_up();
-        enlist();
+    void answer(const Message& reply) {
+        EXPECT_EQ(deliver(bus.last(), reply),
+                  (Journal{bus.last().release_text, "fire event_port"}));
+        EXPECT_FALSE(call_pending());
     }
 
-    support::Message change(std::int32_t id, double reading) {
-        return messages.signal(controller_path, controller_name, "TemperatureChangeSignal", "id",
-                               id, reading);
+    /// Takes all steps before that of this sending.
+    void reach(std::size_t number) {
+        appear();
+        if (number > 3)
+            install_match();
+        if (number > 4)
+            look_up();
+        if (number > 5)
+            enlist();
+    }
+    void register_reader() { reach(6); }
+
+    Message change(std::int32_t id, double reading) {
+        return signal_of("TemperatureChangeSignal", "id", id, reading)(messages);
     }
     /// Notifies the reader of a new reading.
     void notify(double reading) {
-        EXPECT_EQ(bus.sending(3).deliver(change(12, reading)), 0);
-        EXPECT_TRUE(reader->woken());
+        EXPECT_EQ(deliver(bus.sending(3), change(12, reading)), wake_up);
     }
-    void restart_service() {
-        EXPECT_EQ(bus.sending(1).deliver(messages.owner_change(controller_name, ":1.5", ":1.6")),
-                  0);
-        EXPECT_TRUE(reader->woken());
+    void change_owner(const char* new_owner) {
+        EXPECT_EQ(
+            deliver(bus.sending(1), messages.owner_change(controller_name, ":1.5", new_owner)),
+            wake_up);
     }
-
-    Fenwa::OutPort<double>& port() {
-        return *dynamic_cast<Fenwa::OutPort<double>*>((*reader)->get_outport("temperature_out"));
+    Journal reconfigure(const Fenwa::BlockConfiguration& settings) {
+        return effects_of([&] { block().reconfigure(settings, {}); });
     }
-    /// The value that the last run published, if it did.
-    std::optional<double> published() {
-        const bool any = !journal.take(support::effect::publication).empty();
-        return any ? std::optional(port().value) : std::nullopt;
-    }
-    Values debug_values() { return recorders.debug.take_values(); }
-
-    [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(**reader) != nullptr; }
-    [[nodiscard]] bool match_pending() {
-        return *LayoutProbe::match_slot_field(**reader) != nullptr;
-    }
-
-    std::optional<support::BlockDriver<TemperatureReader>> reader;
 };
 
 }  // namespace reader_test

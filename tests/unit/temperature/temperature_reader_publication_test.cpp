@@ -1,283 +1,232 @@
-#include <chrono>
 #include <cmath>
-#include <future>
-#include <limits>
+#include <functional>
+#include <system_error>
 
-#include "framework/shared/debug_data_store.hpp"
+#include "tests/support/configuration_recorder.hpp"
 #include "tests/unit/temperature/temperature_reader_fixture.hpp"
 
 namespace {
 
 using namespace reader_test;
-using std::chrono_literals::operator""ms;
-using std::chrono_literals::operator""s;
 
-const std::string debug_key = "temperature_reader_sensor_id3_current_temperature = #2 ";
+/// Readings, and what is published when the reader runs twice after each.
+struct ReadingsCase : NamedCase {
+    std::vector<double> readings;
+    std::vector<Journal> published;
+};
 
-Fenwa::BlockConfiguration fake(bool active, double value) {
-    return {{"fake.active", active}, {"fake.value", value}};
-}
+const ReadingsCase readings_cases[] = {
+    {"OnceEach",
+     {36.5, 36.5, std::nextafter(36.5, 37.0)},
+     {publication("36.5"), publication("36.50000000000001", "36.5")}},
+    {"AsADoubleButAFloatForDebugging", {36.6}, {publication("36.6", "36.5999985")}},
+    {"NoFirstReadingOfZero", {0.0}, {}},
+    {"WithoutTellingTheTwoZerosApart",
+     {-0.0, 1.0, -0.0, 0.0},
+     {publication("1"), publication("-0")}},
+    {"NotANumberOnEveryRun", {not_a_number}, {publication("nan"), publication("nan")}},
+    {"Infinity", {-infinity}, {publication("-inf")}},
+};
 
-TEST_F(TemperatureReaderTest, PublishesAReadingOnceWithItsDebugEntry) {
+class ReadingsTest : public TemperatureReaderTest,
+                     public testing::WithParamInterface<ReadingsCase> {};
+
+TEST_P(ReadingsTest, ArePublished) {
     make();
     register_reader();
-    fetch(36.5);
-    EXPECT_EQ(published(), std::nullopt) << "a callback published";
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), 36.5);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "36.5"}));
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
+    fetch(GetParam().readings.front());
+    std::vector<Journal> published;
+    for (std::size_t index = 0; index < GetParam().readings.size(); ++index) {
+        if (index > 0)
+            notify(GetParam().readings[index]);
+        for (const Journal& effects : {run(), run()}) {
+            if (!effects.empty())
+                published.push_back(effects);
+        }
+    }
+    EXPECT_EQ(published, GetParam().published);
 }
 
-TEST_F(TemperatureReaderTest, PublishesADoubleAndKeepsAFloatForDebugging) {
-    make();
-    register_reader();
-    fetch(36.6);
-    (void)run();
-    EXPECT_EQ(published(), 36.6);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "36.5999985"}));
-    const auto value =
-        Fenwa::debug_data().get_value("temperature_reader_sensor_id3_current_temperature");
-    ASSERT_TRUE(value);
-    EXPECT_EQ(std::get<float>(*value), 36.6F);
-}
+INSTANTIATE_TEST_SUITE_P(Readings, ReadingsTest, testing::ValuesIn(readings_cases),
+                         case_name<ReadingsCase>);
 
 TEST_F(TemperatureReaderTest, NamesTheDebugEntryAfterTheSensorsId) {
     make();
-    appear();
-    install();
-    EXPECT_EQ(run(), (Journal{lookup}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", std::numeric_limits<std::int32_t>::max())), 0);
-    (void)run();
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", 12)), 0);
-    EXPECT_EQ(bus.sending(3).deliver(change(12, 5.0)), 0);
-    (void)run();
-    EXPECT_EQ(published(), 5.0);
-    EXPECT_EQ(debug_values(),
-              (Values{"temperature_reader_sensor_id2147483647_current_temperature = #2 5"}));
+    reach(4);
+    look_up(std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(run().size(), 1U);
+    answer(messages.reply("i", 12));
+    notify(5.0);
+    EXPECT_EQ(run(),
+              (Journal{"publish temperature_out = 5",
+                       "temperature_reader_sensor_id2147483647_current_temperature = #2 5"}));
 }
 
-TEST_F(TemperatureReaderTest, PublishesAReadingAgainOnlyWhenItDiffers) {
-    make();
-    register_reader();
-    fetch(36.5);
-    (void)run();
-    EXPECT_EQ(published(), 36.5);
-    notify(36.5);
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt);
-    const double next = std::nextafter(36.5, 37.0);
-    notify(next);
-    (void)run();
-    EXPECT_EQ(published(), next);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "36.5", debug_key + "36.5"}));
-}
+// The fake temperature.
 
-TEST_F(TemperatureReaderTest, DoesNotPublishAFirstReadingOfZero) {
-    make();
-    register_reader();
-    fetch(0.0);
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(debug_values(), Values{});
-}
-
-TEST_F(TemperatureReaderTest, DoesNotTellTheTwoZerosApart) {
-    make();
-    register_reader();
-    fetch(-0.0);
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_FALSE(std::signbit(port().value));
-    notify(1.0);
-    (void)run();
-    notify(-0.0);
-    (void)run();
-    EXPECT_TRUE(std::signbit(port().value));
-    EXPECT_TRUE(published());
-    notify(0.0);
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_TRUE(std::signbit(port().value));
-    EXPECT_EQ(debug_values(), (Values{debug_key + "1", debug_key + "-0"}));
-}
-
-TEST_F(TemperatureReaderTest, PublishesNotANumberOnEveryRun) {
-    make();
-    register_reader();
-    fetch(not_a_number);
-    for (int again = 0; again < 3; ++again) {
-        (void)run();
-        const auto value = published();
-        ASSERT_TRUE(value);
-        EXPECT_TRUE(std::isnan(*value));
-    }
-    EXPECT_EQ(debug_values(), (Values{debug_key + "nan", debug_key + "nan", debug_key + "nan"}));
-}
-
-TEST_F(TemperatureReaderTest, PublishesInfinity) {
-    make();
-    register_reader();
-    fetch(-std::numeric_limits<double>::infinity());
-    (void)run();
-    EXPECT_EQ(published(), -std::numeric_limits<double>::infinity());
-    EXPECT_EQ(debug_values(), (Values{debug_key + "-inf"}));
+/// What a run does that asks for the first reading and publishes a value all the same.
+Journal call_and_publication(const std::string& value) {
+    Journal effects = publication(value);
+    effects.insert(effects.begin(), reading_call);
+    return effects;
 }
 
 TEST_F(TemperatureReaderTest, PublishesTheFakeTemperatureInsteadOfReadings) {
-    make(fake(true, 50.0));
+    make(fake(true, 48.5));
     register_reader();
-    EXPECT_EQ(run(), (Journal{reading_call})) << "the reading is fetched all the same";
-    EXPECT_EQ(published(), 50.0);
-    EXPECT_EQ(bus.last().deliver(messages.reply("d", 20.0)), 0);
-    EXPECT_EQ(run(), (Journal{"release #6 GetTemperature"}));
+    EXPECT_EQ(run(), call_and_publication("48.5"));
+    answer(messages.reply("d", 20.0));
+    EXPECT_EQ(run(), Journal{});
     notify(21.0);
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(port().value, 50.0);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "50"}));
+    EXPECT_EQ(run(), Journal{});
 }
 
 TEST_F(TemperatureReaderTest, FakesTheDefaultTemperatureWhenNoneIsGiven) {
     make({{"fake.active", true}});
     register_reader();
-    EXPECT_EQ(run(), (Journal{reading_call}));
-    EXPECT_EQ(published(), 36.0);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "36"}));
+    EXPECT_EQ(run(), call_and_publication("36"));
 }
 
 TEST_F(TemperatureReaderTest, PublishesNoFakeTemperatureBeforeItIsRegistered) {
     make(fake(true, 50.0));
-    appear();
-    EXPECT_EQ(published(), std::nullopt);
-    install();
-    EXPECT_EQ(published(), std::nullopt);
-    look_up();
-    EXPECT_EQ(published(), std::nullopt);
+    reach(5);
     EXPECT_EQ(run(), (Journal{registration}));
     EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(port().value, 0.0);
 }
 
 TEST_F(TemperatureReaderTest, PublishesAFakeTemperatureAlsoWhenTheReadingCannotBeAskedFor) {
     make(fake(true, 50.0));
     register_reader();
-    bus.answer_next({-5});
-    EXPECT_EQ(run(), (Journal{reading_call}));
-    EXPECT_EQ(log.take().size(), 1U);
-    EXPECT_EQ(published(), 50.0);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "50"}));
+    bus.answer_next({-EPERM});
+    Journal effects = call_and_publication("50");
+    effects.insert(effects.begin() + 1,
+                   "1 Failed to call method RegisterForTemperatureChangeSignal: "
+                   "Operation not permitted");
+    EXPECT_EQ(run(), effects);
 }
 
-TEST_F(TemperatureReaderTest, PublishesTheLastReadingWhenTheFakeIsSwitchedOff) {
-    make(fake(true, 50.0));
+TEST_F(TemperatureReaderTest, PublishesAFakeThatIsSwitchedOnWhileTheReadingIsOut) {
+    make();
+    register_reader();
+    EXPECT_EQ(run(), (Journal{reading_call}));
+    EXPECT_EQ(reconfigure(fake(true, 50.0)), wake_up);
+    EXPECT_EQ(run(), publication("50"));
+}
+
+TEST_F(TemperatureReaderTest, PublishesAFakeThatIsSwitchedOnAfterTheReadingFailed) {
+    make();
+    register_reader();
+    EXPECT_EQ(run(), (Journal{reading_call}));
+    EXPECT_EQ(deliver(bus.last(), messages.error("com.example.Error", nullptr)).size(), 2U);
+    (void)reconfigure(fake(true, 50.0));
+    EXPECT_EQ(run(), publication("50")) << "the failed call is held for good";
+    notify(21.0);
+    (void)reconfigure(fake(false, 0.0));
+    EXPECT_EQ(run(), publication("21")) << "a signal brings readings all the same";
+}
+
+TEST_F(TemperatureReaderTest, TakesOverAnotherFakeTemperatureAndItsEnd) {
+    make();
     register_reader();
     fetch(20.0);
-    (void)run();
-    EXPECT_EQ(published(), 50.0);
-    (*reader)->reconfigure(fake(false, 0.0), {});
-    EXPECT_TRUE(reader->woken());
-    EXPECT_EQ(published(), std::nullopt) << "only a run publishes";
-    (void)run();
-    EXPECT_EQ(published(), 20.0);
-    EXPECT_EQ(debug_values(), (Values{debug_key + "50", debug_key + "20"}));
+    EXPECT_EQ(run(), publication("20"));
+    EXPECT_EQ(reconfigure(fake(true, -40.0)), wake_up) << "only a run publishes";
+    EXPECT_EQ(run(), publication("-40"));
+    EXPECT_EQ(reconfigure(fake(false, 0.0)), wake_up);
+    EXPECT_EQ(run(), publication("20"));
+    (void)reconfigure(fake(true, 20.0));
+    EXPECT_EQ(run(), Journal{}) << "the reading published last equals the fake value";
 }
 
 TEST_F(TemperatureReaderTest, PublishesNothingWhenTheFakeIsSwitchedOffBeforeAnyReading) {
     make(fake(true, 50.0));
     register_reader();
-    EXPECT_EQ(run(), (Journal{reading_call}));
-    EXPECT_EQ(published(), 50.0);
-    (*reader)->reconfigure(fake(false, 0.0), {});
+    EXPECT_EQ(run(), call_and_publication("50"));
+    EXPECT_EQ(reconfigure(fake(false, 0.0)), wake_up);
     EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(debug_values().size(), 1U);
-}
-
-TEST_F(TemperatureReaderTest, TakesOverAnotherFakeTemperature) {
-    make();
-    register_reader();
-    fetch(20.0);
-    (void)run();
-    (*reader)->reconfigure(fake(true, -40.0), {});
-    (void)run();
-    EXPECT_EQ(published(), -40.0);
-    (*reader)->reconfigure(fake(true, 20.0), {});
-    (void)run();
-    EXPECT_EQ(published(), 20.0);
-    (*reader)->reconfigure(fake(false, 0.0), {});
-    (void)run();
-    EXPECT_EQ(published(), std::nullopt) << "the reading equals the fake value last published";
-    EXPECT_EQ(debug_values().size(), 3U);
 }
 
 TEST_F(TemperatureReaderTest, LooksOnlyAtTheFirstConfigurationWhenReconfigured) {
     make();
-    const auto first = std::make_shared<support::ConfigurationRecorder>();
-    const auto second = std::make_shared<support::ConfigurationRecorder>();
-    const auto observed = Fenwa::ConfigurationAccess::observed;
-    (*reader)->reconfigure(observed(fake(false, 1.0), first), observed({}, second));
-    EXPECT_EQ(first->reads, (Journal{"bool fake.active"}));
-    (*reader)->reconfigure(observed(fake(true, 1.0), first), observed({}, second));
-    EXPECT_EQ(first->reads, (Journal{"bool fake.active", "bool fake.active", "double fake.value"}));
+    const auto second = std::make_shared<ConfigurationRecorder>();
+    block().reconfigure(fake(true, 1.0), Fenwa::ConfigurationAccess::observed({}, second));
     EXPECT_EQ(second->reads, Journal{});
 }
 
 TEST_F(TemperatureReaderTest, LetsTheErrorsOfANewConfigurationOut) {
     make(fake(true, 50.0));
-    EXPECT_THROW((*reader)->reconfigure({}, fake(true, 1.0)), Fenwa::ConfigurationError);
-    EXPECT_THROW((*reader)->reconfigure({{"fake.active", true}}, {}), Fenwa::ConfigurationError);
-    EXPECT_FALSE(reader->woken());
-    (*reader)->reconfigure(fake(true, 51.0), {});  // would hang if the lock had been kept
-    EXPECT_TRUE(reader->woken());
+    EXPECT_THROW(block().reconfigure({}, fake(true, 1.0)), Fenwa::ConfigurationError);
+    EXPECT_THROW(block().reconfigure({{"fake.active", true}}, {}), Fenwa::ConfigurationError);
+    EXPECT_FALSE(woken());
+    EXPECT_EQ(reconfigure(fake(true, 51.0)), wake_up) << "would hang if the lock had been kept";
 }
 
-TEST_F(TemperatureReaderTest, IsWokenByANewConfigurationUnlessStopped) {
-    make();
-    (*reader)->reconfigure(fake(false, 0.0), {});
-    EXPECT_TRUE(reader->woken());
-    (*reader)->reconfigure(fake(true, 0.0), {});
-    EXPECT_TRUE(reader->woken());
-    (*reader)->stop();
-    (*reader)->reconfigure(fake(false, 0.0), {});
-    (*reader)->reconfigure(fake(true, 0.0), {});
-    EXPECT_FALSE(reader->woken());
-}
+// The mutex: what is published is chosen, published and mirrored under it; so is a fake value read.
 
-/// Takes the debug-data store's listener away again.
-struct ListenerGuard {
-    ~ListenerGuard() { Fenwa::set_debug_listener({}); }
+class TemperatureReaderLockTest : public TemperatureReaderTest {
+  protected:
+    void SetUp() override {
+        make();
+        register_reader();
+        fetch(20.0);
+        mutex_.emplace(LayoutProbe::fake_mutex(block()));
+    }
+    void TearDown() override {
+        mutex_.reset();
+        TemperatureReaderTest::TearDown();
+    }
+    /// A run that publishes `value` under the lock.
+    static Journal locked_publication(const std::string& value) {
+        Journal effects = publication(value);
+        effects.insert(effects.begin(), "lock");
+        effects.push_back("unlock");
+        return effects;
+    }
+    void fail_next_lock() { mutex_->fail_next(EDEADLK); }
+
+  private:
+    std::optional<LockRecorder> mutex_;
 };
 
-TEST_F(TemperatureReaderTest, HoldsBackANewFakeTemperatureButNotItsEndWhilePublishing) {
-    make();
-    register_reader();
-    fetch(20.0);
-    std::promise<void> publishing;
-    std::promise<void> go_on;
-    const ListenerGuard guard;
-    Fenwa::set_debug_listener([&](const std::string&, const Fenwa::DebugValue&) {
-        publishing.set_value();
-        go_on.get_future().wait();
+TEST_F(TemperatureReaderLockTest, PublishesAndThenMirrorsUnderTheLock) {
+    EXPECT_EQ(run(), locked_publication("20"));
+    EXPECT_EQ(run(), (Journal{"lock", "unlock"})) << "nothing new";
+}
+
+TEST_F(TemperatureReaderLockTest, ChoosesWhatItPublishesUnderTheLock) {
+    journal.remark_with([this](const std::string& entry) -> std::string {
+        if (entry == "lock")  // another thread has had it until now
+            LayoutProbe::fake_temperature(block()) = 50.0;
+        return "";
     });
-    auto ran = std::async(std::launch::async, [this] { (*reader)->run(); });
-    ASSERT_EQ(publishing.get_future().wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(run(), locked_publication("50"));
+}
 
-    auto stored =
-        std::async(std::launch::async, [this] { (*reader)->reconfigure(fake(true, 50.0), {}); });
-    EXPECT_EQ(stored.wait_for(200ms), std::future_status::timeout);
-    auto cleared =
-        std::async(std::launch::async, [this] { (*reader)->reconfigure(fake(false, 0.0), {}); });
-    EXPECT_EQ(cleared.wait_for(5s), std::future_status::ready);
-    EXPECT_EQ(stored.wait_for(0s), std::future_status::timeout);
+TEST_F(TemperatureReaderLockTest, ReadsAFakeValueUnderTheLockAndTakesItAwayWithoutIt) {
+    EXPECT_EQ(
+        reconfigure(observed(fake(true, 50.0))),
+        (Journal{"bool fake.active", "lock", "double fake.value", "unlock", "fire event_port"}));
+    journal.remark_with([this](const std::string& entry) -> std::string {
+        return entry.starts_with("fire") && !LayoutProbe::fake_temperature(block()) ? ", gone" : "";
+    });
+    EXPECT_EQ(reconfigure(observed(fake(false, 50.0))),
+              (Journal{"bool fake.active", "fire event_port, gone"}));
+}
 
-    go_on.set_value();
-    EXPECT_EQ(ran.wait_for(5s), std::future_status::ready);
-    EXPECT_EQ(stored.wait_for(5s), std::future_status::ready);
-    EXPECT_EQ(published(), 20.0);
-    EXPECT_EQ(debug_values().size(), 1U);
+TEST_F(TemperatureReaderLockTest, LetsTheErrorOfAFailingLockOut) {
+    for (const auto& use :
+         {std::function<void()>([this] { (void)block().run(); }),
+          std::function<void()>([this] { (void)reconfigure(fake(true, 50.0)); })}) {
+        fail_next_lock();
+        try {
+            use();
+            FAIL() << "went on without the lock";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code().value(), EDEADLK);
+        }
+    }
+    EXPECT_EQ(journal.take(effect::to_be_seen | effect::fire | effect::publication), Journal{});
+    EXPECT_FALSE(LayoutProbe::fake_temperature(block()));
 }
 
 }  // namespace

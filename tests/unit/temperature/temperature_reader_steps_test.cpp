@@ -1,73 +1,69 @@
-#include <cerrno>
-
 #include "tests/unit/temperature/temperature_reader_fixture.hpp"
 
 namespace {
 
 using namespace reader_test;
 
-TEST_F(TemperatureReaderTest, InstallsTheMatchForChangesWhenTheServiceAppears) {
-    make();
-    appear();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(**reader));
-    EXPECT_EQ(bus.last().userdata, &**reader);
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, nullptr);
-    EXPECT_NE(bus.last().callback, bus.last().install_callback);
-}
+/// A step of a reader while its service has an owner.
+struct Step : NamedCase {
+    std::size_t number;  ///< of its sending
+    std::string sent;
+    std::string failure;  ///< the line when it cannot be sent, without the errno's text
+    sd_bus_slot** (*field)(TemperatureReader&);
+};
 
-TEST_F(TemperatureReaderTest, WaitsUntilTheMatchIsInstalled) {
-    make();
-    appear();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-}
+const Step steps[] = {
+    {"Match", 3, change_match,
+     "2 Failed to add DBus signal callback: ", &blocks::LayoutProbe::match_slot_field},
+    {"Lookup", 4, lookup,
+     "1 Failed to call GetTemperatureIdFromName: ", &blocks::LayoutProbe::call_slot_field},
+    {"Registration", 5, registration,
+     "1 Failed to call method RegisterForTemperatureChangeSignal: ",
+     &blocks::LayoutProbe::call_slot_field},
+    {"Reading", 6, reading_call, "1 Failed to call method RegisterForTemperatureChangeSignal: ",
+     &blocks::LayoutProbe::call_slot_field},
+};
 
-TEST_F(TemperatureReaderTest, LooksTheSensorUpOnceTheMatchIsInstalled) {
-    make();
-    appear();
-    install();
-    EXPECT_EQ(run(), (Journal{lookup}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**reader));
-    EXPECT_EQ(bus.last().userdata, &**reader);
+class TemperatureReaderStepTest : public TemperatureReaderTest,
+                                  public testing::WithParamInterface<Step> {
+  protected:
+    void SetUp() override {
+        make();
+        reach(GetParam().number);
+        EXPECT_TRUE(woken());
+        EXPECT_EQ(bus.count(), GetParam().number - 1);
+    }
+    sd_bus_slot** field() { return GetParam().field(block()); }
+};
+
+TEST_P(TemperatureReaderStepTest, IsTakenOnceOnTheConnectionOfThatMoment) {
+    recorders.tools.use_bus(other_bus());
+    EXPECT_EQ(run(), (Journal{GetParam().sent}));
+    expect_handed_over(field(), &block());
     EXPECT_EQ(run(), Journal{}) << "the answer is still out";
+    EXPECT_FALSE(woken());
 }
 
-TEST_F(TemperatureReaderTest, RegistersForChangesOnceItKnowsTheSensor) {
-    make();
-    appear();
-    install();
-    look_up();
-    EXPECT_EQ(run(), (Journal{registration}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**reader));
-    EXPECT_EQ(bus.last().userdata, &**reader);
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
+TEST_P(TemperatureReaderStepTest, IsTakenAgainInTheNextRunWhenItCouldNotBeSent) {
+    bus.answer_next({-EPERM, 0});
+    EXPECT_EQ(run(), (Journal{GetParam().sent, GetParam().failure + "Operation not permitted"}));
+    EXPECT_EQ(*field(), nullptr);
+    EXPECT_FALSE(woken()) << "the next run comes for another reason";
+    EXPECT_EQ(run(), (Journal{GetParam().sent}));
+    EXPECT_EQ(run(), Journal{}) << "a result of zero is success";
 }
 
-TEST_F(TemperatureReaderTest, FetchesTheFirstReadingOnceItIsRegistered) {
-    make();
-    register_reader();
-    EXPECT_EQ(run(), (Journal{reading_call}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**reader));
-    EXPECT_EQ(bus.last().userdata, &**reader);
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-    EXPECT_EQ(published(), std::nullopt);
-}
+INSTANTIATE_TEST_SUITE_P(Steps, TemperatureReaderStepTest, testing::ValuesIn(steps),
+                         case_name<Step>);
 
 TEST_F(TemperatureReaderTest, AsksForNothingMoreOnceItHasAReading) {
     make();
     register_reader();
     fetch(0.0);
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_FALSE(reader->woken());
+    for (int again = 0; again < 3; ++again)
+        EXPECT_EQ(run(), Journal{});
+    EXPECT_TRUE(woken()) << "by the answer";
+    EXPECT_FALSE(woken());
 }
 
 TEST_F(TemperatureReaderTest, DoesNotFetchAReadingThatASignalHasBroughtAlready) {
@@ -77,151 +73,62 @@ TEST_F(TemperatureReaderTest, DoesNotFetchAReadingThatASignalHasBroughtAlready) 
     EXPECT_EQ(run(), Journal{});
 }
 
-TEST_F(TemperatureReaderTest, UsesADifferentCallbackForEachReply) {
-    make();
-    register_reader();
-    fetch(0.0);
-    EXPECT_NE(bus.sending(4).callback, bus.sending(5).callback);
-    EXPECT_NE(bus.sending(4).callback, bus.sending(6).callback);
-    EXPECT_NE(bus.sending(5).callback, bus.sending(6).callback);
-}
-
-TEST_F(TemperatureReaderTest, PassesItsThresholdOnAsItIs) {
-    for (const auto& [delta, text] :
-         {std::pair{-1.5, "d -1.5"}, {0.0, "d 0"}, {not_a_number, "d nan"}}) {
-        make({{"delta_chg", delta}});
-        (void)log.take();
-        appear();
-        (void)run();
-        EXPECT_EQ(bus.last().install(messages.reply("")), 0);
-        (void)run();
-        EXPECT_EQ(bus.last().deliver(messages.reply("i", 0)), 0);
-        (void)bus.take_journal();
-        EXPECT_EQ(run(), (Journal{controller_call("RegisterForTemperatureChangeSignal(i 0, " +
-                                                  std::string(text) + ")")}));
-        reader.reset();
-        (void)bus.take_journal();
-    }
-}
-
 TEST_F(TemperatureReaderTest, PassesAnySensorNameOn) {
     make({{"sensor_name", {""}}});
-    appear();
-    install();
+    reach(4);
     EXPECT_EQ(run(), (Journal{controller_call("GetTemperatureIdFromName(s \"\")")}));
 }
 
-TEST_F(TemperatureReaderTest, LooksTheSensorUpAgainAfterANegativeId) {
+TEST_F(TemperatureReaderTest, AsksAgainAfterANegativeId) {
     make();
-    appear();
-    install();
-    EXPECT_EQ(run(), (Journal{lookup}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", -2)), 0);
-    EXPECT_TRUE(reader->woken());
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #4 GetTemperatureIdFromName"}));
-    EXPECT_EQ(run(), (Journal{lookup}));
-}
-
-TEST_F(TemperatureReaderTest, RegistersAgainAfterANegativeChangeSignalId) {
-    make();
-    appear();
-    install();
+    reach(4);
+    look_up(-2);
     look_up();
-    EXPECT_EQ(run(), (Journal{registration}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", -1)), 0);
-    EXPECT_TRUE(reader->woken());
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #5 RegisterForTemperatureChangeSignal"}));
-    EXPECT_EQ(run(), (Journal{registration}));
+    enlist(-1);
+    enlist();
+    EXPECT_EQ(run(), (Journal{reading_call}));
 }
 
 TEST_F(TemperatureReaderTest, TakesIdsOfZero) {
     make();
-    appear();
-    install();
-    EXPECT_EQ(run(), (Journal{lookup}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", 0)), 0);
-    (void)bus.take_journal();
-    EXPECT_EQ(run(), (Journal{controller_call("RegisterForTemperatureChangeSignal(i 0, d 0.5)")}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", 0)), 0);
-    (void)bus.take_journal();
+    reach(4);
+    look_up(0);
+    exchange(controller_call("RegisterForTemperatureChangeSignal(i 0, d 0.5)"),
+             messages.reply("i", 0));
     EXPECT_EQ(run(), (Journal{controller_call("GetTemperature(i 0, s \"main\")")}));
 }
 
 TEST_F(TemperatureReaderTest, KnowsNeitherItsSensorNorARegistrationFromItsConstructionOn) {
     make();
-    const auto work = [this] {
-        (*reader)->run_with_service();
-        return bus.take_journal();
-    };
+    const auto work = [this] { return effects_of([this] { block().run_with_service(); }); };
     EXPECT_EQ(work(), (Journal{change_match}));
-    EXPECT_EQ(bus.last().install(messages.reply("")), 0);
+    EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
     EXPECT_EQ(work(), (Journal{lookup}));
-    EXPECT_EQ(bus.last().deliver(messages.reply("i", 3)), 0);
-    (void)bus.take_journal();
+    answer(messages.reply("i", 3));
     EXPECT_EQ(work(), (Journal{registration}));
 }
 
-// A step that could not be sent is said at its level and taken again on the next run.
+/// A threshold, as a registration passes it on.
+struct ThresholdCase : NamedCase {
+    double threshold;
+    std::string text;
+};
 
-TEST_F(TemperatureReaderTest, TriesTheMatchAgainWhenItCouldNotBeSent) {
-    make();
-    appear();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(log.take(), (Lines{"2 Failed to add DBus signal callback: "
-                                 "Operation not permitted"}));
-    EXPECT_FALSE(match_pending());
-    EXPECT_FALSE(reader->woken()) << "the next run comes for another reason";
-    install();
+class TemperatureReaderThresholdTest : public TemperatureReaderTest,
+                                       public testing::WithParamInterface<ThresholdCase> {};
+
+TEST_P(TemperatureReaderThresholdTest, IsPassedOnAsItIs) {
+    make({{"delta_chg", GetParam().threshold}});
+    (void)log.take();
+    reach(5);
+    EXPECT_EQ(run(), (Journal{controller_call("RegisterForTemperatureChangeSignal(i 3, d " +
+                                              GetParam().text + ")")}));
 }
 
-TEST_F(TemperatureReaderTest, TriesTheLookupAgainWhenItCouldNotBeSent) {
-    make();
-    appear();
-    install();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{lookup}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to call GetTemperatureIdFromName: "
-                                 "Operation not permitted"}));
-    EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(reader->woken());
-    EXPECT_EQ(run(), (Journal{lookup}));
-}
+const ThresholdCase thresholds[] = {
+    {"Negative", -1.5, "-1.5"}, {"Zero", 0.0, "0"}, {"NotANumber", not_a_number, "nan"}};
 
-TEST_F(TemperatureReaderTest, TriesTheRegistrationAgainWhenItCouldNotBeSent) {
-    make();
-    appear();
-    install();
-    look_up();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{registration}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method RegisterForTemperatureChangeSignal: "
-                                 "Operation not permitted"}));
-    EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(reader->woken());
-    EXPECT_EQ(run(), (Journal{registration}));
-}
-
-TEST_F(TemperatureReaderTest, TriesTheFirstReadingAgainWhenItCouldNotBeSent) {
-    make();
-    register_reader();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{reading_call}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to call method RegisterForTemperatureChangeSignal: "
-                                 "Operation not permitted"}));
-    EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(reader->woken());
-    EXPECT_EQ(run(), (Journal{reading_call}));
-}
-
-TEST_F(TemperatureReaderTest, TakesAResultOfZeroFromSdBusForSuccess) {
-    make();
-    appear();
-    bus.answer_next({0, 0, 0, 0});
-    install();
-    look_up();
-    enlist();
-    fetch(0.0);
-}
+INSTANTIATE_TEST_SUITE_P(Thresholds, TemperatureReaderThresholdTest, testing::ValuesIn(thresholds),
+                         case_name<ThresholdCase>);
 
 }  // namespace
