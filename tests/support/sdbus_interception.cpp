@@ -66,8 +66,8 @@ Interception::~Interception() {
     }
 }
 
-void Interception::answer_next(std::initializer_list<int> results) {
-    results_.assign(results);
+void Interception::answer_next(const std::vector<int>& results) {
+    results_.assign(results.begin(), results.end());
 }
 
 void Interception::make_up(MessageFunction function,

@@ -71,7 +71,7 @@ class Interception {
 
     /// What the next sending functions return, one each; after that 1 again. With a negative result
     /// the caller gets no slot.
-    void answer_next(std::initializer_list<int> results);
+    void answer_next(const std::vector<int>& results);
 
     /// How the next blocking call ends that nothing has been said about yet.
     /// @param error copied into the caller's error structure, when it is set.

@@ -100,6 +100,8 @@ class BlockFixture : public BlockTest {
     /// Builds a block in place of the one before.
     template <class... Arguments>
     void build(Arguments&&... arguments) {
+        driver_.reset();
+        (void)journal.take(effect::all & ~effect::to_be_seen);
         driver_.emplace(recorders.tools, std::forward<Arguments>(arguments)...);
     }
     [[nodiscard]] T& block() { return **driver_; }
@@ -150,12 +152,16 @@ class BlockFixture : public BlockTest {
         return effects_of([&] { return sending.install(reply, error); });
     }
 
-    /// The call or match sent last is on the connection of the tools, has its slot in this field
-    /// and calls `userdata` back.
+    /// This call or match is on the connection of the tools, has its slot in this field and calls
+    /// `userdata` back.
+    void expect_handed_over(const Sending& sending, sd_bus_slot** field, const void* userdata) {
+        EXPECT_EQ(sending.bus, recorders.tools.get_bus());
+        EXPECT_EQ(sending.slot_field, field);
+        EXPECT_EQ(sending.userdata, userdata);
+    }
+    /// The same of the one sent last.
     void expect_handed_over(sd_bus_slot** field, const void* userdata) {
-        EXPECT_EQ(bus.last().bus, recorders.tools.get_bus());
-        EXPECT_EQ(bus.last().slot_field, field);
-        EXPECT_EQ(bus.last().userdata, userdata);
+        expect_handed_over(bus.last(), field, userdata);
     }
 
     /// Hands a callback what it cannot use: each message gives one line and changes nothing.
@@ -179,7 +185,7 @@ class BlockFixture : public BlockTest {
 
     /// A block with this configuration is not built, because of this key.
     void expect_refused(const Fenwa::BlockConfiguration& config, const std::string& key,
-                        bool missing) {
+                        bool missing = false) {
         try {
             build("refused", config);
             ADD_FAILURE() << "built in spite of '" << key << "'";
