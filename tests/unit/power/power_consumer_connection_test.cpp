@@ -81,11 +81,11 @@ class ConnectedPair {
 /// Has a consumer whose object can really be called.
 class PowerConsumerConnectionTest : public PowerConsumerTest {
   protected:
-    ~PowerConsumerConnectionTest() override { consumer.reset(); }
+    ~PowerConsumerConnectionTest() override { (void)destroy(); }
 
     void SetUp() override {
-        consumer.emplace(tools, "consumer", Fenwa::BlockConfiguration{{"power", 12.5}});
-        EXPECT_EQ(log.take(), (Lines{announcement}));
+        recorders.tools.use_bus(pair.served());
+        make();
     }
 
     template <class... Values>
@@ -95,27 +95,25 @@ class PowerConsumerConnectionTest : public PowerConsumerTest {
     }
 
     ConnectedPair pair;
-    support::FakeTools tools{pair.served(), bus};
 };
 
 TEST_F(PowerConsumerConnectionTest, LetsTheControllerGrantPower) {
     EXPECT_EQ(call_object("d", 2.5), "()");
-    EXPECT_EQ(bus.take_journal(), (Journal{"answer \"\"() = 1"}));
-    EXPECT_EQ(run_woken(), (Journal{owner_match, registration}));
-    EXPECT_EQ(published(), 2.5F);
+    EXPECT_EQ(take(), (Journal{fired, "answer \"\"() = 1"}));
+    EXPECT_EQ(run_woken(), (Journal{owner_match, publication("2.5"), registration}));
 }
 
-TEST_F(PowerConsumerConnectionTest, IsNotBotheredWithCallsOfAnotherSignature) {
+TEST_F(PowerConsumerConnectionTest, IsNotCalledWithAnotherSignature) {
     const std::string refused = "org.freedesktop.DBus.Error.InvalidArgs: ";
     EXPECT_TRUE(call_object("s", "much").starts_with(refused));
     EXPECT_TRUE(call_object("").starts_with(refused));
     EXPECT_TRUE(call_object("dd", 1.0, 2.0).starts_with(refused));
-    EXPECT_FALSE(consumer->woken());
+    EXPECT_EQ(take(), Journal{});
     EXPECT_EQ(call_object("d", 1e300), "()") << "sd-bus goes on as before";
-    EXPECT_EQ(bus.take_journal(), (Journal{"answer \"\"() = 1"}));
+    EXPECT_EQ(take(), (Journal{fired, "answer \"\"() = 1"}));
 }
 
-TEST_F(PowerConsumerConnectionTest, DescribesItsObjectToWhoeverAsks) {
+TEST_F(PowerConsumerConnectionTest, DescribesOneMethodThatAnyoneMayCall) {
     const std::string description = pair.call(
         "/com/tarlo/Vipd/PowerConsumer", "org.freedesktop.DBus.Introspectable", "Introspect", "");
     const auto begin = description.find(" <interface name=\"com.tarlo.");
@@ -127,10 +125,11 @@ TEST_F(PowerConsumerConnectionTest, DescribesItsObjectToWhoeverAsks) {
               "  </method>\n"
               " </interface>\n"
               "</node>\n");
+    EXPECT_EQ(LayoutProbe::exported_methods()[1].flags, SD_BUS_VTABLE_UNPRIVILEGED);
 }
 
 TEST_F(PowerConsumerConnectionTest, TakesItsObjectAlongWhenDestroyed) {
-    consumer.reset();
+    (void)destroy();
     EXPECT_EQ(call_object("d", 2.5),
               "org.freedesktop.DBus.Error.UnknownObject: Unknown object "
               "'/com/tarlo/Vipd/PowerConsumer'.");

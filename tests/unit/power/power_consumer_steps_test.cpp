@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <limits>
-#include <ostream>
+#include <tuple>
+#include <utility>
 
 #include "tests/unit/power/power_consumer_fixture.hpp"
 
@@ -8,50 +9,14 @@ namespace {
 
 using namespace consumer_test;
 
-TEST_F(PowerConsumerTest, InstallsTheOwnerMatchAndRegistersInItsFirstRun) {
-    make();
-    begin();
-    const support::Sending& match = bus.sending(1);
-    EXPECT_EQ(match.bus, messages.bus());
-    EXPECT_EQ(match.slot_field, LayoutProbe::match_slot_field(**consumer));
-    EXPECT_EQ(match.userdata, &**consumer);
-    EXPECT_NE(match.callback, nullptr);
-    const support::Sending& call = bus.sending(2);
-    EXPECT_EQ(call.bus, messages.bus());
-    EXPECT_EQ(call.slot_field, LayoutProbe::call_slot_field(**consumer));
-    EXPECT_EQ(call.userdata, &**consumer);
-    EXPECT_EQ(LayoutProbe::bus(**consumer), messages.bus());
-    EXPECT_FALSE(consumer->woken());
-}
-
-TEST_F(PowerConsumerTest, AsksForPowerOnceItIsRegistered) {
-    make();
-    enlist();
-    EXPECT_EQ(run_woken(), (Journal{request}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**consumer));
-    EXPECT_EQ(bus.last().userdata, &**consumer);
-    EXPECT_NE(bus.last().callback, bus.sending(2).callback);
-}
-
-TEST_F(PowerConsumerTest, SendsNothingMoreOnceItHasAskedForPower) {
-    make();
-    ask();
+TEST_F(PowerConsumerTest, RegistersAndThenAsksForPower) {
+    settle();
     EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_FALSE(consumer->woken());
-    EXPECT_EQ(bus.count(), 3U);
-}
-
-TEST_F(PowerConsumerTest, WaitsForThePendingCall) {
-    make();
-    begin();
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-    answer();
-    EXPECT_EQ(run_woken(), (Journal{request}));
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
+    expect_handed_over(bus.sending(1), LayoutProbe::match_slot_field(block()), &block());
+    for (const std::size_t call : {2, 3})
+        expect_handed_over(bus.sending(call), LayoutProbe::call_slot_field(block()), &block());
+    EXPECT_NE(bus.sending(2).callback, bus.sending(3).callback);
+    EXPECT_EQ(LayoutProbe::bus(block()), messages.bus());
 }
 
 TEST_F(PowerConsumerTest, AsksForItsPowerAsTheFloatThatItIs) {
@@ -61,145 +26,183 @@ TEST_F(PowerConsumerTest, AsksForItsPowerAsTheFloatThatItIs) {
                                       {std::numeric_limits<double>::infinity(), "inf"},
                                       {std::numeric_limits<double>::quiet_NaN(), "nan"}}) {
         make({{"power", power}});
-        enlist();
-        EXPECT_EQ(run_woken(),
-                  (Journal{controller_call("RequestPower(s \"vipd0\", s \"control\", d " +
-                                           std::string(text) + ")")}));
-        consumer.reset();
-        (void)bus.take_journal();
+        EXPECT_EQ(run(), (Journal{owner_match, registration}));
+        answer();
+        EXPECT_EQ(run_woken(), (Journal{nothing_granted, request_of("0", text)}));
     }
 }
 
-TEST_F(PowerConsumerTest, AsksUnderTheNameOfItsChannel) {
-    make({{"channel", -1}, {"power", 12.5}});
-    EXPECT_EQ(run().size(), 2U);
-    answer();
-    EXPECT_EQ(run_woken(),
-              (Journal{controller_call("RequestPower(s \"vipd-1\", s \"control\", d 12.5)")}));
-    (*consumer)->stop();
-    EXPECT_EQ(bus.take_journal().back(), controller_call("Unregister(s \"vipd-1\") without reply"));
-}
-
 /// A state before a run, and the call that the run makes in it.
-struct RunCase {
-    const char* name;
+struct RunCase : support::NamedCase {
     bool registered;
     bool power_requested;
     bool call_pending;
     Journal calls;
 };
 
-void PrintTo(const RunCase& state, std::ostream* out) {
-    *out << state.name;
-}
-
-void establish(const RunCase& state, PowerConsumer& consumer) {
-    LayoutProbe::registered(consumer) = state.registered;
-    LayoutProbe::power_requested(consumer) = state.power_requested;
-}
-
-class PowerConsumerRunTest : public PowerConsumerTest,
-                             public testing::WithParamInterface<RunCase> {};
-
-TEST_P(PowerConsumerRunTest, MakesTheCallThatTheStateAsksForAndPublishesNothing) {
-    make();
-    begin();
-    if (!GetParam().call_pending) {
-        answer();
-        EXPECT_TRUE(consumer->woken());
+class PowerConsumerRunTest : public PowerConsumerTest, public testing::WithParamInterface<RunCase> {
+  protected:
+    /// The effects of a run are those `earlier` ones and then the call of the state.
+    void expect_run(const Journal& effects, Journal earlier) {
+        earlier.insert(earlier.end(), GetParam().calls.begin(), GetParam().calls.end());
+        EXPECT_EQ(effects, earlier);
     }
-    establish(GetParam(), **consumer);
-    EXPECT_EQ(run(), GetParam().calls);
-    EXPECT_EQ(published(), std::nullopt);
-}
+    void establish() {
+        LayoutProbe::registered(block()) = GetParam().registered;
+        LayoutProbe::power_requested(block()) = GetParam().power_requested;
+    }
+    /// Takes a block into the state, past its first run.
+    void reach() {
+        enlist();
+        if (!GetParam().call_pending)
+            answer();
+        establish();
+    }
+};
 
-TEST_P(PowerConsumerRunTest, MakesTheSameCallAndPublishesWhenItsEventPortWasFired) {
+TEST_P(PowerConsumerRunTest, MakesTheCallThatTheStateAsksForAfterMatchAndPublication) {
+    reach();
+    expect_run(run(), {});
+    reach();
+    EXPECT_EQ(set_power(2.5), granted);
+    expect_run(run_woken(), {publication("2.5")});
+    EXPECT_EQ(registered(), GetParam().registered);
+    EXPECT_EQ(power_requested(), GetParam().power_requested);
+    if (GetParam().call_pending)
+        return;  // not before the first run
     make();
-    begin();
-    if (!GetParam().call_pending)
-        answer();
-    establish(GetParam(), **consumer);
-    set_power(2.5);
-    EXPECT_EQ(run_woken(), GetParam().calls);
-    EXPECT_EQ(published(), 2.5F);
-    EXPECT_EQ(LayoutProbe::registered(**consumer), GetParam().registered);
-    EXPECT_EQ(LayoutProbe::power_requested(**consumer), GetParam().power_requested);
+    establish();
+    expect_run(run(), {owner_match});
 }
 
 const RunCase run_cases[] = {
-    {"Unregistered", false, false, false, {registration}},
-    {"Registering", false, false, true, {}},
-    {"UnregisteredButAsked", false, true, false, {registration}},
-    {"RegisteringAgain", false, true, true, {}},
-    {"Registered", true, false, false, {request}},
-    {"Asking", true, false, true, {}},
-    {"Asked", true, true, false, {}},
-    {"AskedWithACallPending", true, true, true, {}},
+    {{"Unregistered"}, false, false, false, {registration}},
+    {{"Registering"}, false, false, true, {}},
+    {{"UnregisteredButAsked"}, false, true, false, {registration}},
+    {{"RegisteringAgain"}, false, true, true, {}},
+    {{"Registered"}, true, false, false, {request}},
+    {{"Asking"}, true, false, true, {}},
+    {{"Asked"}, true, true, false, {}},
+    {{"AskedWithACallPending"}, true, true, true, {}},
 };
 
 INSTANTIATE_TEST_SUITE_P(States, PowerConsumerRunTest, testing::ValuesIn(run_cases),
-                         [](const auto& of) { return std::string(of.param.name); });
+                         support::case_name<RunCase>);
 
-TEST_F(PowerConsumerTest, InstallsTheMatchBeforeAnyCallInItsFirstRun) {
-    for (const RunCase& state : run_cases) {
-        if (state.call_pending)
-            continue;  // not before the first run
-        make();
-        establish(state, **consumer);
-        Journal expected{owner_match};
-        expected.insert(expected.end(), state.calls.begin(), state.calls.end());
-        EXPECT_EQ(run(), expected) << state.name;
-        EXPECT_EQ(published(), std::nullopt) << state.name;
-        consumer.reset();
-        (void)bus.take_journal();
-    }
-}
-
-TEST_F(PowerConsumerTest, DoesNotTryARefusedMatchAgain) {
+TEST_F(PowerConsumerTest, PublishesAfterARefusedMatchThatItDoesNotTryAgain) {
     make();
+    EXPECT_EQ(set_power(2.5), granted);
     bus.answer_next({-EPERM});
-    begin();
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to add match for NameOwnerChanged: Operation not permitted"}));
+    EXPECT_EQ(run_woken(), (Journal{owner_match,
+                                    "1 Failed to add match for NameOwnerChanged: "
+                                    "Operation not permitted",
+                                    publication("2.5"), registration}));
     EXPECT_FALSE(match_held());
     answer();
-    EXPECT_EQ(run_woken(), (Journal{request}));
-    EXPECT_EQ(run(), Journal{});
-    (*consumer)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #3 RequestPower", deregistration}));
+    EXPECT_EQ(run_woken(), (Journal{publication("2.5"), request}));
+    EXPECT_EQ(stop(), (Journal{"release #3 RequestPower", deregistration}));
 }
 
-TEST_F(PowerConsumerTest, RegistersAgainWhenThatCouldNotBeSent) {
+TEST_F(PowerConsumerTest, CallsAgainInTheNextRunWhatCouldNotBeSent) {
     make();
-    bus.answer_next({1, -EPERM, -ENOBUFS});
-    begin();
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to register consumer: Operation not permitted"}));
-    EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(consumer->woken()) << "the next run comes for another reason";
-    EXPECT_EQ(run(), (Journal{registration}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to register consumer: No buffer space available"}));
-    EXPECT_EQ(run(), (Journal{registration}));
+    bus.answer_next({1, -EPERM, -ENOBUFS, 1, -EPERM});
+    EXPECT_EQ(run(), (Journal{owner_match, registration,
+                              "1 Failed to register consumer: Operation not permitted"}));
+    EXPECT_EQ(run(),
+              (Journal{registration, "1 Failed to register consumer: No buffer space available"}));
+    EXPECT_EQ(run(), Journal{registration});
     answer();
-    EXPECT_EQ(run_woken(), (Journal{request}));
-}
-
-TEST_F(PowerConsumerTest, AsksAgainWhenThatCouldNotBeSent) {
-    make();
-    enlist();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run_woken(), (Journal{request}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to request power: Operation not permitted"}));
+    EXPECT_EQ(run_woken(), (Journal{nothing_granted, request,
+                                    "1 Failed to request power: Operation not permitted"}));
     EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(consumer->woken());
-    EXPECT_EQ(run(), (Journal{request}));
+    EXPECT_EQ(run(), Journal{request});
     EXPECT_TRUE(call_pending());
 }
 
 TEST_F(PowerConsumerTest, TakesAResultOfZeroFromSdBusForSuccess) {
-    make();
-    bus.answer_next({0, 0, 0});
-    ask();
+    bus.answer_next({0, 0, 0, 0});
+    settle();
     EXPECT_TRUE(match_held());
+    EXPECT_EQ(stop(), (Journal{"release #1 match", deregistration}));
 }
+
+TEST_F(PowerConsumerTest, KeepsTheConnectionOfItsFirstRun) {
+    enlist();
+    recorders.tools.use_bus(other_bus());
+    answer();
+    EXPECT_EQ(run_woken(), (Journal{nothing_granted, request}));
+    EXPECT_EQ(stop().back(), deregistration);
+    for (std::size_t sending = 1; sending <= bus.count(); ++sending)
+        EXPECT_EQ(bus.sending(sending).bus, messages.bus());
+}
+
+/// One of the two calls of the controller.
+struct CallCase {
+    const char* name;
+    std::string call;
+    std::string release;
+    std::string error_prefix;
+    std::atomic<bool>& (*answered)(PowerConsumer&);
+};
+
+/// An answer, and the end of the line about it; null for one that counts.
+struct ReplyCase {
+    const char* name;
+    support::MakeMessage reply;
+    sd_bus_error error;
+    const char* refusal;
+};
+
+/// Leaves each call of the controller unanswered, for the test to answer.
+class PowerConsumerReplyTest : public PowerConsumerTest,
+                               public testing::WithParamInterface<std::tuple<CallCase, ReplyCase>> {
+};
+
+TEST_P(PowerConsumerReplyTest, IsRecordedBeforeTheCallIsGivenUpAndTheBlockWoken) {
+    const auto& [call, reply] = GetParam();
+    if (call.call == request)
+        ask();
+    else
+        enlist();
+    const bool counts = reply.refusal == nullptr;
+    remark([&] { return std::pair(call.answered(block()).load(), call_pending()); });
+    Journal effects{call.release + " | (false, true)", fired + " | (false, false)"};
+    if (counts)
+        effects = {call.release + " | (true, true)", fired + " | (true, false)"};
+    else
+        effects.insert(effects.begin(),
+                       "2 " + call.error_prefix + reply.refusal + " | (false, true)");
+    EXPECT_EQ(deliver(bus.last(), reply.reply(messages), reply.error), effects);
+    EXPECT_EQ(readings(), Journal{}) << "an answer is not read";
+    journal.remark_with({});
+    if (!counts) {
+        EXPECT_EQ(run_woken(), (Journal{nothing_granted, call.call})) << "again";
+    }
+}
+
+const CallCase call_cases[] = {
+    {"Register", registration, "release #2 Register",
+     "Error when register power consumer: ", &blocks::LayoutProbe::registered},
+    {"RequestPower", request, "release #3 RequestPower",
+     "Error when requesting power: ", &blocks::LayoutProbe::power_requested},
+};
+
+const support::MakeMessage any_reply = support::reply_of("si", "surplus", 5);
+
+const ReplyCase reply_cases[] = {
+    {"AnyBody", any_reply, SD_BUS_ERROR_NULL, nullptr},
+    {"Error", support::error_of("com.example.Error", "nobody"), SD_BUS_ERROR_NULL, nullptr},
+    {"NamelessErrorArgument", any_reply, support::nameless, nullptr},
+    {"ErrorArgument", any_reply, support::denied, "not you"},
+    {"ErrorArgumentWithoutText", any_reply, support::silent, ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, PowerConsumerReplyTest,
+                         testing::Combine(testing::ValuesIn(call_cases),
+                                          testing::ValuesIn(reply_cases)),
+                         [](const auto& of) {
+                             return std::string(std::get<0>(of.param).name) +
+                                    std::get<1>(of.param).name;
+                         });
 
 }  // namespace

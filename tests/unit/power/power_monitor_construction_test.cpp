@@ -1,161 +1,97 @@
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 
 #include "fenwa/sdbus_error.hpp"
-#include "framework/shared/configuration_access.hpp"
-#include "tests/support/configuration_recorder.hpp"
+#include "tests/support/silent_bus_error.hpp"
 #include "tests/unit/power/power_monitor_fixture.hpp"
 
 namespace {
 
 using namespace monitor_test;
+using support::Settings;
 
+TEST_F(PowerMonitorTest, HasABoolOutputAndKeepsItsConfiguration) {
+    make(7.0);
+    EXPECT_EQ(block().get_outport("power_ok_out")->datatype().path(), "/prefix/well-known.b/bool");
+    EXPECT_EQ(support::settings_of(Fenwa::HostAccess::configuration(block())).size(), 1U);
+}
+
+TEST_F(PowerMonitorTest, NeedsARequestedPowerBeforeItAsksTheBus) {
+    expect_refused({}, "requested_power", true);
+    expect_refused({{"requested_power", {"much"}}}, "requested_power");
+}
+
+/// How the blocking read ends where it gives no power, and the effects of the construction from
+/// then on.
+struct ReadCase : support::NamedCase {
+    std::function<void(support::Recorders&)> end_read;
+    Journal effects;
+};
+
+class PowerMonitorReadTest : public PowerMonitorTest,
+                             public testing::WithParamInterface<ReadCase> {};
+
+TEST_P(PowerMonitorReadTest, LeavesThePowerAtZero) {
+    GetParam().end_read(recorders);
+    build("monitor", Fenwa::BlockConfiguration{{"requested_power", 5.0}});
+    Journal expected{"output power_ok_out", "event event_port", first_read};
+    expected.insert(expected.end(), GetParam().effects.begin(), GetParam().effects.end());
+    EXPECT_EQ(take(), expected);
+    EXPECT_EQ(received(), 0.0);
+}
+
+const std::string prefix = "1 Failed to get PowerReceived from com.tarlo.PowerControl.Status. ";
 const std::string unreadable = "1 Failed to get PowerReceived from dbus reply.\n";
+const std::string released = "release the reply to PowerReceived";
 
-/// An exception that has nothing to say.
-class SilentError : public std::exception {
-  public:
-    [[nodiscard]] const char* what() const noexcept override { return nullptr; }
+const ReadCase read_cases[] = {
+    {{"BusError"},
+     [](auto& with) { with.tools.throw_next(Fenwa::SDBusError("a.Error", "nobody", -EIO)); },
+     {prefix + "a.Error: nobody", unreadable, fired}},
+    {{"OtherException"},
+     [](auto& with) { with.tools.throw_next(std::runtime_error("no luck")); },
+     {prefix + "no luck", unreadable, fired}},
+    {{"SilentException"},
+     [](auto& with) { with.tools.throw_next(support::SilentBusError()); },
+     {prefix, unreadable, fired}},
+    {{"NoReply"}, [](auto& with) { with.tools.return_next(); }, {unreadable, fired}},
+    {{"Text"},
+     [](auto& with) { with.tools.reply_next(with.messages.reply("s", "much")); },
+     {unreadable, fired, released}},
+    {{"EmptyReply"},
+     [](auto& with) { with.tools.reply_next(with.messages.reply("")); },
+     {unreadable, fired, released}},
+    {{"FailingRead"},
+     [](auto& with) {
+         with.tools.reply_next(with.messages.reply("d", 7.0));
+         with.bus.make_up(support::MessageFunction::read, {-EPERM});
+     },
+     {unreadable, fired, released}},
+    {{"ReadOfNothing"},
+     [](auto& with) {
+         with.tools.reply_next(with.messages.reply("d", 7.0));
+         with.bus.make_up(support::MessageFunction::read, {0});
+     },
+     {fired, released}},
 };
 
-/// Builds monitors whose blocking read ends in other ways than with a double.
-class PowerMonitorConstructionTest : public PowerMonitorTest {
-  protected:
-    void build(const Fenwa::BlockConfiguration& config = {{"requested_power", 5.0}}) {
-        monitor.emplace(recorders.tools, "monitor", config);
-        EXPECT_EQ(bus.take_journal(), (Journal{first_read}));
-        EXPECT_TRUE(monitor->woken());
-    }
-};
+INSTANTIATE_TEST_SUITE_P(Endings, PowerMonitorReadTest, testing::ValuesIn(read_cases),
+                         support::case_name<ReadCase>);
 
-TEST_F(PowerMonitorConstructionTest, HasOneOutputAndNoInput) {
-    make(7.0);
-    EXPECT_EQ((*monitor)->get_outport_names(), (Journal{"power_ok_out"}));
-    EXPECT_EQ((*monitor)->get_inport_names(), Journal{});
-    EXPECT_EQ(port().datatype().path(), "/prefix/well-known.b/bool");
-    EXPECT_FALSE(port().value) << "only a run publishes";
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(Fenwa::HostAccess::eventport_names(**monitor), (Journal{"event_port"}));
-}
-
-TEST_F(PowerMonitorConstructionTest, IsWokenOnceByItsConstruction) {
-    recorders.tools.reply_next(messages.reply("d", 7.0));
-    build();
-    EXPECT_FALSE(monitor->woken());
-}
-
-TEST_F(PowerMonitorConstructionTest, ReadsTheRequestedPowerAsARequiredFloat) {
-    const auto recorder = std::make_shared<support::ConfigurationRecorder>();
-    recorders.tools.reply_next(messages.reply("d", 7.0));
-    build(Fenwa::ConfigurationAccess::observed({{"requested_power", 5.0}}, recorder));
-    EXPECT_EQ(recorder->reads, (Journal{"float requested_power"}));
-    EXPECT_EQ(
-        Fenwa::ConfigurationAccess::entries(Fenwa::HostAccess::configuration(**monitor)).size(),
-        1U);
-}
-
-TEST_F(PowerMonitorConstructionTest, NeedsARequestedPowerBeforeItAsksTheBus) {
-    try {
-        monitor.emplace(recorders.tools, "monitor", Fenwa::BlockConfiguration{});
-        FAIL() << "built without a requested power";
-    } catch (const Fenwa::ConfigurationError& error) {
-        EXPECT_EQ(error.key(), "requested_power");
-        EXPECT_TRUE(error.missing());
-    }
-    EXPECT_THROW(monitor.emplace(recorders.tools, "monitor",
-                                 Fenwa::BlockConfiguration{{"requested_power", {"much"}}}),
-                 Fenwa::ConfigurationError);
-}
-
-TEST_F(PowerMonitorConstructionTest, TakesTheValueThatItReads) {
-    make(7.25);
-    EXPECT_EQ(received(), 7.25);
-    EXPECT_EQ(outcome(), true);
-    EXPECT_EQ(bus.take_journal(), (Journal{change_match})) << "the match is installed all the same";
-}
-
-TEST_F(PowerMonitorConstructionTest, StillAsksForTheValueOnceTheMatchIsInstalled) {
-    make(7.25);
-    ask();
-}
-
-TEST_F(PowerMonitorConstructionTest, SaysWhyThePowerCouldNotBeRead) {
-    recorders.tools.throw_next(Fenwa::SDBusError("org.freedesktop.DBus.Error.ServiceUnknown",
-                                                 "nobody there", -EHOSTUNREACH));
-    build();
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to get PowerReceived from com.tarlo.PowerControl.Status. "
-                     "org.freedesktop.DBus.Error.ServiceUnknown: nobody there",
-                     unreadable}));
-    EXPECT_EQ(received(), 0.0);
-}
-
-TEST_F(PowerMonitorConstructionTest, SaysTheSameOfAnyOtherException) {
-    recorders.tools.throw_next(std::runtime_error("no luck"));
-    build();
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to get PowerReceived from com.tarlo.PowerControl.Status. no luck",
-                     unreadable}));
-}
-
-TEST_F(PowerMonitorConstructionTest, EndsTheLineWithThePrefixWhenTheExceptionHasNoText) {
-    recorders.tools.throw_next(SilentError());
-    build();
-    EXPECT_EQ(
-        log.take(),
-        (Lines{"1 Failed to get PowerReceived from com.tarlo.PowerControl.Status. ", unreadable}));
-}
-
-TEST_F(PowerMonitorConstructionTest, DoesNotCatchWhatIsNoException) {
+TEST_F(PowerMonitorTest, DoesNotCatchWhatIsNoException) {
     recorders.tools.throw_next(5);
-    EXPECT_THROW(monitor.emplace(recorders.tools, "monitor",
-                                 Fenwa::BlockConfiguration{{"requested_power", 5.0}}),
-                 int);
-    EXPECT_EQ(bus.take_journal(), (Journal{first_read}));
+    EXPECT_THROW(build("monitor", Fenwa::BlockConfiguration{{"requested_power", 5.0}}), int);
+    EXPECT_EQ(bus.take_journal(), Journal{first_read});
 }
 
-TEST_F(PowerMonitorConstructionTest, SaysThatThereIsNoReply) {
-    recorders.tools.return_next();
-    build();
-    EXPECT_EQ(log.take(), (Lines{unreadable}));
-    EXPECT_EQ(received(), 0.0);
-}
-
-TEST_F(PowerMonitorConstructionTest, SaysThatTheReplyCannotBeRead) {
-    recorders.tools.reply_next(messages.reply("s", "much"));
-    build();
-    recorders.tools.reply_next(messages.reply(""));
-    build();
-    recorders.tools.reply_next(messages.reply("d", 7.0));
-    bus.make_up(support::MessageFunction::read, {-EPERM});
-    build();
-    EXPECT_EQ(log.take(), (Lines{unreadable, unreadable, unreadable}));
-    EXPECT_EQ(received(), 0.0);
-}
-
-TEST_F(PowerMonitorConstructionTest, TakesAReadOfNothingForZeroPower) {
-    recorders.tools.reply_next(messages.reply("d", 7.0));
-    bus.make_up(support::MessageFunction::read, {0});
-    build();
-    EXPECT_EQ(received(), 0.0);
-}
-
-TEST_F(PowerMonitorConstructionTest, StartsWithNothingOnTheBus) {
-    make(7.0);
-    EXPECT_FALSE(match_held());
-    EXPECT_FALSE(call_pending());
-    EXPECT_EQ(failures(), 0);
-}
-
-/// What is requested, what is received, and whether that is enough.
+/// The requested power, the received one, and whether that is enough.
 struct PowerCase {
     double requested;
     double received;
     bool enough;
 };
 
-TEST_F(PowerMonitorConstructionTest, FindsThePowerEnoughFromEqualityOn) {
+TEST_F(PowerMonitorTest, FindsThePowerEnoughFromEqualityOn) {
     const double least = std::numeric_limits<double>::denorm_min();
     for (const PowerCase& power : std::initializer_list<PowerCase>{
              {5.0, 5.0, true},
@@ -165,6 +101,7 @@ TEST_F(PowerMonitorConstructionTest, FindsThePowerEnoughFromEqualityOn) {
              {0.0, -0.0, true},
              {0.0, -least, false},
              {0.0, least, true},
+             {1e-30, 0.0, false},
              {-1.0, 0.0, true},
              {5.0, not_a_number, false},
              {not_a_number, 5.0, false},
@@ -180,65 +117,29 @@ TEST_F(PowerMonitorConstructionTest, FindsThePowerEnoughFromEqualityOn) {
              {36.6, 36.599999, true},
              {0.1, 0.1, false},
          }) {
-        make_with({{"requested_power", power.requested}}, power.received);
-        EXPECT_EQ(outcome(), power.enough) << power.requested << " of " << power.received;
-        monitor.reset();
-        (void)bus.take_journal();
+        make(power.received, power.requested);
+        EXPECT_EQ(run(), (Journal{change_match, power.enough ? enough : too_little}))
+            << power.requested << " of " << power.received;
     }
 }
 
-TEST_F(PowerMonitorConstructionTest, NeedsNoPowerToBeEnoughWhenNoneIsRequested) {
-    for (const auto& [requested, enough] :
-         {std::pair{0.0, true}, {-3.0, true}, {1e-30, false}, {5.0, false}}) {
-        recorders.tools.throw_next(std::runtime_error("no luck"));
-        build({{"requested_power", requested}});
-        EXPECT_EQ(log.take().size(), 2U);
-        EXPECT_EQ(outcome(), enough) << requested;
-        monitor.reset();
-        (void)bus.take_journal();
-    }
-}
-
-/// The settings as texts, in their order.
-Lines settings(PowerMonitor& monitor) {
-    const auto text = [](const Fenwa::BlockConfiguration::Value& value) -> std::string {
-        if (const auto* const flag = std::get_if<bool>(&value))
-            return *flag ? "true" : "false";
-        std::string list;
-        for (const std::string& entry : std::get<std::vector<std::string>>(value))
-            list += "[" + entry + "]";
-        return list;
+TEST_F(PowerMonitorTest, HandsTheOutcomeThatItHasThenToTheFramework) {
+    const auto settings = [this] {
+        return support::settings_of(block().setup({{"power_ok", 5}, {"more", true}}));
     };
-    Lines lines;
-    const Fenwa::BlockConfiguration config = monitor.setup({{"power_ok", 5}, {"more", true}});
-    for (const auto& entry : Fenwa::ConfigurationAccess::entries(config))
-        lines.push_back(entry.key() + " = " + text(entry.value()));
-    return lines;
-}
-
-Lines settings_with(const std::string& outcome) {
-    return {"power_ok = " + outcome, "termination_cfg.inports = [power_monitor_in]",
-            "termination_cfg.types = [/prefix/well-known.b/bool]",
-            "termination_cfg.power_monitor_in_def = " + outcome};
-}
-
-TEST_F(PowerMonitorConstructionTest, HandsItsOutcomeToTheFrameworkRightAway) {
+    const auto settings_with = [](bool outcome) {
+        return Settings{{"power_ok", outcome},
+                        {"termination_cfg.inports", Journal{"power_monitor_in"}},
+                        {"termination_cfg.types", Journal{"/prefix/well-known.b/bool"}},
+                        {"termination_cfg.power_monitor_in_def", outcome}};
+    };
     make(5.0);
-    EXPECT_EQ(settings(**monitor), settings_with("true"));
-    monitor.reset();
-    make(4.0);
-    EXPECT_EQ(settings(**monitor), settings_with("false"));
-    EXPECT_EQ(bus.take_journal(), Journal{});
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(published(), std::nullopt);
-}
-
-TEST_F(PowerMonitorConstructionTest, HandsOverTheOutcomeThatItHasThen) {
-    make(5.0);
+    EXPECT_EQ(settings(), settings_with(true));
     watch(4.0);
-    EXPECT_EQ(settings(**monitor), settings_with("false"));
-    deliver(bus.sending(1), change(1, "PowerReceived", "d", 6.0));
-    EXPECT_EQ(settings(**monitor), settings_with("true"));
+    EXPECT_EQ(settings(), settings_with(false));
+    EXPECT_EQ(change(6.0), taken);
+    EXPECT_EQ(settings(), settings_with(true));
+    EXPECT_EQ(take(), Journal{});
 }
 
 }  // namespace

@@ -1,27 +1,17 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/layout_probe.hpp"
+#include "tests/unit/block_fixture.hpp"
 
 namespace monitor_test {
 
-using blocks::LayoutProbe;
 using blocks::PowerMonitor;
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
+using support::infinity;
+using support::Journal;
+using support::not_a_number;
 
-inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
-inline constexpr double infinity = std::numeric_limits<double>::infinity();
-
-// What a monitor sends.
+// The read, the match and the call of a monitor.
 inline const std::string first_read =
     "blocking read com.tarlo.PowerControl.Status /com/tarlo/PowerControl/Status "
     "com.tarlo.PowerControl.Status PowerReceived as d";
@@ -33,99 +23,71 @@ inline const std::string query =
     "org.freedesktop.DBus.Properties "
     "Get(s \"com.tarlo.PowerControl.Status\", s \"PowerReceived\")";
 
-/// How every callback of a monitor ends: answering a signal or a reply is refused.
+// The publication at the end of every run.
+inline const std::string enough = "publish power_ok_out = true";
+inline const std::string too_little = "publish power_ok_out = false";
+
+inline const std::string fired = "fire event_port";
+/// How every callback ends: answering a signal or a reply is refused.
 inline const std::string answer = "answer null() = -22";
-inline constexpr int answered = -22;
+inline Journal answered(Journal effects = {}) {
+    effects.insert(effects.end(), {answer, "returns -22"});
+    return effects;
+}
+/// The effects of a message that is taken.
+inline const Journal taken = answered({fired});
 
-class PowerMonitorTest : public support::BlockTest {
+/// A signal of the status object.
+template <class... Values>
+support::MakeMessage signal_of(const char* types, Values... values) {
+    return [=](support::Messages& messages) {
+        return messages.signal("/com/tarlo/PowerControl/Status", "org.freedesktop.DBus.Properties",
+                               "PropertiesChanged", types, values...);
+    };
+}
+/// A PropertiesChanged signal with `count` entries, each a name and a variant.
+template <class... Entries>
+support::MakeMessage change_of(unsigned count, Entries... entries) {
+    return signal_of("sa{sv}as", "com.tarlo.PowerControl.Status", count, entries..., 0U);
+}
+
+class PowerMonitorTest : public support::BlockFixture<PowerMonitor> {
   protected:
-    /// Builds a monitor that needs 5.0, while this much power is received.
-    void make(double received = 0.0) { make_with({{"requested_power", 5.0}}, received); }
-    void make_with(const Fenwa::BlockConfiguration& config, double received) {
+    /// Builds a monitor while this much power is received.
+    void make(double received = 0.0, double requested = 5.0) {
         recorders.tools.reply_next(messages.reply("d", received));
-        monitor.emplace(recorders.tools, "monitor", config);
-        EXPECT_EQ(bus.take_journal(), (Journal{first_read}));
-        EXPECT_TRUE(monitor->woken());
+        build("monitor", support::observed({{"requested_power", requested}}));
+        EXPECT_EQ(take(),
+                  (Journal{"output power_ok_out", "event event_port", "float requested_power",
+                           first_read, fired, "release the reply to PowerReceived"}));
     }
 
-    /// A run, with what the block sends in it.
-    Journal run() {
-        EXPECT_TRUE((*monitor)->run());
-        return bus.take_journal();
-    }
-
-    /// Calls a callback that must return normally, for the message that it was handed.
-    template <class... Error>
-    void deliver(const support::Sending& sending, sd_bus_message* message, Error... error) {
-        EXPECT_EQ(sending.deliver(message, error...), answered);
-        expect_answer(message);
-    }
-    template <class... Error>
-    void install(const support::Sending& sending, sd_bus_message* message, Error... error) {
-        EXPECT_EQ(sending.install(message, error...), answered);
-        expect_answer(message);
-    }
-    void expect_answer(sd_bus_message* message) {
-        EXPECT_EQ(bus.answered(), message);
-        EXPECT_EQ(bus.take_journal(), (Journal{answer}));
-    }
-
-    // Each takes the block one step further.
+    // Each takes a monitor with too little power one step further.
 
     /// The match is sending 1.
     void match() {
-        EXPECT_EQ(run(), (Journal{change_match}));
-        install(bus.last(), messages.reply(""));
-        EXPECT_TRUE(monitor->woken());
+        make();
+        EXPECT_EQ(run(), (Journal{change_match, too_little}));
+        EXPECT_EQ(install(bus.last(), messages.reply("")), taken);
     }
     /// The query is sending 2.
     void ask() {
         match();
-        EXPECT_EQ(run(), (Journal{query}));
+        EXPECT_EQ(run(), (Journal{query, too_little}));
     }
     /// ... and up to the state in which signals keep the value current.
     void watch(double power) {
         ask();
-        deliver(bus.last(), messages.reply("v", "d", power));
-        EXPECT_TRUE(monitor->woken());
-        (void)run();
-        (void)published();
+        EXPECT_EQ(deliver(bus.last(), messages.reply("v", "d", power)), taken);
     }
 
-    /// A signal of the status object.
-    template <class... Values>
-    support::Message signal(const char* types, Values... values) {
-        return messages.signal("/com/tarlo/PowerControl/Status", "org.freedesktop.DBus.Properties",
-                               "PropertiesChanged", types, values...);
-    }
-    /// A PropertiesChanged signal with `count` entries, each a name and a variant.
-    template <class... Entries>
-    support::Message change(unsigned count, Entries... entries) {
-        return signal("sa{sv}as", "com.tarlo.PowerControl.Status", count, entries..., 0U);
+    /// A change of the power to this much.
+    Journal change(double power, const sd_bus_error& error = SD_BUS_ERROR_NULL) {
+        return deliver(bus.sending(1), change_of(1, "PowerReceived", "d", power)(messages), error);
     }
 
-    Fenwa::OutPort<bool>& port() {
-        return *dynamic_cast<Fenwa::OutPort<bool>*>((*monitor)->get_outport("power_ok_out"));
-    }
-    /// The value that the last run published, if it did.
-    std::optional<bool> published() {
-        const bool any = !journal.take(support::effect::publication).empty();
-        return any ? std::optional(port().value) : std::nullopt;
-    }
-    /// What a run publishes.
-    std::optional<bool> outcome() {
-        EXPECT_TRUE((*monitor)->run());
-        return published();
-    }
-
-    [[nodiscard]] double received() { return LayoutProbe::received_power(**monitor); }
-    [[nodiscard]] int failures() { return LayoutProbe::retry_count(**monitor); }
-    [[nodiscard]] bool call_pending() {
-        return *LayoutProbe::call_slot_field(**monitor) != nullptr;
-    }
-    [[nodiscard]] bool match_held() { return *LayoutProbe::match_slot_field(**monitor) != nullptr; }
-
-    std::optional<support::BlockDriver<PowerMonitor>> monitor;
+    [[nodiscard]] double received() { return LayoutProbe::received_power(block()); }
+    [[nodiscard]] int failures() { return LayoutProbe::retry_count(block()); }
 };
 
 }  // namespace monitor_test

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <tuple>
 
 #include "tests/unit/power/power_monitor_fixture.hpp"
 
@@ -6,184 +7,249 @@ namespace {
 
 using namespace monitor_test;
 using support::denied;
+using support::MessageFunction;
 
-TEST_F(PowerMonitorTest, InstallsTheMatchForChangesInItsFirstRun) {
-    make();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::match_slot_field(**monitor));
-    EXPECT_EQ(bus.last().userdata, &**monitor);
-    EXPECT_NE(bus.last().callback, nullptr);
-    EXPECT_NE(bus.last().install_callback, nullptr);
-    EXPECT_NE(bus.last().callback, bus.last().install_callback);
-    EXPECT_FALSE(monitor->woken());
+TEST_F(PowerMonitorTest, InstallsTheMatchAndThenAsksForTheValueOnce) {
+    watch(7.0);
+    for (int again = 0; again < 2; ++again)
+        EXPECT_EQ(run(), Journal{enough}) << "the same outcome again";
+    EXPECT_TRUE(call_pending()) << "the answered call is given up with the block";
+    expect_handed_over(bus.sending(1), LayoutProbe::match_slot_field(block()), &block());
+    expect_handed_over(bus.sending(2), LayoutProbe::call_slot_field(block()), &block());
 }
 
-TEST_F(PowerMonitorTest, TakesTheMatchBackAndAsksAnewWhenItIsRunBeforeItIsInstalled) {
+TEST_F(PowerMonitorTest, TakesWhatIsUnansweredBackAndAsksAnewInEachRun) {
     make();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(run(), (Journal{"release #1 match", change_match}));
-    EXPECT_EQ(run(), (Journal{"release #2 match", change_match}));
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    EXPECT_EQ(run(), (Journal{"release #1 match", change_match, too_little}));
+    EXPECT_EQ(install(bus.last(), messages.reply("")), taken);
+    EXPECT_EQ(run(), (Journal{query, too_little}));
+    EXPECT_EQ(run(), (Journal{"release #3 Get", query, too_little}));
     EXPECT_TRUE(match_held());
-}
-
-TEST_F(PowerMonitorTest, AsksForTheValueOnceTheMatchIsInstalled) {
-    make();
-    ask();
-    EXPECT_EQ(bus.last().bus, messages.bus());
-    EXPECT_EQ(bus.last().slot_field, LayoutProbe::call_slot_field(**monitor));
-    EXPECT_EQ(bus.last().userdata, &**monitor);
-    EXPECT_NE(bus.last().callback, bus.sending(1).callback);
-    EXPECT_TRUE(match_held());
-}
-
-TEST_F(PowerMonitorTest, CancelsItsQuestionAndAsksAnewWhenItIsRunBeforeTheAnswer) {
-    make();
-    ask();
-    EXPECT_EQ(run(), (Journal{"release #2 Get", query}));
-    EXPECT_EQ(run(), (Journal{"release #3 Get", query}));
     EXPECT_TRUE(call_pending());
 }
 
-TEST_F(PowerMonitorTest, SendsNothingMoreOnceItHasTheValue) {
-    make();
-    watch(7.0);
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_TRUE(match_held());
-    EXPECT_TRUE(call_pending()) << "the answered call is given up with the block";
-    EXPECT_EQ(bus.count(), 2U);
-}
-
-TEST_F(PowerMonitorTest, PublishesItsOutcomeInEveryRun) {
+TEST_F(PowerMonitorTest, SaysWhatCouldNotBeSentAndTriesAgainInTheNextRun) {
     make(5.0);
-    EXPECT_EQ(outcome(), true);
-    EXPECT_EQ(outcome(), true) << "while the match is being installed";
-    EXPECT_EQ(bus.take_journal().back(), change_match);
-    install(bus.last(), messages.reply(""));
-    EXPECT_EQ(published(), std::nullopt) << "a callback published";
-    EXPECT_EQ(outcome(), true) << "while the value is asked for";
-    EXPECT_EQ(bus.take_journal(), (Journal{query}));
-    deliver(bus.last(), messages.reply("v", "d", 4.0));
-    EXPECT_EQ(published(), std::nullopt);
-    EXPECT_EQ(outcome(), false);
-    EXPECT_EQ(outcome(), false) << "the same outcome again";
-}
-
-TEST_F(PowerMonitorTest, SaysThatTheMatchCouldNotBeSentAndTriesAgainOnTheNextRun) {
-    make(5.0);
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{change_match}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to send properties changed signal handler request: "
-                                 "Operation not permitted"}));
+    bus.answer_next({1, -ENOTCONN, 1, 1, -EPERM});
+    EXPECT_EQ(run(), (Journal{change_match, enough}));
+    EXPECT_EQ(run(), (Journal{"release #1 match", change_match,
+                              "1 Failed to send properties changed signal handler request: "
+                              "Transport endpoint is not connected",
+                              enough}));
     EXPECT_FALSE(match_held());
-    EXPECT_FALSE(monitor->woken()) << "the next run comes for another reason";
-    EXPECT_EQ(published(), true);
-    EXPECT_EQ(failures(), 0);
-    match();
-}
-
-TEST_F(PowerMonitorTest, SaysThatTheQuestionCouldNotBeSentAndTriesAgainOnTheNextRun) {
-    make(5.0);
-    match();
-    bus.answer_next({-EPERM});
-    EXPECT_EQ(run(), (Journal{query}));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to query PowerReceived: Operation not permitted"}));
+    EXPECT_EQ(run(), (Journal{change_match, enough}));
+    EXPECT_EQ(install(bus.last(), messages.reply("")), taken);
+    EXPECT_EQ(run(), (Journal{query, enough}));
+    EXPECT_EQ(run(), (Journal{"release #4 Get", query,
+                              "1 Failed to query PowerReceived: Operation not permitted", enough}));
     EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(published(), true);
+    EXPECT_EQ(run(), (Journal{query, enough}));
     EXPECT_EQ(failures(), 0);
-    EXPECT_EQ(run(), (Journal{query}));
-}
-
-TEST_F(PowerMonitorTest, LosesTheEarlierMatchAlsoWhenTheNextCannotBeSent) {
-    make();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    bus.answer_next({-ENOTCONN});
-    EXPECT_EQ(run(), (Journal{"release #1 match", change_match}));
-    EXPECT_EQ(log.take().size(), 1U);
-    EXPECT_FALSE(match_held());
-    EXPECT_EQ(run(), (Journal{change_match}));
 }
 
 TEST_F(PowerMonitorTest, TakesAResultOfZeroFromSdBusForSuccess) {
-    make();
     bus.answer_next({0, 0});
     watch(7.0);
 }
 
-TEST_F(PowerMonitorTest, GivesItsMatchAndThenItsCallUpWhenStopped) {
-    make();
-    ask();
-    (*monitor)->stop();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match", "release #2 Get"}));
-    EXPECT_FALSE(match_held());
-    EXPECT_FALSE(call_pending());
-    EXPECT_FALSE(monitor->woken());
-    (*monitor)->stop();
-    monitor.reset();
-    EXPECT_EQ(bus.take_journal(), Journal{});
+TEST_F(PowerMonitorTest, TakesTheConnectionAnewAtEachUse) {
+    match();
+    recorders.tools.use_bus(other_bus());
+    EXPECT_EQ(run(), (Journal{query, too_little}));
+    EXPECT_EQ(bus.sending(1).bus, messages.bus());
+    EXPECT_EQ(bus.sending(2).bus, other_bus());
 }
 
-TEST_F(PowerMonitorTest, CanBeStoppedBeforeItsFirstRun) {
-    make();
-    (*monitor)->stop();
-    EXPECT_EQ(bus.take_journal(), Journal{});
+TEST_F(PowerMonitorTest, IsStoppedBeforeItGivesItsMatchAndThenItsCallUp) {
+    ask();
+    remark([this] { return LayoutProbe::stopped(block()); });
+    EXPECT_EQ(stop(), (Journal{"release #1 match | true", "release #2 Get | true"}));
+    EXPECT_FALSE(match_held());
+    EXPECT_FALSE(call_pending());
+    EXPECT_EQ(stop(), Journal{});
+    EXPECT_EQ(destroy(), Journal{});
 }
 
 TEST_F(PowerMonitorTest, GivesItsCallAndThenItsMatchUpWhenDestroyed) {
-    make();
     ask();
-    monitor.reset();
-    EXPECT_EQ(bus.take_journal(), (Journal{"release #2 Get", "release #1 match"}));
+    EXPECT_EQ(destroy(), (Journal{"release #2 Get", "release #1 match"}));
 }
 
 TEST_F(PowerMonitorTest, GoesOnWhereItWasWhenItIsRunAfterAStop) {
     make();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    (*monitor)->stop();
-    (void)bus.take_journal();
-    EXPECT_EQ(run(), (Journal{change_match}));
-    install(bus.last(), messages.reply(""));
-    EXPECT_EQ(run(), (Journal{query}));
-    (*monitor)->stop();
-    (void)bus.take_journal();
-    EXPECT_EQ(run(), (Journal{query})) << "the match counts as installed";
-    deliver(bus.last(), messages.reply("v", "d", 7.0));
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(published(), true);
-    EXPECT_FALSE(monitor->woken());
+    EXPECT_EQ(stop(), Journal{});
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    EXPECT_EQ(stop(), Journal{"release #1 match"});
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    EXPECT_EQ(install(bus.last(), messages.reply("")), answered());
+    EXPECT_EQ(run(), (Journal{query, too_little}));
+    EXPECT_EQ(stop(), (Journal{"release #2 match", "release #3 Get"}));
+    EXPECT_EQ(run(), (Journal{query, too_little})) << "the match counts as installed";
 }
 
 TEST_F(PowerMonitorTest, KeepsWhatComesLateButIsNotWokenOnceItIsStopped) {
-    make();
     ask();
-    (*monitor)->stop();
-    (void)bus.take_journal();
-    install(bus.sending(1), messages.reply(""));
-    deliver(bus.sending(2), messages.reply("v", "d", 7.0));
+    EXPECT_EQ(stop().size(), 2U);
+    EXPECT_EQ(install(bus.sending(1), messages.reply(""), denied),
+              answered({"1 Failed to add match for PowerReceived: not you"}));
+    EXPECT_EQ(deliver(bus.sending(2), messages.reply(""), denied),
+              answered({"1 Failed to get PowerReceived: not you"}));
+    EXPECT_EQ(failures(), 2) << "they are counted all the same";
+    EXPECT_EQ(install(bus.sending(1), messages.reply("")), answered());
+    EXPECT_EQ(deliver(bus.sending(2), messages.reply("v", "d", 7.0)), answered());
     EXPECT_EQ(received(), 7.0);
-    deliver(bus.sending(1), change(1, "PowerReceived", "d", 8.0));
+    EXPECT_EQ(change(8.0), answered());
     EXPECT_EQ(received(), 8.0);
-    EXPECT_FALSE(monitor->woken());
-    EXPECT_EQ(run(), Journal{}) << "the late value counts";
-    EXPECT_EQ(published(), true);
+    EXPECT_EQ(run(), Journal{enough}) << "the late value counts";
 }
 
-TEST_F(PowerMonitorTest, IsNotWokenByFailuresOnceItIsStopped) {
+/// Looks at what a monitor knows at each effect: whether its match counts, whether it has been
+/// answered, the power, and the failures.
+class PowerMonitorReplyTest : public PowerMonitorTest {
+  protected:
+    void look() {
+        remark([this] {
+            return std::tuple(LayoutProbe::match_added(block()),
+                              LayoutProbe::value_received(block()), received(), failures());
+        });
+    }
+    /// Whether a failure, which is logged in one line, makes the block wake itself.
+    static bool wakes(const Journal& effects) {
+        EXPECT_EQ(effects.back(), "returns -22");
+        return effects.size() == 4;
+    }
+};
+
+TEST_F(PowerMonitorReplyTest, AreTakenBeforeTheBlockIsWokenAndAnswers) {
+    make(5.0);
+    EXPECT_EQ(run(), (Journal{change_match, enough}));
+    look();
+    for (const support::Message& reply :
+         {messages.reply("s", "more"), messages.error("com.example.Error", "too many")}) {
+        EXPECT_EQ(install(bus.last(), reply),
+                  (Journal{fired + " | (true, false, 5, 0)", answer + " | (true, false, 5, 0)",
+                           "returns -22"}));
+        EXPECT_EQ(bus.answered(), reply);
+    }
+    EXPECT_EQ(run().front(), query + " | (true, false, 5, 0)");
+    const support::Message value = messages.reply("v", "d", 4.0);
+    EXPECT_EQ(deliver(bus.last(), value),
+              (Journal{fired + " | (true, true, 4, 0)", answer + " | (true, true, 4, 0)",
+                       "returns -22"}));
+    EXPECT_EQ(bus.answered(), value);
+}
+
+TEST_F(PowerMonitorReplyTest, AreTakenWithANamelessErrorArgument) {
     make();
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    EXPECT_EQ(install(bus.last(), messages.reply(""), support::nameless), taken);
+    EXPECT_EQ(run(), (Journal{query, too_little}));
+    EXPECT_EQ(deliver(bus.last(), messages.reply("v", "d", 7.0), support::nameless), taken);
+    EXPECT_EQ(change(8.0, support::nameless), taken);
+    EXPECT_EQ(run(), Journal{enough});
+}
+
+TEST_F(PowerMonitorReplyTest, AreNotTakenWithASetErrorArgument) {
+    make();
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    look();
+    EXPECT_EQ(install(bus.last(), messages.reply(""), denied),
+              (Journal{"1 Failed to add match for PowerReceived: not you | (false, false, 0, 0)",
+                       fired + " | (false, false, 0, 1)", answer + " | (false, false, 0, 1)",
+                       "returns -22"}));
+    journal.remark_with({});
+    EXPECT_EQ(install(bus.last(), messages.reply(""), support::silent),
+              answered({"1 Failed to add match for PowerReceived: ", fired}));
+    EXPECT_EQ(run(), (Journal{"release #1 match", change_match, too_little}));
+    EXPECT_EQ(install(bus.last(), messages.reply("")), taken);
+    EXPECT_EQ(run(), (Journal{query, too_little}));
+    (void)readings();
+    look();
+    EXPECT_EQ(deliver(bus.last(), messages.reply("v", "d", 4.0), denied),
+              (Journal{"1 Failed to get PowerReceived: not you | (true, false, 0, 0)",
+                       fired + " | (true, false, 0, 1)", answer + " | (true, false, 0, 1)",
+                       "returns -22"}));
+    EXPECT_EQ(readings(), Journal{});
+    journal.remark_with({});
+    EXPECT_EQ(deliver(bus.last(), messages.reply(""), support::silent),
+              answered({"1 Failed to get PowerReceived: ", fired}));
+    EXPECT_EQ(run(), (Journal{"release #3 Get", query, too_little}));
+}
+
+TEST_F(PowerMonitorReplyTest, AreAskedForAgainWhenTheyCannotBeRead) {
     ask();
-    (*monitor)->stop();
-    (void)bus.take_journal();
-    install(bus.sending(1), messages.reply(""), denied);
-    deliver(bus.sending(2), messages.reply(""), denied);
-    deliver(bus.sending(2), messages.reply(""));
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to add match for PowerReceived: not you",
-                                 "1 Failed to get PowerReceived: not you",
-                                 "1 Failed to read value of PowerReceived: "
-                                 "No such device or address"}));
-    EXPECT_EQ(failures(), 3) << "they are counted all the same";
-    EXPECT_FALSE(monitor->woken());
+    look();
+    int failed = 0;
+    const auto fail = [&](const support::MakeMessage& make,
+                          const std::string& reason = "No such device or address") {
+        const std::string now = " | (true, false, 0, " + std::to_string(++failed) + ")";
+        EXPECT_EQ(deliver(bus.last(), make(messages)),
+                  (Journal{fired + now, "1 Failed to read value of PowerReceived: " + reason + now,
+                           answer + now, "returns -22"}));
+    };
+    fail(support::reply_of(""));
+    fail(support::reply_of("d", 4.0));
+    fail(support::reply_of("v", "i", 4));
+    fail(support::reply_of("v", "s", "much"));
+    fail(support::error_of("org.freedesktop.DBus.Error.ServiceUnknown", "nobody there"));
+    bus.make_up(MessageFunction::read, {0});
+    fail(support::reply_of("v", "d", 4.0), "Success");
+    journal.remark_with({});
+    EXPECT_EQ(run(), (Journal{"release #2 Get", query, too_little}));
+}
+
+TEST_F(PowerMonitorReplyTest, AreTakenWhateverTheirValueIs) {
+    for (const double power : {0.0, -1.0, infinity, not_a_number}) {
+        watch(power);
+        EXPECT_EQ(run(), Journal{power > 5.0 ? enough : too_little}) << power;
+    }
+}
+
+TEST_F(PowerMonitorReplyTest, AreTakenFromAnErrorWhoseBodyIsAValue) {
+    ask();
+    EXPECT_EQ(deliver(bus.last(), messages.error_with_body("a.Error", "v", "d", 7.0)), taken);
+    EXPECT_EQ(received(), 7.0);
+    bus.make_up(MessageFunction::read, {1});
+    EXPECT_EQ(deliver(bus.last(), messages.reply("v", "d", 4.0)), taken);
+    EXPECT_EQ(received(), 0.0) << "what a read leaves alone is zero";
+}
+
+TEST_F(PowerMonitorReplyTest, NoLongerWakeTheBlockAfterElevenFailuresInARow) {
+    ask();
+    const auto fail = [this](int failure) {
+        switch (failure % 3) {
+            case 0:
+                return install(bus.sending(1), messages.reply(""), denied);
+            case 1:
+                return deliver(bus.sending(2), messages.reply(""), denied);
+            default:
+                return deliver(bus.sending(2), messages.reply(""));
+        }
+    };
+    for (int series = 0; series < 3; ++series) {
+        for (int failure = 1; failure <= 13; ++failure)
+            EXPECT_EQ(wakes(fail(series + failure)), failure <= 10) << failure;
+        EXPECT_EQ(failures(), 13);
+        if (series == 0)
+            EXPECT_EQ(install(bus.sending(1), messages.reply("")), taken);
+        else
+            EXPECT_EQ(deliver(bus.sending(2), messages.reply("v", "d", 4.0)), taken);
+        EXPECT_EQ(failures(), 0) << "a success begins a new count";
+    }
+}
+
+TEST_F(PowerMonitorReplyTest, GiveTheResultOfTheirAnswersBack) {
+    make();
+    EXPECT_EQ(run(), (Journal{change_match, too_little}));
+    bus.make_up(MessageFunction::reply_method_return, {3, 4, 5, 6, 7, 8});
+    EXPECT_EQ(install(bus.sending(1), messages.reply(""), denied).back(), "returns 3");
+    EXPECT_EQ(install(bus.sending(1), messages.reply("")).back(), "returns 4");
+    EXPECT_EQ(change(5.0).back(), "returns 5");
+    EXPECT_EQ(run(), (Journal{query, enough}));
+    EXPECT_EQ(deliver(bus.last(), messages.reply(""), denied).back(), "returns 6");
+    EXPECT_EQ(deliver(bus.last(), messages.reply("")).back(), "returns 7");
+    EXPECT_EQ(deliver(bus.last(), messages.reply("v", "d", 1.0)).back(), "returns 8");
 }
 
 }  // namespace

@@ -1,73 +1,59 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <string>
-#include <vector>
 
-#include "tests/support/block_driver.hpp"
-#include "tests/support/layout_probe.hpp"
+#include "tests/unit/block_fixture.hpp"
 
 namespace overlay_test {
 
-using blocks::LayoutProbe;
 using blocks::PrioritizedTextOverlaySetter;
-using Journal = std::vector<std::string>;
-using Lines = std::vector<std::string>;
+using support::Journal;
 
 /// A call of the overlay service, with its arguments.
 inline std::string overlay_call(const std::string& call) {
-    return "call com.tarlo.PrioritizedTextOverlay /com/tarlo/PrioritizedTextOverlay/1 "
-           "com.tarlo.PrioritizedTextOverlay " +
-           call;
+    return support::service_call("com.tarlo.PrioritizedTextOverlay",
+                                 "/com/tarlo/PrioritizedTextOverlay/1", call);
 }
 
-// What a block with the text "Smoke" sends.
+// The calls of a block with the text "Smoke".
 inline std::string set(const std::string& duration) {
     return overlay_call("Set(s \"Smoke\", u " + duration + ")");
 }
 inline const std::string unset = "blocking " + overlay_call("Unset(s \"Smoke\")");
 
-class PrioritizedTextOverlaySetterTest : public support::BlockTest {
+/// The effects of a removal of the text that succeeds without a reply.
+inline const Journal removal{unset, "free the error"};
+
+class PrioritizedTextOverlaySetterTest
+    : public support::BlockFixture<PrioritizedTextOverlaySetter> {
   protected:
     void make(int duration) {
         make_with({{"prio_text_overlay", {"Smoke"}}, {"duration", duration}});
     }
     void make_with(const Fenwa::BlockConfiguration& config) {
-        setter.emplace(recorders.tools, "setter", config);
-        EXPECT_EQ(bus.take_journal(), Journal{});
-        EXPECT_FALSE(setter->woken());
+        build("setter", support::observed(config));
+        EXPECT_EQ(take(),
+                  (Journal{"string prio_text_overlay or a default", "int duration or a default"}));
     }
 
-    /// Starts the block. @returns what it sends then.
-    Journal start() {
-        (*setter)->start();
-        return bus.take_journal();
-    }
-    /// Answers the call sent last, which the block gives up then.
-    void answer(sd_bus_message* reply) {
-        EXPECT_EQ(bus.last().deliver(reply), 0);
-        EXPECT_EQ(bus.take_journal(), (Journal{bus.last().release_text}));
-        EXPECT_FALSE(call_pending());
-    }
-    /// Puts a text without a limited duration on the video.
-    void show() {
+    // Each takes a block without a limited duration one step further.
+
+    /// The request is sending 1.
+    void request() {
         make(0);
-        EXPECT_EQ(start(), (Journal{set("0")}));
-        answer(messages.reply(""));
+        EXPECT_EQ(start(), Journal{set("0")});
+    }
+    /// Puts the text on the video.
+    void show() {
+        request();
+        EXPECT_EQ(answer(1), Journal{"release #1 Set"});
         EXPECT_TRUE(overlay_set());
     }
-    /// Destroys the block. @returns what it sends and gives up then.
-    Journal destroy() {
-        setter.reset();
-        return bus.take_journal();
+
+    Journal answer(std::size_t sending) {
+        return deliver(bus.sending(sending), messages.reply(""));
     }
-
-    [[nodiscard]] bool overlay_set() { return LayoutProbe::overlay_set(**setter); }
-    [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(**setter) != nullptr; }
-
-    std::optional<support::BlockDriver<PrioritizedTextOverlaySetter>> setter;
+    [[nodiscard]] bool overlay_set() { return LayoutProbe::overlay_set(block()); }
 };
 
 }  // namespace overlay_test

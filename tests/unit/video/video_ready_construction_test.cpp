@@ -1,160 +1,124 @@
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 
-#include "tests/support/configuration_recorder.hpp"
 #include "tests/support/silent_bus_error.hpp"
 #include "tests/unit/video/video_ready_fixture.hpp"
 
 namespace {
 
 using namespace ready_test;
-using support::Settings;
 
-const Settings signals{{"no_video_at_startup", true}};
-const Settings stays_silent{{"no_video_at_startup", false}};
+const std::string released = "release the reply to GetUnitFileState";
 
-/// Looks at what a block makes of its unit when it is built.
-class VideoReadyUnitTest : public VideoReadyTest {
-  protected:
-    /// The block never signals, whatever happens, and says so in its settings.
-    void expect_silence() {
-        EXPECT_EQ(settings(), stays_silent);
-        EXPECT_EQ(start(), Journal{});
-        EXPECT_EQ(run(), Journal{});
-        rotate("rotation_vip0_in");
-        EXPECT_EQ(run_woken(), Journal{});
-        EXPECT_FALSE(block->woken());
-        EXPECT_TRUE(pending());
-    }
-};
-
-TEST_F(VideoReadyTest, HasTwoRotationInputsThatRunItAndAnEventPortThatItsConstructionDoesNotFire) {
+TEST_F(VideoReadyTest, HasTwoRotationInputsThatRunIt) {
     make();
-    EXPECT_EQ((*block)->get_inport_names(), (Journal{"rotation_vip0_in", "rotation_vip1_in"}));
-    for (const std::string& name : (*block)->get_inport_names()) {
-        const Fenwa::InPortInternal* const port = (*block)->get_inport(name);
+    for (const std::string& name : block().get_inport_names()) {
+        const Fenwa::InPortInternal* const port = block().get_inport(name);
         EXPECT_NE(dynamic_cast<const Fenwa::InPort<int>*>(port), nullptr) << name;
         EXPECT_EQ(port->datatype().path(), "/prefix/well-known.i/int") << name;
         EXPECT_TRUE(port->triggers()) << name;
     }
-    EXPECT_EQ((*block)->get_outport_names(), Journal{});
-    EXPECT_EQ(Fenwa::HostAccess::eventport_names(**block), (Journal{"resend"}));
-    EXPECT_EQ((*block)->get_name(), "ready");
-    EXPECT_FALSE(block->woken());
-    EXPECT_TRUE(pending());
-}
-
-TEST_F(VideoReadyTest, ReadsItsChannelWithoutADefault) {
-    const auto recorder = std::make_shared<support::ConfigurationRecorder>();
-    recorders.tools.reply_next(messages.reply("s", "enabled"));
-    build(Fenwa::ConfigurationAccess::observed({{"channel", 3}}, recorder));
-    EXPECT_EQ(recorder->reads, (Journal{"int channel"}));
-    EXPECT_EQ(Fenwa::ConfigurationAccess::entries(Fenwa::HostAccess::configuration(**block)).size(),
-              1U);
+    EXPECT_EQ(support::settings_of(Fenwa::HostAccess::configuration(block())).size(), 1U);
 }
 
 TEST_F(VideoReadyTest, NeedsAChannelBeforeItAsksTheBus) {
-    try {
-        block.emplace(recorders.tools, "ready", Fenwa::BlockConfiguration{});
-        FAIL() << "built without a channel";
-    } catch (const Fenwa::ConfigurationError& error) {
-        EXPECT_EQ(error.key(), "channel");
-        EXPECT_TRUE(error.missing());
-    }
+    expect_refused({}, "channel", true);
     for (const Fenwa::BlockConfiguration& config : std::initializer_list<Fenwa::BlockConfiguration>{
              {{"channel", {"0"}}}, {{"channel", 0.0}}, {{"channel", true}}})
-        EXPECT_THROW(block.emplace(recorders.tools, "ready", config), Fenwa::ConfigurationError);
+        expect_refused(config, "channel");
 }
 
-TEST_F(VideoReadyUnitTest, SignalsWhenItsUnitIsThere) {
-    for (const char* unit_state : {"enabled", "enabled-runtime", "static", "disabled", "linked",
-                                   "bad", "", "masked ", " masked", "MASKED", "Masked", "maske",
-                                   "masked-runtim", "masked-runtime ", "MASKED-RUNTIME"}) {
-        make(unit_state);
-        EXPECT_EQ(settings(), signals) << unit_state;
+/// How the look at the unit ends, its effects, and whether the block signals then.
+struct UnitCase : support::NamedCase {
+    std::function<void(support::Recorders&)> end_query;
+    Journal effects = {};
+    bool signals = false;
+};
+
+std::function<void(support::Recorders&)> state_is(const char* state) {
+    return [=](auto& with) { with.tools.reply_next(with.messages.reply("s", state)); };
+}
+
+class VideoReadyUnitTest : public VideoReadyTest, public testing::WithParamInterface<UnitCase> {};
+
+TEST_P(VideoReadyUnitTest, DecidesWhetherTheBlockEverSignals) {
+    GetParam().end_query(recorders);
+    make_with(GetParam().effects);
+    const bool signals = GetParam().signals;
+    EXPECT_EQ(settings(), (Settings{{"no_video_at_startup", signals}}));
+    if (signals)
         succeed_next();
-        EXPECT_EQ(start(), (Journal{signal_of("0")})) << unit_state;
-    }
+    EXPECT_EQ(start(), signals ? Journal{signal_sent} : Journal{});
+    EXPECT_EQ(settings(), (Settings{{"no_video_at_startup", signals}}));
+    EXPECT_EQ(pending(), !signals);
+    EXPECT_EQ(run(), only_looks);
+    rotate("rotation_vip0_in");
+    if (signals)
+        succeed_next();
+    EXPECT_EQ(run_woken(), signals ? (Journal{look_at_0, signal_sent}) : Journal{look_at_0});
 }
 
-TEST_F(VideoReadyUnitTest, SaysThatItsUnitIsMaskedAndStaysSilent) {
-    for (const char* unit_state : {"masked", "masked-runtime"}) {
-        make(unit_state);
-        EXPECT_EQ(log.take(), (Lines{"4 video-ready.service is masked, skipping it"}));
-        expect_silence();
-    }
-}
+const std::string masked = "4 video-ready.service is masked, skipping it";
+const std::string unreadable = "1 Failed to parse status of video-ready.service: ";
+const std::string nothing_there = unreadable + "No such device or address";
 
-TEST_F(VideoReadyUnitTest, StaysSilentWithoutALineWhenItsUnitIsUnknown) {
-    recorders.tools.throw_next(
-        Fenwa::SDBusError("org.freedesktop.DBus.Error.FileNotFound", "no such unit", -ENOENT));
-    build();
-    expect_silence();
-    recorders.tools.throw_next(support::SilentBusError());
-    build();
-    expect_silence();
-}
+const UnitCase unit_cases[] = {
+    {{"Enabled"}, state_is("enabled"), {released}, true},
+    {{"EnabledAtRunTime"}, state_is("enabled-runtime"), {released}, true},
+    {{"Static"}, state_is("static"), {released}, true},
+    {{"Disabled"}, state_is("disabled"), {released}, true},
+    {{"Bad"}, state_is("bad"), {released}, true},
+    {{"NoState"}, state_is(""), {released}, true},
+    {{"MaskedWithASpaceBehind"}, state_is("masked "), {released}, true},
+    {{"MaskedWithASpaceBefore"}, state_is(" masked"), {released}, true},
+    {{"InCapitals"}, state_is("MASKED"), {released}, true},
+    {{"NotQuiteMasked"}, state_is("maske"), {released}, true},
+    {{"NotQuiteMaskedAtRunTime"}, state_is("masked-runtim"), {released}, true},
+    {{"MaskedAtRunTimeWithASpace"}, state_is("masked-runtime "), {released}, true},
+    {{"AtRunTimeInCapitals"}, state_is("MASKED-RUNTIME"), {released}, true},
+    {{"Masked"}, state_is("masked"), {masked, released}},
+    {{"MaskedAtRunTime"}, state_is("masked-runtime"), {masked, released}},
+    {{"Unknown"},
+     [](auto& with) { with.tools.throw_next(Fenwa::SDBusError("a.Error", "no unit", -ENOENT)); }},
+    {{"UnknownWithAReply"},
+     [](auto& with) {
+         with.tools.throw_next(support::SilentBusError(), with.messages.reply("s", "enabled"));
+     },
+     {released}},
+    {{"NoReply"}, [](auto& with) { with.tools.return_next(); }, {unreadable + "Invalid argument"}},
+    {{"NoText"},
+     [](auto& with) { with.tools.reply_next(with.messages.reply("i", 5)); },
+     {nothing_there, released}},
+    {{"EmptyReply"},
+     [](auto& with) { with.tools.reply_next(with.messages.reply("")); },
+     {nothing_there, released}},
+    {{"FailingRead"},
+     [](auto& with) {
+         state_is("masked")(with);
+         with.bus.make_up(support::MessageFunction::read, {-EPERM});
+     },
+     {unreadable + "Operation not permitted", released}},
+    {{"ReadWithAResultOfZero"},
+     [](auto& with) {
+         state_is("enabled")(with);
+         with.bus.change_results(support::MessageFunction::read, {0});
+     },
+     {released},
+     true},
+};
 
-TEST_F(VideoReadyUnitTest, SaysThatItsUnitsStateCannotBeRead) {
-    recorders.tools.reply_next(messages.reply("i", 5));
-    build();
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to parse status of video-ready.service: "
-                                 "No such device or address"}));
-    expect_silence();
-    recorders.tools.reply_next(messages.reply(""));
-    build();
-    EXPECT_EQ(log.take(), (Lines{"1 Failed to parse status of video-ready.service: "
-                                 "No such device or address"}));
-    expect_silence();
-}
+INSTANTIATE_TEST_SUITE_P(States, VideoReadyUnitTest, testing::ValuesIn(unit_cases),
+                         support::case_name<UnitCase>);
 
-TEST_F(VideoReadyUnitTest, SaysTheSameWhenThereIsNoReply) {
-    recorders.tools.return_next();
-    build();
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to parse status of video-ready.service: Invalid argument"}));
-    expect_silence();
-}
-
-TEST_F(VideoReadyUnitTest, DoesNotBelieveAStateWhoseReadingFailed) {
-    bus.make_up(support::MessageFunction::read, {-EPERM});
-    make("masked");
-    EXPECT_EQ(log.take(),
-              (Lines{"1 Failed to parse status of video-ready.service: Operation not permitted"}));
-    expect_silence();
-}
-
-TEST_F(VideoReadyUnitTest, TakesAResultOfZeroForAStateThatWasRead) {
-    bus.change_results(support::MessageFunction::read, {0});
-    make("enabled");
-    EXPECT_EQ(settings(), signals);
-}
-
-TEST_F(VideoReadyUnitTest, LetsAnyOtherExceptionOutAndReleasesTheReply) {
+TEST_F(VideoReadyTest, LetsAnyOtherExceptionOutOfItsConstructionAndReleasesTheReply) {
+    const Fenwa::BlockConfiguration config{{"channel", 0}};
     recorders.tools.throw_next(std::runtime_error("something else"),
                                messages.reply("s", "enabled"));
-    EXPECT_THROW(build(), std::runtime_error);
-    EXPECT_EQ(bus.take_journal(), (Journal{unit_query}));
+    EXPECT_THROW(build("ready", config), std::runtime_error);
     EXPECT_EQ(bus.replies_held(), 0U);
     recorders.tools.throw_next(5);
-    EXPECT_THROW(build(), int);
-    EXPECT_EQ(bus.take_journal(), (Journal{unit_query}));
-}
-
-TEST_F(VideoReadyUnitTest, ReleasesAReplyThatCameWithAFailure) {
-    recorders.tools.throw_next(support::SilentBusError(), messages.reply("s", "enabled"));
-    build();
-    expect_silence();
-}
-
-TEST_F(VideoReadyUnitTest, HandsTheSameToTheFrameworkAtAnyTime) {
-    make();
-    EXPECT_EQ(settings(), signals);
-    succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    EXPECT_EQ(settings(), signals);
-    EXPECT_EQ(bus.take_journal(), Journal{});
+    EXPECT_THROW(build("ready", config), int);
+    EXPECT_EQ(bus.take_journal(), Journal(2, unit_query));
 }
 
 }  // namespace

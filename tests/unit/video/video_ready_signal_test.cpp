@@ -9,15 +9,17 @@ namespace {
 
 using namespace ready_test;
 
-TEST_F(VideoReadyTest, SignalsWhenItStartsAndThenNoMore) {
-    make();
+const std::string line = "2 Failed to signal video enabled to : ";
+
+TEST_F(VideoReadyTest, SignalsWithEveryStartAndThenNoMore) {
+    settle();
+    EXPECT_EQ(run(), only_looks);
     succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
+    EXPECT_EQ(start(), Journal{signal_sent});
+    EXPECT_EQ(run(), only_looks);
     EXPECT_EQ(bus.replies_held(), 0U);
-    EXPECT_FALSE(pending());
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_EQ(run(), Journal{});
-    EXPECT_FALSE(block->woken());
+    EXPECT_EQ(stop(), Journal{"Block::stop"});
+    EXPECT_EQ(destroy(), Journal{});
 }
 
 TEST_F(VideoReadyTest, NamesTheObjectAfterItsChannel) {
@@ -28,121 +30,79 @@ TEST_F(VideoReadyTest, NamesTheObjectAfterItsChannel) {
                                         {-2147483647 - 1, "-2147483648"}}) {
         make("enabled", channel);
         succeed_next();
-        EXPECT_EQ(start(), (Journal{signal_of(text)}));
+        EXPECT_EQ(start(), Journal{signal_of(text)});
     }
 }
 
-TEST_F(VideoReadyTest, SignalsInItsFirstRunWhenItWasNotStarted) {
+TEST_F(VideoReadyTest, SignalsInItsFirstRunWhenItWasNotStartedAlsoAfterAStop) {
     make();
+    EXPECT_EQ(stop(), Journal{"Block::stop"});
     succeed_next();
-    EXPECT_EQ(run(), (Journal{signal_of("0")}));
-    EXPECT_FALSE(pending());
-    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(run(), (Journal{look_at_0, look_at_1, signal_sent}));
+    EXPECT_EQ(run(), only_looks);
 }
 
-TEST_F(VideoReadyTest, SignalsWithEveryStart) {
-    make();
-    for (int again = 0; again < 3; ++again) {
+TEST_F(VideoReadyTest, SignalsOnceWhenEitherOrBothRotationsChange) {
+    settle();
+    const std::string first = "rotation_vip0_in";
+    const std::string second = "rotation_vip1_in";
+    for (const auto& [changed, effects] :
+         {std::pair{Journal{first}, Journal{look_at_0, signal_sent}},
+          {Journal{second}, Journal{look_at_0, look_at_1, signal_sent}},
+          {Journal{second, first}, Journal{look_at_0, signal_sent}}}) {
+        for (const std::string& port : changed)
+            rotate(port);
         succeed_next();
-        EXPECT_EQ(start(), (Journal{signal_of("0")}));
+        EXPECT_EQ(run_woken(), effects);
         EXPECT_FALSE(pending());
+        EXPECT_EQ(run(), only_looks);
     }
-}
-
-TEST_F(VideoReadyTest, SignalsAgainWhenEitherRotationChanges) {
-    make();
-    succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    for (const char* port : {"rotation_vip0_in", "rotation_vip1_in", "rotation_vip0_in"}) {
-        rotate(port);
-        succeed_next();
-        EXPECT_EQ(run_woken(), (Journal{signal_of("0")})) << port;
-        EXPECT_FALSE(pending());
-        EXPECT_EQ(run(), Journal{}) << port;
-    }
-}
-
-TEST_F(VideoReadyTest, SignalsOnceWhenBothRotationsChange) {
-    make();
-    succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    rotate("rotation_vip1_in");
-    rotate("rotation_vip0_in");
-    succeed_next();
-    EXPECT_EQ(run_woken(), (Journal{signal_of("0")}));
-    EXPECT_EQ(run(), Journal{});
 }
 
 TEST_F(VideoReadyTest, SignalsAgainInEachRunUntilACallSucceeds) {
-    make();
-    fail_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    expect_failure_line();
-    EXPECT_TRUE(pending());
+    settle();
+    rotate("rotation_vip1_in");
+    remark([this] { return pending(); });
     for (int again = 0; again < 3; ++again) {
         fail_next();
-        EXPECT_EQ(run_woken(), (Journal{signal_of("0")}));
-        expect_failure_line();
-        EXPECT_TRUE(pending());
+        const std::string before = again == 0 ? " | false" : " | true";
+        EXPECT_EQ(run_woken(),
+                  (Journal{look_at_0 + before, look_at_1 + before, signal_sent + " | true",
+                           line + "a.Error: nobody there | true", "fire resend | true"}));
     }
+    journal.remark_with({});
     succeed_next();
-    EXPECT_EQ(run_woken(), (Journal{signal_of("0")}));
-    EXPECT_FALSE(pending());
-    EXPECT_FALSE(block->woken());
-    EXPECT_EQ(run(), Journal{});
+    EXPECT_EQ(run_woken(), (Journal{look_at_0, look_at_1, signal_sent}));
+    EXPECT_EQ(run(), only_looks);
 }
 
-TEST_F(VideoReadyTest, SignalsAgainWhenACallForARotationFailed) {
-    make();
-    succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    rotate("rotation_vip1_in");
-    fail_next();
-    EXPECT_EQ(run_woken(), (Journal{signal_of("0")}));
-    expect_failure_line();
-    EXPECT_TRUE(pending());
-    succeed_next();
-    EXPECT_EQ(run_woken(), (Journal{signal_of("0")})) << "woken by its own event";
+TEST_F(VideoReadyTest, DoesNotSignalBecauseItsOwnEventWasFired) {
+    settle();
+    LayoutProbe::resend(block()).fire();
+    EXPECT_EQ(run_woken(), only_looks);
 }
 
 TEST_F(VideoReadyTest, EndsTheLineWithThePrefixWhenTheFailureHasNoText) {
     make();
     recorders.tools.throw_next(support::SilentBusError());
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
-    EXPECT_EQ(log.take(), (Lines{"2 Failed to signal video enabled to : "}));
-    EXPECT_TRUE(block->woken());
+    EXPECT_EQ(start(), (Journal{signal_sent, line, "fire resend"}));
 }
 
 TEST_F(VideoReadyTest, LetsAnyOtherExceptionOutAndStillOwesTheSignal) {
     make();
     recorders.tools.throw_next(std::runtime_error("something else"));
-    EXPECT_THROW((*block)->start(), std::runtime_error);
+    EXPECT_THROW(start(), std::runtime_error);
     EXPECT_TRUE(pending());
     recorders.tools.throw_next(5);
-    EXPECT_THROW((void)(*block)->run(), int);
-    EXPECT_TRUE(pending());
-    EXPECT_FALSE(block->woken()) << "nothing asks for another run";
-    EXPECT_EQ(bus.take_journal(), Journal(2, signal_of("0")));
-    succeed_next();
-    EXPECT_EQ(run(), (Journal{signal_of("0")}));
-}
-
-TEST_F(VideoReadyTest, OwesTheSignalAlsoWhenAnExceptionCameAfterARotation) {
-    make();
-    succeed_next();
-    EXPECT_EQ(start(), (Journal{signal_of("0")}));
+    EXPECT_THROW(run(), int);
+    EXPECT_EQ(take(), (Journal{signal_sent, look_at_0, look_at_1, signal_sent}))
+        << "nothing asks for another run";
+    settle();
     rotate("rotation_vip0_in");
     recorders.tools.throw_next(std::runtime_error("something else"));
-    EXPECT_THROW((void)block->run_woken(), std::runtime_error);
+    EXPECT_THROW(run_woken(), std::runtime_error);
     EXPECT_TRUE(pending());
-    EXPECT_EQ(bus.take_journal(), (Journal{signal_of("0")}));
-}
-
-TEST_F(VideoReadyTest, SendsNothingWhenItIsStoppedOrDestroyed) {
-    make();
-    (*block)->stop();
-    block.reset();
-    EXPECT_EQ(bus.take_journal(), Journal{});
+    EXPECT_EQ(take(), (Journal{look_at_0, signal_sent}));
 }
 
 }  // namespace
