@@ -17,7 +17,7 @@
 #include "tests/support/layout_probe.hpp"
 #include "tests/support/settings.hpp"
 
-/// What the tests of all blocks share.
+/// Shared by the tests of all blocks.
 namespace support {
 
 using Journal = std::vector<std::string>;
@@ -26,13 +26,12 @@ using Lines = std::vector<std::string>;
 inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 inline constexpr double infinity = std::numeric_limits<double>::infinity();
 
-// What sd-bus never fills an error argument with, beside `denied`; a callback reads it all the
-// same.
+// Error arguments that sd-bus never passes, like `denied`; a callback reads them all the same.
 inline constexpr sd_bus_error silent =
     SD_BUS_ERROR_MAKE_CONST("org.freedesktop.DBus.Error.NoReply", nullptr);
 inline constexpr sd_bus_error nameless = SD_BUS_ERROR_MAKE_CONST(nullptr, "a message alone");
 
-/// What a callback or constructor does that wakes its block and no more.
+/// The effects of a callback that only wakes its block.
 inline const Journal wake_up{"fire event_port"};
 /// The last entry for a callback that returns this.
 inline std::string returns(int result) {
@@ -89,9 +88,8 @@ std::string case_name(const testing::TestParamInfo<Case>& row) {
     return row.param.name;
 }
 
-/// Base of the tests of one type of block. What a block does is compared whole: an operation
-/// returns all its effects in their order, and "returns R" behind them where a callback returns
-/// another number than 0.
+/// Base of the tests of one type of block. Effects are compared whole: each operation returns all
+/// of its effects in their order, then `returns(R)` if a callback returns an R other than 0.
 template <class T>
 class BlockFixture : public BlockTest {
   protected:
@@ -108,7 +106,7 @@ class BlockFixture : public BlockTest {
     /// Whether the block has asked to be run since the last time. Takes its fires.
     [[nodiscard]] bool woken() { return driver_->woken(); }
 
-    /// All effects of `act`, without those before it that no test has to look at.
+    /// All effects of `act`. Drops earlier effects that no test has to look at.
     template <class Act>
     [[nodiscard]] Journal effects_of(Act act) {
         (void)journal.take(effect::all & ~effect::to_be_seen);
@@ -152,20 +150,20 @@ class BlockFixture : public BlockTest {
         return effects_of([&] { return sending.install(reply, error); });
     }
 
-    /// This call or match is on the connection of the tools, has its slot in this field and calls
-    /// `userdata` back.
+    /// Checks a call or match: its connection is that of the tools, its slot is in `field`, its
+    /// callbacks get `userdata`.
     void expect_handed_over(const Sending& sending, sd_bus_slot** field, const void* userdata) {
         EXPECT_EQ(sending.bus, recorders.tools.get_bus());
         EXPECT_EQ(sending.slot_field, field);
         EXPECT_EQ(sending.userdata, userdata);
     }
-    /// The same of the one sent last.
+    /// The same for the last sending.
     void expect_handed_over(sd_bus_slot** field, const void* userdata) {
         expect_handed_over(bus.last(), field, userdata);
     }
 
-    /// Hands a callback what it cannot use: each message gives one line and changes nothing.
-    /// @param usable what it could use, but for a set error argument or a read that fails.
+    /// Calls a callback with messages that it cannot use: each has one log line as its only effect.
+    /// @param usable a message that it can use without a set error argument or a failing read.
     /// @param error_line the line for a set error argument, without its message.
     /// @param body_line the line for a body that cannot be read, without the errno's text.
     void expect_only_lines(const Sending& sending, sd_bus_message* usable,
@@ -183,7 +181,7 @@ class BlockFixture : public BlockTest {
             EXPECT_EQ(deliver(sending, make(messages)), unreadable);
     }
 
-    /// A block with this configuration is not built, because of this key.
+    /// Checks that the constructor refuses a configuration because of `key`.
     void expect_refused(const Fenwa::BlockConfiguration& config, const std::string& key,
                         bool missing = false) {
         try {
@@ -196,7 +194,7 @@ class BlockFixture : public BlockTest {
     }
     [[nodiscard]] Settings settings() { return settings_of(block().setup({})); }
 
-    /// The output of this name, with values of this type.
+    /// The output `name`, whose values have the type `Value`.
     template <class Value>
     [[nodiscard]] Fenwa::OutPort<Value>& output(const std::string& name) {
         return *dynamic_cast<Fenwa::OutPort<Value>*>(block().get_outport(name));

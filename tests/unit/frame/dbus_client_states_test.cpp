@@ -16,7 +16,7 @@ std::string state_name(int state) {
 
 const auto every_state = testing::Range(0, first_unknown_state + 2);
 
-/// Puts a client that has asked for the owner into some state.
+/// A client that has asked for the owner, put into any state.
 class DBusClientInStateTest : public DBusClientTest {
   protected:
     void begin(int state) {
@@ -24,7 +24,7 @@ class DBusClientInStateTest : public DBusClientTest {
         LayoutProbe::state(block()) = before_ = static_cast<OwnerState>(state);
         remark_fires();
     }
-    /// A run on another thread may begin as soon as the port is fired, in the state of that moment.
+    /// Another thread may run the client as soon as the port is fired, in the state of that moment.
     void remark_fires() {
         journal.remark_with([this](const std::string& entry) {
             return entry.starts_with("fire")
@@ -32,7 +32,7 @@ class DBusClientInStateTest : public DBusClientTest {
                        : "";
         });
     }
-    /// What wakes the block unless it is stopped, and leaves its state.
+    /// The effects of a wake-up that a stopped client ignores.
     [[nodiscard]] Journal wake_up_unless_stopped() const {
         if (before_ == OwnerState::Stopped)
             return {};
@@ -44,12 +44,12 @@ class DBusClientInStateTest : public DBusClientTest {
 
 enum class Callback { installed, answered, changed };
 
-/// What reaches a client, and all that comes of it, whatever its state is.
+/// A message for a client, and its effects, which are the same in every state.
 struct Arrival : NamedCase {
     Callback callback;
     MakeMessage message;
     Journal effects;
-    std::optional<OwnerState> after;  ///< none where the state stays
+    std::optional<OwnerState> after;  ///< none if the state stays
 };
 
 template <class... Values>
@@ -208,9 +208,9 @@ TEST_P(DBusClientInEveryStateTest, TakesOneStepInARun) {
             case OwnerState::MatchAdded:
                 return {OwnerState::QueryingOwner, {"release #2 GetNameOwner", question}};
             case OwnerState::OwnerAppeared:
-                return {OwnerState::Running, told};
+                return {OwnerState::Running, first_work};
             case OwnerState::Running:
-                return {OwnerState::Running, works};
+                return {OwnerState::Running, later_work};
             default:
                 return {before_, {}};
         }

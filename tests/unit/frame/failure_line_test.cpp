@@ -49,7 +49,7 @@ TEST_F(FailureLineTest, TakesTheTextOfAnErrorReplyFromItsBody) {
         << "a read that comes to nothing";
 }
 
-/// An exception that has nothing to say.
+/// An exception without a text.
 class SilentError : public std::exception {
   public:
     [[nodiscard]] const char* what() const noexcept override { return nullptr; }

@@ -13,7 +13,7 @@ using blocks::OwnerState;
 inline constexpr const char* followed_name = "com.example.Followed";
 inline const std::string question = owner_query(followed_name);
 
-/// A block that puts into the journal what its base tells it, with the state that it is told in.
+/// A block that records the calls of its base in the journal, with the state at that moment.
 class FollowingBlock final : public blocks::DBusClient {
   public:
     explicit FollowingBlock(const std::string& followed) : DBusClient(followed, "follower", {}) {}
@@ -38,29 +38,29 @@ class FollowingBlock final : public blocks::DBusClient {
     }
 };
 
-// What a run does in which the block is told of its service, and in which it was told before.
-inline const Journal told{"appeared in state 5", "work in state 6"};
-inline const Journal works{"work in state 6"};
+// The effects of a run right after the service has appeared, and of a later one.
+inline const Journal first_work{"appeared in state 5", "work in state 6"};
+inline const Journal later_work{"work in state 6"};
 
 class DBusClientTest : public BlockFixture<FollowingBlock> {
   protected:
     [[nodiscard]] OwnerState state() { return LayoutProbe::state(block()); }
 
-    /// Builds a client and brings it to the point where the match, its sending 1, is installed.
+    /// Builds a client and installs its match, sending 1.
     void install_match() {
         build(followed_name);
         EXPECT_EQ(run(), (Journal{owner_match}));
         EXPECT_EQ(install(bus.last(), messages.reply("")), wake_up);
         EXPECT_EQ(state(), OwnerState::MatchAdded);
     }
-    /// ... and from there to where the owner has been asked for in sending 2.
+    /// ... and has it ask for the owner, sending 2.
     void ask() {
         install_match();
         EXPECT_EQ(run(), (Journal{question}));
         EXPECT_EQ(state(), OwnerState::QueryingOwner);
         EXPECT_TRUE(woken());
     }
-    /// ... and answered.
+    /// ... and answers with an owner.
     void follow() {
         ask();
         EXPECT_EQ(deliver(bus.last(), messages.reply("s", ":1.5")),

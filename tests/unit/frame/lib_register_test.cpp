@@ -13,8 +13,8 @@ namespace {
 thread_local std::size_t allocations = 0;
 }  // namespace
 
-// Counts what the thread allocates; everything else is as ever. Not inlined, or an optimising
-// compiler takes malloc() and free() for a mismatched pair of new and delete.
+// Counts the allocations of the thread. Not inlined: an optimising compiler would take malloc() and
+// free() for a mismatched pair of new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* const memory = std::malloc(size != 0 ? size : 1))
@@ -111,7 +111,7 @@ bool is_a(const Fenwa::Block& block) {
     return dynamic_cast<const T*>(&block) != nullptr;
 }
 
-/// A type of block: a setting for it, and the replies that it waits for while it is built.
+/// A type of block, a setting for it, and the replies to the blocking calls of its constructor.
 struct TypeCase : support::NamedCase {
     bool (*is_of_type)(const Fenwa::Block&);
     Fenwa::BlockConfiguration::KeyValue setting;
@@ -175,7 +175,7 @@ TEST_F(FactoryTest, LetsTheExceptionOfAConstructorOut) {
                  Fenwa::ConfigurationError);
 }
 
-/// Blocks that say how they were built.
+/// Blocks that keep the tools of their constructor.
 struct Plain : Fenwa::Block {
     Plain(std::string name, const Fenwa::BlockConfiguration& given)
         : Block(std::move(name), given) {}

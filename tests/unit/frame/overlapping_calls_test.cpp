@@ -9,10 +9,10 @@ namespace {
 
 using Journal = std::vector<std::string>;
 
-/// One field for the newest call, and the calls behind it.
+/// The field of the newest call, and the calls that it has replaced.
 class OverlappingCallsTest : public testing::Test {
   protected:
-    /// Makes the next call. @returns what has been released for it.
+    /// Makes the next call. @returns the releases before it.
     Journal call(int result = 1) {
         calls.make_room(slot);
         EXPECT_FALSE(slot);
@@ -24,7 +24,7 @@ class OverlappingCallsTest : public testing::Test {
         (void)bus.take_journal();
         return released;
     }
-    /// Answers one call. @returns what has been released then.
+    /// Answers one call. @returns the releases.
     Journal answer() {
         calls.answered();
         return bus.take_journal();

@@ -9,7 +9,7 @@ namespace {
 using support::Journal;
 using support::Lines;
 
-/// What a block has for its match, and no more.
+/// The part of a block that concerns its match.
 struct Follower {
     int on_change(sd_bus_message* /*signal*/, sd_bus_error* /*error*/) { return 0; }
     int on_installed(sd_bus_message* /*reply*/, sd_bus_error* /*error*/) { return 0; }
@@ -33,7 +33,7 @@ struct Follower {
 
 class OwnerMatchTest : public testing::Test {
   protected:
-    /// What has been released since the last time.
+    /// The releases since the last time.
     Journal released() {
         Journal entries = recorders.bus.take_journal();
         std::erase_if(entries,
@@ -41,7 +41,7 @@ class OwnerMatchTest : public testing::Test {
         return entries;
     }
 
-    /// What has been locked, sent and released since the last time.
+    /// The locks, sendings and releases since the last time.
     Journal changes() {
         Journal entries = recorders.journal->take();
         for (std::string& entry : entries) {
@@ -51,7 +51,7 @@ class OwnerMatchTest : public testing::Test {
         return entries;
     }
 
-    /// Has one match refused at the moment of an effect with this text.
+    /// Refuses the match of `one` at the moment of an effect with this text.
     void refuse_one_at(const std::string& text) {
         recorders.journal->remark_with([this, text](const std::string& entry) {
             if (entry.find(text) != std::string::npos)
@@ -107,7 +107,7 @@ TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsAskedForAndDropsItWhenTha
     EXPECT_EQ(released(), (Journal{"release #2 match", "release #1 match"}));
 }
 
-/// On a connection that another thread dispatches, the refusal comes while a match is being sent.
+/// If another thread dispatches the connection, the refusal comes while a match is being sent.
 TEST_F(OwnerMatchTest, KeepsARefusedMatchWhileAnotherIsBeingSent) {
     for (const bool waits : {false, true}) {
         one.ask(bus);
@@ -210,11 +210,11 @@ TEST_F(OwnerMatchTest, KeepsForAMatchThatABlockHasWaitedFor) {
     EXPECT_EQ(released(), Journal{});
 }
 
-// Each block whose match is installed keeps those of the others.
+// A block with an installed match keeps the refused matches of the others.
 
 class InstalledMatchTest : public OwnerMatchTest {
   protected:
-    /// Has a follower of some service refused. @returns whether its match was kept.
+    /// Refuses the match of a follower. @returns whether it was kept.
     bool is_kept() {
         (void)recorders.bus.take_journal();
         ask_and_refuse_one();

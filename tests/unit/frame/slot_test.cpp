@@ -13,7 +13,7 @@ using Journal = std::vector<std::string>;
 
 class SlotTest : public testing::Test {
   protected:
-    /// Fills the slot with the `number`-th one that is handed out in this test.
+    /// Fills the slot.
     void fill(Slot& slot) {
         EXPECT_GE(sd_bus_add_match_async(nullptr, slot.out(), "rule", nullptr, nullptr, nullptr),
                   0);
@@ -113,7 +113,7 @@ TEST_F(SlotTest, ReleasesSupersededSlotsWhenTheirListIsDestroyed) {
     EXPECT_EQ(bus.take_journal(), (Journal{"release #1 match"}));
 }
 
-/// Something with a member that sd-bus is to call.
+/// An object with a member for sd-bus to call.
 struct Listener {
     int on_reply(sd_bus_message* message, sd_bus_error* error) {
         seen_message = message;

@@ -4,7 +4,7 @@
 
 #include "tests/unit/block_fixture.hpp"
 
-/// What the tests of the temperature blocks share.
+/// Shared by the tests of the temperature blocks.
 namespace temperature_test {
 
 using namespace support;  // NOLINT(google-build-using-namespace): a namespace of tests

@@ -31,7 +31,7 @@ TEST_F(TemperatureMonitorTest, HasOneOutputAnEventAndNoInput) {
     EXPECT_TRUE(Fenwa::HostAccess::exported_objects(block()).empty());
 }
 
-/// Settings, and the limits that a monitor with them registers.
+/// Settings of a monitor, and the limits that it registers.
 struct LimitsCase : NamedCase {
     Fenwa::BlockConfiguration settings;
     Strings limits;

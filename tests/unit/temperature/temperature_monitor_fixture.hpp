@@ -10,8 +10,8 @@ namespace monitor_test {
 using namespace temperature_test;
 using blocks::TemperatureMonitor;
 
-// What a monitor of sensor "main", id 3, sends, in this order. The numbers of its sendings are 1
-// and 2 for the matches, and from 3 on for the registrations.
+// A monitor of sensor "main", id 3, sends these in this order. Its sendings 1 and 2 are the
+// matches, 3 to 6 the registrations.
 inline const std::string id_lookup =
     "blocking " + controller_call("GetTemperatureIdFromName(s \"main\")");
 inline const std::string first_reading =
@@ -24,12 +24,12 @@ inline std::string registration(const std::string& limit, bool flag) {
                            (flag ? "true" : "false") + ")");
 }
 
-/// The registrations of a monitor's limits, where they are the default ones.
+/// The registrations of the default limits.
 inline const std::array<std::string, 4> default_registrations{
     registration("-998", true), registration("998", false), registration("-1000", false),
     registration("1000", true)};
 
-/// What the controller calls the limits: low_on, high_on, low_off, high_off.
+/// The controller's ids of the limits: low_on, high_on, low_off, high_off.
 using SignalIds = std::array<std::int32_t, 4>;
 inline constexpr SignalIds usual_ids{10, 11, 12, 13};
 inline constexpr std::int32_t low_on = 10;
@@ -37,25 +37,25 @@ inline constexpr std::int32_t high_on = 11;
 inline constexpr std::int32_t low_off = 12;
 inline constexpr std::int32_t high_off = 13;
 
-// What a run does in which the verdict changes, and in which a signal has an unknown id; that line
-// ends with a line end of its own.
+// The effects of a run that changes the verdict.
 inline const Journal turned_off{"4 Setting temperature_ok_out = false",
                                 "publish temperature_ok_out = false"};
 inline const Journal turned_on{"4 Setting temperature_ok_out = true",
                                "publish temperature_ok_out = true"};
+/// The line for a signal with an unknown id; it ends with a line end of its own.
 inline std::string unexpected(const std::string& id) {
     return "4 Got unexpected temperature signal with id = " + id + "\n";
 }
 
 class TemperatureMonitorTest : public BlockFixture<TemperatureMonitor> {
   protected:
-    /// Foresees the answers to what a monitor asks for while it is built.
+    /// Answers the two blocking calls of the next constructor.
     void foresee(double reading) {
         recorders.tools.reply_next(messages.reply("i", 3));
         recorders.tools.reply_next(messages.reply("d", reading));
     }
-    /// Builds a monitor of sensor "main", and takes its first wake-up. @returns what it sends, logs
-    /// and publishes.
+    /// Builds a monitor of sensor "main" and takes its first wake-up.
+    /// @returns its calls, lines and publications.
     Journal construct(const Fenwa::BlockConfiguration& more = {}) {
         const Fenwa::BlockConfiguration least{{"sensor_name", {"main"}}};
         build("monitor", least + more);
@@ -95,7 +95,7 @@ class TemperatureMonitorTest : public BlockFixture<TemperatureMonitor> {
         for (std::size_t limit = 0; limit < ids.size(); ++limit)
             register_limit(limit, ids);
     }
-    /// Takes all steps before that of this sending.
+    /// Takes all steps before the sending `number`.
     void reach(std::size_t number) {
         make();
         if (number > 1)
@@ -106,7 +106,7 @@ class TemperatureMonitorTest : public BlockFixture<TemperatureMonitor> {
             register_limit(limit);
         EXPECT_EQ(bus.count(), number - 1);
     }
-    /// Brings a fresh monitor to where only signals move it.
+    /// Takes all steps of a new monitor.
     void settle(const SignalIds& ids = usual_ids) {
         reach(3);
         register_limits(ids);
@@ -117,15 +117,15 @@ class TemperatureMonitorTest : public BlockFixture<TemperatureMonitor> {
     Message signal_message(std::int32_t id) {
         return signal_of("TemperatureSignal", "i", id)(messages);
     }
-    /// Tells the monitor that a limit has been crossed.
+    /// Signals that a limit has been crossed.
     void cross(std::int32_t id) { EXPECT_EQ(deliver(bus.sending(2), signal_message(id)), wake_up); }
-    /// Tells the monitor of a new owner of a name.
+    /// Signals that a name has a new owner.
     Journal change_owner(const char* name, const char* old_owner, const char* new_owner) {
         return deliver(bus.sending(1), messages.owner_change(name, old_owner, new_owner));
     }
     void lose_controller() { EXPECT_EQ(change_owner(controller_name, ":1.5", ""), wake_up); }
 
-    /// The verdict as the settings have it.
+    /// The verdict in the settings.
     bool verdict() { return block().setup({}).getBool("temperature_ok"); }
 };
 

@@ -44,7 +44,7 @@ TEST_P(TemperatureMonitorMatchTest, IsHeldAndWaitedForAfterASetErrorArgument) {
 INSTANTIATE_TEST_SUITE_P(Matches, TemperatureMonitorMatchTest, testing::ValuesIn(matches),
                          case_name<MatchCase>);
 
-/// Leaves the registration of each limit unanswered, for the test to answer.
+/// A monitor whose registration of one limit is unanswered.
 class RegistrationReplyTest : public TemperatureMonitorTest,
                               public testing::WithParamInterface<std::size_t> {
   protected:
@@ -114,8 +114,8 @@ TEST_F(TemperatureMonitorTest, TakesASignalUnlessTheResultIsNegative) {
     EXPECT_EQ(run(), (Journal{unexpected("-1")})) << "nothing was read";
 }
 
-/// What a monitor knows at each effect: its matches, the first limit, the signals that wait,
-/// whether a call is out, and whether it is stopped.
+/// The remark at each effect: both matches added, the first limit registered, its id, the number of
+/// pending signals, a call pending, stopped.
 TEST_F(TemperatureMonitorTest, RecordsWhatItHearsBeforeItIsWoken) {
     make();
     EXPECT_EQ(run(), (Journal{owner_match}));

@@ -10,11 +10,11 @@ namespace {
 
 using namespace monitor_test;
 
-// What a monitor publishes while it is built.
+// The first publication of a monitor.
 const std::string good = "publish temperature_ok_out = true";
 const std::string bad = "publish temperature_ok_out = false";
 
-/// A band, a first reading and what is made of it.
+/// A band, a first reading and its verdict.
 struct VerdictCase {
     double low_off;
     double high_off;
@@ -55,7 +55,7 @@ const VerdictCase verdict_cases[] = {
     // Zero has two signs and one place.
     {0.0, 50.0, -0.0, false},
     {-10.0, -0.0, 0.0, true},
-    // What is not a number is neither below nor above anything.
+    // NaN is neither below nor above anything.
     {10.0, 50.0, not_a_number, true},
     {not_a_number, 50.0, 9.0, true},
     {not_a_number, 50.0, 51.0, false},
@@ -79,13 +79,13 @@ const VerdictCase verdict_cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Bands, FirstVerdictTest, testing::ValuesIn(verdict_cases));
 
-/// How one of the two blocking calls ends, and what is logged then.
+/// An end of one of the two blocking calls, and its lines.
 struct Ending : NamedCase {
     std::function<void(Recorders&)> foresee;
-    std::optional<std::string> failure;  ///< what follows the prefix of a failed call
-    std::string parse_failure;           ///< why the reply could not be read
+    std::optional<std::string> failure;  ///< detail of the line of a failed call
+    std::string parse_failure;           ///< detail of the line of an unreadable reply
 
-    /// The lines for a call whose failures have this prefix.
+    /// The lines, with this prefix for a failed call.
     [[nodiscard]] Lines lines(const std::string& prefix) const {
         Lines lines;
         if (failure)
@@ -129,7 +129,7 @@ class FailedStartTest : public TemperatureMonitorTest, public testing::WithParam
 
     const Lines lookup_lines = GetParam().lines("Failed to lookup sensor id: ");
     const Lines reading_lines = GetParam().lines("Failed to read temperature: ");
-    // Without an id the sensor is asked for as -1; it is its name that counts.
+    // The controller looks at the name, so the monitor asks without an id too.
     const std::string reading_without_id =
         "blocking " + controller_call("GetTemperature(i -1, s \"main\")");
 };

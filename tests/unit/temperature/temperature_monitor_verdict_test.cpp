@@ -7,16 +7,16 @@ using namespace monitor_test;
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 
-/// A run in which the unknown id 99 is noted before the verdict changes.
+/// The effects of a run that logs the unknown id 99 before the verdict changes.
 Journal noted_and(const Journal& change) {
     return {unexpected("99"), change[0], change[1]};
 }
 
-/// The signals that come before each of several runs, and what is done in each.
+/// The signals before each of several runs, and the effects of each run.
 struct SignalsCase : NamedCase {
     std::vector<std::vector<std::int32_t>> signals;
     std::vector<Journal> effects;
-    SignalIds ids = usual_ids;  ///< what the controller calls the limits
+    SignalIds ids = usual_ids;  ///< the controller's ids of the limits
 };
 
 class SignalsTest : public TemperatureMonitorTest,
@@ -104,7 +104,7 @@ TEST_F(TemperatureMonitorTest, KeepsSignalsThatComeWhileItRegistersForLater) {
     EXPECT_EQ(run(), (Journal{default_registrations[3]}));
     cross(98);
     answer_registration(high_off, true);
-    // off, on, unknown, on, unknown, off
+    // The signals: off, on, unknown, on, unknown, off.
     EXPECT_EQ(run(), (Journal{unexpected("99"), unexpected("98"), turned_off[0], turned_off[1]}));
 }
 

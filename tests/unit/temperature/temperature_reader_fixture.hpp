@@ -9,15 +9,15 @@ namespace reader_test {
 using namespace temperature_test;
 using blocks::TemperatureReader;
 
-// What a reader of sensor "main", id 3, with a threshold of 0.5 sends, in this order: its sendings
-// 3 to 6. The first two are those of its base.
+// A reader of sensor "main", id 3, with a threshold of 0.5 sends these in this order, as its
+// sendings 3 to 6. Sendings 1 and 2 belong to its base.
 inline const std::string change_match = controller_match("TemperatureChangeSignal");
 inline const std::string lookup = controller_call("GetTemperatureIdFromName(s \"main\")");
 inline const std::string registration =
     controller_call("RegisterForTemperatureChangeSignal(i 3, d 0.5)");
 inline const std::string reading_call = controller_call("GetTemperature(i 3, s \"main\")");
 
-/// What a run does that publishes a value, which the debug-data store has as a float.
+/// The effects of a run that publishes a value, which the debug-data store keeps as a float.
 inline Journal publication(const std::string& value, const std::string& as_float) {
     return {"publish temperature_out = " + value,
             "temperature_reader_sensor_id3_current_temperature = #2 " + as_float};
@@ -65,7 +65,7 @@ class TemperatureReaderTest : public BlockFixture<TemperatureReader> {
         EXPECT_FALSE(call_pending());
     }
 
-    /// Takes all steps before that of this sending.
+    /// Takes all steps before the sending `number`.
     void reach(std::size_t number) {
         appear();
         if (number > 3)
@@ -80,7 +80,7 @@ class TemperatureReaderTest : public BlockFixture<TemperatureReader> {
     Message change(std::int32_t id, double reading) {
         return signal_of("TemperatureChangeSignal", "id", id, reading)(messages);
     }
-    /// Notifies the reader of a new reading.
+    /// Signals a new reading.
     void notify(double reading) {
         EXPECT_EQ(deliver(bus.sending(3), change(12, reading)), wake_up);
     }

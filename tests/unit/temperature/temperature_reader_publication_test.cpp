@@ -9,7 +9,7 @@ namespace {
 
 using namespace reader_test;
 
-/// Readings, and what is published when the reader runs twice after each.
+/// Readings, and the publications when the reader runs twice after each.
 struct ReadingsCase : NamedCase {
     std::vector<double> readings;
     std::vector<Journal> published;
@@ -64,7 +64,7 @@ TEST_F(TemperatureReaderTest, NamesTheDebugEntryAfterTheSensorsId) {
 
 // The fake temperature.
 
-/// What a run does that asks for the first reading and publishes a value all the same.
+/// The effects of a run that asks for the first reading and publishes a value.
 Journal call_and_publication(const std::string& value) {
     Journal effects = publication(value);
     effects.insert(effects.begin(), reading_call);
@@ -161,7 +161,8 @@ TEST_F(TemperatureReaderTest, LetsTheErrorsOfANewConfigurationOut) {
     EXPECT_EQ(reconfigure(fake(true, 51.0)), wake_up) << "would hang if the lock had been kept";
 }
 
-// The mutex: what is published is chosen, published and mirrored under it; so is a fake value read.
+// The reader chooses, publishes and mirrors a value under its mutex, and reads a fake value under
+// it.
 
 class TemperatureReaderLockTest : public TemperatureReaderTest {
   protected:
@@ -195,7 +196,7 @@ TEST_F(TemperatureReaderLockTest, PublishesAndThenMirrorsUnderTheLock) {
 
 TEST_F(TemperatureReaderLockTest, ChoosesWhatItPublishesUnderTheLock) {
     journal.remark_with([this](const std::string& entry) -> std::string {
-        if (entry == "lock")  // another thread has had it until now
+        if (entry == "lock")  // another thread has held it until now
             LayoutProbe::fake_temperature(block()) = 50.0;
         return "";
     });

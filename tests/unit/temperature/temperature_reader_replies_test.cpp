@@ -6,12 +6,12 @@ namespace {
 
 using namespace reader_test;
 
-/// One of the three replies to a reader, in an error message, which is taken all the same.
+/// One of the three replies to a reader.
 struct ReplyCase : NamedCase {
     std::size_t number;      ///< of the call among the sendings
     std::string error_line;  ///< for a set error argument
     std::string body_line;   ///< for a body that cannot be read
-    MakeMessage usable;
+    MakeMessage usable;      ///< an error reply that has the right signature
 };
 
 const ReplyCase replies[] = {
@@ -125,8 +125,8 @@ TEST_F(TemperatureReaderTest, TakesASignalOfWhichNothingIsReadForOneWithoutAnId)
     EXPECT_EQ(LayoutProbe::temperature(block()), -999.0);
 }
 
-/// What a reader knows at each effect: whether its match counts, the ids of its sensor and of its
-/// registration, its reading, and whether a call is out.
+/// The remark at each effect: match added, the ids of the sensor and of the registration, the
+/// reading, a call pending.
 TEST_F(TemperatureReaderTest, RecordsWhatItHearsBeforeItIsWoken) {
     make();
     reach(3);

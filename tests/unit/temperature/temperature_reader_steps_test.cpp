@@ -108,7 +108,7 @@ TEST_F(TemperatureReaderTest, KnowsNeitherItsSensorNorARegistrationFromItsConstr
     EXPECT_EQ(work(), (Journal{registration}));
 }
 
-/// A threshold, as a registration passes it on.
+/// A threshold, and its text in the registration.
 struct ThresholdCase : NamedCase {
     double threshold;
     std::string text;
