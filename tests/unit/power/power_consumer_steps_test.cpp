@@ -159,7 +159,8 @@ class PowerConsumerReplyTest : public PowerConsumerTest,
 };
 
 TEST_P(PowerConsumerReplyTest, IsRecordedBeforeTheCallIsGivenUpAndTheBlockWoken) {
-    const auto& [call, reply] = GetParam();
+    const CallCase& call = std::get<CallCase>(GetParam());
+    const ReplyCase& reply = std::get<ReplyCase>(GetParam());
     if (call.call == request)
         ask();
     else

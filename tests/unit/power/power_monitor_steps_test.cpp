@@ -193,6 +193,7 @@ TEST_F(PowerMonitorReplyTest, AreAskedForAgainWhenTheyCannotBeRead) {
     fail(support::reply_of("v", "i", 4));
     fail(support::reply_of("v", "s", "much"));
     fail(support::error_of("org.freedesktop.DBus.Error.ServiceUnknown", "nobody there"));
+    fail(support::error_of("org.freedesktop.DBus.Error.NoReply", nullptr));
     bus.make_up(MessageFunction::read, {0});
     fail(support::reply_of("v", "d", 4.0), "Success");
     journal.remark_with({});
