@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -67,10 +69,22 @@ class BlockDriver {
     template <class... Arguments>
     std::unique_ptr<T> build(Arguments&&... arguments) {
         if constexpr (std::is_constructible_v<T, Arguments..., const Fenwa::InitTools&>)
-            return std::make_unique<T>(std::forward<Arguments>(arguments)...,
-                                       std::as_const(tools_));
+            return in_used_memory(std::forward<Arguments>(arguments)..., std::as_const(tools_));
         else
-            return std::make_unique<T>(std::forward<Arguments>(arguments)...);
+            return in_used_memory(std::forward<Arguments>(arguments)...);
+    }
+
+    /// Every bit there is set before, so that a missing initial value shows.
+    template <class... Arguments>
+    static std::unique_ptr<T> in_used_memory(Arguments&&... arguments) {
+        void* const place = ::operator new(sizeof(T));
+        std::memset(place, 0xff, sizeof(T));
+        try {
+            return std::unique_ptr<T>(new (place) T(std::forward<Arguments>(arguments)...));
+        } catch (...) {
+            ::operator delete(place);
+            throw;
+        }
     }
 
     std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
