@@ -14,9 +14,9 @@ namespace {
 
 using common::Json;
 
-/// Settings of a block that are drawn; more would hide the graph behind them.
+/// The most settings of a block that are drawn; more would hide the graph.
 constexpr std::size_t max_settings = 5;
-/// Letters of a value that are drawn.
+/// The most letters of a value that are drawn.
 constexpr std::size_t max_value_length = 28;
 
 /// Cuts a text between two letters.
@@ -45,8 +45,8 @@ std::string value_text(const Json& value) {
     return shortened(value.is_string() ? value.get<std::string>() : common::json_line(value));
 }
 
-PicturePort make_port(const Json& port, DiagramValues values) {
-    PicturePort made;
+DiagramPort make_port(const Json& port, DiagramValues values) {
+    DiagramPort made;
     made.name = port.at("name");
     made.type = port.at("type");
     if (values == DiagramValues::shown && !port.at("value").is_null())
@@ -54,7 +54,7 @@ PicturePort make_port(const Json& port, DiagramValues values) {
     return made;
 }
 
-/// A list that need not be there.
+/// A list, or an empty one.
 Json list_of(const Json& block, const char* name) {
     return block.value(name, Json::array());
 }
@@ -74,8 +74,8 @@ std::vector<std::string> lines_of(const Json& block) {
     return lines;
 }
 
-PictureBlock make_block(const Json& block, DiagramValues values) {
-    PictureBlock made;
+DiagramBlock make_block(const Json& block, DiagramValues values) {
+    DiagramBlock made;
     made.name = block.at("name");
     made.type = block.at("type");
     for (const Json& port : list_of(block, "inputs")) {
@@ -93,9 +93,9 @@ PictureBlock make_block(const Json& block, DiagramValues values) {
     return made;
 }
 
-std::size_t port_named(const std::string& name, std::vector<PicturePort>& ports) {
+std::size_t port_named(const std::string& name, std::vector<DiagramPort>& ports) {
     const auto found = std::find_if(ports.begin(), ports.end(),
-                                    [&name](const PicturePort& port) { return port.name == name; });
+                                    [&name](const DiagramPort& port) { return port.name == name; });
     if (found == ports.end()) {
         ports.emplace_back().name = name;
         return ports.size() - 1;
@@ -106,18 +106,18 @@ std::size_t port_named(const std::string& name, std::vector<PicturePort>& ports)
 }  // namespace
 
 Diagram make_diagram(const Json& description, DiagramValues values) {
-    Diagram picture;
+    Diagram diagram;
     std::unordered_map<std::string, std::size_t> blocks;
     std::unordered_map<std::string, std::size_t> services;
     for (const Json& block : description.at("blocks")) {
-        const std::size_t at = picture.blocks.size();
-        picture.blocks.push_back(make_block(block, values));
-        blocks.emplace(picture.blocks.back().name, at);
+        const std::size_t at = diagram.blocks.size();
+        diagram.blocks.push_back(make_block(block, values));
+        blocks.emplace(diagram.blocks.back().name, at);
         for (const std::string name : list_of(block, "services")) {
-            const auto [service, is_new] = services.emplace(name, picture.services.size());
+            const auto [service, is_new] = services.emplace(name, diagram.services.size());
             if (is_new)
-                picture.services.push_back({name, {}});
-            picture.services[service->second].blocks.push_back(at);
+                diagram.services.push_back({name, {}});
+            diagram.services[service->second].blocks.push_back(at);
         }
     }
     for (const Json& connection : description.at("connections")) {
@@ -127,24 +127,24 @@ Diagram make_diagram(const Json& description, DiagramValues values) {
             continue;
         const std::size_t source = blocks[from->block];
         const std::size_t target = blocks[to->block];
-        picture.connections.push_back(
-            {{source, port_named(from->port, picture.blocks[source].outputs)},
-             {target, port_named(to->port, picture.blocks[target].inputs)}});
+        diagram.connections.push_back(
+            {{source, port_named(from->port, diagram.blocks[source].outputs)},
+             {target, port_named(to->port, diagram.blocks[target].inputs)}});
     }
-    return picture;
+    return diagram;
 }
 
-std::vector<std::vector<std::size_t>> connected_parts(const Diagram& picture) {
-    std::vector<std::size_t> part_of(picture.blocks.size());
+std::vector<std::vector<std::size_t>> connected_parts(const Diagram& diagram) {
+    std::vector<std::size_t> part_of(diagram.blocks.size());
     std::iota(part_of.begin(), part_of.end(), std::size_t{0});
     const auto join = [&part_of](std::size_t one, std::size_t other) {
         const std::size_t kept = std::min(part_of[one], part_of[other]);
         const std::size_t gone = std::max(part_of[one], part_of[other]);
         std::replace(part_of.begin(), part_of.end(), gone, kept);
     };
-    for (const PictureConnection& connection : picture.connections)
+    for (const DiagramConnection& connection : diagram.connections)
         join(connection.from.block, connection.to.block);
-    for (const PictureService& service : picture.services) {
+    for (const DiagramService& service : diagram.services) {
         for (const std::size_t block : service.blocks)
             join(service.blocks.front(), block);
     }

@@ -9,59 +9,58 @@
 
 namespace host {
 
-/// A port as it is drawn.
-struct PicturePort {
+/// A drawn port.
+struct DiagramPort {
     std::string name;
-    std::string type;      ///< empty where it is not known
-    std::string remark;    ///< what else there is to say of it, or empty
-    std::string value;     ///< what it holds now; empty where that is not to be shown
-    bool passive = false;  ///< an input at which an arrival makes no block run
+    std::string type;      ///< empty if unknown
+    std::string remark;    ///< a note below the name, or empty
+    std::string value;     ///< its current value; empty if not shown
+    bool passive = false;  ///< an input that does not make its block run
 };
 
-/// A block as it is drawn: inputs to the left, outputs to the right, the rest below.
-struct PictureBlock {
+/// A drawn block: inputs on the left, outputs on the right, the rest below.
+struct DiagramBlock {
     std::string name;
     std::string type;
-    std::vector<PicturePort> inputs;
-    std::vector<PicturePort> outputs;
+    std::vector<DiagramPort> inputs;
+    std::vector<DiagramPort> outputs;
     std::vector<std::string> lines;  ///< settings and exported objects
 };
 
-/// One end of a line: a block and one of its outputs or inputs, by their places.
-struct PictureEnd {
+/// One end of a line: a block and one of its outputs or inputs, by their indices.
+struct DiagramEnd {
     std::size_t block;
     std::size_t port;
 };
 
-struct PictureConnection {
-    PictureEnd from;  ///< an output
-    PictureEnd to;    ///< an input
+struct DiagramConnection {
+    DiagramEnd from;  ///< an output
+    DiagramEnd to;    ///< an input
 };
 
-/// A service on the bus with the blocks that have talked to it.
-struct PictureService {
+/// A service on the bus with the blocks that have called it or listen to it.
+struct DiagramService {
     std::string name;
     std::vector<std::size_t> blocks;
 };
 
-/// A graph as it is drawn, whether it runs or only stands in a file.
+/// A drawn graph, of a file or of a running host.
 struct Diagram {
-    std::vector<PictureBlock> blocks;
-    std::vector<PictureConnection> connections;
-    std::vector<PictureService> services;
+    std::vector<DiagramBlock> blocks;
+    std::vector<DiagramConnection> connections;
+    std::vector<DiagramService> services;
 };
 
-/// Whether what ports hold is drawn.
+/// Whether the values of ports are drawn.
 enum class DiagramValues { shown, hidden };
 
-/// Makes a picture of a description in the form of `describe(const RunningGraph&)`, of which every
-/// block may also have "services" ([NAME, …]) and "exports" ([{"path", "interface"}, …]). A port
-/// that only a connection knows, because its block could not be looked at, is drawn too.
-/// @throws common::Json::exception when the description is of another form.
+/// Makes a picture of a description in the form of `Describe` (host/control/service.hpp), in which
+/// a block need not have "services" and "exports". A port that only a connection names, because its
+/// block could not be built, is drawn too.
+/// @throws common::Json::exception if the description has another form.
 [[nodiscard]] Diagram make_diagram(const common::Json& description, DiagramValues values);
 
-/// The blocks that hang together, by connections or by a service, in the order of the first of
-/// each.
-[[nodiscard]] std::vector<std::vector<std::size_t>> connected_parts(const Diagram& picture);
+/// The groups of blocks that are linked by connections or services, ordered by their first blocks.
+[[nodiscard]] std::vector<std::vector<std::size_t>> connected_parts(const Diagram& diagram);
 
 }  // namespace host

@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-// Colours of the titles, one a block type, as long as there are some.
+// Colours of the titles, one a block type, used in turn.
 constexpr const char* type_colors[] = {"#d3e3f3", "#dcebd2", "#f5e6c6", "#e3dbf0",
                                        "#f3d8d6", "#cfe7e6", "#f2dcea", "#e4e6ea"};
 constexpr const char* frame_color = "#8d99a6";
@@ -20,10 +20,10 @@ constexpr const char* text_color = "#1f2933";
 constexpr const char* faint_color = "#66717d";
 constexpr const char* value_color = "#0b5394";
 constexpr const char* service_color = "#f4f5f7";
-// The second one has the widths of the first, for those who look at an SVG without it.
+// The second font has the widths of the first, for a viewer of an SVG that lacks it.
 constexpr const char* font = "DejaVu Sans,Verdana,sans-serif";
 
-/// Text that every reader of DOT and of SVG takes: safe for a line, and characters of XML only.
+/// Text that is valid in DOT and SVG: safe for a line, and characters of XML only.
 std::string clean(const std::string& text) {
     std::string clean = common::one_line(text);
     for (const char* no_character : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
@@ -51,8 +51,8 @@ std::string html(const std::string& text, const char* backslash = "\\\\") {
     return escaped.empty() ? "&#160;" : escaped;
 }
 
-/// A tooltip in quotes. Graphviz takes backslashes for escapes several times over, in numbers that
-/// differ from release to release, so that here a sign stands that looks the same.
+/// A tooltip in quotes. Graphviz unescapes backslashes several times, a number that differs between
+/// releases, so a similar sign replaces them.
 std::string tooltip(const std::string& text) {
     return '"' + html(text, "⧵") + '"';
 }
@@ -64,8 +64,8 @@ std::string painted(const std::string& content, const char* color, int size) {
 
 class DotWriter {
   public:
-    explicit DotWriter(const Diagram& picture) : picture_(picture) {
-        for (const PictureBlock& block : picture.blocks)
+    explicit DotWriter(const Diagram& diagram) : diagram_(diagram) {
+        for (const DiagramBlock& block : diagram.blocks)
             colors_.emplace(block.type, type_colors[colors_.size() % std::size(type_colors)]);
     }
 
@@ -76,15 +76,15 @@ class DotWriter {
              << font << "\", fontsize=13, fontcolor=\"" << text_color
              << "\"];\n"
                 "  edge [color=\"#4a5663\", penwidth=1.3, arrowsize=0.7];\n\n";
-        // Graphviz draws what hangs together from below.
-        for (std::size_t block = picture_.blocks.size(); block-- > 0;)
+        // Graphviz draws linked blocks from the bottom up.
+        for (std::size_t block = diagram_.blocks.size(); block-- > 0;)
             write_block(block);
-        for (std::size_t i = 0; i < picture_.services.size(); ++i)
+        for (std::size_t i = 0; i < diagram_.services.size(); ++i)
             write_service(i);
-        for (const PictureConnection& connection : picture_.connections)
+        for (const DiagramConnection& connection : diagram_.connections)
             write_connection(connection);
-        for (std::size_t i = 0; i < picture_.services.size(); ++i) {
-            for (const std::size_t block : picture_.services[i].blocks)
+        for (std::size_t i = 0; i < diagram_.services.size(); ++i) {
+            for (const std::size_t block : diagram_.services[i].blocks)
                 out_ << "  " << block_node(block) << " -> " << service_node(i)
                      << " [dir=none, style=dashed, penwidth=1, color=\"" << frame_color << "\"];\n";
         }
@@ -95,7 +95,7 @@ class DotWriter {
 
   private:
     void write_block(std::size_t number) {
-        const PictureBlock& block = picture_.blocks[number];
+        const DiagramBlock& block = diagram_.blocks[number];
         out_ << "  " << block_node(number)
              << " [tooltip=" << tooltip(block.name + " (" + block.type + ")")
              << ", label=<\n    <TABLE BORDER=\"1\" CELLBORDER=\"0\" CELLSPACING=\"0\" "
@@ -121,14 +121,14 @@ class DotWriter {
         out_ << "    </TABLE>>];\n";
     }
 
-    void write_port(const std::vector<PicturePort>& ports, std::size_t row, const char* side,
+    void write_port(const std::vector<DiagramPort>& ports, std::size_t row, const char* side,
                     const char* align) {
         const bool is_input = side == std::string("in");
         if (row >= ports.size()) {
             out_ << "<TD> </TD>";
             return;
         }
-        const PicturePort& port = ports[row];
+        const DiagramPort& port = ports[row];
         out_ << "<TD PORT=\"" << side << row << "\" ALIGN=\"" << align << "\" BALIGN=\"" << align
              << "\">";
         if (is_input)
@@ -146,8 +146,8 @@ class DotWriter {
     }
 
     void write_service(std::size_t number) {
-        const std::string& name = picture_.services[number].name;
-        // The last part is what it is called; the others say whose it is.
+        const std::string& name = diagram_.services[number].name;
+        // The last part is the service's own name, the others are its owner's.
         const std::size_t dot = name.rfind('.');
         const std::string last = dot == std::string::npos ? name : name.substr(dot + 1);
         out_ << "  " << service_node(number)
@@ -159,10 +159,10 @@ class DotWriter {
         out_ << ">];\n";
     }
 
-    /// Puts parts that have nothing to do with each other beside each other, too, because below
-    /// each other they would make a picture that is high and narrow.
+    /// Places unrelated parts beside each other too: only one below the other they would make a
+    /// high and narrow picture.
     void write_rows() {
-        const std::vector<std::vector<std::size_t>> parts = connected_parts(picture_);
+        const std::vector<std::vector<std::size_t>> parts = connected_parts(diagram_);
         const auto rows =
             static_cast<std::size_t>(std::ceil(std::sqrt(static_cast<double>(parts.size()))));
         for (std::size_t i = rows; i < parts.size(); ++i) {
@@ -176,7 +176,7 @@ class DotWriter {
     /// The leftmost nodes of a part.
     [[nodiscard]] std::vector<std::string> first_nodes(const std::vector<std::size_t>& part) const {
         std::set<std::size_t> targets;
-        for (const PictureConnection& connection : picture_.connections)
+        for (const DiagramConnection& connection : diagram_.connections)
             targets.insert(connection.to.block);
         return nodes_without(part, targets);
     }
@@ -184,20 +184,20 @@ class DotWriter {
     /// The rightmost ones: its services, or else the blocks that feed no other.
     [[nodiscard]] std::vector<std::string> last_nodes(const std::vector<std::size_t>& part) const {
         std::vector<std::string> nodes;
-        for (std::size_t i = 0; i < picture_.services.size(); ++i) {
-            const std::vector<std::size_t>& blocks = picture_.services[i].blocks;
+        for (std::size_t i = 0; i < diagram_.services.size(); ++i) {
+            const std::vector<std::size_t>& blocks = diagram_.services[i].blocks;
             if (std::find(part.begin(), part.end(), blocks.front()) != part.end())
                 nodes.push_back(service_node(i));
         }
         if (!nodes.empty())
             return nodes;
         std::set<std::size_t> sources;
-        for (const PictureConnection& connection : picture_.connections)
+        for (const DiagramConnection& connection : diagram_.connections)
             sources.insert(connection.from.block);
         return nodes_without(part, sources);
     }
 
-    /// In a circle there is neither a first nor a last one: then the one that stands first.
+    /// The nodes that are not among the others; the first node for a circle, which has none.
     static std::vector<std::string> nodes_without(const std::vector<std::size_t>& part,
                                                   const std::set<std::size_t>& others) {
         std::vector<std::string> nodes;
@@ -213,11 +213,11 @@ class DotWriter {
         return "service" + std::to_string(number);
     }
 
-    void write_connection(const PictureConnection& connection) {
-        const PictureBlock& from = picture_.blocks[connection.from.block];
-        const PictureBlock& to = picture_.blocks[connection.to.block];
-        const PicturePort& output = from.outputs[connection.from.port];
-        const PicturePort& input = to.inputs[connection.to.port];
+    void write_connection(const DiagramConnection& connection) {
+        const DiagramBlock& from = diagram_.blocks[connection.from.block];
+        const DiagramBlock& to = diagram_.blocks[connection.to.block];
+        const DiagramPort& output = from.outputs[connection.from.port];
+        const DiagramPort& input = to.inputs[connection.to.port];
         out_ << "  " << block_node(connection.from.block) << ":out" << connection.from.port
              << ":e -> " << block_node(connection.to.block) << ":in" << connection.to.port
              << ":w [tooltip="
@@ -225,15 +225,15 @@ class DotWriter {
              << (input.passive ? ", arrowhead=empty" : "") << "];\n";
     }
 
-    const Diagram& picture_;
+    const Diagram& diagram_;
     std::ostringstream out_;
     std::map<std::string, const char*> colors_;  ///< of the types
 };
 
 }  // namespace
 
-std::string to_dot(const Diagram& picture) {
-    return DotWriter(picture).text();
+std::string to_dot(const Diagram& diagram) {
+    return DotWriter(diagram).text();
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/draw/graphviz.hpp"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -25,10 +26,10 @@ namespace fs = std::filesystem;
 }
 
 [[noreturn]] void fail(const std::string& what, int error) {
-    fail(what + ": " + std::strerror(error));
+    fail(fmt::format("{}: {}", what, std::strerror(error)));
 }
 
-/// A file in memory, so that no pipe can be full while the other end waits.
+/// A file in memory, which, unlike a pipe, is never full while the other end waits.
 class Memory {
   public:
     Memory() : fd_(memfd_create("fenwa", MFD_CLOEXEC)) {
@@ -59,7 +60,7 @@ class Memory {
     common::Descriptor fd_;
 };
 
-/// Runs `dot` on the text and gives what it makes of it.
+/// Runs `dot` on the text. @returns its output.
 std::string run_dot(const std::string& text, const std::string& format) {
     const Memory in;
     const Memory out;
@@ -94,16 +95,16 @@ std::string run_dot(const std::string& text, const std::string& format) {
     return out.content();
 }
 
-/// Beside the file itself, because only there it can take its place in one step.
+/// Writes a temporary file beside the file, where a rename can replace it in one step.
 void replace(const std::string& name, const std::string& content) {
-    // What a link leads to is replaced, not the link.
+    // The target of a link is replaced, not the link.
     std::error_code no_link;
     const fs::path linked = fs::canonical(name, no_link);
     const std::string file = no_link ? name : linked.string();
-    const std::string temporary = file + "." + std::to_string(getpid()) + ".tmp";
+    const std::string temporary = fmt::format("{}.{}.tmp", file, getpid());
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0)
-        fail("cannot write '" + file + "'", errno);
+        fail(fmt::format("cannot write '{}'", file), errno);
     int error = 0;
     struct stat before {};
     if (stat(file.c_str(), &before) == 0 && fchmod(fd, before.st_mode & 07777U) < 0)
@@ -121,7 +122,7 @@ void replace(const std::string& name, const std::string& content) {
         error = errno;
     if (error != 0) {
         unlink(temporary.c_str());
-        fail("cannot write '" + file + "'", error);
+        fail(fmt::format("cannot write '{}'", file), error);
     }
 }
 
@@ -135,7 +136,7 @@ std::string check_picture_name(const std::string& file) {
     const std::string suffix = fs::path(file).extension().string();
     return suffix == ".svg" || suffix == ".png"
                ? std::string()
-               : "'" + file + "' is not a picture; the name must end with .svg or .png";
+               : fmt::format("'{}' is not a picture; the name must end with .svg or .png", file);
 }
 
 }  // namespace host

@@ -30,10 +30,10 @@ std::vector<std::string> values_of(const Json& values) {
     Json ports = Json::array();
     for (const Json& value : values)
         ports.push_back({{"name", "out"}, {"type", "double"}, {"value", value}});
-    const Diagram picture =
+    const Diagram diagram =
         make_diagram(graph({block("b", Json::object({{"outputs", ports}}))}), DiagramValues::shown);
     std::vector<std::string> texts;
-    for (const PicturePort& port : picture.blocks.front().outputs)
+    for (const DiagramPort& port : diagram.blocks.front().outputs)
         texts.push_back(port.value);
     return texts;
 }
@@ -54,10 +54,10 @@ TEST(DiagramTest, ShowsValuesForAGlance) {
 
 TEST(DiagramTest, HidesValuesOfAGraphThatDoesNotRun) {
     const Json port = {{"name", "out"}, {"type", "double"}, {"value", 1.0}};
-    const Diagram picture =
+    const Diagram diagram =
         make_diagram(graph({block("b", Json::object({{"outputs", Json::array({port})}}))}),
                      DiagramValues::hidden);
-    EXPECT_EQ(picture.blocks.front().outputs.front().value, "");
+    EXPECT_EQ(diagram.blocks.front().outputs.front().value, "");
 }
 
 TEST(DiagramTest, ShowsSomeSettingsAndAllExportedObjects) {
@@ -82,18 +82,18 @@ TEST(DiagramTest, ShowsSomeSettingsAndAllExportedObjects) {
 }
 
 TEST(DiagramTest, DrawsEachServiceOnceWithItsBlocks) {
-    const Diagram picture = make_diagram(
+    const Diagram diagram = make_diagram(
         graph({block("a", Json::object({{"services", {"com.example.One", "com.example.Two"}}})),
                block("b"),
                block("c", Json::object({{"services", Json::array({"com.example.Two"})}}))}),
         DiagramValues::shown);
-    ASSERT_EQ(picture.services.size(), 2U);
-    EXPECT_EQ(picture.services[0].name, "com.example.One");
-    EXPECT_EQ(picture.services[0].blocks, (std::vector<std::size_t>{0}));
-    EXPECT_EQ(picture.services[1].name, "com.example.Two");
-    EXPECT_EQ(picture.services[1].blocks, (std::vector<std::size_t>{0, 2}));
-    EXPECT_EQ(connected_parts(picture), (Parts{{0, 2}, {1}}));
-    const std::string dot = to_dot(picture);
+    ASSERT_EQ(diagram.services.size(), 2U);
+    EXPECT_EQ(diagram.services[0].name, "com.example.One");
+    EXPECT_EQ(diagram.services[0].blocks, (std::vector<std::size_t>{0}));
+    EXPECT_EQ(diagram.services[1].name, "com.example.Two");
+    EXPECT_EQ(diagram.services[1].blocks, (std::vector<std::size_t>{0, 2}));
+    EXPECT_EQ(connected_parts(diagram), (Parts{{0, 2}, {1}}));
+    const std::string dot = to_dot(diagram);
     EXPECT_NE(
         dot.find("label=<Two<BR/><FONT COLOR=\"#66717d\" POINT-SIZE=\"10\">com.example</FONT>>"),
         std::string::npos)
@@ -104,34 +104,34 @@ TEST(DiagramTest, DrawsEachServiceOnceWithItsBlocks) {
 }
 
 TEST(DiagramTest, FindsWhatHangsTogether) {
-    Diagram picture;
-    picture.blocks.resize(6);
-    EXPECT_EQ(connected_parts(picture), (Parts{{0}, {1}, {2}, {3}, {4}, {5}}));
-    picture.connections = {{{4, 0}, {1, 0}}, {{5, 0}, {2, 0}}, {{2, 0}, {1, 0}}};
-    EXPECT_EQ(connected_parts(picture), (Parts{{0}, {1, 2, 4, 5}, {3}}));
+    Diagram diagram;
+    diagram.blocks.resize(6);
+    EXPECT_EQ(connected_parts(diagram), (Parts{{0}, {1}, {2}, {3}, {4}, {5}}));
+    diagram.connections = {{{4, 0}, {1, 0}}, {{5, 0}, {2, 0}}, {{2, 0}, {1, 0}}};
+    EXPECT_EQ(connected_parts(diagram), (Parts{{0}, {1, 2, 4, 5}, {3}}));
     // A circle, and a block that feeds itself, are drawn as well.
-    picture.connections = {{{0, 0}, {1, 0}}, {{1, 0}, {0, 0}}, {{2, 0}, {2, 0}}};
-    for (PictureBlock& each : picture.blocks) {
+    diagram.connections = {{{0, 0}, {1, 0}}, {{1, 0}, {0, 0}}, {{2, 0}, {2, 0}}};
+    for (DiagramBlock& each : diagram.blocks) {
         each.inputs.resize(1);
         each.outputs.resize(1);
     }
-    EXPECT_EQ(connected_parts(picture), (Parts{{0, 1}, {2}, {3}, {4}, {5}}));
-    EXPECT_NE(to_dot(picture).find("block0 -> block4 [style=invis]"), std::string::npos);
+    EXPECT_EQ(connected_parts(diagram), (Parts{{0, 1}, {2}, {3}, {4}, {5}}));
+    EXPECT_NE(to_dot(diagram).find("block0 -> block4 [style=invis]"), std::string::npos);
 }
 
 TEST(DiagramTest, DrawsAPortThatOnlyAConnectionKnows) {
-    const Diagram picture =
+    const Diagram diagram =
         make_diagram(graph({block("a"), block("b")}, {{{"from", "a.out"}, {"to", "b.in"}}}),
                      DiagramValues::hidden);
-    ASSERT_EQ(picture.connections.size(), 1U);
-    EXPECT_EQ(picture.blocks[0].outputs.at(0).name, "out");
-    EXPECT_EQ(picture.blocks[1].inputs.at(0).name, "in");
+    ASSERT_EQ(diagram.connections.size(), 1U);
+    EXPECT_EQ(diagram.blocks[0].outputs.at(0).name, "out");
+    EXPECT_EQ(diagram.blocks[1].inputs.at(0).name, "in");
 }
 
 /// What Graphviz draws for a name: the text of its SVG, entities and all.
 std::string drawn(const std::string& name) {
     const Json ports = Json::array({{{"name", name}, {"type", name}, {"value", name}}});
-    const Diagram picture =
+    const Diagram diagram =
         make_diagram(graph({block(name, Json::object({{"type", name},
                                                       {"inputs", ports},
                                                       {"outputs", ports},
@@ -142,7 +142,7 @@ std::string drawn(const std::string& name) {
                      DiagramValues::shown);
     const test::TemporaryFolder folder;
     const std::string command =
-        "dot -Tsvg '" + folder.write("nasty.dot", to_dot(picture)) + "' 2>&1";
+        "dot -Tsvg '" + folder.write("nasty.dot", to_dot(diagram)) + "' 2>&1";
     std::FILE* const pipe = popen(command.c_str(), "r");
     std::string text;
     char buffer[4096];
