@@ -161,8 +161,10 @@ T BlockConfiguration::get(const std::string& key, const T* fallback) const {
     }
     const ConfigurationError error(key, value == nullptr ? type_name<T> : wanted_for<T>(*value),
                                    value == nullptr ? "" : ConfigurationAccess::describe(*value));
-    if (observer != nullptr && observer->on_error(error))
-        return T{};
+    if (observer != nullptr) {
+        if (const std::optional<Value> instead = observer->on_error(error))
+            return as<T>(*instead).value_or(T{});
+    }
     throw error;
 }
 

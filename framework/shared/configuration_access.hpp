@@ -26,9 +26,10 @@ class FENWA_API ConfigurationObserver {
     virtual ~ConfigurationObserver();
     /// A getter was called, whatever came of it.
     virtual void on_read(const KeyRead& read) = 0;
-    /// The getter is about to throw `error`. With `true` it gives the type's zero value instead,
-    /// so that a dry construction finds the next mistake too.
-    virtual bool on_error(const ConfigurationError& error) = 0;
+    /// The getter is about to throw `error`. @returns the value that it gives instead, so that a
+    ///          probe finds the next mistake too: the type's zero if it is of another type. Nothing
+    ///          lets it throw.
+    virtual std::optional<BlockConfiguration::Value> on_error(const ConfigurationError& error) = 0;
 };
 
 /// What a host may do with configurations beyond what blocks see.

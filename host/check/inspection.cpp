@@ -1,8 +1,12 @@
 #include "host/check/inspection.hpp"
 
+#include <fmt/core.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <unordered_set>
+#include <utility>
 
 #include "common/process/child_process.hpp"
 #include "common/process/exit_code.hpp"
@@ -10,10 +14,8 @@
 #include "framework/shared/block_registry.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
-#include "host/check/key_recorder.hpp"
-#include "host/check/probe.hpp"
 #include "host/graph/block_json.hpp"
-#include "host/plugin/loader.hpp"
+#include "host/plugin/block_types.hpp"
 #include "host/value/port_value.hpp"
 
 namespace host {
@@ -24,16 +26,16 @@ using Fenwa::HostAccess;
 
 constexpr const char* loading = "its entry point";
 
-// What children send: one object a line, with one of these members.
+// Messages of a child: one object a line, with one of these members.
 //
-//     {"phase": TEXT}             begins now
-//     {"unusable": TEXT, "help"}  the plug-in is none
-//     {"file", "types"}           it was loaded
+//     {"phase": TEXT}             it begins
+//     {"unusable": TEXT, "help"}  the file is not a plug-in
+//     {"file", "types"}           the plug-in was loaded
 //     {"key", "type", "fallback", "found"}
 //     {"block": {…}}              after the setup
-//     {"threw": TEXT}             what was thrown in the last phase
-//     {"did": TEXT}               a whole sentence of what it did instead
-//     {"end": true}               nothing more will come
+//     {"threw": TEXT}             the exception of the last phase
+//     {"did": TEXT}               another failure, as a whole sentence
+//     {"end": true}               the last message
 
 class Sender {
   public:
@@ -66,23 +68,21 @@ void list(const InspectedPlugin& plugin, const Sender& send) {
     send({{"file", loader.find(plugin.name).string()}, {"types", registry.type_names()}});
 }
 
-/// @param type for the sentences of mistakes that nobody reads.
-Json describe_block(const ProbedBlock& dry, const std::string& type) {
-    BlockEntry entry;
-    entry.type.text = type;
+Json to_json(const ProbedBlock& probed) {
+    const BlockEntry entry;
     common::Diagnostics discarded({});
-    const Terminations terminations(dry.settings, *dry.block, entry, discarded);
-    Json ports = describe_ports({dry.block.get(), &terminations});
+    const Terminations terminations(probed.settings, *probed.block, entry, discarded);
+    Json ports = ports_to_json({probed.block.get(), &terminations});
     for (const char* list : {"inputs", "outputs"}) {
         for (Json& port : ports[list])
             port.erase("value");
     }
     Json events = Json::array();
-    for (const std::string& name : HostAccess::eventport_names(*dry.block))
+    for (const std::string& name : HostAccess::eventport_names(*probed.block))
         events.push_back({{"name", name}});
     return {{"inputs", ports["inputs"]},        {"outputs", ports["outputs"]},
             {"event_ports", std::move(events)}, {"terminated_inputs", ports["terminated_inputs"]},
-            {"exports", ports["exports"]},      {"settings", to_json(dry.settings)}};
+            {"exports", ports["exports"]},      {"settings", host::to_json(probed.settings)}};
 }
 
 /// The default of a float is the number that was written, not the double nearest to the float.
@@ -101,13 +101,13 @@ Json to_json(const std::optional<Fenwa::BlockConfiguration::Value>& value,
 }
 
 void build(const InspectedPlugin& plugin, const std::string& type,
-           const Fenwa::BlockConfiguration& settings, const Sender& send) {
+           const Fenwa::BlockConfiguration& settings, MadeUpValue made_up, const Sender& send) {
     Fenwa::BlockRegistry registry;
     send.phase(loading);
     try {
         loader_of(plugin, registry).load(plugin.name);
     } catch (const PluginError& error) {
-        // That its entry point threw is said where its types are listed.
+        // An entry point that threw is reported with the list of types.
         if (!error.thrown())
             return send.did(std::string("cannot be built: ") + error.what());
     }
@@ -116,35 +116,37 @@ void build(const InspectedPlugin& plugin, const std::string& type,
         return send.did("is not registered on every load");
     std::unordered_set<std::string> sent;
     const auto recorder = std::make_shared<KeyRecorder>(
-        std::function<void(const Fenwa::ConfigurationError&)>(), [&](const Fenwa::KeyRead& read) {
+        std::function<void(const Fenwa::ConfigurationError&)>(),
+        [&](const Fenwa::KeyRead& read) {
             const Json message = {{"key", read.key},
                                   {"type", read.type},
                                   {"fallback", to_json(read.fallback, read.type)},
                                   {"found", to_json(read.found, read.type)}};
             if (sent.insert(message.dump()).second)
                 send(message);
-        });
-    DryTools tools;
-    ProbedBlock dry(*factory, type, Fenwa::ConfigurationAccess::observed(settings, recorder), tools,
-                    [&send](const char* phase) { send.phase(phase); });
-    if (dry.failure != nullptr)
-        return send.threw(describe(dry.failure));
-    if (dry.block == nullptr)
+        },
+        made_up);
+    ProbeTools tools;
+    ProbedBlock probed(*factory, type, Fenwa::ConfigurationAccess::observed(settings, recorder),
+                       tools, [&send](const char* phase) { send.phase(phase); });
+    if (probed.failure != nullptr)
+        return send.threw(message_of(probed.failure));
+    if (probed.block == nullptr)
         return send.did("has a factory that returned no block");
-    send({{"block", describe_block(dry, type)}});
+    send({{"block", to_json(probed)}});
     send.phase("reconfigure");
     try {
-        // Some keys are only asked for when settings change.
-        const Fenwa::BlockConfiguration config = HostAccess::configuration(*dry.block);
-        dry.block->reconfigure(config, config);
+        // Some keys are read only when settings change.
+        const Fenwa::BlockConfiguration config = HostAccess::configuration(*probed.block);
+        probed.block->reconfigure(config, config);
     } catch (...) {
-        send.threw(describe(std::current_exception()));
+        send.threw(message_of(std::current_exception()));
     }
     send.phase("its destructor");
 }
 
-/// Does `work` in a child, with what it sends in the hands of `on_message`.
-/// @returns what it did that it should not.
+/// Does `work` in a child and passes its messages to `on_message`.
+/// @returns its failure.
 std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
                                   const std::function<void(const Sender&)>& work,
                                   const std::function<void(Json& message)>& on_message) {
@@ -160,15 +162,16 @@ std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
         plugin.limit,
         [&](const std::string& line) {
             Json message = Json::parse(line, nullptr, false);
-            if (!message.is_object())  // written by somebody else
+            if (!message.is_object())  // the plug-in may write lines of its own
                 return false;
             if (message.contains("end"))
                 ended = true;
             else if (message.contains("phase"))
                 phase = message["phase"];
             else if (message.contains("threw"))
-                threw = {Misbehaviour::Kind::threw,
-                         "threw in " + phase + ": " + message["threw"].get<std::string>()};
+                threw = {
+                    Misbehaviour::Kind::threw,
+                    fmt::format("threw in {}: {}", phase, message["threw"].get<std::string>())};
             else if (message.contains("did"))
                 threw = {Misbehaviour::Kind::threw, message["did"]};
             else
@@ -179,6 +182,134 @@ std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
         return threw;
     return Misbehaviour{end.timed_out ? Misbehaviour::Kind::hung : Misbehaviour::Kind::crashed,
                         common::misbehaviour(end, phase, plugin.limit)};
+}
+
+BlockSeen try_block(const InspectedPlugin& plugin, const std::string& type,
+                    const Fenwa::BlockConfiguration& settings, MadeUpValue made_up) {
+    BlockSeen seen;
+    seen.misbehaviour = watch(
+        plugin, [&](const Sender& send) { build(plugin, type, settings, made_up, send); },
+        [&seen](Json& message) {
+            if (message.contains("block"))
+                seen.block = std::move(message["block"]);
+            else if (message.contains("key"))
+                seen.keys.push_back({message["key"], message["type"],
+                                     std::move(message["fallback"]), std::move(message["found"])});
+        });
+    return seen;
+}
+
+const char* kind_name(Misbehaviour::Kind kind) {
+    switch (kind) {
+        case Misbehaviour::Kind::threw:
+            return "threw";
+        case Misbehaviour::Kind::crashed:
+            return "crashed";
+        case Misbehaviour::Kind::hung:
+            return "hung";
+    }
+    return "";
+}
+
+/// Merges the findings of the tries of one block type.
+class Explorer {
+  public:
+    /// Boolean keys with the opposite of their defaults, in the order of the first read.
+    using Toggled = std::vector<std::pair<std::string, bool>>;
+
+    /// Takes over the findings of one try, in which these keys were toggled.
+    void take(const BlockSeen& seen, const Toggled& toggled) {
+        for (const KeySeen& key : seen.keys)
+            take_key(key, toggled);
+        if (!seen.block.is_null())
+            take_block(seen.block, toggled);
+    }
+
+    void fail(const Misbehaviour& misbehaviour, const Toggled& toggled) {
+        Json failure = {{"kind", kind_name(misbehaviour.kind)}, {"text", misbehaviour.text}};
+        add_condition(failure, toggled);
+        failures_.push_back(std::move(failure));
+    }
+
+    /// In the order of a whole description; an empty list is there too.
+    Json description() {
+        Json type = Json::object();
+        for (const char* list :
+             {"inputs", "outputs", "event_ports", "terminated_inputs", "exports"})
+            type[list] = std::move(found_[list]);
+        type["keys"] = std::move(keys_);
+        type["settings"] = std::move(settings_);
+        type["failures"] = std::move(failures_);
+        return type;
+    }
+
+  private:
+    void take_key(const KeySeen& seen, const Toggled& toggled) {
+        const bool is_toggled = std::any_of(toggled.begin(), toggled.end(), [&](const auto& each) {
+            return each.first == seen.key;
+        });
+        if (is_toggled)  // its value is not the block's
+            return;
+        const Json& value = seen.default_value();
+        auto known = std::find_if(keys_.begin(), keys_.end(),
+                                  [&](const Json& key) { return key["key"] == seen.key; });
+        if (known == keys_.end()) {
+            Json key = {{"key", seen.key}, {"type", seen.type}, {"required", false}};
+            key["default"] = value;
+            add_condition(key, toggled);
+            known = keys_.insert(keys_.end(), std::move(key));
+        }
+        if (value.is_null()) {
+            (*known)["required"] = true;
+            known->erase("default");
+        }
+    }
+
+    void take_block(const Json& block, const Toggled& toggled) {
+        for (auto& [list, known] : found_.items()) {
+            for (Json item : block[list]) {
+                const char* const id = item.contains("path") ? "path" : "name";
+                const bool is_known =
+                    std::any_of(known.begin(), known.end(), [&](const Json& other) {
+                        return other[id] == item[id] && (!item.contains("interface") ||
+                                                         other["interface"] == item["interface"]);
+                    });
+                if (is_known)
+                    continue;
+                add_condition(item, toggled);
+                known.push_back(std::move(item));
+            }
+        }
+        if (!std::exchange(has_settings_, true))
+            settings_ = block["settings"];
+    }
+
+    static void add_condition(Json& item, const Toggled& toggled) {
+        for (const auto& [key, value] : toggled)
+            item["when"][key] = value;
+    }
+
+    bool has_settings_ = false;
+    Json found_ = {{"inputs", Json::array()},
+                   {"outputs", Json::array()},
+                   {"event_ports", Json::array()},
+                   {"terminated_inputs", Json::array()},
+                   {"exports", Json::array()}};
+    Json keys_ = Json::array();
+    Json settings_ = Json::object();
+    Json failures_ = Json::array();
+};
+
+Explorer::Toggled toggle_booleans(const std::vector<KeySeen>& keys) {
+    Explorer::Toggled toggled;
+    std::unordered_set<std::string> known;
+    for (const KeySeen& key : keys) {
+        // A boolean without a default was made up as true.
+        const bool value = key.default_value().is_null() || key.default_value() == Json(true);
+        if (key.type == "bool" && known.insert(key.key).second)
+            toggled.emplace_back(key.key, !value);
+    }
+    return toggled;
 }
 
 }  // namespace
@@ -202,19 +333,51 @@ PluginTypes list_types(const InspectedPlugin& plugin) {
     return types;
 }
 
-BlockSeen try_block(const InspectedPlugin& plugin, const std::string& type,
-                    const Fenwa::BlockConfiguration& settings) {
-    BlockSeen seen;
-    seen.misbehaviour = watch(
-        plugin, [&](const Sender& send) { build(plugin, type, settings, send); },
-        [&seen](Json& message) {
-            if (message.contains("block"))
-                seen.block = std::move(message["block"]);
-            else if (message.contains("key"))
-                seen.keys.push_back({message["key"], message["type"],
-                                     std::move(message["fallback"]), std::move(message["found"])});
-        });
-    return seen;
+Json explore_type(const TryBlock& try_block) {
+    Explorer explorer;
+    const BlockSeen first = try_block({}, MadeUpValue::plausible);
+    explorer.take(first, {});
+    const bool has_made_up =
+        std::any_of(first.keys.begin(), first.keys.end(),
+                    [](const KeySeen& key) { return key.default_value().is_null(); });
+    if (first.misbehaviour && first.misbehaviour->kind == Misbehaviour::Kind::hung) {
+        explorer.fail(*first.misbehaviour, {});
+    } else if (first.misbehaviour && has_made_up) {
+        const BlockSeen second = try_block({}, MadeUpValue::zero);
+        explorer.take(second, {});
+        if (second.misbehaviour)
+            explorer.fail(*first.misbehaviour, {});
+    } else {
+        if (first.misbehaviour)
+            explorer.fail(*first.misbehaviour, {});
+        const Explorer::Toggled toggled = toggle_booleans(first.keys);
+        if (!toggled.empty()) {
+            std::vector<Fenwa::BlockConfiguration::KeyValue> settings;
+            for (const auto& [key, value] : toggled)
+                settings.emplace_back(key, value);
+            const BlockSeen second =
+                try_block(Fenwa::BlockConfiguration(settings), MadeUpValue::plausible);
+            explorer.take(second, toggled);
+            if (second.misbehaviour)
+                explorer.fail(*second.misbehaviour, toggled);
+        }
+    }
+    return explorer.description();
+}
+
+Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
+    Json type = {{"type", name}};
+    type.update(explore_type([&](const Fenwa::BlockConfiguration& settings, MadeUpValue made_up) {
+        return try_block(plugin, name, settings, made_up);
+    }));
+    return type;
+}
+
+bool behaved(const Json& type) {
+    const Json& failures = type["failures"];
+    return std::none_of(failures.begin(), failures.end(), [](const Json& failure) {
+        return !failure.contains("when") || failure["kind"] != "threw";
+    });
 }
 
 }  // namespace host

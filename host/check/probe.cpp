@@ -1,5 +1,8 @@
 #include "host/check/probe.hpp"
 
+#include <fmt/core.h>
+
+#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
@@ -15,8 +18,7 @@ namespace {
 
 using Value = Fenwa::BlockConfiguration::Value;
 
-/// The type of a default, as the getter that asks for it would name it. An integer may be the
-/// default of a float.
+/// The type of a default as a getter names it. An integer may be the default of a float.
 struct TypeOfDefault {
     const char* operator()(bool) const { return "bool"; }
     const char* operator()(std::int64_t) const { return "number"; }
@@ -25,8 +27,8 @@ struct TypeOfDefault {
     const char* operator()(const std::vector<std::string>&) const { return "string"; }
 };
 
-/// What is wrong with the value of a key that the block does not ask for just now, seen from the
-/// default that it has for it; nothing where a getter would take it.
+/// The mistake in the value of a key that the block does not read just now, compared with the
+/// block's default for it; empty if a getter would accept it.
 std::optional<Fenwa::ConfigurationError> check_type(const std::string& key, const Value& value,
                                                     const Value& fallback) {
     const auto is_number = [](const Value& v) {
@@ -43,10 +45,68 @@ std::optional<Fenwa::ConfigurationError> check_type(const std::string& key, cons
                                      Fenwa::ConfigurationAccess::describe(value));
 }
 
+/// A value that more blocks accept than a zero.
+Value plausible_value(const std::string& type) {
+    if (type == "bool")
+        return true;
+    if (type == "string")
+        return std::string("1");
+    return std::int64_t{1};
+}
+
 }  // namespace
 
+std::string describe_unread_key(const UnreadKey& unread, const BlockEntry& entry) {
+    return fmt::format("{} does not read the key '{}'", entry.type.value, unread.key);
+}
+
+void KeyRecorder::on_read(const Fenwa::KeyRead& read) {
+    if (on_read_)
+        on_read_(read);
+    if (is_read_.insert(read.key).second)
+        read_.push_back(read.key);
+}
+
+std::optional<Value> KeyRecorder::on_error(const Fenwa::ConfigurationError& error) {
+    has_made_up_ = true;
+    if (error.missing())
+        missing_.push_back(error.key());
+    if (on_mistake_)
+        on_mistake_(error);
+    if (made_up_ == MadeUpValue::zero || !error.missing())
+        return Value();
+    return plausible_value(error.wanted());
+}
+
+bool KeyRecorder::has_unread_keys(const BlockEntry& entry) const {
+    return std::any_of(entry.settings.begin(), entry.settings.end(),
+                       [this](const Setting& setting) { return is_unread(setting); });
+}
+
+std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry,
+                                                common::Suggester& suggester) const {
+    std::vector<UnreadKey> unread;
+    for (const Setting& setting : entry.settings) {
+        if (is_unread(setting))
+            unread.push_back(
+                {setting.key, setting.location, suggester.did_you_mean(setting.key, read_)});
+    }
+    return unread;
+}
+
+std::vector<UnreadKey> KeyRecorder::near_misses(const BlockEntry& entry,
+                                                common::Suggester& suggester) const {
+    std::vector<UnreadKey> misses;
+    for (const Setting& setting : entry.settings) {
+        std::string help = suggester.did_you_mean(setting.key, missing_);
+        if (!help.empty() && !was_read(setting.key))
+            misses.push_back({setting.key, setting.location, std::move(help)});
+    }
+    return misses;
+}
+
 ProbedBlock::ProbedBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-                         const Fenwa::BlockConfiguration& config, DryTools& tools,
+                         const Fenwa::BlockConfiguration& config, ProbeTools& tools,
                          const std::function<void(const char*)>& on_phase) {
     const auto enter = [&](const char* next) {
         phase = next;
@@ -66,7 +126,7 @@ ProbedBlock::ProbedBlock(const Fenwa::BlockFactory& factory, const std::string& 
     }
 }
 
-std::string describe(const std::exception_ptr& exception) {
+std::string message_of(const std::exception_ptr& exception) {
     try {
         std::rethrow_exception(exception);
     } catch (const std::exception& error) {
@@ -77,7 +137,7 @@ std::string describe(const std::exception_ptr& exception) {
 }
 
 Probe::Probe(const BlockEntry& entry, const BlockTypes& types, Diagnostics& diagnostics,
-             Strictness strictness, DryProgress progress)
+             Strictness strictness, ProbeProgress progress)
     : entry_(entry),
       types_(types),
       diagnostics_(diagnostics),
@@ -91,11 +151,11 @@ void Probe::enter(const char* phase, bool exploring) {
 }
 
 void Probe::on_mistake(const Fenwa::ConfigurationError& error) {
-    if (!exploring_ && progress_.on_invented)
-        progress_.on_invented();
+    if (!exploring_ && progress_.on_made_up_value)
+        progress_.on_made_up_value();
     const Setting* const setting = entry_.find(error.key());
-    // A kind of value that no block can be given was reported when it was read. Without settings
-    // that have changed there may be nothing to reconfigure with.
+    // A setting without a value was reported when it was read. A key that is missing in an
+    // exploratory reconfiguration may belong to a change of settings that never came.
     if (setting == nullptr ? !exploring_ : setting->value.has_value())
         report(error, entry_, diagnostics_);
 }
@@ -106,28 +166,28 @@ bool Probe::build() {
         return false;
     recorder_ = std::make_shared<KeyRecorder>(
         [this](const Fenwa::ConfigurationError& error) { on_mistake(error); });
-    ProbedBlock dry(*factory_, entry_.name,
-                    Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_), tools_,
-                    [this](const char* phase) { enter(phase, false); });
-    if (dry.failure != nullptr) {
-        if (recorder_->invented_a_value())
+    ProbedBlock probed(*factory_, entry_.name,
+                       Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_),
+                       tools_, [this](const char* phase) { enter(phase, false); });
+    if (probed.failure != nullptr) {
+        if (recorder_->made_up_a_value())
             for (const UnreadKey& miss : recorder_->near_misses(entry_, diagnostics_.suggester()))
                 warn(miss);
         else
-            report_mistakes(dry);
+            report_mistakes(probed);
         enter("its destructor", false);
         return false;
     }
-    if (dry.block == nullptr) {
-        diagnostics_.error(entry_.location,
-                           "the factory of " + describe(entry_) + " returned no block");
+    if (probed.block == nullptr) {
+        diagnostics_.error(entry_.location, fmt::format("the factory of {} returned no block",
+                                                        display_name(entry_)));
         return false;
     }
-    // What a block makes of a value that is not in the file is no mistake of its own.
+    // Settings that follow from a made-up value are not the block's mistake.
     Diagnostics discarded({});
-    terminations_ = Terminations(dry.settings, *dry.block, entry_,
-                                 recorder_->invented_a_value() ? discarded : diagnostics_);
-    block_ = std::move(dry.block);
+    terminations_ = Terminations(probed.settings, *probed.block, entry_,
+                                 recorder_->made_up_a_value() ? discarded : diagnostics_);
+    block_ = std::move(probed.block);
     return true;
 }
 
@@ -148,13 +208,13 @@ void Probe::find_unread_keys() {
         const Fenwa::BlockConfiguration config = Fenwa::HostAccess::configuration(*block_);
         block_->reconfigure(config, config);
     } catch (...) {
-        // It has told which keys it reads until then.
+        // The keys that it read before are recorded.
     }
     const std::vector<UnreadKey> unread = recorder_->unread_keys(entry_, diagnostics_.suggester());
     if (unread.empty())
         return;
-    // Without them the block tells which of them it has defaults for. It is recorded once more, so
-    // that it gets over its mistakes, which are known.
+    // A second block without these keys shows which of them it has defaults for. A recorder carries
+    // it over its mistakes, which are reported already.
     std::unordered_set<std::string> unread_names;
     for (const UnreadKey& key : unread)
         unread_names.insert(key.key);
@@ -163,15 +223,15 @@ void Probe::find_unread_keys() {
         if (unread_names.count(setting.key) == 0)
             read.add(setting);
     }
-    const ProbedBlock dry(
+    const ProbedBlock probed(
         *factory_, entry_.name,
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
         tools_, [this](const char* phase) { enter(phase, true); });
     for (const UnreadKey& key : unread) {
         const Fenwa::BlockConfiguration::Value* const fallback =
-            dry.block == nullptr ? nullptr
-                                 : Fenwa::ConfigurationAccess::find(
-                                       Fenwa::HostAccess::configuration(*dry.block), key.key);
+            probed.block == nullptr ? nullptr
+                                    : Fenwa::ConfigurationAccess::find(
+                                          Fenwa::HostAccess::configuration(*probed.block), key.key);
         if (fallback == nullptr) {
             warn(key);
             unread_.push_back(key);
@@ -184,36 +244,37 @@ void Probe::find_unread_keys() {
 }
 
 void Probe::warn(const UnreadKey& unread) {
-    diagnostics_.warning(unread.location, describe(unread, entry_), unread.help);
+    diagnostics_.warning(unread.location, describe_unread_key(unread, entry_), unread.help);
 }
 
-void Probe::report_mistakes(const ProbedBlock& dry) {
+void Probe::report_mistakes(const ProbedBlock& probed) {
     try {
-        std::rethrow_exception(dry.failure);
+        std::rethrow_exception(probed.failure);
     } catch (const Fenwa::ConfigurationError& error) {
         report(error, entry_, diagnostics_);
     } catch (const Fenwa::SDBusError&) {
         if (strictness_ == Strictness::alone)
             diagnostics_.warning(
                 entry_.location,
-                describe(entry_) + " cannot be checked: it needs a bus to be built");
+                display_name(entry_) + " cannot be checked: it needs a bus to be built");
         else if (strictness_ == Strictness::in_a_run)
-            report_throw(dry);
+            report_throw(probed);
     } catch (...) {
         if (strictness_ != Strictness::before_a_run)
-            report_throw(dry);
+            report_throw(probed);
     }
 }
 
-void Probe::report_throw(const ProbedBlock& dry) {
-    diagnostics_.error(entry_.location,
-                       describe(entry_) + " threw in " + dry.phase + ": " + describe(dry.failure));
+void Probe::report_throw(const ProbedBlock& probed) {
+    diagnostics_.error(entry_.location, fmt::format("{} threw in {}: {}", display_name(entry_),
+                                                    probed.phase, message_of(probed.failure)));
     threw_ = true;
 }
 
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
             Diagnostics& diagnostics) {
-    diagnostics.error(entry.where_is(error.key()), describe(entry) + ": " + error.what());
+    diagnostics.error(entry.location_of(error.key()),
+                      fmt::format("{}: {}", display_name(entry), error.what()));
 }
 
 }  // namespace host

@@ -5,87 +5,150 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
 #include "fenwa/block.hpp"
 #include "fenwa/registry.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
+#include "framework/shared/configuration_access.hpp"
 #include "framework/shared/ready_queue.hpp"
-#include "host/check/key_recorder.hpp"
-#include "host/graph/connections.hpp"
 #include "host/graph/graph.hpp"
-#include "host/graph/terminations.hpp"
+#include "host/graph/ports.hpp"
 #include "host/plugin/block_types.hpp"
 
 namespace host {
 
-/// What a dry block lives on: a bus that is not there, and a queue that nobody empties. Outlives
-/// the blocks.
-struct DryTools {
+/// A setting that no getter read; most likely a typing mistake.
+struct UnreadKey {
+    std::string key;
+    SourceLocation location;
+    std::string help;  ///< names the nearest key that was read; empty for none
+};
+
+/// The sentence for an unread key of a block.
+[[nodiscard]] std::string describe_unread_key(const UnreadKey& unread, const BlockEntry& entry);
+
+/// The value that a getter returns for a key that is missing or of another type.
+enum class MadeUpValue {
+    zero,
+    plausible  ///< for a missing key 1, "1" or true, which more blocks accept than a zero
+};
+
+/// Records which keys a block reads. A key that is missing or of another type has a made-up value,
+/// so that the block reads the next key too. On the thread that reads.
+class KeyRecorder final : public Fenwa::ConfigurationObserver {
+  public:
+    /// @param on_mistake called for each such key; may be empty.
+    /// @param on_read called for each read of a key; may be empty.
+    explicit KeyRecorder(std::function<void(const Fenwa::ConfigurationError&)> on_mistake = {},
+                         std::function<void(const Fenwa::KeyRead&)> on_read = {},
+                         MadeUpValue made_up = MadeUpValue::zero)
+        : on_mistake_(std::move(on_mistake)), on_read_(std::move(on_read)), made_up_(made_up) {}
+
+    void on_read(const Fenwa::KeyRead& read) override;
+    std::optional<Fenwa::BlockConfiguration::Value> on_error(
+        const Fenwa::ConfigurationError& error) override;
+
+    /// Whether the block was given a made-up value: what it throws then is most likely not its own
+    /// mistake.
+    [[nodiscard]] bool made_up_a_value() const noexcept { return has_made_up_; }
+
+    /// Whether the entry has settings that the block has not read.
+    [[nodiscard]] bool has_unread_keys(const BlockEntry& entry) const;
+    /// The entry's settings that the block has not read.
+    [[nodiscard]] std::vector<UnreadKey> unread_keys(const BlockEntry& entry,
+                                                     common::Suggester& suggester) const;
+
+    /// For a block whose constructor threw: only unread keys that resemble a missing one.
+    [[nodiscard]] std::vector<UnreadKey> near_misses(const BlockEntry& entry,
+                                                     common::Suggester& suggester) const;
+
+  private:
+    [[nodiscard]] bool was_read(const std::string& key) const { return is_read_.count(key) != 0; }
+    /// A setting without a value is reported already.
+    [[nodiscard]] bool is_unread(const Setting& setting) const {
+        return setting.value && !was_read(setting.key);
+    }
+
+    std::function<void(const Fenwa::ConfigurationError&)> on_mistake_;
+    std::function<void(const Fenwa::KeyRead&)> on_read_;
+    MadeUpValue made_up_;
+    std::vector<std::string> read_;  ///< each key once, in the order of the first read
+    std::unordered_set<std::string> is_read_;
+    std::vector<std::string> missing_;
+    bool has_made_up_ = false;
+};
+
+/// The surroundings of a probed block: no bus, and a queue that is never emptied. Outlives the
+/// blocks.
+struct ProbeTools {
     Fenwa::ConnectionTools no_bus{nullptr};
     Fenwa::InitTools tools{&no_bus};
     Fenwa::ReadyQueue queue{[] {}};
 };
 
-/// A block that was built on a bus that is not there, and set up.
+/// A block that was built without a bus, and set up.
 struct ProbedBlock {
-    /// Whatever the block throws is kept in `failure`.
-    /// @param config usually under the eyes of a KeyRecorder.
-    /// @param on_phase told of each phase before it begins, in case that it never ends.
+    /// Keeps what the block throws in `failure`.
+    /// @param config usually observed by a KeyRecorder.
+    /// @param on_phase called before each phase, which may never end; may be empty.
     ProbedBlock(const Fenwa::BlockFactory& factory, const std::string& name,
-                const Fenwa::BlockConfiguration& config, DryTools& tools,
+                const Fenwa::BlockConfiguration& config, ProbeTools& tools,
                 const std::function<void(const char* phase)>& on_phase = {});
 
-    std::unique_ptr<Fenwa::Block> block;  ///< null when the factory threw, or gave none
-    Fenwa::BlockConfiguration settings;   ///< what its setup returned
+    std::unique_ptr<Fenwa::Block> block;  ///< null if the factory threw, or returned none
+    Fenwa::BlockConfiguration settings;   ///< returned by the setup
     std::exception_ptr failure;           ///< null for none
     const char* phase = nullptr;          ///< the last one: "its constructor" or "setup"
 };
 
-/// What "what()" says of an exception, for a sentence; others have none.
-[[nodiscard]] std::string describe(const std::exception_ptr& exception);
+/// The `what()` of an exception, for a sentence; a fixed text for other types.
+[[nodiscard]] std::string message_of(const std::exception_ptr& exception);
 
-/// Before a run, what a block throws without a bus is left to the real construction; in a run there
-/// is none any more.
-enum class Strictness { alone, before_a_run, in_a_run };
-
-/// Told how a dry construction goes on, in case that it never ends; each may be empty.
-struct DryProgress {
-    /// A phase begins. @param exploring whether what happens in it is no mistake of the graph's: a
-    ///        running block is not called so.
-    std::function<void(const char* phase, bool exploring)> on_phase;
-    /// The block is given a value that it has not been configured with: what comes of it is most
-    /// likely no mistake of its own.
-    std::function<void()> on_invented;
+/// The treatment of an exception that a block throws without a bus.
+enum class Strictness {
+    alone,         ///< an error, or a warning if the block needs a bus
+    before_a_run,  ///< ignored: the real construction shows it
+    in_a_run       ///< an error: no real construction follows
 };
 
-/// Builds a block of a graph on a bus that is not there, and says of each mistake where it is:
-/// unknown type, missing, mistyped and unread keys, wrong terminations, exceptions.
+/// Follows a probe, which may never end; each function may be empty.
+struct ProbeProgress {
+    /// Called before each phase. @param exploring whether a run does not call the block so: then
+    ///        no failure is a mistake of the graph.
+    std::function<void(const char* phase, bool exploring)> on_phase;
+    /// Called before the block gets a made-up value: a later failure is most likely not its own
+    /// mistake.
+    std::function<void()> on_made_up_value;
+};
+
+/// Builds a block of a graph without a bus, and reports each mistake at its place: unknown type,
+/// missing, mistyped and unread keys, wrong terminations, exceptions.
 class Probe {
   public:
-    /// All outlive this object.
+    /// All references outlive this object.
     Probe(const BlockEntry& entry, const BlockTypes& types, common::Diagnostics& diagnostics,
-          Strictness strictness, DryProgress progress = {});
+          Strictness strictness, ProbeProgress progress = {});
     Probe(const Probe&) = delete;
     Probe& operator=(const Probe&) = delete;
 
-    /// Builds it and sets it up. @returns whether it is there.
+    /// Builds the block and sets it up. @returns whether it exists.
     bool build();
 
-    /// After `build`, of a block that is there: warns of the keys that it reads neither then nor in
-    /// `reconfigure`, and has no default for either. A key that a block only reads at times is
-    /// known to its own table of defaults. The block is reconfigured, if there is something to be
-    /// learnt of it.
+    /// After a successful `build`: warns of the keys that the block reads neither then nor in
+    /// `reconfigure`, and has no default for. A key that a block reads only at times is in its own
+    /// table of defaults. Reconfigures the block if it has unread keys.
     void find_unread_keys();
-    /// Those that it has warned of.
+    /// The keys that `find_unread_keys` warned of.
     [[nodiscard]] const std::vector<UnreadKey>& unread_keys() const noexcept { return unread_; }
 
     [[nodiscard]] const BlockEntry& entry() const noexcept { return entry_; }
-    /// The block with its terminations, owned by this object; an empty one where it is not there.
+    /// The block with its terminations, owned by this object; null if it was not built.
     [[nodiscard]] ConnectableBlock block() const;
 
-    /// Whether the block threw something other than a ConfigurationError, and that was reported.
+    /// Whether the block threw something other than a ConfigurationError that was reported.
     [[nodiscard]] bool threw() const noexcept { return threw_; }
 
     /// Destroys the block.
@@ -95,25 +158,25 @@ class Probe {
     void enter(const char* phase, bool exploring);
     void on_mistake(const Fenwa::ConfigurationError& error);
     void warn(const UnreadKey& unread);
-    void report_mistakes(const ProbedBlock& dry);
-    void report_throw(const ProbedBlock& dry);
+    void report_mistakes(const ProbedBlock& probed);
+    void report_throw(const ProbedBlock& probed);
 
     const BlockEntry& entry_;
     const BlockTypes& types_;
     common::Diagnostics& diagnostics_;
     Strictness strictness_;
-    DryProgress progress_;
+    ProbeProgress progress_;
     const Fenwa::BlockFactory* factory_ = nullptr;
     std::shared_ptr<KeyRecorder> recorder_;
     bool exploring_ = false;
     bool threw_ = false;
     std::vector<UnreadKey> unread_;
-    DryTools tools_;
+    ProbeTools tools_;
     std::unique_ptr<Fenwa::Block> block_;
     Terminations terminations_;
 };
 
-/// Reports a ConfigurationError of a block at its key, or at the block where the key is missing.
+/// Reports a ConfigurationError of a block at its key, or at the block if the key is missing.
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
             common::Diagnostics& diagnostics);
 

@@ -7,7 +7,7 @@
 #include "common/process/exit_code.hpp"
 #include "common/text/diagnostics.hpp"
 #include "common/text/terminal.hpp"
-#include "host/check/graph_checker.hpp"
+#include "host/check/graph_check.hpp"
 #include "host/cli/options.hpp"
 
 namespace host {

@@ -7,11 +7,10 @@
 #include "common/bus/bus.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
-#include "common/toml/document.hpp"
 #include "host/cli/options.hpp"
 #include "host/control/bus_setting.hpp"
 #include "host/control/client.hpp"
-#include "host/graph/reader.hpp"
+#include "host/graph/graph.hpp"
 #include "host/output/standard_output.hpp"
 #include "host/value/bus_value.hpp"
 #include "host/value/value_text.hpp"
@@ -37,7 +36,7 @@ PortValue ask_for(const ControlClient& host, const std::string& port) {
     const common::MessagePtr call = host.new_call("Read");
     ControlClient::append(*call, port);
     const common::MessagePtr reply = host.send(call);
-    PortValue value = read_variant(*reply);
+    PortValue value = value_from_variant(*reply);
     if (std::holds_alternative<std::monostate>(value))
         throw common::Failure(common::ExitCode::unavailable,
                               "the host gives '" + port + "' a value of an unknown type");
@@ -50,28 +49,6 @@ bool holds_nul(const Value& value) {
         return in(*text);
     const auto* const list = std::get_if<std::vector<std::string>>(&value);
     return list != nullptr && std::any_of(list->begin(), list->end(), in);
-}
-
-/// The text as a graph file's value, or else as the string that it is.
-Value read_value(const std::string& key, const std::string& text) {
-    common::Diagnostics diagnostics(key);
-    // Behind the end of the line further keys could follow.
-    const bool is_one_line = text.find_first_of("\r\n") == std::string::npos;
-    const auto table =
-        is_one_line ? common::parse_toml("value = " + text, diagnostics) : std::nullopt;
-    if (!table)
-        return text;
-    common::Diagnostics refusal(key);
-    const toml::node& node = *table->get("value");
-    // No setting is a date, so that what looks like one is meant as text.
-    if (node.is_date() || node.is_time() || node.is_date_time())
-        return text;
-    const auto value = read_setting(key, node, refusal);
-    if (!value)
-        throw Failure(ExitCode::usage, refusal.error_sentences().front());
-    if (holds_nul(*value))
-        throw Failure(ExitCode::usage, "'" + key + "' holds a NUL, which D-Bus does not carry");
-    return *value;
 }
 
 /// Prints the value of a port of a running host, "BLOCK.PORT", on stdout, bold as in event lines.
@@ -110,7 +87,10 @@ Fenwa::BlockConfiguration::KeyValue parse_change(const std::string& text) {
     if (sign == std::string::npos || sign == 0)
         throw Failure(ExitCode::usage, "'" + text + "' is not of the form KEY=VALUE");
     const std::string key = text.substr(0, sign);
-    return {key, read_value(key, text.substr(sign + 1))};
+    Value value = setting_from_text(key, text.substr(sign + 1));
+    if (holds_nul(value))
+        throw Failure(ExitCode::usage, "'" + key + "' holds a NUL, which D-Bus does not carry");
+    return {key, std::move(value)};
 }
 
 /// Changes settings of a block of a running host, all or none.

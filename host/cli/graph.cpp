@@ -7,7 +7,7 @@
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "framework/shared/host_access.hpp"
-#include "host/check/graph_checker.hpp"
+#include "host/check/graph_check.hpp"
 #include "host/cli/options.hpp"
 #include "host/control/client.hpp"
 #include "host/draw/diagram.hpp"
@@ -37,9 +37,9 @@ struct GraphOptions {
 /// that has some.
 Json describe_file(const GraphOptions& options, ExitCode& code) {
     common::Diagnostics diagnostics(options.graph);
-    const auto look = [](const Probe& dry) {
-        return describe_block(dry.entry(), dry.block(),
-                              Fenwa::HostAccess::configuration(*dry.block().block));
+    const auto look = [](const Probe& probed) {
+        return to_json(probed.entry(), probed.block(),
+                       Fenwa::HostAccess::configuration(*probed.block().block));
     };
     const CheckedGraph checked =
         read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::alone, look);
@@ -50,9 +50,9 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
     Json blocks = Json::array();
     for (const BlockEntry& entry : checked.graph->blocks) {
         const Json& seen = checked.probe.blocks.at(entry.name).look;
-        blocks.push_back(seen.is_null() ? describe_block(entry, {}, entry.configuration()) : seen);
+        blocks.push_back(seen.is_null() ? to_json(entry, {}, entry.configuration()) : seen);
     }
-    return {{"blocks", std::move(blocks)}, {"connections", describe_connections(*checked.graph)}};
+    return {{"blocks", std::move(blocks)}, {"connections", to_json(checked.graph->connections)}};
 }
 
 Diagram diagram_of_host(const ControlTarget& target) {

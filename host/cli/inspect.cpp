@@ -10,7 +10,6 @@
 #include "common/text/suggestion.hpp"
 #include "common/text/terminal.hpp"
 #include "host/check/inspection.hpp"
-#include "host/check/type_explorer.hpp"
 #include "host/cli/options.hpp"
 #include "host/output/event_writer.hpp"
 #include "host/output/inspect_text.hpp"
@@ -45,32 +44,8 @@ std::vector<std::string> chosen_types(const InspectOptions& options, const Plugi
                                             help));
 }
 
-Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
-    Json type = {{"type", name}};
-    type.update(explore_type([&](const Fenwa::BlockConfiguration& settings) {
-        return try_block(plugin, name, settings);
-    }));
-    return type;
-}
-
 /// Prints the block types of a plug-in on stdout, in the order in which it registers them. As JSON:
-///
-///     {"plugin": NAME, "file": PATH,
-///      "types": [{"type": NAME,
-///                 "inputs": [{"name", "type", "triggers"}, …],
-///                 "outputs": [{"name", "type"}, …],
-///                 "event_ports": [{"name"}, …],
-///                 "terminated_inputs": [{"name", "type", "value"}, …],
-///                 "exports": [{"path", "interface"}, …],
-///                 "keys": [{"key", "type", "required": false, "default"} or
-///                          {"key", "type", "required": true}, …],
-///                 "settings": {KEY: VALUE, …},
-///                 "failures": [{"kind": "threw" | "crashed" | "hung", "text"}, …]}, …]}
-///
-/// Ports and objects are those after the setup, keys stand in the order in which they are first
-/// asked for, settings are what setup returns. Types and values stand as in event lines. What is
-/// there only with some boolean keys toggled has a member "when" with them and the values that
-/// they have then.
+/// {"plugin": NAME, "file": PATH, "types": [as `inspect_type`, …]}.
 /// @returns `threw` when the entry point or a block threw, crashed or hung.
 /// @throws common::Failure `unreadable` when the plug-in is not there or is none, `usage` when it
 /// has

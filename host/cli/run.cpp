@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 #include <cerrno>
@@ -16,7 +17,7 @@
 #include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/debug_data_store.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "host/check/graph_checker.hpp"
+#include "host/check/graph_check.hpp"
 #include "host/cli/options.hpp"
 #include "host/control/reconfigurer.hpp"
 #include "host/control/service.hpp"
@@ -35,7 +36,7 @@ namespace {
 
 using common::ExitCode;
 
-/// What `fenwa run` was asked for.
+/// The command line of `fenwa run`.
 struct RunOptions {
     std::string graph;
     std::optional<std::string> bus;  ///< instead of the graph's own address
@@ -47,17 +48,17 @@ struct RunOptions {
     common::ColorChoice color = common::ColorChoice::automatic;
 };
 
-/// How much longer than its time, which counts from the moment when all blocks are started, a host
-/// takes when they do not start.
+/// How long the blocks may take to start before the time of the run, which counts from then, ends
+/// it all the same.
 constexpr std::chrono::seconds start_limit{5};
 
-/// How long a bus daemon has, at the end, to read what blocks have sent.
+/// How long a bus daemon has, at the end, to read the blocks' messages.
 constexpr std::chrono::seconds delivery_limit{5};
 
-/// Sends what blocks log and what they set in the debug-data store to the event writer.
-class Listeners {
+/// Sends log lines and debug data of blocks to the event writer.
+class BlockListeners {
   public:
-    explicit Listeners(EventWriter& events) {
+    explicit BlockListeners(EventWriter& events) {
         Fenwa::set_log_sink(
             [&events](int level, const std::string& message) { events.log(level, message); });
         Fenwa::set_debug_listener(
@@ -65,181 +66,241 @@ class Listeners {
                 events.debug(key, value);
             });
     }
-    Listeners(const Listeners&) = delete;
-    Listeners& operator=(const Listeners&) = delete;
-    ~Listeners() {
+    BlockListeners(const BlockListeners&) = delete;
+    BlockListeners& operator=(const BlockListeners&) = delete;
+    ~BlockListeners() {
         Fenwa::set_debug_listener({});
         Fenwa::set_log_sink(log_to_stderr);
     }
 };
 
-/// Lets what becomes of stdout be known: to those who read it again, and to the host.
-class OutputListeners {
+/// Stdout of a run: event lines, and what becomes of them if nobody reads.
+class RunOutput {
   public:
-    OutputListeners(StandardOutput& out, const EventWriter& events) {
-        describe_dropped_output([&events](std::size_t lines) { return events.dropped(lines); });
-        on_output_failure([&out](int error) { out.fail(error); });
+    RunOutput(const RunOptions& options, Supervisor& supervisor)
+        : journal_(options.graph),
+          out_(standard_output(supervisor)),
+          events_(make_event_writer(options.format, out_, journal_, options.color)) {
+        describe_dropped_output([this](std::size_t lines) { return events_->dropped(lines); });
+        on_output_failure([this](int error) { out_.fail(error); });
+        if (has_reader(STDOUT_FILENO) && !leads_to_journal(STDOUT_FILENO))
+            supervisor.watch_reader(STDOUT_FILENO, [&out = out_] { out.fail(EPIPE); });
     }
-    OutputListeners(const OutputListeners&) = delete;
-    OutputListeners& operator=(const OutputListeners&) = delete;
-    ~OutputListeners() {
+    RunOutput(const RunOutput&) = delete;
+    RunOutput& operator=(const RunOutput&) = delete;
+    ~RunOutput() {
         describe_dropped_output({});
         on_output_failure({});
     }
+
+    [[nodiscard]] EventWriter& events() const noexcept { return *events_; }
+
+    /// Writes the last event line and waits for the reader.
+    /// @returns the exit code of the run, which a failure of stdout may change.
+    ExitCode end(ExitCode code) {
+        events_->exit(static_cast<int>(code));
+        drain_output();
+        return code_after(out_, code);
+    }
+
+  private:
+    /// Lives until the process ends, because the supervisor does.
+    static StandardOutput& standard_output(Supervisor& supervisor) {
+        static auto* const out = new StandardOutput([&supervisor] { supervisor.request_stop(); });
+        return *out;
+    }
+
+    const Journal journal_;
+    StandardOutput& out_;
+    const std::unique_ptr<EventWriter> events_;
 };
 
-common::BusPtr connect_bus(const RunOptions& options, const std::string& address) {
-    const Activity connecting("the bus at", address.c_str(), nullptr);
-    common::BusPtr bus = common::open_bus(address, options.call_timeout);
-    common::check(sd_bus_set_method_call_timeout(
-                      bus.get(), static_cast<std::uint64_t>(options.call_timeout.count())),
-                  "cannot set the call time-out");
-    return bus;
-}
-
-/// The connection of the blocks, with the names that the graph asks for.
-common::BusPtr connect_blocks_bus(const RunOptions& options, const Graph& graph,
-                                  const std::string& address) {
-    common::BusPtr bus = connect_bus(options, address);
-    const Activity owning("the bus at", address.c_str(), nullptr);
-    for (const PlacedName& name : graph.bus_names)
-        common::own_name(*bus, name.text);
-    return bus;
-}
-
-/// Has the numbers of repeated log lines told when they are due. Null where they never are.
-common::EventSourcePtr settle_repeated_lines(const EventLoop& loop, EventWriter& events) {
-    common::EventSourcePtr source;
-    if (const int fd = events.settle_descriptor(); fd >= 0)
-        common::check(sd_event_add_io(&loop.get(), common::out(source), fd, EPOLLIN,
-                                      common::callback<&EventWriter::settle>, &events),
-                      "cannot watch for repeated log lines");
-    return source;
-}
-
-/// Starts the blocks, serves them until the end and stops them.
-ExitCode serve(const RunOptions& options, const Graph& graph, BlockTypes& types, EventLoop& loop,
-               EventWriter& events, common::Diagnostics& diagnostics) {
-    // Blocks do not wait for a reader, as a list of mistakes does.
-    drop_unread_lines();
-    const std::string address = options.bus.value_or(graph.bus_address.text);
-    const common::BusPtr bus = connect_blocks_bus(options, graph, address);
-    // Before a block touches the camera: a host whose name is taken does not start.
-    common::BusPtr control_bus;
-    if (options.control) {
-        control_bus = connect_bus(options, address);
-        common::own_name(*control_bus, *options.control);
+/// The blocks of a checked graph on their bus: started, served until the end, and stopped.
+class Session {
+  public:
+    /// All references outlive this object.
+    /// @throws common::Failure (unavailable) without a bus, or if a name is taken.
+    Session(const RunOptions& options, const Graph& graph, BlockTypes& types, EventLoop& loop,
+            EventWriter& events, common::Diagnostics& diagnostics)
+        : options_(options),
+          color_(common::use_color(options.color, stderr)),
+          diagnostics_(diagnostics),
+          loop_(loop),
+          events_(events),
+          address_(options.bus.value_or(graph.bus_address.value)),
+          bus_(connect_blocks_bus(graph)),
+          control_bus_(connect_control_bus()),
+          repeated_lines_(report_repeated_lines()),
+          interposer_(*bus_),
+          connection_(bus_.get()),
+          tools_(&connection_),
+          listeners_(events),
+          blocks_(graph, types, tools_, loop.get(), events, diagnostics),
+          reconfigurer_(options.graph, blocks_, types) {
+        blocks_.follow_bus(interposer_);
     }
-    loop.attach(*bus);
-    const common::EventSourcePtr settling = settle_repeated_lines(loop, events);
-    BusInterposer interposer(*bus);
-    Fenwa::ConnectionTools connection(bus.get());
-    const Fenwa::InitTools tools(&connection);
-    const Listeners listeners(events);
-    RunningGraph running(graph, types, tools, loop.get(), events, diagnostics);
-    running.follow_bus(interposer);
 
-    const auto failed = [&](const std::exception_ptr& failure) {
+    /// @throws common::Failure (unavailable) if the bus was lost.
+    ExitCode run() {
+        ExitCode code = ExitCode::done;
+        try {
+            code = start_and_serve();
+        } catch (...) {
+            code = report(std::current_exception());
+        }
+        EventLoop::announce_stop();
+        blocks_.stop([&](const std::exception_ptr& failure) {
+            const ExitCode reported = report(failure);
+            if (code == ExitCode::done)
+                code = reported;
+        });
+        finish_sending();
+        return code;
+    }
+
+  private:
+    [[nodiscard]] common::BusPtr connect_bus() const {
+        const Activity connecting("the bus at", address_.c_str(), nullptr);
+        common::BusPtr bus = common::open_bus(address_, options_.call_timeout);
+        common::check(sd_bus_set_method_call_timeout(
+                          bus.get(), static_cast<std::uint64_t>(options_.call_timeout.count())),
+                      "cannot set the call time-out");
+        return bus;
+    }
+
+    /// Owns the names that the graph lists.
+    [[nodiscard]] common::BusPtr connect_blocks_bus(const Graph& graph) const {
+        common::BusPtr bus = connect_bus();
+        const Activity owning("the bus at", address_.c_str(), nullptr);
+        for (const auto& name : graph.bus_names)
+            common::own_name(*bus, name.value);
+        loop_.attach(*bus);
+        return bus;
+    }
+
+    /// Before a block touches the camera: a host whose name is taken does not start. Null without
+    /// a control interface.
+    [[nodiscard]] common::BusPtr connect_control_bus() const {
+        if (!options_.control)
+            return nullptr;
+        common::BusPtr bus = connect_bus();
+        common::own_name(*bus, *options_.control);
+        return bus;
+    }
+
+    /// Null if no counts of repeated log lines will be due.
+    [[nodiscard]] common::EventSourcePtr report_repeated_lines() const {
+        common::EventSourcePtr source;
+        if (const int fd = events_.settle_descriptor(); fd >= 0)
+            common::check(sd_event_add_io(&loop_.get(), common::out(source), fd, EPOLLIN,
+                                          common::callback<&EventWriter::settle>, &events_),
+                          "cannot watch for repeated log lines");
+        return source;
+    }
+
+    ExitCode start_and_serve() {
+        const std::size_t known = diagnostics_.errors();
+        const bool started = blocks_.start([this] { return loop_.interrupted(); });
+        // Also for warnings that only the real blocks show.
+        diagnostics_.print(std::cerr, color_);
+        if (!started)
+            return diagnostics_.errors() == known ? ExitCode::done : ExitCode::misconfigured;
+        if (control_bus_ != nullptr)
+            control_.emplace(blocks_, reconfigurer_, loop_, std::move(control_bus_));
+        loop_.serve_hangup([this] { reconfigurer_.reload(color_); });
+        events_.ready();
+        loop_.run(options_.duration);
+        if (blocks_.failure() != nullptr)
+            std::rethrow_exception(blocks_.failure());
+        return ExitCode::done;
+    }
+
+    ExitCode report(const std::exception_ptr& failure) const {
         try {
             std::rethrow_exception(failure);
         } catch (const Fenwa::ConfigurationError&) {
-            diagnostics.print(std::cerr, common::use_color(options.color, stderr));
+            diagnostics_.print(std::cerr, color_);
             return ExitCode::misconfigured;
         } catch (BlockFailure& error) {
-            error.report().print(std::cerr, common::use_color(options.color, stderr));
+            error.report().print(std::cerr, color_);
             return ExitCode::software;
         } catch (const common::Failure& error) {
-            common::print_error_line(std::string("fenwa: ") + error.what());
+            common::print_error_line(fmt::format("fenwa: {}", error.what()));
             return error.code();
         }
-    };
-    const std::size_t known = diagnostics.errors();
-    ExitCode code = ExitCode::done;
-    Reconfigurer settings(options.graph, running, types);
-    std::optional<Control> control;
-    try {
-        const bool started = running.start([&loop] { return loop.interrupted(); });
-        // Warnings too, of what only shows when the real blocks are there.
-        diagnostics.print(std::cerr, common::use_color(options.color, stderr));
-        if (started) {
-            if (options.control)
-                control.emplace(running, settings, loop, std::move(control_bus));
-            loop.serve_hangup([&] { settings.reload(common::use_color(options.color, stderr)); });
-            events.ready();
-            loop.run(options.duration);
-            if (running.failure() != nullptr)
-                std::rethrow_exception(running.failure());
-        } else if (diagnostics.errors() != known) {
-            code = ExitCode::misconfigured;
-        }
-    } catch (...) {
-        code = failed(std::current_exception());
     }
-    EventLoop::announce_stop();
-    running.stop([&](const std::exception_ptr& failure) {
-        const ExitCode reported = failed(failure);
-        if (code == ExitCode::done)
-            code = reported;
-    });
-    if (loop.lost_bus())
-        throw common::Failure(ExitCode::unavailable,
-                              "lost the connection to the bus at '" + address + "'");
-    const Activity finishing("the bus at", address.c_str(), nullptr);
-    if (!loop.finish_sending(delivery_limit))
-        common::print_error_line("fenwa: the bus at '" + address +
-                                 "' has not read all that was sent to it");
-    return code;
+
+    void finish_sending() {
+        if (loop_.lost_bus())
+            throw common::Failure(ExitCode::unavailable,
+                                  fmt::format("lost the connection to the bus at '{}'", address_));
+        const Activity finishing("the bus at", address_.c_str(), nullptr);
+        if (!loop_.finish_sending(delivery_limit))
+            common::print_error_line(fmt::format(
+                "fenwa: the bus at '{}' has not read all that was sent to it", address_));
+    }
+
+    const RunOptions& options_;
+    const bool color_;
+    common::Diagnostics& diagnostics_;
+    EventLoop& loop_;
+    EventWriter& events_;
+    const std::string address_;
+    const common::BusPtr bus_;
+    common::BusPtr control_bus_;  ///< null once `control_` has it
+    const common::EventSourcePtr repeated_lines_;
+    BusInterposer interposer_;
+    Fenwa::ConnectionTools connection_;
+    const Fenwa::InitTools tools_;
+    const BlockListeners listeners_;
+    RunningGraph blocks_;
+    Reconfigurer reconfigurer_;
+    std::optional<Control> control_;
+};
+
+/// Checks a graph and runs it until a signal comes, its time is over, the bus is lost or a block
+/// throws. @throws common::Failure
+ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventWriter& events) {
+    common::Diagnostics diagnostics(options.graph);
+    const bool color = common::use_color(options.color, stderr);
+    // A signal ends the host, as there is nothing to stop yet: the graph may be a pipe, and the
+    // check may take its time.
+    const CheckedGraph checked =
+        read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::before_a_run);
+    diagnostics.print(std::cerr, color);
+    if (checked.code != ExitCode::done)
+        return checked.code;
+    supervisor.stop_in_order();
+    if (options.duration)
+        supervisor.stop_after(*options.duration + start_limit);
+    const ExitGuard guard;
+    EventLoop loop(supervisor);
+    BlockTypes types(&loop.get());
+    types.load(*checked.graph, options.plugin_dirs, diagnostics);
+    diagnostics.print(std::cerr, color);
+    if (diagnostics.errors() != 0)
+        return ExitCode::misconfigured;
+    if (loop.interrupted())
+        return ExitCode::done;
+    // Blocks do not wait for a reader of stderr, as a list of mistakes does.
+    drop_unread_lines();
+    return Session(options, *checked.graph, types, loop, events, diagnostics).run();
 }
 
-/// Runs a graph until a signal comes, its time is over, the bus is lost or a block throws.
-/// @throws common::Failure
 ExitCode run_graph(const RunOptions& options) {
     open_closed_streams();
     buffer_standard_streams();
     report_crashes();
     // From the first moment: a SIGHUP that comes during the start is served after it.
     Supervisor& supervisor = Supervisor::start(Supervisor::Hangup::reloads);
-    const Journal journal(options.graph);
-    common::Diagnostics diagnostics(options.graph);
-    // The supervisor knows it to the end of the process.
-    static StandardOutput& out = *new StandardOutput([&supervisor] { supervisor.request_stop(); });
-    const std::unique_ptr<EventWriter> events =
-        make_event_writer(options.format, out, journal, options.color);
-    const OutputListeners output_listeners(out, *events);
-    if (has_reader(STDOUT_FILENO) && !leads_to_journal(STDOUT_FILENO))
-        supervisor.watch_reader(STDOUT_FILENO, [] { out.fail(EPIPE); });
-    const auto ended = [&events](ExitCode code) {
-        events->exit(static_cast<int>(code));
-        drain_output();
-        return code_after(out, code);
-    };
+    RunOutput output(options, supervisor);
     try {
-        // While there is nothing to stop, a signal ends the host: the graph may be a pipe, and what
-        // is tried out in the check may take its time.
-        const CheckedGraph checked = read_and_check(options.graph, options.plugin_dirs, diagnostics,
-                                                    Strictness::before_a_run);
-        diagnostics.print(std::cerr, common::use_color(options.color, stderr));
-        if (checked.code != ExitCode::done)
-            return ended(checked.code);
-        supervisor.stop_in_order();
-        if (options.duration)
-            supervisor.stop_after(*options.duration + start_limit);
-        const ExitGuard guard;
-        EventLoop loop(supervisor);
-        BlockTypes types(&loop.get());
-        types.load(*checked.graph, options.plugin_dirs, diagnostics);
-        if (diagnostics.errors() != 0) {
-            diagnostics.print(std::cerr, common::use_color(options.color, stderr));
-            return ended(ExitCode::misconfigured);
-        }
-        if (loop.interrupted())
-            return ended(ExitCode::done);
-        return ended(serve(options, *checked.graph, types, loop, *events, diagnostics));
+        return output.end(check_and_run(options, supervisor, output.events()));
     } catch (const common::Failure& failure) {
-        ended(failure.code());
+        output.end(failure.code());
         throw;
     } catch (...) {
-        ended(ExitCode::software);
+        output.end(ExitCode::software);
         throw;
     }
 }

@@ -80,7 +80,7 @@ class Watch {
         const auto datatype = datatypes_.find(port);
         if (!end || datatype == datatypes_.end())
             return;
-        if (const auto value = read_variant(signal, datatype->second))
+        if (const auto value = value_from_variant(signal, datatype->second))
             events_.output(end->block, end->port, datatype->second, *value);
     }
 

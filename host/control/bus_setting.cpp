@@ -1,5 +1,7 @@
 #include "host/control/bus_setting.hpp"
 
+#include <fmt/core.h>
+
 #include <limits>
 #include <memory>
 #include <set>
@@ -60,11 +62,12 @@ Basic read_basic(sd_bus_message& message, char type) {
 }
 
 [[noreturn]] void refuse(const std::string& key, const std::string& what) {
-    throw ControlError(wrong_setting_error, "the key " + common::in_quotes(key) + " " + what);
+    throw ControlError(wrong_setting_error,
+                       fmt::format("the key {} {}", common::in_quotes(key), what));
 }
 
-/// Reads what a variant of the type `held` holds.
-Value read_held(sd_bus_message& message, const std::string& key, const std::string& held) {
+/// Reads the content of a variant of the type `held`.
+Value setting_of_type(sd_bus_message& message, const std::string& key, const std::string& held) {
     if (held == "as")
         return read_strings(message);
     switch (held.size() == 1 ? held.front() : '\0') {
@@ -93,19 +96,19 @@ Value read_held(sd_bus_message& message, const std::string& key, const std::stri
             return static_cast<std::int64_t>(value);
         }
         default:
-            refuse(key, "cannot be of the D-Bus type '" + held +
-                            "'; a setting is a boolean, an integer, a float (d), a string or an "
-                            "array of strings");
+            refuse(key, fmt::format("cannot be of the D-Bus type '{}'; a setting is a boolean, an "
+                                    "integer, a float (d), a string or an array of strings",
+                                    held));
     }
 }
 
-Value read_variant(sd_bus_message& message, const std::string& key) {
+Value setting_from_variant(sd_bus_message& message, const std::string& key) {
     const char* held = nullptr;
     check(sd_bus_message_peek_type(&message, nullptr, &held), "cannot read a setting");
     const std::string type = held == nullptr ? "" : held;
     check(sd_bus_message_enter_container(&message, SD_BUS_TYPE_VARIANT, type.c_str()),
           "cannot read a setting");
-    Value value = read_held(message, key, type);
+    Value value = setting_of_type(message, key, type);
     check(sd_bus_message_exit_container(&message), "cannot read a setting");
     return value;
 }
@@ -127,7 +130,7 @@ int append_settings(sd_bus_message& message, const SettingList& settings) {
     return r < 0 ? r : sd_bus_message_close_container(&message);
 }
 
-SettingList read_settings(sd_bus_message& message) {
+SettingList settings_from_message(sd_bus_message& message) {
     SettingList settings;
     std::set<std::string> known;
     check(sd_bus_message_enter_container(&message, SD_BUS_TYPE_ARRAY, "{sv}"),
@@ -137,7 +140,7 @@ SettingList read_settings(sd_bus_message& message) {
         const std::string key = common::read_string(message);
         if (!known.insert(key).second)
             refuse(key, "is given twice");
-        settings.emplace_back(key, read_variant(message, key));
+        settings.emplace_back(key, setting_from_variant(message, key));
         check(sd_bus_message_exit_container(&message), "cannot read settings");
     }
     check(sd_bus_message_exit_container(&message), "cannot read settings");

@@ -32,7 +32,7 @@ class ControlClient {
     /// Sends a call and gives the reply.
     [[nodiscard]] common::MessagePtr send(const common::MessagePtr& call) const;
 
-    /// Hands what the host says of itself (host/control/graph_json.hpp) to `use`, and gives what
+    /// Hands what the host says of itself (host/control/service.hpp) to `use`, and gives what
     /// that returns. A failure (unavailable) says so where it is of another form, that is, where it
     /// is not JSON, is nested deeply, or `use` throws common::Json::exception.
     template <class Use>

@@ -10,38 +10,38 @@
 
 namespace host {
 
-// What the control interface is called on the bus.
+// The names of the control interface on the bus.
 inline constexpr const char* control_name = "com.tarlo.Fenwa.Host1";  ///< unless another is given
 inline constexpr const char* control_path = "/com/tarlo/Fenwa/Host1";
 inline constexpr const char* control_interface = "com.tarlo.Fenwa.Host1";
 
-// Names of the errors with which a host refuses a call. The message is a sentence for the user.
+// Names of the errors with which a host refuses a call; the message is a sentence for the user.
 inline constexpr const char* control_error_prefix = "com.tarlo.Fenwa.Host1.Error.";
 inline constexpr const char* unknown_block_error = "com.tarlo.Fenwa.Host1.Error.UnknownBlock";
-/// The block has no such port, an output is to be written, or the text is no "BLOCK.PORT".
+/// The block has no such port, an output is to be written, or the text is not "BLOCK.PORT".
 inline constexpr const char* unknown_port_error = "com.tarlo.Fenwa.Host1.Error.UnknownPort";
 /// The input gets its values from an output.
 inline constexpr const char* connected_input_error = "com.tarlo.Fenwa.Host1.Error.ConnectedInput";
-/// The value is of another type than the port, or the port's type has no values on the bus.
+/// The value is not of the port's type, or the port's type has no D-Bus type.
 inline constexpr const char* wrong_type_error = "com.tarlo.Fenwa.Host1.Error.WrongType";
-/// The block reads no such key.
+/// The block does not read such a key.
 inline constexpr const char* unknown_key_error = "com.tarlo.Fenwa.Host1.Error.UnknownKey";
-/// A setting is of a type that the block does not take, or the block refuses it.
+/// A setting is of a type that the block does not accept, or the block refuses it.
 inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.WrongSetting";
-/// The block threw when it was told its settings; the host stops.
+/// The block threw in `reconfigure`; the host stops.
 inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
 
-/// A refusal quotes what it was called with, which may be mebibytes; in bytes.
-inline constexpr std::size_t longest_refusal = 1000;
+/// In bytes: a refusal quotes the arguments of the call, which may be mebibytes.
+inline constexpr std::size_t max_refusal_length = 1000;
 
-/// A call that a host does not serve. `what()` is the sentence for the user.
+/// The refusal of a call. `what()` is the sentence for the user.
 class ControlError : public common::ErrorReply {
   public:
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlError(const char* name, const std::string& sentence, const std::string& help = {})
         : ErrorReply(name, common::one_line(common::shortened(common::with_help(sentence, help),
-                                                              longest_refusal))) {}
+                                                              max_refusal_length))) {}
 };
 
 }  // namespace host

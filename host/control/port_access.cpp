@@ -1,6 +1,6 @@
 #include "host/control/port_access.hpp"
 
-#include <algorithm>
+#include <fmt/core.h>
 
 #include "common/text/suggestion.hpp"
 #include "host/control/names.hpp"
@@ -8,29 +8,29 @@
 namespace host {
 namespace {
 
-/// A port's name with the block that it names.
+/// A port's name with its block.
 struct Found {
     Endpoint end;
-    ConnectableBlock block;
+    const BlockInstance& block;
 };
 
 Found find_block(const RunningGraph& graph, const std::string& port) {
     const std::optional<Endpoint> end = parse_endpoint(port);
     if (!end)
-        throw ControlError(unknown_port_error,
-                           common::in_quotes(port) + " is not of the form BLOCK.PORT");
-    const ConnectableBlock block = graph.block(end->block);
-    if (block.block == nullptr)
+        throw ControlError(unknown_port_error, fmt::format("{} is not of the form BLOCK.PORT",
+                                                           common::in_quotes(port)));
+    const BlockInstance* const block = graph.find(end->block);
+    if (block == nullptr)
         refuse_unknown_block(graph.graph(), end->block);
-    return {*end, block};
+    return {*end, *block};
 }
 
 [[noreturn]] void refuse_unknown(const Endpoint& end, const char* kind,
                                  const std::vector<std::string>& names) {
     common::Suggester suggester;
     throw ControlError(unknown_port_error,
-                       "the block " + common::in_quotes(end.block) + " has no " + kind + " " +
-                           common::in_quotes(end.port),
+                       fmt::format("the block {} has no {} {}", common::in_quotes(end.block), kind,
+                                   common::in_quotes(end.port)),
                        port_help(end.port, kind, names, suggester));
 }
 
@@ -41,47 +41,48 @@ void refuse_unknown_block(const Graph& graph, const std::string& block) {
     for (const BlockEntry& entry : graph.blocks)
         names.push_back(entry.name);
     throw ControlError(unknown_block_error,
-                       "no block " + common::in_quotes(block) + " in the graph",
+                       fmt::format("no block {} in the graph", common::in_quotes(block)),
                        common::did_you_mean(block, names));
 }
 
 PortValue read_port(const RunningGraph& graph, const std::string& port) {
     const auto [end, block] = find_block(graph, port);
-    std::optional<PortValue> value = graph.input_value(end.block, end.port);
+    std::optional<PortValue> value = block.input_value(end.port);
     if (!value)
-        value = graph.output_value(end.block, end.port);
+        value = block.output_value(end.port);
     if (!value) {
-        std::vector<std::string> names = block.inport_names();
-        for (const std::string& output : block.block->get_outport_names())
+        std::vector<std::string> names = block.ports().inport_names();
+        for (const std::string& output : block.block()->get_outport_names())
             names.push_back(output);
         refuse_unknown(end, "port", names);
     }
     if (std::holds_alternative<std::monostate>(*value))
         throw ControlError(
             wrong_type_error,
-            "'" + port + "' holds a value of a datatype that the host does not know");
+            fmt::format("'{}' holds a value of a datatype that the host does not know", port));
     return *value;
 }
 
 WritableInput find_writable(const RunningGraph& graph, const std::string& port) {
     const auto [end, block] = find_block(graph, port);
-    const Fenwa::InPortInternal* const input = block.inport(end.port);
+    const Fenwa::InPortInternal* const input = block.ports().inport(end.port);
     if (input == nullptr) {
-        if (block.block->get_outport(end.port) != nullptr)
-            throw ControlError(unknown_port_error, "'" + port + "' is an output, not an input");
-        refuse_unknown(end, "input", block.inport_names());
+        if (block.block()->get_outport(end.port) != nullptr)
+            throw ControlError(unknown_port_error,
+                               fmt::format("'{}' is an output, not an input", port));
+        refuse_unknown(end, "input", block.ports().inport_names());
     }
     for (const Connection& connection : graph.graph().connections) {
         if (connection.to.block == end.block && connection.to.port == end.port)
-            throw ControlError(connected_input_error,
-                               "'" + port + "' is connected to '" + connection.from.text() + "'");
+            throw ControlError(connected_input_error, fmt::format("'{}' is connected to '{}'", port,
+                                                                  connection.from.text()));
     }
     const Fenwa::Datatype& datatype = input->datatype();
     const PortValue first = default_value(datatype);
     if (std::holds_alternative<std::monostate>(first) ||
         std::holds_alternative<Fenwa::datatype_timersource>(first))
-        throw ControlError(wrong_type_error, "'" + port + "' takes " + type_name(datatype) +
-                                                 ", which cannot be written");
+        throw ControlError(wrong_type_error, fmt::format("'{}' takes {}, which cannot be written",
+                                                         port, type_name(datatype)));
     return {end, datatype};
 }
 

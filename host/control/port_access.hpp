@@ -8,14 +8,15 @@
 
 namespace host {
 
-// The ports of a running graph as its users call them, "BLOCK.PORT". A name that is none is refused
-// with the nearest one.
+// The ports of a running graph by their names, "BLOCK.PORT". An unknown name is refused with the
+// nearest one.
 
-/// Refuses the name of a block that is not there.
+/// Refuses the name of a block that the graph does not have.
+/// @throws ControlError
 [[noreturn]] void refuse_unknown_block(const Graph& graph, const std::string& block);
 
 /// The value of any input, those that the host provides included, or of any output.
-/// @throws ControlError for a port that is not there, or whose values the host does not know.
+/// @throws ControlError for an unknown port, or a datatype that the host does not know.
 [[nodiscard]] PortValue read_port(const RunningGraph& graph, const std::string& port);
 
 /// An input that may be written.
@@ -25,8 +26,8 @@ struct WritableInput {
 };
 
 /// The input of that name.
-/// @throws ControlError for an input that is not there, is connected, or is of a datatype that
-///         nobody can write: a timer source, or one that the host does not know.
+/// @throws ControlError for an input that is unknown, is connected, or is of a datatype that cannot
+///         be written: a timer source, or one that the host does not know.
 [[nodiscard]] WritableInput find_writable(const RunningGraph& graph, const std::string& port);
 
 }  // namespace host

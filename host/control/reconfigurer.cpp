@@ -1,5 +1,7 @@
 #include "host/control/reconfigurer.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
@@ -9,12 +11,11 @@
 #include "common/process/exit_code.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
-#include "host/check/graph_probe.hpp"
-#include "host/check/settings_message.hpp"
+#include "host/check/graph_check.hpp"
+#include "host/check/settings_text.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
 #include "host/graph/diff.hpp"
-#include "host/graph/reader.hpp"
 
 namespace host {
 namespace {
@@ -24,51 +25,53 @@ using common::Json;
 using Fenwa::BlockConfiguration;
 using Fenwa::ConfigurationAccess;
 
-/// What a block that cannot be built dry is told: what it was built with, with what is given now
-/// laid over it. The default of a key that it was given then is not known.
+/// The settings of a block that cannot be built without a bus: those that it was built with, with
+/// its entry's merged into them. The default of a key that it was given then is unknown.
 BlockConfiguration merge_settings(const RunningGraph& graph, const BlockEntry& entry,
                                   Diagnostics& diagnostics) {
-    for (const auto& given : ConfigurationAccess::entries(graph.built_from(entry.name))) {
+    const BlockInstance& instance = *graph.find(entry.name);
+    for (const auto& given : ConfigurationAccess::entries(instance.built_from())) {
         if (entry.find(given.key()) == nullptr)
-            diagnostics.error(entry.location,
-                              describe(entry) +
-                                  " cannot be built without a bus, so the default of '" +
-                                  given.key() + "' is unknown; removing the key needs a restart");
+            diagnostics.error(
+                entry.location,
+                fmt::format("{} cannot be built without a bus, so the default of '{}' "
+                            "is unknown; removing the key needs a restart",
+                            display_name(entry), given.key()));
     }
-    return graph.built_with(entry.name) + entry.configuration();
+    return instance.built_with() + entry.configuration();
 }
 
-/// What a block will run with, and what it does not read.
-Json look_at(const Probe& dry) {
+/// The complete settings of a probed block, and the keys that it does not read.
+Json look_at(const Probe& probed) {
     Json unread = Json::array();
-    for (const UnreadKey& key : dry.unread_keys())
+    for (const UnreadKey& key : probed.unread_keys())
         unread.push_back(Json::array({key.key, key.help}));
-    return {{"settings", to_message(Fenwa::HostAccess::configuration(*dry.block().block))},
+    return {{"settings", settings_to_text(Fenwa::HostAccess::configuration(*probed.block().block))},
             {"unread", std::move(unread)}};
 }
 
-/// A file that can be read again without waiting for anybody.
+/// Refuses a file whose reading could block, such as a pipe.
 void check_regular_file(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_other(path, error) && !error)
         throw common::Failure(common::ExitCode::unreadable,
-                              "cannot read '" + path + "': not a regular file");
+                              fmt::format("cannot read '{}': not a regular file", path));
 }
 
 std::vector<std::string> quoted(std::vector<std::string> names) {
     for (std::string& name : names)
-        name = "'" + name + "'";
+        name = fmt::format("'{}'", name);
     return names;
 }
 
 /// "'a', 'b' and 3 more".
 std::string list_names(const std::vector<std::string>& names) {
-    constexpr std::size_t longest = 8;
+    constexpr std::size_t max_names = 8;
     std::string list;
-    for (std::size_t i = 0; i < std::min(names.size(), longest); ++i)
+    for (std::size_t i = 0; i < std::min(names.size(), max_names); ++i)
         list += (i == 0 ? "" : ", ") + names[i];
-    if (names.size() > longest)
-        list += " and " + std::to_string(names.size() - longest) + " more";
+    if (names.size() > max_names)
+        list += fmt::format(" and {} more", names.size() - max_names);
     return list;
 }
 
@@ -79,20 +82,20 @@ Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& ty
 
 void Reconfigurer::reload(bool color) noexcept {
     const auto say = [this](const std::string& sentence) {
-        common::print_error_line("fenwa: " + path_ + ": " + sentence);
+        common::print_error_line(fmt::format("fenwa: {}: {}", path_, sentence));
     };
     const auto say_refused = [&say] { say("not reloaded; the graph goes on as it was"); };
     try {
         Diagnostics diagnostics(path_);
         try {
-            const auto told = reload_from(diagnostics);
+            const auto changed = reload_from(diagnostics);
             diagnostics.print(std::cerr, color);
-            if (!told)
+            if (!changed)
                 say_refused();
-            else if (told->empty())
+            else if (changed->empty())
                 say("reloaded; no settings have changed");
             else
-                say("reloaded; new settings for " + list_names(*told));
+                say("reloaded; new settings for " + list_names(*changed));
         } catch (const Fenwa::ConfigurationError&) {
             diagnostics.print(std::cerr, color);
             say_refused();
@@ -111,7 +114,7 @@ void Reconfigurer::reload(bool color) noexcept {
 std::optional<std::vector<std::string>> Reconfigurer::reload_from(Diagnostics& diagnostics) {
     check_regular_file(path_);
     std::optional<Graph> next = read_graph(path_, diagnostics);
-    // That a graph without blocks differs in each of them goes without saying.
+    // Comparing a graph without blocks would report each block as removed.
     if (!next || next->blocks.empty())
         return std::nullopt;
     const std::vector<std::string> changed = compare_graphs(graph_.graph(), *next, diagnostics);
@@ -127,11 +130,11 @@ std::optional<std::vector<std::string>> Reconfigurer::reload_from(Diagnostics& d
     Settings settings;
     for (const auto& [name, block] : after)
         settings.emplace(name, block.configuration);
-    std::vector<std::string> told = quoted(changed);
+    std::vector<std::string> names = quoted(changed);
     if (next->rate_limit != graph_.graph().rate_limit)
-        told.insert(told.begin(), "[host]");
+        names.insert(names.begin(), "[host]");
     graph_.reconfigure(std::move(*next), settings, diagnostics);
-    return told;
+    return names;
 }
 
 Reconfigurer::Complete Reconfigurer::complete(const std::vector<const BlockEntry*>& entries,
@@ -146,7 +149,7 @@ Reconfigurer::Complete Reconfigurer::complete(const std::vector<const BlockEntry
     for (const BlockEntry* entry : entries) {
         if (as_they_are.blocks.at(entry->name).ports.complete)
             after.blocks.push_back(entry);
-        else  // What it has is not enough without a bus, so that nothing is learnt from it.
+        else  // A block that needs a bus to be constructed cannot be checked here.
             complete[entry->name].configuration = merge_settings(graph_, *entry, diagnostics);
     }
     const ProbeResult as_they_will_be = probe(after, diagnostics);
@@ -155,7 +158,7 @@ Reconfigurer::Complete Reconfigurer::complete(const std::vector<const BlockEntry
         if (seen.is_null())
             continue;  // reported
         CompleteBlock& block = complete[entry->name];
-        block.configuration = settings_from_message(seen.at("settings"));
+        block.configuration = settings_from_text(seen.at("settings"));
         for (const Json& key : seen.at("unread"))
             block.unread.push_back({key.at(0), entry->location, key.at(1)});
     }
@@ -183,7 +186,7 @@ void Reconfigurer::change(const std::string& block, const SettingList& changes) 
             std::any_of(changes.begin(), changes.end(),
                         [&](const auto& change) { return change.key() == unread.key; });
         if (is_asked_for)
-            throw ControlError(unknown_key_error, describe(unread, *entry), unread.help);
+            throw ControlError(unknown_key_error, describe_unread_key(unread, *entry), unread.help);
     }
     if (diagnostics.errors() != 0)
         throw ControlError(wrong_setting_error, diagnostics.error_sentences().front());
@@ -197,7 +200,7 @@ void Reconfigurer::change(const std::string& block, const SettingList& changes) 
         graph_.fail(std::current_exception());
         throw ControlError(block_threw_error, failure.what());
     }
-    common::print_error_line("fenwa: new settings for '" + block + "', set over the bus");
+    common::print_error_line(fmt::format("fenwa: new settings for '{}', set over the bus", block));
 }
 
 }  // namespace host

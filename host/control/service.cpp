@@ -1,25 +1,40 @@
 #include "host/control/service.hpp"
 
+#include <fmt/core.h>
+
 #include <cstring>
-#include <iostream>
+#include <utility>
 
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
-#include "host/control/graph_json.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
+#include "host/graph/block_json.hpp"
 #include "host/value/bus_value.hpp"
 
 namespace host {
 namespace {
 
 using common::check;
+using common::Json;
 using common::new_reply;
 using common::read_string;
 
+Json to_json(const RunningGraph& graph) {
+    Json blocks = Json::array();
+    for (const BlockEntry& entry : graph.graph().blocks) {
+        const BlockInstance& instance = *graph.find(entry.name);
+        Json block = host::to_json(entry, instance.ports(), instance.settings());
+        block["services"] = graph.services(entry.name);
+        blocks.push_back(std::move(block));
+    }
+    return {{"blocks", std::move(blocks)},
+            {"connections", host::to_json(graph.graph().connections)}};
+}
+
 }  // namespace
 
-// Who may call is the bus's policy to say, as for every other name on it.
+// The policy of the bus decides who may call, as for every other name on it.
 const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Read", SD_BUS_ARGS("s", port), SD_BUS_RESULT("v", value),
@@ -35,14 +50,17 @@ const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-Control::Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, common::BusPtr bus)
-    : graph_(graph), settings_(settings), bus_(std::move(bus)) {
+Control::Control(RunningGraph& graph, Reconfigurer& reconfigurer, EventLoop& loop,
+                 common::BusPtr bus)
+    : graph_(graph), reconfigurer_(reconfigurer), bus_(std::move(bus)) {
     check(sd_bus_add_object_vtable(bus_.get(), common::out(object_), control_path,
                                    control_interface, vtable_, this),
           "cannot export the control interface");
     loop.attach(*bus_);
-    graph_.watch_outputs([this](const std::string& block, const std::string& port,
-                                const PortValue& value) { tell(block + '.' + port, value); });
+    graph_.watch_outputs(
+        [this](const std::string& block, const std::string& port, const PortValue& value) {
+            emit_output_changed(block + '.' + port, value);
+        });
 }
 
 Control::~Control() {
@@ -59,28 +77,28 @@ int Control::read(sd_bus_message& call) {
 int Control::write(sd_bus_message& call) {
     const std::string port = read_string(call);
     const WritableInput input = find_writable(graph_, port);
-    const std::optional<PortValue> value = read_variant(call, input.datatype);
+    const std::optional<PortValue> value = value_from_variant(call, input.datatype);
     if (!value)
-        throw ControlError(wrong_type_error, "'" + port + "' takes " + type_name(input.datatype) +
-                                                 ", which is of the D-Bus type '" +
-                                                 bus_type(default_value(input.datatype)) + "'");
-    graph_.write(input.end, *value);
+        throw ControlError(
+            wrong_type_error,
+            fmt::format("'{}' takes {}, which is of the D-Bus type '{}'", port,
+                        type_name(input.datatype), bus_type(default_value(input.datatype))));
+    graph_.find(input.end.block)->write(input.end.port, *value);
     return sd_bus_reply_method_return(&call, "");
 }
 
 int Control::reconfigure(sd_bus_message& call) {
     const std::string block = read_string(call);
-    settings_.change(block, read_settings(call));
+    reconfigurer_.change(block, settings_from_message(call));
     return sd_bus_reply_method_return(&call, "");
 }
 
 int Control::describe(sd_bus_message& call) {
-    return sd_bus_reply_method_return(&call, "s",
-                                      common::json_ascii(host::describe(graph_)).c_str());
+    return sd_bus_reply_method_return(&call, "s", common::json_ascii(to_json(graph_)).c_str());
 }
 
-void Control::tell(const std::string& port, const PortValue& value) noexcept {
-    // Nothing can be said of a value of an unknown datatype, and nobody hears of one on a lost bus.
+void Control::emit_output_changed(const std::string& port, const PortValue& value) noexcept {
+    // A value of an unknown datatype has no D-Bus type, and a lost bus has no watchers.
     if (bus_type(value) == nullptr || sd_bus_is_open(bus_.get()) <= 0)
         return;
     common::MessagePtr signal;
@@ -92,11 +110,11 @@ void Control::tell(const std::string& port, const PortValue& value) noexcept {
         r = append_variant(*signal, value);
     if (r >= 0)
         r = sd_bus_send(bus_.get(), signal.get(), nullptr);
-    if (r >= 0 || said_lost_)
+    if (r >= 0 || std::exchange(reported_lost_, true))
         return;
-    said_lost_ = true;
-    common::print_error_line("fenwa: cannot emit OutputChanged for '" + port +
-                             "'; watchers miss values: " + std::strerror(-r));
+    common::print_error_line(
+        fmt::format("fenwa: cannot emit OutputChanged for '{}'; watchers miss values: {}", port,
+                    std::strerror(-r)));
 }
 
 }  // namespace host

@@ -12,18 +12,28 @@
 
 namespace host {
 
-/// The control interface of a running graph: others on the bus read and write its ports, give its
+/// The control interface of a running graph: clients on the bus read and write its ports, give its
 /// blocks new settings and watch its outputs. Calls are served from the host's loop, between two
-/// passes of the blocks.
+/// passes of the blocks. `Describe` returns, with the blocks in file order:
+///
+///     {"blocks": [{"name", "type", "settings": {KEY: VALUE, …},
+///                  "inputs": [{"name", "type", "triggers", "value"}, …],
+///                  "terminated_inputs": [{"name", "type", "value"}, …],
+///                  "outputs": [{"name", "type", "value"}, …],
+///                  "exports": [{"path", "interface"}, …], "services": [NAME, …]}, …],
+///      "connections": [{"from": "BLOCK.PORT", "to": "BLOCK.PORT"}, …]}
+///
+/// The ports are as in `ports_to_json`; the settings are those that the block runs with, its own
+/// defaults included; "services" are the bus names that the block has called or listens to, in the
+/// order of the first time, without the bus daemon and unique names.
 class Control {
   public:
     /// Exports the interface and has the loop serve the connection.
-    /// @param graph started, and there as long as the loop runs; outlives this object.
-    /// @param settings of that graph; outlives this object.
+    /// @param graph started; outlives this object.
+    /// @param reconfigurer of that graph; outlives this object.
     /// @param bus a connection of its own, so that a client's calls never wait in the blocks'
-    /// queue;
-    ///        it owns the name already, and what has been called meanwhile is answered now.
-    Control(RunningGraph& graph, Reconfigurer& settings, EventLoop& loop, common::BusPtr bus);
+    ///        queue; it owns the name already, and calls that have come meanwhile are answered now.
+    Control(RunningGraph& graph, Reconfigurer& reconfigurer, EventLoop& loop, common::BusPtr bus);
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
     ~Control();
@@ -36,13 +46,13 @@ class Control {
     int reconfigure(sd_bus_message& call);
     int describe(sd_bus_message& call);
 
-    void tell(const std::string& port, const PortValue& value) noexcept;
+    void emit_output_changed(const std::string& port, const PortValue& value) noexcept;
 
     RunningGraph& graph_;
-    Reconfigurer& settings_;
+    Reconfigurer& reconfigurer_;
     common::BusPtr bus_;
     common::SlotPtr object_;
-    bool said_lost_ = false;
+    bool reported_lost_ = false;
 };
 
 }  // namespace host

@@ -12,12 +12,12 @@ using Fenwa::HostAccess;
 Json value_of(const Fenwa::InPortInternal& port) {
     const void* const source = HostAccess::source(port);
     return to_json(source == nullptr ? default_value(port.datatype())
-                                     : read_value(port.datatype(), source));
+                                     : value_at(port.datatype(), source));
 }
 
 }  // namespace
 
-Json describe_ports(const ConnectableBlock& block) {
+Json ports_to_json(const ConnectableBlock& block) {
     Json inputs = Json::array();
     for (const Fenwa::InPortInternal* port : HostAccess::inports(*block.block))
         inputs.push_back({{"name", port->name()},
@@ -35,7 +35,7 @@ Json describe_ports(const ConnectableBlock& block) {
         outputs.push_back(
             {{"name", port->name()},
              {"type", type_name(port->datatype())},
-             {"value", to_json(read_value(port->datatype(), HostAccess::value_address(*port)))}});
+             {"value", to_json(value_at(port->datatype(), HostAccess::value_address(*port)))}});
     Json exports = Json::array();
     for (const auto& [path, interface] : HostAccess::exported_objects(*block.block))
         exports.push_back({{"path", path}, {"interface", interface}});
@@ -45,20 +45,20 @@ Json describe_ports(const ConnectableBlock& block) {
             {"exports", std::move(exports)}};
 }
 
-Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,
-                    const Fenwa::BlockConfiguration& settings) {
+Json to_json(const BlockEntry& entry, const ConnectableBlock& block,
+             const Fenwa::BlockConfiguration& settings) {
     Json description = {
-        {"name", entry.name}, {"type", entry.type.text}, {"settings", to_json(settings)}};
+        {"name", entry.name}, {"type", entry.type.value}, {"settings", to_json(settings)}};
     if (block.block != nullptr)
-        description.update(describe_ports(block));
+        description.update(ports_to_json(block));
     return description;
 }
 
-Json describe_connections(const Graph& graph) {
-    Json connections = Json::array();
-    for (const Connection& connection : graph.connections)
-        connections.push_back({{"from", connection.from.text()}, {"to", connection.to.text()}});
-    return connections;
+Json to_json(const std::vector<Connection>& connections) {
+    Json list = Json::array();
+    for (const Connection& connection : connections)
+        list.push_back({{"from", connection.from.text()}, {"to", connection.to.text()}});
+    return list;
 }
 
 }  // namespace host

@@ -1,31 +1,33 @@
 #pragma once
 
+#include <vector>
+
 #include "common/text/json.hpp"
-#include "host/graph/connections.hpp"
 #include "host/graph/graph.hpp"
+#include "host/graph/ports.hpp"
 
 namespace host {
 
-/// The ports and exported objects of a block as they are now, each in the order in which the block
-/// added them:
+/// The ports and exported objects of a block, each in the order in which the block added them:
 ///
 ///     {"inputs": [{"name", "type", "triggers", "value"}, …],
 ///      "terminated_inputs": [{"name", "type", "value"}, …],
 ///      "outputs": [{"name", "type", "value"}, …],
 ///      "exports": [{"path", "interface"}, …]}
 ///
-/// Types and values stand as in event lines: the value is null where the host does not know the
-/// datatype. "terminated_inputs" are those that the host provides on the block's behalf, "exports"
-/// the objects that it has asked to export.
-[[nodiscard]] common::Json describe_ports(const ConnectableBlock& block);
+/// Types and values are as in event lines: the value is null if the host does not know the
+/// datatype. "terminated_inputs" are the inputs that the host provides on the block's behalf,
+/// "exports" the objects that the block has asked to export.
+/// @param block its `block` is not null.
+[[nodiscard]] common::Json ports_to_json(const ConnectableBlock& block);
 
 /// A block of a graph: {"name", "type", "settings": {KEY: VALUE, …}} and its ports.
-/// @param block its `block` may be null: then there are no ports.
-/// @param settings those that it has, its own defaults included.
-[[nodiscard]] common::Json describe_block(const BlockEntry& entry, const ConnectableBlock& block,
-                                          const Fenwa::BlockConfiguration& settings);
+/// @param block without ports if its `block` is null.
+/// @param settings of the block, its own defaults included.
+[[nodiscard]] common::Json to_json(const BlockEntry& entry, const ConnectableBlock& block,
+                                   const Fenwa::BlockConfiguration& settings);
 
 /// [{"from": "BLOCK.PORT", "to": "BLOCK.PORT"}, …]
-[[nodiscard]] common::Json describe_connections(const Graph& graph);
+[[nodiscard]] common::Json to_json(const std::vector<Connection>& connections);
 
 }  // namespace host

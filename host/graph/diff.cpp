@@ -1,5 +1,7 @@
 #include "host/graph/diff.hpp"
 
+#include <fmt/core.h>
+
 #include <cmath>
 #include <map>
 
@@ -8,28 +10,28 @@ namespace {
 
 using common::Diagnostics;
 
-/// Things of one kind by what they are called in sentences. A connection may stand there twice.
+/// The parts of one kind by their names in sentences. A connection may be listed twice.
 using Places = std::multimap<std::string, SourceLocation>;
 
-Places places_of(const std::vector<PlacedName>& names, const std::string& noun) {
+Places places_of(const std::vector<Located<std::string>>& names, const char* noun) {
     Places places;
-    for (const PlacedName& name : names)
-        places.emplace(noun + " '" + name.text + "'", name.location);
+    for (const auto& [name, location] : names)
+        places.emplace(fmt::format("{} '{}'", noun, name), location);
     return places;
 }
 
 Places places_of(const std::vector<BlockEntry>& blocks) {
     Places places;
     for (const BlockEntry& entry : blocks)
-        places.emplace("the block '" + entry.name + "'", entry.location);
+        places.emplace(fmt::format("the block '{}'", entry.name), entry.location);
     return places;
 }
 
 Places places_of(const std::vector<Connection>& connections) {
     Places places;
     for (const Connection& connection : connections)
-        places.emplace("the connection from '" + connection.from.text() + "' to '" +
-                           connection.to.text() + "'",
+        places.emplace(fmt::format("the connection from '{}' to '{}'", connection.from.text(),
+                                   connection.to.text()),
                        connection.from.location);
     return places;
 }
@@ -74,10 +76,10 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
                        places_of(next.bus_names, "the bus name"), diagnostics);
     report_differences(places_of(now.blocks), places_of(next.blocks), diagnostics);
     report_differences(places_of(now.connections), places_of(next.connections), diagnostics);
-    if (now.bus_address.text != next.bus_address.text)
+    if (now.bus_address.value != next.bus_address.value)
         diagnostics.error(next.bus_address.location,
-                          "the bus changes from '" + now.bus_address.text + "' to '" +
-                              next.bus_address.text + "', which needs a restart");
+                          fmt::format("the bus changes from '{}' to '{}', which needs a restart",
+                                      now.bus_address.value, next.bus_address.value));
     std::map<std::string, const BlockEntry*> entries;
     for (const BlockEntry& entry : now.blocks)
         entries.emplace(entry.name, &entry);
@@ -86,11 +88,11 @@ std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
         const auto found = entries.find(entry.name);
         if (found == entries.end())
             continue;
-        if (found->second->type.text != entry.type.text)
-            diagnostics.error(entry.type.location, "the block '" + entry.name +
-                                                       "' changes type from " +
-                                                       found->second->type.text + " to " +
-                                                       entry.type.text + ", which needs a restart");
+        if (found->second->type.value != entry.type.value)
+            diagnostics.error(
+                entry.type.location,
+                fmt::format("the block '{}' changes type from {} to {}, which needs a restart",
+                            entry.name, found->second->type.value, entry.type.value));
         else if (!same_settings(*found->second, entry))
             changed.push_back(entry.name);
     }

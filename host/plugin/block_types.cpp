@@ -1,8 +1,99 @@
 #include "host/plugin/block_types.hpp"
 
+#include <dlfcn.h>
+#include <fmt/core.h>
+
+#include <system_error>
+
+#include "host/output/activity.hpp"
 #include "host/plugin/timer_block.hpp"
 
 namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
+    std::vector<std::string> names;
+    for (const fs::path& folder : folders) {
+        std::error_code ignored;  // a missing folder has no libraries
+        for (const fs::directory_entry& file : fs::directory_iterator(folder, ignored)) {
+            if (file.path().extension() == ".so")
+                names.push_back(file.path().filename().string());
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
+    std::vector<fs::path> folders(given.begin(), given.end());
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        folders.push_back(self.parent_path());
+        folders.push_back((self.parent_path() / FENWA_PLUGIN_DIR).lexically_normal());
+    }
+    return folders;
+}
+
+fs::path PluginLoader::find(const std::string& plugin) {
+    const fs::path path = look_up(plugin);
+    std::error_code ignored;
+    // Opening a FIFO or a device could block for ever.
+    if (!fs::is_regular_file(path, ignored))
+        throw PluginError(fmt::format("the plug-in '{}' is not a regular file", plugin));
+    return path;
+}
+
+fs::path PluginLoader::look_up(const std::string& plugin) {
+    std::error_code ignored;
+    if (plugin.find('/') != std::string::npos) {
+        const fs::path path = base_ / plugin;
+        if (fs::exists(path, ignored))
+            return fs::absolute(path);
+        throw PluginError(fmt::format("no plug-in at '{}'", path.string()));
+    }
+    std::string looked_in;
+    for (const fs::path& folder : folders_) {
+        if (!plugin.empty() && fs::exists(folder / plugin, ignored))
+            return fs::absolute(folder / plugin);
+        looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
+    }
+    if (!libraries_)
+        libraries_ = libraries_in(folders_);
+    throw PluginError(fmt::format("no plug-in '{}' (looked in {})", plugin, looked_in),
+                      suggester_.did_you_mean(plugin, *libraries_));
+}
+
+void PluginLoader::load(const std::string& plugin) {
+    const fs::path path = find(plugin);
+    const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
+        throw PluginError(fmt::format("the plug-in '{}' {}", plugin, reason), {},
+                          std::move(thrown));
+    };
+    std::optional<Activity> activity(std::in_place, "plug-in", plugin.c_str(), "its loading");
+    // All symbols at once: a missing one shows here and not in the middle of a run.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr)
+        fail(std::string("does not load: ") + dlerror());
+    void* const symbol = dlsym(library, "lib_register_cpp");
+    if (symbol == nullptr)
+        fail("has no entry point 'lib_register_cpp'");
+    activity.emplace("plug-in", plugin.c_str(), "its entry point");
+    int r = 0;
+    try {
+        r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
+    } catch (const std::exception& error) {
+        fail(std::string("threw in its entry point: ") + error.what(), error.what());
+    } catch (...) {
+        const std::string something = "something that is not a std::exception";
+        fail("threw in its entry point " + something, something);
+    }
+    if (r != 0)
+        fail("cannot be used: its entry point returned " + std::to_string(r));
+}
 
 BlockTypes::BlockTypes(sd_event* loop) {
     registry_.register_factory("Timer",
@@ -22,27 +113,28 @@ PluginLoader BlockTypes::make_loader(const std::vector<std::string>& plugin_dirs
 void BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                       common::Diagnostics& diagnostics) {
     PluginLoader loader = make_loader(plugin_dirs, diagnostics.file());
-    for (const PlacedName& plugin : graph.plugins) {
+    for (const auto& [plugin, location] : graph.plugins) {
         try {
-            loader.load(plugin.text);
+            loader.load(plugin);
         } catch (const PluginError& error) {
             set_incomplete();
-            diagnostics.error(plugin.location, error.what(), error.help());
+            diagnostics.error(location, error.what(), error.help());
         }
     }
 }
 
 bool BlockTypes::may_be_missing(const BlockEntry& entry) const {
     return incomplete_ && entry.type.location.line != 0 &&
-           registry_.find(entry.type.text) == nullptr;
+           registry_.find(entry.type.value) == nullptr;
 }
 
 const Fenwa::BlockFactory* BlockTypes::find(const BlockEntry& entry,
                                             common::Diagnostics& diagnostics) const {
-    const Fenwa::BlockFactory* const factory = registry_.find(entry.type.text);
+    const Fenwa::BlockFactory* const factory = registry_.find(entry.type.value);
     if (factory == nullptr && entry.type.location.line != 0 && !incomplete_) {
-        diagnostics.error(entry.type.location, "unknown block type '" + entry.type.text + "'",
-                          diagnostics.did_you_mean(entry.type.text, registry_.type_names()));
+        diagnostics.error(entry.type.location,
+                          fmt::format("unknown block type '{}'", entry.type.value),
+                          diagnostics.did_you_mean(entry.type.value, registry_.type_names()));
     }
     return factory;
 }

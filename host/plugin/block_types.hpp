@@ -2,37 +2,92 @@
 
 #include <systemd/sd-event.h>
 
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
+#include "common/text/suggestion.hpp"
+#include "fenwa/registry.hpp"
 #include "framework/shared/block_registry.hpp"
 #include "host/graph/graph.hpp"
-#include "host/plugin/loader.hpp"
 
 namespace host {
 
-/// Every block type that a graph can use: the host's own and those of its plug-ins.
+/// Folders in which plug-ins are looked up by name: the given ones first, then the folder of
+/// `fenwa` itself, then the installed plug-in folder.
+[[nodiscard]] std::vector<std::filesystem::path> plugin_folders(
+    const std::vector<std::string>& given);
+
+/// A plug-in cannot be used; `what()` is the reason.
+class PluginError : public std::runtime_error {
+  public:
+    explicit PluginError(const std::string& sentence, std::string help = {},
+                         std::optional<std::string> thrown = {})
+        : std::runtime_error(sentence), help_(std::move(help)), thrown_(std::move(thrown)) {}
+
+    /// "did you mean 'NAME'?", or empty.
+    [[nodiscard]] const std::string& help() const noexcept { return help_; }
+    /// The text of what its entry point threw, if it did; the types that it registered before stay
+    /// registered.
+    [[nodiscard]] const std::optional<std::string>& thrown() const noexcept { return thrown_; }
+
+  private:
+    std::string help_;
+    std::optional<std::string> thrown_;
+};
+
+/// Loads plug-ins into a registry. They stay loaded until the process ends, because blocks,
+/// factories and exceptions refer to their code.
+class PluginLoader {
+  public:
+    /// @param base the folder to which paths of plug-ins are relative.
+    PluginLoader(std::vector<std::filesystem::path> folders, std::filesystem::path base,
+                 Fenwa::IRegistry& registry)
+        : folders_(std::move(folders)), base_(std::move(base)), registry_(registry) {}
+
+    /// The file of a plug-in. A name with a slash is a path; any other is looked up in the folders.
+    /// @throws PluginError
+    [[nodiscard]] std::filesystem::path find(const std::string& plugin);
+
+    /// Finds and loads one plug-in and calls its entry point. @throws PluginError
+    void load(const std::string& plugin);
+
+  private:
+    [[nodiscard]] std::filesystem::path look_up(const std::string& plugin);
+
+    std::vector<std::filesystem::path> folders_;
+    std::filesystem::path base_;
+    Fenwa::IRegistry& registry_;
+    std::optional<std::vector<std::string>> libraries_;  ///< in the folders; read for a help
+    common::Suggester suggester_;
+};
+
+/// The block types that a graph can use: the host's own and those of its plug-ins.
 class BlockTypes {
   public:
-    /// @param loop for the blocks that need one; null when none will be started.
+    /// @param loop for the blocks that need one, outlives them; null if none will be started.
     explicit BlockTypes(sd_event* loop);
 
     /// Loads the graph's plug-ins; each mistake becomes a diagnostic.
     void load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
               common::Diagnostics& diagnostics);
 
-    /// For plug-ins one by one. This object outlives it. @param graph_file paths are seen from it.
+    /// Loads plug-ins one by one into this object, which outlives the loader.
+    /// @param graph_file relative paths start at its folder.
     [[nodiscard]] PluginLoader make_loader(const std::vector<std::string>& plugin_dirs,
                                            const std::string& graph_file);
-    /// A plug-in is missing: a type that is unknown may be one of its types.
+    /// A plug-in is missing: an unknown type may be one of its types.
     void set_incomplete() noexcept { incomplete_ = true; }
 
-    /// Whether a block has a type that only a missing plug-in may have.
+    /// Whether a block's type may be one of a missing plug-in.
     [[nodiscard]] bool may_be_missing(const BlockEntry& entry) const;
 
-    /// The factory of a block's type; null where there is none, with a diagnostic where no plug-in
-    /// is missing.
+    /// The factory of a block's type; null for an unknown type, with a diagnostic if no plug-in is
+    /// missing.
     [[nodiscard]] const Fenwa::BlockFactory* find(const BlockEntry& entry,
                                                   common::Diagnostics& diagnostics) const;
 

@@ -16,14 +16,14 @@ namespace {
 
 constexpr const char* daemon_name = "org.freedesktop.DBus";
 
-BusInterposer* current_tap = nullptr;
-std::thread::id tapped_thread;
+BusInterposer* current = nullptr;
+std::thread::id observed_thread;
 
 using CallAsync = decltype(&sd_bus_call_async);
 using AddMatchAsync = decltype(&sd_bus_add_match_async);
 using Call = decltype(&sd_bus_call);
 
-/// libsystemd's own function of that name, behind the program's.
+/// libsystemd's own function of that name, not the program's.
 template <class Function>
 Function next(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
@@ -53,7 +53,7 @@ std::string current_block() {
     return name == nullptr ? std::string() : *name;
 }
 
-/// The sender that a match rule names; empty for none.
+/// The sender in a match rule; empty for none.
 std::string sender_of(std::string_view rule) {
     constexpr std::string_view key = ",sender='";
     const std::string keys = ',' + std::string(rule);
@@ -64,7 +64,7 @@ std::string sender_of(std::string_view rule) {
     return rest.substr(0, rest.find('\''));
 }
 
-/// Adds what is not there yet. @returns whether it was not.
+/// Adds a new text. @returns whether it was new.
 bool add(std::vector<std::string>& list, const std::string& text) {
     if (std::find(list.begin(), list.end(), text) != list.end())
         return false;
@@ -78,12 +78,12 @@ BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
     common::check(
         sd_bus_add_filter(&bus, &filter_, common::callback<&BusInterposer::on_message>, this),
         "cannot follow the bus");
-    current_tap = this;
-    tapped_thread = std::this_thread::get_id();
+    current = this;
+    observed_thread = std::this_thread::get_id();
 }
 
 BusInterposer::~BusInterposer() {
-    current_tap = nullptr;
+    current = nullptr;
     sd_bus_slot_unref(filter_);
 }
 
@@ -93,9 +93,9 @@ BusInterposer* BusInterposer::of(sd_bus* bus, sd_bus_message* message) noexcept 
 }
 
 BusInterposer* BusInterposer::of(sd_bus* bus) noexcept {
-    const bool ours = current_tap != nullptr && bus == &current_tap->bus_ &&
-                      std::this_thread::get_id() == tapped_thread;
-    return ours ? current_tap : nullptr;
+    const bool ours = current != nullptr && bus == &current->bus_ &&
+                      std::this_thread::get_id() == observed_thread;
+    return ours ? current : nullptr;
 }
 
 std::vector<std::string> BusInterposer::services(const std::string& block) const {
@@ -106,11 +106,11 @@ std::vector<std::string> BusInterposer::services(const std::string& block) const
 int BusInterposer::call_async(sd_bus_slot** slot, sd_bus_message* message,
                               sd_bus_message_handler_t callback, void* userdata,
                               std::uint64_t timeout) {
-    // Calls to the daemon are left as they are, because those of libsystemd itself have callbacks
-    // that insist on being sd-bus's current handler; it answers them at once and keeps no account.
+    // Calls to the daemon keep their callbacks, because those of libsystemd itself must be sd-bus's
+    // current handler; the daemon answers them at once and keeps no record.
     const bool counts =
         callback != nullptr && !is(sd_bus_message_get_destination(message), daemon_name);
-    // The userdata stays the block's: its callback is found again by the cookie.
+    // The userdata stays the block's; the cookie leads back to its callback.
     const int r =
         real_call_async()(&bus_, slot, message, counts ? on_reply : callback, userdata, timeout);
     if (r < 0)
@@ -140,7 +140,7 @@ void BusInterposer::expect(sd_bus_message& message, Pending pending) {
     if (sd_bus_message_get_cookie(&message, &cookie) < 0)
         return;
     unanswered_ += pending.counts ? 1 : 0;
-    matches_asked_ += pending.rule.empty() ? 0 : 1;
+    matches_requested_ += pending.rule.empty() ? 0 : 1;
     pending_.insert_or_assign(cookie, std::move(pending));
 }
 
@@ -169,7 +169,7 @@ BusInterposer::Pending BusInterposer::take(sd_bus_message& answer, std::uint64_t
 }
 
 void BusInterposer::note_match(const Pending& pending, bool refused) {
-    --matches_asked_;
+    --matches_requested_;
     std::vector<std::string>& rules = refused_[pending.block];
     MatchAnswer answer = MatchAnswer::installed;
     if (!refused)
@@ -181,7 +181,7 @@ void BusInterposer::note_match(const Pending& pending, bool refused) {
 }
 
 int BusInterposer::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error) {
-    BusInterposer* const interposer = current_tap;
+    BusInterposer* const interposer = current;
     std::uint64_t cookie = 0;
     if (interposer == nullptr || sd_bus_message_get_reply_cookie(reply, &cookie) < 0)
         return 0;
@@ -191,7 +191,7 @@ int BusInterposer::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error*
         return 0;
     if (pending.block.empty())
         return pending.callback(reply, userdata, error);
-    const CurrentBlock current(pending.block, "a callback of the bus");
+    const CurrentBlock block(pending.block, "a callback of the bus");
     return pending.callback(reply, userdata, error);
 }
 
@@ -199,8 +199,7 @@ void BusInterposer::on_message(sd_bus_message& message) {
     std::uint64_t cookie = 0;
     if (sd_bus_message_get_reply_cookie(&message, &cookie) < 0 || cookie == replied_)
         return;
-    // An answer that nobody wants any more, because the block has given up its slot, or to a call
-    // that went by unchanged.
+    // The block has released its slot, or the call kept its callback.
     static_cast<void>(take(message, cookie));
 }
 
@@ -227,7 +226,7 @@ void BusInterposer::note_limit(const std::string& block, const sd_bus_error* err
     if (error == nullptr || !is(error->name, SD_BUS_ERROR_LIMITS_EXCEEDED) || !on_limit_)
         return;
     std::string text = error->message == nullptr ? error->name : error->message;
-    // The one limit that the daemon does not call by its name.
+    // The only limit that the daemon does not name.
     constexpr const char* replies = "max_replies_per_connection";
     if (text.find("pending replies") != text.npos && text.find(replies) == text.npos)
         text.append(" (").append(replies).append(")");
@@ -239,7 +238,7 @@ void BusInterposer::note_limit(const std::string& block, const sd_bus_error* err
 
 extern "C" {
 
-// Exported, so that those of plug-ins and of libsystemd itself are bound to these.
+// Exported, so that plug-ins and libsystemd itself call these.
 
 int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* message,
                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {

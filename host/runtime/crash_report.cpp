@@ -22,7 +22,7 @@ namespace {
 struct Crash {
     int signal;
     std::string_view name;
-    struct sigaction before;  ///< of a sanitizer, or what ends the process
+    struct sigaction before;  ///< a sanitizer's, or the default
 };
 
 std::array<Crash, 5> crashes{{{SIGSEGV, "SIGSEGV", {}},
@@ -31,18 +31,18 @@ std::array<Crash, 5> crashes{{{SIGSEGV, "SIGSEGV", {}},
                               {SIGFPE, "SIGFPE", {}},
                               {SIGILL, "SIGILL", {}}}};
 
-/// A line that is put together without an allocation, which a signal handler must not make.
+/// A line made without an allocation, which a signal handler must not do.
 class Line {
   public:
     Line& operator<<(std::string_view text) {
-        for (const char c : text.substr(0, most - std::min(most, size_))) {
-            // Nothing that does something to a terminal.
+        for (const char c : text.substr(0, max_length - std::min(max_length, size_))) {
+            // No control characters, which change a terminal.
             text_[size_++] = c >= ' ' && c <= '~' ? c : '?';
         }
         return *this;
     }
 
-    /// "block 'NAME'", or the words for nobody.
+    /// Appends "block 'NAME'", or `nobody` outside of activities.
     Line& who(std::string_view nobody) {
         const Activity* const activity = Activity::current();
         if (activity == nullptr)
@@ -50,7 +50,7 @@ class Line {
         *this << activity->kind();
         return *activity->name() == '\0' ? *this : *this << " '" << activity->name() << "'";
     }
-    /// " in run", or nothing.
+    /// Appends " in run", or nothing.
     Line& location() {
         const Activity* const activity = Activity::current();
         return activity == nullptr || activity->phase() == nullptr
@@ -64,12 +64,12 @@ class Line {
     }
 
   private:
-    static constexpr std::size_t most = 1000;
-    std::array<char, most + 1> text_{};
+    static constexpr std::size_t max_length = 1000;
+    std::array<char, max_length + 1> text_{};
     std::size_t size_ = 0;
 };
 
-/// What was logged before a crash is what one wants to read after it.
+/// Waits for the log lines before the crash, which may explain it.
 void let_output_through() {
     const timespec moment{0, 1'000'000};
     for (int i = 0; i < 1000 && unwritten_output() != 0; ++i)
@@ -94,7 +94,7 @@ pid_t guarded = 0;
 std::atomic<bool> guarding{false};
 
 void on_exit_called() {
-    // A block's child process is none of ours.
+    // Not for a child process of a block.
     if (!guarding || getpid() != guarded)
         return;
     Line line;

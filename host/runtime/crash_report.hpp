@@ -2,13 +2,13 @@
 
 namespace host {
 
-/// From here on a crash (SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL) puts a line on stderr that names
-/// the block and its operation; then it goes on as it would have without. Thread of the loop, whose
-/// stack may have no room left.
+/// From here on a crash (SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL) writes a line on stderr that
+/// names the block and its operation; then it takes its course. Thread of the loop, whose stack may
+/// be full.
 void report_crashes() noexcept;
 
-/// While one lives, an end of the process by exit(3) is not taken for a success: it is a block's or
-/// a plug-in's doing, gets a line that names it, and the exit code for a throw.
+/// While one lives, an end of the process by exit(3) counts as a failure of a block or a plug-in:
+/// it writes a line that names it, and ends with the exit code for a throw.
 class ExitGuard {
   public:
     ExitGuard() noexcept;

@@ -1,7 +1,6 @@
 #include "host/runtime/event_loop.hpp"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <systemd/sd-daemon.h>
 
 #include <algorithm>
@@ -12,20 +11,13 @@
 #include "host/output/activity.hpp"
 
 namespace host {
-namespace {
-
-int on_time(sd_event_source* source, std::uint64_t /*due*/, void* /*userdata*/) noexcept {
-    return sd_event_exit(sd_event_source_get_event(source), 0);
-}
-
-}  // namespace
 
 EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     common::check(sd_event_new(common::out(loop_)), "cannot make an event loop");
     sd_event* const loop = loop_.get();
-    common::check(
-        sd_event_add_io(loop, nullptr, supervisor.stop_event(), EPOLLIN, on_stop, nullptr),
-        "cannot serve signals");
+    common::check(sd_event_add_io(loop, nullptr, supervisor.stop_event().get(), EPOLLIN,
+                                  common::callback<&EventLoop::stop>, this),
+                  "cannot serve signals");
     const char* const failed = "cannot serve the bus between the blocks";
     common::check(sd_event_add_defer(loop, common::out(overdue_),
                                      common::callback<&EventLoop::on_overdue>, this),
@@ -33,7 +25,7 @@ EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     common::check(sd_event_source_set_priority(overdue_.get(), SD_EVENT_PRIORITY_IMPORTANT),
                   failed);
     common::check(sd_event_source_set_enabled(overdue_.get(), SD_EVENT_OFF), failed);
-    // A timer that never comes: only what is called before each wait is wanted of it.
+    // A timer that never fires: it only carries the callback before each wait.
     common::check(sd_event_add_time(loop, common::out(each_round_), CLOCK_MONOTONIC, UINT64_MAX, 0,
                                     nullptr, this),
                   failed);
@@ -47,35 +39,32 @@ EventLoop::~EventLoop() = default;
 void EventLoop::attach(sd_bus& bus) {
     common::check(sd_bus_attach_event(&bus, loop_.get(), SD_EVENT_PRIORITY_NORMAL),
                   "cannot serve the bus");
-    // What blocks send when they stop, after the loop has ended, must still go out.
+    // Messages that blocks send when they stop, after the loop has ended, must still go out.
     common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
     common::SlotPtr slot;
-    common::check(
-        sd_bus_match_signal(&bus, common::out(slot), "org.freedesktop.DBus.Local",
-                            "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
-                            "Disconnected", common::callback<&EventLoop::on_disconnected>, this),
-        "cannot watch the bus connection");
+    common::check(sd_bus_match_signal(&bus, common::out(slot), "org.freedesktop.DBus.Local",
+                                      "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                      "Disconnected", common::callback<&EventLoop::stop>, this),
+                  "cannot watch the bus connection");
     buses_.push_back({&bus, std::move(slot)});
 }
 
 void EventLoop::serve_hangup(std::function<void()> handler) {
     on_hangup_ = std::move(handler);
-    common::check(sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event(), EPOLLIN,
+    common::check(sd_event_add_io(loop_.get(), nullptr, supervisor_.reload_event().get(), EPOLLIN,
                                   common::callback<&EventLoop::on_hangup>, this),
                   "cannot serve signals");
 }
 
-int EventLoop::on_stop(sd_event_source* source, int /*fd*/, std::uint32_t /*events*/,
-                       void* /*userdata*/) noexcept {
-    return sd_event_exit(sd_event_source_get_event(source), 0);
+void EventLoop::stop() noexcept {
+    sd_event_exit(loop_.get(), 0);
 }
 
 void EventLoop::on_hangup() noexcept {
-    eventfd_t count = 0;
-    static_cast<void>(eventfd_read(supervisor_.reload_event(), &count));
+    supervisor_.reload_event().clear();
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    // The time tells the service manager that this reload, and no earlier one, is meant.
+    // With the time the service manager tells this reload from an earlier one.
     sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
                static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000);
     on_hangup_();
@@ -84,10 +73,11 @@ void EventLoop::on_hangup() noexcept {
 
 void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
     if (duration) {
-        // In its turn among the timers of the blocks; the supervisor is for when there is none.
+        // A timer of the loop, in order with those of the blocks; the supervisor helps a blocked
+        // loop.
         common::check(sd_event_add_time_relative(loop_.get(), nullptr, CLOCK_MONOTONIC,
                                                  static_cast<std::uint64_t>(duration->count()), 1,
-                                                 on_time, nullptr),
+                                                 common::callback<&EventLoop::stop>, this),
                       "cannot limit the time");
         supervisor_.stop_after(*duration);
     }
@@ -99,7 +89,7 @@ void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
         int r = common::check(sd_event_prepare(loop), failed);
         if (r == 0)
             r = common::check(sd_event_wait(loop, UINT64_MAX), failed);
-        // A handler may be a block's, of which sd-bus does not say whose it is.
+        // The handler may be a block's; sd-bus does not tell which one's.
         const Activity serving("a callback", "", nullptr);
         if (r > 0)
             common::check(sd_event_dispatch(loop), failed);
@@ -131,9 +121,9 @@ bool EventLoop::is_overdue(sd_bus& bus) const noexcept {
 }
 
 int EventLoop::before_waiting() noexcept {
-    // What a blocking call has left in sd-bus's queue, and calls whose time is over, wait for a
-    // timer that sd-bus sets anew in every iteration: while blocks are always ready it never has
-    // its turn, and as long as the queue holds something the socket is not read either.
+    // Messages that a blocking call has left in sd-bus's queue, and calls that timed out, wait for
+    // a timer that sd-bus sets anew in every iteration: it never fires while blocks are always
+    // ready, and the socket is not read while the queue holds a message.
     for (const Attached& attached : buses_) {
         if (is_overdue(*attached.bus))
             return sd_event_source_set_enabled(overdue_.get(), SD_EVENT_ONESHOT);
@@ -146,11 +136,6 @@ void EventLoop::on_overdue() noexcept {
         if (is_overdue(*attached.bus))
             sd_bus_process(attached.bus, nullptr);
     }
-}
-
-void EventLoop::on_disconnected() noexcept {
-    // By now sd-bus has taken the connection off the loop, so it cannot be asked for it.
-    sd_event_exit(loop_.get(), 0);
 }
 
 }  // namespace host

@@ -13,7 +13,7 @@
 
 namespace host {
 
-/// The host's one loop, with what ends it: a request to stop, a lost bus.
+/// The event loop of the host, which ends on a request to stop or a lost bus.
 class EventLoop {
   public:
     explicit EventLoop(Supervisor& supervisor);
@@ -23,42 +23,41 @@ class EventLoop {
 
     [[nodiscard]] sd_event& get() const noexcept { return *loop_; }
 
-    /// Serves one more connection, which outlives every later call and is detached by its own end.
+    /// Serves one more connection, which outlives every later call and is detached when it is
+    /// closed.
     void attach(sd_bus& bus);
 
-    /// Has the loop call `handler`, which must not throw, for each SIGHUP, once for those that came
-    /// together; the service manager is told that the host reloads, and that it is ready again.
+    /// Calls `handler`, which must not throw, for each SIGHUP, once for several that came together,
+    /// and reports the reload and its end to the service manager.
     void serve_hangup(std::function<void()> handler);
 
-    /// Whether the loop has been asked to stop: asked while blocks are being started.
+    /// Whether the loop has been asked to stop, which may be before it runs.
     [[nodiscard]] bool interrupted() const noexcept { return supervisor_.stop_requested(); }
 
-    /// Tells the service manager that the host is ready and serves until something ends it. Where
-    /// the service manager wants signs of life (WATCHDOG_USEC), they come from the loop, so that a
-    /// block which does not return keeps them away.
+    /// Reports to the service manager that the host is ready, and serves until something ends it.
+    /// With WATCHDOG_USEC the loop sends the keep-alives, so that a block which does not return
+    /// keeps them away.
     void run(std::optional<std::chrono::microseconds> duration);
 
-    /// Tells the service manager that the host stops.
+    /// Reports to the service manager that the host stops.
     static void announce_stop();
 
-    /// Makes sure that the daemons have read all that was sent on the connections, and ends these;
-    /// no handler is called. What still refers to them may only be released after it.
-    /// @param limit for all together.
-    /// @returns false where a daemon has not read everything by then.
+    /// Waits until the daemons have read all that was sent on the connections, and closes these; no
+    /// handler is called. Objects that refer to the connections may be released only after it.
+    /// @param limit for all connections together.
+    /// @returns false if a daemon has not read everything by then.
     [[nodiscard]] bool finish_sending(std::chrono::microseconds limit);
 
-    /// Whether one of the connections is gone; a blocking call of a block may have been the first
-    /// to see it.
+    /// Whether one of the connections is closed; a blocking call of a block may have been the first
+    /// to notice.
     [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
-    static int on_stop(sd_event_source* source, int fd, std::uint32_t events,
-                       void* userdata) noexcept;
+    void stop() noexcept;
     void on_hangup() noexcept;
     int before_waiting() noexcept;
     void on_overdue() noexcept;
     [[nodiscard]] bool is_overdue(sd_bus& bus) const noexcept;
-    void on_disconnected() noexcept;
 
     struct Attached {
         sd_bus* bus;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -46,16 +45,6 @@ int make_signalfd(Supervisor::Hangup hangup) {
     return common::check(fd < 0 ? -errno : fd, "cannot serve signals");
 }
 
-int make_eventfd() {
-    const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return common::check(fd < 0 ? -errno : fd, "cannot make an eventfd");
-}
-
-void set(const common::Descriptor& event) noexcept {
-    // Fails only when the counter is full, and then the event is set anyway.
-    static_cast<void>(eventfd_write(event.get(), 1));
-}
-
 /// Whether the process has a terminal that controls it.
 bool has_terminal() noexcept {
     return common::Descriptor(open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC)).get() >= 0;
@@ -75,33 +64,36 @@ Supervisor& Supervisor::start(Hangup hangup) {
 
 Supervisor::Supervisor(Hangup hangup)
     : signals_(make_signalfd(hangup)),
-      stop_event_(make_eventfd()),
-      reload_event_(make_eventfd()),
-      wake_event_(make_eventfd()),
       had_terminal_(has_terminal()),
       outlives_terminal_(ignores_hangup()) {
     common::start_background_thread([this] { serve(); });
 }
 
 void Supervisor::stop_in_order() noexcept {
-    in_order_ = true;
+    if (!change(State::starting, State::running))
+        change(State::stop_pending, State::stopping);
 }
 
 void Supervisor::stop_after(std::chrono::microseconds time) noexcept {
     stop_at_ = Clock::now() + time;
-    set(wake_event_);
+    wake_event_.set();
 }
 
 void Supervisor::watch_reader(int fd, std::function<void()> on_gone) {
     on_reader_gone_ = std::move(on_gone);
     reader_ = fd;
-    set(wake_event_);
+    wake_event_.set();
 }
 
 void Supervisor::request_stop() noexcept {
-    stop_requested_ = true;
-    set(stop_event_);
-    set(wake_event_);
+    enter_stop();
+    stop_event_.set();
+    wake_event_.set();
+}
+
+void Supervisor::enter_stop() noexcept {
+    if (!change(State::starting, State::stop_pending))
+        change(State::running, State::stopping);
 }
 
 void Supervisor::serve() noexcept {
@@ -115,12 +107,11 @@ void Supervisor::serve() noexcept {
         const std::int64_t left = std::max(std::chrono::nanoseconds(next - now), 0ns).count();
         const timespec timeout{static_cast<time_t>(left / 1'000'000'000),
                                static_cast<long>(left % 1'000'000'000)};
-        // Of the reader only its end is asked for, which poll tells unasked.
+        // poll() reports the end of the reader without being asked for an event.
         pollfd events[] = {
             {signals_.get(), POLLIN, 0}, {wake_event_.get(), POLLIN, 0}, {reader_.load(), 0, 0}};
         ppoll(events, std::size(events), &timeout, nullptr);
-        eventfd_t count = 0;
-        static_cast<void>(eventfd_read(wake_event_.get(), &count));
+        wake_event_.clear();
         serve_signal();
         if (events[2].revents != 0) {
             reader_ = -1;
@@ -137,31 +128,31 @@ void Supervisor::serve_signal() noexcept {
     if (signal != SIGHUP)
         take_request(signal);
     else if (!is_hangup(info))
-        set(reload_event_);
+        reload_event_.set();
     else if (outlives_terminal_)
         return;
-    else if (in_order_)
-        ask_to_stop();
     else
-        end_process(signal);
+        ask_to_stop(signal);
 }
 
 bool Supervisor::is_hangup(const signalfd_siginfo& info) const noexcept {
-    // The kernel tells the first process of a session, which usually is a shell, and those in the
-    // foreground when that one ends; a shell tells the others, once the terminal is gone.
+    // The kernel sends it to the first process of a session, usually a shell, and to the foreground
+    // when that one ends; a shell sends it to the others, once the terminal is gone.
     if (info.ssi_code == SI_KERNEL)
         return true;
     return had_terminal_ && static_cast<pid_t>(info.ssi_pid) == getsid(0) && !has_terminal();
 }
 
 void Supervisor::take_request(int signal) noexcept {
-    const auto now = Clock::now();
-    if (!in_order_ || (first_request_ && now - *first_request_ >= one_request))
+    if (first_request_ && Clock::now() - *first_request_ >= one_request)
         end_process(signal);
-    ask_to_stop();
+    ask_to_stop(signal);
 }
 
-void Supervisor::ask_to_stop() noexcept {
+void Supervisor::ask_to_stop(int signal) noexcept {
+    const State state = state_;
+    if (state == State::starting || state == State::stop_pending)
+        end_process(signal);
     note_first_request();
     request_stop();
 }
@@ -169,7 +160,7 @@ void Supervisor::ask_to_stop() noexcept {
 void Supervisor::note_first_request() noexcept {
     if (!first_request_)
         first_request_ = Clock::now();
-    stop_requested_ = true;
+    enter_stop();
     drop_unread_lines();
 }
 
@@ -184,7 +175,7 @@ void Supervisor::end_process(int signal) noexcept {
 }
 
 Supervisor::Clock::time_point Supervisor::look_at_loop(Clock::time_point now) {
-    const bool stopping = stop_requested_;
+    const bool stopping = stop_requested();
     if (stopping && !stopping_since_)
         stopping_since_ = now;
     const auto limit = stopping ? limit_in_stop : limit_in_run;

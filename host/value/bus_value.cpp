@@ -34,7 +34,7 @@ struct Append {
     }
 };
 
-/// Reads a variant of the type `held` as a value of the type that it is called with.
+/// Reads a variant of the type `held` as a value of the argument's type.
 struct Read {
     sd_bus_message* message;
     std::string held;
@@ -72,7 +72,7 @@ struct Read {
     }
 };
 
-/// What the variant that stands next holds; empty where none does.
+/// The type that the next variant holds; empty if no variant is next.
 std::string held_type(sd_bus_message& message) {
     const char* held = nullptr;
     check(sd_bus_message_peek_type(&message, nullptr, &held), "cannot read a variant");
@@ -89,11 +89,12 @@ int append_variant(sd_bus_message& message, const PortValue& value) {
     return std::visit(Append{&message}, value);
 }
 
-std::optional<PortValue> read_variant(sd_bus_message& message, const Fenwa::Datatype& datatype) {
+std::optional<PortValue> value_from_variant(sd_bus_message& message,
+                                            const Fenwa::Datatype& datatype) {
     return std::visit(Read{&message, held_type(message)}, default_value(datatype));
 }
 
-PortValue read_variant(sd_bus_message& message) {
+PortValue value_from_variant(sd_bus_message& message) {
     const std::string held = held_type(message);
     for (const PortValue& like : {PortValue(false), PortValue(0), PortValue(0.0),
                                   PortValue(Fenwa::datatype_timersource{})}) {

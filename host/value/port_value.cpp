@@ -17,12 +17,12 @@ struct KnownType {
     const char* path;
     const char* name;
     PortValue (*first)();
-    PortValue (*read)(const void* address);
-    PortValue (*read_setting)(const BlockConfiguration& settings, const std::string& key);
+    PortValue (*at)(const void* address);
+    PortValue (*from_config)(const BlockConfiguration& settings, const std::string& key);
 };
 
 template <class T>
-PortValue setting(const BlockConfiguration& settings, const std::string& key) {
+PortValue from_config(const BlockConfiguration& settings, const std::string& key) {
     if constexpr (std::is_same_v<T, float>) {
         return settings.getFloat(key);
     } else if constexpr (std::is_same_v<T, bool>) {
@@ -43,7 +43,7 @@ template <class T>
 constexpr KnownType known(const char* name) {
     return {Fenwa::datatype_path<T>, name, []() -> PortValue { return T{}; },
             [](const void* address) -> PortValue { return *static_cast<const T*>(address); },
-            setting<T>};
+            from_config<T>};
 }
 
 constexpr KnownType known_types[] = {
@@ -78,9 +78,9 @@ struct ToJson {
 
 }  // namespace
 
-PortValue read_value(const Fenwa::Datatype& datatype, const void* address) {
+PortValue value_at(const Fenwa::Datatype& datatype, const void* address) {
     const KnownType* const type = find_type(datatype);
-    return type == nullptr || address == nullptr ? PortValue{} : type->read(address);
+    return type == nullptr || address == nullptr ? PortValue{} : type->at(address);
 }
 
 PortValue default_value(const Fenwa::Datatype& datatype) {
@@ -88,10 +88,10 @@ PortValue default_value(const Fenwa::Datatype& datatype) {
     return type == nullptr ? PortValue{} : type->first();
 }
 
-PortValue read_setting(const Fenwa::Datatype& datatype, const BlockConfiguration& settings,
-                       const std::string& key) {
+PortValue value_from_config(const Fenwa::Datatype& datatype, const BlockConfiguration& settings,
+                            const std::string& key) {
     const KnownType* const type = find_type(datatype);
-    return type == nullptr ? PortValue{} : type->read_setting(settings, key);
+    return type == nullptr ? PortValue{} : type->from_config(settings, key);
 }
 
 const void* address_of(const PortValue& value) {
@@ -131,7 +131,7 @@ Json to_json(const BlockConfiguration::Value& value) {
 }
 
 Json to_json(const BlockConfiguration& settings) {
-    // Put in directly: looking for each key, which stands once anyway, would take quadratic time.
+    // Appended without a look-up of each key, which would take quadratic time; keys are unique.
     Json::object_t object;
     for (const auto& entry : ConfigurationAccess::entries(settings))
         object.emplace_back(entry.key(), to_json(entry.value()));

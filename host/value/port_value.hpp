@@ -15,20 +15,21 @@ namespace host {
 using PortValue =
     std::variant<std::monostate, bool, int, float, double, Fenwa::datatype_timersource>;
 
-/// Reads the value that a port of this datatype keeps at `address`.
-[[nodiscard]] PortValue read_value(const Fenwa::Datatype& datatype, const void* address);
+/// The value that a port of this datatype keeps at `address`; std::monostate if that is null.
+[[nodiscard]] PortValue value_at(const Fenwa::Datatype& datatype, const void* address);
 
-/// The value that a port of this datatype holds before one has come: the type's T{}.
+/// The value that a port of this datatype holds at first: the type's T{}.
 [[nodiscard]] PortValue default_value(const Fenwa::Datatype& datatype);
 
-/// A setting as a value of this datatype, as strictly as the getters of blocks.
-/// @throws Fenwa::ConfigurationError when the key is missing or of another type; a timersource is
-///         a type that no setting has. Of an unknown datatype nothing is read.
-[[nodiscard]] PortValue read_setting(const Fenwa::Datatype& datatype,
-                                     const Fenwa::BlockConfiguration& settings,
-                                     const std::string& key);
+/// A setting as a value of this datatype, converted as strictly as by the getters of blocks;
+/// std::monostate for an unknown datatype.
+/// @throws Fenwa::ConfigurationError if the key is missing or of another type, as every key is for
+///         a timersource.
+[[nodiscard]] PortValue value_from_config(const Fenwa::Datatype& datatype,
+                                          const Fenwa::BlockConfiguration& settings,
+                                          const std::string& key);
 
-/// Where the value stands that a PortValue holds, as a port of its datatype reads it.
+/// The address of the held value, for a port of its datatype to read; valid as long as `value`.
 [[nodiscard]] const void* address_of(const PortValue& value);
 
 /// Paths of the well-known datatypes.
@@ -37,10 +38,10 @@ using PortValue =
 /// "float", "bool", "double", "int", "timersource", or the path of another datatype.
 [[nodiscard]] std::string type_name(const Fenwa::Datatype& datatype);
 
-/// The datatype of which `type_name` gives this name.
+/// The datatype for which `type_name` returns this name.
 [[nodiscard]] Fenwa::Datatype datatype_named(const std::string& name);
 
-/// Values as they stand in event lines. A float is written as the double of the same value.
+/// Values in the form of event lines. A float is written as the double of the same value.
 [[nodiscard]] common::Json to_json(const PortValue& value);
 [[nodiscard]] common::Json to_json(const Fenwa::DebugValue& value);
 [[nodiscard]] common::Json to_json(const Fenwa::BlockConfiguration::Value& value);

@@ -1,5 +1,7 @@
 #include "host/value/value_text.hpp"
 
+#include <fmt/core.h>
+
 #include <limits>
 
 #include "common/process/exit_code.hpp"
@@ -10,7 +12,8 @@ namespace host {
 namespace {
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
-    throw common::Failure(common::ExitCode::usage, common::in_quotes(text) + " is not " + wanted);
+    throw common::Failure(common::ExitCode::usage,
+                          fmt::format("{} is not {}", common::in_quotes(text), wanted));
 }
 
 template <class Number>
@@ -30,9 +33,9 @@ struct FromText {
         return text == "true";
     }
     PortValue operator()(int) const {
-        return number<int>(text, "an int; expected a whole number from " +
-                                     std::to_string(std::numeric_limits<int>::min()) + " to " +
-                                     std::to_string(std::numeric_limits<int>::max()));
+        return number<int>(
+            text, fmt::format("an int; expected a whole number from {} to {}",
+                              std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
     }
     template <class Real>
     PortValue operator()(const Real& /*like*/) const {

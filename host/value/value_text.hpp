@@ -6,13 +6,13 @@
 
 namespace host {
 
-/// A value as people and scripts read it: a number or a word ("true", "nan", "inf", "-inf") as it
-/// is typed, anything else as JSON.
+/// A value for people and scripts: a number or a word ("true", "nan", "inf", "-inf") as it is
+/// typed, any other value as JSON.
 [[nodiscard]] std::string to_text(const PortValue& value);
 
-/// Reads a value that somebody typed, of the same type as `like`, a bool, an int, a float or a
-/// double: "true", "false", "-7", "36.5", "1e-3", "nan", "inf", "-inf".
-/// @throws common::Failure (usage) with a sentence that says what can be typed.
+/// Reads a typed value of the type of `like`, which is a bool, an int, a float or a double: "true",
+/// "false", "-7", "36.5", "1e-3", "nan", "inf", "-inf".
+/// @throws common::Failure (usage) with a sentence that names the accepted values.
 [[nodiscard]] PortValue from_text(const std::string& text, const PortValue& like);
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 
 #include "tests/plugins/probe.hpp"
@@ -67,6 +68,24 @@ struct Choosy : Block {
             throw Fenwa::ConfigurationError("mode", "string \"fast\" or \"slow\"",
                                             "the string \"" + mode + "\"");
         static_cast<void>(config.getInt("never_asked_for"));
+    }
+};
+
+/// Appends a line to the file FENWA_CONSTRUCTIONS in its constructor.
+struct Counted : Block {
+    Counted(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
+        if (const char* const file = std::getenv("FENWA_CONSTRUCTIONS"))
+            std::ofstream(file, std::ios::app) << "constructed\n";
+        for (const char* key : {"first", "second", "third"})
+            make_eventport(std::string(key) + (config.getBool(key, false) ? " set" : " not set"));
+    }
+};
+
+/// The same, and takes no value for a required key.
+struct CountedAndChoosy : Counted {
+    CountedAndChoosy(std::string name, const BlockConfiguration& config)
+        : Counted(std::move(name), config) {
+        throw std::runtime_error("wants no " + config.getString("mode"));
     }
 };
 
@@ -198,6 +217,8 @@ int lib_register_cpp(Fenwa::IRegistry* registry) {
     registry->register_block<probe::ZeroShy>("ZeroShy");
     registry->register_block<probe::Conditional>("Conditional");
     registry->register_block<probe::Endless>("Endless");
+    registry->register_block<probe::Counted>("Counted");
+    registry->register_block<probe::CountedAndChoosy>("CountedAndChoosy");
     registry->register_block<probe::Fragile>("Fragile");
     registry->register_block<probe::ThrowingLater>("ThrowingLater");
     registry->register_block<probe::AbortingAtTheEnd>("AbortingAtTheEnd");

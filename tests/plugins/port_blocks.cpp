@@ -76,6 +76,23 @@ class Source : public Fenwa::Block {
     double published_ = 0.0;
 };
 
+/// Publishes to an output whose name is not UTF-8 when its input changes.
+class OddlyNamed : public Fenwa::Block {
+  public:
+    OddlyNamed(std::string name, const Fenwa::BlockConfiguration& config)
+        : Fenwa::Block(std::move(name), config), out_(add_output<double>(*this, "odd\xff")) {
+        add_input<double>(*this, "in");
+    }
+
+    bool run() override {
+        out_.publish(1.0);
+        return true;
+    }
+
+  private:
+    Fenwa::OutPort<double>& out_;
+};
+
 /// Says at each run which of its inputs are triggered, and what all of them hold. "quiet" takes
 /// values without making the block run. "kept" is the value of "double" when the block is stopped.
 class Sink : public Fenwa::Block {
@@ -257,6 +274,7 @@ class Relay : public Fenwa::Block {
 
 void register_port_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Source>("Source");
+    registry.register_block<OddlyNamed>("OddlyNamed");
     registry.register_block<Sink>("Sink");
     registry.register_block<Values>("Values");
     registry.register_block<Events>("Events");

@@ -17,10 +17,13 @@ class ConfigurationRecorder final : public Fenwa::ConfigurationObserver {
         if (on_each)
             on_each(read.key);
     }
-    bool on_error(const Fenwa::ConfigurationError& /*error*/) override { return zero_on_error; }
+    std::optional<Fenwa::BlockConfiguration::Value> on_error(
+        const Fenwa::ConfigurationError& /*error*/) override {
+        return instead;
+    }
 
     std::vector<std::string> reads;
-    bool zero_on_error = false;
+    std::optional<Fenwa::BlockConfiguration::Value> instead;  ///< of an error
     std::function<void(const std::string& key)> on_each;
 };
 

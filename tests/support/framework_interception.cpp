@@ -37,7 +37,10 @@ class KeyObserver final : public Fenwa::ConfigurationObserver {
     void on_read(const Fenwa::KeyRead& read) override {
         record(effect::key, read.type + " " + read.key + (read.fallback ? " or a default" : ""));
     }
-    bool on_error(const Fenwa::ConfigurationError& /*error*/) override { return false; }
+    std::optional<Fenwa::BlockConfiguration::Value> on_error(
+        const Fenwa::ConfigurationError& /*error*/) override {
+        return std::nullopt;
+    }
 };
 
 }  // namespace

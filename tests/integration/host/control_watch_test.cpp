@@ -73,6 +73,20 @@ TEST_F(ControlWatch, PrintsTextWithoutTheTicksOfTimers) {
     EXPECT_EQ(host.terminate().code, 0);
 }
 
+TEST_F(ControlWatch, OutputThatNoSignalCarriesIsReportedOnce) {
+    Process host(host_command("[blocks.o]\ntype = \"OddlyNamed\"\n"));
+    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    const ControlClient client(bus());
+    EXPECT_EQ(client.write("o.in", "d", 1.0), "ok");
+    EXPECT_EQ(client.write("o.in", "d", 2.0), "ok");
+    ASSERT_TRUE(host.wait_for_error_text("OutputChanged"));
+    const Ended ended = host.terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_EQ(ended.err,
+              "fenwa: cannot emit OutputChanged for 'o.odd\\xff'; watchers miss values: Invalid "
+              "argument\n");
+}
+
 TEST_F(ControlWatch, PrintsTicksAsJson) {
     Process host(host_command(timer));
     ASSERT_TRUE(host.wait_for_text("\"ready\""));

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 
 #include "tests/integration/host/host_test.hpp"
 
@@ -54,11 +55,11 @@ TEST_F(Inspect, ShowsAllTypesOfTheShippedPluginAsJson) {
             R"({"type":"PowerMonitor","inputs":[],)"
             R"("outputs":[{"name":"power_ok_out","type":"bool"}],)"
             R"("event_ports":[{"name":"event_port"}],)"
-            R"("terminated_inputs":[{"name":"power_monitor_in","type":"bool","value":true}],)"
+            R"("terminated_inputs":[{"name":"power_monitor_in","type":"bool","value":false}],)"
             R"("exports":[],"keys":[{"key":"requested_power","type":"float","required":true}],)"
-            R"("settings":{"power_ok":true,"termination_cfg.inports":["power_monitor_in"],)"
+            R"("settings":{"power_ok":false,"termination_cfg.inports":["power_monitor_in"],)"
             R"("termination_cfg.types":["/prefix/well-known.b/bool"],)"
-            R"("termination_cfg.power_monitor_in_def":true},"failures":[]},)"
+            R"("termination_cfg.power_monitor_in_def":false},"failures":[]},)"
             R"({"type":"PrioritizedTextOverlaySetter","inputs":[],"outputs":[],)"
             R"("event_ports":[],"terminated_inputs":[],"exports":[],)"
             R"("keys":[{"key":"prio_text_overlay","type":"string","required":false,"default":""},)"
@@ -157,11 +158,11 @@ TEST_F(Inspect, KnowsAnyPluginOfTheInterface) {
               "when run = true\n"
               "  key         only  string  default \"\"\n"
               "              run   bool    default false\n");
-    // A setup may add ports; whether it hands settings over is seen with them not toggled.
+    // A setup may add ports; its settings are those without toggled keys.
     EXPECT_EQ(inspect({"libprobe.so", "Probe", "--format=json"}).out,
               R"({"plugin":"libprobe.so","file":"libprobe.so","types":[{"type":"Probe",)"
               R"("inputs":[],"outputs":[{"name":"stopped","type":"int"},)"
-              R"({"name":"late","type":"double","when":{"late_port":true}}],)"
+              R"({"name":"late","type":"double","when":{"settings":true,"late_port":true}}],)"
               R"("event_ports":[{"name":"event"}],"terminated_inputs":[],"exports":[],)"
               R"("keys":[{"key":"throws_in","type":"string","required":false,"default":""},)"
               R"({"key":"throws","type":"string","required":false,"default":"runtime"},)"
@@ -192,20 +193,43 @@ TEST_F(Inspect, RequiredKeysOfABlockThatTakesNoZeroAreFoundAllTheSame) {
 TEST_F(Inspect, KeysAndPortsThatDependOnBooleansAreShownWithThem) {
     expect_text("Conditional", 0,
                 "  input       gain_in  double  does not trigger  when advanced = true\n"
-                "  key         advanced    bool    default false\n"
-                "              rate        int     default 25\n"
-                "              mode.gain   double  default 0.5    when advanced = true\n"
-                "              tracing     bool    default true   when advanced = true\n"
-                "              trace_file  string  required       when advanced = true and "
-                "tracing = false\n"
-                "  note        threw in its constructor: no trace file, when advanced = true and "
-                "tracing = false\n");
+                "  key         advanced   bool    default false\n"
+                "              rate       int     default 25\n"
+                "              mode.gain  double  default 0.5    when advanced = true\n"
+                "              tracing    bool    default true   when advanced = true\n");
     expect_text("Endless", 0,
-                "  key         more     bool  default false\n"
-                "              moree    bool  default false  when more = true\n"
-                "              moreee   bool  default false  when more = true and moree = true\n"
-                "              moreeee  bool  default false  when more = true and moree = true "
-                "and moreee = true\n");
+                "  key         more   bool  default false\n"
+                "              moree  bool  default false  when more = true\n");
+}
+
+TEST_F(Inspect, TypeIsBuiltAtMostTwice) {
+    const std::string file = (folder().path() / "constructions").string();
+    const auto constructions = [&](const std::string& type) {
+        fs::remove(file);
+        (void)run_program({"env", "FENWA_CONSTRUCTIONS=" + file, FENWA_PROGRAM, "inspect",
+                           "--plugin-dir", FENWA_TEST_PLUGINS, "libmisbehaving.so", type});
+        std::ifstream in(file);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    EXPECT_EQ(constructions("Counted"), "constructed\nconstructed\n");
+    EXPECT_EQ(constructions("CountedAndChoosy"), "constructed\nconstructed\n");
+    const std::string toggled = "when first = true and second = true and third = true\n";
+    expect_text("Counted", 0,
+                "  event       first not set\n"
+                "              second not set\n"
+                "              third not set\n"
+                "              first set           " +
+                    toggled + "              second set          " + toggled +
+                    "              third set           " + toggled +
+                    "  key         first   bool  default false\n"
+                    "              second  bool  default false\n"
+                    "              third   bool  default false\n");
+    expect_text("CountedAndChoosy", 70,
+                "  key         first   bool    default false\n"
+                "              second  bool    default false\n"
+                "              third   bool    default false\n"
+                "              mode    string  required\n"
+                "  error       threw in its constructor: wants no 1\n");
 }
 
 TEST_F(Inspect, BlockThatNeedsABusUnderAConditionIsNotBlamed) {
@@ -219,18 +243,15 @@ TEST_F(Inspect, BlockThatNeedsABusUnderAConditionIsNotBlamed) {
         "              tells        bool    default true\n"
         "              early        bool    default false\n"
         "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is "
-        "not connected, when early = true\n");
-    // Nor is it given other values for what it was built with already.
-    EXPECT_EQ(
-        inspect({"libprobe.so", "Terminated"}).out,
-        "Terminated\n"
-        "  input       own  double\n"
-        "  key         settings     string  required\n"
-        "              needs_a_bus  bool    default false\n"
-        "  setting     termination_cfg.inports  [\"\"]\n"
-        "              termination_cfg.types    [\"/prefix/well-known.b/bool\"]\n"
-        "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is "
-        "not connected, when needs_a_bus = true\n");
+        "not connected, when tells = false and early = true\n");
+    // A block that refuses a made-up value is built with zeros instead of toggled keys.
+    EXPECT_EQ(inspect({"libprobe.so", "Terminated"}).out,
+              "Terminated\n"
+              "  input       own  double\n"
+              "  key         settings     string  required\n"
+              "              needs_a_bus  bool    default false\n"
+              "  setting     termination_cfg.inports  [\"\"]\n"
+              "              termination_cfg.types    [\"/prefix/well-known.b/bool\"]\n");
 }
 
 TEST_F(Inspect, BlockThatThrowsCrashesOrHangsGetsALineAndKeepsItsKeys) {

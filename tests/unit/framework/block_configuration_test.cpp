@@ -206,7 +206,10 @@ TEST_F(ObservedConfigurationTest, TellsOfEveryReadWithItsTypeAndDefault) {
 TEST_F(ObservedConfigurationTest, HandsDefaultsOnInTheFormOfValues) {
     struct : Fenwa::ConfigurationObserver {
         void on_read(const Fenwa::KeyRead& read) override { fallbacks.push_back(read.fallback); }
-        bool on_error(const ConfigurationError& /*error*/) override { return false; }
+        std::optional<BlockConfiguration::Value> on_error(
+            const ConfigurationError& /*error*/) override {
+            return std::nullopt;
+        }
         std::vector<std::optional<BlockConfiguration::Value>> fallbacks;
     } observer;
     const auto config = ConfigurationAccess::observed(
@@ -224,7 +227,10 @@ TEST_F(ObservedConfigurationTest, HandsDefaultsOnInTheFormOfValues) {
 TEST_F(ObservedConfigurationTest, HandsOnWhatStandsThereWhateverItsType) {
     struct : Fenwa::ConfigurationObserver {
         void on_read(const Fenwa::KeyRead& read) override { found.push_back(read.found); }
-        bool on_error(const ConfigurationError& /*error*/) override { return true; }
+        std::optional<BlockConfiguration::Value> on_error(
+            const ConfigurationError& /*error*/) override {
+            return BlockConfiguration::Value();
+        }
         std::vector<std::optional<BlockConfiguration::Value>> found;
     } observer;
     const auto config =
@@ -239,11 +245,11 @@ TEST_F(ObservedConfigurationTest, HandsOnWhatStandsThereWhateverItsType) {
                                                                  Value(false), std::nullopt}));
 }
 
-TEST_F(ObservedConfigurationTest, GivesZeroInsteadOfAnErrorWhenTheObserverSaysSo) {
-    recorder->zero_on_error = true;
+TEST_F(ObservedConfigurationTest, GivesTheValueOfTheObserverInsteadOfAnErrorOrElseZero) {
+    recorder->instead = std::int64_t{7};
     const auto config = ConfigurationAccess::observed({{"key", true}}, recorder);
-    EXPECT_EQ(config.getInt("key"), 0);
-    EXPECT_EQ(config.getDouble("absent"), 0.0);
+    EXPECT_EQ(config.getInt("key"), 7);
+    EXPECT_EQ(config.getDouble("absent"), 7.0);
     EXPECT_EQ(config.getString("absent"), "");
     EXPECT_FALSE(config.getBool("absent"));
 }

@@ -266,15 +266,15 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
     };
     const common::SlotPtr first = ask("type='signal',member='A'");
     common::SlotPtr second = ask("type='signal',member='B'");
-    EXPECT_EQ(interposer_.matches_asked(), 2U);
+    EXPECT_EQ(interposer_.matches_requested(), 2U);
     settle();
-    EXPECT_EQ(interposer_.matches_asked(), 0U);
+    EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::installed, Answer::installed}));
     for (int i = 0; i < 3; ++i)
         ask("type='signal',member='C'").release();
     ask("type='signal',member='D'").release();
     settle();
-    EXPECT_EQ(interposer_.matches_asked(), 0U);
+    EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::refused, Answer::refused_again,
                                                        Answer::refused_again, Answer::refused}));
     second.reset();

@@ -1,4 +1,4 @@
-#include "host/runtime/refused_matches.hpp"
+#include "host/runtime/throttle.hpp"
 
 #include <gtest/gtest.h>
 
@@ -24,9 +24,9 @@ class RefusedMatchesTest : public testing::Test {
 };
 
 TEST_F(RefusedMatchesTest, TakeTurnsWithTheIntervalBetweenThem) {
-    EXPECT_TRUE(matches_.holds(a_));
+    EXPECT_TRUE(matches_.should_wait(a_));
     EXPECT_EQ(matches_.take(start), &a_);
-    EXPECT_FALSE(matches_.holds(a_));
+    EXPECT_FALSE(matches_.should_wait(a_));
     EXPECT_EQ(matches_.take(start), nullptr);
     EXPECT_EQ(matches_.due(), start + interval);
     matches_.add(a_);
@@ -50,16 +50,16 @@ TEST_F(RefusedMatchesTest, NextFollowsAtOnceWhenATrySucceeds) {
 
 TEST_F(RefusedMatchesTest, BlockThatIsTakenOutIsNotHeld) {
     EXPECT_TRUE(matches_.remove(b_));
-    EXPECT_FALSE(matches_.holds(b_));
+    EXPECT_FALSE(matches_.should_wait(b_));
     EXPECT_FALSE(matches_.remove(b_));
     EXPECT_EQ(matches_.take_all(), (std::vector<Fenwa::Block*>{&a_, &c_}));
-    EXPECT_FALSE(matches_.holds(a_));
+    EXPECT_FALSE(matches_.should_wait(a_));
     EXPECT_FALSE(matches_.is_anyone_waiting());
 }
 
 TEST_F(RefusedMatchesTest, NobodyIsHeldAfterAClear) {
     matches_.clear();
-    EXPECT_FALSE(matches_.holds(a_));
+    EXPECT_FALSE(matches_.should_wait(a_));
     EXPECT_EQ(matches_.take(start), nullptr);
 }
 

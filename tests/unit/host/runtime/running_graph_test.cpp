@@ -6,7 +6,7 @@
 
 #include "common/bus/bus.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
-#include "host/graph/reader.hpp"
+#include "host/graph/graph.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 namespace host {
@@ -48,7 +48,7 @@ class RunningGraphTest : public testing::Test {
 
     [[nodiscard]] std::optional<PortValue> value(const std::string& block,
                                                  const std::string& port) const {
-        return running_->input_value(block, port);
+        return running_->find(block)->input_value(port);
     }
 
     static sd_event* new_loop() {
@@ -126,7 +126,7 @@ TEST_F(RunningGraphTest, ThereAreNoValuesOfInputsThatAreNotThere) {
     start();
     EXPECT_EQ(value("t", "temp_monitor_in"), PortValue(true));
     EXPECT_EQ(value("t", "temp"), std::nullopt);
-    EXPECT_EQ(value("u", "temp_monitor_in"), std::nullopt);
+    EXPECT_EQ(running_->find("u"), nullptr);
 }
 
 }  // namespace

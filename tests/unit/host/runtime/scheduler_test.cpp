@@ -465,7 +465,7 @@ class HoldingScheduler : public SchedulerTest {
         scheduler_.enable();
     }
 
-    std::size_t unanswered_ = Backpressure::mark;
+    std::size_t unanswered_ = Backpressure::high_watermark;
 };
 
 TEST_F(HoldingScheduler, BlocksGoOnInTheirOrderAsAnswersCome) {

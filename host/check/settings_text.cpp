@@ -1,4 +1,4 @@
-#include "host/check/settings_message.hpp"
+#include "host/check/settings_text.hpp"
 
 #include <cstdint>
 #include <stdexcept>
@@ -38,7 +38,7 @@ BlockConfiguration::Value to_value(const Json& json) {
 }  // namespace
 
 // CBOR and not JSON, which has neither infinities nor text that is not UTF-8.
-std::string to_message(const BlockConfiguration& settings) {
+std::string settings_to_text(const BlockConfiguration& settings) {
     Json entries = Json::array();
     for (const auto& entry : Fenwa::ConfigurationAccess::entries(settings))
         entries.push_back(
@@ -52,7 +52,7 @@ std::string to_message(const BlockConfiguration& settings) {
     return message;
 }
 
-BlockConfiguration settings_from_message(const std::string& message) {
+BlockConfiguration settings_from_text(const std::string& message) {
     std::vector<std::uint8_t> bytes;
     for (std::size_t i = 0; i + 1 < message.size(); i += 2)
         bytes.push_back(static_cast<std::uint8_t>(digit(message[i]) << 4U | digit(message[i + 1])));

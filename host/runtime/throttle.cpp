@@ -1,13 +1,14 @@
-#include "host/graph/rate_limit.hpp"
+#include "host/runtime/throttle.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace host {
 namespace {
 
-/// Fractions add up with rounding errors: this much is missing from a whole run at most.
+/// The most that rounding errors take from a whole run.
 constexpr double rounding = 1e-9;
 
 }  // namespace
@@ -27,10 +28,6 @@ bool TokenBucket::take(std::uint64_t now) noexcept {
         return false;
     left_ = std::max(0.0, left_ - 1.0);
     return true;
-}
-
-void TokenBucket::skip_to(std::uint64_t now) noexcept {
-    counted_ = std::max(counted_, now);
 }
 
 std::uint64_t TokenBucket::due() const noexcept {
@@ -55,6 +52,58 @@ void RetryBudget::charge(double nanoseconds) noexcept {
 
 std::uint64_t RetryBudget::due() const noexcept {
     return counted_ + static_cast<std::uint64_t>(std::ceil((portion - left_) / (share * 1e3)));
+}
+
+bool Backpressure::should_wait(std::size_t unanswered, std::uint64_t now) noexcept {
+    if (unanswered < high_watermark) {
+        state_ = State::open;
+        return false;
+    }
+    if (state_ == State::open) {
+        state_ = State::waiting;
+        last_ = now;
+    } else if (state_ == State::waiting && now >= due()) {
+        state_ = State::given_up;
+    }
+    return state_ == State::waiting;
+}
+
+void RefusedMatches::installed(Fenwa::Block& block) {
+    if (trying_ == &block)
+        due_ = 0;
+}
+
+bool RefusedMatches::remove(Fenwa::Block& block) {
+    blocks_.erase(&block);
+    const auto found = std::find(waiting_.begin(), waiting_.end(), &block);
+    if (found == waiting_.end())
+        return false;
+    waiting_.erase(found);
+    return true;
+}
+
+void RefusedMatches::clear() {
+    blocks_.clear();
+    waiting_.clear();
+    trying_ = nullptr;
+}
+
+Fenwa::Block* RefusedMatches::take(std::uint64_t now) {
+    if (waiting_.empty() || now < due_)
+        return nullptr;
+    trying_ = waiting_.front();
+    waiting_.pop_front();
+    blocks_.erase(trying_);
+    due_ = now + interval;
+    return trying_;
+}
+
+std::vector<Fenwa::Block*> RefusedMatches::take_all() {
+    std::vector<Fenwa::Block*> all(waiting_.begin(), waiting_.end());
+    for (Fenwa::Block* block : all)
+        blocks_.erase(block);
+    waiting_.clear();
+    return all;
 }
 
 }  // namespace host

@@ -1,4 +1,4 @@
-#include "host/check/graph_probe.hpp"
+#include "host/check/graph_check.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/graph/rate_limit.hpp"
+#include "host/runtime/throttle.hpp"
 
 #include <gtest/gtest.h>
 
@@ -36,15 +36,6 @@ TEST(TokenBucket, IsRefilledAtTheRateUpToTheBurst) {
     EXPECT_EQ(take_all(budget, start + second / 10), 20);
     EXPECT_EQ(take_all(budget, start + second / 5), 20);
     EXPECT_EQ(take_all(budget, start + 1000 * second), 64);
-}
-
-TEST(TokenBucket, IsNotRefilledForTimeThatIsSkipped) {
-    TokenBucket budget(RateLimit{64, 200.0}, start);
-    take_all(budget, start);
-    budget.skip_to(start + 10 * second);
-    budget.skip_to(start + 5 * second);
-    EXPECT_FALSE(budget.take(start + 10 * second));
-    EXPECT_EQ(take_all(budget, start + 10 * second + second / 10), 20);
 }
 
 TEST(TokenBucket, GivesNoRunBeforeItIsDueAndOneThen) {

@@ -1,46 +1,48 @@
-#include "host/check/graph_probe.hpp"
+#include "host/check/graph_check.hpp"
+
+#include <fmt/core.h>
+#include <systemd/sd-bus.h>
 
 #include <exception>
-#include <optional>
 
 #include "common/process/child_process.hpp"
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/port_watch.hpp"
 #include "framework/shared/thread_silence.hpp"
 #include "host/output/activity.hpp"
-#include "host/plugin/loader.hpp"
 
 namespace host {
 namespace {
 
 using common::Diagnostics;
+using common::ExitCode;
 using common::Json;
 
-/// After so many children that were lost, and so many of them that hung, nothing more is tried.
-constexpr std::size_t most_lost = 16;
-constexpr std::size_t most_hung = 3;
+/// The check gives up after so many lost children, and after so many of them that hung.
+constexpr std::size_t max_lost = 16;
+constexpr std::size_t max_hung = 3;
 
-// What children send: arrays, one a line, that begin with one of these words.
+// Messages of a child: arrays, one a line, that begin with one of these words.
 namespace word {
 
-constexpr const char* plugin = "plugin";      // INDEX: is loaded now
+constexpr const char* plugin = "plugin";      // INDEX: its loading begins
 constexpr const char* unusable = "unusable";  // INDEX, TEXT, HELP, THREW
-constexpr const char* block = "block";        // INDEX: is probed now
-constexpr const char* phase = "phase";        // TEXT, EXPLORING: begins now
-constexpr const char* invented = "invented";  // the block lives on a made-up value from here on
-constexpr const char* missing = "missing";    // its type may be of a plug-in that is missing
-constexpr const char* input = "input";        // NAME, DATATYPE: has been added
+constexpr const char* block = "block";        // INDEX: its probe begins
+constexpr const char* phase = "phase";        // TEXT, EXPLORING: begins
+constexpr const char* made_up = "made up";    // the block has been given a made-up value
+constexpr const char* missing = "missing";    // its type may belong to a missing plug-in
+constexpr const char* input = "input";        // NAME, DATATYPE: was added
 constexpr const char* output = "output";      // NAME, DATATYPE
 constexpr const char* built = "built";        // NAMES and DATATYPES of terminated inputs, EXPORTS
-constexpr const char* look = "look";          // whatever was asked for
-constexpr const char* threw = "threw";        // and that was reported
+constexpr const char* look = "look";          // the result of the look
+constexpr const char* threw = "threw";        // which was reported
 constexpr const char* diagnostic = "diagnostic";  // SEVERITY, LINE, COLUMN, TEXT, HELP
 constexpr const char* more = "more";              // ERRORS, WARNINGS that are not kept
-constexpr const char* end = "end";                // nothing more will come
+constexpr const char* end = "end";                // the last message
 
 }  // namespace word
 
-/// The child's part.
+/// The work of a child.
 class Worker {
   public:
     Worker(const ProbeJob& job, Diagnostics& diagnostics, const common::LineSender& send_line)
@@ -52,7 +54,7 @@ class Worker {
         });
     }
 
-    /// @param lost plug-ins that are not to be loaded.
+    /// @param lost plug-ins to be skipped.
     void load_plugins(const std::vector<bool>& lost) {
         PluginLoader loader = job_.types.make_loader(job_.plugin_dirs, diagnostics_.file());
         for (std::size_t i = 0; i < job_.plugins.size(); ++i) {
@@ -62,7 +64,7 @@ class Worker {
             }
             send({word::plugin, i});
             try {
-                loader.load(job_.plugins[i].text);
+                loader.load(job_.plugins[i].value);
             } catch (const PluginError& error) {
                 job_.types.set_incomplete();
                 send({word::unusable, i, error.what(), error.help(), error.thrown().has_value()});
@@ -75,15 +77,15 @@ class Worker {
         const BlockEntry& entry = *job_.blocks[i];
         if (job_.types.may_be_missing(entry))
             send({word::missing});
-        Probe dry(entry, job_.types, diagnostics_, job_.strictness, progress());
-        if (build(dry)) {
-            send_built(dry);
+        Probe probed(entry, job_.types, diagnostics_, job_.strictness, progress());
+        if (build(probed)) {
+            send_built(probed);
             if (explore)
-                dry.find_unread_keys();
+                probed.find_unread_keys();
             if (job_.look)
-                send({word::look, job_.look(dry)});
-            dry.destroy();
-        } else if (dry.threw()) {
+                send({word::look, job_.look(probed)});
+            probed.destroy();
+        } else if (probed.threw()) {
             send({word::threw});
         }
         send_more();
@@ -94,17 +96,17 @@ class Worker {
   private:
     void send(const Json& message) const { send_line_(common::json_line(message)); }
 
-    DryProgress progress() {
+    ProbeProgress progress() {
         return {[this](const char* phase, bool exploring) {
                     send({word::phase, phase, exploring});
                 },
                 [this, sent = false]() mutable {
                     if (!std::exchange(sent, true))
-                        send({word::invented});
+                        send({word::made_up});
                 }};
     }
 
-    bool build(Probe& dry) {
+    bool build(Probe& probed) {
         const Fenwa::PortWatch watch(
             [this](const Fenwa::InPortInternal& port) {
                 send({word::input, port.name(), port.datatype().path()});
@@ -112,11 +114,11 @@ class Worker {
             [this](const Fenwa::OutPortInternal& port) {
                 send({word::output, port.name(), port.datatype().path()});
             });
-        return dry.build();
+        return probed.build();
     }
 
-    void send_built(const Probe& dry) const {
-        const ConnectableBlock block = dry.block();
+    void send_built(const Probe& probed) const {
+        const ConnectableBlock block = probed.block();
         Json terminated = Json::array();
         for (const std::string& name : block.terminations->names())
             terminated.push_back({name, block.terminations->find(name)->datatype().path()});
@@ -143,7 +145,7 @@ class Worker {
     std::size_t warnings_not_kept_ = diagnostics_.not_kept(Diagnostics::Severity::warning);
 };
 
-/// The parent's part: children until all is probed.
+/// The parent: starts children until everything is probed.
 class Prober {
   public:
     Prober(const ProbeJob& job, Diagnostics& diagnostics)
@@ -157,7 +159,7 @@ class Prober {
 
     ProbeResult run() {
         while (!run_child()) {
-            if (lost_ == most_lost || hung_ == most_hung) {
+            if (lost_ == max_lost || hung_ == max_hung) {
                 diagnostics_.error({},
                                    "the rest of the graph is not checked, because too much of it "
                                    "has crashed or hung");
@@ -169,6 +171,15 @@ class Prober {
     }
 
   private:
+    /// The activity of the child.
+    enum class At {
+        starting,
+        plugin,     ///< loads one
+        block,      ///< builds, sets up or destroys one
+        exploring,  ///< does with a block what a run does not do
+        end         ///< has sent its last message
+    };
+
     struct Unusable {
         std::string text;
         std::string help;
@@ -178,7 +189,7 @@ class Prober {
     /// @returns whether nothing is left to do.
     bool run_child() {
         const Activity waiting("a child process that tries blocks out", "", nullptr);
-        at_ = At::nothing;
+        enter(At::starting, 0);
         phase_ = "its entry point";
         const common::ChildEnd end = common::run_in_child(
             [this](const common::LineSender& send) { work(send); }, job_.limit,
@@ -197,10 +208,10 @@ class Prober {
         worker.end();
     }
 
-    /// @returns whether something begins that has a time of its own.
+    /// @returns whether a step begins that has a time limit of its own.
     bool receive(const Json& message) {
         try {
-            // Something else was written by somebody else.
+            // A plug-in may write lines of its own.
             return message.is_array() && take(message.at(0).get<std::string>(), message);
         } catch (const std::exception&) {
             return false;
@@ -210,16 +221,17 @@ class Prober {
     bool take(const std::string& word, const Json& message) {
         if (word == word::phase) {
             phase_ = message.at(1);
-            exploring_ = message.at(2);
+            enter(message.at(2) ? At::exploring : At::block, index_);
             return true;
         }
-        if (word == word::plugin || word == word::block) {
-            const bool is_plugin = word == word::plugin;
-            index_ = message.at(1);
-            at_ = is_plugin ? At::plugin : At::block;
-            invented_ = exploring_ = false;
-            if (!is_plugin)
-                block() = {};
+        if (word == word::plugin) {
+            enter(At::plugin, message.at(1));
+            return true;
+        }
+        if (word == word::block) {
+            enter(At::block, message.at(1));
+            made_up_ = false;
+            block() = {};
             return true;
         }
         if (word == word::diagnostic)
@@ -238,8 +250,8 @@ class Prober {
             take_built(message);
         else if (word == word::look)
             block().look = message.at(1);
-        else if (word == word::invented)
-            invented_ = true;
+        else if (word == word::made_up)
+            made_up_ = true;
         else if (word == word::missing)
             is_type_missing_ = true;
         else if (word == word::threw)
@@ -247,7 +259,7 @@ class Prober {
         else if (word == word::unusable)
             unusable_.at(message.at(1)) = Unusable{message.at(2), message.at(3), message.at(4)};
         else if (word == word::end)
-            at_ = At::end;
+            enter(At::end, index_);
         return false;
     }
 
@@ -272,6 +284,11 @@ class Prober {
     [[nodiscard]] const BlockEntry& entry() const { return *job_.blocks.at(index_); }
     [[nodiscard]] BlockReport& block() { return probe_.blocks.at(entry().name); }
 
+    void enter(At at, std::size_t index) noexcept {
+        at_ = at;
+        index_ = index;
+    }
+
     /// A child did not come to its end.
     void lose(const common::ChildEnd& end) {
         ++lost_;
@@ -281,26 +298,27 @@ class Prober {
             case At::plugin:
                 lost_plugins_.at(index_) = true;
                 unusable_.at(index_) =
-                    Unusable{"the plug-in '" + job_.plugins.at(index_).text + "' " + did, {}, true};
+                    Unusable{fmt::format("the plug-in '{}' {}", job_.plugins.at(index_).value, did),
+                             {},
+                             true};
                 break;
             case At::block:
-                lose_block(describe(entry()) + " " + did);
+                next_block_ = index_ + 1;
+                explore_ = true;
+                if (!made_up_) {
+                    diagnostics_.error(entry().location, display_name(entry()) + " " + did);
+                    ++probe_.throws;
+                }
                 break;
-            case At::nothing:
+            case At::exploring:
+                next_block_ = index_;
+                explore_ = false;
+                diagnostics_.warning(entry().location, display_name(entry()) + " " + did);
+                break;
+            case At::starting:
             case At::end:
-                lost_ = most_lost;  // it could not even begin
+                lost_ = max_lost;  // it could not even begin
                 break;
-        }
-    }
-
-    void lose_block(const std::string& sentence) {
-        explore_ = !exploring_;
-        next_block_ = index_ + (exploring_ ? 0U : 1U);
-        if (exploring_) {
-            diagnostics_.warning(entry().location, sentence);
-        } else if (!invented_) {
-            diagnostics_.error(entry().location, sentence);
-            ++probe_.throws;
         }
     }
 
@@ -321,26 +339,79 @@ class Prober {
     Diagnostics& diagnostics_;
     ProbeResult probe_;
     std::vector<std::optional<Unusable>> unusable_;
-    std::vector<bool> lost_plugins_;  ///< those that took a child with them
-    std::size_t next_block_ = 0;      ///< the first one that is still to be probed
-    bool explore_ = true;             ///< whether that one is to be looked at further
+    std::vector<bool> lost_plugins_;  ///< the plug-ins that ended a child
+    std::size_t next_block_ = 0;      ///< the first one still to be probed
+    bool explore_ = true;             ///< whether that one is to be explored
     bool is_type_missing_ = false;
     std::size_t lost_ = 0;
     std::size_t hung_ = 0;
 
-    // What the child is at.
-    enum class At { nothing, plugin, block, end };
-    At at_ = At::nothing;
-    std::size_t index_ = 0;
+    At at_ = At::starting;
+    std::size_t index_ = 0;  ///< of that plug-in or block
     std::string phase_;
-    bool exploring_ = false;
-    bool invented_ = false;
+    bool made_up_ = false;  ///< the block has been given a made-up value
 };
+
+/// Warns of objects that a bus connection takes from one block only.
+void check_exports(const Graph& graph, const ProbeResult& seen, Diagnostics& diagnostics) {
+    std::map<std::pair<std::string, std::string>, std::string> exporters;
+    for (const BlockEntry& entry : graph.blocks) {
+        for (const auto& object : seen.blocks.at(entry.name).exports) {
+            const auto& [path, interface] = object;
+            const std::string what = fmt::format("'{}' at '{}'", interface, path);
+            const std::string name = common::in_quotes(entry.name);
+            if (sd_bus_object_path_is_valid(path.c_str()) <= 0 ||
+                sd_bus_interface_name_is_valid(interface.c_str()) <= 0) {
+                diagnostics.warning(entry.location,
+                                    fmt::format("the block {} cannot export {}: the path or the "
+                                                "interface name is not valid",
+                                                name, what));
+                continue;
+            }
+            const auto [first, is_new] = exporters.emplace(object, entry.name);
+            if (!is_new && first->second == entry.name)
+                diagnostics.warning(
+                    entry.location,
+                    fmt::format("the block {} exports {} twice; only the first one is reached",
+                                name, what));
+            else if (!is_new)
+                diagnostics.warning(
+                    entry.location,
+                    fmt::format(
+                        "the blocks {} and {} both export {}; only the first one is reached",
+                        common::in_quotes(first->second), name, what));
+        }
+    }
+}
 
 }  // namespace
 
-ProbeResult probe(const ProbeJob& job, common::Diagnostics& diagnostics) {
+ProbeResult probe(const ProbeJob& job, Diagnostics& diagnostics) {
     return Prober(job, diagnostics).run();
+}
+
+CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
+                            Diagnostics& diagnostics, Strictness strictness,
+                            const BlockLook& look) {
+    CheckedGraph checked{read_graph(path, diagnostics), {}, ExitCode::misconfigured};
+    if (!checked.graph)
+        return checked;
+    BlockTypes types(nullptr);
+    ProbeJob job{types, checked.graph->plugins, plugin_dirs, {}, strictness, look};
+    for (const BlockEntry& entry : checked.graph->blocks)
+        job.blocks.push_back(&entry);
+    checked.probe = probe(job, diagnostics);
+    check_exports(*checked.graph, checked.probe, diagnostics);
+    PortsByName ports;
+    for (const auto& [name, block] : checked.probe.blocks)
+        ports.emplace(name, block.ports);
+    check_connections(*checked.graph, ports, diagnostics);
+    // A throw is an error too; it gives the exit code only if it is the only kind of mistake.
+    if (diagnostics.errors() == 0)
+        checked.code = ExitCode::done;
+    else if (diagnostics.errors() == checked.probe.throws)
+        checked.code = ExitCode::software;
+    return checked;
 }
 
 }  // namespace host

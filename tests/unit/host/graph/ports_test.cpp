@@ -1,4 +1,4 @@
-#include "host/graph/terminations.hpp"
+#include "host/graph/ports.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ class TerminationsTest : public testing::Test {
   protected:
     TerminationsTest() {
         entry_.name = "m";
-        entry_.type.text = "Monitor";
+        entry_.type.value = "Monitor";
         entry_.location = {3, 9};
         block_.add_inport(
             std::make_unique<Fenwa::InPort<int>>("own", Fenwa::datatype_of<int>(), true));
@@ -42,7 +42,7 @@ class TerminationsTest : public testing::Test {
     static PortValue value(const Terminations& terminations, const std::string& name) {
         const Fenwa::InPortInternal* const port = terminations.find(name);
         return port == nullptr ? PortValue{}
-                               : read_value(port->datatype(), Fenwa::HostAccess::source(*port));
+                               : value_at(port->datatype(), Fenwa::HostAccess::source(*port));
     }
 
     BlockEntry entry_;

@@ -1,4 +1,4 @@
-#include "host/check/settings_message.hpp"
+#include "host/check/settings_text.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using Value = BlockConfiguration::Value;
 
 Value sent(const Value& value) {
     const BlockConfiguration settings({BlockConfiguration::KeyValue("key", value)});
-    return *ConfigurationAccess::find(settings_from_message(to_message(settings)), "key");
+    return *ConfigurationAccess::find(settings_from_text(settings_to_text(settings)), "key");
 }
 
 TEST(SettingsMessage, HoldsEveryValueAsItIs) {
@@ -36,7 +36,7 @@ TEST(SettingsMessage, HoldsEveryValueAsItIs) {
 
 TEST(SettingsMessage, KeepsTheOrder) {
     const BlockConfiguration settings =
-        settings_from_message(to_message({{"z", 1}, {"a\n", true}, {"m", 0.5}}));
+        settings_from_text(settings_to_text({{"z", 1}, {"a\n", true}, {"m", 0.5}}));
     std::string keys;
     for (const auto& entry : ConfigurationAccess::entries(settings))
         keys += entry.key();
@@ -45,7 +45,7 @@ TEST(SettingsMessage, KeepsTheOrder) {
 
 TEST(SettingsMessage, OtherTextIsRefused) {
     for (const char* text : {"", "x", "zz", "ff", "80ff"})
-        EXPECT_ANY_THROW((void)settings_from_message(text)) << text;
+        EXPECT_ANY_THROW((void)settings_from_text(text)) << text;
 }
 
 }  // namespace
