@@ -9,7 +9,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds timeout{20};
 
 std::string arguments_of(sd_bus_message& message) {
     return '(' + camera::arguments_text(camera::body_json(message)) + ')';
@@ -25,7 +25,7 @@ std::string answer_of(sd_bus_message& message) {
 }  // namespace
 
 BusClient::BusClient(const std::string& address, const camera::BusObject& service)
-    : service_(service), bus_(common::open_bus(address, patience)) {}
+    : service_(service), bus_(common::open_bus(address, timeout)) {}
 
 std::string BusClient::unique_name() const {
     const char* name = nullptr;
@@ -66,23 +66,26 @@ void BusClient::listen() {
                                       on_signal, this),
                   "sd_bus_match_signal");
     matches_.emplace_back(slot);
-    const std::string owners =
-        "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
-        std::string(service_.name) + "'";
-    common::check(sd_bus_add_match(bus(), &slot, owners.c_str(), on_owner, this),
-                  "sd_bus_add_match");
+    watch_owner(service_.name);
+}
+
+void BusClient::watch_owner(const std::string& name) {
+    const std::string rule =
+        "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name + "'";
+    sd_bus_slot* slot = nullptr;
+    common::check(sd_bus_add_match(bus(), &slot, rule.c_str(), on_owner, this), "sd_bus_add_match");
     matches_.emplace_back(slot);
 }
 
 const std::vector<std::string>& BusClient::wait_for(std::size_t lines) {
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + timeout;
     while (heard_.size() < lines) {
         if (common::check(sd_bus_process(bus(), nullptr), "sd_bus_process") > 0)
             continue;
         const auto left =
             std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
         if (left.count() <= 0) {
-            std::string text = "in vain waited for line " + std::to_string(lines) + " behind:";
+            std::string text = "in vain waited for line " + std::to_string(lines) + " after:";
             for (const std::string& line : heard_)
                 text += "\n  " + line;
             throw std::runtime_error(text);

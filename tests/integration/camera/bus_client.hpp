@@ -47,6 +47,8 @@ class BusClient {
     /// From here on the signals of the service's object, and the owners of its name, become lines
     /// of `heard()`: `TemperatureSignal(1)`, `owner :1.1 -> none`.
     void listen();
+    /// From here on the owners of this name become lines.
+    void watch_owner(const std::string& name);
 
     /// Serves the connection until so many lines were heard.
     /// @throws std::runtime_error with the lines when they do not come within 20 s.

@@ -16,6 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const std::regex bus_address("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
+
 std::string without_time(const std::string& line) {
     if (!line.starts_with('{'))
         return line.substr(std::min<std::size_t>(line.size(), 10));
@@ -27,45 +29,77 @@ std::string without_time(const std::string& line) {
 }  // namespace
 
 void CameraScene::open(Setting setting) {
+    if (!setting.own_bus)
+        open_bus(setting);
+    open_camera(setting);
+}
+
+void CameraScene::open_bus(const Setting& setting) {
     common::PrivateBusOptions options;
     options.camera_program = FENWA_CAMERA_PROGRAM;
-    if (setting.activation)
-        options.activatable = {{camera::temperature_controller.name, "temperature"},
-                               {camera::power_consumers.name, "power-consumer"},
-                               {camera::power_status.name, "power-status"},
-                               {camera::onscreen_controls.name, "controls"},
-                               {camera::text_overlay.name, "overlay"},
-                               {camera::video_ready.name, "video"}};
+    options.extra_xml = setting.bus_xml;
+    if (setting.activation) {
+        for (const ServiceNames& service : camera_services) {
+            if (service.bus_name != std::string(camera::init_manager.name))
+                options.activatable.push_back({service.bus_name, service.name});
+        }
+    }
     bus_ = std::make_unique<common::PrivateBus>(options);
-    std::vector<std::string> arguments{"run", "--bus", address(), "--format", setting.format};
-    arguments.insert(arguments.end(), setting.run.begin(), setting.run.end());
-    camera_ = start(arguments);
-    ASSERT_TRUE(camera_->wait_for_text("ready")) << camera_->err();
+    address_ = bus_->address();
+}
+
+void CameraScene::open_camera(const Setting& setting) {
+    Lines arguments{"run", "--format", setting.format};
+    arguments = arguments + (setting.own_bus ? Lines{"--private-bus" + setting.socket}
+                                             : Lines{"--bus", address()});
+    camera_ = start(arguments + setting.run, setting.variables);
+    const auto ready = camera_->wait_for_text(setting.format == "json" ? "\"ready\"" : "ready on");
+    ASSERT_TRUE(ready) << camera_->err();
+    address_ = address_in(*ready);
+}
+
+std::map<std::string, std::string> CameraScene::environment() const {
+    return {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}};
 }
 
 std::unique_ptr<Process> CameraScene::start(std::vector<std::string> arguments,
-                                            std::map<std::string, std::string> environment) const {
+                                            std::map<std::string, std::string> variables) const {
     arguments.insert(arguments.begin(), FENWA_CAMERA_PROGRAM);
-    environment.try_emplace("DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus);
-    environment.try_emplace("TMPDIR", temporary());
-    return std::make_unique<Process>(arguments, environment);
+    variables.merge(environment());
+    return std::make_unique<Process>(arguments, variables);
 }
 
 Ended CameraScene::run(std::vector<std::string> arguments,
-                       std::map<std::string, std::string> environment) const {
-    return start(std::move(arguments), std::move(environment))->wait();
+                       std::map<std::string, std::string> variables) const {
+    return start(std::move(arguments), std::move(variables))->wait();
 }
 
-Ended CameraScene::order(std::vector<std::string> arguments) const {
+Ended CameraScene::run_script(const std::string& text) const {
+    return run_program({"sh", "-c", text, FENWA_CAMERA_PROGRAM}, environment());
+}
+
+Ended CameraScene::command(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin() + 1, {"--bus", address()});
     return run(arguments);
 }
 
 void CameraScene::handle(const std::vector<std::string>& arguments) const {
-    const Ended done = order(arguments);
+    const Ended done = command(arguments);
     EXPECT_EQ(done.code, 0) << done.err;
     EXPECT_EQ(done.out, "");
     EXPECT_EQ(done.err, "");
+}
+
+void CameraScene::fail(std::vector<std::string> rule) const {
+    rule.insert(rule.begin(), "fail");
+    handle(rule);
+}
+
+std::string CameraScene::refusal_of(const std::vector<std::string>& arguments) const {
+    const Ended refused = command(arguments);
+    EXPECT_EQ(refused.code, 2) << refused.err;
+    EXPECT_EQ(refused.out, "");
+    return refused.err;
 }
 
 void CameraScene::close() {
@@ -73,7 +107,7 @@ void CameraScene::close() {
 }
 
 common::Json CameraScene::state() const {
-    const Ended shown = order({"show", "--format", "json"});
+    const Ended shown = command({"show", "--format", "json"});
     EXPECT_EQ(shown.code, 0) << shown.err;
     return common::Json::parse(shown.out);
 }
@@ -96,8 +130,7 @@ std::string CameraScene::plain(std::string text) const {
             break;
         text.erase(at, folder.size());
     }
-    static const std::regex bus("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
-    return std::regex_replace(text, bus, "BUS");
+    return std::regex_replace(text, bus_address, "BUS");
 }
 
 Lines CameraScene::lines(const std::string& out) const {
@@ -109,40 +142,36 @@ Lines CameraScene::lines(const std::string& out) const {
 }
 
 Lines CameraScene::whole(const Lines& middle, int status) {
-    Lines all;
+    Lines ups;
     Lines downs;
     common::Json names = common::Json::array();
     for (int number = 0; const ServiceNames& service : camera_services) {
         const std::string begin =
             std::string(R"({"event":"service","service":")") + service.name + R"(","state":")";
-        all.push_back(begin + R"(up","name":":1.)" + std::to_string(++number) +
+        ++number;
+        ups.push_back(begin + R"(up","name":":1.)" + std::to_string(number) +
                       R"(","bus_names":[")" + service.bus_name + R"("]})");
         downs.insert(downs.begin(), begin + R"(down"})");
         names.push_back(service.name);
     }
-    all.push_back(R"({"event":"ready","bus":"BUS","services":)" + names.dump() + '}');
-    all.insert(all.end(), middle.begin(), middle.end());
-    all.insert(all.end(), downs.begin(), downs.end());
-    all.push_back(R"({"event":"exit","status":)" + std::to_string(status) + '}');
-    return all;
+    return ups + Lines{R"({"event":"ready","bus":"BUS","services":)" + names.dump() + '}'} +
+           middle + downs + Lines{R"({"event":"exit","status":)" + std::to_string(status) + '}'};
 }
 
-Lines CameraScene::whole_text(const Lines& middle, int status) {
-    Lines all;
+Lines CameraScene::whole_text(const Lines& middle) {
+    Lines ups;
     Lines downs;
     std::string names;
     for (int number = 0; const ServiceNames& service : camera_services) {
         const std::string name = service.name;
-        all.push_back(name + ": up as " + service.bus_name + " (:1." + std::to_string(++number) +
+        ++number;
+        ups.push_back(name + ": up as " + service.bus_name + " (:1." + std::to_string(number) +
                       ")");
         downs.insert(downs.begin(), name + ": down");
         names += (names.empty() ? "" : ", ") + name;
     }
-    all.push_back("ready on BUS, services: " + names);
-    all.insert(all.end(), middle.begin(), middle.end());
-    all.insert(all.end(), downs.begin(), downs.end());
-    all.push_back("the end, with exit code " + std::to_string(status));
-    return all;
+    return ups + Lines{"ready on BUS, services: " + names} + middle + downs +
+           Lines{"the end, with exit code 0"};
 }
 
 pid_t CameraScene::player(const Process& keeper) {
@@ -190,14 +219,18 @@ bool CameraScene::files_left_behind() const {
     return !fs::is_empty(temporary());
 }
 
+void CameraScene::expect_nothing_left() const {
+    EXPECT_EQ(left_behind(), Lines{});
+    EXPECT_FALSE(files_left_behind());
+}
+
 std::string client_name(std::size_t later) {
     return ":1." + std::to_string(std::size(camera_services) + 1 + later);
 }
 
 std::string address_in(const std::string& ready_line) {
-    static const std::regex bus("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
     std::smatch match;
-    return std::regex_search(ready_line, match, bus) ? match[0].str() : std::string{};
+    return std::regex_search(ready_line, match, bus_address) ? match[0].str() : std::string{};
 }
 
 }  // namespace test

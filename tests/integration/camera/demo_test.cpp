@@ -1,18 +1,10 @@
 // The scenarios of the examples with the graphs of the examples, as they tell one to play them.
-#include <gmock/gmock.h>
-
 #include "tests/integration/camera/scenario_scene.hpp"
 
 namespace test {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::ElementsAre;
-using ::testing::Ge;
-using ::testing::Gt;
-using ::testing::IsEmpty;
-using ::testing::Le;
-using ::testing::SizeIs;
+const std::string examples = FENWA_EXAMPLES;
 
 class Demo : public ScenarioScene {
   protected:
@@ -21,9 +13,23 @@ class Demo : public ScenarioScene {
         return with("{\"event\":\"" + kind + '"', host_);
     }
 
-    void sort_lines(const std::string& out) {
-        for (const std::string& line : lines(out))
+    /// The command that plays a scenario with hosts of these graphs, and further options of these.
+    static Lines demo(const std::string& scenario, const Lines& graphs, const Lines& options = {}) {
+        Lines words{"run", "--private-bus", "--scenario", examples + "/scenarios/" + scenario};
+        for (const std::string& graph : graphs)
+            words = words + Lines{"--", FENWA_PROGRAM, "run"} + options +
+                    Lines{examples + "/graphs/" + graph, "--format", "json"};
+        return words;
+    }
+
+    /// Sorts the lines of a demo, which must have ended well and left nothing.
+    void take(const Ended& ended) {
+        EXPECT_EQ(ended.code, 0) << ended.err;
+        EXPECT_EQ(ended.err, "");
+        expect_nothing_left();
+        for (const std::string& line : lines(ended.out))
             (line.starts_with('{') ? host_ : camera_).push_back(line);
+        EXPECT_EQ(camera_.back(), "the end, with exit code 0");
     }
 
     /// The values that a block has published.
@@ -52,15 +58,7 @@ using GuardAndBudgetDemo = Demo;
 using WholeCameraDemo = Demo;
 
 TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
-    const std::string examples = FENWA_EXAMPLES;
-    const Ended ended =
-        run({"run", "--private-bus", "--scenario", examples + "/scenarios/temperature.toml", "--",
-             FENWA_PROGRAM, "run", examples + "/graphs/temperature.toml", "--format", "json"});
-    EXPECT_EQ(ended.code, 0) << ended.err;
-    EXPECT_EQ(ended.err, "");
-    EXPECT_THAT(left_behind(), IsEmpty());
-    EXPECT_FALSE(files_left_behind());
-    sort_lines(ended.out);
+    take(run(demo("temperature.toml", {"temperature.toml"})));
 
     std::vector<double> readings;
     for (const std::string& line : host_lines("output")) {
@@ -70,16 +68,16 @@ TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
                         R"("type":"double","value":)" +
                             event["value"].dump() + '}');
     }
-    // How many readings there are on the ramp is a matter of timing; where it begins and ends, and
-    // that each is at least the reader's delta away from the one before, is not.
-    ASSERT_GE(readings.size(), 8U) << ended.out;
+    // The number of readings on the ramp depends on timing. Its ends do not, and each reading is
+    // at least the reader's delta away from the one before.
+    ASSERT_GE(readings.size(), 8U);
     const std::vector<double> before(readings.begin(), readings.begin() + 3);
     const std::vector<double> ramp(readings.begin() + 2, readings.end() - 3);
     const std::vector<double> after(readings.end() - 3, readings.end());
     EXPECT_THAT(before, ElementsAre(36.5, 41.5, 47.0));
     for (std::size_t i = 1; i < ramp.size(); ++i)
         EXPECT_GE(ramp[i] - ramp[i - 1], 0.5) << "reading " << i << " of the ramp";
-    EXPECT_THAT(ramp.back(), AllOf(Gt(51.0 - 0.5), Le(51.0)));
+    EXPECT_THAT(ramp.back(), AllOf(::testing::Gt(51.0 - 0.5), ::testing::Le(51.0)));
     EXPECT_THAT(after, ElementsAre(44.0, 38.5, 36.5));
 
     EXPECT_EQ(host_.front(), R"({"event":"ready"})");
@@ -94,27 +92,11 @@ TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
                             "scenario: as expected: a call of RegisterForTemperatureChangeSignal "
                             "within 5.0 s",
                             "scenario: as expected: temperature.main to be 36.5 within 1.0 s"));
-    EXPECT_EQ(camera_.back(), "the end, with exit code 0");
 }
 
 TEST_F(GuardAndBudgetDemo, ThreeHostsDoTheirPart) {
-    const std::string examples = FENWA_EXAMPLES;
-    const auto host = [&examples](const std::string& graph) {
-        return Lines{"--",       FENWA_PROGRAM, "run", examples + "/graphs/" + graph + ".toml",
-                     "--format", "json"};
-    };
-    Lines command{"run", "--private-bus", "--scenario",
-                  examples + "/scenarios/guard-and-budget.toml"};
-    for (const char* graph : {"temperature-guard", "power-channel-0", "power-channel-1"}) {
-        const Lines words = host(graph);
-        command.insert(command.end(), words.begin(), words.end());
-    }
-    const Ended ended = run(command);
-    EXPECT_EQ(ended.code, 0) << ended.err;
-    EXPECT_EQ(ended.err, "");
-    EXPECT_THAT(left_behind(), IsEmpty());
-    EXPECT_FALSE(files_left_behind());
-    sort_lines(ended.out);
+    take(run(demo("guard-and-budget.toml",
+                  {"temperature-guard.toml", "power-channel-0.toml", "power-channel-1.toml"})));
 
     EXPECT_THAT(values_of("reader"), ElementsAre("36.5", "55.0", "73.0", "65.0", "59.5"));
     EXPECT_THAT(values_of("guard"), ElementsAre("true", "false", "true"));
@@ -124,26 +106,17 @@ TEST_F(GuardAndBudgetDemo, ThreeHostsDoTheirPart) {
     EXPECT_THAT(changes_of("channel0"), ElementsAre("0.0", "12.0"));
     EXPECT_THAT(changes_of("channel1"), ElementsAre("0.0", "12.0", "4.0", "12.0"));
     EXPECT_THAT(host_lines("exit"), SizeIs(3));
-    EXPECT_EQ(camera_.back(), "the end, with exit code 0");
 }
 
 TEST_F(WholeCameraDemo, EachBlockShowsItsPoint) {
-    const std::string examples = FENWA_EXAMPLES;
     // The scenario runs `fenwa` by its name.
     const std::string programs = std::filesystem::path(FENWA_PROGRAM).parent_path().string();
-    const auto camera = start(
-        {"run", "--private-bus", "--scenario", examples + "/scenarios/camera.toml", "--",
-         FENWA_PROGRAM, "run", "--control", examples + "/graphs/camera.toml", "--format", "json"},
-        {{"PATH", programs + ':' + getenv("PATH")}});
+    const auto camera = start(demo("camera.toml", {"camera.toml"}, {"--control"}),
+                              {{"PATH", programs + ':' + getenv("PATH")}});
     // It takes longer than a test waits for the end of a program.
     EXPECT_TRUE(camera->wait_for_text("All is well again."));
     EXPECT_TRUE(camera->wait_for_text("The temperature controller crashes."));
-    const Ended ended = camera->wait();
-    EXPECT_EQ(ended.code, 0) << ended.err;
-    EXPECT_EQ(ended.err, "");
-    EXPECT_THAT(left_behind(), IsEmpty());
-    EXPECT_FALSE(files_left_behind());
-    sort_lines(ended.out);
+    take(camera->wait());
 
     EXPECT_THAT(values_of("reader"),
                 ElementsAre("36.5", "58.0", "73.0", "65.0", "59.0", "75.0", "36.5"));
@@ -174,7 +147,6 @@ TEST_F(WholeCameraDemo, EachBlockShowsItsPoint) {
     EXPECT_THAT(with("calls Unregister", camera_), SizeIs(1));
     EXPECT_THAT(with("WDR of channel 0 is on", camera_), SizeIs(1));
     EXPECT_THAT(with("the text \"Good morning\" has had its time", camera_), SizeIs(1));
-    EXPECT_EQ(camera_.back(), "the end, with exit code 0");
 }
 
 }  // namespace

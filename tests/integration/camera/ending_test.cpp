@@ -1,5 +1,4 @@
 // However the camera ends, nothing of it stays: no program, no daemon, no folder.
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -13,14 +12,6 @@
 namespace test {
 namespace {
 
-using std::chrono::steady_clock;
-using ::testing::AnyOf;
-using ::testing::Contains;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
-
 class CameraEnding : public ScenarioScene {
   protected:
     /// A camera with a program that ends at nothing but SIGKILL, and that has started more of its
@@ -29,8 +20,8 @@ class CameraEnding : public ScenarioScene {
         auto camera =
             start({"run", "--private-bus=" + socket(), "--", "sh", "-c",
                    "trap '' TERM INT HUP; sleep 60 & setsid sh -c 'sleep 60 & sleep 60 &'; "
-                   "echo guest up; while :; do sleep 0.02; done"});
-        EXPECT_TRUE(camera->wait_for_text("guest up")) << camera->err();
+                   "echo child up; while :; do sleep 0.02; done"});
+        EXPECT_TRUE(camera->wait_for_text("child up")) << camera->err();
         EXPECT_GE(left_behind().size(), 7U);
         return camera;
     }
@@ -38,16 +29,23 @@ class CameraEnding : public ScenarioScene {
     [[nodiscard]] std::string socket() const { return (folder().path() / "bus").string(); }
 
     void expect_nothing_left() const {
-        EXPECT_THAT(left_behind(), IsEmpty());
-        EXPECT_FALSE(files_left_behind());
+        ScenarioScene::expect_nothing_left();
         EXPECT_FALSE(std::filesystem::exists(socket()));
+    }
+
+    /// The camera ends by this signal in less than 5 s, and leaves nothing.
+    void expect_end_by(int signal, Process& camera) const {
+        const auto begin = steady_clock::now();
+        EXPECT_EQ(camera.wait().signal, signal) << "as if it were one process";
+        EXPECT_LT(steady_clock::now() - begin, seconds(5));
+        expect_nothing_left();
     }
 
     /// The same where the last one to end is nobody's child; waits 20 s at most.
     void expect_nothing_left_soon() const {
-        const auto deadline = steady_clock::now() + std::chrono::seconds(20);
+        const auto deadline = steady_clock::now() + seconds(20);
         while ((!left_behind().empty() || files_left_behind()) && steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::this_thread::sleep_for(milliseconds(20));
         expect_nothing_left();
     }
 };
@@ -56,22 +54,16 @@ TEST_F(CameraEnding, AtASecondSignalNothingIsLeft) {
     for (const int second : {SIGINT, SIGTERM}) {
         const auto camera = start_stubborn();
         camera->send_signal(SIGINT);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        const auto begin = steady_clock::now();
+        std::this_thread::sleep_for(milliseconds(100));
         camera->send_signal(second);
-        EXPECT_EQ(camera->wait().signal, second);
-        EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
-        expect_nothing_left();
+        expect_end_by(second, *camera);
     }
 }
 
 TEST_F(CameraEnding, AtSigquitNothingIsLeft) {
     const auto camera = start_stubborn();
-    const auto begin = steady_clock::now();
     camera->send_signal(SIGQUIT);
-    EXPECT_EQ(camera->wait().signal, SIGQUIT);
-    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
-    expect_nothing_left();
+    expect_end_by(SIGQUIT, *camera);
 }
 
 TEST_F(CameraEnding, ASecondSignalEndsItWhileItCannotTakeAny) {
@@ -79,20 +71,16 @@ TEST_F(CameraEnding, ASecondSignalEndsItWhileItCannotTakeAny) {
     // As when it waits for something: a stopped process takes no signal either.
     kill(player(*camera), SIGSTOP);
     camera->send_signal(SIGTERM);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    const auto begin = steady_clock::now();
+    std::this_thread::sleep_for(milliseconds(100));
     camera->send_signal(SIGTERM);
-    EXPECT_EQ(camera->wait().signal, SIGTERM);
-    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
-    expect_nothing_left();
+    expect_end_by(SIGTERM, *camera);
 }
 
 TEST_F(CameraEnding, WhenItsProcessIsKilledOrCrashesNothingIsLeft) {
     for (const int signal : {SIGKILL, SIGSEGV}) {
         const auto camera = start_stubborn();
         kill(player(*camera), signal);
-        EXPECT_EQ(camera->wait().signal, signal) << "as if it were one process";
-        expect_nothing_left();
+        expect_end_by(signal, *camera);
     }
 }
 
@@ -110,24 +98,24 @@ TEST_F(CameraEnding, WhenItsProcessGroupIsKilledNothingIsLeft) {
     const Ended ended =
         run_program({"timeout", "--signal", "KILL", "1", FENWA_CAMERA_PROGRAM, "run",
                      "--private-bus=" + socket(), "--", "sh", "-c", "setsid sleep 60 & sleep 60"},
-                    {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
+                    environment());
     EXPECT_EQ(ended.signal, SIGKILL);
-    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(steady_clock::now() - begin, seconds(10));
     expect_nothing_left_soon();
 }
 
 TEST_F(CameraEnding, WhenBothItsProcessesAreKilledProgramAndDaemonEndAndTheNextStartTidiesUp) {
     const auto camera = start(
-        {"run", "--private-bus=" + socket(), "--", "sh", "-c", "echo guest up; exec sleep 60"});
-    ASSERT_TRUE(camera->wait_for_text("guest up")) << camera->err();
+        {"run", "--private-bus=" + socket(), "--", "sh", "-c", "echo child up; exec sleep 60"});
+    ASSERT_TRUE(camera->wait_for_text("child up")) << camera->err();
     const pid_t playing = player(*camera);
     camera->send_signal(SIGSTOP);  // so that it cannot see the other's end
     kill(playing, SIGKILL);
     camera->send_signal(SIGKILL);
     EXPECT_EQ(camera->wait().signal, SIGKILL);
-    const auto deadline = steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = steady_clock::now() + seconds(20);
     while (!left_behind().empty() && steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::this_thread::sleep_for(milliseconds(20));
     EXPECT_THAT(left_behind(), IsEmpty());
     EXPECT_TRUE(files_left_behind());
     EXPECT_EQ(run({"run", "--private-bus=" + socket(), "--", "true"}).code, 0);
@@ -143,7 +131,7 @@ TEST_F(CameraEnding, WithTooFewDescriptorsNothingIsLeft) {
              R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-
                 ulimit -n "$1"; exec "$0" run --private-bus="$2" -- true)",
              FENWA_CAMERA_PROGRAM, std::to_string(limit), socket()},
-            {{"DBUS_SYSTEM_BUS_ADDRESS", unreachable_system_bus}, {"TMPDIR", temporary()}});
+            environment());
         EXPECT_EQ(ended.signal, 0) << limit;
         enough = ended.code == 0;
         if (!enough) {

@@ -1,14 +1,11 @@
 // The power budget, divided among consumers on connections of their own.
-#include <gmock/gmock.h>
+#include <limits>
 
+#include "camera/models/power.hpp"
 #include "tests/integration/camera/power_scene.hpp"
 
 namespace test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 const std::string error = "com.tarlo.PowerControl.Consumer.Error.";
 
@@ -37,7 +34,7 @@ TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
     close();
     EXPECT_EQ(ended().code, 0) << ended().err;
     Lines calls;
-    for (const std::string& line : with("\"outgoing_call\"", told())) {
+    for (const std::string& line : told("outgoing_call")) {
         const common::Json event = common::Json::parse(line);
         calls.push_back(event["receiver"].get<std::string>() + ' ' + event["arguments"].dump());
     }
@@ -49,75 +46,59 @@ TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
 }
 
 TEST_F(PowerBudget, ARequestIsAnsweredBeforeTheShareIsTold) {
-    open();
-    const auto a = consumer(0);
+    open({.format = "text"});
+    const auto a = consumer();
     a->send("RequestPower", "ssd", "vipd0", "control", 4.5);
     EXPECT_THAT(a->wait_for(2), ElementsAre("RequestPower answers ()", "SetPower(4.5)"));
     a->send("RequestPower", "ssd", "vipd0", "control", 4.5);
     EXPECT_THAT(a->wait_for(4), ElementsAre("RequestPower answers ()", "SetPower(4.5)",
                                             "RequestPower answers ()", "SetPower(4.5)"))
         << "the same share is told again";
-    ASSERT_TRUE(camera().wait_for_text("\"answer\""));
-    ASSERT_TRUE(camera().wait_for_text("\"answer\""));
+    ASSERT_TRUE(camera().wait_for_text("ch0 answers SetPower"));
+    ASSERT_TRUE(camera().wait_for_text("ch0 answers SetPower"));
     close();
+    const std::string name = "power-consumer: ";
     const std::string client = a->unique_name();
-    const std::string about = R"(,"service":"power-consumer","member":")";
-    const Lines request = {R"({"event":"call")" + about +
-                               R"(RequestPower","arguments":["vipd0","control",4.5],)" +
-                               R"("sender":")" + client + R"("})",
-                           R"({"event":"reply")" + about + R"(RequestPower","receiver":")" +
-                               client + R"(","values":[]})",
-                           R"({"event":"outgoing_call")" + about +
-                               R"(SetPower","receiver":"com.tarlo.Vipd.ch0","arguments":[4.5]})",
-                           R"({"event":"answer")" + about +
-                               R"(SetPower","receiver":"com.tarlo.Vipd.ch0","values":[]})"};
-    Lines middle = {
-        R"({"event":"call")" + about +
-            R"(Register","arguments":["vipd0",false,"com.tarlo.Vipd.ch0",)" +
-            R"("/com/tarlo/Vipd/PowerConsumer","com.tarlo.Vipd.PowerConsumer"],"sender":")" +
-            client + R"("})",
-        R"({"event":"reply")" + about + R"(Register","receiver":")" + client + R"(","values":[]})"};
-    middle.insert(middle.end(), request.begin(), request.end());
-    middle.insert(middle.end(), request.begin(), request.end());
-    EXPECT_EQ(told(), whole(middle));
+    const Lines request = {name + client + " calls RequestPower(\"vipd0\", \"control\", 4.5)",
+                           name + "answers " + client + ", RequestPower: ()",
+                           name + "calls com.tarlo.Vipd.ch0, SetPower(4.5)",
+                           name + "com.tarlo.Vipd.ch0 answers SetPower: ()"};
+    EXPECT_EQ(told(),
+              whole_text(Lines{name + client +
+                                   " calls Register(\"vipd0\", false, \"com.tarlo.Vipd.ch0\", "
+                                   "\"/com/tarlo/Vipd/PowerConsumer\", "
+                                   "\"com.tarlo.Vipd.PowerConsumer\")",
+                               name + "answers " + client + ", Register: ()"} +
+                         request + request));
 }
 
-TEST_F(PowerBudget, TheShareOfAClientThatLeavesIsFree) {
-    open();
-    auto a = consumer(0);
-    const auto b = consumer(1);
-    EXPECT_EQ(a->request(15.0), "()");
-    EXPECT_EQ(b->request(15.0), "()");
-    EXPECT_THAT(b->wait_for(1), ElementsAre("SetPower(5.0)"));
-    const std::string leaver = a->unique_name();
-    a.reset();
-    EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(5.0)", "SetPower(15.0)"));
-    EXPECT_THAT(shares(), ElementsAre("vipd1 15.0"));
-    close();
-    EXPECT_THAT(with("\"dropped\"", told()),
-                ElementsAre(R"({"event":"dropped","service":"power-consumer","client":")" + leaver +
-                            R"(","registrations":1})"));
-}
-
-TEST_F(PowerBudget, TheShareOfOneThatUnregistersIsFree) {
+TEST_F(PowerBudget, TheShareOfOneThatUnregistersOrLeavesIsFree) {
     open();
     const auto a = consumer(0);
-    const auto b = consumer(1);
-    EXPECT_EQ(a->request(15.0), "()");
-    EXPECT_EQ(b->request(15.0), "()");
+    auto b = consumer(1);
+    const auto c = consumer(2);
+    for (const auto& each : {a.get(), b.get(), c.get()})
+        EXPECT_EQ(each->request(15.0), "()");
+    EXPECT_THAT(c->wait_for(1), ElementsAre("SetPower(0.0)"));
     // As a block does it: nobody waits for an answer.
     const common::MessagePtr unregister = a->new_call("Unregister", "s", "vipd0");
     common::check(sd_bus_message_set_expect_reply(unregister.get(), 0), "expect no reply");
     common::check(sd_bus_send(a->bus(), unregister.get(), nullptr), "send");
-    EXPECT_THAT(b->wait_for(2), ElementsAre("SetPower(5.0)", "SetPower(15.0)"));
+    EXPECT_THAT(c->wait_for(2), ElementsAre("SetPower(0.0)", "SetPower(5.0)"));
+    const std::string leaver = b->unique_name();
+    b.reset();
+    EXPECT_EQ(c->wait_for(3).back(), "SetPower(15.0)");
+    EXPECT_THAT(shares(), ElementsAre("vipd2 15.0"));
     close();
-    EXPECT_THAT(with(R"("event":"reply","service":"power-consumer","member":"Unregister")", told()),
-                IsEmpty());
+    EXPECT_THAT(with("\"Unregister\"", told("reply")), IsEmpty());
+    EXPECT_THAT(told("dropped"),
+                ElementsAre(R"({"event":"dropped","service":"power-consumer","client":")" + leaver +
+                            R"(","registrations":1})"));
 }
 
 TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
     open();
-    const auto a = consumer(0);
+    const auto a = consumer();
     EXPECT_EQ(a->request(4.0), "()");
     a->wait_for(1);
     common::own_name(*a->bus(), "com.example.Moved");
@@ -126,7 +107,7 @@ TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
               "()");
     handle({"set", "power.budget", "3"});
     EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(3.0)"));
-    EXPECT_EQ(common::json_line(state()["services"][1]["registrations"]),
+    EXPECT_EQ(common::json_line(service("power-consumer")["registrations"]),
               R"([{"id":"vipd0","client":")" + a->unique_name() +
                   R"(","what":"gets 3.0 of 4.0 (control), at com.example.Moved )"
                   R"(/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer",)"
@@ -136,8 +117,8 @@ TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
 }
 
 TEST_F(PowerBudget, ARestartForgetsConsumersAndKeepsTheBudget) {
-    open();
-    const auto a = consumer(0);
+    open({.activation = true});
+    const auto a = consumer();
     EXPECT_EQ(a->request(4.0), "()");
     handle({"set", "power.budget", "2"});
     EXPECT_EQ(a->wait_for(2).back(), "SetPower(2.0)");
@@ -147,73 +128,92 @@ TEST_F(PowerBudget, ARestartForgetsConsumersAndKeepsTheBudget) {
     EXPECT_EQ(a->register_consumer(), "()");
     EXPECT_EQ(a->request(4.0), "()");
     EXPECT_THAT(a->wait_for(3).back(), "SetPower(2.0)") << "it is told, whatever it believes";
-}
-
-TEST_F(PowerBudget, ACallBringsAStoppedControllerBack) {
-    open({.activation = true});
-    const auto a = consumer(0);
-    EXPECT_EQ(a->request(4.0), "()");
     handle({"stop", "power-consumer"});
-    EXPECT_EQ(a->register_consumer(), "()");
-    EXPECT_EQ(a->request(5.0), "()");
-    EXPECT_THAT(a->wait_for(2), ElementsAre("SetPower(4.0)", "SetPower(5.0)"));
+    EXPECT_EQ(a->register_consumer(), "()") << "a call brings it up";
 }
 
-TEST_F(PowerBudget, WithoutItsControllerCallsAreRefused) {
-    open({.run = {"--without", "power-consumer"}});
-    ConsumerClient a(address(), 0);
-    EXPECT_THAT(a.register_consumer(), StartsWith("org.freedesktop.DBus.Error.ServiceUnknown: "));
-    EXPECT_EQ(state()["services"][1]["state"], "down");
-    EXPECT_EQ(state()["services"][2]["state"], "up");
-}
-
-TEST_F(PowerBudget, ShowsConsumersSharesAndWhatIsLeft) {
-    const std::string file = folder().write("c.toml", "[power]\nbudget = 10.5\nreceived = inf\n");
-    open({.run = {"--config", file}});
+TEST_F(PowerBudget, IsShownWithConsumersSharesAndWhatIsLeft) {
+    open({.run = {"--config", folder().write("c.toml", "[power]\nbudget = 10.5\nreceived = inf\n"),
+                  "--without", "power-status"}});
     const auto a = consumer(0);
     const auto b = consumer(1);
     EXPECT_EQ(b->request(4.0), "()");
-    const std::string shown = plain(order({"show"}).out);
-    EXPECT_EQ(shown.substr(shown.find("service power-consumer")),
-              "service power-consumer: up as :1.2\n"
-              "  name com.tarlo.PowerControl.Consumer\n"
-              "  registration vipd0 of " +
-                  a->unique_name() +
-                  ": has not asked for power, at com.tarlo.Vipd.ch0 /com/tarlo/Vipd/PowerConsumer "
-                  "com.tarlo.Vipd.PowerConsumer\n"
-                  "  registration vipd1 of " +
-                  b->unique_name() +
-                  ": gets 4.0 of 4.0 (control), at com.tarlo.Vipd.ch1 "
-                  "/com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer\n"
-                  "service power-status: up as :1.3\n"
-                  "  name com.tarlo.PowerControl.Status\n"
-                  "service controls: up as :1.4\n"
-                  "  name com.tarlo.Onscreencontrols1\n"
-                  "service overlay: up as :1.5\n"
-                  "  name com.tarlo.PrioritizedTextOverlay\n"
-                  "service video: up as :1.6\n"
-                  "  name com.tarlo.VideoReady1\n"
-                  "service init: up as :1.7\n"
-                  "  name org.freedesktop.systemd1\n"
-                  "temperature.main     36.5\n"
-                  "temperature.lens     28.0\n"
-                  "temperature.housing  21.5\n"
-                  "power.budget         10.5\n"
-                  "power.left           6.5\n"
-                  "power.share.vipd0    0.0\n"
-                  "power.share.vipd1    4.0\n"
-                  "power.received       inf\n"
-                  "wdr.0                off\n"
-                  "wdr.1                off\n"
-                  "overlay.text         \"\"\n"
-                  "video.0              0\n"
-                  "video.1              0\n"
-                  "unit                 enabled\n");
-    const Ended refused = order({"set", "power.share.vipd1", "1"});
-    EXPECT_EQ(refused.code, 2);
-    EXPECT_EQ(refused.err,
+    const std::string shown = command({"show"}).out;
+    const std::string at = " /com/tarlo/Vipd/PowerConsumer com.tarlo.Vipd.PowerConsumer\n";
+    EXPECT_THAT(shown, HasSubstr("  registration vipd0 of " + a->unique_name() +
+                                 ": has not asked for power, at com.tarlo.Vipd.ch0" + at +
+                                 "  registration vipd1 of " + b->unique_name() +
+                                 ": gets 4.0 of 4.0 (control), at com.tarlo.Vipd.ch1" + at +
+                                 "service power-status: down\n"));
+    EXPECT_THAT(shown, HasSubstr("\npower.budget         10.5\n"
+                                 "power.left           6.5\n"
+                                 "power.share.vipd0    0.0\n"
+                                 "power.share.vipd1    4.0\n"
+                                 "power.received       inf\n"));
+    EXPECT_EQ(refusal_of({"set", "power.share.vipd1", "1"}),
               "fenwa-camera: 'power.share.vipd1' cannot be set: it follows from the budget and the "
               "requests\n");
+}
+
+TEST_F(PowerBudget, ANameBelongsToTheClientThatRegisteredIt) {
+    open();
+    const auto a = consumer();
+    EXPECT_EQ(a->request(4.0), "()");
+    EXPECT_EQ(a->register_consumer(), "()") << "the same again";
+    BusClient other(address(), camera::power_consumers);
+    const std::string owned =
+        error + "OwnedByAnother: Another client has registered the consumer 'vipd0'.";
+    EXPECT_EQ(other.call("Register", "sbsss", "vipd0", 0, "com.example.A", "/", "com.example.A"),
+              owned);
+    EXPECT_EQ(other.call("RequestPower", "ssd", "vipd0", "control", 1.0), owned);
+    EXPECT_EQ(other.call("Unregister", "s", "vipd0"), owned);
+    const std::string nobody = error + "NotRegistered: No consumer is registered as 'vipd1'.";
+    EXPECT_EQ(other.call("RequestPower", "ssd", "vipd1", "control", 1.0), nobody);
+    EXPECT_EQ(other.call("Unregister", "s", "vipd1"), nobody);
+    EXPECT_THAT(shares(), ElementsAre("vipd0 4.0"));
+}
+
+TEST_F(PowerBudget, ARequestThatMakesNoSenseIsRefused) {
+    open();
+    const auto a = consumer();
+    const auto reg = [&](const std::string& name, const char* service, const char* path,
+                         const char* interface) {
+        return a->call("Register", "sbsss", name.c_str(), 0, service, path, interface);
+    };
+    const std::string address_error = error + "InvalidAddress: ";
+    EXPECT_EQ(reg("x", "nonsense", "/", "com.example.A"),
+              address_error + "'nonsense' is not a valid bus name.");
+    EXPECT_EQ(reg("x", "com.example.A", "x/", "com.example.A"),
+              address_error + "'x/' is not a valid object path.");
+    EXPECT_EQ(reg("x", "com.example.A", "/", "A"),
+              address_error + "'A' is not a valid interface name.");
+    for (const std::string& name : {std::string(), std::string(256, 'x')})
+        EXPECT_EQ(reg(name, "com.example.A", "/", "com.example.A"),
+                  error + "InvalidName: A consumer's name must have 1 to 255 bytes, not " +
+                      std::to_string(name.size()) + ".");
+    const std::string request_error =
+        error + "InvalidRequest: The power must be a finite number of at least 0, not ";
+    EXPECT_EQ(a->request(-0.5), request_error + "-0.5.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::quiet_NaN()), request_error + "nan.");
+    EXPECT_EQ(a->request(std::numeric_limits<double>::infinity()), request_error + "inf.");
+    EXPECT_THAT(shares(), ElementsAre("vipd0 0.0"));
+    EXPECT_THAT(a->heard(), IsEmpty());
+}
+
+TEST_F(PowerBudget, TakesSoManyConsumersAndNoMore) {
+    open();
+    BusClient client(address(), camera::power_consumers);
+    const auto add = [&](std::size_t number) {
+        return client.call("Register", "sbsss", std::to_string(number).c_str(), 0, "com.example.A",
+                           "/", "com.example.A");
+    };
+    for (std::size_t i = 0; i < camera::PowerModel::max_consumers; ++i) {
+        ASSERT_EQ(add(i), "()");
+        ASSERT_TRUE(camera().wait_for_text("\"reply\"")) << "its lines are to be read";
+    }
+    EXPECT_EQ(add(camera::PowerModel::max_consumers),
+              error + "TooManyConsumers: At most 1024 consumers are accepted.");
+    EXPECT_EQ(add(0), "()");
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -19,7 +17,6 @@ namespace camera {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 /// Sets an environment variable for as long as it lives.
@@ -50,11 +47,6 @@ class PrivateBusTest : public ::testing::Test {
         options.socket_path = socket.string();
         return options;
     }
-    static common::PrivateBusOptions with_xml(const std::string& xml) {
-        common::PrivateBusOptions options;
-        options.extra_xml = xml;
-        return options;
-    }
 
     /// The sentence with which no bus starts; it must be one for exit code 69.
     static std::string failure(const common::PrivateBusOptions& options = {}) {
@@ -73,27 +65,15 @@ class PrivateBusTest : public ::testing::Test {
     Variable tmpdir_{"TMPDIR", folder_.path().string()};
 };
 
-TEST_F(PrivateBusTest, CanBeReachedAtItsAddress) {
-    const common::PrivateBus bus;
-    EXPECT_THAT(bus.address(), StartsWith("unix:path="));
-    EXPECT_GT(bus.pid(), 0);
-    const common::BusPtr first = connect(bus);
-    const common::BusPtr second = connect(bus);
+TEST_F(PrivateBusTest, IsApartFromOthersAndLeavesTheirFoldersAlone) {
+    const common::PrivateBus one;
+    const common::PrivateBus two;
+    EXPECT_THAT(one.address(), StartsWith("unix:path="));
+    const common::BusPtr first = connect(one);
     common::own_name(*first, "com.example.First");
-    EXPECT_THROW(common::own_name(*second, "com.example.First"), common::Failure);
-}
-
-TEST_F(PrivateBusTest, GoesWithAllThatItHasMade) {
-    pid_t pid = 0;
-    {
-        const common::PrivateBus bus;
-        pid = bus.pid();
-        EXPECT_FALSE(clean());
-        EXPECT_EQ(kill(pid, 0), 0);
-    }
-    EXPECT_TRUE(clean());
-    EXPECT_EQ(kill(pid, 0), -1);
-    EXPECT_EQ(errno, ESRCH);
+    const common::BusPtr second = connect(two);
+    EXPECT_NO_THROW(common::own_name(*second, "com.example.First"));
+    EXPECT_THROW(common::own_name(*connect(one), "com.example.First"), common::Failure);
 }
 
 TEST_F(PrivateBusTest, StopsOnceAndForAll) {
@@ -111,116 +91,20 @@ TEST_F(PrivateBusTest, StopsOnceAndForAll) {
     EXPECT_EQ(bus.pid(), 0);
 }
 
-TEST_F(PrivateBusTest, TwoOfThemDoNotMeet) {
-    const common::PrivateBus one;
-    const common::PrivateBus two;
-    EXPECT_NE(one.address(), two.address());
-    common::own_name(*connect(one), "com.example.First");
-    const common::BusPtr other = connect(two);
-    EXPECT_NO_THROW(common::own_name(*other, "com.example.First"));
-}
-
-TEST_F(PrivateBusTest, ListensWhereItIsTold) {
-    const fs::path socket = folder_.path() / "a,b;c %=";
-    {
-        const common::PrivateBus bus(listening_at(socket));
-        EXPECT_TRUE(fs::is_socket(socket));
-        (void)connect(bus);
-        EXPECT_EQ(
-            failure(listening_at(socket)),
-            "cannot start a private bus: somebody listens at '" + socket.string() + "' already");
-        EXPECT_TRUE(fs::is_socket(socket)) << "the other's socket stays";
-    }
-    EXPECT_TRUE(clean());
-}
-
-TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMore) {
+TEST_F(PrivateBusTest, ListensAtASocketThatNobodyServesAnyMoreAndTidiesUp) {
     const fs::path socket = folder_.path() / "bus";
-    pid_t gone = 0;
     {
         common::PrivateBus bus(listening_at(socket));
-        gone = bus.pid();
-        kill(gone, SIGKILL);
-        // Its socket stays behind, as after a crash.
+        kill(bus.pid(), SIGKILL);
+        // Its socket stays, as after a crash.
         const fs::path kept = folder_.path() / "kept";
         fs::rename(socket, kept);
         bus.stop();
         fs::rename(kept, socket);
-    }
-    const common::PrivateBus bus(listening_at(socket));
-    (void)connect(bus);
-}
-
-TEST_F(PrivateBusTest, TidiesUpAfterADaemonThatCouldNot) {
-    const fs::path socket = folder_.path() / "bus";
-    {
-        const common::PrivateBus bus(listening_at(socket));
-        kill(bus.pid(), SIGKILL);
+        const common::PrivateBus next(listening_at(socket));
+        (void)connect(next);
     }
     EXPECT_TRUE(clean());
-}
-
-TEST_F(PrivateBusTest, DoesNotTouchAFileThatIsNoSocket) {
-    const std::string file = folder_.write("bus", "precious");
-    EXPECT_EQ(failure(listening_at(file)),
-              "cannot start a private bus: '" + file + "' is there and is not a socket");
-    EXPECT_EQ(fs::file_size(file), 8U);
-}
-
-TEST_F(PrivateBusTest, RefusesASocketPathThatTheKernelCannotTake) {
-    const std::string path = (folder_.path() / std::string(120, 'x')).string();
-    EXPECT_EQ(failure(listening_at(path)), "cannot start a private bus: the socket path '" + path +
-                                               "' is longer than 107 bytes");
-    EXPECT_TRUE(clean());
-}
-
-TEST_F(PrivateBusTest, SaysThatDbusDaemonIsMissing) {
-    const Variable path("PATH", folder_.path().string());
-    EXPECT_EQ(failure(), "cannot start a private bus: dbus-daemon is not installed");
-    EXPECT_TRUE(clean());
-}
-
-TEST_F(PrivateBusTest, SaysWhereItCannotWrite) {
-    const Variable tmpdir("TMPDIR", "/nonexistent");
-    EXPECT_EQ(
-        failure(),
-        "cannot start a private bus: no folder like '/nonexistent/fenwa-camera-XXXXXX' can be "
-        "made: No such file or directory");
-}
-
-/// A process that makes a private bus and is killed before it can end it.
-class KilledOwner {
-  public:
-    KilledOwner() {
-        int ready[2];
-        common::check(pipe(ready), "pipe");
-        const pid_t owner = fork();
-        if (owner == 0) {
-            const common::PrivateBus bus;
-            (void)!write(ready[1], "x", 1);
-            while (true)
-                pause();
-        }
-        close(ready[1]);
-        char up = 0;
-        (void)!read(ready[0], &up, 1);
-        close(ready[0]);
-        kill(owner, SIGKILL);
-        waitpid(owner, nullptr, 0);
-    }
-};
-
-TEST_F(PrivateBusTest, RemovesTheFoldersOfThoseThatWereKilledAndOfNobodyElse) {
-    const KilledOwner killed;
-    const auto folders = [this] {
-        return std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator());
-    };
-    EXPECT_EQ(folders(), 1) << "a folder that has lost its owner";
-    const common::PrivateBus first;
-    EXPECT_EQ(folders(), 1) << "its own in place of the other";
-    const common::PrivateBus second;
-    EXPECT_EQ(folders(), 2) << "the first one's owner lives";
-    (void)connect(first);
 }
 
 TEST_F(PrivateBusTest, RemovesNoFolderThatMayBeSomebodyElses) {
@@ -256,21 +140,30 @@ TEST_F(PrivateBusTest, RemovesASocketOnlyWhereNobodyListens) {
     EXPECT_FALSE(fs::exists(kept));
 }
 
-TEST_F(PrivateBusTest, TakesLimitsAndPoliciesAsXml) {
-    const common::PrivateBus bus(
-        with_xml("  <policy context=\"default\"><deny own=\"com.example.Denied\"/></policy>"));
-    const common::BusPtr client = connect(bus);
-    EXPECT_NO_THROW(common::own_name(*client, "com.example.Allowed"));
-    try {
-        common::own_name(*client, "com.example.Denied");
-        FAIL() << "the policy is not in force";
-    } catch (const common::Failure& failure) {
-        EXPECT_THAT(failure.what(), HasSubstr("Permission denied"));
+TEST_F(PrivateBusTest, ThatCannotStartSaysWhy) {
+    const std::string file = folder_.write("bus", "precious");
+    EXPECT_EQ(failure(listening_at(file)),
+              "cannot start a private bus: '" + file + "' is there and is not a socket");
+    EXPECT_EQ(fs::file_size(file), 8U);
+    fs::remove(file);
+    const fs::path path = folder_.path() / std::string(120, 'x');
+    EXPECT_EQ(failure(listening_at(path)), "cannot start a private bus: the socket path '" +
+                                               path.string() + "' is longer than 107 bytes");
+    {
+        const Variable variable("PATH", folder_.path().string());
+        EXPECT_EQ(failure(), "cannot start a private bus: dbus-daemon is not installed");
     }
+    EXPECT_TRUE(clean());
+    const Variable tmpdir("TMPDIR", "/nonexistent");
+    EXPECT_EQ(failure(),
+              "cannot start a private bus: no folder like "
+              "'/nonexistent/fenwa-camera-XXXXXX' can be made: No such file or directory");
 }
 
 TEST_F(PrivateBusTest, HandsOnWhatTheDaemonComplainsOf) {
-    EXPECT_THAT(failure(with_xml("<nonsense/>")),
+    common::PrivateBusOptions options;
+    options.extra_xml = "<nonsense/>";
+    EXPECT_THAT(failure(options),
                 StartsWith("cannot start a private bus: dbus-daemon has ended: "));
     EXPECT_TRUE(clean());
 }

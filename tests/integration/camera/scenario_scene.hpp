@@ -11,46 +11,56 @@ class ScenarioScene : public CameraScene {
   protected:
     /// A program, as `-- PROGRAM ARGUMENT…` wants it, that runs these lines of shell script with
     /// `camera` for the camera's program, the bus being where the script finds it.
-    [[nodiscard]] static std::vector<std::string> script(const std::string& text) {
+    [[nodiscard]] static Lines script(const std::string& text) {
         return {"sh", "-c",
                 "camera() { \"$0\" \"$@\" --bus \"$DBUS_SYSTEM_BUS_ADDRESS\"; }\n" + text,
                 FENWA_CAMERA_PROGRAM};
     }
 
-    [[nodiscard]] std::vector<std::string> command(const std::string& scenario,
-                                                   const std::vector<std::string>& guest = {},
-                                                   const std::string& format = "json") const {
-        std::vector<std::string> arguments{"run", "--private-bus", "--format", format};
-        if (!scenario.empty())
-            arguments.insert(arguments.end(), {"--scenario", folder().write("s.toml", scenario)});
-        if (!guest.empty())
-            arguments.emplace_back("--");
-        arguments.insert(arguments.end(), guest.begin(), guest.end());
-        return arguments;
+    /// The options that play a scenario from its text.
+    [[nodiscard]] Lines scenario(const std::string& text) const {
+        return {"--scenario", folder().write("s.toml", text)};
     }
 
-    /// Plays a scenario; whatever comes of it, nothing may be left behind.
-    Ended play(const std::string& scenario, const std::vector<std::string>& guest = {},
+    /// The command that plays a scenario, if not empty, beside a program, if not empty.
+    [[nodiscard]] Lines play_command(const std::string& text, const Lines& program = {},
+                                     const std::string& format = "json") const {
+        Lines arguments{"run", "--private-bus", "--format", format};
+        if (!text.empty())
+            arguments = arguments + scenario(text);
+        return program.empty() ? arguments : arguments + Lines{"--"} + program;
+    }
+
+    /// Plays a scenario to its end, after which no program and no file may be left.
+    Ended play(const std::string& text, const Lines& program = {},
                const std::string& format = "json") const {
-        const Ended ended = run(command(scenario, guest, format));
+        Ended ended = run(play_command(text, program, format));
         EXPECT_EQ(ended.signal, 0);
-        EXPECT_EQ(left_behind(), Lines{});
-        EXPECT_FALSE(files_left_behind());
+        expect_nothing_left();
+        return ended;
+    }
+    /// The same where it must end with exit code 0 and an empty stderr.
+    Ended play_well(const std::string& text, const Lines& program = {},
+                    const std::string& format = "json") const {
+        Ended ended = play(text, program, format);
+        EXPECT_EQ(ended.code, 0);
+        EXPECT_EQ(ended.err, "");
         return ended;
     }
 
     /// Starts one that is to be met by clients, and waits until its bus is there.
-    void begin(const std::string& scenario) {
-        camera_ = start(command(scenario));
-        const auto line = camera_->wait_for_text("\"ready\"");
-        ASSERT_TRUE(line) << camera_->err();
-        address_ = address_in(*line);
-    }
-
+    void begin(const std::string& text) { open({.run = scenario(text), .own_bus = true}); }
     /// Waits for its end.
-    [[nodiscard]] Ended end() const {
-        Ended ended = camera_->wait();
-        EXPECT_EQ(left_behind(), Lines{});
+    [[nodiscard]] Ended end() {
+        Ended ended = camera().wait();
+        expect_nothing_left();
+        return ended;
+    }
+    /// The same where the scenario must succeed.
+    Ended end_well() {
+        Ended ended = end();
+        EXPECT_EQ(ended.code, 0);
+        EXPECT_EQ(ended.err, "");
         return ended;
     }
 
@@ -63,9 +73,6 @@ class ScenarioScene : public CameraScene {
             return all;
         return {all.begin() + edge, all.end() - edge};
     }
-
-    std::unique_ptr<Process> camera_;  // that `begin` has started
-    std::string address_;              // of its bus
 };
 
 }  // namespace test

@@ -1,12 +1,8 @@
-// What `show` does with the answer of something that is no camera of ours.
-#include <gmock/gmock.h>
-
+// `show` refuses the answer of a program that is not our camera.
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
 namespace {
-
-using ::testing::HasSubstr;
 
 /// Owns the name of a camera on a bus of its own, and answers each call with the same text.
 class OddCamera {
@@ -52,17 +48,15 @@ class OddCamera {
 class CameraShow : public CameraScene {
   protected:
     /// The sentence with which a command refuses the answer.
-    std::string refusal_of(const char* answer, const std::vector<std::string>& command = {"show"}) {
-        std::vector<std::string> arguments = command;
-        arguments.insert(arguments.end(), {"--bus", odd_.address()});
-        const auto program = start(arguments);
+    std::string refusal_to(const char* answer, const Lines& words = {"show"}) {
+        const auto program = start(words + Lines{"--bus", odd_.address()});
         odd_.answer_with(answer);
         const Ended ended = program->wait();
         EXPECT_EQ(ended.signal, 0) << answer;
         EXPECT_EQ(ended.code, 69) << answer;
         EXPECT_EQ(ended.out, "");
         const std::string begin = "fenwa-camera: the camera's answer makes no sense: ";
-        EXPECT_THAT(ended.err, ::testing::StartsWith(begin));
+        EXPECT_THAT(ended.err, StartsWith(begin));
         return ended.err.substr(std::min(begin.size(), ended.err.size()));
     }
 
@@ -70,22 +64,22 @@ class CameraShow : public CameraScene {
 };
 
 TEST_F(CameraShow, RefusesAnAnswerThatIsNoJson) {
-    EXPECT_THAT(refusal_of("cheese"), HasSubstr("the answer is not JSON, see byte 1: "));
-    EXPECT_EQ(refusal_of(nullptr), "it is not a string\n");
+    EXPECT_THAT(refusal_to("cheese"), HasSubstr("the answer is not JSON, see byte 1: "));
+    EXPECT_EQ(refusal_to(nullptr), "it is not a string\n");
 }
 
 TEST_F(CameraShow, RefusesAnAnswerThatIsNestedTooDeeply) {
     const std::string deep =
         R"({"values":{"a":)" + std::string(200'000, '[') + std::string(200'000, ']') + "}}";
     const std::string sentence = "the answer is nested deeper than 64 arrays and objects\n";
-    EXPECT_EQ(refusal_of(deep.c_str()), sentence);
-    EXPECT_EQ(refusal_of(deep.c_str(), {"show", "--format", "json"}), sentence);
-    EXPECT_EQ(refusal_of(deep.c_str(), {"names", "values"}), sentence);
+    EXPECT_EQ(refusal_to(deep.c_str()), sentence);
+    EXPECT_EQ(refusal_to(deep.c_str(), {"show", "--format", "json"}), sentence);
+    EXPECT_EQ(refusal_to(deep.c_str(), {"names", "values"}), sentence);
 }
 
 TEST_F(CameraShow, RefusesAnAnswerThatLacksAMemberOrHasItOfAnotherKind) {
-    EXPECT_EQ(refusal_of("5"), "the answer must be an object, not a number\n");
-    EXPECT_EQ(refusal_of("{}", {"names", "values"}), "the answer has no 'bus'\n");
+    EXPECT_EQ(refusal_to("5"), "the answer must be an object, not a number\n");
+    EXPECT_EQ(refusal_to("{}", {"names", "values"}), "the answer has no 'bus'\n");
     const common::Json whole =
         common::Json::parse(R"({"bus":"","services":[{"name":"","state":"down",
         "unique_name":"","bus_names":[""],"activatable":true,
@@ -110,29 +104,27 @@ TEST_F(CameraShow, RefusesAnAnswerThatLacksAMemberOrHasItOfAnotherKind) {
           "/services/0/unique_name", "/services/0/bus_names", "/services/0/activatable",
           "/services/0/registrations", "/services/0/registrations/0/client",
           "/services/0/registrations/0/what", "/faults/0/member", "/faults/0/what"}) {
-        EXPECT_EQ(refusal_of(spoiled(pointer, true).c_str()),
+        EXPECT_EQ(refusal_to(spoiled(pointer, true).c_str()),
                   place_of(pointer) + " has no '" + pointer.substr(pointer.rfind('/') + 1) + "'\n");
-        EXPECT_THAT(refusal_of(spoiled(pointer, false).c_str()),
+        EXPECT_THAT(refusal_to(spoiled(pointer, false).c_str()),
                     HasSubstr("'" + pointer + "' must be a"));
     }
-    EXPECT_EQ(refusal_of(spoiled("/services/0/registrations/0/id", true).c_str()),
+    EXPECT_EQ(refusal_to(spoiled("/services/0/registrations/0/id", true).c_str()),
               "'/services/0/registrations/0' has no 'id'\n");
-    EXPECT_EQ(refusal_of(spoiled("/services/0/bus_names/0", false).c_str()),
+    EXPECT_EQ(refusal_to(spoiled("/services/0/bus_names/0", false).c_str()),
               "'/services/0/bus_names/0' must be a string, not null\n");
 }
 
 TEST_F(CameraShow, SaysThatItCannotBeWrittenUnlessNobodyReadsIt) {
     open();
-    const std::string address_argument = "--bus='" + address() + "'";
-    for (const std::string command :
+    for (const std::string words :
          {"show", "show --format json", "names values", "names services", "names members"}) {
-        const std::string line = "\"$0\" " + command + " " + address_argument;
-        const Ended full = run_program({"sh", "-c", line + " > /dev/full", FENWA_CAMERA_PROGRAM});
-        EXPECT_EQ(full.code, 69) << command;
+        const std::string line = "\"$0\" " + words + " --bus='" + address() + "'";
+        const Ended full = run_script(line + " > /dev/full");
+        EXPECT_EQ(full.code, 69) << words;
         EXPECT_EQ(full.err, "fenwa-camera: cannot write to stdout: No space left on device\n");
-        const Ended closed = run_program(
-            {"sh", "-c", "{ sleep 0.2; " + line + "; echo $? >&2; } | true", FENWA_CAMERA_PROGRAM});
-        EXPECT_EQ(closed.err, "0\n") << command;
+        EXPECT_EQ(run_script("{ sleep 0.2; " + line + "; echo $? >&2; } | true").err, "0\n")
+            << words;
     }
 }
 

@@ -2,14 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
+#include <sstream>
 #include <string>
 
 #include "camera/camera/camera.hpp"
 #include "camera/models/command_error.hpp"
 #include "camera/service/event_log.hpp"
 #include "common/bus/bus.hpp"
+#include "tests/unit/camera/memory_stream.hpp"
 
 namespace camera {
 
@@ -22,28 +23,21 @@ class CameraTest : public ::testing::Test {
         return common::EventPtr(event);
     }
 
-    ~CameraTest() override {
-        std::fclose(stream_);
-        std::free(buffer_);
-    }
-
     /// The event log so far, without the times in front of the lines.
     std::string told() {
-        std::fflush(stream_);
+        std::fflush(stream_.file());
         std::string text;
-        std::size_t begin = 0;
-        const std::string all(buffer_, size_);
-        for (std::size_t end = 0; (end = all.find('\n', begin)) != std::string::npos;
-             begin = end + 1)
-            text += all.substr(begin + 10, end + 1 - begin - 10);
+        std::istringstream all(stream_.text());
+        for (std::string line; std::getline(all, line);)
+            text += line.substr(10) + '\n';
         return text;
     }
 
-    /// The sentence of the refusal that `order` meets.
-    template <class Order>
-    static std::string refusal(Order&& order) {
+    /// The sentence with which a command is refused.
+    template <class Command>
+    static std::string refusal(Command&& command) {
         try {
-            order();
+            command();
         } catch (const CommandError& refusal) {
             return refusal.what();
         }
@@ -59,10 +53,8 @@ class CameraTest : public ::testing::Test {
     }
 
     common::EventPtr event_ = new_event();
-    char* buffer_ = nullptr;
-    std::size_t size_ = 0;
-    std::FILE* stream_ = open_memstream(&buffer_, &size_);
-    EventLog event_log_{stream_, Format::text, false, nullptr};
+    MemoryStream stream_;
+    EventLog event_log_{stream_.file(), Format::text, false, nullptr};
     Camera camera_{*event_, event_log_, default_configuration(), [] {}};
 };
 

@@ -33,27 +33,6 @@ class OverlayTexts : public ::testing::Test {
     OverlayModel model_;
 };
 
-TEST_F(OverlayTexts, TheEarliestIsShownAndTheOthersWait) {
-    EXPECT_EQ(model_.shown(), "");
-    set("one", 0, 1);
-    set("two", 0, 2);
-    set("three", 0, 3);
-    EXPECT_EQ(model_.shown(), "one");
-    EXPECT_TRUE(model_.unset("two"));
-    EXPECT_EQ(model_.shown(), "one");
-    EXPECT_TRUE(model_.unset("one"));
-    EXPECT_EQ(model_.shown(), "three");
-    EXPECT_TRUE(model_.unset("three"));
-    EXPECT_EQ(model_.shown(), "");
-}
-
-TEST_F(OverlayTexts, OnlyWhatIsSetIsUnset) {
-    set("one", 0, 1);
-    EXPECT_FALSE(model_.unset("on"));
-    EXPECT_TRUE(model_.unset("one"));
-    EXPECT_FALSE(model_.unset("one"));
-}
-
 TEST_F(OverlayTexts, WithADurationTheyGoWhenItIsOver) {
     set("one", 5, 10);
     EXPECT_EQ(model_.next_end(), at(15));
@@ -90,13 +69,6 @@ TEST_F(OverlayTexts, TheLongestDurationIsNotOverSoon) {
     set("one", UINT32_MAX, 0);
     EXPECT_THAT(model_.expire(at(INT32_MAX)), IsEmpty());
     EXPECT_EQ(model_.next_end(), OverlayModel::Time{} + std::chrono::seconds(UINT32_MAX));
-}
-
-TEST_F(OverlayTexts, AreForgottenTogether) {
-    set("one", 5, 0);
-    model_.drop_all();
-    EXPECT_EQ(model_.shown(), "");
-    EXPECT_EQ(model_.next_end(), std::nullopt);
 }
 
 TEST_F(OverlayTexts, AreOfABoundedNumber) {

@@ -1,30 +1,125 @@
-#include "camera/models/temperature.hpp"
-
-#include <gmock/gmock.h>
+// The model against a second one that works on whole quarters of a degree, so that no rounding is
+// shared between the two, and that looks at histories in place of states.
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "camera/models/temperature.hpp"
+
 namespace camera {
-
-// Notices are compared whole.
-static bool operator==(const TemperatureNotice& a, const TemperatureNotice& b) {
-    return a.kind == b.kind && a.id == b.id && a.temperature == b.temperature;
-}
-static void PrintTo(const TemperatureNotice& notice, std::ostream* out) {
-    *out << (notice.kind == TemperatureNotice::Kind::change ? "change " : "limit ") << notice.id
-         << " at " << notice.temperature;
-}
-
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+/// Quarters of a degree; empty means NaN.
+using Reading = std::optional<int>;
 
-using Kind = TemperatureNotice::Kind;
+double degrees(Reading reading) {
+    return reading ? *reading / 4.0 : std::numeric_limits<double>::quiet_NaN();
+}
+
+/// The readings of one registration since it was made.
+struct Watcher {
+    std::string owner;
+    int sensor;
+    bool change;
+    int quarters;  ///< delta or limit
+    bool rising;
+    std::vector<Reading> seen;  ///< begins with the reading at registration
+    std::size_t told = 0;       ///< index of the reading that counts as reported
+
+    [[nodiscard]] bool change_due() const {
+        const Reading before = seen[told];
+        const Reading now = seen.back();
+        if (!before || !now)
+            return before.has_value() != now.has_value();
+        const int apart = *now > *before ? *now - *before : *before - *now;
+        return apart != 0 && apart >= quarters;
+    }
+
+    [[nodiscard]] bool inside(int reading) const {
+        return rising ? reading > quarters : !(reading > quarters);
+    }
+
+    [[nodiscard]] bool limit_due() const {
+        if (!seen.back() || !inside(*seen.back()))
+            return false;
+        // The last reading before this one that lay on any side decides.
+        for (auto before = seen.rbegin() + 1; before != seen.rend(); ++before) {
+            if (*before)
+                return !inside(**before);
+        }
+        return true;
+    }
+};
+
+TEST(TemperatureModelAtRandom, SignalsWhatTheHistoriesSay) {
+    std::mt19937 random(20240229);
+    const auto below = [&random](unsigned end) { return static_cast<int>(random() % end); };
+    TemperatureModel model({{"a", 0, 10.0}, {"b", 1, 10.0}, {"c", 2, 10.0}});
+    std::vector<Reading> now(3, Reading(40));
+    std::map<std::int32_t, Watcher> watchers;
+    std::set<std::int32_t> ids;
+    std::size_t changes = 0;
+    std::size_t limits = 0;
+
+    for (int step = 0; step < 10000; ++step) {
+        const int dice = below(20);
+        if (dice < 2 && watchers.size() < 40) {
+            const int sensor = below(3);
+            const auto at = static_cast<std::size_t>(sensor);
+            Watcher watcher{
+                ":1." + std::to_string(below(6)), sensor, dice == 0, 0, below(2) == 0, {now[at]}};
+            watcher.quarters = watcher.change ? below(12) - 1 : 30 + below(21);
+            std::int32_t id = 0;
+            if (watcher.change) {
+                id = model.register_change(watcher.owner, sensor, watcher.quarters / 4.0);
+            } else {
+                bool crossed = false;
+                std::tie(id, crossed) = model.register_limit(
+                    watcher.owner, sensor, watcher.quarters / 4.0, watcher.rising);
+                ASSERT_EQ(crossed, now[at] && watcher.inside(*now[at])) << "step " << step;
+            }
+            ASSERT_TRUE(ids.insert(id).second) << "step " << step;
+            watchers.emplace(id, watcher);
+        } else if (dice == 2 && below(10) == 0) {
+            const std::string owner = ":1." + std::to_string(below(6));
+            const std::size_t gone =
+                std::erase_if(watchers, [&](const auto& w) { return w.second.owner == owner; });
+            ASSERT_EQ(model.drop_owner(owner), gone) << "step " << step;
+        } else {
+            const int sensor = below(3);
+            const Reading reading = below(15) == 0 ? Reading() : Reading(30 + below(21));
+            now[static_cast<std::size_t>(sensor)] = reading;
+            std::vector<std::pair<std::int32_t, bool>> expected;
+            for (auto& [id, watcher] : watchers) {
+                if (watcher.sensor != sensor)
+                    continue;
+                watcher.seen.push_back(reading);
+                if (watcher.change ? watcher.change_due() : watcher.limit_due()) {
+                    expected.emplace_back(id, watcher.change);
+                    watcher.told = watcher.seen.size() - 1;
+                    ++(watcher.change ? changes : limits);
+                }
+            }
+            std::vector<std::pair<std::int32_t, bool>> due;
+            for (const TemperatureNotice& notice :
+                 model.set(std::string(1, static_cast<char>('a' + sensor)), degrees(reading)))
+                due.emplace_back(notice.id, notice.kind == TemperatureNotice::Kind::change);
+            ASSERT_EQ(due, expected) << "step " << step;
+        }
+        ASSERT_EQ(model.registrations().size(), watchers.size()) << "step " << step;
+    }
+    // The dice have reached what they were thrown for.
+    EXPECT_GT(changes, 5000U);
+    EXPECT_GT(limits, 5000U);
+}
 
 TemperatureModel two_sensors() {
     return TemperatureModel({{"main", 3, 36.5}, {"lens", -4, 28.0}});
@@ -41,97 +136,13 @@ TEST(TemperatureModel, FindsSensorsByNameAndById) {
     EXPECT_EQ(model.by_id(4), nullptr);
 }
 
-TEST(TemperatureModel, RefusesSensorsThatItDoesNotHave) {
+TEST(TemperatureModel, GivesNoIdAwayForASensorThatItDoesNotHave) {
     TemperatureModel model = two_sensors();
     EXPECT_THROW(model.set("housing", 1.0), std::out_of_range);
     EXPECT_THROW(model.register_change(":1.1", 4, 0.5), std::out_of_range);
     EXPECT_THROW(model.register_limit(":1.1", 4, 60.0, true), std::out_of_range);
-    EXPECT_THAT(model.registrations(), IsEmpty());
-}
-
-TEST(TemperatureModel, NoticesComeInTheOrderOfRegistrationAndForTheirSensorOnly) {
-    TemperatureModel model = two_sensors();
-    const std::int32_t limit = model.register_limit(":1.1", 3, 40.0, true).first;
-    const std::int32_t other = model.register_change(":1.1", -4, 0.0);
-    const std::int32_t fine = model.register_change(":1.2", 3, 0.5);
-    const std::int32_t coarse = model.register_change(":1.2", 3, 50.0);
-
-    EXPECT_THAT(model.set("main", 41.0), ElementsAre(TemperatureNotice{Kind::limit, limit, 41.0},
-                                                     TemperatureNotice{Kind::change, fine, 41.0}));
-    EXPECT_EQ(model.by_name("main")->temperature, 41.0);
-    EXPECT_EQ(model.by_name("lens")->temperature, 28.0);
-    EXPECT_THAT(model.set("lens", 28.25),
-                ElementsAre(TemperatureNotice{Kind::change, other, 28.25}));
-    EXPECT_THAT(model.set("main", 100.0),
-                ElementsAre(TemperatureNotice{Kind::change, fine, 100.0},
-                            TemperatureNotice{Kind::change, coarse, 100.0}));
-}
-
-TEST(TemperatureModel, TakesTheTemperatureAtRegistrationForReported) {
-    TemperatureModel model = two_sensors();
-    model.set("main", 50.0);
-    model.register_change(":1.1", 3, 1.0);
-    EXPECT_THAT(model.set("main", 50.5), IsEmpty());
-}
-
-TEST(TemperatureModel, SaysWhetherALimitIsCrossedAlready) {
-    TemperatureModel model = two_sensors();
-    EXPECT_FALSE(model.register_limit(":1.1", 3, 36.5, true).second);
-    EXPECT_TRUE(model.register_limit(":1.1", 3, 36.5, false).second);
-    EXPECT_TRUE(model.register_limit(":1.1", 3, 36.0, true).second);
-}
-
-TEST(TemperatureModel, TwoRegistrationsOfOneClientAreTwo) {
-    TemperatureModel model = two_sensors();
-    const std::int32_t first = model.register_change(":1.1", 3, 1.0);
-    const std::int32_t second = model.register_change(":1.1", 3, 1.0);
-    EXPECT_THAT(model.set("main", 40.0),
-                ElementsAre(TemperatureNotice{Kind::change, first, 40.0},
-                            TemperatureNotice{Kind::change, second, 40.0}));
-}
-
-TEST(TemperatureModel, DropsTheRegistrationsOfAClientThatLeaves) {
-    TemperatureModel model = two_sensors();
-    model.register_change(":1.1", 3, 0.0);
-    const std::int32_t stays = model.register_change(":1.11", 3, 0.0);
-    model.register_limit(":1.1", 3, 40.0, true);
-    EXPECT_EQ(model.drop_owner(":1.2"), 0U);
-    EXPECT_EQ(model.drop_owner(":1.1"), 2U);
-    EXPECT_EQ(model.drop_owner(":1.1"), 0U);
-    EXPECT_THAT(model.set("main", 41.0), ElementsAre(TemperatureNotice{Kind::change, stays, 41.0}));
-}
-
-TEST(TemperatureModel, ForgetsRegistrationsButNotTemperatures) {
-    TemperatureModel model = two_sensors();
-    model.register_change(":1.1", 3, 0.0);
-    model.set("main", 50.0);
-    model.drop_all();
-    EXPECT_THAT(model.registrations(), IsEmpty());
-    EXPECT_EQ(model.by_name("main")->temperature, 50.0);
-    EXPECT_THAT(model.set("main", 60.0), IsEmpty());
-}
-
-TEST(TemperatureModel, NeverGivesAnIdTwice) {
-    TemperatureModel model = two_sensors();
-    std::int32_t last = 0;
-    for (int round = 0; round < 5; ++round) {
-        for (int i = 0; i < 3; ++i) {
-            const std::int32_t change = model.register_change(":1.1", 3, 1.0);
-            EXPECT_GT(change, last);
-            last = model.register_limit(":1.2", 3, 60.0, true).first;
-            EXPECT_GT(last, change);
-        }
-        model.drop_owner(":1.2");
-        if (round % 2 == 0)
-            model.drop_all();
-    }
-}
-
-TEST(TemperatureModel, GivesNoIdAwayForARegistrationThatItRefuses) {
-    TemperatureModel model = two_sensors();
-    const std::int32_t first = model.register_change(":1.1", 3, 1.0);
-    EXPECT_THROW(model.register_change(":1.1", 99, 1.0), std::out_of_range);
-    EXPECT_EQ(model.register_change(":1.1", 3, 1.0), first + 1);
+    EXPECT_TRUE(model.registrations().empty());
+    EXPECT_EQ(model.register_change(":1.1", 3, 1.0), 1);
 }
 
 TEST(TemperatureModel, RefusesMoreRegistrationsThanItHasRoomForUntilSomeGo) {
