@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <random>
-#include <vector>
 
 #include "camera/bus/names.hpp"
 #include "common/bus/bus.hpp"
@@ -27,28 +26,22 @@ class Hysteresis {
     Hysteresis(const Band& band, double start)
         : band_(band), temperature_(start), ok_(band.low_off < start && start <= band.high_off) {}
 
+    /// Goes there in quarters, of which limits and temperatures are multiples.
     void move_to(double target) {
-        struct Passed {
-            double limit;
-            bool verdict;
-        };
-        std::vector<Passed> passed;
-        if (target > temperature_) {
-            passed = {{band_.low_on, true}, {band_.high_off, false}};
-            std::erase_if(passed, [&](const Passed& each) {
-                return each.limit < temperature_ || each.limit >= target;
-            });
-            std::ranges::sort(passed, {}, &Passed::limit);
-        } else {
-            passed = {{band_.high_on, true}, {band_.low_off, false}};
-            std::erase_if(passed, [&](const Passed& each) {
-                return each.limit < target || each.limit >= temperature_;
-            });
-            std::ranges::sort(passed, std::ranges::greater{}, &Passed::limit);
+        while (temperature_ < target) {
+            if (temperature_ == band_.low_on)
+                ok_ = true;
+            if (temperature_ == band_.high_off)
+                ok_ = false;
+            temperature_ += 0.25;
         }
-        if (!passed.empty())
-            ok_ = passed.back().verdict;
-        temperature_ = target;
+        while (temperature_ > target) {
+            temperature_ -= 0.25;
+            if (temperature_ == band_.high_on)
+                ok_ = true;
+            if (temperature_ == band_.low_off)
+                ok_ = false;
+        }
     }
 
     [[nodiscard]] bool ok() const { return ok_; }
@@ -89,7 +82,7 @@ class MonitorOnBus {
 
     /// Serves everything that the controller has sent until now.
     void catch_up() {
-        // The reply comes behind all signals that were sent before it.
+        // The reply comes after all signals that were sent before it.
         const auto& to = camera::temperature_controller;
         ASSERT_GE(sd_bus_call_method(bus_.get(), to.name, to.path, to.interface, "GetTemperature",
                                      nullptr, nullptr, "is", 3, "main"),
@@ -136,7 +129,7 @@ class Walker {
 
     double anywhere() { return 0.25 * std::uniform_int_distribution(-80, 320)(random_); }
 
-    /// Where to go next: anywhere, a little on, onto a limit, or just beside one.
+    /// The next temperature: any, one nearby, a limit, or one just beside a limit.
     double next(double from, const Hysteresis::Band& band) {
         const std::array<float, 4> limits{band.low_off, band.low_on, band.high_on, band.high_off};
         const double limit = limits.at(std::uniform_int_distribution<std::size_t>(0, 3)(random_));
@@ -173,7 +166,7 @@ class MonitorWalksTest : public ::testing::TestWithParam<unsigned> {
 
     support::LogRecorder log_;  // in place of thousands of lines on the screen
     common::PrivateBus bus_;
-    // Nobody here reads the camera's many events, so behind the first line they go nowhere.
+    // Nobody here reads the camera's many events, so after the first line they go nowhere.
     Process camera_{{"/bin/bash", "-c",
                      "exec \"$0\" run --bus \"$1\" --format json "
                      "> >(grep --max-count=1 '\"ready\"'; exec cat >/dev/null)",

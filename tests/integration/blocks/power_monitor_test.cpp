@@ -1,97 +1,62 @@
-#include <gmock/gmock.h>
-
 #include "tests/integration/blocks/power_monitor_scene.hpp"
 
 namespace test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-
 using PowerMonitorTest = PowerMonitorScene;
 
-const Lines first_outcomes{outcome_event("true"), outcome_event("true"), outcome_event("true")};
-const Lines starts = host_connects + gets("25.0") + adds_match(property_rule) + gets("25.0");
-
 TEST_F(PowerMonitorTest, FollowsThePowerThatIsReceived) {
-    open();
-    start_host();
-    wait_for_replies("Get", 2);
-    camera({"set", "power.received", "11.875"});
+    start_settled();
+    set_power("11.875");
     wait_for_output("false");
-    camera({"set", "power.received", "12"});
+    set_power("12");
     wait_for_output("true");
-    camera({"set", "power.received", "nan"});
+    set_power("nan");
     wait_for_output("false");
     close();
-
-    EXPECT_THAT(traffic(), ElementsAreArray(starts + changes("11.875") + changes("12.0") +
-                                            changes("\"nan\"") + power_monitor_leaves));
-    // The match, the question and the answer each run the block, which publishes what it knows.
-    EXPECT_THAT(events(),
-                ElementsAreArray(Lines{power_setup_event("true"), ready_event} + first_outcomes +
-                                 Lines{outcome_event("false"), outcome_event("true"),
-                                       outcome_event("false"), exit_event}));
-    EXPECT_EQ(ended().code, 0);
-    EXPECT_EQ(ended().err, "");
+    EXPECT_THAT(traffic(), are(power_monitor_starts + changes("11.875") + changes("12.0") +
+                               changes("\"nan\"") + power_monitor_leaves));
+    EXPECT_THAT(events(), are(power_events({"false", "true", "false"})));
+    expect_ended_well();
 }
 
 TEST_F(PowerMonitorTest, StartsWithTooLittlePower) {
     open();
-    camera({"set", "power.received", "3"});
+    set_power("3");
     start_host();
     wait_for_replies("Get", 2);
-    camera({"set", "power.received", "30"});
+    set_power("30");
     wait_for_output("true");
     close();
-    EXPECT_EQ(events().front(), power_setup_event("false"));
+    EXPECT_EQ(events().front(), verdict_setup_event("power_ok", "power_monitor_in", "false"));
 }
 
 TEST_F(PowerMonitorTest, BringsAnAbsentServiceUpWhereCallsDo) {
-    open({.activation = true, .without = {"power-status"}});
-    start_host();
-    wait_for_replies("Get", 2);
-    camera({"set", "power.received", "1"});
+    start_settled({.activation = true, .without = {"power-status"}});
+    set_power("1");
     wait_for_output("false");
     close();
-    EXPECT_THAT(events(),
-                ElementsAreArray(Lines{power_setup_event("true"), ready_event} + first_outcomes +
-                                 Lines{outcome_event("false"), exit_event}));
+    EXPECT_THAT(events(), are(power_events({"false"})));
 }
 
 TEST_F(PowerMonitorTest, LeavesTheLastOutcomeStandingWhenTheServiceIsLost) {
-    open();
-    start_host();
-    wait_for_replies("Get", 2);
-    camera({"stop", "power-status"});
-    camera({"set", "power.received", "1"});
-    camera({"start", "power-status"});
+    start_settled();
+    handle({"stop", "power-status"});
+    set_power("1");
+    handle({"start", "power-status"});
     // The service says nothing when it comes, only when something changes.
-    camera({"set", "power.received", "2"});
+    set_power("2");
     wait_for_output("false");
     close();
-
-    const std::string owner_changed =
-        R"(daemon signals: NameOwnerChanged("com.tarlo.PowerControl.Status", )";
-    EXPECT_THAT(traffic(), ElementsAreArray(starts +
-                                            Lines{owner_changed + R"("service", ""))",
-                                                  owner_changed + R"("", "service 2"))"} +
-                                            changes("2.0", "service 2") + power_monitor_leaves));
-    EXPECT_THAT(events(),
-                ElementsAreArray(Lines{power_setup_event("true"), ready_event} + first_outcomes +
-                                 Lines{outcome_event("false"), exit_event}));
+    EXPECT_THAT(traffic(), are(power_monitor_starts +
+                               Lines{owner_change("service", ""), owner_change("", "service 2")} +
+                               changes("2.0", "service 2") + power_monitor_leaves));
+    EXPECT_THAT(events(), are(power_events({"false"})));
 }
 
 TEST_F(PowerMonitorTest, BelievesAnyClientAndAnyInterface) {
-    open();
-    start_host();
-    wait_for_replies("Get", 2);
-    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
-    ASSERT_GE(sd_bus_emit_signal(other.get(), "/com/tarlo/PowerControl/Status",
-                                 "org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{sv}as",
-                                 "com.example.Stranger", 1, "PowerReceived", "d", 1.0, 0),
-              0);
-    ASSERT_GE(sd_bus_flush(other.get()), 0);
+    start_settled();
+    emit_change("sa{sv}as", "com.example.Stranger", 1, "PowerReceived", "d", 1.0, 0);
     wait_for_output("false");
     close();
     EXPECT_THAT(events("log"), ElementsAre());
@@ -100,26 +65,128 @@ TEST_F(PowerMonitorTest, BelievesAnyClientAndAnyInterface) {
 /// Two monitors in one host. Each callback of such a block ends the delivery of its message to the
 /// matches that were installed before, so only the last one hears of changes.
 TEST_F(PowerMonitorTest, IsDeafWhereASecondOneIsInTheSameHost) {
-    open({.graph = "[blocks.monitor]\ntype = \"PowerMonitor\"\nrequested_power = 12\n"
-                   "[blocks.second]\ntype = \"PowerMonitor\"\nrequested_power = 13\n"});
-    start_host();
+    start({.graph =
+               power_monitor + "[blocks.second]\ntype = \"PowerMonitor\"\nrequested_power = 13\n"});
     wait_for_replies("Get", 4);
-    camera({"set", "power.received", "5"});
+    set_power("5");
     wait_for_output("false");
-    camera({"set", "power.received", "20"});
+    set_power("20");
     wait_for_output("true");
     close();
+    EXPECT_THAT(with(R"("block":"monitor")", events("output")), are(first_outcomes));
+    EXPECT_THAT(with(R"("block":"second")", events("output")),
+                are(outcomes({"true", "true", "true", "false", "true"}, "second")));
+}
 
-    Lines first;
-    Lines second;
-    for (const std::string& line : events("output"))
-        (line.find(R"("block":"monitor")") != std::string::npos ? first : second).push_back(line);
-    EXPECT_THAT(first, ElementsAreArray(first_outcomes));
-    const auto outcome = [](const std::string& value) {
-        return output_event("second.power_ok_out", "bool", value);
-    };
-    EXPECT_THAT(second, ElementsAre(outcome("true"), outcome("true"), outcome("true"),
-                                    outcome("false"), outcome("true")));
+using PowerMonitorFailuresTest = PowerMonitorScene;
+
+const std::string constructor_line =
+    "Failed to get PowerReceived from com.tarlo.PowerControl.Status. ";
+const std::string no_reply_log = log_event(1, "Failed to get PowerReceived from dbus reply.\n");
+const std::string query_line = "Failed to read value of PowerReceived: ";
+const Lines query_log{log_event(1, query_line + no_such_device)};
+
+TEST_F(PowerMonitorFailuresTest, AsksElevenTimesForAServiceThatIsAbsentAndAgainWithEachChange) {
+    start({.without = {"power-status"}});
+    wait_for_log(query_line, 11);
+    handle({"start", "power-status"});
+    set_power("20");
+    wait_for_output("true", 2);
+    close();
+    const Lines asks{get_call, refused_by_daemon()};
+    EXPECT_THAT(traffic(), are(host_connects + asks + adds_match(property_rule) + 11 * asks +
+                               Lines{owner_change("", "service")} + changes("20.0") + gets("20.0") +
+                               power_monitor_leaves));
+    EXPECT_THAT(
+        events("log"),
+        are(Lines{log_event(1, constructor_line +
+                                   "org.freedesktop.DBus.Error.ServiceUnknown: " + nobody_there()),
+                  no_reply_log} +
+            11 * query_log));
+    // Two runs for the match, one for each failure but the last, one each for change and value.
+    EXPECT_THAT(events("output"), are(12 * outcomes({"false"}) + 2 * outcomes({"true"})));
+}
+
+class PowerMonitorReadTest : public PowerMonitorScene,
+                             public ::testing::WithParamInterface<Mishap> {};
+
+TEST_P(PowerMonitorReadTest, AsksAgainUntilItIsAnswered) {
+    // Once while the monitor is built, and three times afterwards.
+    start_with_fault(Lines{"PowerReceived", "--times", "4"} + GetParam().fault,
+                     {.host_options = {"--call-timeout", "0.3"}});
+    wait_for_output("true");
+    close();
+    const Lines asks = Lines{get_call} + GetParam().answer;
+    EXPECT_THAT(traffic(), are(host_connects + asks + adds_match(property_rule) + 3 * asks +
+                               gets("25.0") + power_monitor_leaves));
+    Lines log = events("log");
+    ASSERT_FALSE(log.empty());
+    EXPECT_THAT(log.front(),
+                StartsWith(R"({"event":"log","level":1,"message":")" + constructor_line));
+    log.erase(log.begin());
+    EXPECT_THAT(log, are(Lines{no_reply_log} + 3 * query_log));
+}
+
+INSTANTIATE_TEST_SUITE_P(After, PowerMonitorReadTest,
+                         ::testing::Values(an_error, another_type, no_answer), mishap_name);
+
+TEST_F(PowerMonitorFailuresTest, AsksAgainWhenTheServiceDiesWithTheQuestionPending) {
+    // The first read is right, the second one finds the service dying.
+    start_settled();
+    end_host();
+    fail({"PowerReceived", "--times", "1", "--drop"});
+    start_host();
+    wait_for_log(query_line, 11);
+    end_host();
+    EXPECT_EQ(ended().code, 0);
+}
+
+/// A signal of the right name with a body of a stranger's making.
+class OddSignalTest : public PowerMonitorScene {
+  protected:
+    void SetUp() override { start_settled(); }
+
+    /// The monitor publishes these verdicts, leaves this log, and follows the service still.
+    void expect_following(const Lines& verdicts, const Lines& log = {}) {
+        for (const std::string& verdict : verdicts)
+            wait_for_output(verdict);
+        set_power("1");
+        wait_for_output("false");
+        close();
+        EXPECT_THAT(events("log"), are(log));
+        EXPECT_THAT(events("output"),
+                    are(first_outcomes + outcomes(verdicts) + outcomes({"false"})));
+    }
+};
+
+TEST_F(OddSignalTest, IsLoggedWhereItHoldsNoDictionary) {
+    emit_change("s", "com.tarlo.PowerControl.Status");
+    wait_for_log("Failed to enter container");
+    expect_following({}, {log_event(1, "Failed to enter container\n")});
+}
+
+TEST_F(OddSignalTest, PublishesAgainWhereItLacksTheProperty) {
+    emit_change("sa{sv}as", "x", 2, "First", "ai", 2, 1, 2, "Second", "s", "two", 0);
+    expect_following({"true"});
+}
+
+TEST_F(OddSignalTest, IsPassedOverWhereTheValueIsOfAnotherType) {
+    emit_change("sa{sv}as", "x", 1, "PowerReceived", "i", 1, 0);
+    expect_following({"true"});
+}
+
+TEST_F(OddSignalTest, IsReadNoFurtherThanTheFirstValueOfTheProperty) {
+    emit_change("sa{sv}as", "x", 3, "Before", "b", 1, "PowerReceived", "d", 2.0, "PowerReceived",
+                "d", 30.0, 0);
+    expect_following({"false"});
+}
+
+TEST_F(PowerMonitorFailuresTest, TakesARefusedMatchAsInstalled) {
+    start({.bus_xml = max_matches(0), .camera_there = false});
+    wait_for_log(query_line);
+    end_host();
+    EXPECT_EQ(ended().code, 0);
+    EXPECT_EQ(events("log").at(2), query_log[0]);
 }
 
 }  // namespace

@@ -1,13 +1,7 @@
-#include <gmock/gmock.h>
-
 #include "tests/integration/blocks/reader_scene.hpp"
 
 namespace test {
 namespace {
-
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 
 // The pieces that the traffic of a reader is made of.
 
@@ -20,199 +14,192 @@ const Lines follows_the_owner =
     Lines{R"(client calls daemon: GetNameOwner("com.tarlo.TemperatureController"))"};
 const Lines owner_there{R"(daemon replies to client: ("service"))"};
 const Lines no_owner{
-    R"(daemon refuses client: org.freedesktop.DBus.Error.NameHasNoOwner("Could not get owner of name 'com.tarlo.TemperatureController': no such name"))",
-};
-const Lines owner_comes{
-    R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "", "service"))",
-};
-const Lines matches_the_signal = adds_match(change_rule);
-const Lines registers{
-    R"(client calls service: GetTemperatureIdFromName("main"))",
-    R"(service replies to client: (3))",
-    R"(client calls service: RegisterForTemperatureChangeSignal(3, 0.5))",
-    R"(service replies to client: (1))",
-};
-const Lines fetches{
-    R"(client calls service: GetTemperature(3, "main"))",
-    R"(service replies to client: (36.5))",
-};
+    R"(daemon refuses client: org.freedesktop.DBus.Error.NameHasNoOwner("Could not get owner of name 'com.tarlo.TemperatureController': no such name"))"};
+const std::string looks_up = R"(client calls service: GetTemperatureIdFromName("main"))";
+const std::string fetches = R"(client calls service: GetTemperature(3, "main"))";
+const std::string register_call =
+    "client calls service: RegisterForTemperatureChangeSignal(3, 0.5)";
+
+Lines registers(int number = 1, const std::string& service = "service") {
+    return {looks_up, service + " replies to client: (3)", register_call,
+            service + " replies to client: (" + std::to_string(number) + ")"};
+}
+/// It registers for the first time, and fetches the reading.
+const Lines begins =
+    adds_match(change_rule) + registers() + Lines{fetches, "service replies to client: (36.5)"};
 const Lines leaves = removes_match(owner_rule) + removes_match(change_rule) + host_leaves;
 
 using ReaderTest = ReaderScene;
 
 TEST_F(ReaderTest, PublishesTheReadingsOfAServiceThatIsThereBefore) {
-    open();
-    start_host();
-    wait_for_output("36.5");
-    camera({"set", "temperature.main", "40"});
+    start_reading();
+    set_temperature("40");
     wait_for_output("40.0");
     close();
-
     EXPECT_THAT(traffic(),
-                ElementsAreArray(
-                    follows_the_owner + owner_there + matches_the_signal + registers + fetches +
+                are(follows_the_owner + owner_there + begins +
                     Lines{"service signals: TemperatureChangeSignal(1, 40.0)"} + leaves));
-    EXPECT_THAT(events(), ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"),
-                                      debug_event("40.0"), reading_event("40.0"), exit_event));
-    EXPECT_EQ(ended().code, 0);
-    EXPECT_EQ(ended().err, "");
+    EXPECT_THAT(events(), are(reads({"36.5", "40.0"})));
+    expect_ended_well();
 }
 
 TEST_F(ReaderTest, WaitsForAServiceThatAppearsLater) {
-    open({.without = {"temperature"}});
-    start_host();
-    camera({"start", "temperature"});
+    start({.without = {"temperature"}});
+    handle({"start", "temperature"});
     wait_for_output("36.5");
     close();
-
-    EXPECT_THAT(traffic(), ElementsAreArray(follows_the_owner + no_owner + owner_comes +
-                                            matches_the_signal + registers + fetches + leaves));
-    EXPECT_THAT(events(),
-                ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"), exit_event));
+    EXPECT_THAT(traffic(), are(follows_the_owner + no_owner + Lines{owner_change("", "service")} +
+                               begins + leaves));
+    EXPECT_THAT(events(), are(reads({"36.5"})));
 }
 
 TEST_F(ReaderTest, RegistersAgainWithARestartedServiceAndDoesNotFetchAgain) {
-    open();
-    start_host();
-    wait_for_output("36.5");
-    camera({"stop", "temperature"});
-    camera({"start", "temperature"});
-    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\"");
-    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\"");
-    camera({"set", "temperature.main", "41.25"});
+    start_reading();
+    restart_service();
+    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\"", 2);
+    set_temperature("41.25");
     wait_for_output("41.25");
     close();
-
-    EXPECT_THAT(
-        traffic(),
-        ElementsAreArray(
-            follows_the_owner + owner_there + matches_the_signal + registers + fetches +
-            Lines{
-                R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "service", ""))",
-                R"(daemon signals: NameOwnerChanged("com.tarlo.TemperatureController", "", "service 2"))",
-                R"(client calls service: GetTemperatureIdFromName("main"))",
-                R"(service 2 replies to client: (3))",
-                R"(client calls service: RegisterForTemperatureChangeSignal(3, 0.5))",
-                R"(service 2 replies to client: (2))",
-                R"(service 2 signals: TemperatureChangeSignal(2, 41.25))",
-            } +
-            leaves));
-    EXPECT_THAT(events(), ElementsAre(ready_event, debug_event("36.5"), reading_event("36.5"),
-                                      debug_event("41.25"), reading_event("41.25"), exit_event));
+    EXPECT_THAT(traffic(),
+                are(follows_the_owner + owner_there + begins +
+                    Lines{owner_change("service", ""), owner_change("", "service 2")} +
+                    registers(2, "service 2") +
+                    Lines{"service 2 signals: TemperatureChangeSignal(2, 41.25)"} + leaves));
+    EXPECT_THAT(events(), are(reads({"36.5", "41.25"})));
 }
 
 TEST_F(ReaderTest, IsWokenByAnActivatedServiceButDoesNotActivateIt) {
     open({.activation = true});
-    camera({"stop", "temperature"});
+    handle({"stop", "temperature"});
     start_host();
     // Following a name starts nothing; a call of another client does.
-    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
-    ASSERT_GE(
-        sd_bus_call_method(other.get(), controller_name, "/com/tarlo/TemperatureController",
-                           controller_name, "GetTemperature", nullptr, nullptr, "is", 3, "main"),
-        0);
+    ASSERT_GE(call("com.tarlo.TemperatureController", "GetTemperature", "is", 3, "main"), 0);
     wait_for_output("36.5");
     close();
-
-    EXPECT_THAT(traffic(), ElementsAreArray(follows_the_owner + no_owner + owner_comes +
-                                            matches_the_signal + registers + fetches + leaves));
+    EXPECT_THAT(traffic(), are(follows_the_owner + no_owner + Lines{owner_change("", "service")} +
+                               begins + leaves));
 }
 
 TEST_F(ReaderTest, RegistersAgainWhenTheNamePassesToAnotherOwnerWithoutAGap) {
-    open();
-    start_host();
-    wait_for_output("36.5");
+    start_reading();
     // Any client may send this signal, and the reader takes it from any.
-    const common::BusPtr other = common::open_bus(address(), std::chrono::seconds(5));
-    ASSERT_GE(sd_bus_emit_signal(other.get(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                 "NameOwnerChanged", "sss", controller_name, ":1.1", ":1.99"),
-              0);
-    ASSERT_GE(sd_bus_flush(other.get()), 0);
-    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\",\"arguments\":[3,0.5]");
-    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\",\"arguments\":[3,0.5]");
-    camera({"set", "temperature.main", "40"});
+    emit_owner_change("sss", "com.tarlo.TemperatureController", ":1.1", ":1.99");
+    wait_for_camera("\"member\":\"RegisterForTemperatureChangeSignal\",\"arguments\":[3,0.5]", 2);
+    set_temperature("40");
     wait_for_output("40.0");
     close();
-
     // Both registrations live in the same controller: the reader hears of the second one.
-    const Lines lines = traffic();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         R"(client calls service: GetTemperatureIdFromName("main"))"),
-              2);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         R"(client calls service: GetTemperature(3, "main"))"),
-              1);
-    EXPECT_THAT(events("output"), ElementsAre(reading_event("36.5"), reading_event("40.0")));
+    EXPECT_EQ(count(looks_up), 2);
+    EXPECT_EQ(count(fetches), 1);
+    EXPECT_THAT(events("output"), are(reading_events({"36.5", "40.0"})));
     EXPECT_THAT(events("log"), ElementsAre());
 }
 
 TEST_F(ReaderTest, PublishesAFakeValueOnceRegisteredAndNoReadings) {
-    open({.graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.5\n"
-                               "fake.active = true\nfake.value = 12.25\n"),
-          .host_options = {"--for", "1.5"}});
-    start_host();
+    start({.graph = reader_with("delta_chg = 0.5\nfake.active = true\nfake.value = 12.25\n"),
+           .host_options = {"--for", "1.5"}});
     wait_for_output("12.25");
-    camera({"set", "temperature.main", "70"});
+    set_temperature("70");
     wait_for_camera("\"event\":\"signal\"");
     close();
-
     EXPECT_THAT(traffic(),
-                ElementsAreArray(
-                    follows_the_owner + owner_there + matches_the_signal + registers + fetches +
+                are(follows_the_owner + owner_there + begins +
                     Lines{"service signals: TemperatureChangeSignal(1, 70.0)"} + leaves));
-    EXPECT_THAT(events(),
-                ElementsAre(ready_event, debug_event("12.25"), reading_event("12.25"), exit_event));
+    EXPECT_THAT(events(), are(reads({"12.25"})));
 }
 
 TEST_F(ReaderTest, PublishesNoFakeValueWhileTheServiceIsAbsent) {
-    open({.without = {"temperature"},
-          .graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.5\nfake.active = true\n")});
-    start_host();
+    start({.without = {"temperature"},
+           .graph = reader_with("delta_chg = 0.5\nfake.active = true\n")});
     close();
-    EXPECT_THAT(events(), ElementsAre(ready_event, exit_event));
+    EXPECT_THAT(events(), are(reads({})));
 }
 
 TEST_F(ReaderTest, PublishesANanEachTimeItComes) {
-    open();
-    start_host();
-    wait_for_output("36.5");
-    camera({"set", "temperature.main", "nan"});
+    start_reading();
+    set_temperature("nan");
     wait_for_output("\"nan\"");
-    // Whoever comes or goes wakes the reader, and NaN differs from the value before it, NaN.
+    // Each client that comes or goes wakes the reader, and NaN differs from NaN.
     static_cast<void>(common::open_bus(address(), std::chrono::seconds(5)));
     wait_for_output("\"nan\"");
     close();
     const Lines outputs = events("output");
     EXPECT_EQ(outputs.front(), reading_event("36.5"));
     EXPECT_THAT(Lines(outputs.begin() + 1, outputs.end()), Each(reading_event("\"nan\"")));
-    EXPECT_EQ(events("debug").size(), outputs.size());
+    EXPECT_THAT(events("debug"), SizeIs(outputs.size()));
 }
 
 TEST_F(ReaderTest, DoesNotPublishAFirstReadingOfZero) {
     open();
-    camera({"set", "temperature.main", "0"});
+    set_temperature("0");
     start_host();
     wait_for_camera("\"event\":\"reply\",");
     wait_for_camera("\"member\":\"GetTemperature\"");
-    camera({"set", "temperature.main", "1.5"});
+    set_temperature("1.5");
     wait_for_output("1.5");
     close();
-    EXPECT_THAT(events(),
-                ElementsAre(ready_event, debug_event("1.5"), reading_event("1.5"), exit_event));
+    EXPECT_THAT(events(), are(reads({"1.5"})));
 }
 
 TEST_F(ReaderTest, WarnsOnceOfAThresholdOfZeroAndPassesItOn) {
-    open({.graph = reader_with("sensor_name = \"main\"\ndelta_chg = 0.0\n")});
-    start_host();
-    wait_for_output("36.5");
+    start_reading({.graph = reader_with("delta_chg = 0.0\n")});
     close();
     EXPECT_THAT(events(),
-                ElementsAre(log_event(2, "Temperature reader disabled by delta_temperature = 0"),
-                            ready_event, debug_event("36.5"), reading_event("36.5"), exit_event));
-    const Lines lines = traffic();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         "client calls service: RegisterForTemperatureChangeSignal(3, 0.0)"),
-              1);
+                are(Lines{log_event(2, "Temperature reader disabled by delta_temperature = 0")} +
+                    reads({"36.5"})));
+    EXPECT_EQ(count("client calls service: RegisterForTemperatureChangeSignal(3, 0.0)"), 1);
+}
+
+/// A reader that is switched to a fake temperature and back while readings come.
+class ReaderSettings : public ReaderScene {
+  protected:
+    /// @param fake switches the reader to this fake temperature; empty switches it back.
+    template <class Switch>
+    void switch_while_readings_come(Switch&& fake) {
+        start_reading({.host_options = {"--control"}});
+        reading("40");
+        wait_for_output("40.0");
+        fake("48.5");
+        wait_for_output("48.5");
+        reading("42");
+        fake("52");
+        wait_for_output("52.0");
+        reading("44");
+        fake("");
+        wait_for_output("44.0");
+        reading("46");
+        wait_for_output("46.0");
+        close();
+        // Readings that come in between are kept, and only the newest one comes back.
+        EXPECT_THAT(events("output"),
+                    are(reading_events({"36.5", "40.0", "48.5", "52.0", "44.0", "46.0"})));
+        EXPECT_EQ(ended().code, 0);
+    }
+
+  private:
+    /// The sensor gets this temperature, and the reader has been told.
+    void reading(const std::string& value) {
+        set_temperature(value);
+        wait_for_camera(R"("event":"signal")");
+        settle();
+    }
+};
+
+TEST_F(ReaderSettings, ChangeWithTheGraphFile) {
+    switch_while_readings_come([this](const std::string& value) {
+        reload(
+            reader_with("delta_chg = 0.5\n" +
+                        (value.empty() ? "" : "fake = { active = true, value = " + value + " }")));
+    });
+}
+
+TEST_F(ReaderSettings, ChangeOverTheBus) {
+    switch_while_readings_come([this](const std::string& value) {
+        if (value.empty())
+            fenwa({"set", "reader", "fake.active=false"});
+        else
+            fenwa({"set", "reader", "fake.active=true", "fake.value=" + value});
+    });
 }
 
 }  // namespace

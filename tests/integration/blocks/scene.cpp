@@ -5,9 +5,11 @@
 
 namespace test {
 
-Lines operator+(Lines a, const Lines& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+Lines operator*(int times, const Lines& lines) {
+    Lines all;
+    for (int i = 0; i < times; ++i)
+        all = all + lines;
+    return all;
 }
 
 Lines adds_match(const std::string& rule) {
@@ -20,27 +22,16 @@ Lines removes_match(const std::string& rule) {
 
 void BlockScene::open(Setting setting) {
     setting_ = std::move(setting);
-    common::PrivateBusOptions options;
-    options.camera_program = FENWA_CAMERA_PROGRAM;
-    if (setting_.activation) {
-        options.activatable = {{"com.tarlo.TemperatureController", "temperature"},
-                               {"com.tarlo.PowerControl.Consumer", "power-consumer"},
-                               {"com.tarlo.PowerControl.Status", "power-status"},
-                               {"com.tarlo.Onscreencontrols1", "controls"},
-                               {"com.tarlo.PrioritizedTextOverlay", "overlay"},
-                               {"com.tarlo.VideoReady1", "video"}};
-    }
-    options.extra_xml = setting_.bus_xml;
-    bus_ = std::make_unique<common::PrivateBus>(options);
+    const CameraScene::Setting of_camera{.activation = setting_.activation,
+                                         .bus_xml = setting_.bus_xml};
+    open_bus(of_camera);
     monitor_ = std::make_unique<BusMonitor>(address());
     if (!setting_.camera_there)
         return;
-    camera_ = std::make_unique<Process>(std::vector<std::string>{
-        FENWA_CAMERA_PROGRAM, "run", "--bus", address(), "--format", "json"});
-    ASSERT_TRUE(camera_->wait_for_text("\"ready\"")) << camera_->err();
+    open_camera(of_camera);
     // Stopped, and not left out: a service that is left out is not activated either.
     for (const std::string& service : setting_.without)
-        camera({"stop", service});
+        handle({"stop", service});
 }
 
 void BlockScene::start_host() {
@@ -49,29 +40,19 @@ void BlockScene::start_host() {
 }
 
 std::string BlockScene::write_graph(const std::string& graph) const {
-    return folder_.write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph);
+    return folder().write("graph.toml", "plugins = [\"libfenwa-temperature.so\"]\n" + graph);
 }
 
 void BlockScene::start_host_without_first_call() {
     const std::string graph = write_graph(setting_.graph.empty() ? cast_.graph : setting_.graph);
-    std::vector<std::string> command{FENWA_PROGRAM, "run",      graph, "--bus",
-                                     address(),     "--format", "json"};
+    Lines command{FENWA_PROGRAM, "run", graph, "--bus", address(), "--format", "json"};
     command.insert(command.end(), setting_.host_options.begin(), setting_.host_options.end());
     host_ = std::make_unique<Process>(command);
 }
 
-void BlockScene::camera(std::vector<std::string> order) const {
-    run_on_bus(FENWA_CAMERA_PROGRAM, std::move(order));
-}
-
-void BlockScene::fenwa(std::vector<std::string> words) const {
-    run_on_bus(FENWA_PROGRAM, std::move(words));
-}
-
-void BlockScene::run_on_bus(const std::string& program, std::vector<std::string> words) const {
-    words.insert(words.begin(), program);
-    words.insert(words.end(), {"--bus", address()});
-    const Ended done = run_program(words);
+void BlockScene::fenwa(Lines words) const {
+    words.insert(words.begin() + 1, {"--bus", address()});
+    const Ended done = run_program(Lines{FENWA_PROGRAM} + words);
     ASSERT_EQ(done.code, 0) << done.err;
 }
 
@@ -81,37 +62,41 @@ void BlockScene::reload(const std::string& graph) {
     ASSERT_TRUE(host_->wait_for_error_text("reloaded")) << host_->err();
 }
 
-void BlockScene::wait_for_output(const std::string& value) {
+void BlockScene::wait_for_output(const std::string& value, int times) {
     const std::string end = "\"value\":" + value + '}';
-    ASSERT_TRUE(host_->wait_for_line([&end](const std::string& line) {
-        return line.starts_with(R"({"event":"output")") && line.ends_with(end);
-    })) << "no output "
-        << value << " in\n"
-        << host_->out() << host_->err();
+    for (int i = 0; i < times; ++i) {
+        ASSERT_TRUE(host_->wait_for_line([&end](const std::string& line) {
+            return line.starts_with(R"({"event":"output")") && line.ends_with(end);
+        })) << "no output "
+            << value << " in\n"
+            << host_->out() << host_->err();
+    }
 }
 
 void BlockScene::wait_until_ready() {
     ASSERT_TRUE(host_->wait_for_text(R"({"event":"ready")")) << host_->out() << host_->err();
 }
 
-void BlockScene::wait_for_log(const std::string& message) {
-    ASSERT_TRUE(host_->wait_for_text("\"message\":\"" + message))
-        << "no log line " << message << " in\n"
-        << host_->out() << host_->err();
+void BlockScene::wait_for_log(const std::string& message, int times) {
+    for (int i = 0; i < times; ++i)
+        ASSERT_TRUE(host_->wait_for_text("\"message\":\"" + message))
+            << "no log line " << message << " in\n"
+            << host_->out() << host_->err();
 }
 
-void BlockScene::wait_for_camera(const std::string& text) {
-    ASSERT_TRUE(camera_->wait_for_text(text)) << "no " << text << " in\n" << camera_->out();
+void BlockScene::wait_for_camera(const std::string& text, int times) {
+    for (int i = 0; i < times; ++i)
+        ASSERT_TRUE(camera().wait_for_text(text)) << "no " << text << " in\n" << camera().out();
 }
 
 void BlockScene::wait_for_replies(const std::string& member, int count) {
     for (int i = 0; i < count; ++i) {
-        ASSERT_TRUE(camera_->wait_for_line([&member](const std::string& line) {
+        ASSERT_TRUE(camera().wait_for_line([&member](const std::string& line) {
             return line.find(R"("event":"reply")") != std::string::npos &&
                    line.find("\"member\":\"" + member + '"') != std::string::npos;
         })) << "no reply to "
             << member << " in\n"
-            << camera_->out();
+            << camera().out();
     }
 }
 
@@ -134,7 +119,7 @@ void BlockScene::close() {
 
 Lines BlockScene::traffic() const {
     Lines lines = story_of(monitor_->messages(), host_name_, cast_.service_name);
-    // What `settle` adds is no part of the story.
+    // The calls of `settle` are not part of the story.
     std::erase_if(lines, [](const std::string& line) {
         return line.ends_with(" calls client: Ping()") || line.starts_with("client replies to :");
     });
@@ -153,12 +138,7 @@ Lines BlockScene::events() const {
 }
 
 Lines BlockScene::events(const std::string& kind) const {
-    Lines lines;
-    for (const std::string& line : events()) {
-        if (line.starts_with("{\"event\":\"" + kind + '"'))
-            lines.push_back(line);
-    }
-    return lines;
+    return with("{\"event\":\"" + kind + '"', events());
 }
 
 std::string output_event(const std::string& port, const std::string& type,
@@ -166,6 +146,14 @@ std::string output_event(const std::string& port, const std::string& type,
     const std::size_t dot = port.find('.');
     return R"({"event":"output","block":")" + port.substr(0, dot) + R"(","port":")" +
            port.substr(dot + 1) + R"(","type":")" + type + R"(","value":)" + value + '}';
+}
+
+std::string verdict_setup_event(const std::string& key, const std::string& input,
+                                const std::string& verdict) {
+    return R"({"event":"setup","block":"monitor","settings":{")" + key + R"(":)" + verdict +
+           R"(,"termination_cfg.inports":[")" + input +
+           R"("],"termination_cfg.types":["/prefix/well-known.b/bool"],"termination_cfg.)" + input +
+           R"(_def":)" + verdict + "}}";
 }
 
 std::string log_event(int level, const std::string& message) {
