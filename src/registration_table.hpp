@@ -14,7 +14,7 @@
 
 namespace blocks {
 
-/// One block type of the library: its name in graphs, and how the registry learns it.
+/// One block type of the library: its name in graphs, and the function that registers it.
 struct Registration {
     const char* type_name;
     void (Fenwa::IRegistry::*register_block)(std::string type_name);

@@ -105,9 +105,9 @@ void Service::send_late(std::chrono::milliseconds delay, MessagePtr message, Sen
         send(*message);
         return;
     }
-    // Shared, because std::function wants what it holds to be copyable.
-    timers_.once(delay, [send = std::move(send), late = std::shared_ptr<sd_bus_message>(
-                                                     std::move(message))] { send(*late); });
+    // Shared, because a std::function must be copyable.
+    timers_.once(delay, [send = std::move(send), late = std::make_shared<MessagePtr>(
+                                                     std::move(message))] { send(**late); });
 }
 
 void Service::send_now(sd_bus_message& message, const std::string& member) {

@@ -4,26 +4,18 @@
 #include <systemd/sd-event.h>
 
 #include <chrono>
-#include <memory>
 #include <string>
+
+#include "fenwa/slot.hpp"
 
 namespace common {
 
-/// Deleter that calls one of the unref functions of libsystemd.
-template <auto Unref>
-struct Unreffer {
-    template <class T>
-    void operator()(T* object) const noexcept {
-        Unref(object);
-    }
-};
-
 /// A connection; it is flushed and closed when the handle lets go of it.
-using BusPtr = std::unique_ptr<sd_bus, Unreffer<sd_bus_flush_close_unref>>;
-using EventPtr = std::unique_ptr<sd_event, Unreffer<sd_event_unref>>;
-using EventSourcePtr = std::unique_ptr<sd_event_source, Unreffer<sd_event_source_disable_unref>>;
-using SlotPtr = std::unique_ptr<sd_bus_slot, Unreffer<sd_bus_slot_unref>>;
-using MessagePtr = std::unique_ptr<sd_bus_message, Unreffer<sd_bus_message_unref>>;
+using BusPtr = Fenwa::Handle<sd_bus, sd_bus_flush_close_unref>;
+using EventPtr = Fenwa::Handle<sd_event, sd_event_unref>;
+using EventSourcePtr = Fenwa::Handle<sd_event_source, sd_event_source_disable_unref>;
+using SlotPtr = Fenwa::Slot;
+using MessagePtr = Fenwa::Message;
 
 /// An error structure that frees itself.
 struct BusError {

@@ -7,12 +7,11 @@
 #include <cstdint>
 #include <exception>
 #include <string>
-#include <type_traits>
-#include <utility>
 
 #include "common/bus/error_reply.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/line_text.hpp"
+#include "fenwa/callback.hpp"
 
 namespace common {
 
@@ -29,9 +28,8 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
     sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::software));
 }
 
-/// A member function as a callback of libsystemd, and the only place where a `void*` becomes an
-/// object again: give `callback<&T::f>` with the object as `userdata`. The member takes nothing, or
-/// what the kind of callback offers:
+/// A member function as a callback of libsystemd: give `callback<&T::f>` with the object as
+/// `userdata`. The member takes nothing, or what the kind of callback offers:
 ///
 ///  - messages (filters, matches, methods): `sd_bus_message&`. An ErrorReply becomes that error
 ///    reply, any other exception `org.freedesktop.DBus.Error.Failed`;
@@ -41,11 +39,7 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
 /// A member that returns `int` gives the callback's result; of one that returns `void` it is 0. No
 /// exception leaves towards C code.
 template <auto Member>
-class Callback;
-
-template <class T, class Result, bool NoExcept, class... Taken,
-          Result (T::*Member)(Taken...) noexcept(NoExcept)>
-class Callback<Member> {
+class Callback {
   public:
     // NOLINTBEGIN(google-explicit-constructor): it stands where libsystemd takes a function.
     constexpr operator sd_bus_message_handler_t() const noexcept { return on_message; }
@@ -56,26 +50,9 @@ class Callback<Member> {
     // NOLINTEND(google-explicit-constructor)
 
   private:
-    template <class... Given>
-    static int call(void* userdata, Given&&... given) {
-        T& object = *static_cast<T*>(userdata);
-        const auto invoke = [&object](auto&&... arguments) {
-            if constexpr (std::is_void_v<Result>) {
-                (object.*Member)(arguments...);
-                return 0;
-            } else {
-                return (object.*Member)(arguments...);
-            }
-        };
-        if constexpr (sizeof...(Taken) == 0)
-            return invoke();
-        else
-            return invoke(std::forward<Given>(given)...);
-    }
-
     static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept {
         try {
-            return call(userdata, *message);
+            return Fenwa::Callback<Member>::invoke(userdata, *message);
         } catch (const ErrorReply& reply) {
             return sd_bus_error_set(error, reply.name().c_str(), reply.what());
         } catch (const std::exception& exception) {
@@ -86,10 +63,7 @@ class Callback<Member> {
     template <class... Details>
     static int serve(sd_event_source* source, void* userdata, Details... details) noexcept {
         try {
-            if constexpr (sizeof...(Taken) == 1)
-                return call(userdata, *source);
-            else
-                return call(userdata, *source, details...);
+            return Fenwa::Callback<Member>::invoke(userdata, *source, details...);
         } catch (...) {
             end_loop_after_exception(source);
             return 0;

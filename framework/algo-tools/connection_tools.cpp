@@ -8,13 +8,13 @@
 namespace Fenwa {
 namespace {
 
-/// Turns a failed call into the exception; frees nothing.
+/// Throws the exception of a failed call; frees nothing.
 [[noreturn]] void fail(const sd_bus_error& error, int r) {
     if (sd_bus_error_is_set(&error) > 0) {
         throw SDBusError(error.name, error.message == nullptr ? "" : error.message,
                          r < 0 ? r : -sd_bus_error_get_errno(&error));
     }
-    // Without a bus, or when a message cannot even be built, sd-bus gives the errno alone.
+    // Without a bus, or with invalid arguments, sd-bus returns the errno alone.
     sd_bus_error local = SD_BUS_ERROR_NULL;
     sd_bus_error_set_errno(&local, r);
     const SDBusError exception(local.name == nullptr ? SD_BUS_ERROR_FAILED : local.name,

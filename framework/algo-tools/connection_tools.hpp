@@ -7,8 +7,7 @@ namespace Fenwa {
 /// The bus access of blocks over one sd-bus connection.
 class FENWA_API ConnectionTools final : public SDBusTools {
   public:
-    /// @param bus outlives this object and belongs to the caller; null for a bus that is not
-    ///        there, on which every call fails.
+    /// @param bus owned by the caller, outlives this object. Null fails every call.
     explicit ConnectionTools(sd_bus* bus) : bus_(bus) {}
     ~ConnectionTools() override;
 

@@ -80,7 +80,7 @@ std::optional<T> as(const Value& value) {
     }
 }
 
-/// What a getter wants in place of a value that it does not take.
+/// The type, with its range if that is the reason, that a getter accepts instead of `value`.
 template <class T>
 std::string wanted_for(const Value& value) {
     if (std::is_same_v<T, int> && std::holds_alternative<std::int64_t>(value))

@@ -19,7 +19,7 @@ class FENWA_API BlockRegistry final : public IRegistry {
     /// @throws std::invalid_argument when the name is taken.
     void register_factory(const std::string& type_name, const BlockFactory& factory) override;
 
-    /// The factory of a type, or null.
+    /// The factory of a type; null if there is none.
     [[nodiscard]] const BlockFactory* find(const std::string& type_name) const;
     /// All type names, in the order of registration.
     [[nodiscard]] std::vector<std::string> type_names() const;

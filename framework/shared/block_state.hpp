@@ -14,8 +14,8 @@ namespace Fenwa {
 
 class ReadyQueue;
 
-/// An object that a block asked to export; `slot` is null until the host has taken the block over,
-/// and stays null where the export failed.
+/// An object that a block asked to export; `slot` is null until the host adopts the block, and if
+/// the export failed.
 struct ExportedObject {
     std::string path;
     std::string interface;
@@ -24,12 +24,12 @@ struct ExportedObject {
     sd_bus_slot* slot;
 };
 
-/// What `Block` keeps behind its pointer, so that its own layout never changes.
+/// Data of a `Block`, apart from it so that its layout never changes.
 struct Block::State {
     State(std::string block_name, BlockConfiguration block_config)
         : name(std::move(block_name)), config(std::move(block_config)) {}
 
-    /// Exports one of `objects`; the tools are there. @returns what failed, if it did.
+    /// Exports one of `objects`, with the tools set. @returns the failure, if any.
     std::optional<RefusedExport> export_object(ExportedObject& object) const;
 
     std::string name;

@@ -4,7 +4,7 @@
 #include <mutex>
 
 #include "framework/shared/debug_data_store.hpp"
-#include "framework/shared/thread_silence.hpp"
+#include "framework/shared/log_mute.hpp"
 
 namespace Fenwa {
 namespace {
@@ -13,7 +13,7 @@ class Store final : public DebugDataStore {
   public:
     RegisteredBlock register_block(const Block& block, const BlockConfiguration& /*config*/,
                                    const BlockConfiguration& /*extra*/) override {
-        if (ThreadSilence::of_this_thread() != nullptr || ThreadSilence::is_of_whole_process())
+        if (LogMute::of_this_thread() != nullptr || LogMute::is_process_muted())
             return RegisteredBlock(0);
         const std::lock_guard lock(mutex_);
         blocks_.emplace(++last_ticket_, block.get_name());
@@ -21,12 +21,12 @@ class Store final : public DebugDataStore {
     }
 
     [[nodiscard]] std::optional<DebugValue> get_value(const std::string& key) const override {
-        if (ThreadSilence* const silence = ThreadSilence::of_this_thread()) {
-            const auto own = silence->debug_values().find(key);
-            if (own != silence->debug_values().end())
+        if (LogMute* const mute = LogMute::of_this_thread()) {
+            const auto own = mute->debug_values().find(key);
+            if (own != mute->debug_values().end())
                 return own->second;
         }
-        if (ThreadSilence::is_of_whole_process())
+        if (LogMute::is_process_muted())
             return std::nullopt;
         const std::lock_guard lock(mutex_);
         const auto found = values_.find(key);
@@ -34,11 +34,11 @@ class Store final : public DebugDataStore {
     }
 
     void set_value(std::string key, DebugValue value) override {
-        if (ThreadSilence* const silence = ThreadSilence::of_this_thread()) {
-            silence->debug_values().insert_or_assign(std::move(key), std::move(value));
+        if (LogMute* const mute = LogMute::of_this_thread()) {
+            mute->debug_values().insert_or_assign(std::move(key), std::move(value));
             return;
         }
-        if (ThreadSilence::is_of_whole_process())
+        if (LogMute::is_process_muted())
             return;
         const std::lock_guard lock(mutex_);
         const auto entry = values_.insert_or_assign(std::move(key), std::move(value)).first;

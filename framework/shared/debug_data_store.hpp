@@ -8,10 +8,10 @@
 
 namespace Fenwa {
 
-/// Told of every value that is set, on the thread that sets it, one call at a time.
+/// Called with every value that is set, on the thread that sets it, one call at a time.
 using DebugListener = std::function<void(const std::string& key, const DebugValue& value)>;
 
-/// Replaces the listener of the process's debug-data store; an empty one for none.
+/// Replaces the listener of the process's debug-data store; empty for none.
 FENWA_API void set_debug_listener(DebugListener listener);
 
 /// Names of the blocks that are listed in the store now, in the order of registration.

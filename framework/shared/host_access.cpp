@@ -18,7 +18,7 @@ std::vector<RefusedExport> HostAccess::adopt(
             refused.push_back(*std::move(failure));
     }
     state.queue.store(&queue);
-    // Fires of the constructor found no queue.
+    // Fires of the constructor had no queue.
     for (const auto& port : state.eventports) {
         if (port->pending_.load())
             ReadyQueue::make_ready(block);

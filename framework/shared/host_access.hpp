@@ -10,20 +10,19 @@
 
 namespace Fenwa {
 
-/// An object that a block wanted to export and that the bus connection refused.
+/// An object that a block asked to export and that the bus connection refused.
 struct RefusedExport {
     std::string path;
     std::string interface;
     int negative_errno;
 };
 
-/// What a host may do with blocks and ports beyond what blocks see. Host's thread only.
+/// Access of a host to blocks and ports, beyond the interface for blocks. Host's thread only.
 class FENWA_API HostAccess {
   public:
-    /// Hands the block its tools and exports the objects that it asked for; from `queue` the host
-    /// learns when the block wants to run, of fires in the constructor too. Both outlive the block.
-    /// @param on_refused_later told of each export that fails from here on, in the block's
-    ///        `add_dbus`; may be empty.
+    /// Gives the block its tools, exports its objects, and puts it into `queue` whenever it is
+    /// ready, also for fires of the constructor. Tools and queue outlive the block.
+    /// @param on_refused_later called for each later `add_dbus` that fails; may be empty.
     /// @returns the exports of the constructor that failed.
     static std::vector<RefusedExport> adopt(
         Block& block, const InitTools& tools, ReadyQueue& queue,
@@ -33,7 +32,7 @@ class FENWA_API HostAccess {
     [[nodiscard]] static std::vector<std::pair<std::string, std::string>> exported_objects(
         const Block& block);
 
-    /// Whether the bus connection has taken such an object from the block.
+    /// Whether the block has exported such an object.
     [[nodiscard]] static bool has_exported(const Block& block, const std::string& path,
                                            const std::string& interface);
 
@@ -47,16 +46,16 @@ class FENWA_API HostAccess {
     /// Moves the pending marks of all input and event ports to triggered.
     /// @returns whether any of them is triggered now.
     static bool arm(Block& block);
-    /// Takes the triggered marks of all input and event ports away; pending ones stay.
+    /// Removes the triggered marks of all input and event ports; pending ones stay.
     static void disarm(Block& block);
 
-    /// Lets an input port read the value at `value`, in place; null for none.
+    /// Connects an input port to the value at `value`, which it reads in place; null for none.
     static void connect(InPortInternal& port, const void* value);
-    /// Where an input port reads its value; null where it reads a T{}.
+    /// Address of the value that an input port reads; null for a T{}.
     [[nodiscard]] static const void* source(const InPortInternal& port);
-    /// Where an output port keeps its value; null for a port that has none.
+    /// Address of the value of an output port; null for a port that has none.
     [[nodiscard]] static const void* value_address(const OutPortInternal& port);
-    /// A new value has come for an input of `block`: runs the block if the port says so.
+    /// Marks an input of `block`, and makes the block ready if the port triggers.
     static void notify(InPortInternal& port, Block& block);
 };
 

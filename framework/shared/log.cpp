@@ -6,8 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include "framework/shared/log_mute.hpp"
 #include "framework/shared/log_sink.hpp"
-#include "framework/shared/thread_silence.hpp"
 
 namespace Fenwa {
 namespace {
@@ -15,10 +15,10 @@ namespace {
 struct SinkHolder {
     std::recursive_mutex mutex;  ///< the sink may log, and may be replaced out of its own call
     std::shared_ptr<const LogSink> sink;
-    bool busy = false;  ///< with the mutex held: the sink is being called, on this very thread
+    bool busy = false;  ///< with the mutex held: this thread is in a call of the sink
 };
 
-/// Marks the sink as being called, however the call ends.
+/// Marks the sink as busy until the call ends.
 class Call {
   public:
     explicit Call(bool& busy) : busy_(busy) { busy_ = true; }
@@ -49,7 +49,7 @@ std::string format_text(const char* format, std::va_list arguments) {
 void hand_to_sink(int level, const std::string& message) {
     SinkHolder& holder = Fenwa::holder();
     const std::lock_guard lock(holder.mutex);
-    // A line of the sink's own would come back to it for ever.
+    // A line that the sink logs would call the sink without end.
     if (holder.sink == nullptr || holder.busy) {
         std::fprintf(stderr, "<%d>%s\n", level, message.c_str());
         return;
@@ -70,8 +70,7 @@ void set_log_sink(LogSink sink) {
 }  // namespace Fenwa
 
 void logger(int level, const char* format, ...) {
-    if (Fenwa::ThreadSilence::of_this_thread() != nullptr ||
-        Fenwa::ThreadSilence::is_of_whole_process())
+    if (Fenwa::LogMute::of_this_thread() != nullptr || Fenwa::LogMute::is_process_muted())
         return;
     std::va_list arguments;
     va_start(arguments, format);

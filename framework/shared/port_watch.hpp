@@ -7,9 +7,9 @@
 
 namespace Fenwa {
 
-/// While one is there, it is told of each input and output port that a block adds on its thread, so
-/// that those of a block whose constructor does not come to its end are known too. One at a time on
-/// a thread, and destroyed on it.
+/// Calls its functions with each input and output port that a block adds on its thread while the
+/// watch lives, also for a constructor that does not return. One at a time on a thread, destroyed
+/// on it.
 class FENWA_API PortWatch {
   public:
     explicit PortWatch(std::function<void(const InPortInternal&)> on_input,
@@ -18,7 +18,7 @@ class FENWA_API PortWatch {
     PortWatch& operator=(const PortWatch&) = delete;
     ~PortWatch();
 
-    /// Tells the one of the calling thread, where there is one. @param port may be null.
+    /// Calls the watch of the calling thread, if any. @param port may be null.
     static void added(const InPortInternal* port);
     static void added(const OutPortInternal* port);
 

@@ -13,7 +13,7 @@ void ReadyQueue::make_ready(Block& block) noexcept {
     ReadyQueue* const queue = state.queue.load();
     if (queue == nullptr || state.queued.exchange(true))
         return;
-    // A stack that the host turns round: pushing needs no lock, and nobody pops single entries.
+    // A stack that the host reverses: a push needs no lock, and single entries are not popped.
     Block* newest = queue->newest_.load(std::memory_order_relaxed);
     do {
         state.next = newest;

@@ -9,25 +9,25 @@
 
 namespace Fenwa {
 
-/// The blocks that want to run, in the order in which they became ready. Filled from any thread
-/// without locks, emptied by the host's thread. A block stands in it at most once.
+/// The blocks that are ready to run, in the order in which they became ready. Filled from any
+/// thread without locks, emptied by the host's thread. Holds a block at most once.
 class FENWA_API ReadyQueue {
   public:
-    /// @param wake called by whoever makes the empty queue non-empty, on that thread: it must
-    ///        neither block nor throw.
+    /// @param wake called on the thread that makes the empty queue non-empty; it must neither block
+    ///        nor throw.
     explicit ReadyQueue(std::function<void()> wake);
     ReadyQueue(const ReadyQueue&) = delete;
     ReadyQueue& operator=(const ReadyQueue&) = delete;
 
-    /// Puts a block in, unless it stands in already. A block that no host has taken over yet is
-    /// left alone: its marks stay and are looked at when it is. Any thread.
+    /// Adds a block, unless the queue holds it already. A block that no host has adopted is not
+    /// added: `HostAccess::adopt` reads its marks. Any thread.
     static void make_ready(Block& block) noexcept;
 
-    /// Takes all out, first come first. Host's thread.
+    /// Removes and returns all blocks, the first one first. Host's thread.
     [[nodiscard]] std::vector<Block*> take();
 
-    /// From here on a new fire puts the block in again: called right before its marks are taken
-    /// over for a run, so that nothing fired in between is lost. Host's thread.
+    /// From here on a new fire adds the block again. Called right before a run moves its marks, so
+    /// that no fire is lost. Host's thread.
     static void about_to_run(Block& block) noexcept;
 
   private:

@@ -7,8 +7,8 @@
 
 #include "common/process/child_process.hpp"
 #include "framework/shared/host_access.hpp"
+#include "framework/shared/log_mute.hpp"
 #include "framework/shared/port_watch.hpp"
-#include "framework/shared/thread_silence.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
@@ -47,7 +47,7 @@ class Worker {
   public:
     Worker(const ProbeJob& job, Diagnostics& diagnostics, const common::LineSender& send_line)
         : job_(job), diagnostics_(diagnostics), send_line_(send_line) {
-        Fenwa::ThreadSilence::of_whole_process();
+        Fenwa::LogMute::mute_process();
         diagnostics_.listen([this](const Diagnostics::Entry& entry) {
             send({word::diagnostic, entry.severity == Diagnostics::Severity::error,
                   entry.location.line, entry.location.column, entry.text, entry.help});
@@ -140,7 +140,7 @@ class Worker {
     const ProbeJob& job_;
     Diagnostics& diagnostics_;
     const common::LineSender& send_line_;
-    const Fenwa::ThreadSilence silence_;
+    const Fenwa::LogMute mute_;
     std::size_t errors_not_kept_ = diagnostics_.not_kept(Diagnostics::Severity::error);
     std::size_t warnings_not_kept_ = diagnostics_.not_kept(Diagnostics::Severity::warning);
 };

@@ -3,7 +3,7 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
+#include "fenwa/ports.hpp"
 
 namespace host {
 namespace {
@@ -16,19 +16,11 @@ std::chrono::milliseconds read_interval(const Fenwa::BlockConfiguration& config)
     return std::chrono::milliseconds(interval);
 }
 
-Fenwa::OutPort<Fenwa::datatype_timersource>* add_out(Fenwa::Block& block) {
-    auto port = std::make_unique<Fenwa::OutPort<Fenwa::datatype_timersource>>(
-        "out", Fenwa::datatype_of<Fenwa::datatype_timersource>());
-    auto* const added = port.get();
-    block.add_outport(std::move(port));
-    return added;
-}
-
 }  // namespace
 
 TimerBlock::TimerBlock(std::string name, const Fenwa::BlockConfiguration& config, sd_event* loop)
     : Fenwa::Block(std::move(name), config),
-      out_(add_out(*this)),
+      out_(Fenwa::add_outport<Fenwa::datatype_timersource>(*this, "out")),
       tick_(make_eventport("tick")),
       loop_(loop),
       interval_(read_interval(config)) {}
@@ -38,8 +30,8 @@ void TimerBlock::start() {
 }
 
 void TimerBlock::begin() {
-    // Accuracy 0 stands for a quarter of a second in sd-event, hence 1.
-    common::check(sd_event_add_time_relative(loop_, common::out(timer_), CLOCK_MONOTONIC,
+    // For sd-event, accuracy 0 means a quarter of a second.
+    common::check(sd_event_add_time_relative(loop_, timer_.out(), CLOCK_MONOTONIC,
                                              static_cast<std::uint64_t>(interval_.count()), 1,
                                              common::callback<&TimerBlock::on_time>, this),
                   "cannot start a timer");
@@ -68,7 +60,7 @@ int TimerBlock::on_time(sd_event_source& source, std::uint64_t due) noexcept {
     const auto interval = static_cast<std::uint64_t>(interval_.count());
     std::uint64_t now = due;
     sd_event_now(loop_, CLOCK_MONOTONIC, &now);
-    // Counted from when it was due, so that the period does not drift.
+    // Counted from the due time, so that the period does not drift.
     const std::uint64_t periods = 1 + (now > due ? (now - due) / interval : 0);
     ++ticks_;
     tick_->fire();

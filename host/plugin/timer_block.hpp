@@ -12,18 +12,18 @@ namespace host {
 
 /// The host's own block type "Timer": output "out" of the timer-source datatype, one value each
 /// "interval" milliseconds (integer, 1 or more; required), the first one interval after `start`.
-/// Ticks that the host was too busy for are left out, so that they do not come in a bunch.
+/// Drops the ticks that a busy host has missed.
 class TimerBlock final : public Fenwa::Block {
   public:
-    /// @param loop drives the timer and outlives the block; null in a dry construction.
+    /// @param loop drives the timer and outlives the block; null in a probe.
     /// @throws Fenwa::ConfigurationError when the interval is missing or wrong.
     TimerBlock(std::string name, const Fenwa::BlockConfiguration& config, sd_event* loop);
 
-    /// @throws std::system_error when the loop takes no timer.
+    /// @throws std::system_error when the loop cannot add a timer.
     void start() override;
     void stop() override;
     bool run() override;
-    /// Takes a new interval from `after`; a different one begins anew.
+    /// Takes the interval from `after`; a changed one restarts the timer.
     /// @throws Fenwa::ConfigurationError when it is missing or wrong.
     void reconfigure(const Fenwa::BlockConfiguration& before,
                      const Fenwa::BlockConfiguration& after) override;

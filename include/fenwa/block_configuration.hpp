@@ -19,10 +19,9 @@ class ConfigurationAccess;
 /// A required key is missing, or a key holds a value of another type than the one asked for.
 class FENWA_API ConfigurationError : public std::runtime_error {
   public:
-    /// @param wanted what the block takes: "int", "bool", "float", "double" or "string", with a
-    /// range
-    ///        behind it where the type alone is not it ("int of 1 or more").
-    /// @param found what stands there instead, such as "a string"; empty where the key is missing.
+    /// @param wanted the accepted type: "int", "bool", "float", "double" or "string", with a range
+    ///        after it if there is one ("int of 1 or more").
+    /// @param found the value of the key, such as "a string"; empty if the key is missing.
     ConfigurationError(std::string key, std::string wanted, std::string found);
     ~ConfigurationError() override;
 
@@ -41,13 +40,13 @@ class FENWA_API ConfigurationError : public std::runtime_error {
 /// safe on any thread.
 class FENWA_API BlockConfiguration {
   public:
-    /// What a key can hold. Integers are 64 bits wide, as in the graph file.
+    /// Value of a key. Integers are 64 bits wide, as in the graph file.
     using Value = std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>>;
 
-    /// One key with its value, as it stands in an initialiser list.
+    /// One key with its value, as an initialiser list has it.
     class FENWA_API KeyValue {
       public:
-        /// Lets a key be written as a literal without becoming a value by accident.
+        /// Accepts a literal as a key, and keeps it from becoming a value by accident.
         class StringWrapper {
           public:
             StringWrapper(const char* text) : text_(text) {}             // NOLINT: implicit
@@ -79,13 +78,13 @@ class FENWA_API BlockConfiguration {
     };
 
     BlockConfiguration();
-    /// Where a key stands twice, the last one counts, in the place of the first.
+    /// The last of equal keys counts, in the place of the first.
     BlockConfiguration(std::initializer_list<KeyValue> entries);  // NOLINT: implicit
     explicit BlockConfiguration(const std::vector<KeyValue>& entries);
 
-    /// Strict getters. An integer serves where a float or a double is asked for, and a list of one
-    /// string where a string is; nothing else is converted, and an integer that does not fit into
-    /// an int is a wrong value. getFloat rounds to the nearest float.
+    /// Strict getters. An integer is also a float and a double, and a list of one string is also a
+    /// string; nothing else is converted, and an integer that does not fit into an int is a wrong
+    /// value. getFloat rounds to the nearest float.
     /// @throws ConfigurationError when the key is missing or of another type.
     [[nodiscard]] int getInt(const std::string& key) const;
     [[nodiscard]] bool getBool(const std::string& key) const;
@@ -93,16 +92,15 @@ class FENWA_API BlockConfiguration {
     [[nodiscard]] double getDouble(const std::string& key) const;
     [[nodiscard]] std::string getString(const std::string& key) const;
 
-    /// The same with a value for when the key is missing.
-    /// @throws ConfigurationError when the key is there and of another type.
+    /// The same with a value for a missing key.
+    /// @throws ConfigurationError when the key has a value of another type.
     [[nodiscard]] int getInt(const std::string& key, int fallback) const;
     [[nodiscard]] bool getBool(const std::string& key, bool fallback) const;
     [[nodiscard]] float getFloat(const std::string& key, float fallback) const;
     [[nodiscard]] double getDouble(const std::string& key, double fallback) const;
     [[nodiscard]] std::string getString(const std::string& key, const std::string& fallback) const;
 
-    /// All settings of both; where a key is in both, the right side wins, so that
-    /// `defaults + given` lays a table of defaults under what is given.
+    /// All settings of both. The right side wins where both have a key: `defaults + given`.
     FENWA_API friend BlockConfiguration operator+(const BlockConfiguration& left,
                                                   const BlockConfiguration& right);
 
@@ -116,7 +114,7 @@ class FENWA_API BlockConfiguration {
     T get(const std::string& key, const T* fallback) const;
     [[nodiscard]] const Storage& storage() const;
 
-    std::shared_ptr<const Storage> storage_;  ///< null once it has been moved from, which is empty
+    std::shared_ptr<const Storage> storage_;  ///< null, which is empty, after a move
 };
 
 }  // namespace Fenwa

@@ -25,7 +25,7 @@ class Datatype {
     std::string path_;
 };
 
-/// Value of a timer source: what a timer hands on at each tick.
+/// Value that a timer publishes at each tick.
 struct datatype_timersource {
     std::uint64_t ticks = 0;             ///< ticks since the timer was started, the first is 1
     std::chrono::milliseconds period{};  ///< time from one tick to the next

@@ -11,7 +11,7 @@
 
 namespace Fenwa {
 
-/// What a debug-data entry can hold; the order of the alternatives is ABI.
+/// Value of a debug-data entry; the order of the alternatives is ABI.
 using DebugValue = std::variant<std::string, std::int32_t, float, double, bool>;
 
 /// Keeps a block listed in the debug-data store while it lives. Moves, does not copy.
@@ -23,7 +23,7 @@ class FENWA_API RegisteredBlock {
         std::swap(ticket_, other.ticket_);
         return *this;
     }
-    /// Takes the block off the list.
+    /// Removes the block from the list.
     ~RegisteredBlock();
 
   private:
@@ -35,12 +35,12 @@ class FENWA_API RegisteredBlock {
 /// The order of the virtual operations is ABI: 0 `register_block`; 1 `get_value`; 2 `set_value`.
 class FENWA_API DebugDataStore {
   public:
-    /// Lists a block with its configuration, as long as the result lives.
+    /// Lists a block with its configuration as long as the result lives.
     virtual RegisteredBlock register_block(const Block& block, const BlockConfiguration& config,
                                            const BlockConfiguration& extra) = 0;
-    /// The value last set under the key, or nothing.
+    /// Returns the last value of the key; nothing if there is none.
     [[nodiscard]] virtual std::optional<DebugValue> get_value(const std::string& key) const = 0;
-    /// Sets the value of a key, which is made where there is none.
+    /// Sets the value of a key, and adds a new key.
     virtual void set_value(std::string key, DebugValue value) = 0;
 
   protected:

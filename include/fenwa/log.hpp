@@ -5,16 +5,17 @@
 
 #include "fenwa/api.hpp"
 
-/// Hands one log line to the framework. @param level 1 error, 2 warning, 4 information.
-/// @param format printf's, with its arguments behind it. Any thread.
+/// Passes one log line to the framework. Any thread.
+/// @param level 1 error, 2 warning, 4 information.
+/// @param format as for printf, followed by its arguments.
 extern "C" FENWA_API void logger(int level, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
 namespace Fenwa {
 
-/// One log line: collects what is streamed into it and hands it to `logger` when it is destroyed,
-/// as it is, without a block's name and without a line end. A null C string is not written and
-/// marks the stream as failed, so that nothing behind it is written either.
+/// One log line: collects the streamed text and passes it to `logger` in the destructor, without a
+/// block's name and a line end. A null C string ends the line: neither it nor the text after it is
+/// written.
 class ilog : private std::ostringstream {
   public:
     /// @param level 1 error, 2 warning, 4 information.
@@ -29,7 +30,7 @@ class ilog : private std::ostringstream {
         return *this;
     }
 
-    /// For manipulators such as std::endl, which are templates of their own.
+    /// For manipulators such as std::endl, which are templates.
     ilog& operator<<(std::ostream& (*manipulator)(std::ostream&)) {
         static_cast<std::ostringstream&>(*this) << manipulator;
         return *this;

@@ -15,9 +15,9 @@ class HostAccess;
 
 /// Base of all ports. A port belongs to one block, which owns it after adding it.
 ///
-/// Inputs and events are triggered in two stages: what arrives sets a pending mark on any thread,
-/// and only before a run does the host move it to the triggered mark, which stands still while the
-/// block looks at it. On an output the triggered mark says "carries a value not yet delivered".
+/// Inputs and events are triggered in two stages: a value or event sets the pending mark on any
+/// thread, and before a run the host moves it to the triggered mark, which does not change during
+/// the run. On an output the triggered mark means "has a value that is not delivered yet".
 ///
 /// The order of the virtual operations is ABI: 0, 1 destructor; 2 `is_triggered`; 3 `reset`.
 class FENWA_API Port {
@@ -29,8 +29,8 @@ class FENWA_API Port {
     /// Whether a new value or event has arrived since the last `reset`. Thread of `run()` only.
     [[nodiscard]] virtual bool is_triggered() const;
 
-    /// With `true` takes the triggered mark away: the value or event has been dealt with. With
-    /// `false` leaves it. What is pending for the next run stays either way. Thread of `run()`.
+    /// Removes the triggered mark if the value or event has been dealt with. The pending mark for
+    /// the next run stays either way. Thread of `run()`.
     virtual void reset(bool dealt_with);
 
     /// Name of the port within its block.
@@ -54,8 +54,7 @@ class FENWA_API Port {
 /// Base of all input ports.
 class FENWA_API InPortInternal : public Port {
   public:
-    /// @param triggers whether a new value makes the framework run the block; ports that are only
-    ///        looked at in passing give false.
+    /// @param triggers whether a new value makes the framework run the block.
     InPortInternal(std::string name, Datatype datatype, bool triggers);
     ~InPortInternal() override;
 
@@ -63,8 +62,7 @@ class FENWA_API InPortInternal : public Port {
     [[nodiscard]] bool triggers() const noexcept { return triggers_; }
 
   protected:
-    /// The value that the port reads, in place where its producer keeps it; null while the host
-    /// has not given one.
+    /// The producer's value, which the port reads in place; null while nothing is connected.
     [[nodiscard]] const void* source() const noexcept { return source_; }
 
   private:
@@ -75,11 +73,11 @@ class FENWA_API InPortInternal : public Port {
     const void* source_ = nullptr;
 };
 
-/// What `Block::add_inport` takes ownership of: something that brings an input port with it.
+/// Owner of an input port, for `Block::add_inport`.
 class FENWA_API InPortProvider {
   public:
     virtual ~InPortProvider();
-    /// The port, owned by the provider and alive as long as it.
+    /// The port, owned by the provider.
     virtual InPortInternal* get_port() = 0;
 };
 
@@ -94,8 +92,8 @@ class InPort : public InPortInternal, public InPortProvider {
 
     InPortInternal* get_port() override { return this; }
 
-    /// The connected output's value, read in place: valid until that block runs again. A port
-    /// that nothing is connected to reads a T{}. Thread of `run()` only.
+    /// The connected output's value, read in place: valid until that block runs again. A T{} if
+    /// nothing is connected. Thread of `run()` only.
     [[nodiscard]] const T& value() const {
         static const T unconnected{};
         return source() == nullptr ? unconnected : *static_cast<const T*>(source());
@@ -111,7 +109,7 @@ class FENWA_API OutPortInternal : public Port {
     [[nodiscard]] const Datatype& datatype() const noexcept { return datatype_; }
 
   protected:
-    /// Tells the base where the value stands, for the inputs that read it in place.
+    /// Sets the address of the value, for the inputs that read it in place.
     void set_value_address(const void* value) noexcept { value_ = value; }
 
   private:
@@ -121,7 +119,7 @@ class FENWA_API OutPortInternal : public Port {
     const void* value_ = nullptr;
 };
 
-/// Typed output port. Its value stands directly behind `OutPortInternal`.
+/// Typed output port. Its value is the first member after `OutPortInternal`.
 ///
 /// Virtual operations, ABI: 0, 1 destructor; 2 `is_triggered`; 3 `reset`.
 template <class T>
@@ -132,12 +130,11 @@ class OutPort : public OutPortInternal {
         set_value_address(&value);
     }
 
-    /// Publishes: assigns in place and marks the port as carrying a new value, which the host
-    /// picks up after the call into the block, also where the value is the same as before.
-    /// Only inside an operation that the framework calls: constructor, `setup`, `start`, `run`,
-    /// `reconfigure`, `stop`. Never in an sd-bus callback, which stores what it learns and fires an
-    /// event port: after a callback nobody looks for values, so this one waits for the next call,
-    /// and a further one replaces it.
+    /// Assigns the value and marks the port. The host delivers it after the call into the block,
+    /// also if it is equal to the last one. Only in an operation that the framework calls:
+    /// constructor, `setup`, `start`, `run`, `reconfigure`, `stop`. A callback of sd-bus stores its
+    /// news and fires an event port instead: a value that it publishes waits for the next such
+    /// operation.
     void publish(const T& new_value) {
         value = new_value;
         set_triggered();

@@ -10,17 +10,17 @@
 
 namespace Fenwa {
 
-/// Makes a block of one type from its instance name, its configuration and its tools. What the
-/// block's constructor throws leaves the factory.
+/// Makes a block of one type from its instance name, its configuration and its tools. Throws what
+/// the block's constructor throws.
 using BlockFactory = std::function<std::unique_ptr<Block>(
     std::string name, const BlockConfiguration& config, const InitTools& tools)>;
 
-/// Where a plug-in registers its block types, from within `lib_register_cpp`.
+/// Registry of the block types of plug-ins, for `lib_register_cpp`.
 ///
 /// ABI: `register_factory` is virtual operation 0.
 class FENWA_API IRegistry {
   public:
-    /// Stores the factory under the type's name. @throws std::exception when it cannot.
+    /// Stores the factory under the type's name. @throws std::exception when the name is taken.
     virtual void register_factory(const std::string& type_name, const BlockFactory& factory) = 0;
 
     /// Registers the block class T, built from (name, config, tools) or else from (name, config).
@@ -43,7 +43,7 @@ class FENWA_API IRegistry {
 
   protected:
     IRegistry() = default;
-    // The registry belongs to the framework: nobody deletes it through this interface.
+    // The framework owns the registry: it is not deleted through this interface.
     ~IRegistry() = default;
 };
 

@@ -7,7 +7,7 @@
 
 namespace Fenwa {
 
-/// A blocking D-Bus call failed: it could not be sent, timed out or was answered with an error.
+/// Failure of a blocking D-Bus call: it could not be sent, timed out or got an error reply.
 ///
 /// Virtual operations, ABI: 0, 1 destructor; 2 `what`.
 class FENWA_API SDBusError : public std::exception {

@@ -6,9 +6,8 @@
 
 namespace Fenwa {
 
-/// Access to the one bus connection that the framework owns and dispatches. Outlives every block.
-/// Its operations are called on the thread of the blocks' `run()`; the two calls block it, for the
-/// call time-out of the connection at most.
+/// Access to the bus connection, which the framework owns and dispatches. Outlives every block.
+/// Thread of `run()`; the two calls block it for at most the call time-out of the connection.
 ///
 /// The order of the virtual operations is ABI: 0, 1 destructor; 2 `call_method`;
 /// 3 `get_property`; 4 `get_bus`.
@@ -36,12 +35,12 @@ class FENWA_API SDBusTools {
     virtual void get_property(const char* destination, const char* path, const char* interface,
                               const char* member, sd_bus_message** reply, const char* type) = 0;
 
-    /// The connection, owned by the framework: never ref, unref or process it. Null in a dry
-    /// construction, where blocks are built without a bus to be looked at.
+    /// The connection, owned by the framework: never ref, unref or process it. Null in a probe,
+    /// which builds blocks without a bus.
     virtual sd_bus* get_bus() = 0;
 };
 
-/// What the framework hands to a block. Belongs to the framework and outlives every block.
+/// Tools of a block, owned by the framework. Outlive every block.
 struct FENWA_API InitTools {
     explicit InitTools(SDBusTools* tools);
 

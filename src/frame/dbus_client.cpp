@@ -56,7 +56,7 @@ void DBusClient::wake() noexcept {
 }
 
 sd_bus* DBusClient::bus() const {
-    return bus_of(*this);
+    return Fenwa::bus_of(*this);
 }
 
 void DBusClient::add_match() {
@@ -66,8 +66,7 @@ void DBusClient::add_match() {
 }
 
 void DBusClient::query_owner() {
-    // An earlier question has been answered, or there would be no second one.
-    call_slot.reset();
+    // An earlier question has been answered, so its slot may go.
     query_owner_async<&DBusClient::on_owner_answer>(bus(), call_slot, service_name, *this);
     state = OwnerState::QueryingOwner;
 }
@@ -85,8 +84,7 @@ int DBusClient::on_match_installed(sd_bus_message* reply, sd_bus_error* /*error*
 int DBusClient::on_owner_answer(sd_bus_message* reply, sd_bus_error* /*error*/) {
     const OwnerAnswer answer = read_owner_answer(reply);
     state = state_after<OwnerState>(answer);
-    // Without a wake-up after an unreadable one: the next run that happens for another reason asks
-    // again.
+    // No wake-up after an unreadable answer: the next run for another reason asks again.
     if (answer.kind != OwnerAnswer::Kind::unreadable)
         event_port->fire();
     return answer.result;
@@ -97,7 +95,7 @@ int DBusClient::on_owner_changed(sd_bus_message* signal, sd_bus_error* /*error*/
     if (const int r = take_owner_change(signal, change); r < 0)
         return r;
     if (change.is_of(service_name)) {
-        // Whatever the state is, also when stopped.
+        // In every state, also when stopped.
         state = state_after<OwnerState>(change);
         event_port->fire();
     } else {

@@ -5,30 +5,30 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "fenwa/slot.hpp"
 #include "src/frame/owner_match.hpp"
-#include "src/frame/slot.hpp"
 
 namespace blocks {
 
-/// Where a DBusClient stands in following its service's bus name.
+/// State of a DBusClient in following its service's bus name.
 enum class OwnerState : int {
     Idle = 0,           ///< nothing requested yet; the next run adds the match
     AddingMatch = 1,    ///< the match is being installed, or could not be sent
     MatchAdded = 2,     ///< the match is installed; the next run asks for the owner
     QueryingOwner = 3,  ///< the owner has been asked for, or the call could not be sent
     NoOwner = 4,        ///< the name has no owner; runs do nothing
-    OwnerAppeared = 5,  ///< the name has an owner that the derived block has not been told of
-    Running = 6,        ///< the derived block has been told; each run calls its work operation
+    OwnerAppeared = 5,  ///< the name has an owner; the derived block has not been called for it
+    Running = 6,        ///< the derived block has been called; each run calls its work operation
     Stopped = 7,        ///< `stop()` has been called
 };
 
 /// Base of a block that depends on one D-Bus service: follows whether the service's well-known name
-/// has an owner, tells the derived block once whenever it gets one, and from then on calls its work
+/// has an owner, calls the derived block once for each new owner, and from then on calls its work
 /// operation on every run until the owner goes away.
 ///
-/// A match or call that cannot even be sent stalls the block for good; a refused one is tried
-/// again. Every owner change on the bus wakes a running client, so derived blocks must tolerate
-/// runs with nothing to do.
+/// A match or call that cannot be sent stalls the block for good; a refused one is tried again.
+/// Every owner change on the bus wakes a running client, so derived blocks must tolerate runs
+/// without work.
 ///
 /// The state is a plain int, written by the callbacks and read by `run()`: the host dispatches both
 /// on one thread, or accepts a run that sees the state a moment late.
@@ -51,7 +51,7 @@ class DBusClient : public Fenwa::Block {
     virtual void run_with_service() = 0;  // 20
 
   protected:
-    /// Has the framework run the block again, unless it is stopped. Any thread.
+    /// Makes the framework run the block again, unless it is stopped. Any thread.
     void wake() noexcept;
 
     /// The framework's connection.
@@ -66,11 +66,11 @@ class DBusClient : public Fenwa::Block {
     int on_owner_answer(sd_bus_message* reply, sd_bus_error* error);
     int on_owner_changed(sd_bus_message* signal, sd_bus_error* error);
 
-    // The order of these members is fixed; what is added goes behind them.
+    // The order of these members is fixed; new ones go after them.
     Fenwa::EventPort* event_port;
     std::string service_name;
-    Slot match_slot;
-    Slot call_slot;
+    Fenwa::Slot match_slot;
+    Fenwa::Slot call_slot;
     OwnerState state;
 
     OwnerMatch owner_match;  ///< what `match_slot` is for

@@ -9,13 +9,13 @@ namespace blocks {
 /// Levels of a log line, as the framework's `logger` takes them.
 enum class Level : int { error = 1, warning = 2, information = 4 };
 
-// Every failure of the bus becomes one log line: a fixed prefix and a detail. Where the detail is a
-// null C string the line ends with the prefix.
+// Every failure of the bus becomes one log line: a fixed prefix and a detail. A detail that is a
+// null C string leaves the prefix alone.
 
 /// A function of sd-bus returned the negative `r`: the detail is strerror(-r).
 void log_errno(Level level, const char* prefix, int r);
 
-/// A reply or signal is a D-Bus error: the detail is the first string of its body, "unknown" where
+/// A reply or signal is a D-Bus error: the detail is the first string of its body, or "unknown" if
 /// that cannot be read. Level error.
 /// @returns the result of reading that string.
 int log_error_message(const char* prefix, sd_bus_message* message);
@@ -34,10 +34,10 @@ struct BodyTexts {
     const char* parse_prefix;  ///< for a body that cannot be read, always a warning
 };
 
-/// Reads the body of a reply or signal with `sd_bus_message_read`, logging what goes wrong.
+/// Reads the body of a reply or signal with `sd_bus_message_read`, and logs a failure.
 ///
-/// sd-bus hands the error argument in empty, so an error reply is not recognised by it and ends in
-/// the failing read.
+/// sd-bus passes an empty error argument, so an error reply is not recognised by it and ends in the
+/// failing read.
 /// @returns the negative errno of a set error argument, or the result of the read.
 template <class... Targets>
 int read_body(sd_bus_message* message, const sd_bus_error* error, const BodyTexts& texts,

@@ -6,8 +6,8 @@
 namespace blocks {
 namespace {
 
-// Neither allocates nor needs a constructor or destructor at run time. sd-bus is called under the
-// lock only where a callback runs, never where a run may wait for the connection.
+// No allocation, no constructor or destructor at run time. sd-bus is called under the lock only in
+// a callback, never where a run may wait for the connection.
 constinit std::mutex mutex;
 constinit OwnerMatch* first = nullptr;
 
@@ -23,7 +23,7 @@ OwnerMatch::~OwnerMatch() {
     }
 }
 
-void OwnerMatch::move_to(State state, sd_bus* bus, Slot* superseded) noexcept {
+void OwnerMatch::move_to(State state, sd_bus* bus, Fenwa::Slot* superseded) noexcept {
     const std::lock_guard lock(mutex);
     if (superseded != nullptr)
         kept_.keep(*superseded);
@@ -45,8 +45,8 @@ void OwnerMatch::answered(bool installed) noexcept {
     move_to(installed ? State::installed : State::refused, bus_);
 }
 
-void OwnerMatch::discard(Slot& slot) {
-    // A request that follows is sent after the removal, which then takes nothing away from it.
+void OwnerMatch::discard(Fenwa::Slot& slot) {
+    // A later request is sent after the removal, so the removal does not affect it.
     const std::lock_guard lock(mutex);
     kept_.keep(slot);
     for (const OwnerMatch* match = first; match != nullptr; match = match->next_) {

@@ -6,9 +6,8 @@
 
 namespace blocks {
 
-/// The settings that a block hands to the framework to make its verdict known: the verdict itself,
-/// and a boolean input that the framework is to terminate on the block's behalf, with the verdict
-/// as its default.
+/// The settings in which a block publishes its verdict: the verdict, and a boolean input that the
+/// framework terminates on the block's behalf, with the verdict as its default.
 /// @param verdict_key key of the verdict, such as "power_ok".
 /// @param input name of the terminated input.
 [[nodiscard]] Fenwa::BlockConfiguration verdict_settings(const std::string& verdict_key,

@@ -93,6 +93,29 @@ TEST_F(Install, LibraryPathsHaveNoEntryThatIsEmptyOrRelative) {
     EXPECT_EQ(looked_at, 5U);
 }
 
+TEST_F(Install, BringsHeadersThatABlockIsWrittenAgainst) {
+    const TemporaryFolder folder;
+    const std::string source = folder.write("block.cpp", R"(#include <fenwa/fenwa.hpp>
+struct Plain : Fenwa::Block {
+    using Fenwa::Block::Block;
+    Fenwa::InPort<int>* in = Fenwa::add_inport<int>(*this, "in");
+    Fenwa::Slot slot;
+};
+int lib_register_cpp(Fenwa::IRegistry* registry) {
+    registry->register_block<Plain>("Plain");
+    return 0;
+})");
+    const Ended built =
+        run_program({"g++", "-std=c++20", "-fPIC", "-shared", "-I", (prefix() / "include").string(),
+                     "-o", (folder.path() / "libplain.so").string(), source});
+    ASSERT_EQ(built.code, 0) << built.err;
+    const std::string graph =
+        folder.write("graph.toml", "plugins = [\"libplain.so\"]\n[blocks.p]\ntype = \"Plain\"\n");
+    const Ended ended = run_program({(prefix() / "bin/fenwa").string(), "check", "--plugin-dir",
+                                     folder.path().string(), graph});
+    EXPECT_EQ(ended.code, 0) << ended.err;
+}
+
 TEST_F(Install, WorksWhereverItIsPut) {
     const TemporaryFolder elsewhere;
     fs::rename(prefix() / "bin", elsewhere.path() / "bin");

@@ -7,22 +7,27 @@
 namespace probe {
 namespace {
 
-int echo(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
-    const char* text = nullptr;
-    const int r = sd_bus_message_read(call, "s", &text);
-    if (r < 0)
-        return r;
-    const auto& block = *static_cast<const Fenwa::Block*>(userdata);
+constexpr const char* echo_interface = "com.example.Echo1";
+
+/// The interface's only method, which is called with a text.
+template <auto OnEcho>
+constexpr sd_bus_vtable echo_table[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Echo", "s", "s", Fenwa::Callback<OnEcho>::call, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+int answer_echo(const Fenwa::Block& block, sd_bus_message* call, std::string_view text) {
     say(block, "was called");
-    const std::string answer = block.get_name() + " heard " + text;
+    const std::string answer = block.get_name() + " heard " + std::string(text);
     return sd_bus_reply_method_return(call, "s", answer.c_str());
 }
 
-constexpr sd_bus_vtable echo_table[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Echo", "s", "s", echo, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END,
-};
+std::string_view text_of(sd_bus_message* call) {
+    const char* text = "";
+    sd_bus_message_read(call, "s", &text);
+    return text;
+}
 
 /// Exports "com.example.Echo1" at its key "path", "times" times, in its "phase" ("constructor",
 /// "setup", "start" or "run").
@@ -57,8 +62,9 @@ class Exporter : public Fenwa::Block {
   private:
     void enter(const std::string& phase) {
         for (int i = 0; phase == phase_ && i < times_; ++i)
-            add_dbus(path_, "com.example.Echo1", echo_table, this);
+            add_dbus(path_, echo_interface, echo_table<&Exporter::on_echo>, this);
     }
+    int on_echo(sd_bus_message* call) { return answer_echo(*this, call, text_of(call)); }
 
     std::string path_;
     std::string phase_;
@@ -106,8 +112,7 @@ class Caller : public Fenwa::Block {
           tells_(config.getBool("tells", true)),
           go_(*make_eventport("go")) {
         if (config.getBool("early", false))
-            tools_.call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                               "org.freedesktop.DBus", "GetId", nullptr, nullptr);
+            ask_the_daemon(tools);
     }
 
     void start() override {
@@ -146,9 +151,9 @@ class Hasty : public Fenwa::Block {
   public:
     Hasty(std::string name, const Fenwa::BlockConfiguration& config)
         : Fenwa::Block(std::move(name), config),
-          heard_(add_output<int>(*this, "heard")),
+          heard_(*Fenwa::add_outport<int>(*this, "heard")),
           go_(*make_eventport("go")) {
-        add_dbus(config.getString("path"), "com.example.Echo1", table, this);
+        add_dbus(config.getString("path"), echo_interface, echo_table<&Hasty::on_echo>, this);
     }
 
     bool run() override {
@@ -157,21 +162,13 @@ class Hasty : public Fenwa::Block {
     }
 
   private:
-    static int on_call(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-        auto& block = *static_cast<Hasty*>(userdata);
-        block.heard_.publish(++block.calls_);
-        const char* text = nullptr;
-        if (sd_bus_message_read(call, "s", &text) > 0 && std::string_view(text) == "run")
-            block.go_.fire();
-        sd_bus_message_rewind(call, 1);
-        return echo(call, userdata, error);
+    int on_echo(sd_bus_message* call) {
+        heard_.publish(++calls_);
+        const std::string_view text = text_of(call);
+        if (text == "run")
+            go_.fire();
+        return answer_echo(*this, call, text);
     }
-
-    static constexpr sd_bus_vtable table[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("Echo", "s", "s", on_call, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END,
-    };
 
     Fenwa::OutPort<int>& heard_;
     Fenwa::EventPort& go_;

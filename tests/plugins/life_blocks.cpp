@@ -26,7 +26,7 @@ class Probe : public Fenwa::Block {
           has_late_port_(config.getBool("late_port", false)),
           event_(*make_eventport("event")) {
         enter("constructor");
-        publishes_in_stop_ = &add_output<int>(*this, "stopped");
+        publishes_in_stop_ = Fenwa::add_outport<int>(*this, "stopped");
     }
 
     ~Probe() override { say(*this, "destructor"); }
@@ -34,7 +34,7 @@ class Probe : public Fenwa::Block {
     Fenwa::BlockConfiguration setup(const Fenwa::BlockConfiguration& /*config*/) override {
         enter("setup");
         if (has_late_port_)
-            add_output<double>(*this, "late").publish(1.5);
+            Fenwa::add_outport<double>(*this, "late")->publish(1.5);
         if (!has_settings_)
             return {};
         return {{"truth", true},   {"count", 3},         {"ratio", 0.5},

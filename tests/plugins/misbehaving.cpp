@@ -7,7 +7,7 @@
 
 #include "tests/plugins/probe.hpp"
 
-// Block types for those who look at types that they do not know.
+// Block types for a host that looks at types that it does not know.
 
 namespace probe {
 namespace {
@@ -20,20 +20,70 @@ using Fenwa::BlockConfiguration;
         pause();
 }
 
-/// Asks for two keys and aborts in its constructor.
-struct Aborting : Block {
-    Aborting(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
+/// A block type whose construction ends with `body`.
+template <class Body>
+void register_built_by(Fenwa::IRegistry& registry, const std::string& type, Body body) {
+    registry.register_factory(type, [body](std::string name, const BlockConfiguration& config,
+                                           const Fenwa::InitTools& /*tools*/) {
+        auto block = std::make_unique<Block>(std::move(name), config);
+        body(*block, config);
+        return block;
+    });
+}
+
+void register_bad_constructors(Fenwa::IRegistry& registry) {
+    register_built_by(registry, "Aborting", [](Block&, const BlockConfiguration& config) {
         static_cast<void>(config.getInt("before"));
         static_cast<void>(config.getString("and", "after"));
         std::abort();
-    }
-};
+    });
+    register_built_by(registry, "Hanging", [](Block&, const BlockConfiguration& config) {
+        static_cast<void>(config.getBool("patient", true));
+        wait_for_ever();
+    });
+    register_built_by(registry, "Exiting",
+                      [](Block&, const BlockConfiguration&) { std::_Exit(3); });
+    // Takes a word only from a list that no error names before.
+    register_built_by(registry, "Choosy", [](Block&, const BlockConfiguration& config) {
+        const std::string mode = config.getString("mode");
+        if (mode != "fast" && mode != "slow")
+            throw Fenwa::ConfigurationError("mode", "string \"fast\" or \"slow\"",
+                                            "the string \"" + mode + "\"");
+        static_cast<void>(config.getInt("never_asked_for"));
+    });
+    // Ends its process at a zero.
+    register_built_by(registry, "ZeroShy", [](Block& block, const BlockConfiguration& config) {
+        if (config.getInt("count") == 0)
+            std::abort();
+        if (config.getString("path").empty())
+            throw std::runtime_error("no path");
+        static_cast<void>(config.getFloat("ratio", 0.1F));
+        block.add_dbus("/com/example/" + config.getString("path"), "com.example.Shy1", nullptr,
+                       nullptr);
+    });
+    // Every boolean leads to another.
+    register_built_by(registry, "Endless", [](Block&, const BlockConfiguration& config) {
+        std::string key = "more";
+        while (config.getBool(key, false))
+            key += "e";
+    });
+    register_built_by(registry, "Fragile", [](Block&, const BlockConfiguration& config) {
+        if (config.getBool("handle_with_care", false))
+            std::abort();
+    });
+    register_built_by(registry, "Talkative", [](Block&, const BlockConfiguration&) {
+        for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
+            static_cast<void>(!write(stream, "noise\n", 6));
+        logger(1, "noise");
+        Fenwa::debug_data().set_value("noise", true);
+    });
+}
 
-/// Has a port, and does what a wild pointer does in its setup.
+/// Has a port, and crashes in its setup.
 struct Segfaulting : Block {
     Segfaulting(std::string name, const BlockConfiguration& config)
         : Block(std::move(name), config) {
-        add_output<int>(*this, "out");
+        Fenwa::add_outport<int>(*this, "out");
     }
     BlockConfiguration setup(const BlockConfiguration& config) override {
         static_cast<void>(config.getDouble("in_setup", 0.1));
@@ -42,33 +92,9 @@ struct Segfaulting : Block {
     }
 };
 
-struct Hanging : Block {
-    Hanging(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        static_cast<void>(config.getBool("patient", true));
-        wait_for_ever();
-    }
-};
-
 struct HangingInSetup : Block {
     using Block::Block;
     BlockConfiguration setup(const BlockConfiguration& /*config*/) override { wait_for_ever(); }
-};
-
-struct Exiting : Block {
-    Exiting(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        std::_Exit(3);
-    }
-};
-
-/// Takes its word only from a list that nobody can guess.
-struct Choosy : Block {
-    Choosy(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        const std::string mode = config.getString("mode");
-        if (mode != "fast" && mode != "slow")
-            throw Fenwa::ConfigurationError("mode", "string \"fast\" or \"slow\"",
-                                            "the string \"" + mode + "\"");
-        static_cast<void>(config.getInt("never_asked_for"));
-    }
 };
 
 /// Appends a line to the file FENWA_CONSTRUCTIONS in its constructor.
@@ -81,7 +107,7 @@ struct Counted : Block {
     }
 };
 
-/// The same, and takes no value for a required key.
+/// The same, and refuses every value of a required key.
 struct CountedAndChoosy : Counted {
     CountedAndChoosy(std::string name, const BlockConfiguration& config)
         : Counted(std::move(name), config) {
@@ -89,30 +115,16 @@ struct CountedAndChoosy : Counted {
     }
 };
 
-/// Has misgivings about zero that cost its host its life.
-struct ZeroShy : Block {
-    ZeroShy(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        if (config.getInt("count") == 0)
-            std::abort();
-        if (config.getString("path").empty())
-            throw std::runtime_error("no path");
-        static_cast<void>(config.getFloat("ratio", 0.1F));
-        add_dbus("/com/example/" + config.getString("path"), "com.example.Shy1", nullptr, nullptr);
-    }
-};
-
-/// Keys and ports that depend on keys, two deep, and keys that only a reconfigure asks for. Lays
-/// defaults of its own under what it is given.
+/// Keys and ports that depend on keys, two deep, and keys that only a reconfigure asks for. Merges
+/// its settings over defaults of its own.
 struct Conditional : Block {
     Conditional(std::string name, const BlockConfiguration& config)
-        : Block(std::move(name),
-                BlockConfiguration{{"advanced", false}, {"mode.gain", 0.5}} + config) {
-        const BlockConfiguration all =
-            BlockConfiguration{{"advanced", false}, {"mode.gain", 0.5}} + config;
+        : Block(std::move(name), merged(config)) {
+        const BlockConfiguration all = merged(config);
         if (!all.getBool("advanced"))
             return;
         static_cast<void>(all.getDouble("mode.gain"));
-        add_input<double>(*this, "gain_in", false);
+        Fenwa::add_inport<double>(*this, "gain_in", false);
         if (all.getBool("tracing", true))
             return;
         static_cast<void>(all.getString("trace_file"));
@@ -123,22 +135,8 @@ struct Conditional : Block {
         static_cast<void>(before.getInt("rate", 25));
         static_cast<void>(after.getInt("rate", 25));
     }
-};
-
-/// Every boolean leads to another.
-struct Endless : Block {
-    Endless(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        std::string key = "more";
-        while (config.getBool(key, false))
-            key += "e";
-    }
-};
-
-/// Dies of one of its keys.
-struct Fragile : Block {
-    Fragile(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        if (config.getBool("handle_with_care", false))
-            std::abort();
+    static BlockConfiguration merged(const BlockConfiguration& config) {
+        return BlockConfiguration{{"advanced", false}, {"mode.gain", 0.5}} + config;
     }
 };
 
@@ -161,8 +159,8 @@ struct AbortingAtTheEnd : Block {
 struct HalfBuilt : Block {
     HalfBuilt(std::string name, const BlockConfiguration& config, const Fenwa::InitTools& tools)
         : Block(std::move(name), config) {
-        add_input<double>(*this, "in");
-        add_output<int>(*this, "out");
+        Fenwa::add_inport<double>(*this, "in");
+        Fenwa::add_outport<int>(*this, "out");
         const std::string then = config.getString("then", "returns");
         if (then == "throws")
             throw std::runtime_error("thrown half-built");
@@ -173,9 +171,8 @@ struct HalfBuilt : Block {
         if (then == "exits")
             std::exit(0);
         if (then == "needs a bus")
-            tools.sdbus_tools->call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                           "org.freedesktop.DBus", "GetId", nullptr, nullptr);
-        add_output<double>(*this, "late");
+            ask_the_daemon(tools);
+        Fenwa::add_outport<double>(*this, "late");
     }
 };
 
@@ -194,35 +191,18 @@ struct Adjustable : Block {
     bool brittle_;
 };
 
-/// Says things on every way that there is.
-struct Talkative : Block {
-    Talkative(std::string name, const BlockConfiguration& config) : Block(std::move(name), config) {
-        for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
-            static_cast<void>(!write(stream, "noise\n", 6));
-        logger(1, "noise");
-        Fenwa::debug_data().set_value("noise", true);
-    }
-};
-
 }  // namespace
 }  // namespace probe
 
 int lib_register_cpp(Fenwa::IRegistry* registry) {
-    registry->register_block<probe::Aborting>("Aborting");
+    probe::register_bad_constructors(*registry);
     registry->register_block<probe::Segfaulting>("Segfaulting");
-    registry->register_block<probe::Hanging>("Hanging");
     registry->register_block<probe::HangingInSetup>("HangingInSetup");
-    registry->register_block<probe::Exiting>("Exiting");
-    registry->register_block<probe::Choosy>("Choosy");
-    registry->register_block<probe::ZeroShy>("ZeroShy");
     registry->register_block<probe::Conditional>("Conditional");
-    registry->register_block<probe::Endless>("Endless");
     registry->register_block<probe::Counted>("Counted");
     registry->register_block<probe::CountedAndChoosy>("CountedAndChoosy");
-    registry->register_block<probe::Fragile>("Fragile");
     registry->register_block<probe::ThrowingLater>("ThrowingLater");
     registry->register_block<probe::AbortingAtTheEnd>("AbortingAtTheEnd");
-    registry->register_block<probe::Talkative>("Talkative");
     registry->register_block<probe::HalfBuilt>("HalfBuilt");
     registry->register_block<probe::Adjustable>("Adjustable");
     return 0;

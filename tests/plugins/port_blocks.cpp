@@ -26,7 +26,7 @@ class Source : public Fenwa::Block {
   public:
     Source(std::string name, const Fenwa::BlockConfiguration& config)
         : Fenwa::Block(std::move(name), config),
-          out_(add_output<double>(*this, "out")),
+          out_(*Fenwa::add_outport<double>(*this, "out")),
           go_(*make_eventport("go")),
           constant_(config.getDouble("constant", 0.0)),
           fires_(config.getInt("fires", 1)),
@@ -77,20 +77,16 @@ class Source : public Fenwa::Block {
 };
 
 /// Publishes to an output whose name is not UTF-8 when its input changes.
-class OddlyNamed : public Fenwa::Block {
-  public:
-    OddlyNamed(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config), out_(add_output<double>(*this, "odd\xff")) {
-        add_input<double>(*this, "in");
-    }
+struct OddlyNamed : Fenwa::Block {
+    using Fenwa::Block::Block;
 
     bool run() override {
-        out_.publish(1.0);
+        out->publish(1.0);
         return true;
     }
 
-  private:
-    Fenwa::OutPort<double>& out_;
+    Fenwa::OutPort<double>* out = Fenwa::add_outport<double>(*this, "odd\xff");
+    Fenwa::InPort<double>* in = Fenwa::add_inport<double>(*this, "in");
 };
 
 /// Says at each run which of its inputs are triggered, and what all of them hold. "quiet" takes
@@ -98,16 +94,7 @@ class OddlyNamed : public Fenwa::Block {
 class Sink : public Fenwa::Block {
   public:
     Sink(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config),
-          double_(add_input<double>(*this, "double")),
-          other_(add_input<double>(*this, "other")),
-          quiet_(add_input<double>(*this, "quiet", false)),
-          float_(add_input<float>(*this, "float")),
-          int_(add_input<int>(*this, "int")),
-          bool_(add_input<bool>(*this, "bool")),
-          tick_(add_input<Fenwa::datatype_timersource>(*this, "tick")),
-          point_(add_input<Point>(*this, "point")),
-          only_(config.getString("only", "")) {
+        : Fenwa::Block(std::move(name), config), only_(config.getString("only", "")) {
         if (config.getBool("run", false))
             make_eventport("go")->fire();
     }
@@ -139,22 +126,22 @@ class Sink : public Fenwa::Block {
             line << ' ' << port.name() << (port.is_triggered() ? "!" : "") << '=' << value;
     }
 
-    Fenwa::InPort<double>& double_;
-    Fenwa::InPort<double>& other_;
-    Fenwa::InPort<double>& quiet_;
-    Fenwa::InPort<float>& float_;
-    Fenwa::InPort<int>& int_;
-    Fenwa::InPort<bool>& bool_;
-    Fenwa::InPort<Fenwa::datatype_timersource>& tick_;
-    Fenwa::InPort<Point>& point_;
+    Fenwa::InPort<double>& double_ = *Fenwa::add_inport<double>(*this, "double");
+    Fenwa::InPort<double>& other_ = *Fenwa::add_inport<double>(*this, "other");
+    Fenwa::InPort<double>& quiet_ = *Fenwa::add_inport<double>(*this, "quiet", false);
+    Fenwa::InPort<float>& float_ = *Fenwa::add_inport<float>(*this, "float");
+    Fenwa::InPort<int>& int_ = *Fenwa::add_inport<int>(*this, "int");
+    Fenwa::InPort<bool>& bool_ = *Fenwa::add_inport<bool>(*this, "bool");
+    Fenwa::InPort<Fenwa::datatype_timersource>& tick_ =
+        *Fenwa::add_inport<Fenwa::datatype_timersource>(*this, "tick");
+    Fenwa::InPort<Point>& point_ = *Fenwa::add_inport<Point>(*this, "point");
     std::string only_;
 };
 
 /// Publishes one value of each datatype when it is started, and then what JSON has no number for.
 class Values : public Fenwa::Block {
   public:
-    Values(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config), next_(*make_eventport("next")) {}
+    using Fenwa::Block::Block;
 
     void start() override {
         float_.publish(36.6F);
@@ -178,14 +165,14 @@ class Values : public Fenwa::Block {
     }
 
   private:
-    Fenwa::OutPort<float>& float_ = add_output<float>(*this, "float");
-    Fenwa::OutPort<bool>& bool_ = add_output<bool>(*this, "bool");
-    Fenwa::OutPort<double>& double_ = add_output<double>(*this, "double");
-    Fenwa::OutPort<int>& int_ = add_output<int>(*this, "int");
+    Fenwa::OutPort<float>& float_ = *Fenwa::add_outport<float>(*this, "float");
+    Fenwa::OutPort<bool>& bool_ = *Fenwa::add_outport<bool>(*this, "bool");
+    Fenwa::OutPort<double>& double_ = *Fenwa::add_outport<double>(*this, "double");
+    Fenwa::OutPort<int>& int_ = *Fenwa::add_outport<int>(*this, "int");
     Fenwa::OutPort<Fenwa::datatype_timersource>& tick_ =
-        add_output<Fenwa::datatype_timersource>(*this, "tick");
-    Fenwa::OutPort<Point>& point_ = add_output<Point>(*this, "point");
-    Fenwa::EventPort& next_;
+        *Fenwa::add_outport<Fenwa::datatype_timersource>(*this, "tick");
+    Fenwa::OutPort<Point>& point_ = *Fenwa::add_outport<Point>(*this, "point");
+    Fenwa::EventPort& next_ = *make_eventport("next");
     std::size_t at_ = 0;
 };
 
@@ -193,10 +180,7 @@ class Values : public Fenwa::Block {
 /// run for the first, and takes the mark of the second away itself.
 class Events : public Fenwa::Block {
   public:
-    Events(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config),
-          first_(*make_eventport("first")),
-          second_(*make_eventport("second")) {}
+    using Fenwa::Block::Block;
 
     void start() override { first_.fire(); }
 
@@ -215,33 +199,29 @@ class Events : public Fenwa::Block {
     }
 
   private:
-    Fenwa::EventPort& first_;
-    Fenwa::EventPort& second_;
+    Fenwa::EventPort& first_ = *make_eventport("first");
+    Fenwa::EventPort& second_ = *make_eventport("second");
 };
 
 /// Publishes 1, 2, 3 … on "out", one at each run, and says nothing.
-class Counter : public Fenwa::Block {
-  public:
-    Counter(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config), out_(add_output<double>(*this, "out")) {
-        add_input<Fenwa::datatype_timersource>(*this, "tick");
-    }
+struct Counter : Fenwa::Block {
+    using Fenwa::Block::Block;
 
     bool run() override {
-        out_.publish(out_.value + 1.0);
+        out->publish(out->value + 1.0);
         return true;
     }
 
-  private:
-    Fenwa::OutPort<double>& out_;
+    Fenwa::OutPort<double>* out = Fenwa::add_outport<double>(*this, "out");
+    Fenwa::InPort<Fenwa::datatype_timersource>* tick =
+        Fenwa::add_inport<Fenwa::datatype_timersource>(*this, "tick");
 };
 
 /// Publishes on "NAME_out" each new value of its inputs "double", "float", "int" and "bool"; and a
 /// point on "point_out" at each run.
 class Relay : public Fenwa::Block {
   public:
-    Relay(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config) {}
+    using Fenwa::Block::Block;
 
     bool run() override {
         hand_on(double_, double_out_);
@@ -259,15 +239,15 @@ class Relay : public Fenwa::Block {
             out.publish(in.value());
     }
 
-    Fenwa::InPort<double>& double_ = add_input<double>(*this, "double");
-    Fenwa::InPort<float>& float_ = add_input<float>(*this, "float");
-    Fenwa::InPort<int>& int_ = add_input<int>(*this, "int");
-    Fenwa::InPort<bool>& bool_ = add_input<bool>(*this, "bool");
-    Fenwa::OutPort<double>& double_out_ = add_output<double>(*this, "double_out");
-    Fenwa::OutPort<float>& float_out_ = add_output<float>(*this, "float_out");
-    Fenwa::OutPort<int>& int_out_ = add_output<int>(*this, "int_out");
-    Fenwa::OutPort<bool>& bool_out_ = add_output<bool>(*this, "bool_out");
-    Fenwa::OutPort<Point>& point_out_ = add_output<Point>(*this, "point_out");
+    Fenwa::InPort<double>& double_ = *Fenwa::add_inport<double>(*this, "double");
+    Fenwa::InPort<float>& float_ = *Fenwa::add_inport<float>(*this, "float");
+    Fenwa::InPort<int>& int_ = *Fenwa::add_inport<int>(*this, "int");
+    Fenwa::InPort<bool>& bool_ = *Fenwa::add_inport<bool>(*this, "bool");
+    Fenwa::OutPort<double>& double_out_ = *Fenwa::add_outport<double>(*this, "double_out");
+    Fenwa::OutPort<float>& float_out_ = *Fenwa::add_outport<float>(*this, "float_out");
+    Fenwa::OutPort<int>& int_out_ = *Fenwa::add_outport<int>(*this, "int_out");
+    Fenwa::OutPort<bool>& bool_out_ = *Fenwa::add_outport<bool>(*this, "bool_out");
+    Fenwa::OutPort<Point>& point_out_ = *Fenwa::add_outport<Point>(*this, "point_out");
 };
 
 }  // namespace

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "fenwa/fenwa.hpp"
@@ -17,21 +16,10 @@ void register_thread_blocks(Fenwa::IRegistry& registry);
 void register_log_blocks(Fenwa::IRegistry& registry);
 void register_stop_blocks(Fenwa::IRegistry& registry);
 
-/// Adds an input, or an output, of T's datatype to a block, which owns it.
-template <class T>
-Fenwa::InPort<T>& add_input(Fenwa::Block& block, const std::string& name, bool triggers = true) {
-    auto port = std::make_unique<Fenwa::InPort<T>>(name, Fenwa::datatype_of<T>(), triggers);
-    Fenwa::InPort<T>& typed = *port;
-    block.add_inport(std::move(port));
-    return typed;
-}
-
-template <class T>
-Fenwa::OutPort<T>& add_output(Fenwa::Block& block, const std::string& name) {
-    auto port = std::make_unique<Fenwa::OutPort<T>>(name, Fenwa::datatype_of<T>());
-    Fenwa::OutPort<T>& typed = *port;
-    block.add_outport(std::move(port));
-    return typed;
+/// Makes a blocking call of the bus daemon, for a block that cannot be built without a bus.
+inline void ask_the_daemon(const Fenwa::InitTools& tools) {
+    tools.sdbus_tools->call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                   "org.freedesktop.DBus", "GetId", nullptr, nullptr);
 }
 
 /// One log line of level 4, "NAME: TEXT".

@@ -23,14 +23,13 @@ class Settled : public Fenwa::Block {
     Settled(std::string name, const BlockConfiguration& config, const Fenwa::InitTools& tools)
         : Fenwa::Block(std::move(name), defaults + config),
           event_(*make_eventport("event")),
-          level_(add_output<double>(*this, "level")) {
+          level_(*Fenwa::add_outport<double>(*this, "level")) {
         if (config.getBool("speaks", false))
             say(*this, "built");
         static_cast<void>((defaults + config).getDouble("level"));
         static_cast<void>(config.getString("note", "none"));
         if (config.getBool("needs_a_bus", false))
-            tools.sdbus_tools->call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                           "org.freedesktop.DBus", "GetId", nullptr, nullptr);
+            ask_the_daemon(tools);
     }
 
     bool run() override {

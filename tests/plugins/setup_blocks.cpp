@@ -56,10 +56,9 @@ class Terminated : public Fenwa::Block {
     Terminated(std::string name, const BlockConfiguration& config, const Fenwa::InitTools& tools)
         : Fenwa::Block(std::move(name), config),
           settings_(settings_of(config.getString("settings"))) {
-        add_input<double>(*this, "own");
+        Fenwa::add_inport<double>(*this, "own");
         if (config.getBool("needs_a_bus", false))
-            tools.sdbus_tools->call_method("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                           "org.freedesktop.DBus", "GetId", nullptr, nullptr);
+            ask_the_daemon(tools);
     }
 
     BlockConfiguration setup(const BlockConfiguration& /*config*/) override { return settings_; }

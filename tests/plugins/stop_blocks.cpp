@@ -59,14 +59,13 @@ class Stubborn : public Fenwa::Block {
     /// Of the callbacks for the bus daemon's own answers the host does not know whose they are.
     void ask(const char* destination) {
         sd_bus_call_method_async(bus_, nullptr, destination, "/org/freedesktop/DBus",
-                                 "org.freedesktop.DBus", "GetId", on_reply, this, nullptr);
+                                 "org.freedesktop.DBus", "GetId",
+                                 Fenwa::Callback<&Stubborn::on_reply>::call, this, nullptr);
     }
 
-    static int on_reply(sd_bus_message* /*reply*/, void* userdata, sd_bus_error* /*error*/) {
-        auto& block = *static_cast<Stubborn*>(userdata);
-        block.enter("callback");
-        block.enter("unnamed");
-        return 0;
+    void on_reply() {
+        enter("callback");
+        enter("unnamed");
     }
 
     void enter(const std::string& phase) {
@@ -111,26 +110,22 @@ class Hearer : public Fenwa::Block {
     Hearer(std::string name, const Fenwa::BlockConfiguration& config, const Fenwa::InitTools& tools)
         : Fenwa::Block(std::move(name), config), bus_(tools.sdbus_tools->get_bus()) {}
 
-    ~Hearer() override { sd_bus_slot_unref(slot_); }
-
     void start() override {
-        sd_bus_match_signal(bus_, &slot_, nullptr, nullptr, "com.example.Noise1", "Noise", on_noise,
-                            nullptr);
+        sd_bus_match_signal(bus_, slot_.out(), nullptr, nullptr, "com.example.Noise1", "Noise",
+                            Fenwa::Callback<&Hearer::on_noise>::call, this);
         sd_bus_call_method_async(bus_, nullptr, "com.example.Asked", "/com/example/Asked",
                                  "com.example.Asked1", "Ask", on_answer, nullptr, nullptr);
     }
 
   private:
-    static int on_noise(sd_bus_message* /*signal*/, void* /*userdata*/, sd_bus_error* /*error*/) {
-        return 0;
-    }
+    void on_noise() {}
     static int on_answer(sd_bus_message* /*reply*/, void* /*userdata*/, sd_bus_error* /*error*/) {
         Fenwa::ilog(4) << "an answer";
         return 0;
     }
 
     sd_bus* bus_;
-    sd_bus_slot* slot_ = nullptr;
+    Fenwa::Slot slot_;
 };
 
 }  // namespace

@@ -12,8 +12,7 @@ namespace {
 /// says how many runs there were.
 class Spinner : public Fenwa::Block {
   public:
-    Spinner(std::string name, const Fenwa::BlockConfiguration& config)
-        : Fenwa::Block(std::move(name), config), go_(*make_eventport("go")) {}
+    using Fenwa::Block::Block;
 
     void start() override { go_.fire(); }
 
@@ -27,7 +26,7 @@ class Spinner : public Fenwa::Block {
     }
 
   private:
-    Fenwa::EventPort& go_;
+    Fenwa::EventPort& go_ = *make_eventport("go");
     std::uint64_t runs_ = 0;
 };
 

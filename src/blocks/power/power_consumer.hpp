@@ -4,23 +4,23 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "fenwa/slot.hpp"
 #include "src/frame/owner_match.hpp"
-#include "src/frame/sdbus_handle.hpp"
 
 namespace blocks {
 
 /// Takes part in the camera's power budget for one video channel: registers with the power
-/// controller, asks it for a fixed amount of power, and publishes what it is granted on the output
+/// controller, requests a fixed amount of power, and publishes the granted power on the output
 /// "power_out", in the controller's unit.
 ///
-/// Keys: "channel" (int, 0) and "power" (float, required: the amount asked for).
+/// Keys: "channel" (int, 0) and "power" (float, required: the requested amount).
 ///
-/// The controller grants power by calling the object that the block exports; the bus name of that
-/// object, "com.tarlo.Vipd.chN", must be owned by the host. Path and interface are the same for
-/// every channel, so there can be one such block on a connection.
+/// The controller grants power by calling the object that the block exports; the host must own the
+/// bus name of that object, "com.tarlo.Vipd.chN". Path and interface are the same for every
+/// channel, so a connection can have one such block.
 ///
 /// An error reply to a registration or request counts as an answer. The input "timer_in" is never
-/// read: it makes the framework run the block now and then.
+/// read: it makes the framework run the block from time to time.
 class PowerConsumer : public Fenwa::Block {
   public:
     /// @throws Fenwa::ConfigurationError when "power" is missing or a key is mistyped.
@@ -50,11 +50,11 @@ class PowerConsumer : public Fenwa::Block {
     Fenwa::EventPort* event_port;
     int channel;
     std::string service_name;   ///< where the controller finds the exported object
-    std::string consumer_name;  ///< what the controller calls the consumer
+    std::string consumer_name;  ///< the controller's name of the consumer
     float power_request;
     sd_bus* bus;  ///< the framework's connection, from the first run on
-    Slot match_slot;
-    Slot call_slot;                     ///< the one outstanding call
+    Fenwa::Slot match_slot;
+    Fenwa::Slot call_slot;              ///< the one outstanding call
     std::atomic<bool> registered;       ///< the registration has been answered
     std::atomic<bool> power_requested;  ///< the request has been answered
     std::atomic<float> granted_power;   ///< last value that the controller has set

@@ -1,17 +1,17 @@
 #pragma once
 
-#include "src/frame/bus_call.hpp"
+#include "fenwa/bus_call.hpp"
 
 namespace blocks {
 
 /// The part of the platform's power controller that divides power among its consumers.
-inline constexpr BusService power_control_consumer{"com.tarlo.PowerControl.Consumer",
-                                                   "/com/tarlo/PowerControl/Consumer",
-                                                   "com.tarlo.PowerControl.Consumer"};
+inline constexpr Fenwa::BusService power_control_consumer{"com.tarlo.PowerControl.Consumer",
+                                                          "/com/tarlo/PowerControl/Consumer",
+                                                          "com.tarlo.PowerControl.Consumer"};
 
-/// The part that tells how much power the camera receives.
-inline constexpr BusService power_control_status{"com.tarlo.PowerControl.Status",
-                                                 "/com/tarlo/PowerControl/Status",
-                                                 "com.tarlo.PowerControl.Status"};
+/// The part that reports the power that the camera receives.
+inline constexpr Fenwa::BusService power_control_status{"com.tarlo.PowerControl.Status",
+                                                        "/com/tarlo/PowerControl/Status",
+                                                        "com.tarlo.PowerControl.Status"};
 
 }  // namespace blocks

@@ -3,11 +3,11 @@
 #include <cstring>
 #include <ostream>
 
+#include "fenwa/bus_call.hpp"
 #include "fenwa/log.hpp"
+#include "fenwa/ports.hpp"
 #include "src/blocks/power/power_control.hpp"
-#include "src/frame/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
-#include "src/frame/ports.hpp"
 #include "src/frame/verdict_settings.hpp"
 
 namespace blocks {
@@ -22,8 +22,8 @@ constexpr const char* change_rule =
     "path='/com/tarlo/PowerControl/Status',member='PropertiesChanged'";
 
 /// The power controller's status object, seen through its properties.
-constexpr BusService status_properties{power_control_status.destination, power_control_status.path,
-                                       "org.freedesktop.DBus.Properties"};
+constexpr Fenwa::BusService status_properties{
+    power_control_status.destination, power_control_status.path, "org.freedesktop.DBus.Properties"};
 
 /// After this many failures in a row the block no longer wakes itself to try again.
 constexpr int max_retries = 10;
@@ -35,8 +35,8 @@ void log_ended_line(const Pieces&... pieces) {
     (line << ... << pieces) << std::endl;
 }
 
-/// How every callback ends that has not met with a broken signal: as if it answered its message.
-/// Nothing is sent, because neither a reply nor a signal can be answered; the result is negative.
+/// End of every callback whose signal is not broken: answers the message. Nothing is sent, because
+/// neither a reply nor a signal can be answered; the result is negative.
 int answer(sd_bus_message* message) {
     return sd_bus_reply_method_return(message, nullptr);
 }
@@ -46,7 +46,7 @@ int answer(sd_bus_message* message) {
 PowerMonitor::PowerMonitor(std::string name, const Fenwa::BlockConfiguration& config,
                            const Fenwa::InitTools& tools)
     : Fenwa::Block(std::move(name), config),
-      power_ok_out(make_outport<bool>(*this, "power_ok_out")),
+      power_ok_out(Fenwa::add_outport<bool>(*this, "power_ok_out")),
       event_port(make_eventport("event_port")),
       requested_power(config.getFloat("requested_power")),
       received_power(0.0),
@@ -54,7 +54,7 @@ PowerMonitor::PowerMonitor(std::string name, const Fenwa::BlockConfiguration& co
       value_received(false),
       stopped(false),
       retry_count(0) {
-    const Message reply = read_power(tools);
+    const Fenwa::Message reply = read_power(tools);
     wake();
 }
 
@@ -88,8 +88,8 @@ void PowerMonitor::wake() noexcept {
         event_port->fire();
 }
 
-Message PowerMonitor::read_power(const Fenwa::InitTools& tools) {
-    Message reply;
+Fenwa::Message PowerMonitor::read_power(const Fenwa::InitTools& tools) {
+    Fenwa::Message reply;
     try {
         tools.sdbus_tools->get_property(power_control_status.destination, power_control_status.path,
                                         power_control_status.interface, property, reply.out(), "d");
@@ -105,20 +105,18 @@ Message PowerMonitor::read_power(const Fenwa::InitTools& tools) {
 }
 
 void PowerMonitor::match_property_changes() {
-    // A run while the match is being installed takes it back and asks anew.
-    match_slot.reset();
-    const int r =
-        match_rule_async<&PowerMonitor::on_properties_changed, &PowerMonitor::on_match_installed>(
-            bus_of(*this), match_slot, change_rule, *this);
+    // A run during the installation replaces the match.
+    const int r = Fenwa::match_rule_async<&PowerMonitor::on_properties_changed,
+                                          &PowerMonitor::on_match_installed>(
+        Fenwa::bus_of(*this), match_slot, change_rule, *this);
     if (r < 0)
         log_errno(Level::error, "Failed to send properties changed signal handler request: ", r);
 }
 
 void PowerMonitor::query_power() {
-    call_slot.reset();
-    const int r =
-        call_async<&PowerMonitor::on_power>(bus_of(*this), call_slot, status_properties, "Get",
-                                            *this, "ss", power_control_status.interface, property);
+    const int r = Fenwa::call_async<&PowerMonitor::on_power>(
+        Fenwa::bus_of(*this), call_slot, status_properties, "Get", *this, "ss",
+        power_control_status.interface, property);
     if (r < 0)
         log_errno(Level::error, "Failed to query PowerReceived: ", r);
 }
@@ -129,7 +127,7 @@ void PowerMonitor::retry() noexcept {
 }
 
 int PowerMonitor::on_match_installed(sd_bus_message* reply, sd_bus_error* error) {
-    // sd-bus hands the error argument in empty, so a refused match counts as installed.
+    // sd-bus passes an empty error argument, so a refused match counts as installed.
     if (sd_bus_error_is_set(error) > 0) {
         log_error_argument(Level::error, "Failed to add match for PowerReceived: ", *error);
         retry();
@@ -197,8 +195,8 @@ int PowerMonitor::on_properties_changed(sd_bus_message* signal, sd_bus_error* er
         received_power.exchange(power);
         if (sd_bus_message_exit_container(signal) < 0)
             log_ended_line("Failed to exit container for: ", name);
-        // The entry stays open, so the next enter fails in it and ends the loop: what stands
-        // behind the property is of no interest.
+        // The entry stays open, so the next enter fails in it and ends the loop: the entries after
+        // the property are not needed.
     }
     wake();
     return answer(signal);

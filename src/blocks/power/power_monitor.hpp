@@ -4,25 +4,25 @@
 #include <string>
 
 #include "fenwa/block.hpp"
-#include "src/frame/sdbus_handle.hpp"
+#include "fenwa/slot.hpp"
 
 namespace blocks {
 
-/// Watches how much power the camera receives, and publishes on the output "power_ok_out" whether
-/// that is at least what the graph needs; equality is enough, NaN on either side is not.
+/// Watches the power that the camera receives, and publishes on the output "power_ok_out" whether
+/// it is at least the power that the graph needs; equality is enough, NaN on either side is not.
 ///
 /// Key: "requested_power" (float, required), in the power controller's unit.
 ///
 /// Settings: "power_ok", and the terminated input "power_monitor_in" with the outcome as its
 /// default.
 ///
-/// The callbacks return what answering a message that wants no answer gives, a negative value: for
-/// a signal, sd-bus then hands it to no further match of the connection, so of several such blocks
-/// in one host only the one whose match was installed last hears of changes. Owner changes are not
-/// followed: a service that is gone leaves the last outcome standing.
+/// The callbacks return the result of answering a message that expects no answer, a negative value.
+/// sd-bus then delivers a signal to no further match of the connection, so of several such blocks
+/// in one host only the one whose match was installed last receives changes. Owner changes are not
+/// followed: the last outcome stays after the service is gone.
 class PowerMonitor : public Fenwa::Block {
   public:
-    /// Makes one blocking call; when it fails that is logged, and no power counts as received.
+    /// Makes one blocking call; a failure is logged and counts as no power.
     /// @throws Fenwa::ConfigurationError when "requested_power" is missing or mistyped.
     PowerMonitor(std::string name, const Fenwa::BlockConfiguration& config,
                  const Fenwa::InitTools& tools);
@@ -39,7 +39,7 @@ class PowerMonitor : public Fenwa::Block {
     [[nodiscard]] bool power_ok() const noexcept;
     void wake() noexcept;
     /// @returns the reply, empty on failure.
-    Message read_power(const Fenwa::InitTools& tools);
+    Fenwa::Message read_power(const Fenwa::InitTools& tools);
     void match_property_changes();
     void query_power();
     void retry() noexcept;
@@ -49,8 +49,8 @@ class PowerMonitor : public Fenwa::Block {
 
     Fenwa::OutPort<bool>* power_ok_out;
     Fenwa::EventPort* event_port;
-    Slot match_slot;
-    Slot call_slot;  ///< the query under way
+    Fenwa::Slot match_slot;
+    Fenwa::Slot call_slot;  ///< the query under way
     double requested_power;
     std::atomic<double> received_power;  ///< last value of the property; 0 before the first
     bool match_added;                    ///< the installation of the match has been answered

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "src/frame/bus_call.hpp"
+#include "fenwa/bus_call.hpp"
 
 namespace blocks {
 
 /// The platform's service that reads the temperature sensors.
-inline constexpr BusService temperature_controller{"com.tarlo.TemperatureController",
-                                                   "/com/tarlo/TemperatureController",
-                                                   "com.tarlo.TemperatureController"};
+inline constexpr Fenwa::BusService temperature_controller{"com.tarlo.TemperatureController",
+                                                          "/com/tarlo/TemperatureController",
+                                                          "com.tarlo.TemperatureController"};
 
 }  // namespace blocks

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <ostream>
 
+#include "fenwa/bus_call.hpp"
 #include "fenwa/log.hpp"
+#include "fenwa/ports.hpp"
 #include "fenwa/sdbus_error.hpp"
 #include "src/blocks/temperature/temperature_controller.hpp"
-#include "src/frame/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
 #include "src/frame/name_owner.hpp"
-#include "src/frame/ports.hpp"
 #include "src/frame/verdict_settings.hpp"
 
 namespace blocks {
@@ -17,12 +17,12 @@ namespace {
 
 constexpr const char* signal_error_prefix = "Error while receiving DBus signal: ";
 
-/// Makes a blocking call of the temperature controller, logging its failure.
+/// Makes a blocking call of the temperature controller, and logs a failure.
 /// @returns the reply, empty on failure.
 template <class... Arguments>
-Message call_controller(const Fenwa::InitTools& tools, const char* failure_prefix,
-                        const char* member, const char* types, Arguments... arguments) {
-    Message reply;
+Fenwa::Message call_controller(const Fenwa::InitTools& tools, const char* failure_prefix,
+                               const char* member, const char* types, Arguments... arguments) {
+    Fenwa::Message reply;
     try {
         tools.sdbus_tools->call_method(
             temperature_controller.destination, temperature_controller.path,
@@ -33,9 +33,9 @@ Message call_controller(const Fenwa::InitTools& tools, const char* failure_prefi
     return reply;
 }
 
-/// Reads one value of a reply, an empty one included, logging when that fails.
+/// Reads one value of a reply, also of an empty one, and logs a failure.
 template <class Value>
-void read_value(const Message& reply, const char* type, Value& value) {
+void read_value(const Fenwa::Message& reply, const char* type, Value& value) {
     // The text is that of the sensor's id for the temperature too: people search their logs for it.
     if (const int r = sd_bus_message_read(reply.get(), type, &value); r < 0)
         log_errno(Level::warning, "Failed to parse sensor id: ", r);
@@ -47,7 +47,7 @@ TemperatureMonitor::TemperatureMonitor(std::string name, const Fenwa::BlockConfi
                                        const Fenwa::InitTools& tools)
     : Fenwa::Block(std::move(name), config),
       event_port(make_eventport("event_port")),
-      temperature_ok_out(make_outport<bool>(*this, "temperature_ok_out")),
+      temperature_ok_out(Fenwa::add_outport<bool>(*this, "temperature_ok_out")),
       registering_index(0),
       thresholds{},
       owner_match_added(false),
@@ -64,7 +64,7 @@ TemperatureMonitor::TemperatureMonitor(std::string name, const Fenwa::BlockConfi
     thresholds.at(high_off) = config.getFloat("high_off_temp", 1000.0F);
     look_up_sensor(tools, sensor_name);
     double reading = -999.0;
-    const Message reply = read_temperature(tools, sensor_name, reading);
+    const Fenwa::Message reply = read_temperature(tools, sensor_name, reading);
     temperature_ok = inside_band(reading);
     temperature_ok_out->publish(temperature_ok);
     wake();
@@ -89,7 +89,7 @@ bool TemperatureMonitor::run() {
         if (!owner_match_slot) {
             owner_match.install_async<&TemperatureMonitor::on_owner_changed,
                                       &TemperatureMonitor::on_owner_match_installed>(
-                bus_of(*this), owner_match_slot, *this);
+                Fenwa::bus_of(*this), owner_match_slot, *this);
         }
         return true;
     }
@@ -118,48 +118,48 @@ void TemperatureMonitor::wake() noexcept {
 
 void TemperatureMonitor::look_up_sensor(const Fenwa::InitTools& tools,
                                         const std::string& sensor_name) {
-    const Message reply =
+    const Fenwa::Message reply =
         call_controller(tools, "Failed to lookup sensor id: ", "GetTemperatureIdFromName", "s",
                         sensor_name.c_str());
     read_value(reply, "i", sensor_id);
 }
 
-Message TemperatureMonitor::read_temperature(const Fenwa::InitTools& tools,
-                                             const std::string& sensor_name,
-                                             double& reading) const {
-    Message reply = call_controller(tools, "Failed to read temperature: ", "GetTemperature", "is",
-                                    sensor_id, sensor_name.c_str());
+Fenwa::Message TemperatureMonitor::read_temperature(const Fenwa::InitTools& tools,
+                                                    const std::string& sensor_name,
+                                                    double& reading) const {
+    Fenwa::Message reply = call_controller(tools, "Failed to read temperature: ", "GetTemperature",
+                                           "is", sensor_id, sensor_name.c_str());
     read_value(reply, "d", reading);
     return reply;
 }
 
 bool TemperatureMonitor::inside_band(double reading) const {
-    // Written so that NaN, which is neither below nor above anything, is inside.
+    // NaN, which is neither below nor above anything, is inside.
     if (thresholds.at(low_off) >= reading)
         return false;
     return !(reading > thresholds.at(high_off));
 }
 
 void TemperatureMonitor::match_temperature_signal() {
-    const int r = match_signal_async<&TemperatureMonitor::on_temperature_signal,
-                                     &TemperatureMonitor::on_signal_match_installed>(
-        bus_of(*this), signal_match_slot, temperature_controller, "TemperatureSignal", *this);
+    const int r = Fenwa::match_signal_async<&TemperatureMonitor::on_temperature_signal,
+                                            &TemperatureMonitor::on_signal_match_installed>(
+        Fenwa::bus_of(*this), signal_match_slot, temperature_controller, "TemperatureSignal",
+        *this);
     if (r < 0)
         log_errno(Level::warning, "Failed to add DBus signal callback: ", r);
 }
 
 void TemperatureMonitor::register_limit(std::size_t limit) {
-    call_slot.reset();
     registering_index = static_cast<std::uint32_t>(limit);
-    const int r = call_async<&TemperatureMonitor::on_registered>(
-        bus_of(*this), call_slot, temperature_controller, "RegisterForTemperatureSignal", *this,
-        "idb", sensor_id, thresholds.at(limit), static_cast<int>(threshold_flags.at(limit)));
+    const int r = Fenwa::call_async<&TemperatureMonitor::on_registered>(
+        Fenwa::bus_of(*this), call_slot, temperature_controller, "RegisterForTemperatureSignal",
+        *this, "idb", sensor_id, thresholds.at(limit), static_cast<int>(threshold_flags.at(limit)));
     if (r < 0)
         log_errno(Level::error, "Failed to RegisterForTemperatureSignal: ", r);
 }
 
 void TemperatureMonitor::judge_signal(std::int32_t id) {
-    // An id that stands for an "off" limit and an "on" limit means "off".
+    // An id of both an "off" limit and an "on" limit means "off".
     if (id == signal_ids.at(low_off) || id == signal_ids.at(high_off))
         temperature_ok = false;
     else if (id == signal_ids.at(low_on) || id == signal_ids.at(high_on))
@@ -179,7 +179,7 @@ void TemperatureMonitor::publish_verdict() {
 
 int TemperatureMonitor::confirm_match(const sd_bus_error* error, const char* error_prefix,
                                       bool& added) {
-    // sd-bus hands the error argument in empty, so a refused match counts as installed.
+    // sd-bus passes an empty error argument, so a refused match counts as installed.
     int r = 0;
     if (sd_bus_error_is_set(error) > 0)
         r = log_error_argument(Level::error, error_prefix, *error);
@@ -190,7 +190,7 @@ int TemperatureMonitor::confirm_match(const sd_bus_error* error, const char* err
 }
 
 int TemperatureMonitor::on_owner_match_installed(sd_bus_message* reply, sd_bus_error* error) {
-    // For the other blocks' sake only: to this one a refused match counts as installed.
+    // For the other blocks: in this one a refused match counts as installed.
     owner_match.answered(sd_bus_message_is_method_error(reply, nullptr) == 0);
     return confirm_match(error,
                          "Error when adding match for NameOwnerChanged: ", owner_match_added);
@@ -206,7 +206,7 @@ int TemperatureMonitor::on_registered(sd_bus_message* reply, sd_bus_error* error
                           "Failed to read temperature signal result: "};
     std::int32_t id = -1;
     int already_crossed = 0;  // sd-bus writes a boolean as an int
-    // After a reply that cannot be read the slot is kept, and registration waits for it for good.
+    // An unreadable reply keeps the slot, and the registration then waits for it for good.
     if (const int r = read_body(reply, error, texts, "ib", &id, &already_crossed); r < 0)
         return r;
     registered.at(registering_index) = true;
@@ -235,8 +235,8 @@ int TemperatureMonitor::on_owner_changed(sd_bus_message* signal, sd_bus_error* e
     OwnerChange change;
     if (const int r = read_owner_change(signal, change); r < 0)
         return r;
-    // A controller that is gone has forgotten the limits; one that has come has nothing to be told
-    // here, as the registration is tried from the moment of the loss on.
+    // A new controller needs nothing here: the registration is tried from the loss of the old one
+    // on.
     if (change.is_of(temperature_controller.destination) && change.lost()) {
         registered.fill(false);
         wake();

@@ -7,17 +7,17 @@
 #include <string>
 
 #include "fenwa/block.hpp"
+#include "fenwa/slot.hpp"
 #include "src/frame/owner_match.hpp"
-#include "src/frame/sdbus_handle.hpp"
 
 namespace blocks {
 
 /// Judges whether the temperature of one named sensor lies inside a band, and publishes the verdict
 /// on the output "temperature_ok_out".
 ///
-/// The first verdict comes from one reading, made while the block is built; the later ones from the
-/// temperature controller's signals, for which the block registers four limits: two that switch the
-/// verdict on and two that switch it off, which gives a hysteresis at each end of the band.
+/// The first verdict comes from one reading in the constructor, the later ones from the temperature
+/// controller's signals, for which the block registers four limits: two switch the verdict on and
+/// two switch it off, with a hysteresis at each end of the band.
 ///
 /// Keys: "sensor_name" (string, required), and floats in the controller's unit: "low_on_temp"
 /// (-998.0), "low_off_temp" (-1000.0), "high_on_temp" (998.0), "high_off_temp" (1000.0).
@@ -30,8 +30,8 @@ namespace blocks {
 /// stopped: it keeps its last verdict.
 class TemperatureMonitor : public Fenwa::Block {
   public:
-    /// Makes two blocking calls; when they fail that is logged, the sensor's id is -1 and the
-    /// reading that is judged -999.0: inside the default limits, below any real temperature.
+    /// Makes two blocking calls and logs their failures. After a failure the sensor's id is -1 and
+    /// the judged reading is -999.0: inside the default limits, below any real temperature.
     /// @throws Fenwa::ConfigurationError when "sensor_name" is missing or a key is mistyped.
     TemperatureMonitor(std::string name, const Fenwa::BlockConfiguration& config,
                        const Fenwa::InitTools& tools);
@@ -47,15 +47,16 @@ class TemperatureMonitor : public Fenwa::Block {
 
     /// The limits, in the order in which they are registered.
     enum Limit : std::size_t { low_on, high_on, low_off, high_off, limit_count };
-    /// Which way each limit is crossed to count: true is upwards.
+    /// The direction in which a crossing of each limit counts: true is upwards.
     static constexpr std::array<bool, limit_count> threshold_flags{true, false, false, true};
 
     void wake() noexcept;
     void look_up_sensor(const Fenwa::InitTools& tools, const std::string& sensor_name);
-    /// @param reading left alone on failure.
+    /// @param reading not touched on failure.
     /// @returns the reply, empty on failure.
-    [[nodiscard]] Message read_temperature(const Fenwa::InitTools& tools,
-                                           const std::string& sensor_name, double& reading) const;
+    [[nodiscard]] Fenwa::Message read_temperature(const Fenwa::InitTools& tools,
+                                                  const std::string& sensor_name,
+                                                  double& reading) const;
     [[nodiscard]] bool inside_band(double reading) const;
     void match_temperature_signal();
     void register_limit(std::size_t limit);
@@ -70,9 +71,9 @@ class TemperatureMonitor : public Fenwa::Block {
 
     Fenwa::EventPort* event_port;
     Fenwa::OutPort<bool>* temperature_ok_out;
-    Slot signal_match_slot;
-    Slot owner_match_slot;
-    Slot call_slot;                   ///< the registration under way; kept when it failed
+    Fenwa::Slot signal_match_slot;
+    Fenwa::Slot owner_match_slot;
+    Fenwa::Slot call_slot;            ///< the registration under way; kept when it failed
     std::uint32_t registering_index;  ///< the limit that `call_slot` registers
     std::array<double, limit_count> thresholds;
     bool owner_match_added;   ///< the installation of the match has been answered
@@ -80,7 +81,7 @@ class TemperatureMonitor : public Fenwa::Block {
     std::array<bool, limit_count> registered;
     std::deque<std::int32_t> pending_signals;          ///< ids not yet judged, oldest first
     std::int32_t sensor_id;                            ///< the controller's id of the sensor
-    std::array<std::int32_t, limit_count> signal_ids;  ///< what the controller calls each limit
+    std::array<std::int32_t, limit_count> signal_ids;  ///< the controller's id of each limit
     bool temperature_ok;                               ///< the verdict
     bool stopped;
 

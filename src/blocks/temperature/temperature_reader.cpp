@@ -1,10 +1,10 @@
 #include "src/blocks/temperature/temperature_reader.hpp"
 
+#include "fenwa/bus_call.hpp"
 #include "fenwa/debug_data.hpp"
 #include "fenwa/log.hpp"
+#include "fenwa/ports.hpp"
 #include "src/blocks/temperature/temperature_controller.hpp"
-#include "src/frame/bus_call.hpp"
-#include "src/frame/ports.hpp"
 
 namespace blocks {
 namespace {
@@ -20,16 +20,16 @@ const Fenwa::BlockConfiguration default_configuration{
 TemperatureReader::TemperatureReader(std::string name, const Fenwa::BlockConfiguration& config)
     : DBusClient(temperature_controller.destination, std::move(name),
                  default_configuration + config),
-      temperature_out(make_outport<double>(*this, "temperature_out")),
+      temperature_out(Fenwa::add_outport<double>(*this, "temperature_out")),
       sensor_id(-1),
       match_added(false),
       delta(0.0),
       change_signal_id(-1) {
     const Fenwa::BlockConfiguration merged = default_configuration + config;
     TemperatureReader::reconfigure(merged, merged);
-    // The registration ends with the temporary: the store learns the block's values, not its life.
+    // The registration ends with the temporary: the store lists values of the block, not the block.
     Fenwa::debug_data().register_block(*this, merged, {});
-    // These two come from what was given: their defaults do not count.
+    // These two ignore the defaults.
     sensor_name = config.getString("sensor_name");
     delta = config.getDouble("delta_chg");
     if (delta <= 0.0) {
@@ -58,7 +58,7 @@ void TemperatureReader::reconfigure(const Fenwa::BlockConfiguration& settings,
 }
 
 void TemperatureReader::on_service_appeared() {
-    // A new instance of the service knows nothing of what the last one was told.
+    // A new instance of the service does not know the ids of the last one.
     sensor_id = -1;
     change_signal_id = -1;
 }
@@ -85,15 +85,15 @@ void TemperatureReader::run_with_service() {
 }
 
 void TemperatureReader::match_change_signal() {
-    const int r = match_signal_async<&TemperatureReader::on_temperature_changed,
-                                     &TemperatureReader::on_match_installed>(
+    const int r = Fenwa::match_signal_async<&TemperatureReader::on_temperature_changed,
+                                            &TemperatureReader::on_match_installed>(
         bus(), match_slot, temperature_controller, "TemperatureChangeSignal", *this);
     if (r < 0)
         log_errno(Level::warning, "Failed to add DBus signal callback: ", r);
 }
 
 void TemperatureReader::look_up_sensor() {
-    const int r = call_async<&TemperatureReader::on_sensor_id>(
+    const int r = Fenwa::call_async<&TemperatureReader::on_sensor_id>(
         bus(), call_slot, temperature_controller, "GetTemperatureIdFromName", *this, "s",
         sensor_name.c_str());
     if (r < 0)
@@ -101,7 +101,7 @@ void TemperatureReader::look_up_sensor() {
 }
 
 void TemperatureReader::register_for_changes() {
-    const int r = call_async<&TemperatureReader::on_registered>(
+    const int r = Fenwa::call_async<&TemperatureReader::on_registered>(
         bus(), call_slot, temperature_controller, "RegisterForTemperatureChangeSignal", *this, "id",
         sensor_id, delta);
     if (r < 0)
@@ -109,10 +109,10 @@ void TemperatureReader::register_for_changes() {
 }
 
 void TemperatureReader::fetch_temperature() {
-    const int r = call_async<&TemperatureReader::on_temperature>(
+    const int r = Fenwa::call_async<&TemperatureReader::on_temperature>(
         bus(), call_slot, temperature_controller, "GetTemperature", *this, "is", sensor_id,
         sensor_name.c_str());
-    // The text is that of the registration, which people search their logs for.
+    // The text of the registration: people search their logs for it.
     if (r < 0)
         log_errno(Level::error, "Failed to call method RegisterForTemperatureChangeSignal: ", r);
 }
@@ -130,7 +130,7 @@ void TemperatureReader::publish_temperature() {
 }
 
 int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_error* error) {
-    // sd-bus hands the error argument in empty, so a refused match counts as installed.
+    // sd-bus passes an empty error argument, so a refused match counts as installed.
     if (sd_bus_error_is_set(error) > 0)
         log_error_argument(Level::error, "Error when adding match for TemperatureSignal: ", *error);
     else
@@ -139,8 +139,7 @@ int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_erro
     return 0;
 }
 
-/// The next step comes only after a reply that could be read: otherwise the slot is kept, and the
-/// steps wait for it until the block is stopped.
+/// An unreadable reply keeps the slot, and the steps then wait for it until the block is stopped.
 template <class Value, class Target>
 int TemperatureReader::take_reply(sd_bus_message* reply, const sd_bus_error* error,
                                   const BodyTexts& texts, const char* type, Target& target) {

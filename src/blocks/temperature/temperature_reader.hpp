@@ -25,8 +25,7 @@ class TemperatureReader : public DBusClient {
     ~TemperatureReader() override;
 
     void stop() override;
-    /// Takes "fake.active" and "fake.value" from `settings`; the other keys are read once, when
-    /// the block is built.
+    /// Takes "fake.active" and "fake.value" from `settings`; the constructor reads the other keys.
     void reconfigure(const Fenwa::BlockConfiguration& settings,
                      const Fenwa::BlockConfiguration& unused) override;
     void on_service_appeared() override;
@@ -55,13 +54,13 @@ class TemperatureReader : public DBusClient {
     bool match_added;               ///< the installation of the match has been answered
     double delta;                   ///< least change that the controller reports
     std::int32_t change_signal_id;  ///< -1 while not registered
-    /// Guards the fake temperature where it is stored, and publishing; the callbacks write the
-    /// other members without it, and clearing the fake temperature is outside it.
+    /// Guards storing the fake temperature, and publishing. The callbacks write the other members
+    /// without it, and clearing the fake temperature is outside it.
     std::mutex fake_mutex;
     std::optional<double> temperature;       ///< last reading; empty until the first one
     std::optional<double> fake_temperature;  ///< engaged while "fake.active" is true
-    Slot match_slot;
-    Slot call_slot;  ///< the one outstanding call; kept when its reply could not be read
+    Fenwa::Slot match_slot;
+    Fenwa::Slot call_slot;  ///< the one outstanding call; kept when its reply could not be read
 };
 
 }  // namespace blocks

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "fenwa/bus_call.hpp"
 #include "fenwa/log.hpp"
-#include "src/frame/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
 #include "src/frame/name_owner.hpp"
 
@@ -14,14 +14,14 @@ namespace {
 using nlohmann::json;
 
 /// The platform's service that shows controls over the video.
-constexpr BusService on_screen_controls{
+constexpr Fenwa::BusService on_screen_controls{
     "com.tarlo.Onscreencontrols1", "/com/tarlo/Onscreencontrols1", "com.tarlo.Onscreencontrols1"};
 
 constexpr const char* list_failure_prefix = "Failed to call method ListAddedFeatures: ";
 constexpr const char* add_failure_prefix = "Failed to call method AddFeatures: ";
 constexpr const char* remove_failure_prefix = "Failed to call method RemoveFeatures: ";
 
-/// One button, whose press makes the web request.
+/// One button with its web request.
 json button(const std::string& name, const std::string& nice_name, const std::string& info,
             const std::string& request_url) {
     return {
@@ -36,7 +36,7 @@ json button(const std::string& name, const std::string& nice_name, const std::st
     };
 }
 
-/// Logs a step of reading a body that failed. @returns the step's result.
+/// Logs a failed step of reading a body. @returns the step's result.
 int logged(int r, const char* prefix) {
     if (r < 0)
         log_errno(Level::warning, prefix, r);
@@ -68,8 +68,9 @@ void OnScreenControls::stop() {
     owner_match.released();
     state = ControlsState::Stopped;
     for (const auto& [first, second] : added_features) {
-        const int r = call_without_reply(bus_of(*this), on_screen_controls, "RemoveFeatures",
-                                         "ssa{sv}", first.c_str(), second.c_str(), 0U);
+        const int r =
+            Fenwa::call_without_reply(Fenwa::bus_of(*this), on_screen_controls, "RemoveFeatures",
+                                      "ssa{sv}", first.c_str(), second.c_str(), 0U);
         if (r < 0)
             log_errno(Level::warning, ("Failed to remove feature \"" + first + "\": ").c_str(), r);
     }
@@ -108,15 +109,15 @@ void OnScreenControls::wake() noexcept {
 
 void OnScreenControls::add_match() {
     owner_match.install_async<&OnScreenControls::name_owner_changed_callback,
-                              &OnScreenControls::add_match_callback>(bus_of(*this), match_slot,
-                                                                     *this);
+                              &OnScreenControls::add_match_callback>(Fenwa::bus_of(*this),
+                                                                     match_slot, *this);
     state = ControlsState::AddingMatch;
 }
 
 void OnScreenControls::check_name_owner() {
     calls.make_room(call_slot);
     calls.sent(query_owner_async<&OnScreenControls::check_name_owner_callback>(
-        bus_of(*this), call_slot, on_screen_controls.destination, *this));
+        Fenwa::bus_of(*this), call_slot, on_screen_controls.destination, *this));
     state = ControlsState::QueryingOwner;
 }
 
@@ -195,8 +196,8 @@ void OnScreenControls::remove_feature(const std::string& first, const std::strin
 template <auto OnReply, class... Arguments>
 int OnScreenControls::call_service(const char* member, const char* types, Arguments... arguments) {
     calls.make_room(call_slot);
-    return calls.sent(call_async<OnReply>(bus_of(*this), call_slot, on_screen_controls, member,
-                                          *this, types, arguments...));
+    return calls.sent(Fenwa::call_async<OnReply>(
+        Fenwa::bus_of(*this), call_slot, on_screen_controls, member, *this, types, arguments...));
 }
 
 int OnScreenControls::add_match_callback(sd_bus_message* reply, sd_bus_error* /*error*/) {
@@ -214,7 +215,7 @@ int OnScreenControls::name_owner_changed_callback(sd_bus_message* signal, sd_bus
     if (const int r = take_owner_change(signal, change); r < 0)
         return r;
     if (change.is_of(on_screen_controls.destination)) {
-        // Whatever the state is, also when stopped.
+        // In every state, also when stopped.
         state = state_after<ControlsState>(change);
         event_port->fire();
     } else {
@@ -227,15 +228,14 @@ int OnScreenControls::check_name_owner_callback(sd_bus_message* reply, sd_bus_er
     calls.answered();
     const OwnerAnswer answer = read_owner_answer(reply);
     state = state_after<ControlsState>(answer);
-    // Without a wake-up after an unreadable one: the next run that happens for another reason asks
-    // again.
+    // No wake-up after an unreadable answer: the next run for another reason asks again.
     if (answer.kind != OwnerAnswer::Kind::unreadable)
         event_port->fire();
     return answer.result;
 }
 
-/// What the replies to all methods of the service have in common.
-/// @returns whether it is no error; an error is logged, changes the state and wakes the block.
+/// Checks a reply to any method of the service.
+/// @returns false for an error, which is logged, changes the state and wakes the block.
 bool OnScreenControls::take_reply(sd_bus_message* reply, const char* error_prefix,
                                   ControlsState after_error) {
     calls.answered();
@@ -248,7 +248,7 @@ bool OnScreenControls::take_reply(sd_bus_message* reply, const char* error_prefi
 }
 
 /// Reads an array of ids, each with its languages, as one pair for each language.
-/// @returns a negative errno, logged, where the body is another one.
+/// @returns a negative errno, logged, for any other body.
 int OnScreenControls::read_features(sd_bus_message* reply, std::vector<Feature>& features) {
     int r = logged(sd_bus_message_enter_container(reply, SD_BUS_TYPE_ARRAY, "(sas)"),
                    "Failed to enter array: ");

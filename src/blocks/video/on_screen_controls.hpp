@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "fenwa/block.hpp"
+#include "src/frame/overlapping_calls.hpp"
 #include "src/frame/owner_match.hpp"
-#include "src/frame/slot.hpp"
 
 namespace blocks {
 
-/// Where an OnScreenControls stands.
+/// State of an OnScreenControls.
 enum class ControlsState : std::int32_t {
     Idle = 0,             ///< nothing requested yet; the next run adds the match
     AddingMatch = 1,      ///< the match is being installed, or could not be sent
@@ -28,21 +28,21 @@ enum class ControlsState : std::int32_t {
 };
 
 /// Publishes two buttons for one video channel to the platform's on-screen controls, one that turns
-/// wide dynamic range on and one that turns it off, or takes them away. Each button carries a web
-/// request that the service makes when it is pressed. No data ports.
+/// wide dynamic range on and one that turns it off, or removes them. The service makes the web
+/// request of a button when somebody presses it. No data ports.
 ///
 /// Keys: "channel" (int, required; 0-based) and "wdr" (bool, false: publish the buttons).
 ///
-/// The buttons are named after the channel counted from 1, while the block looks for the name with
-/// the channel counted from 0: it never finds its own, so each pass adds them again, which is what
-/// brings them back after a restart of the service, and `stop()` removes as often as was added.
+/// The names of the buttons count the channel from 1, while the block searches for the name that
+/// counts it from 0: it never finds its own, so each pass adds them again, also after a restart of
+/// the service, and `stop()` removes them as often as they were added.
 class OnScreenControls : public Fenwa::Block {
   public:
     /// @throws Fenwa::ConfigurationError when "channel" is missing or a key is mistyped.
     OnScreenControls(std::string name, const Fenwa::BlockConfiguration& config);
     ~OnScreenControls() override;
 
-    /// Takes the buttons away that were added.
+    /// Removes the added buttons.
     void stop() override;
     bool run() override;
 
@@ -71,18 +71,18 @@ class OnScreenControls : public Fenwa::Block {
     int add_features_callback(sd_bus_message* reply, sd_bus_error* error);
     int remove_features_callback(sd_bus_message* reply, sd_bus_error* error);
 
-    // The order of these members is fixed; what is added goes behind them.
+    // The order of these members is fixed; new ones go after them.
     Fenwa::EventPort* event_port;
-    Slot match_slot;
-    Slot call_slot;  ///< the newest call
+    Fenwa::Slot match_slot;
+    Fenwa::Slot call_slot;  ///< the newest call
     ControlsState state;
     std::int32_t channel;
     bool wdr;
-    Feature pending_feature;  ///< what the request under way adds or removes
-    std::string feature_id;   ///< what the block looks for
+    Feature pending_feature;  ///< that the request under way adds or removes
+    std::string feature_id;   ///< that the block searches for
     std::string language;
-    std::vector<Feature> added_features;   ///< added and not yet removed, as often as that was done
-    std::vector<Feature> listed_features;  ///< what the service listed last
+    std::vector<Feature> added_features;   ///< added and not yet removed, once for each addition
+    std::vector<Feature> listed_features;  ///< the last list of the service
 
     OwnerMatch owner_match;  ///< what `match_slot` is for
     OverlappingCalls calls;

@@ -1,15 +1,15 @@
 #include "src/blocks/video/prioritized_text_overlay_setter.hpp"
 
-#include "src/frame/bus_call.hpp"
+#include "fenwa/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
 
 namespace blocks {
 namespace {
 
 /// The platform's service that shows texts over the video.
-constexpr BusService text_overlay{"com.tarlo.PrioritizedTextOverlay",
-                                  "/com/tarlo/PrioritizedTextOverlay/1",
-                                  "com.tarlo.PrioritizedTextOverlay"};
+constexpr Fenwa::BusService text_overlay{"com.tarlo.PrioritizedTextOverlay",
+                                         "/com/tarlo/PrioritizedTextOverlay/1",
+                                         "com.tarlo.PrioritizedTextOverlay"};
 
 constexpr const char* set_failure_prefix = "Could not set prioritized text overlay: ";
 constexpr const char* unset_failure_prefix = "Could not unset prioritized text overlay: ";
@@ -33,9 +33,9 @@ PrioritizedTextOverlaySetter::~PrioritizedTextOverlaySetter() {
 void PrioritizedTextOverlaySetter::start() {
     if (text.empty())
         return;
-    bus = bus_of(*this);
+    bus = Fenwa::bus_of(*this);
     superseded_calls.keep(call_slot);
-    const int r = call_async<&PrioritizedTextOverlaySetter::set_overlay_callback>(
+    const int r = Fenwa::call_async<&PrioritizedTextOverlaySetter::set_overlay_callback>(
         bus, call_slot, text_overlay, "Set", *this, "su", text.c_str(),
         static_cast<std::uint32_t>(duration));
     if (r < 0)
@@ -49,7 +49,7 @@ void PrioritizedTextOverlaySetter::stop() {
 
 void PrioritizedTextOverlaySetter::unset_overlay() noexcept {
     sd_bus_error error = SD_BUS_ERROR_NULL;
-    Message reply;
+    Fenwa::Message reply;
     const int r =
         sd_bus_call_method(bus, text_overlay.destination, text_overlay.path, text_overlay.interface,
                            "Unset", &error, reply.out(), "s", text.c_str());
@@ -63,7 +63,7 @@ void PrioritizedTextOverlaySetter::unset_overlay() noexcept {
 
 int PrioritizedTextOverlaySetter::set_overlay_callback(sd_bus_message* /*reply*/,
                                                        sd_bus_error* error) {
-    // sd-bus hands the error argument in empty, so an error reply is an answer like any other.
+    // sd-bus passes an empty error argument, so an error reply counts as an answer.
     if (sd_bus_error_is_set(error) > 0)
         log_error_argument(Level::warning, set_failure_prefix, *error);
     else

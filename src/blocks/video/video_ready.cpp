@@ -2,20 +2,20 @@
 
 #include <cstring>
 
+#include "fenwa/bus_call.hpp"
 #include "fenwa/log.hpp"
+#include "fenwa/ports.hpp"
 #include "fenwa/sdbus_error.hpp"
-#include "src/frame/bus_call.hpp"
 #include "src/frame/failure_line.hpp"
-#include "src/frame/ports.hpp"
 
 namespace blocks {
 namespace {
 
 /// The init system's manager.
-constexpr BusService unit_manager{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
-                                  "org.freedesktop.systemd1.Manager"};
+constexpr Fenwa::BusService unit_manager{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+                                         "org.freedesktop.systemd1.Manager"};
 
-/// The platform's service that is told; its objects are named after the channels.
+/// The platform's service for ready video; its objects are named after the channels.
 constexpr const char* video_readiness = "com.tarlo.VideoReady1";
 
 }  // namespace
@@ -23,8 +23,8 @@ constexpr const char* video_readiness = "com.tarlo.VideoReady1";
 VideoReady::VideoReady(std::string name, const Fenwa::BlockConfiguration& config,
                        const Fenwa::InitTools& tools)
     : Fenwa::Block(std::move(name), config),
-      rotation_vip0_in(make_inport<int>(*this, "rotation_vip0_in")),
-      rotation_vip1_in(make_inport<int>(*this, "rotation_vip1_in")),
+      rotation_vip0_in(Fenwa::add_inport<int>(*this, "rotation_vip0_in")),
+      rotation_vip1_in(Fenwa::add_inport<int>(*this, "rotation_vip1_in")),
       resend(make_eventport("resend")),
       channel(config.getInt("channel")),
       pending(true),
@@ -51,13 +51,13 @@ bool VideoReady::run() {
 }
 
 void VideoReady::check_unit(const Fenwa::InitTools& tools) {
-    Message reply;
+    Fenwa::Message reply;
     try {
         tools.sdbus_tools->call_method(unit_manager.destination, unit_manager.path,
                                        unit_manager.interface, "GetUnitFileState", reply.out(), "s",
                                        "video-ready.service");
     } catch (const Fenwa::SDBusError&) {
-        // No line: the unit is unknown on platforms that do not hold video back.
+        // No line: the unit is unknown on platforms that do not delay video.
         enabled = false;
         return;
     }
@@ -77,7 +77,7 @@ void VideoReady::check_unit(const Fenwa::InitTools& tools) {
 void VideoReady::signal_video_ready() {
     if (!enabled)
         return;
-    // A negative channel makes a path that sd-bus refuses, for ever.
+    // A negative channel gives a path that sd-bus always refuses.
     const std::string path = "/com/tarlo/VideoReady1/" + std::to_string(channel);
     try {
         get_tools().sdbus_tools->call_method(video_readiness, path.c_str(), video_readiness,

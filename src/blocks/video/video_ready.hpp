@@ -8,17 +8,16 @@
 namespace blocks {
 
 /// Tells the platform that video for one channel is available: when it starts, and again whenever
-/// one of its rotation inputs is triggered, until a call succeeds. Where the unit
-/// "video-ready.service" is masked, or its state cannot be learned, the block stays silent for
-/// good.
+/// one of its rotation inputs is triggered, until a call succeeds. The block never calls if the
+/// unit "video-ready.service" is masked or its state cannot be read.
 ///
 /// Key: "channel" (int, required). Inputs "rotation_vip0_in" and "rotation_vip1_in" (int), whose
-/// values are never read. Setting: "no_video_at_startup" (bool), whether the block will signal.
+/// values are never read. Setting: "no_video_at_startup" (bool), whether the block calls.
 ///
-/// All its calls are blocking. A failed one is made again in the next run, without a pause.
+/// All its calls are blocking. A failed one is repeated in the next run, without a pause.
 class VideoReady : public Fenwa::Block {
   public:
-    /// Makes one blocking call, whose failure silences the block.
+    /// Makes one blocking call; after a failure the block never calls again.
     /// @throws Fenwa::ConfigurationError when "channel" is missing or mistyped.
     VideoReady(std::string name, const Fenwa::BlockConfiguration& config,
                const Fenwa::InitTools& tools);
@@ -38,7 +37,7 @@ class VideoReady : public Fenwa::Block {
     Fenwa::InPort<int>* rotation_vip1_in;
     Fenwa::EventPort* resend;
     int channel;
-    std::atomic<bool> pending;  ///< a signal is owed
+    std::atomic<bool> pending;  ///< a call is due
     bool enabled;               ///< the unit is there and not masked
 };
 

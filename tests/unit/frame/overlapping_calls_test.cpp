@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "src/frame/slot.hpp"
+#include "src/frame/overlapping_calls.hpp"
 #include "tests/support/sdbus_interception.hpp"
 
 namespace {
@@ -31,7 +31,7 @@ class OverlappingCallsTest : public testing::Test {
     }
 
     support::Interception bus;
-    blocks::Slot slot;
+    Fenwa::Slot slot;
     blocks::OverlappingCalls calls;
 };
 
@@ -88,7 +88,7 @@ TEST_F(OverlappingCallsTest, BeginAnewOnceTheyAreReleased) {
 TEST(OverlappingCallsDestructionTest, ReleasesWhatIsUnanswered) {
     support::Interception bus;
     {
-        blocks::Slot slot;
+        Fenwa::Slot slot;
         blocks::OverlappingCalls calls;
         for (int number = 0; number < 2; ++number) {
             calls.make_room(slot);

@@ -27,7 +27,7 @@ struct Follower {
         match.released();
     }
 
-    blocks::Slot slot;
+    Fenwa::Slot slot;
     blocks::OwnerMatch match;
 };
 

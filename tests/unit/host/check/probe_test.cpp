@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "framework/shared/thread_silence.hpp"
+#include "framework/shared/log_mute.hpp"
 
 namespace host {
 namespace {
@@ -35,7 +35,7 @@ class ProbeTest : public testing::Test {
 TEST_F(ProbeTest, OfOneBlockSaysWhatIsWrongWithIt) {
     entry_.add({"throws", {4, 1}, true});
     entry_.add({"thrws_in", {5, 1}, std::string("setup")});
-    const Fenwa::ThreadSilence silence;
+    const Fenwa::LogMute mute;
     Probe dry(entry_, types_, diagnostics_, Strictness::alone);
     ASSERT_TRUE(dry.build());
     dry.find_unread_keys();
@@ -50,7 +50,7 @@ TEST_F(ProbeTest, OfOneBlockSaysWhatIsWrongWithIt) {
 
 TEST_F(ProbeTest, TellsThatTheBlockThrew) {
     entry_.add({"throws_in", {4, 1}, std::string("setup")});
-    const Fenwa::ThreadSilence silence;
+    const Fenwa::LogMute mute;
     Probe dry(entry_, types_, diagnostics_, Strictness::alone);
     EXPECT_FALSE(dry.build());
     EXPECT_EQ(mistakes(),

@@ -3,16 +3,16 @@
 #include <utility>
 #include <vector>
 
-#include "src/frame/sdbus_handle.hpp"
+#include "fenwa/slot.hpp"
 
 namespace blocks {
 
-/// Slots that a block has replaced by newer ones in the same field. What they still deliver is
-/// wanted as long as the block works, and must never reach it afterwards.
+/// Slots that a block has replaced by newer ones in the same field. Their replies must reach the
+/// block as long as it works, and never afterwards.
 class SupersededSlots {
   public:
-    /// Takes over what `slot` holds, if anything, and leaves it empty.
-    void keep(Slot& slot) {
+    /// Takes over the content of `slot`, if any, and leaves it empty.
+    void keep(Fenwa::Slot& slot) {
         if (slot)
             slots_.push_back(std::move(slot));
     }
@@ -20,15 +20,15 @@ class SupersededSlots {
     void release() noexcept { slots_.clear(); }
 
   private:
-    std::vector<Slot> slots_;
+    std::vector<Fenwa::Slot> slots_;
 };
 
 /// The calls of a block that starts new ones in one field while earlier ones may be unanswered.
-/// Holds the replaced slots no longer than until every call has been answered.
+/// Holds the replaced slots until every call has been answered.
 class OverlappingCalls {
   public:
     /// Empties `slot`, the newest call's, for the next one.
-    void make_room(Slot& slot) {
+    void make_room(Fenwa::Slot& slot) {
         if (unanswered_ == 0)
             slot.reset();
         else
@@ -39,12 +39,12 @@ class OverlappingCalls {
         unanswered_ += r < 0 ? 0 : 1;
         return r;
     }
-    /// To be called once for each reply.
+    /// Counts a reply. Called once for each.
     void answered() noexcept {
         if (unanswered_ > 0 && --unanswered_ == 0)
             superseded_.release();
     }
-    /// No reply is wanted any more.
+    /// Releases all replaced slots and forgets the unanswered calls.
     void release() noexcept {
         superseded_.release();
         unanswered_ = 0;

@@ -3,39 +3,31 @@
 #include <systemd/sd-bus.h>
 
 #include "fenwa/block.hpp"
-#include "src/frame/sdbus_handle.hpp"
+#include "fenwa/callback.hpp"
+#include "fenwa/slot.hpp"
 
-namespace blocks {
+namespace Fenwa {
 
-/// Where a service is found on the bus.
+/// Address of a service on the bus.
 struct BusService {
     const char* destination;  ///< well-known bus name
     const char* path;
     const char* interface;
 };
 
-/// The framework's connection, as the block's tools have it. Owned by the framework.
-[[nodiscard]] inline sd_bus* bus_of(const Fenwa::Block& block) {
+/// The framework's connection, owned by the framework. Null in a probe (`fenwa check`).
+/// @throws std::logic_error in a constructor: there are no tools yet.
+[[nodiscard]] inline sd_bus* bus_of(const Block& block) {
     return block.get_tools().sdbus_tools->get_bus();
 }
 
-/// Makes an sd-bus callback out of a member `int on_something(sd_bus_message*, sd_bus_error*)`.
-/// `userdata` is the object as a T*, T being the class that declares the member.
-template <auto Member>
-struct Callback;
-
-template <class T, int (T::*Member)(sd_bus_message*, sd_bus_error*)>
-struct Callback<Member> {
-    using Object = T;
-
-    static int call(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept {
-        return (static_cast<T*>(userdata)->*Member)(message, error);
-    }
-};
+// The functions below run on the thread of `run()`. They return what sd-bus returned, negative on
+// failure. A slot that they take releases what it holds, and holds the new call or match on
+// success; the callback then comes until the slot is reset or destroyed.
 
 /// Starts an asynchronous method call whose reply goes to the member `OnReply` of `object`.
-/// @param slot empty; holds the pending call on success.
-/// @returns what sd-bus returned, negative on failure.
+/// @param types signature of the arguments that follow, as for `sd_bus_message_append`; null or
+///        empty for none.
 template <auto OnReply, class... Arguments>
 int call_async(sd_bus* bus, Slot& slot, const BusService& service, const char* member,
                typename Callback<OnReply>::Object& object, const char* types,
@@ -45,8 +37,8 @@ int call_async(sd_bus* bus, Slot& slot, const BusService& service, const char* m
                                     types, arguments...);
 }
 
-/// Sends a method call that no reply is wanted to; the service is told not to answer.
-/// @returns what sd-bus returned, negative on failure.
+/// Sends a method call and asks the service not to reply.
+/// @param types as for `call_async`.
 template <class... Arguments>
 int call_without_reply(sd_bus* bus, const BusService& service, const char* member,
                        const char* types, Arguments... arguments) {
@@ -55,12 +47,11 @@ int call_without_reply(sd_bus* bus, const BusService& service, const char* membe
                                     arguments...);
 }
 
-// sd-bus ends the connection when an asynchronous match without an install callback is refused, so
-// there always is one.
+// Both matches demand an install callback: without one sd-bus ends the connection when the daemon
+// refuses an asynchronous match.
 
-/// Starts the installation of a match for one signal of a service.
-/// @param slot empty; holds the match on success.
-/// @returns what sd-bus returned, negative on failure.
+/// Starts the installation of a match for one signal of a service. The signal goes to `OnSignal`,
+/// the daemon's answer to the installation to `OnInstalled`.
 template <auto OnSignal, auto OnInstalled>
 int match_signal_async(sd_bus* bus, Slot& slot, const BusService& service, const char* member,
                        typename Callback<OnSignal>::Object& object) {
@@ -69,9 +60,8 @@ int match_signal_async(sd_bus* bus, Slot& slot, const BusService& service, const
                                      Callback<OnInstalled>::call, &object);
 }
 
-/// Starts the installation of a match for a rule in the bus's own notation.
-/// @param slot empty; holds the match on success.
-/// @returns what sd-bus returned, negative on failure.
+/// Starts the installation of a match for a rule in the bus's own notation. Each message that
+/// matches goes to `OnMessage`, the daemon's answer to the installation to `OnInstalled`.
 template <auto OnMessage, auto OnInstalled>
 int match_rule_async(sd_bus* bus, Slot& slot, const char* rule,
                      typename Callback<OnMessage>::Object& object) {
@@ -79,4 +69,4 @@ int match_rule_async(sd_bus* bus, Slot& slot, const char* rule,
                                   Callback<OnInstalled>::call, &object);
 }
 
-}  // namespace blocks
+}  // namespace Fenwa
