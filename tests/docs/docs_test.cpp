@@ -9,7 +9,6 @@
 #include <sstream>
 
 #include "common/bus/private_bus.hpp"
-#include "tests/docs/markdown_page.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -29,6 +28,63 @@ std::vector<std::string> pages() {
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+/// A fenced block of a page.
+struct CodeBlock {
+    std::size_t line = 0;  ///< where its text begins, from 1
+    std::string language;  ///< behind the opening fence; may be empty
+    std::string file;      ///< the file that the line before it names; may be empty
+    std::string text;
+};
+
+/// A page of the guide.
+struct MarkdownPage {
+    std::vector<CodeBlock> blocks;
+    std::vector<std::string> links;  ///< what it leads to within the project, without anchors
+};
+
+constexpr std::string_view fence = "```";
+
+void add_links(const std::string& line, std::vector<std::string>& links) {
+    static const std::regex link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
+    for (std::sregex_iterator it(line.begin(), line.end(), link), end; it != end; ++it)
+        links.push_back((*it)[1]);
+}
+
+/// The file in "`average.cpp`: the mean …", empty where the line begins otherwise.
+std::string named_file(const std::string& line) {
+    static const std::regex name("^`([A-Za-z0-9_-]+\\.[a-z]+)`.*");
+    std::smatch match;
+    return std::regex_match(line, match, name) ? match[1].str() : std::string{};
+}
+
+MarkdownPage read_page(const fs::path& path) {
+    std::ifstream file(path);
+    EXPECT_TRUE(file) << path;
+    MarkdownPage page;
+    CodeBlock* open = nullptr;
+    std::string last_text;
+    std::size_t number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        if (line.starts_with(fence) && open == nullptr) {
+            page.blocks.push_back(
+                {number + 1, line.substr(fence.size()), named_file(last_text), {}});
+            open = &page.blocks.back();
+        } else if (line.starts_with(fence)) {
+            open = nullptr;
+            last_text.clear();
+        } else if (open != nullptr) {
+            open->text += line + '\n';
+        } else {
+            add_links(line, page.links);
+            if (!line.empty())
+                last_text = line;
+        }
+    }
+    EXPECT_EQ(open, nullptr) << path << ": a fence is not closed";
+    return page;
 }
 
 class GuideTest : public ::testing::TestWithParam<std::string> {

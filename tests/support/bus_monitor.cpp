@@ -58,9 +58,8 @@ void replace_all(std::string& text, const std::string& what, const std::string& 
 }  // namespace
 
 BusMonitor::BusMonitor(const std::string& address) {
-    sd_bus* bus = nullptr;
-    check(sd_bus_new(&bus), "a monitor connection");
-    bus_.reset(bus);
+    check(sd_bus_new(bus_.out()), "a monitor connection");
+    sd_bus* const bus = bus_.get();
     check(sd_bus_set_address(bus, address.c_str()), "address of the monitor");
     check(sd_bus_set_bus_client(bus, 1), "the monitor as a client");
     check(sd_bus_set_monitor(bus, 1), "monitor mode");
@@ -74,16 +73,18 @@ BusMonitor::BusMonitor(const std::string& address) {
 }
 
 template <class Done>
-void BusMonitor::record_until(Done&& done, const std::string& what) {
+BusMessage BusMonitor::record_until(const Done& done, const std::string& what) {
+    const auto found = std::find_if(messages_.begin(), messages_.end(), done);
+    if (found != messages_.end())
+        return *found;
     const auto deadline = Clock::now() + std::chrono::seconds(20);
     while (true) {
-        sd_bus_message* message = nullptr;
-        const int r = check(sd_bus_process(bus_.get(), &message), "the monitor");
-        const common::MessagePtr guard(message);
-        if (message != nullptr) {
+        common::MessagePtr message;
+        const int r = check(sd_bus_process(bus_.get(), message.out()), "the monitor");
+        if (message) {
             messages_.push_back(read_message(*message));
             if (done(messages_.back()))
-                return;
+                return messages_.back();
         }
         if (r > 0)
             continue;
@@ -95,25 +96,15 @@ void BusMonitor::record_until(Done&& done, const std::string& what) {
 
 void BusMonitor::record_until_gone(const std::string& unique_name) {
     const std::string gone = owner_change(unique_name, unique_name, "");
-    for (const BusMessage& message : messages_) {
-        if (message.arguments == gone)
-            return;
-    }
     record_until([&gone](const BusMessage& message) { return message.arguments == gone; },
                  "the end of " + unique_name);
 }
 
 std::string BusMonitor::caller_of(const std::string& member) {
-    for (const BusMessage& message : messages_) {
-        if (message.kind == "calls" && message.member == member)
-            return message.sender;
-    }
-    record_until(
-        [&member](const BusMessage& message) {
-            return message.kind == "calls" && message.member == member;
-        },
-        "a call of " + member);
-    return messages_.back().sender;
+    const auto is_call = [&member](const BusMessage& message) {
+        return message.kind == "calls" && message.member == member;
+    };
+    return record_until(is_call, "a call of " + member).sender;
 }
 
 namespace {

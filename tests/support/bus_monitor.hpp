@@ -36,7 +36,7 @@ class BusMonitor {
 
   private:
     template <class Done>
-    void record_until(Done&& done, const std::string& what);
+    BusMessage record_until(const Done& done, const std::string& what);
 
     common::BusPtr bus_;
     std::vector<BusMessage> messages_;

@@ -10,22 +10,16 @@ namespace {
 using support::Interception;
 using support::MessageFunction;
 
-std::optional<int> made_up(MessageFunction function) {
+/// A step of reading a body: the journal records it, and a test may make up or change its result.
+template <class Function>
+int step(MessageFunction function, const char* name, Function&& really) {
     Interception* const interception = Interception::current();
-    return interception == nullptr ? std::nullopt : interception->made_up_result(function);
-}
-
-/// The same for a step of reading a body, which the journal is told of.
-std::optional<int> made_up_step(MessageFunction function, const char* step) {
-    if (Interception* const interception = Interception::current())
-        interception->record_reading(step);
-    return made_up(function);
-}
-
-/// What a step comes to when sd-bus has done it.
-int changed(MessageFunction function, int result) {
-    Interception* const interception = Interception::current();
-    return interception == nullptr ? result : interception->changed_result(function, result);
+    if (interception == nullptr)
+        return really();
+    interception->record_reading(name);
+    if (const auto result = interception->made_up_result(function))
+        return *result;
+    return interception->changed_result(function, really());
 }
 
 /// Takes back one of the strings that have been read, where a test wants that.
@@ -40,8 +34,11 @@ void null_a_string(std::va_list targets) {
 }
 
 int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
-    if (const auto result = made_up(MessageFunction::reply_method_return))
-        return *result;
+    Interception* const interception = Interception::current();
+    if (interception != nullptr) {
+        if (const auto result = interception->made_up_result(MessageFunction::reply_method_return))
+            return *result;
+    }
     return sd_bus_reply_method_returnv(message, types, arguments);
 }
 
@@ -51,56 +48,47 @@ int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
 extern "C" {
 
 int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) {
-    if (const auto result = made_up_step(MessageFunction::read, "read"))
-        return *result;
     std::va_list targets;
     va_start(targets, types);
     std::va_list again;
     va_copy(again, targets);
-    const int r = sd_bus_message_readv(message, types, targets);
-    va_end(targets);
-    null_a_string(again);
+    const int r = step(MessageFunction::read, "read", [&] {
+        const int result = sd_bus_message_readv(message, types, targets);
+        null_a_string(again);
+        return result;
+    });
     va_end(again);
-    return changed(MessageFunction::read, r);
+    va_end(targets);
+    return r;
 }
 
 int __real_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target);
 
 int __wrap_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target) {
-    const auto result = made_up_step(MessageFunction::read_basic, "read_basic");
-    if (result)
-        return *result;
-    return changed(MessageFunction::read_basic,
-                   __real_sd_bus_message_read_basic(message, type, target));
+    return step(MessageFunction::read_basic, "read_basic",
+                [&] { return __real_sd_bus_message_read_basic(message, type, target); });
 }
 
 int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
 
 int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {
-    const auto result = made_up_step(MessageFunction::skip, "skip");
-    if (result)
-        return *result;
-    return changed(MessageFunction::skip, __real_sd_bus_message_skip(message, types));
+    return step(MessageFunction::skip, "skip",
+                [&] { return __real_sd_bus_message_skip(message, types); });
 }
 
 int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, const char* contents);
 
 int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type,
                                           const char* contents) {
-    const auto result = made_up_step(MessageFunction::enter_container, "enter");
-    if (result)
-        return *result;
-    return changed(MessageFunction::enter_container,
-                   __real_sd_bus_message_enter_container(message, type, contents));
+    return step(MessageFunction::enter_container, "enter",
+                [&] { return __real_sd_bus_message_enter_container(message, type, contents); });
 }
 
 int __real_sd_bus_message_exit_container(sd_bus_message* message);
 
 int __wrap_sd_bus_message_exit_container(sd_bus_message* message) {
-    const auto result = made_up_step(MessageFunction::exit_container, "exit");
-    if (result)
-        return *result;
-    return changed(MessageFunction::exit_container, __real_sd_bus_message_exit_container(message));
+    return step(MessageFunction::exit_container, "exit",
+                [&] { return __real_sd_bus_message_exit_container(message); });
 }
 
 int __wrap_sd_bus_reply_method_return(sd_bus_message* message, const char* types, ...) {

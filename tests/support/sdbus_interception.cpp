@@ -26,16 +26,8 @@ int call_back(sd_bus_message_handler_t callback, sd_bus_message* message, void* 
     return result;
 }
 
-int Sending::deliver(sd_bus_message* message) const {
-    return deliver(message, SD_BUS_ERROR_NULL);
-}
-
 int Sending::deliver(sd_bus_message* message, sd_bus_error error) const {
     return call_back(callback, message, userdata, error);
-}
-
-int Sending::install(sd_bus_message* reply) const {
-    return install(reply, SD_BUS_ERROR_NULL);
 }
 
 int Sending::install(sd_bus_message* reply, sd_bus_error error) const {
@@ -56,14 +48,12 @@ Interception::~Interception() {
         << call_endings_.size() << " foreseen blocking calls are missing";
     EXPECT_EQ(replies_.size(), 0U) << "replies kept";
     EXPECT_EQ(filled_error_, nullptr) << "an error structure was not freed";
-    for (const auto& [function, results] : made_up_) {
+    for (const auto& [function, results] : made_up_)
         EXPECT_TRUE(results.empty())
             << "made up for nobody: a result of function " << static_cast<int>(function);
-    }
-    for (const auto& [function, results] : changed_) {
+    for (const auto& [function, results] : changed_)
         EXPECT_TRUE(results.empty())
             << "changed for nobody: a result of function " << static_cast<int>(function);
-    }
 }
 
 void Interception::answer_next(const std::vector<int>& results) {
@@ -162,15 +152,13 @@ int __wrap_sd_bus_call_method_async(sd_bus* bus, sd_bus_slot** slot, const char*
     va_start(arguments, types);
     int r = 0;
     if (Interception* interception = Interception::current()) {
-        support::Sending sending;
-        sending.text = "call" + support::render_address(destination, path, interface, member) +
-                       "(" + support::render_arguments(types, arguments) + ")";
+        std::string text = "call" + support::render_address(destination, path, interface, member) +
+                           "(" + support::render_arguments(types, arguments) + ")";
         if (slot == nullptr && callback == nullptr)
-            sending.text += " without reply";
-        sending.bus = bus;
-        sending.callback = callback;
-        sending.userdata = userdata;
-        r = interception->record(std::move(sending), member, slot);
+            text += " without reply";
+        r = interception->record(
+            {.text = std::move(text), .bus = bus, .callback = callback, .userdata = userdata},
+            member, slot);
     } else {
         r = sd_bus_call_method_asyncv(bus, slot, destination, path, interface, member, callback,
                                       userdata, types, arguments);
@@ -189,13 +177,12 @@ int __wrap_sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* r
     Interception* const interception = Interception::current();
     if (interception == nullptr)
         return __real_sd_bus_add_match_async(bus, slot, rule, callback, install_callback, userdata);
-    support::Sending sending;
-    sending.text = std::string("match ") + rule;
-    sending.bus = bus;
-    sending.callback = callback;
-    sending.install_callback = install_callback;
-    sending.userdata = userdata;
-    return interception->record(std::move(sending), "match", slot);
+    return interception->record({.text = std::string("match ") + rule,
+                                 .bus = bus,
+                                 .callback = callback,
+                                 .install_callback = install_callback,
+                                 .userdata = userdata},
+                                "match", slot);
 }
 
 int __real_sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
@@ -206,12 +193,11 @@ int __wrap_sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
     Interception* const interception = Interception::current();
     if (interception == nullptr)
         return __real_sd_bus_add_match(bus, slot, rule, callback, userdata);
-    support::Sending sending;
-    sending.text = std::string("blocking match ") + rule;
-    sending.bus = bus;
-    sending.callback = callback;
-    sending.userdata = userdata;
-    return interception->record(std::move(sending), "match", slot);
+    return interception->record({.text = std::string("blocking match ") + rule,
+                                 .bus = bus,
+                                 .callback = callback,
+                                 .userdata = userdata},
+                                "match", slot);
 }
 
 int __real_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char* sender,
@@ -227,13 +213,13 @@ int __wrap_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char
     if (interception == nullptr)
         return __real_sd_bus_match_signal_async(bus, slot, sender, path, interface, member,
                                                 callback, install_callback, userdata);
-    support::Sending sending;
-    sending.text = "match signal" + support::render_address(sender, path, interface, member);
-    sending.bus = bus;
-    sending.callback = callback;
-    sending.install_callback = install_callback;
-    sending.userdata = userdata;
-    return interception->record(std::move(sending), member, slot);
+    return interception->record(
+        {.text = "match signal" + support::render_address(sender, path, interface, member),
+         .bus = bus,
+         .callback = callback,
+         .install_callback = install_callback,
+         .userdata = userdata},
+        member, slot);
 }
 
 sd_bus_slot* __real_sd_bus_slot_unref(sd_bus_slot* slot);

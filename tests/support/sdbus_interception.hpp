@@ -25,18 +25,16 @@ struct Sending {
     sd_bus_message_handler_t callback = nullptr;
     sd_bus_message_handler_t install_callback = nullptr;
     void* userdata = nullptr;
-    int result = 0;            ///< what the caller was given
-    bool holds_slot = false;   ///< the caller was given a slot
-    bool released = false;     ///< ... and has unref'd it
-    std::string release_text;  ///< how the journal names that
+    int result = 0;              ///< what the caller was given
+    bool holds_slot = false;     ///< the caller was given a slot
+    bool released = false;       ///< ... and has unref'd it
+    std::string release_text{};  ///< how the journal names that
 
     /// Calls the callback as sd-bus does: the message rewound, the error argument empty.
-    [[nodiscard]] int deliver(sd_bus_message* message) const;
-    /// Calls the callback with a filled error argument.
-    [[nodiscard]] int deliver(sd_bus_message* message, sd_bus_error error) const;
+    [[nodiscard]] int deliver(sd_bus_message* message,
+                              sd_bus_error error = SD_BUS_ERROR_NULL) const;
     /// The same with the install callback of a match.
-    [[nodiscard]] int install(sd_bus_message* reply) const;
-    [[nodiscard]] int install(sd_bus_message* reply, sd_bus_error error) const;
+    [[nodiscard]] int install(sd_bus_message* reply, sd_bus_error error = SD_BUS_ERROR_NULL) const;
 };
 
 /// Calls a callback as sd-bus does, with the message rewound; it must leave the error argument

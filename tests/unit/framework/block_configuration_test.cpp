@@ -51,49 +51,44 @@ Keys accepted_by(Getter get) {
     return accepted;
 }
 
-TEST(BlockConfigurationTest, ReadsEachKindOnlyAsItself) {
+/// Whether `every_kind` gives values for these keys only, with and without a default.
+template <class Getter, class GetterWithDefault>
+void expect_accepted(Getter get, GetterWithDefault get_or_default, const Keys& keys) {
+    EXPECT_EQ(accepted_by(get), keys);
+    EXPECT_EQ(accepted_by(get_or_default), keys);
+}
+
+TEST(BlockConfigurationTest, ReadsEachKindOnlyAsItselfAlsoWhenADefaultIsGiven) {
     const auto& config = every_kind;
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getBool(key); }), (Keys{"bool"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getInt(key); }), (Keys{"integer"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getFloat(key); }),
-              (Keys{"integer", "float"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getDouble(key); }),
-              (Keys{"integer", "float"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getString(key); }),
-              (Keys{"string", "list of one"}));
+    expect_accepted([&](const auto& key) { (void)config.getBool(key); },
+                    [&](const auto& key) { (void)config.getBool(key, false); }, {"bool"});
+    expect_accepted([&](const auto& key) { (void)config.getInt(key); },
+                    [&](const auto& key) { (void)config.getInt(key, 1); }, {"integer"});
+    expect_accepted([&](const auto& key) { (void)config.getFloat(key); },
+                    [&](const auto& key) { (void)config.getFloat(key, 1.0F); },
+                    {"integer", "float"});
+    expect_accepted([&](const auto& key) { (void)config.getDouble(key); },
+                    [&](const auto& key) { (void)config.getDouble(key, 1.0); },
+                    {"integer", "float"});
+    expect_accepted([&](const auto& key) { (void)config.getString(key); },
+                    [&](const auto& key) { (void)config.getString(key, "other"); },
+                    {"string", "list of one"});
 }
 
-TEST(BlockConfigurationTest, IsAsStrictWhenADefaultIsGiven) {
+TEST(BlockConfigurationTest, GivesTheValuesOfItsKeysRatherThanDefaults) {
     const auto& config = every_kind;
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getBool(key, false); }),
-              (Keys{"bool"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getInt(key, 1); }),
-              (Keys{"integer"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getFloat(key, 1.0F); }),
-              (Keys{"integer", "float"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getDouble(key, 1.0); }),
-              (Keys{"integer", "float"}));
-    EXPECT_EQ(accepted_by([&](const auto& key) { (void)config.getString(key, "other"); }),
-              (Keys{"string", "list of one"}));
-}
-
-TEST(BlockConfigurationTest, GivesTheValuesOfItsKeys) {
-    EXPECT_TRUE(every_kind.getBool("bool"));
-    EXPECT_EQ(every_kind.getInt("integer"), 7);
-    EXPECT_EQ(every_kind.getFloat("float"), 2.5F);
-    EXPECT_EQ(every_kind.getDouble("float"), 2.5);
-    EXPECT_EQ(every_kind.getString("string"), "text");
-    EXPECT_EQ(every_kind.getString("list of one"), "only");
-    EXPECT_EQ(every_kind.getFloat("integer"), 7.0F);
-    EXPECT_EQ(every_kind.getDouble("integer"), 7.0);
-}
-
-TEST(BlockConfigurationTest, PrefersItsValuesToDefaults) {
-    EXPECT_TRUE(every_kind.getBool("bool", false));
-    EXPECT_EQ(every_kind.getInt("integer", 1), 7);
-    EXPECT_EQ(every_kind.getFloat("float", 1.0F), 2.5F);
-    EXPECT_EQ(every_kind.getDouble("float", 1.0), 2.5);
-    EXPECT_EQ(every_kind.getString("string", "other"), "text");
+    EXPECT_TRUE(config.getBool("bool") && config.getBool("bool", false));
+    for (const int value : {config.getInt("integer"), config.getInt("integer", 1)})
+        EXPECT_EQ(value, 7);
+    for (const float value : {config.getFloat("float"), config.getFloat("float", 1.0F)})
+        EXPECT_EQ(value, 2.5F);
+    for (const double value : {config.getDouble("float"), config.getDouble("float", 1.0)})
+        EXPECT_EQ(value, 2.5);
+    for (const auto& value : {config.getString("string"), config.getString("string", "other")})
+        EXPECT_EQ(value, "text");
+    EXPECT_EQ(config.getString("list of one"), "only");
+    EXPECT_EQ(config.getFloat("integer"), 7.0F);
+    EXPECT_EQ(config.getDouble("integer"), 7.0);
 }
 
 TEST(BlockConfigurationTest, GivesTheDefaultOfAMissingKey) {
@@ -135,19 +130,16 @@ TEST(BlockConfigurationTest, LooksKeysUpWhole) {
 }
 
 TEST(BlockConfigurationTest, CountsTheLastOfEqualKeysInThePlaceOfTheFirst) {
-    const BlockConfiguration config{{"a", 1}, {"b", 2}, {"a", true}};
-    const auto& entries = ConfigurationAccess::entries(config);
-    ASSERT_EQ(entries.size(), 2U);
-    EXPECT_EQ(entries[0].key(), "a");
-    EXPECT_EQ(entries[0].value(), BlockConfiguration::Value(true));
-    EXPECT_EQ(entries[1].key(), "b");
-    EXPECT_EQ(entries[1].value(), BlockConfiguration::Value(std::int64_t{2}));
-}
-
-TEST(BlockConfigurationTest, IsBuiltFromAVectorAlike) {
-    const BlockConfiguration config(std::vector<Entry>{{"a", 1}, {"a", 2}});
-    EXPECT_EQ(config.getInt("a"), 2);
-    EXPECT_EQ(ConfigurationAccess::entries(config).size(), 1U);
+    const std::vector<Entry> given{{"a", 1}, {"b", 2}, {"a", true}};
+    for (const auto& config :
+         {BlockConfiguration{given[0], given[1], given[2]}, BlockConfiguration(given)}) {
+        const auto& entries = ConfigurationAccess::entries(config);
+        ASSERT_EQ(entries.size(), 2U);
+        EXPECT_EQ(entries[0].key(), "a");
+        EXPECT_EQ(entries[0].value(), BlockConfiguration::Value(true));
+        EXPECT_EQ(entries[1].key(), "b");
+        EXPECT_EQ(entries[1].value(), BlockConfiguration::Value(std::int64_t{2}));
+    }
 }
 
 TEST(BlockConfigurationTest, IsEmptyOnceItHasBeenMovedFrom) {
@@ -203,46 +195,31 @@ TEST_F(ObservedConfigurationTest, TellsOfEveryReadWithItsTypeAndDefault) {
                     "double present", "string present"}));
 }
 
-TEST_F(ObservedConfigurationTest, HandsDefaultsOnInTheFormOfValues) {
-    struct : Fenwa::ConfigurationObserver {
-        void on_read(const Fenwa::KeyRead& read) override { fallbacks.push_back(read.fallback); }
-        std::optional<BlockConfiguration::Value> on_error(
-            const ConfigurationError& /*error*/) override {
-            return std::nullopt;
-        }
-        std::vector<std::optional<BlockConfiguration::Value>> fallbacks;
-    } observer;
-    const auto config = ConfigurationAccess::observed(
-        {}, std::shared_ptr<Fenwa::ConfigurationObserver>(&observer, [](auto*) {}));
-    (void)config.getInt("a", 5);
-    (void)config.getFloat("b", 0.5F);
-    (void)config.getString("c", "x");
-    EXPECT_THROW((void)config.getBool("d"), ConfigurationError);
+TEST_F(ObservedConfigurationTest, HandsOnDefaultsAndWhatIsFoundWhateverItsType) {
     using Value = BlockConfiguration::Value;
-    EXPECT_EQ(observer.fallbacks,
-              (std::vector<std::optional<Value>>{Value(std::int64_t{5}), Value(0.5),
-                                                 Value(std::string("x")), std::nullopt}));
-}
-
-TEST_F(ObservedConfigurationTest, HandsOnWhatStandsThereWhateverItsType) {
-    struct : Fenwa::ConfigurationObserver {
-        void on_read(const Fenwa::KeyRead& read) override { found.push_back(read.found); }
-        std::optional<BlockConfiguration::Value> on_error(
-            const ConfigurationError& /*error*/) override {
-            return BlockConfiguration::Value();
+    using Read = std::pair<std::optional<Value>, std::optional<Value>>;
+    struct Observer : Fenwa::ConfigurationObserver {
+        void on_read(const Fenwa::KeyRead& read) override {
+            reads.emplace_back(read.fallback, read.found);
         }
-        std::vector<std::optional<BlockConfiguration::Value>> found;
-    } observer;
-    const auto config =
-        BlockConfiguration{{"a", 5}, {"b", true}} +
-        ConfigurationAccess::observed(
-            {{"b", false}}, std::shared_ptr<Fenwa::ConfigurationObserver>(&observer, [](auto*) {}));
-    (void)config.getDouble("a");
+        std::optional<Value> on_error(const ConfigurationError& /*error*/) override {
+            return Value();
+        }
+        std::vector<Read> reads;
+    };
+    const auto observer = std::make_shared<Observer>();
+    const auto config = BlockConfiguration{{"a", 5}, {"b", true}} +
+                        ConfigurationAccess::observed({{"b", false}}, observer);
+    (void)config.getDouble("a", 0.5);
     (void)config.getString("b");
     (void)config.getInt("c", 7);
-    using Value = BlockConfiguration::Value;
-    EXPECT_EQ(observer.found, (std::vector<std::optional<Value>>{Value(std::int64_t{5}),
-                                                                 Value(false), std::nullopt}));
+    (void)config.getFloat("d", 0.5F);
+    (void)config.getString("e", "x");
+    EXPECT_EQ(observer->reads, (std::vector<Read>{{Value(0.5), Value(std::int64_t{5})},
+                                                  {std::nullopt, Value(false)},
+                                                  {Value(std::int64_t{7}), std::nullopt},
+                                                  {Value(0.5), std::nullopt},
+                                                  {Value(std::string("x")), std::nullopt}}));
 }
 
 TEST_F(ObservedConfigurationTest, GivesTheValueOfTheObserverInsteadOfAnErrorOrElseZero) {

@@ -5,6 +5,9 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "fenwa/callback.hpp"
+#include "fenwa/ports.hpp"
+#include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/host_access.hpp"
 #include "tests/support/bus_messages.hpp"
 
@@ -12,30 +15,15 @@ namespace {
 
 using Fenwa::Block;
 using Fenwa::HostAccess;
-using Fenwa::InPort;
 using Fenwa::OutPort;
 using Names = std::vector<std::string>;
-
-/// Tools over a connection that only objects are exported on.
-class BusTools final : public Fenwa::SDBusTools {
-  public:
-    explicit BusTools(sd_bus* bus) : bus_(bus) {}
-    void call_method(const char*, const char*, const char*, const char*, sd_bus_message**,
-                     const char*, ...) override {}
-    void get_property(const char*, const char*, const char*, const char*, sd_bus_message**,
-                      const char*) override {}
-    sd_bus* get_bus() override { return bus_; }
-
-  private:
-    sd_bus* bus_;
-};
 
 class BlockTest : public testing::Test {
   protected:
     auto adopt(Block& adopted) { return HostAccess::adopt(adopted, init_tools, queue); }
 
     support::Messages messages;
-    BusTools tools{messages.bus()};
+    Fenwa::ConnectionTools tools{messages.bus()};
     Fenwa::InitTools init_tools{&tools};
     Fenwa::ReadyQueue queue{[] {}};
     Block block{"name", {{"key", 5}}};
@@ -68,12 +56,9 @@ TEST_F(BlockTest, IsItsOwnOnlyMember) {
 }
 
 TEST_F(BlockTest, FindsItsPortsByName) {
-    auto* const first =
-        block.add_inport(std::make_unique<InPort<int>>("first", Fenwa::datatype_of<int>(), true));
-    auto* const second =
-        block.add_inport(std::make_unique<InPort<int>>("second", Fenwa::datatype_of<int>(), true));
-    auto* const out =
-        block.add_outport(std::make_unique<OutPort<bool>>("out", Fenwa::datatype_of<bool>()));
+    Fenwa::InPortInternal* const first = Fenwa::add_inport<int>(block, "first");
+    Fenwa::InPortInternal* const second = Fenwa::add_inport<int>(block, "second");
+    Fenwa::OutPortInternal* const out = Fenwa::add_outport<bool>(block, "out");
     EXPECT_EQ(block.get_inport("first"), first);
     EXPECT_EQ(block.get_inport("second"), second);
     EXPECT_EQ(block.get_inport("out"), nullptr);
@@ -84,24 +69,34 @@ TEST_F(BlockTest, FindsItsPortsByName) {
     EXPECT_EQ(HostAccess::outports(block), (std::vector{out}));
 }
 
+/// The ports as "NAME PATH".
+Names described(const std::vector<Fenwa::PortInfo>& ports) {
+    Names names;
+    for (const Fenwa::PortInfo& port : ports)
+        names.push_back(port.name + ' ' + port.datatype.path());
+    return names;
+}
+
 TEST_F(BlockTest, ListsItsPortsInTheOrderAdded) {
-    block.add_inport(std::make_unique<InPort<int>>("b", Fenwa::datatype_of<int>(), true));
-    block.add_inport(std::make_unique<InPort<bool>>("a", Fenwa::datatype_of<bool>(), true));
-    block.add_outport(std::make_unique<OutPort<float>>("z", Fenwa::datatype_of<float>()));
-    block.add_outport(std::make_unique<OutPort<bool>>("y", Fenwa::datatype_of<bool>()));
+    Fenwa::add_inport<int>(block, "b");
+    Fenwa::add_inport<bool>(block, "a");
+    Fenwa::add_outport<float>(block, "z");
+    Fenwa::add_outport<bool>(block, "y");
     EXPECT_EQ(block.get_inport_names(), (Names{"b", "a"}));
     EXPECT_EQ(block.get_outport_names(), (Names{"z", "y"}));
-    const auto ins = block.get_inports_info();
-    ASSERT_EQ(ins.size(), 2U);
-    EXPECT_EQ(ins[0].name, "b");
-    EXPECT_EQ(ins[0].datatype, Fenwa::datatype_of<int>());
-    EXPECT_EQ(ins[1].name, "a");
-    EXPECT_EQ(ins[1].datatype, Fenwa::datatype_of<bool>());
-    const auto outs = block.get_outports_info();
-    ASSERT_EQ(outs.size(), 2U);
-    EXPECT_EQ(outs[0].name, "z");
-    EXPECT_EQ(outs[0].datatype, Fenwa::datatype_of<float>());
-    EXPECT_EQ(outs[1].name, "y");
+    EXPECT_EQ(described(block.get_inports_info()),
+              (Names{"b /prefix/well-known.i/int", "a /prefix/well-known.b/bool"}));
+    EXPECT_EQ(described(block.get_outports_info()),
+              (Names{"z /prefix/well-known.f/float", "y /prefix/well-known.b/bool"}));
+}
+
+TEST_F(BlockTest, MakesPortsOfADatatype) {
+    const auto* const in = Fenwa::add_inport<int>(block, "in");
+    const auto* const quiet = Fenwa::add_inport<int>(block, "quiet", false);
+    const auto* const out = Fenwa::add_outport<double>(block, "out");
+    EXPECT_TRUE(in->triggers());
+    EXPECT_FALSE(quiet->triggers());
+    EXPECT_EQ(in->value() + out->value, 0);
 }
 
 TEST_F(BlockTest, OwnsEventPortsThatNeverMove) {
@@ -155,21 +150,23 @@ TEST_F(BlockTest, ExportsItsObjectsWhenItIsTakenOver) {
     EXPECT_EQ(HostAccess::exported_objects(block),
               (std::vector<std::pair<std::string, std::string>>{{"/a/b", "a.B"}, {"/a/c", "a.C"}}));
     EXPECT_TRUE(adopt(block).empty());
-    // The places are taken now.
-    EXPECT_EQ(
-        sd_bus_add_object_vtable(messages.bus(), nullptr, "/a/b", "a.B", empty_table, nullptr),
-        -EEXIST);
-    EXPECT_EQ(
-        sd_bus_add_object_vtable(messages.bus(), nullptr, "/a/c", "a.C", empty_table, nullptr),
-        -EEXIST);
+    for (const auto& [path, interface] : HostAccess::exported_objects(block)) {
+        EXPECT_EQ(sd_bus_add_object_vtable(messages.bus(), nullptr, path.c_str(), interface.c_str(),
+                                           empty_table, nullptr),
+                  -EEXIST);
+    }
 }
 
-/// Reads the property "Value" of a table, and keeps whom it was asked of.
+/// Counts how often its property "Value" is read.
+struct Asked {
+    int on_read(sd_bus_message* reply) { return sd_bus_message_append(reply, "i", ++times); }
+    int times = 0;
+};
+
 int get_value(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
               const char* /*property*/, sd_bus_message* reply, void* userdata,
               sd_bus_error* /*error*/) {
-    *static_cast<void**>(userdata) = userdata;
-    return sd_bus_message_append(reply, "i", 5);
+    return Fenwa::Callback<&Asked::on_read>::invoke(userdata, reply);
 }
 
 const sd_bus_vtable value_table[] = {
@@ -178,12 +175,20 @@ const sd_bus_vtable value_table[] = {
     SD_BUS_VTABLE_END};
 
 TEST_F(BlockTest, HandsTheUserdataToTheCallbacksOfItsTables) {
-    void* asked = nullptr;
+    Asked asked;
     block.add_dbus("/a/b", "a.B", value_table, &asked);
     EXPECT_TRUE(adopt(block).empty());
     // Telling the bus of the property's value makes sd-bus ask for it.
     EXPECT_GE(sd_bus_emit_properties_changed(messages.bus(), "/a/b", "a.B", "Value", nullptr), 0);
-    EXPECT_EQ(asked, &asked);
+    EXPECT_EQ(asked.times, 1);
+}
+
+Names described(const std::vector<Fenwa::RefusedExport>& exports) {
+    Names lines;
+    for (const Fenwa::RefusedExport& refused : exports)
+        lines.push_back(refused.path + ' ' + refused.interface + ": " +
+                        std::to_string(refused.negative_errno));
+    return lines;
 }
 
 TEST_F(BlockTest, ReportsEveryExportThatIsRefused) {
@@ -193,13 +198,7 @@ TEST_F(BlockTest, ReportsEveryExportThatIsRefused) {
     block.add_dbus("/a/b", "a.B", empty_table, &block);
     block.add_dbus("not a path", "a.B", empty_table, &block);
     block.add_dbus("/a/c", "a.B", empty_table, &block);
-    const auto refused = adopt(block);
-    ASSERT_EQ(refused.size(), 2U);
-    EXPECT_EQ(refused[0].path, "/a/b");
-    EXPECT_EQ(refused[0].interface, "a.B");
-    EXPECT_EQ(refused[0].negative_errno, -EEXIST);
-    EXPECT_EQ(refused[1].path, "not a path");
-    EXPECT_EQ(refused[1].negative_errno, -EINVAL);
+    EXPECT_EQ(described(adopt(block)), (Names{"/a/b a.B: -17", "not a path a.B: -22"}));
 }
 
 TEST_F(BlockTest, ExportsAtOnceWhatItAddsAfterItIsTakenOver) {
@@ -211,11 +210,8 @@ TEST_F(BlockTest, ExportsAtOnceWhatItAddsAfterItIsTakenOver) {
     EXPECT_TRUE(refused.empty());
     EXPECT_TRUE(HostAccess::has_exported(block, "/a/b", "a.B"));
     block.add_dbus("/a/b", "a.B", empty_table, &block);
-    ASSERT_EQ(refused.size(), 1U);
-    EXPECT_EQ(refused[0].path, "/a/b");
-    EXPECT_EQ(refused[0].interface, "a.B");
-    EXPECT_EQ(refused[0].negative_errno, -EEXIST);
-    // Nobody need be told.
+    EXPECT_EQ(described(refused), (Names{"/a/b a.B: -17"}));
+    // The listener may be missing.
     Block other("other", {});
     EXPECT_TRUE(adopt(other).empty());
     other.add_dbus("/a/b", "a.B", empty_table, &other);

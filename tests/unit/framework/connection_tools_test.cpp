@@ -10,7 +10,9 @@
 #include <string>
 #include <thread>
 
+#include "fenwa/callback.hpp"
 #include "fenwa/sdbus_error.hpp"
+#include "fenwa/slot.hpp"
 
 namespace {
 
@@ -31,50 +33,25 @@ SDBusError error_of(Call call) {
     return {"", "", 0};
 }
 
-class WithoutABusTest : public testing::Test {
-  protected:
-    ConnectionTools tools{nullptr};
+TEST(ConnectionToolsTest, FailWithoutAnOpenBusAndLeaveTheReplyAlone) {
+    sd_bus* unopened = nullptr;
+    ASSERT_GE(sd_bus_new(&unopened), 0);
+    const Fenwa::Handle<sd_bus, sd_bus_unref> owner(unopened);
     int nowhere = 0;
-    sd_bus_message* reply = reinterpret_cast<sd_bus_message*>(&nowhere);
-};
-
-TEST_F(WithoutABusTest, HasNone) {
-    EXPECT_EQ(tools.get_bus(), nullptr);
-}
-
-TEST_F(WithoutABusTest, FailsEveryCallAndLeavesTheReplyAlone) {
-    const auto error =
-        error_of([&] { tools.call_method("a.b", "/a", "a.b", "C", &reply, "i", 5); });
-    EXPECT_STREQ(error.what(), "System.Error.ENOTCONN: Transport endpoint is not connected");
-    EXPECT_EQ(error.code(), -ENOTCONN);
-    EXPECT_EQ(reply, reinterpret_cast<sd_bus_message*>(&nowhere));
-}
-
-TEST_F(WithoutABusTest, FailsEveryPropertyAndLeavesTheReplyAlone) {
+    auto* reply = reinterpret_cast<sd_bus_message*>(&nowhere);
+    for (sd_bus* const bus : {static_cast<sd_bus*>(nullptr), unopened}) {
+        ConnectionTools tools(bus);
+        EXPECT_EQ(tools.get_bus(), bus);
+        const auto error =
+            error_of([&] { tools.call_method("a.b", "/a", "a.b", "C", &reply, "i", 5); });
+        EXPECT_STREQ(error.what(), "System.Error.ENOTCONN: Transport endpoint is not connected");
+        EXPECT_EQ(error.code(), -ENOTCONN);
+    }
+    ConnectionTools tools(nullptr);
     const auto error = error_of([&] { tools.get_property("a.b", "/a", "a.b", "P", &reply, "d"); });
     EXPECT_STREQ(error.what(), "org.freedesktop.DBus.Error.InvalidArgs: Invalid argument");
     EXPECT_EQ(error.code(), -EINVAL);
     EXPECT_EQ(reply, reinterpret_cast<sd_bus_message*>(&nowhere));
-}
-
-/// A connection that was never opened.
-class UnopenedBusTest : public testing::Test {
-  protected:
-    UnopenedBusTest() { EXPECT_GE(sd_bus_new(&bus), 0); }
-    ~UnopenedBusTest() override { sd_bus_unref(bus); }
-
-    sd_bus* bus = nullptr;
-};
-
-TEST_F(UnopenedBusTest, IsHandedOutAsItIs) {
-    EXPECT_EQ(ConnectionTools(bus).get_bus(), bus);
-}
-
-TEST_F(UnopenedBusTest, FailsACall) {
-    ConnectionTools tools(bus);
-    const auto error =
-        error_of([&] { tools.call_method("a.b", "/a", "a.b", "C", nullptr, nullptr); });
-    EXPECT_EQ(error.code(), -ENOTCONN);
 }
 
 /// A connection to a peer that answers calls of its own accord: "Echo" with the call's arguments,
@@ -88,7 +65,9 @@ class AnsweringPeerTest : public testing::Test {
         calling = open(ends[0]);
         served = open(ends[1]);
         EXPECT_GE(sd_bus_set_server(served, 1, sd_id128_t{}), 0);
-        EXPECT_GE(sd_bus_add_filter(served, nullptr, answer, this), 0);
+        EXPECT_GE(sd_bus_add_filter(served, nullptr,
+                                    Fenwa::Callback<&AnsweringPeerTest::answer>::call, this),
+                  0);
         EXPECT_GE(sd_bus_start(served), 0);
         EXPECT_GE(sd_bus_start(calling), 0);
         peer = std::thread([this] {
@@ -112,16 +91,15 @@ class AnsweringPeerTest : public testing::Test {
         return bus;
     }
 
-    static int answer(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
-        if (static_cast<AnsweringPeerTest*>(userdata)->silent)
+    int answer(sd_bus_message* call) {
+        if (silent)
             return 1;
-        sd_bus_message* reply = nullptr;
-        int r = sd_bus_message_new_method_return(call, &reply);
+        Fenwa::Message reply;
+        int r = sd_bus_message_new_method_return(call, reply.out());
         if (r >= 0 && std::string(sd_bus_message_get_member(call)) == "Echo")
-            r = sd_bus_message_copy(reply, call, 1);
+            r = sd_bus_message_copy(reply.get(), call, 1);
         if (r >= 0)
-            r = sd_bus_send(nullptr, reply, nullptr);
-        sd_bus_message_unref(reply);
+            r = sd_bus_send(nullptr, reply.get(), nullptr);
         return r < 0 ? r : 1;
     }
 
@@ -134,17 +112,16 @@ class AnsweringPeerTest : public testing::Test {
 
 TEST_F(AnsweringPeerTest, IsGivenTheArgumentsAndTheCallerTheReply) {
     ConnectionTools tools(calling);
-    sd_bus_message* reply = nullptr;
-    tools.call_method("a.b", "/a", "a.b", "Echo", &reply, "isd", 5, "main", 0.5);
-    ASSERT_NE(reply, nullptr);
+    Fenwa::Message reply;
+    tools.call_method("a.b", "/a", "a.b", "Echo", reply.out(), "isd", 5, "main", 0.5);
+    ASSERT_TRUE(reply);
     std::int32_t number = 0;
     const char* text = nullptr;
     double fraction = 0.0;
-    EXPECT_EQ(sd_bus_message_read(reply, "isd", &number, &text, &fraction), 1);
+    EXPECT_EQ(sd_bus_message_read(reply.get(), "isd", &number, &text, &fraction), 1);
     EXPECT_EQ(number, 5);
     EXPECT_STREQ(text, "main");
     EXPECT_EQ(fraction, 0.5);
-    EXPECT_EQ(sd_bus_message_unref(reply), nullptr) << "the caller's to give up";
     EXPECT_NO_THROW(tools.call_method("a.b", "/a", "a.b", "Echo", nullptr, "i", 5));
     EXPECT_NO_THROW(tools.call_method("a.b", "/a", "a.b", "Other", nullptr, nullptr));
 }

@@ -24,35 +24,20 @@ TEST_F(LogTest, MakesOneLineOfOneIlogWhenItIsDestroyed) {
         line << "Owner of '" << std::string("a.b") << "' is " << 5 << ' ' << 0.5 << true;
         EXPECT_EQ(log.take(), Lines{});
     }
-    EXPECT_EQ(log.take(), (Lines{"4 Owner of 'a.b' is 5 0.51"}));
-}
-
-TEST_F(LogTest, KeepsEachLevel) {
+    { const ilog empty(2); }
+    EXPECT_EQ(log.take(), (Lines{"4 Owner of 'a.b' is 5 0.51", "2 "}));
     for (const int level : {1, 2, 4, 0, -1})
         ilog(level) << "text";
     EXPECT_EQ(log.take(), (Lines{"1 text", "2 text", "4 text", "0 text", "-1 text"}));
 }
 
-TEST_F(LogTest, LogsAnEmptyLineToo) {
-    { const ilog nothing(2); }
-    EXPECT_EQ(log.take(), (Lines{"2 "}));
-}
-
-TEST_F(LogTest, EndsTheLineAtANullText) {
+TEST_F(LogTest, TakesTextsAsTheyAreAndEndsTheLineAtANullOne) {
     const char* const nothing = nullptr;
     ilog(1) << "before: " << nothing << "never written" << 5;
-    EXPECT_EQ(log.take(), (Lines{"1 before: "}));
-}
-
-TEST_F(LogTest, TakesManipulators) {
     ilog(1) << "ends here" << std::endl;
     ilog(1) << std::hex << 255 << std::setw(4) << 7;
-    EXPECT_EQ(log.take(), (Lines{"1 ends here\n", "1 ff   7"}));
-}
-
-TEST_F(LogTest, DoesNotInterpretPercentSigns) {
     ilog(2) << "100 %s %d %n %";
-    EXPECT_EQ(log.take(), (Lines{"2 100 %s %d %n %"}));
+    EXPECT_EQ(log.take(), (Lines{"1 before: ", "1 ends here\n", "1 ff   7", "2 100 %s %d %n %"}));
 }
 
 TEST_F(LogTest, FormatsLikePrintf) {
@@ -61,15 +46,16 @@ TEST_F(LogTest, FormatsLikePrintf) {
     EXPECT_EQ(log.take(), (Lines{"2 this is 7 of 0.50%", "1 " + std::string(100000, 'x')}));
 }
 
-/// Takes the sink away again, however a test ends.
-struct NoSinkAfterwards {
-    ~NoSinkAfterwards() { Fenwa::set_log_sink({}); }
+/// Takes its sink away again, however the test ends.
+class LogSinkTest : public testing::Test {
+  protected:
+    ~LogSinkTest() override { Fenwa::set_log_sink({}); }
+
+    Lines lines;
 };
 
-TEST(LogSinkTest, MayLogItself) {
-    const NoSinkAfterwards afterwards;
-    Lines lines;
-    Fenwa::set_log_sink([&lines](int level, const std::string& message) {
+TEST_F(LogSinkTest, MayLogItself) {
+    Fenwa::set_log_sink([this](int level, const std::string& message) {
         lines.push_back("begin " + message);
         logger(level + 1, "sink took %s", message.c_str());
         lines.push_back("end " + message);
@@ -81,10 +67,8 @@ TEST(LogSinkTest, MayLogItself) {
     EXPECT_EQ(lines, (Lines{"begin one", "end one", "begin two", "end two"}));
 }
 
-TEST(LogSinkTest, TakesLinesAgainAfterItThrew) {
-    const NoSinkAfterwards afterwards;
-    Lines lines;
-    Fenwa::set_log_sink([&lines](int /*level*/, const std::string& message) {
+TEST_F(LogSinkTest, TakesLinesAgainAfterItThrew) {
+    Fenwa::set_log_sink([this](int /*level*/, const std::string& message) {
         lines.push_back(message);
         if (message == "throw")
             throw std::runtime_error("thrown on purpose");
@@ -94,12 +78,10 @@ TEST(LogSinkTest, TakesLinesAgainAfterItThrew) {
     EXPECT_EQ(lines, (Lines{"throw", "on"}));
 }
 
-TEST(LogSinkTest, MayReplaceItself) {
-    const NoSinkAfterwards afterwards;
-    Lines lines;
+TEST_F(LogSinkTest, MayReplaceItself) {
     const std::string last = "the last line of the first sink";
-    Fenwa::set_log_sink([&lines, last](int /*level*/, const std::string& message) {
-        Fenwa::set_log_sink([&lines](int, const std::string& text) { lines.push_back(text); });
+    Fenwa::set_log_sink([this, last](int /*level*/, const std::string& message) {
+        Fenwa::set_log_sink([this](int, const std::string& text) { lines.push_back(text); });
         lines.push_back(last + ": " + message);
     });
     logger(1, "one");
@@ -107,11 +89,9 @@ TEST(LogSinkTest, MayReplaceItself) {
     EXPECT_EQ(lines, (Lines{"the last line of the first sink: one", "two"}));
 }
 
-TEST(LogSinkTest, IsCalledOnceAtATime) {
-    const NoSinkAfterwards afterwards;
-    Lines lines;
+TEST_F(LogSinkTest, IsCalledOnceAtATime) {
     Fenwa::set_log_sink(
-        [&lines](int /*level*/, const std::string& message) { lines.push_back(message); });
+        [this](int /*level*/, const std::string& message) { lines.push_back(message); });
     std::vector<std::thread> singers;
     for (int singer = 0; singer < 4; ++singer)
         singers.emplace_back([] {

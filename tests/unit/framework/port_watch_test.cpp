@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "fenwa/block.hpp"
+#include "fenwa/ports.hpp"
 
 namespace {
 
@@ -15,9 +15,8 @@ using Fenwa::PortWatch;
 /// Throws after it has added two ports.
 struct Unfinished : Fenwa::Block {
     Unfinished() : Block("unfinished", {}) {
-        add_inport(
-            std::make_unique<Fenwa::InPort<double>>("in", Fenwa::datatype_of<double>(), true));
-        add_outport(std::make_unique<Fenwa::OutPort<int>>("out", Fenwa::datatype_of<int>()));
+        Fenwa::add_inport<double>(*this, "in");
+        Fenwa::add_outport<int>(*this, "out");
         throw std::runtime_error("not finished");
     }
 };

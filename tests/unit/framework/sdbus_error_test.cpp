@@ -12,14 +12,11 @@ using Fenwa::SDBusError;
 static_assert(std::is_base_of_v<std::exception, SDBusError>);
 
 TEST(SDBusErrorTest, SaysNameAndMessage) {
-    const SDBusError error("org.freedesktop.DBus.Error.NoReply", "timed out", -ETIMEDOUT);
-    EXPECT_STREQ(error.what(), "org.freedesktop.DBus.Error.NoReply: timed out");
-    EXPECT_EQ(error.name(), "org.freedesktop.DBus.Error.NoReply");
-    EXPECT_EQ(error.message(), "timed out");
-    EXPECT_EQ(error.code(), -ETIMEDOUT);
-}
-
-TEST(SDBusErrorTest, KeepsAnEmptyMessage) {
+    try {
+        throw SDBusError("org.freedesktop.DBus.Error.NoReply", "timed out", -ETIMEDOUT);
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), "org.freedesktop.DBus.Error.NoReply: timed out");
+    }
     EXPECT_STREQ(SDBusError("a.b.C", "", -EIO).what(), "a.b.C: ");
 }
 
@@ -32,15 +29,8 @@ TEST(SDBusErrorTest, CopiesWhole) {
     }
     EXPECT_STREQ(copy.what(), "a.b.C: message");
     EXPECT_EQ(copy.name(), "a.b.C");
+    EXPECT_EQ(copy.message(), "message");
     EXPECT_EQ(copy.code(), -EIO);
-}
-
-TEST(SDBusErrorTest, IsCaughtAsAStandardException) {
-    try {
-        throw SDBusError("a.b.C", "message", -EIO);
-    } catch (const std::exception& error) {
-        EXPECT_STREQ(error.what(), "a.b.C: message");
-    }
 }
 
 }  // namespace

@@ -29,6 +29,16 @@ class ChildProcessTest : public testing::Test {
     Lines lines_;
 };
 
+/// Closes both ends of a pipe. @returns whether all other writers have closed theirs within 20 s.
+bool closed_by_all(const int (&ends)[2]) {
+    close(ends[1]);
+    pollfd gone{ends[0], POLLIN, 0};
+    char none = 0;
+    const bool closed = poll(&gone, 1, 20'000) == 1 && read(ends[0], &none, 1) == 0;
+    close(ends[0]);
+    return closed;
+}
+
 TEST_F(ChildProcessTest, HandsOnEveryLineHoweverLong) {
     const std::string all_letters(1'000'000, 'x');
     const ChildEnd end = run([&](const LineSender& send) {
@@ -81,13 +91,7 @@ TEST_F(ChildProcessTest, EndsOneThatHangsTogetherWithWhatItHasStarted) {
         std::chrono::milliseconds(300));
     EXPECT_TRUE(end.timed_out);
     EXPECT_EQ(lines_, Lines{"hangs"});
-    // Both held its writing end.
-    close(alive[1]);
-    pollfd gone{alive[0], POLLIN, 0};
-    ASSERT_EQ(poll(&gone, 1, 20'000), 1);
-    char none = 0;
-    EXPECT_EQ(read(alive[0], &none, 1), 0);
-    close(alive[0]);
+    EXPECT_TRUE(closed_by_all(alive));
 }
 
 TEST_F(ChildProcessTest, EndsWithTheProcessThatHasStartedIt) {
@@ -102,15 +106,11 @@ TEST_F(ChildProcessTest, EndsWithTheProcessThatHasStartedIt) {
         });
         _exit(0);
     }
-    close(alive[1]);
     char up = 0;
     ASSERT_EQ(read(alive[0], &up, 1), 1);
     kill(starter, SIGKILL);
     waitpid(starter, nullptr, 0);
-    pollfd gone{alive[0], POLLIN, 0};
-    ASSERT_EQ(poll(&gone, 1, 20'000), 1);
-    EXPECT_EQ(read(alive[0], &up, 1), 0);
-    close(alive[0]);
+    EXPECT_TRUE(closed_by_all(alive));
 }
 
 TEST_F(ChildProcessTest, TimeBeginsAnewWithALineThatSaysSo) {

@@ -1,7 +1,7 @@
 #include "common/text/terminal.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -12,12 +12,9 @@ namespace {
 /// The terminal's side of a pseudo terminal, where the machine can make one.
 class Terminal {
   public:
-    Terminal() : controller_(posix_openpt(O_RDWR | O_NOCTTY)) {
-        if (controller_ < 0 || grantpt(controller_) != 0 || unlockpt(controller_) != 0)
-            return;
-        const char* const name = ptsname(controller_);
-        const int terminal = name == nullptr ? -1 : open(name, O_RDWR | O_NOCTTY);
-        if (terminal >= 0)
+    Terminal() {
+        int terminal = -1;
+        if (openpty(&controller_, &terminal, nullptr, nullptr, nullptr) == 0)
             stream_ = fdopen(terminal, "w");
     }
     Terminal(const Terminal&) = delete;
@@ -33,7 +30,7 @@ class Terminal {
     std::FILE* stream() { return stream_; }
 
   private:
-    int controller_;
+    int controller_ = -1;
     std::FILE* stream_ = nullptr;
 };
 

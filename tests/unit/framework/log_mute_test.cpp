@@ -1,4 +1,4 @@
-#include "framework/shared/thread_silence.hpp"
+#include "framework/shared/log_mute.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 using Fenwa::debug_data;
 using Fenwa::DebugValue;
-using Fenwa::ThreadSilence;
+using Fenwa::LogMute;
 using Lines = std::vector<std::string>;
 
 /// Logs and sets `name`, and says what the store holds under it then.
@@ -22,21 +22,21 @@ std::optional<DebugValue> speak(const std::string& name) {
     return debug_data().get_value(name);
 }
 
-class ThreadSilenceTest : public testing::Test {
+class LogMuteTest : public testing::Test {
   protected:
-    ThreadSilenceTest() {
+    LogMuteTest() {
         Fenwa::set_debug_listener(
             [this](const std::string& key, const DebugValue&) { keys.push_back(key); });
     }
-    ~ThreadSilenceTest() override { Fenwa::set_debug_listener({}); }
+    ~LogMuteTest() override { Fenwa::set_debug_listener({}); }
 
     support::LogRecorder log;
     Lines keys;
 };
 
-TEST_F(ThreadSilenceTest, KeepsWhatItsThreadSaysToThatThread) {
+TEST_F(LogMuteTest, KeepsWhatItsThreadSaysToThatThread) {
     {
-        const ThreadSilence silence;
+        const LogMute mute;
         EXPECT_EQ(speak("own"), DebugValue(std::string("own")));
         std::thread([] { EXPECT_EQ(debug_data().get_value("own"), std::nullopt); }).join();
     }
@@ -45,8 +45,8 @@ TEST_F(ThreadSilenceTest, KeepsWhatItsThreadSaysToThatThread) {
     EXPECT_EQ(keys, Lines{});
 }
 
-TEST_F(ThreadSilenceTest, LetsTheOtherThreadsBeHeardMeanwhile) {
-    const ThreadSilence silence;
+TEST_F(LogMuteTest, LetsTheOtherThreadsBeHeardMeanwhile) {
+    const LogMute mute;
     std::thread([] { speak("another"); }).join();
     EXPECT_EQ(log.take(), Lines{"4 another"});
     EXPECT_EQ(keys, Lines{"another"});
@@ -54,10 +54,10 @@ TEST_F(ThreadSilenceTest, LetsTheOtherThreadsBeHeardMeanwhile) {
     EXPECT_EQ(debug_data().get_value("another"), DebugValue(std::string("another")));
 }
 
-TEST_F(ThreadSilenceTest, EndsWithTheOutermost) {
+TEST_F(LogMuteTest, EndsWithTheOutermost) {
     {
-        const ThreadSilence outer;
-        { const ThreadSilence inner; }
+        const LogMute outer;
+        { const LogMute inner; }
         speak("unheard");
     }
     speak("heard");
@@ -65,18 +65,18 @@ TEST_F(ThreadSilenceTest, EndsWithTheOutermost) {
     EXPECT_EQ(keys, Lines{"heard"});
 }
 
-TEST_F(ThreadSilenceTest, ListsNoBlocks) {
+TEST_F(LogMuteTest, ListsNoBlocks) {
     const Fenwa::Block block("block", {});
-    const ThreadSilence silence;
+    const LogMute mute;
     const Fenwa::RegisteredBlock listed = debug_data().register_block(block, {}, {});
     EXPECT_EQ(Fenwa::debug_data_blocks(), Lines{});
 }
 
-TEST_F(ThreadSilenceTest, OfTheWholeProcessCoversEveryThread) {
+TEST_F(LogMuteTest, OfTheWholeProcessCoversEveryThread) {
     EXPECT_EXIT(
         {
-            ThreadSilence::of_whole_process();
-            const ThreadSilence own;
+            LogMute::mute_process();
+            const LogMute own;
             const bool is_kept = speak("own").has_value();
             std::thread([] { speak("other"); }).join();
             const bool is_heard =
