@@ -124,6 +124,7 @@ TEST_F(PowerBudget, ARestartForgetsConsumersAndKeepsTheBudget) {
     EXPECT_EQ(a->wait_for(2).back(), "SetPower(2.0)");
     handle({"restart", "power-consumer"});
     EXPECT_THAT(shares(), IsEmpty());
+    EXPECT_EQ(value("power.left"), 2.0);
     EXPECT_EQ(a->request(4.0), error + "NotRegistered: No consumer is registered as 'vipd0'.");
     EXPECT_EQ(a->register_consumer(), "()");
     EXPECT_EQ(a->request(4.0), "()");

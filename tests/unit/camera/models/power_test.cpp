@@ -192,6 +192,14 @@ TEST_F(PowerModelTest, AShareOfMinusZeroIsZero) {
     EXPECT_FALSE(std::signbit(model_.budget()));
 }
 
+TEST_F(PowerModelTest, ARestartFreesTheWholeBudget) {
+    add("a");
+    (void)model_.request("a", {"control", 0.5});
+    model_.drop_all();
+    EXPECT_TRUE(model_.consumers().empty());
+    EXPECT_EQ(model_.left(), 1.0);
+}
+
 TEST_F(PowerModelTest, KnowsNothingOfOthers) {
     EXPECT_THROW((void)model_.request("a", {"control", 1.0}), std::out_of_range);
     EXPECT_THROW((void)model_.remove("a"), std::out_of_range);
