@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "fenwa/debug_data.hpp"
-#include "framework/shared/configuration_access.hpp"
+#include "tests/support/configuration_recorder.hpp"
 #include "tests/support/effect_journal.hpp"
 
 // What blocks do with the framework: the journal is told, and the framework does it.
@@ -30,18 +30,6 @@ void record_port(const Fenwa::Block& block, Fenwa::Port* port, const std::string
         journal->add_port(block, *port);
     }
 }
-
-/// Tells the journal of the keys that are read.
-class KeyObserver final : public Fenwa::ConfigurationObserver {
-  public:
-    void on_read(const Fenwa::KeyRead& read) override {
-        record(effect::key, read.type + " " + read.key + (read.fallback ? " or a default" : ""));
-    }
-    std::optional<Fenwa::BlockConfiguration::Value> on_error(
-        const Fenwa::ConfigurationError& /*error*/) override {
-        return std::nullopt;
-    }
-};
 
 }  // namespace
 
@@ -177,7 +165,11 @@ std::vector<std::string> triggered_ports(const Fenwa::Block& block) {
 }
 
 Fenwa::BlockConfiguration observed(const Fenwa::BlockConfiguration& config) {
-    return Fenwa::ConfigurationAccess::observed(config, std::make_shared<KeyObserver>());
+    const auto recorder = std::make_shared<ConfigurationRecorder>();
+    recorder->on_each = [&reads = recorder->reads](const std::string& /*key*/) {
+        record(effect::key, reads.back());
+    };
+    return Fenwa::ConfigurationAccess::observed(config, recorder);
 }
 
 pthread_mutex_t* mutex_locked_by(const std::function<void()>& call) {
