@@ -74,11 +74,13 @@ class BlockDriver {
             return in_used_memory(std::forward<Arguments>(arguments)...);
     }
 
-    /// Every bit there is set before, so that a missing initial value shows.
+    /// All bytes there are 1 before, or 0 every second time, so that a missing initial value shows.
     template <class... Arguments>
     static std::unique_ptr<T> in_used_memory(Arguments&&... arguments) {
+        static int byte = 0;
+        byte = 1 - byte;
         void* const place = ::operator new(sizeof(T));
-        std::memset(place, 0xff, sizeof(T));
+        std::memset(place, byte, sizeof(T));
         try {
             return std::unique_ptr<T>(new (place) T(std::forward<Arguments>(arguments)...));
         } catch (...) {
