@@ -1,114 +1,106 @@
-// Completion offers exactly the commands, options and fixed values that --help names.
-#include <gtest/gtest.h>
+// Completion in a real bash offers what --help names, and files where they are wanted.
+#include <gmock/gmock.h>
 
-#include <algorithm>
+#include <filesystem>
+#include <sstream>
 
 #include "tests/pages/help.hpp"
-#include "tests/pages/shell.hpp"
+#include "tests/support/process.hpp"
+#include "tests/support/temporary_folder.hpp"
 
 namespace test {
 namespace {
 
-Words sorted(Words words) {
-    std::sort(words.begin(), words.end());
-    return words;
-}
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
+using Words = std::vector<std::string>;
 
-/// "-h, --help" gives two, "--format text|json" one.
-Words option_names(const std::vector<Entry>& options) {
-    Words names;
-    for (const Entry& option : options) {
-        for (const std::string& name : split(option.name, ", "))
-            names.push_back(name.substr(0, name.find_first_of(" [")));
-    }
-    return names;
-}
+const std::string fenwa = path_of("fenwa");
+const std::string fenwa_camera = path_of("fenwa-camera");
 
-class Completion : public testing::TestWithParam<std::string> {
+class Completion : public testing::Test {
   protected:
-    static std::string name() { return GetParam(); }
-    static std::string program() { return path_of(GetParam()); }
-
-    /// What a shell offers behind these words, which begin behind the program.
-    [[nodiscard]] static Words offers(Words words) {
-        words.insert(words.begin(), program());
-        return sorted(Shell().offers(words));
+    Completion() {
+        for (const char* name : {"one.toml", "note.txt", "old.so", "now.svg"})
+            folder_.write(name, "");
+        std::filesystem::create_directory(folder_.path() / "graphs.d");
     }
+
+    /// What bash offers for a command line in the words of readline, which takes them apart at '='.
+    /// The last word is to be completed.
+    [[nodiscard]] Words offers(const Words& words) const {
+        Words command{"bash",
+                      "--norc",
+                      "--noprofile",
+                      "-c",
+                      R"(cd "$1" || exit
+. /usr/share/bash-completion/bash_completion
+. "$2"
+shift 2
+COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*"
+COMP_LINE=${COMP_LINE// = /=} COMP_LINE=${COMP_LINE/% =/=} COMP_POINT=${#COMP_LINE}
+_fenwa "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
+[[ ${#COMPREPLY[@]} -eq 0 ]] || printf '%s\n' "${COMPREPLY[@]}")",
+                      "bash",
+                      folder_.path().string(),
+                      FENWA_COMPLETION};
+        command.insert(command.end(), words.begin(), words.end());
+        std::istringstream lines(run_program(command).out);
+        Words offered;
+        for (std::string line; std::getline(lines, line);)
+            offered.push_back(line);
+        return offered;
+    }
+
+  private:
+    TemporaryFolder folder_;
 };
 
-TEST_P(Completion, OffersTheCommandsOfTheHelp) {
-    const Help help = help_of(name());
-    Words wanted = option_names(help.options);
-    EXPECT_EQ(offers({"-"}), sorted(wanted));
-    for (const Entry& command : help.commands)
-        wanted.push_back(command.name);
-    EXPECT_GE(wanted.size(), 8U);
-    EXPECT_EQ(offers({""}), sorted(wanted));
-}
-
-TEST_P(Completion, OffersTheOptionsOfEachCommand) {
-    for (const Entry& command : help_of(name()).commands) {
-        const Words wanted = sorted(option_names(help_of(name(), {command.name}).options));
-        EXPECT_GE(wanted.size(), 3U);
-        EXPECT_EQ(offers({command.name, "-"}), wanted) << command.name;
+TEST_F(Completion, OffersTheCommandsOfTheHelp) {
+    for (const std::string program : {"fenwa", "fenwa-camera"}) {
+        Words wanted = help_of(program).commands;
+        EXPECT_GE(wanted.size(), 8U);
+        wanted.insert(wanted.end(), {"--help", "--version"});
+        EXPECT_THAT(offers({path_of(program), ""}), UnorderedElementsAreArray(wanted));
     }
 }
 
-TEST_P(Completion, OffersTheValuesOfOptionsThatHaveAFewOnly) {
-    int found = 0;
-    for (const Entry& command : help_of(name()).commands) {
-        for (const Entry& option : help_of(name(), {command.name}).options) {
-            if (option.name.find('|') == std::string::npos)
-                continue;
-            ++found;
-            const Words parts = split(option.name, " ");
-            const Words values = sorted(split(parts.at(1), "|"));
-            EXPECT_EQ(offers({command.name, parts.at(0), ""}), values) << command.name;
-            // Readline takes words apart at "=".
-            EXPECT_EQ(offers({command.name, parts.at(0), "=", ""}), values) << command.name;
-            EXPECT_EQ(offers({command.name, parts.at(0), "="}), values) << command.name;
-            EXPECT_EQ(offers({command.name, parts.at(0), "=", values.at(0).substr(0, 2)}),
-                      Words{values.at(0)})
-                << command.name;
+TEST_F(Completion, OffersTheOptionsOfEachCommand) {
+    for (const std::string program : {"fenwa", "fenwa-camera"}) {
+        for (const std::string& command : help_of(program).commands) {
+            Words wanted = help_of(program, {command}).options;
+            EXPECT_EQ(std::erase(wanted, "-h"), 1U);
+            EXPECT_THAT(offers({path_of(program), command, "-"}), UnorderedElementsAreArray(wanted))
+                << command;
         }
     }
-    EXPECT_GE(found, 3);
 }
 
-TEST_P(Completion, OffersNothingWhereNothingIsKnown) {
-    EXPECT_EQ(offers({"no-such-command", ""}), Words{});
-    EXPECT_EQ(offers({"no-such-command", "-"}), Words{});
-    EXPECT_EQ(offers({"--version", ""}), Words{});
-    EXPECT_EQ(offers({"xyz"}), Words{});
+TEST_F(Completion, OffersTheValuesOfAnOption) {
+    EXPECT_THAT(offers({fenwa, "run", "--format", ""}), UnorderedElementsAre("text", "json"));
+    EXPECT_THAT(offers({fenwa, "run", "--format", "=", "j"}), UnorderedElementsAre("json"));
+    EXPECT_THAT(offers({fenwa_camera, "show", "--bus", ""}),
+                UnorderedElementsAre("system", "session"));
+    EXPECT_THAT(offers({fenwa_camera, "run", "--without", "te"}),
+                UnorderedElementsAre("temperature"));
+    EXPECT_THAT(offers({fenwa_camera, "start", "in"}), UnorderedElementsAre("init"));
+    EXPECT_THAT(offers({fenwa, "run", "--for", ""}), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Completion, testing::Values("fenwa", "fenwa-camera"),
-                         [](const auto& program) {
-                             return program.param == "fenwa" ? "Fenwa" : "Camera";
-                         });
-
-TEST(CameraCompletion, OffersTheServicesOfTheHelp) {
-    const std::string text = help_of("fenwa-camera", {"run"}).paragraph("Services");
-    const Words services = sorted(split(text.substr(0, text.find('.')), ", "));
-    const std::string camera = path_of("fenwa-camera");
-    for (const Words& words :
-         {Words{"start", ""}, Words{"stop", ""}, Words{"restart", ""},
-          Words{"run", "--without", ""}, Words{"run", "--without", "video", ""}}) {
-        Words all = words;
-        all.insert(all.begin(), camera);
-        EXPECT_EQ(sorted(Shell().offers(all)), services) << words.front();
-    }
-    EXPECT_EQ(Shell().offers({camera, "start", "video", ""}), Words{});
-    EXPECT_EQ(Shell().offers({camera, "run", "--without", "video", "--no-a"}),
-              Words{"--no-activation"});
+TEST_F(Completion, OffersFilesOfTheKind) {
+    EXPECT_THAT(offers({fenwa, "run", ""}), UnorderedElementsAre("graphs.d", "one.toml"));
+    EXPECT_THAT(offers({fenwa, "run", "--control", "o"}), UnorderedElementsAre("one.toml"));
+    EXPECT_THAT(offers({fenwa, "inspect", "o"}), UnorderedElementsAre("old.so"));
+    EXPECT_THAT(offers({fenwa, "graph", "--output", "n"}), UnorderedElementsAre("now.svg"));
+    EXPECT_THAT(offers({fenwa, "run", "--plugin-dir", ""}), UnorderedElementsAre("graphs.d"));
+    EXPECT_THAT(offers({fenwa_camera, "run", "--private-bus", "=", "n"}),
+                UnorderedElementsAre("note.txt", "now.svg"));
 }
 
-TEST(CameraCompletion, OffersWhatCanFail) {
-    const std::string camera = path_of("fenwa-camera");
-    EXPECT_EQ(Shell().offers({camera, "fail", "GetT"}),
-              (Words{"GetTemperature", "GetTemperatureIdFromName"}));
-    EXPECT_EQ(Shell().offers({camera, "fail", "--times", "3", "video."}),
-              Words{"video.SignalVideoReady"});
+TEST_F(Completion, CompletesTheProgramsOfACamera) {
+    EXPECT_THAT(offers({fenwa_camera, "run", "--private-bus", "--", fenwa, "check", "--deny"}),
+                UnorderedElementsAre("--deny-warnings"));
 }
 
 }  // namespace

@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/pages/help.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -38,7 +38,8 @@ std::string loose_library_paths(const fs::path& folder, std::size_t& looked_at) 
         std::smatch found;
         if (!std::regex_search(ended.out, found, runpath))
             continue;
-        for (const std::string& path : split(found[1].str(), ":")) {
+        std::istringstream paths(found[1].str());
+        for (std::string path; std::getline(paths, path, ':');) {
             if (!path.starts_with("/") && !path.starts_with("$ORIGIN"))
                 mistakes += entry.path().string() + ": [" + found[1].str() + "]\n";
         }

@@ -3,28 +3,22 @@
 #include <string>
 #include <vector>
 
-#include "tests/pages/help.hpp"
-
 namespace test {
 
-/// A section or subsection of a man page. All texts have single blanks and no line breaks.
+/// A section or subsection of a man page.
 struct PageSection {
     std::string title;
     bool is_subsection = false;
-    std::string text;                   ///< its paragraphs, but for the items of lists
-    std::vector<Entry> items;           ///< of tagged lists
-    std::vector<std::string> displays;  ///< what is shown literally, with its lines
+    std::vector<std::string> options;    ///< that it explains: "-h", "--format"
+    std::vector<std::string> arguments;  ///< that it explains: "GRAPH"
+    std::vector<std::string> displays;   ///< what it shows literally, with line ends
 };
 
-/// Renders a man page and reads it.
-/// @throws std::runtime_error where that fails.
+/// Reads the source of a man page.
+/// @throws std::runtime_error if there is none.
 std::vector<PageSection> read_man_page(const std::string& name);
 
-/// The section of that title, which must be there.
+/// The section of that title. @throws std::runtime_error if there is none.
 const PageSection& section_named(const std::vector<PageSection>& page, const std::string& title);
-
-/// The subsections of a section.
-std::vector<PageSection> subsections_of(const std::vector<PageSection>& page,
-                                        const std::string& title);
 
 }  // namespace test

@@ -5,6 +5,7 @@
 #include <regex>
 #include <sstream>
 
+#include "tests/pages/help.hpp"
 #include "tests/pages/man_page.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
@@ -87,7 +88,7 @@ TEST(GraphPage, ShowsDiagnosticsAsTheyAre) {
                                      "sh", folder.path().string(), path_of("fenwa")});
     EXPECT_EQ(ended.code, 78);
     std::string shown = section_named(read_man_page("fenwa-graph.5"), "DIAGNOSTICS").displays.at(0);
-    EXPECT_EQ(shown + '\n', ended.err);
+    EXPECT_EQ(shown, ended.err);
 }
 
 TEST(CameraPage, ShowsFilesThatACameraPlays) {
