@@ -1,9 +1,9 @@
-#include "camera/cli/run.hpp"
-
+#include <fmt/format.h>
 #include <poll.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -12,22 +12,30 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "camera/bus/timers.hpp"
 #include "camera/camera/camera.hpp"
 #include "camera/camera/configuration.hpp"
 #include "camera/camera/control.hpp"
 #include "camera/cli/bus_choice.hpp"
+#include "camera/cli/commands.hpp"
 #include "camera/process/children.hpp"
 #include "camera/process/keeper.hpp"
 #include "camera/process/reaper.hpp"
 #include "camera/process/stop_signals.hpp"
 #include "camera/scenario/player.hpp"
 #include "camera/scenario/reader.hpp"
+#include "camera/service/event_log.hpp"
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
 #include "common/bus/private_bus.hpp"
+#include "common/cli/options.hpp"
+#include "common/events/standard_output.hpp"
 #include "common/process/process_tree.hpp"
 #include "common/text/diagnostics.hpp"
 
@@ -37,6 +45,20 @@ namespace {
 using common::check;
 using common::ExitCode;
 using common::Failure;
+
+struct RunOptions {
+    std::string bus = "system";           ///< "system", "session" or an address
+    bool private_bus = false;             ///< a daemon of our own in place of `bus`
+    std::string socket_path;              ///< of that daemon; empty: in a folder of its own
+    bool system_allowed = false;          ///< to play on the machine's own system bus
+    std::optional<std::string> config;    ///< camera configuration file
+    std::optional<std::string> scenario;  ///< scenario file
+    std::vector<std::string> without;     ///< services that are not there
+    bool no_activation = false;           ///< calls do not bring services up that are down
+    common::EventFormat format = common::EventFormat::text;
+    common::ColorChoice color = common::ColorChoice::automatic;
+    std::vector<std::vector<std::string>> children{};  ///< programs to run on the bus
+};
 
 common::EventPtr new_event() {
     common::EventPtr event;
@@ -50,12 +72,12 @@ bool stdout_is_gone() {
     return poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLHUP)) != 0;
 }
 
-/// Lets nothing that was started outlive the camera, should its keeper not be there any more.
-struct EndOfAll {
-    ~EndOfAll() { common::kill_children(); }
+/// Kills what the camera has started, in case its keeper is gone.
+struct ChildrenGuard {
+    ~ChildrenGuard() { common::kill_children(); }
 };
 
-/// How long the services stay when the last program has gone.
+/// How long the services stay after the last program has ended.
 constexpr std::chrono::milliseconds shutdown_grace{200};
 
 /// One run of the camera, from reading the files to the last line.
@@ -65,10 +87,10 @@ class Session {
         : options_(options),
           keeper_(keeper),
           event_(new_event()),
-          event_log_(stdout, options.format, common::use_color(options.color, stdout),
-                     [this](int error) { stdout_broken(error); }) {}
+          out_([this] { on_output_failure(out_.error()); }),
+          event_log_(out_, options.format, options.color) {}
 
-    /// Reads the files; false when they have mistakes, which are printed then.
+    /// Reads the files and prints their mistakes. @returns false if there are any.
     bool prepare() {
         const bool color = common::use_color(options_.color, stderr);
         std::size_t mistakes = 0;
@@ -113,10 +135,10 @@ class Session {
         catch_signals();
         watch_stdout();
         const std::string address = open_private_bus();
-        // First, so that a second camera on a bus ends before it gets into the first one's way.
+        // First, so that a second camera on a bus ends before it disturbs the first one.
         control_ = std::make_unique<Control>(*camera_, *event_, address, [this] { lost(); });
         camera_->go_up(address, {options_.without.begin(), options_.without.end()},
-                       options_.activation, control_->startable_names());
+                       !options_.no_activation, control_->startable_names());
         std::vector<std::string> up;
         for (const auto& service : camera_->services()) {
             if (service->is_up())
@@ -124,7 +146,7 @@ class Session {
         }
         event_log_.ready(address, up);
         keeper_.notify("READY=1\nSTATUS=Playing on " + common::one_line(address));
-        start_guests(address);
+        start_children(address);
         if (options_.scenario && !ended_) {
             player_ = std::make_unique<ScenarioPlayer>(
                 scenario_, *camera_, event_log_, *event_, *reaper_,
@@ -139,12 +161,12 @@ class Session {
         camera_->go_down();
     }
 
-    void start_guests(const std::string& address) {
+    void start_children(const std::string& address) {
         try {
             for (const std::vector<std::string>& command : options_.children)
                 children_->start(command, address);
         } catch (const Failure& failure) {
-            // Those that run already are to end in peace.
+            // The programs that run already end in order.
             end(failure.code(), failure.what());
         }
     }
@@ -154,7 +176,7 @@ class Session {
             return options_.bus;
         common::PrivateBusOptions options;
         options.socket_path = options_.socket_path;
-        if (options_.activation) {
+        if (!options_.no_activation) {
             options.camera_program = std::filesystem::read_symlink("/proc/self/exe").string();
             const std::set<std::string> without(options_.without.begin(), options_.without.end());
             for (const auto& service : camera_->services()) {
@@ -170,8 +192,6 @@ class Session {
     }
 
     void catch_signals() {
-        // A reader of our lines that goes away is noticed when the next line is written.
-        std::signal(SIGPIPE, SIG_IGN);
         const std::vector<int> signals = ending_signals();
         sigset_t set = set_of(signals);
         sigaddset(&set, SIGCHLD);
@@ -184,17 +204,17 @@ class Session {
         reaper_ = std::make_unique<Reaper>(*event_, [this] { child_ended(); });
         children_ = std::make_unique<Children>(
             *reaper_,
-            [this](const std::string& program, int status) { guest_ended(program, status); });
+            [this](const std::string& program, int status) { child_exited(program, status); });
     }
 
-    /// A reader that goes away, or a terminal that is closed, ends the camera even where there is
-    /// nothing to be told.
+    /// A reader that goes away, or a terminal that is closed, ends the camera even if it has
+    /// nothing to write.
     void watch_stdout() {
         common::EventSourcePtr source;
-        // Error and hang-up are reported unasked. What is no pipe, socket or terminal has neither.
+        // Epoll always reports error and hang-up. A file, and /dev/null, has neither.
         const int r = sd_event_add_io(event_.get(), common::out(source), STDOUT_FILENO, 0,
                                       common::callback<&Session::on_stdout_gone>, this);
-        if (r == -EPERM || r == -EBADF)
+        if (r == -EPERM)
             return;
         check(r, "sd_event_add_io");
         sources_.push_back(std::move(source));
@@ -209,13 +229,13 @@ class Session {
 
     void lost() { end(ExitCode::unavailable, "the connection to the bus was lost"); }
 
-    void stdout_broken(int error) {
-        // Whoever closed the pipe (`| head`) has seen enough.
+    void on_output_failure(int error) {
+        // A reader that closes the pipe, as `head` does, has seen enough.
         if (error == EPIPE || stdout_is_gone())
             stop();
         else
             end(ExitCode::unavailable,
-                std::string("cannot write to stdout: ") + std::strerror(error));
+                fmt::format("cannot write to stdout: {}", std::strerror(error)));
     }
 
     /// Ends the loop; the first reason counts.
@@ -230,12 +250,11 @@ class Session {
             sd_event_exit(event_.get(), 0);
     }
 
-    void guest_ended(const std::string& program, int status) {
-        // Whoever lets the SIGTERM end it that was to end it has done what was asked for.
+    void child_exited(const std::string& program, int status) {
+        // The SIGTERM that asked it to end may have ended it.
         if (ended_ && status == 128 + SIGTERM)
             status = 0;
-        const std::string ended =
-            "'" + program + "' ended with exit code " + std::to_string(status);
+        const std::string ended = fmt::format("'{}' ended with exit code {}", program, status);
         if (!ended_ && status != 0) {
             end(ExitCode{status}, ended);
         } else if (!ended_ && !children_->running()) {
@@ -250,9 +269,9 @@ class Session {
     }
 
     void child_ended() {
-        // What they said last is still with the daemon: the services are to hear it.
+        // The daemon may still hold their last messages to the services.
         if (ended_ && !reaper_->any())
-            farewell_.once(shutdown_grace, [this] { sd_event_exit(event_.get(), 0); });
+            shutdown_timer_.once(shutdown_grace, [this] { sd_event_exit(event_.get(), 0); });
     }
 
     const RunOptions& options_;
@@ -261,21 +280,25 @@ class Session {
     common::EventPtr event_;
     std::vector<common::EventSourcePtr> sources_;
     std::unique_ptr<common::PrivateBus> private_bus_;
+    common::StandardOutput out_;
     EventLog event_log_;
     Scenario scenario_;
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Control> control_;
     std::unique_ptr<Reaper> reaper_;
     std::unique_ptr<ScenarioPlayer> player_;
-    Timers farewell_{*event_};
+    Timers shutdown_timer_{*event_};
     std::unique_ptr<Children> children_;
     bool ended_ = false;
     ExitCode code_ = ExitCode::done;
     std::string sentence_;
 };
 
-}  // namespace
-
+/// Plays the camera until a signal, the end of the scenario, the loss of the bus, or until a
+/// program ends with a failure or the last one without. Programs that still run are asked to end
+/// before the camera does.
+/// @returns `done`, the exit code of the first program that has failed, or `misconfigured` if the
+///          files have mistakes.
 ExitCode run_camera(const RunOptions& options) {
     if (!options.private_bus && !options.system_allowed &&
         is_machines_system_bus(options.bus, std::getenv("DBUS_SYSTEM_BUS_ADDRESS")))
@@ -291,11 +314,87 @@ ExitCode run_camera(const RunOptions& options) {
     const std::optional<Keeper::Link> link = keeper.fork_camera();
     if (!link)
         return keeper.code();
-    const EndOfAll end_of_all;
+    const ChildrenGuard guard;
     Session session(options, *link);
     if (!session.prepare())
         return ExitCode::misconfigured;
     return session.run();
+}
+
+}  // namespace
+
+std::vector<std::vector<std::string>> take_children(int& argc, char** argv) {
+    if (argc < 2 || std::string_view(argv[1]) != "run")
+        return {};
+    const auto is_dashes = [](const char* word) { return std::string_view(word) == "--"; };
+    char** const end = argv + argc;
+    char** const first = std::find_if(argv, end, is_dashes);
+    argc = static_cast<int>(first - argv);
+    if (end - first <= 1)
+        return {};
+    std::vector<std::vector<std::string>> children;
+    for (char** dashes = first; dashes != end;) {
+        char** const next = std::find_if(dashes + 1, end, is_dashes);
+        children.emplace_back(dashes + 1, next);
+        dashes = next;
+    }
+    return children;
+}
+
+common::Command run_command(std::vector<std::vector<std::string>> children) {
+    const auto options = std::make_shared<RunOptions>();
+    options->children = std::move(children);
+    common::Option bus = common::bus_option("The bus to play on", options->bus);
+    bus.excludes = {"--private-bus"};
+    return {.name = "run",
+            .help = "Plays the camera until SIGINT, SIGTERM or SIGHUP",
+            .options = {bus,
+                        {.name = "--private-bus",
+                         .value = "[=SOCKET]",
+                         .help = "Starts a bus daemon for this camera alone, which listens at "
+                                 "SOCKET or in a temporary folder",
+                         .take =
+                             [options](const std::string& socket) {
+                                 options->private_bus = true;
+                                 options->socket_path = socket;
+                                 return std::string();
+                             }},
+                        {.name = "--config",
+                         .value = "FILE",
+                         .help = "The camera's configuration (TOML)",
+                         .take = common::into(options->config)},
+                        {.name = "--scenario",
+                         .value = "FILE",
+                         .help = "Plays these timed steps (TOML), then ends; exit code 1 when an "
+                                 "expectation fails",
+                         .take = common::into(options->scenario)},
+                        {.name = "--without",
+                         .value = "SERVICE",
+                         .help = "Services that are not there until a command starts them",
+                         .take = common::into(options->without),
+                         .count = common::Option::Count::several},
+                        {.name = "--no-activation",
+                         .help = "Calls do not bring services up that are down",
+                         .take = common::into(options->no_activation)},
+                        {.name = "--system",
+                         .help = "Allows to play on the machine's own system bus",
+                         .take = common::into(options->system_allowed)},
+                        common::format_option("the lines", options->format),
+                        common::color_option(options->color)},
+            .footer =
+                fmt::format("Services: {}. A call brings each of them up but init, whose bus name "
+                            "stays with its owner.\n\n"
+                            "After each lone --, a program with its arguments: it runs on the "
+                            "camera's bus, which it finds where programs look for the system bus. "
+                            "The camera ends when one of them fails or all have ended, and they "
+                            "end with the camera.\n\n",
+                            service_names),
+            .run = [options] {
+                if (std::ranges::any_of(options->children,
+                                        [](const auto& child) { return child.empty(); }))
+                    throw Failure(ExitCode::usage, "a '--' has no program after it");
+                return run_camera(*options);
+            }};
 }
 
 }  // namespace camera

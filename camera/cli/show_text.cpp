@@ -1,5 +1,7 @@
 #include "camera/cli/show_text.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
 
@@ -16,22 +18,22 @@ std::string padded(std::string text, std::size_t width) {
 }
 
 std::string plain(const Json& value) {
-    return common::one_line(value.is_string() ? value.get<std::string>()
-                                              : common::json_line(value));
+    return common::one_line(common::plain_text(value));
 }
 
 void add_service(std::string& text, const Json& service) {
-    text += "service " + plain(service["name"]) + ": " + plain(service["state"]);
-    if (service["state"] == "up")
+    const bool is_up = service["state"] == "up";
+    text += fmt::format("service {}: {}", plain(service["name"]), plain(service["state"]));
+    if (is_up)
         text += " as " + plain(service["unique_name"]);
     else if (service["activatable"].get<bool>())
         text += ", a call brings it up";
     text += "\n";
     for (const Json& name : service["bus_names"])
-        text += "  name " + plain(name) + "\n";
+        text += fmt::format("  name {}\n", plain(name));
     for (const Json& registration : service["registrations"])
-        text += "  registration " + plain(registration["id"]) + " of " +
-                plain(registration["client"]) + ": " + plain(registration["what"]) + "\n";
+        text += fmt::format("  registration {} of {}: {}\n", plain(registration["id"]),
+                            plain(registration["client"]), plain(registration["what"]));
 }
 
 }  // namespace
@@ -44,10 +46,10 @@ std::string show_text(const Json& state) {
     for (const auto& [name, value] : state["values"].items())
         width = std::max(width, common::one_line(name).size());
     for (const auto& [name, value] : state["values"].items())
-        text += padded(common::one_line(name), width) + "  " +
-                (value == "" ? "\"\"" : plain(value)) + "\n";
+        text += fmt::format("{}  {}\n", padded(common::one_line(name), width),
+                            value == "" ? "\"\"" : plain(value));
     for (const Json& fault : state["faults"])
-        text += "fault " + plain(fault["member"]) + ": " + plain(fault["what"]) + "\n";
+        text += fmt::format("fault {}: {}\n", plain(fault["member"]), plain(fault["what"]));
     return text;
 }
 

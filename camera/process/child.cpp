@@ -1,7 +1,6 @@
 #include "camera/process/child.hpp"
 
 #include <fmt/core.h>
-#include <sys/wait.h>
 
 #include <csignal>
 #include <system_error>
@@ -47,8 +46,7 @@ Child::~Child() {
         return;
     reaper_.forget(pid_);
     kill(-pid_, SIGKILL);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    common::wait_for(pid_);
 }
 
 }  // namespace camera

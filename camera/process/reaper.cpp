@@ -8,6 +8,7 @@
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
 #include "common/process/process_tree.hpp"
+#include "common/process/program.hpp"
 
 namespace camera {
 namespace {
@@ -72,7 +73,7 @@ void Reaper::on_child_ended() {
         any_reaped = true;
         signalled_.erase(child);
         if (const auto watch = watched_.extract(child); !watch.empty())
-            watch.mapped()(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+            watch.mapped()(common::exit_code_of(status));
     }
     if (signal_ != 0)
         signal_all();

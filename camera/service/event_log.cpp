@@ -1,89 +1,59 @@
 #include "camera/service/event_log.hpp"
 
-#include <array>
-#include <cerrno>
-#include <cmath>
-#include <utility>
+#include <fmt/format.h>
 
-#include "camera/bus/message_json.hpp"
 #include "common/text/line_text.hpp"
+#include "common/text/utf8.hpp"
 
 namespace camera {
 namespace {
 
 using common::Json;
 
-std::string join(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words)
-        text.append(text.empty() ? "" : ", ").append(word);
-    return text;
-}
-
-/// Arguments for somebody who reads along: whoever wants a whole document looks into the JSON.
+/// Arguments for people; the JSON has the whole document.
 std::string brief(const Json& arguments) {
     constexpr std::size_t longest = 80;
     std::string text;
     for (const Json& argument : arguments) {
-        std::string each = common::json_line(argument);
-        if (each.size() > longest) {
-            std::size_t end = longest;
-            while ((static_cast<unsigned char>(each[end]) & 0xC0U) == 0x80U)
-                --end;  // not within a character
-            each = each.substr(0, end) + "…";
-        }
-        text.append(text.empty() ? "" : ", ").append(each);
+        const std::string each = common::json_line(argument);
+        const std::string_view begin = common::first_code_points(each, longest);
+        text.append(text.empty() ? "" : ", ")
+            .append(begin)
+            .append(begin.size() < each.size() ? "…" : "");
     }
     return text;
 }
 
 }  // namespace
 
-EventLog::EventLog(std::FILE* out, Format format, bool color, std::function<void(int)> broken)
-    : out_(out), format_(format), palette_(color), broken_(std::move(broken)) {}
-
-double EventLog::seconds() const {
-    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - start_;
-    return std::round(since.count() * 1e6) / 1e6;
-}
-
 void EventLog::write(std::string_view event, const Json& fields, const std::string& subject,
                      std::string_view color, const std::string& sentence) {
-    std::string line;
-    if (format_ == Format::json) {
-        Json object = {{"event", event}, {"time", seconds()}};
-        object.update(fields);
-        line = common::json_line(object);
-    } else {
-        std::array<char, 32> time{};
-        std::snprintf(time.data(), time.size(), "%8.3f", seconds());
-        line.append(palette_.dim).append(time.data()).append(palette_.reset).append("  ");
-        if (!subject.empty())
-            line.append(palette_.cyan)
-                .append(common::one_line(subject))
-                .append(palette_.reset)
-                .append(": ");
-        line.append(color).append(common::one_line(sentence));
-        if (!color.empty())
-            line.append(palette_.reset);
+    if (lines_.format() == common::EventFormat::json) {
+        lines_.write_json(event, fields);
+        return;
     }
-    line.push_back('\n');
-    const bool written = std::fputs(line.c_str(), out_) >= 0 && std::fflush(out_) == 0;
-    if (!written && broken_)
-        std::exchange(broken_, nullptr)(errno);
+    const common::Palette& palette = lines_.palette();
+    std::string text;
+    if (!subject.empty())
+        text = fmt::format("{}{}{}: ", palette.cyan, common::one_line(subject), palette.reset);
+    text.append(color).append(common::one_line(sentence));
+    if (!color.empty())
+        text.append(palette.reset);
+    lines_.write_text(text);
 }
 
 void EventLog::ready(const std::string& bus, const std::vector<std::string>& services) {
-    write(
-        "ready", {{"bus", bus}, {"services", services}}, "", palette_.green,
-        "ready on " + bus + (services.empty() ? ", no services" : ", services: " + join(services)));
+    write("ready", {{"bus", bus}, {"services", services}}, "", lines_.palette().green,
+          services.empty()
+              ? fmt::format("ready on {}, no services", bus)
+              : fmt::format("ready on {}, services: {}", bus, fmt::join(services, ", ")));
 }
 
 void EventLog::service_up(const std::string& service, const std::vector<std::string>& bus_names,
                           const std::string& unique_name) {
     write("service",
           {{"service", service}, {"state", "up"}, {"name", unique_name}, {"bus_names", bus_names}},
-          service, "", "up as " + join(bus_names) + " (" + unique_name + ")");
+          service, "", fmt::format("up as {} ({})", fmt::join(bus_names, ", "), unique_name));
 }
 
 void EventLog::service_down(const std::string& service, const std::string& why) {
@@ -100,14 +70,14 @@ void EventLog::call(const CallRecord& call) {
            {"arguments", call.arguments},
            {"sender", call.sender}},
           call.service, "",
-          call.sender + " calls " + call.member + "(" + brief(call.arguments) + ")");
+          fmt::format("{} calls {}({})", call.sender, call.member, brief(call.arguments)));
 }
 
 void EventLog::reply(const std::string& service, const std::string& member,
                      const std::string& receiver, const Json& values) {
     write("reply",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "", "answers " + receiver + ", " + member + ": (" + brief(values) + ")");
+          service, "", fmt::format("answers {}, {}: ({})", receiver, member, brief(values)));
 }
 
 void EventLog::error_reply(const std::string& service, const std::string& member,
@@ -119,14 +89,14 @@ void EventLog::error_reply(const std::string& service, const std::string& member
            {"receiver", receiver},
            {"error", name},
            {"message", message}},
-          service, palette_.red,
-          "refuses " + receiver + ", " + member + ": " + name + ": " + message);
+          service, lines_.palette().red,
+          fmt::format("refuses {}, {}: {}: {}", receiver, member, name, message));
 }
 
 void EventLog::signal(const std::string& service, const std::string& member,
                       const Json& arguments) {
     write("signal", {{"service", service}, {"member", member}, {"arguments", arguments}}, service,
-          "", "signals " + member + "(" + brief(arguments) + ")");
+          "", fmt::format("signals {}({})", member, brief(arguments)));
 }
 
 void EventLog::call_out(const std::string& service, const std::string& member,
@@ -136,14 +106,14 @@ void EventLog::call_out(const std::string& service, const std::string& member,
            {"member", member},
            {"receiver", receiver},
            {"arguments", arguments}},
-          service, "", "calls " + receiver + ", " + member + "(" + brief(arguments) + ")");
+          service, "", fmt::format("calls {}, {}({})", receiver, member, brief(arguments)));
 }
 
 void EventLog::call_answered(const std::string& service, const std::string& member,
                              const std::string& receiver, const Json& values) {
     write("answer",
           {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "", receiver + " answers " + member + ": (" + brief(values) + ")");
+          service, "", fmt::format("{} answers {}: ({})", receiver, member, brief(values)));
 }
 
 void EventLog::call_failed(const std::string& service, const std::string& member,
@@ -155,45 +125,44 @@ void EventLog::call_failed(const std::string& service, const std::string& member
            {"receiver", receiver},
            {"error", name},
            {"message", message}},
-          service, palette_.red,
-          "the call of " + receiver + ", " + member + ", has failed: " + name + ": " + message);
+          service, lines_.palette().red,
+          fmt::format("the call of {}, {}, has failed: {}: {}", receiver, member, name, message));
 }
 
 void EventLog::registrations_dropped(const std::string& service, const std::string& client,
                                      std::size_t count) {
     write("dropped", {{"service", service}, {"client", client}, {"registrations", count}}, service,
-          "",
-          client + " has left the bus; registrations dropped with it: " + std::to_string(count));
+          "", fmt::format("{} has left the bus; registrations dropped with it: {}", client, count));
 }
 
 void EventLog::value_set(const std::string& service, const std::string& name, const Json& value,
                          const std::string& sentence) {
-    write("set", {{"name", name}, {"value", value}}, service, palette_.bold, sentence);
+    write("set", {{"name", name}, {"value", value}}, service, lines_.palette().bold, sentence);
 }
 
 void EventLog::pressed(const std::string& service, const std::string& button,
                        const std::string& request) {
     write("press", {{"service", service}, {"button", button}, {"request", request}}, service,
-          palette_.bold, "the button " + button + " is pressed: " + request);
+          lines_.palette().bold, fmt::format("the button {} is pressed: {}", button, request));
 }
 
 void EventLog::text_expired(const std::string& service, const std::string& text) {
     write("expired", {{"service", service}, {"text", text}}, service, "",
-          "the text " + common::json_line(text) + " has had its time");
+          fmt::format("the text {} has had its time", common::json_line(text)));
 }
 
 void EventLog::fault(std::string_view state, const std::string& target, const std::string& what) {
-    write("fault", {{"state", state}, {"member", target}, {"what", what}}, "fault", palette_.yellow,
-          target + ", " + std::string(state) + ": " + what);
+    write("fault", {{"state", state}, {"member", target}, {"what", what}}, "fault",
+          lines_.palette().yellow, fmt::format("{}, {}: {}", target, state, what));
 }
 
 void EventLog::step(std::size_t number, const std::string& location) {
-    if (format_ == Format::json)
+    if (lines_.format() == common::EventFormat::json)
         write("step", {{"step", number}, {"where", location}}, "", "", {});
 }
 
 void EventLog::say(std::size_t step, const std::string& text) {
-    write("say", {{"step", step}, {"text", text}}, "", palette_.green, text);
+    write("say", {{"step", step}, {"text", text}}, "", lines_.palette().green, text);
 }
 
 void EventLog::expectation(std::size_t step, const std::string& location,
@@ -201,14 +170,14 @@ void EventLog::expectation(std::size_t step, const std::string& location,
     Json fields = {{"step", step}, {"where", location}, {"expected", expected}, {"met", met}};
     if (!met)
         fields["calls"] = calls;
-    write("expectation", fields, "scenario", met ? palette_.green : palette_.red,
+    write("expectation", fields, "scenario", met ? lines_.palette().green : lines_.palette().red,
           (met ? "as expected: " : "expected, but did not come: ") + expected);
 }
 
 void EventLog::exit(common::ExitCode code) {
     const int status = static_cast<int>(code);
-    write("exit", {{"status", status}}, "", palette_.dim,
-          "the end, with exit code " + std::to_string(status));
+    write("exit", {{"status", status}}, "", lines_.palette().dim,
+          fmt::format("the end, with exit code {}", status));
 }
 
 }  // namespace camera

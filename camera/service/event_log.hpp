@@ -1,19 +1,16 @@
 #pragma once
 
-#include <chrono>
-#include <cstdio>
-#include <functional>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/events/event_lines.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/json.hpp"
 #include "common/text/terminal.hpp"
 
 namespace camera {
-
-enum class Format { text, json };
 
 /// A method call that reached a service.
 struct CallRecord {
@@ -23,16 +20,15 @@ struct CallRecord {
     std::string sender;      ///< unique name of the client
 };
 
-/// Tells on a stream what happens, one line an event, flushed at each: as text for people or as
-/// JSON for scripts, where every line has "event" and "time" (seconds since the start).
+/// Writes what happens in a camera as event lines.
 class EventLog {
   public:
-    /// `broken` is called when a line cannot be written (the reader has gone, the disk is full),
-    /// with the errno, once.
-    EventLog(std::FILE* out, Format format, bool color, std::function<void(int)> broken);
+    /// As EventLines.
+    EventLog(common::StandardOutput& out, common::EventFormat format, common::ColorChoice color)
+        : lines_(out, format, color) {}
 
     void ready(const std::string& bus, const std::vector<std::string>& services);
-    /// `why` is empty where it came or went by itself or by an order.
+    /// `why` is empty for a service that came or went by itself or by a command.
     void service_up(const std::string& service, const std::vector<std::string>& bus_names,
                     const std::string& unique_name);
     void service_down(const std::string& service, const std::string& why);
@@ -44,7 +40,7 @@ class EventLog {
                      const std::string& message);
     void signal(const std::string& service, const std::string& member,
                 const common::Json& arguments);
-    /// A service calls somebody else, and what comes of it; `receiver` is whom it has called.
+    /// A service calls `receiver`, and the outcome.
     void call_out(const std::string& service, const std::string& member,
                   const std::string& receiver, const common::Json& arguments);
     void call_answered(const std::string& service, const std::string& member,
@@ -55,35 +51,31 @@ class EventLog {
     /// A client has left the bus and `count` registrations of it went with it.
     void registrations_dropped(const std::string& service, const std::string& client,
                                std::size_t count);
-    /// `sentence` says it in words: "sensor main is 71.5".
+    /// `sentence` for people: "sensor main is 71.5".
     void value_set(const std::string& service, const std::string& name, const common::Json& value,
                    const std::string& sentence);
-    /// Somebody presses a button, which makes this request: "GET /…".
+    /// A button is pressed, which makes this request: "GET /…".
     void pressed(const std::string& service, const std::string& button, const std::string& request);
-    /// A text on the video has had its time.
+    /// A text on the video has reached its end.
     void text_expired(const std::string& service, const std::string& text);
-    /// `state`: "set", "applied", "spent" or "cleared"; `what` says what the rule does.
+    /// `state`: "set", "applied", "spent" or "cleared"; `what` is the rule in words.
     void fault(std::string_view state, const std::string& target, const std::string& what);
-    /// A step of a scenario begins; told in JSON only, as text it shows by what it does.
+    /// A step of a scenario begins; in JSON only, because text shows its effects.
     void step(std::size_t number, const std::string& location);
     void say(std::size_t step, const std::string& text);
-    /// An expectation that was met, or that was not, with what came instead.
+    /// An expectation that was met, or was not, with the calls that came instead.
     void expectation(std::size_t step, const std::string& location, const std::string& expected,
                      bool met, const common::Json& calls);
     void exit(common::ExitCode code);
 
-    /// Since the start, as lines say it; to the microsecond.
-    [[nodiscard]] double seconds() const;
+    /// The time of the lines.
+    [[nodiscard]] double seconds() const { return lines_.seconds(); }
 
   private:
     void write(std::string_view event, const common::Json& fields, const std::string& subject,
                std::string_view color, const std::string& sentence);
 
-    std::FILE* out_;
-    Format format_;
-    common::Palette palette_;
-    std::function<void(int)> broken_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    common::EventLines lines_;
 };
 
 }  // namespace camera

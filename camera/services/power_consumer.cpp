@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "camera/models/number_text.hpp"
+#include "common/text/number_text.hpp"
 
 namespace camera {
 namespace {
@@ -191,7 +192,7 @@ Json PowerConsumerService::parse_value(const std::string& name, const std::strin
     const bool share = name.starts_with(share_prefix);
     if (share && text == no_share)
         return no_share;
-    const std::optional<double> power = number_of(text);
+    const std::optional<double> power = common::parse_number<double>(text);
     if (!power || !std::isfinite(*power) || *power < 0.0)
         throw CommandError(
             fmt::format("'{}' is not a valid {}: expected a finite number of at least 0{}", text,

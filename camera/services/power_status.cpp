@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "camera/models/number_text.hpp"
+#include "common/text/number_text.hpp"
 
 namespace camera {
 namespace {
@@ -40,7 +41,7 @@ std::vector<Value> PowerStatusService::values() const {
 }
 
 Json PowerStatusService::parse_value(const std::string& /*name*/, const std::string& text) const {
-    const std::optional<double> power = number_of(text);
+    const std::optional<double> power = common::parse_number<double>(text);
     if (!power)
         throw CommandError(
             fmt::format("'{}' is not a valid power: expected a number, nan, inf or -inf", text));
@@ -49,7 +50,7 @@ Json PowerStatusService::parse_value(const std::string& /*name*/, const std::str
 
 void PowerStatusService::set_value(const std::string& name, const std::string& text) {
     (void)parse_value(name, text);
-    const double received = *number_of(text);
+    const double received = *common::parse_number<double>(text);
     const bool same = received == received_ || (std::isnan(received) && std::isnan(received_));
     received_ = received;
     event_log().value_set(this->name(), name, common::json_number(received),

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "camera/models/number_text.hpp"
+#include "common/text/number_text.hpp"
 #include "common/text/suggestion.hpp"
 
 namespace camera {
@@ -146,7 +147,7 @@ const Sensor& TemperatureService::sensor_of(const std::string& value) const {
 }
 
 double TemperatureService::parse_temperature(const std::string& text) {
-    const std::optional<double> temperature = number_of(text);
+    const std::optional<double> temperature = common::parse_number<double>(text);
     if (!temperature)
         throw CommandError(fmt::format(
             "'{}' is not a valid temperature: expected a number, nan, inf or -inf", text));

@@ -1,5 +1,6 @@
 #include "common/bus/bus.hpp"
 
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -18,7 +19,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 [[noreturn]] void unreachable(const std::string& address, const std::string& reason) {
-    throw Failure(ExitCode::unavailable, "cannot reach the bus at '" + address + "': " + reason);
+    throw Failure(ExitCode::unavailable,
+                  fmt::format("cannot reach the bus at '{}': {}", address, reason));
 }
 
 BusPtr new_connection(const std::string& address) {
@@ -46,7 +48,7 @@ BusPtr new_connection(const std::string& address) {
     return BusPtr(bus);
 }
 
-/// Drops what comes through a socket until its other end is closed. @returns false at the deadline.
+/// Drops the input of a socket until its other end is closed. @returns false at the deadline.
 bool drop_input(int socket, Clock::time_point deadline) {
     std::array<char, 65536> dropped;
     for (;;) {
@@ -76,7 +78,7 @@ std::string BusError::text(int r) const {
 BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
     BusPtr bus = new_connection(address);
     const auto give_up = [&](const std::string& reason) {
-        // At once: the handle would wait for the daemon to take what is still to be sent.
+        // At once: the handle would wait for the daemon to read the rest of the output.
         sd_bus_close(bus.get());
         unreachable(address, reason);
     };
@@ -111,8 +113,8 @@ void own_name(sd_bus& bus, const std::string& name) {
     if (r >= 0)
         return;
     throw Failure(ExitCode::unavailable,
-                  "cannot own the bus name '" + name +
-                      "': " + (r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
+                  fmt::format("cannot own the bus name '{}': {}", name,
+                              r == -EEXIST ? "another connection owns it" : std::strerror(-r)));
 }
 
 bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
@@ -120,8 +122,8 @@ bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
     if (socket < 0 || sd_bus_is_open(&bus) <= 0)
         return false;
     bool closed_by_daemon = false;
-    // A close with unread input would make the daemon drop what it has not read. sd-bus itself
-    // would call handlers if it read, and has no limit for its flush: the cut is what ends that.
+    // A close with unread input makes the daemon drop our output. sd-bus would call handlers if it
+    // read, and its flush has no time limit: the shutdown ends it.
     std::thread reader([&] {
         closed_by_daemon = drop_input(socket, deadline);
         if (!closed_by_daemon)
@@ -143,6 +145,13 @@ std::string read_string(sd_bus_message& message) {
     const char* text = nullptr;
     check(sd_bus_message_read(&message, "s", &text), "sd_bus_message_read");
     return text;
+}
+
+std::string variant_type(sd_bus_message& message) {
+    char type = 0;
+    const char* contents = nullptr;
+    check(sd_bus_message_peek_type(&message, &type, &contents), "cannot read a variant");
+    return type == SD_BUS_TYPE_VARIANT ? contents : "";
 }
 
 MessagePtr new_reply(sd_bus_message& call) {

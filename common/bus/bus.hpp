@@ -35,17 +35,16 @@ struct BusError {
 /// @throws Failure (unavailable), naming the address, when that fails or takes longer than `limit`.
 [[nodiscard]] BusPtr open_bus(const std::string& address, std::chrono::microseconds limit);
 
-/// Whether a connection can ask for such a name: a well-formed one, and not one of those (":1.7")
-/// that the daemon gives itself.
+/// Whether a connection can own such a name: a well-formed one, and not a unique name (":1.7").
 [[nodiscard]] bool is_ownable_name(const std::string& name);
 
 /// Owns `name` on the connection from here on (not queued, not replaceable).
 /// @throws Failure (unavailable) naming the name and, where another has it, saying so.
 void own_name(sd_bus& bus, const std::string& name);
 
-/// Sends what is still to be sent, ends the connection on this side and waits until the daemon has
-/// ended it on its own, which it does once it has read everything. What comes meanwhile is dropped:
-/// no handler is called. After it the connection is good for nothing but its release.
+/// Sends the rest of the output, ends the connection on this side and waits until the daemon ends
+/// it too, after it has read everything. Drops the input: no handler is called. Afterwards the
+/// connection can only be released.
 /// @param deadline when the connection is cut at the latest.
 /// @returns whether the daemon has read everything.
 [[nodiscard]] bool finish_sending(sd_bus& bus, std::chrono::steady_clock::time_point deadline);
@@ -53,6 +52,10 @@ void own_name(sd_bus& bus, const std::string& name);
 /// The next argument of a message, which is a string.
 /// @throws std::system_error when it is not.
 [[nodiscard]] std::string read_string(sd_bus_message& message);
+
+/// The D-Bus type of the value in the variant that is next in a message; empty if none is next.
+/// @throws std::system_error when the message cannot be read.
+[[nodiscard]] std::string variant_type(sd_bus_message& message);
 
 /// An empty method return for `call`. @throws std::system_error.
 [[nodiscard]] MessagePtr new_reply(sd_bus_message& call);

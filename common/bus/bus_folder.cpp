@@ -38,8 +38,8 @@ bool is_at(const Descriptor& folder, const fs::path& path) {
            opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
 }
 
-/// Whether another owner holds the folder. Where the file system knows no locks, nobody does, and
-/// nobody can take it for ownerless.
+/// Whether another owner holds the folder. Without locks in the file system no owner holds it, and
+/// no process takes it for ownerless.
 bool lock_is_refused(const Descriptor& folder) {
     return flock(folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
@@ -54,7 +54,7 @@ void remove_if_ownerless(const fs::path& path) {
     struct stat status {};
     if (folder.get() < 0 || fstat(folder.get(), &status) != 0)
         return;
-    // As mkdtemp has made it, so that nobody else can have put anything into it.
+    // mkdtemp has made it, so that no other user can have put anything into it.
     if (status.st_uid != geteuid() || (status.st_mode & 0777U) != S_IRWXU)
         return;
     if (flock(folder.get(), LOCK_EX | LOCK_NB) != 0 || !is_at(folder, path))
@@ -88,7 +88,7 @@ BusFolder::BusFolder() {
 }
 
 BusFolder::~BusFolder() {
-    // One by one, because a list of them would take a descriptor, of which there may be no more.
+    // One by one, because a list would take a descriptor, and the process may have none left.
     for (auto name = files_.rbegin(); name != files_.rend(); ++name)
         std::remove(name->c_str());
     rmdir(path_.c_str());

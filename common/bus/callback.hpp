@@ -9,6 +9,7 @@
 #include <string>
 
 #include "common/bus/error_reply.hpp"
+#include "common/events/message.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/line_text.hpp"
 #include "fenwa/callback.hpp"
@@ -17,19 +18,18 @@ namespace common {
 
 /// Ends the loop of `source` because a callback threw; to be called in a catch clause only.
 inline void end_loop_after_exception(sd_event_source* source) noexcept {
-    const std::string program = program_invocation_short_name;
     try {
         throw;
     } catch (const std::exception& error) {
-        print_error_line(program + ": internal error: " + error.what());
+        print_message(Severity::error, std::string("internal error: ") + error.what());
     } catch (...) {
-        print_error_line(program + ": internal error");
+        print_message(Severity::error, "internal error");
     }
     sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::software));
 }
 
 /// A member function as a callback of libsystemd: give `callback<&T::f>` with the object as
-/// `userdata`. The member takes nothing, or what the kind of callback offers:
+/// `userdata`. The member takes nothing, or the arguments of its kind of callback:
 ///
 ///  - messages (filters, matches, methods): `sd_bus_message&`. An ErrorReply becomes that error
 ///    reply, any other exception `org.freedesktop.DBus.Error.Failed`;
@@ -41,7 +41,7 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
 template <auto Member>
 class Callback {
   public:
-    // NOLINTBEGIN(google-explicit-constructor): it stands where libsystemd takes a function.
+    // NOLINTBEGIN(google-explicit-constructor): libsystemd takes a function here.
     constexpr operator sd_bus_message_handler_t() const noexcept { return on_message; }
     constexpr operator sd_event_handler_t() const noexcept { return on_event<>; }
     constexpr operator sd_event_io_handler_t() const noexcept { return on_io; }

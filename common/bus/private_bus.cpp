@@ -1,11 +1,11 @@
 #include "common/bus/private_bus.hpp"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,7 +16,7 @@
 #include <cstring>
 #include <fstream>
 #include <system_error>
-#include <thread>
+#include <utility>
 
 #include "common/bus/private_bus_files.hpp"
 #include "common/process/descriptor.hpp"
@@ -29,8 +29,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds start_limit{10};
-constexpr std::chrono::seconds stop_limit{2};
+constexpr std::chrono::seconds start_timeout{10};
+constexpr std::chrono::seconds kill_timeout{2};
 
 [[noreturn]] void fail(const std::string& reason) {
     throw Failure(ExitCode::unavailable, "cannot start a private bus: " + reason);
@@ -40,11 +40,11 @@ void write_file(const fs::path& path, const std::string& text) {
     std::ofstream file(path);
     file << text;
     if (!file.flush())
-        fail("'" + path.string() + "' cannot be written");
+        fail(fmt::format("'{}' cannot be written", path.string()));
 }
 
-/// Whether somebody accepts connections at a socket, or may do. The path must be short enough.
-bool somebody_listens_at(const fs::path& path) {
+/// Whether a process accepts connections at a socket, or may do. The path must be short enough.
+bool is_in_use(const fs::path& path) {
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
@@ -53,19 +53,18 @@ bool somebody_listens_at(const fs::path& path) {
            (errno != ECONNREFUSED && errno != ENOENT);
 }
 
-/// A path that is taken is no place to listen at: the daemon would push its owner aside.
+/// Refuse a socket path in use: dbus-daemon would replace it.
 void check_socket_path(const fs::path& path) {
     constexpr std::size_t longest = sizeof sockaddr_un{}.sun_path - 1;
     if (path.native().size() > longest)
-        fail("the socket path '" + path.string() + "' is longer than " + std::to_string(longest) +
-             " bytes");
+        fail(fmt::format("the socket path '{}' is longer than {} bytes", path.string(), longest));
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return;
     if (!S_ISSOCK(status.st_mode))
-        fail("'" + path.string() + "' is there and is not a socket");
-    if (somebody_listens_at(path))
-        fail("somebody listens at '" + path.string() + "' already");
+        fail(fmt::format("'{}' exists and is not a socket", path.string()));
+    if (is_in_use(path))
+        fail(fmt::format("a process listens at '{}' already", path.string()));
 }
 
 }  // namespace
@@ -99,7 +98,7 @@ void PrivateBus::write_files(const PrivateBusOptions& options) {
     const fs::path services = folder_->file("services");
     std::error_code error;
     if (!fs::create_directory(services, error))
-        fail("'" + services.string() + "' cannot be made: " + error.message());
+        fail(fmt::format("'{}' cannot be made: {}", services.string(), error.message()));
     for (const Activatable& each : options.activatable)
         write_file(folder_->file(services / (each.bus_name + ".service")),
                    service_file(each.bus_name, options.camera_program, each.service));
@@ -137,7 +136,7 @@ void PrivateBus::start() {
 }
 
 std::string PrivateBus::read_address(int pipe) {
-    const Clock::time_point deadline = Clock::now() + start_limit;
+    const Clock::time_point deadline = Clock::now() + start_timeout;
     std::string address;
     while (address.find('\n') == std::string::npos) {
         const auto left =
@@ -147,19 +146,19 @@ std::string PrivateBus::read_address(int pipe) {
         if (polled < 0 && errno == EINTR)
             continue;
         if (polled <= 0)
-            fail("dbus-daemon has not said its address within 10 s" + complaint());
+            fail("dbus-daemon has not reported its address within 10 s" + last_log_line());
         std::array<char, 256> chunk{};
         const ssize_t got = read(pipe, chunk.data(), chunk.size());
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            fail("dbus-daemon has ended" + complaint());
+            fail("dbus-daemon has ended" + last_log_line());
         address.append(chunk.data(), static_cast<std::size_t>(got));
     }
     return address.substr(0, address.find('\n'));
 }
 
-std::string PrivateBus::complaint() const {
+std::string PrivateBus::last_log_line() const {
     std::ifstream file(folder_->path() / "daemon.log");
     std::string last;
     for (std::string line; std::getline(file, line);)
@@ -170,25 +169,14 @@ std::string PrivateBus::complaint() const {
 void PrivateBus::stop() noexcept {
     if (pid_ <= 0)
         return;
-    kill(pid_, SIGTERM);
-    const Clock::time_point deadline = Clock::now() + stop_limit;
-    while (waitpid(pid_, nullptr, WNOHANG) == 0) {
-        if (Clock::now() >= deadline) {
-            kill(pid_, SIGKILL);
-            while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-            }
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    pid_ = 0;
+    end_child(std::exchange(pid_, 0), kill_timeout);
     std::error_code ignored;
     fs::remove(socket_, ignored);
 }
 
 void remove_dead_socket(const fs::path& path) noexcept {
     struct stat status {};
-    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) && !somebody_listens_at(path))
+    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) && !is_in_use(path))
         unlink(path.c_str());
 }
 

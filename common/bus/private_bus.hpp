@@ -17,11 +17,11 @@ struct Activatable {
     std::string service;   ///< the camera's short name for it: "temperature"
 };
 
-/// How a private bus is to be.
+/// The configuration of a private bus.
 struct PrivateBusOptions {
     /// Absolute path of the `fenwa-camera` program; needed where `activatable` is not empty.
     std::string camera_program;
-    /// Empty: a call to a name that nobody owns is refused by the daemon at once.
+    /// Empty: the daemon refuses a call to a name without an owner at once.
     std::vector<Activatable> activatable;
     /// Where the daemon listens; empty: in a temporary folder of its own.
     std::string socket_path;
@@ -39,7 +39,7 @@ class PrivateBus {
   public:
     /// Starts the daemon and waits, 10 s at most, until it listens.
     /// @throws Failure (unavailable), with a sentence, when dbus-daemon is not installed or
-    ///         does not start, or when somebody else listens at `socket_path`.
+    ///         does not start, or if a process listens at `socket_path` already.
     explicit PrivateBus(const PrivateBusOptions& options = {});
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
@@ -58,7 +58,7 @@ class PrivateBus {
     void write_files(const PrivateBusOptions& options);
     void start();
     [[nodiscard]] std::string read_address(int pipe);
-    [[nodiscard]] std::string complaint() const;
+    [[nodiscard]] std::string last_log_line() const;
 
     std::unique_ptr<BusFolder> folder_;
     std::filesystem::path socket_;
@@ -66,8 +66,8 @@ class PrivateBus {
     pid_t pid_ = 0;
 };
 
-/// Removes the socket at `path` of a bus whose daemon was killed; does nothing where it is no
-/// socket, or where somebody listens.
+/// Removes the socket at `path` of a bus whose daemon was killed; does nothing if it is not
+/// a socket, or if a process listens there.
 void remove_dead_socket(const std::filesystem::path& path) noexcept;
 
 }  // namespace common

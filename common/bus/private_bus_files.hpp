@@ -5,12 +5,12 @@
 
 namespace common {
 
-/// A path as it stands in a D-Bus address: bytes that have a meaning there become %XX.
+/// A path as a D-Bus address has it: bytes with a meaning in addresses become %XX.
 [[nodiscard]] std::string address_escaped(std::string_view path);
 
 /// The configuration of a private dbus-daemon: listens at `address`, lets its own user do
 /// everything (eavesdropping included), activates services from the folder `services`.
-/// `extra_xml` is put in as it is, behind the policy: `<limit>`, `<policy>` elements.
+/// `extra_xml` follows the policy as it is: `<limit>`, `<policy>` elements.
 [[nodiscard]] std::string bus_configuration(const std::string& address, const std::string& services,
                                             const std::string& extra_xml);
 

@@ -1,6 +1,7 @@
 #include "common/cli/help_formatter.hpp"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <sstream>
 
 namespace common {
@@ -9,8 +10,8 @@ namespace {
 constexpr std::size_t line_width = 80;
 constexpr std::size_t text_column = 30;
 
-/// The words of `text`, each line behind the first indented by `indent`; `used` columns of the
-/// first line are taken. Line breaks of the text itself stay.
+/// The words of `text` in lines. The first line has `used` columns already, and the next ones begin
+/// at `indent`. Line breaks of the text stay.
 std::string wrapped(const std::string& text, std::size_t used, std::size_t indent) {
     std::string out;
     std::istringstream lines(text);
@@ -38,7 +39,6 @@ std::string wrapped(const std::string& text, std::size_t used, std::size_t inden
     return out + '\n';
 }
 
-/// A name, and what it is for from `text_column` on.
 std::string entry(const std::string& name, const std::string& text) {
     std::string line = "  " + name;
     if (text.empty())
@@ -50,51 +50,68 @@ std::string entry(const std::string& name, const std::string& text) {
     return line + wrapped(text, text_column, text_column);
 }
 
-/// What an option takes: "text|json" for "TEXT:{text,json}", "SECONDS" for "FLOAT:SECONDS".
-std::string argument(const CLI::Option& option) {
-    if (!option.get_option_text().empty())
-        return option.get_option_text();
-    if (option.get_type_size() == 0)
-        return {};
-    std::string type = option.get_type_name();
-    type.erase(0, type.rfind(':') + 1);
-    type.erase(
-        std::remove_if(type.begin(), type.end(), [](char c) { return c == '{' || c == '}'; }),
-        type.end());
-    std::replace(type.begin(), type.end(), ',', '|');
-    if (option.get_expected_max() == CLI::detail::expected_max_vector_size)
-        type += "...";
-    return type;
+/// "--format text|json", "--control[=NAME]", "--without SERVICE...".
+std::string option_name(const Option& option) {
+    const std::string takes =
+        option.choices.empty() ? option.value : fmt::format("{}", fmt::join(option.choices, "|"));
+    return option.name + (takes.empty() || takes.starts_with('[') ? "" : " ") + takes +
+           (option.count == Option::Count::several ? "..." : "");
+}
+
+std::string usage(const Program& program, const Command* command) {
+    std::string line = "Usage: " + program.name;
+    if (command == nullptr)
+        return line + " [OPTIONS] SUBCOMMAND\n";
+    line += ' ' + command->name + " [OPTIONS]";
+    for (const Option& argument : command->arguments) {
+        const std::string name =
+            argument.name + (argument.count == Option::Count::several ? "..." : "");
+        line += argument.required ? ' ' + name : " [" + name + "]";
+    }
+    return line + '\n';
+}
+
+std::string option_entry(const Option& option) {
+    return entry(option_name(option),
+                 option.default_text.empty()
+                     ? option.help
+                     : fmt::format("{} (default: {})", option.help, option.default_text));
 }
 
 }  // namespace
 
-std::string HelpFormatter::make_option(const CLI::Option* option, bool is_positional) const {
-    std::string name;
-    if (is_positional) {
-        name = option->get_name(true, false);
-    } else {
-        for (const std::string& letter : option->get_snames())
-            name += "-" + letter + ", ";
-        for (const std::string& word : option->get_lnames())
-            name += "--" + word + ", ";
-        name.resize(name.size() - 2);
-        const std::string takes = argument(*option);
-        if (!takes.empty())
-            name += (takes.starts_with("[=") ? "" : " ") + takes;
+const std::vector<Option>& common_options() {
+    static const std::vector<Option> options{
+        {.name = "-h, --help", .help = "Prints this text"},
+        {.name = "--version", .help = "Prints the version"},
+    };
+    return options;
+}
+
+std::string format_help(const Program& program, const Command* command) {
+    std::string text = (command == nullptr ? program.help : command->help) + '\n';
+    text += usage(program, command);
+    if (command != nullptr && !command->arguments.empty()) {
+        text += "\nPositionals:\n";
+        for (const Option& argument : command->arguments)
+            text += entry(argument.name, argument.help);
     }
-    std::string text = option->get_description();
-    if (!option->get_default_str().empty())
-        text += " (default: " + option->get_default_str() + ")";
-    return entry(name, text);
-}
-
-std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
-    return entry(command->get_name(), command->get_description());
-}
-
-std::string HelpFormatter::make_footer(const CLI::App* app) const {
-    return app->get_footer().empty() ? std::string() : wrapped(app->get_footer(), 0, 0);
+    text += "\nOptions:\n";
+    for (const Option& option : common_options())
+        text += option_entry(option);
+    if (command == nullptr) {
+        text += "\nSubcommands:\n";
+        for (const Command& each : program.commands) {
+            if (!each.hidden)
+                text += entry(each.name, each.help);
+        }
+    } else {
+        for (const Option& option : command->options)
+            text += option_entry(option);
+    }
+    if (command != nullptr && !command->footer.empty())
+        text += '\n' + wrapped(command->footer, 0, 0);
+    return text + '\n' + wrapped(program.footer, 0, 0);
 }
 
 }  // namespace common

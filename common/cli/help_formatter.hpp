@@ -1,19 +1,16 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
+
+#include "common/cli/command_line.hpp"
 
 namespace common {
 
-/// How `--help` of both programs looks: an option with what it takes ("--format text|json"), and
-/// what it is for beside it, in lines of 80 columns. Man pages and shell completion say the same,
-/// and completion reads it.
-class HelpFormatter final : public CLI::Formatter {
-  public:
-    [[nodiscard]] std::string make_option(const CLI::Option* option,
-                                          bool is_positional) const override;
-    [[nodiscard]] std::string make_subcommand(const CLI::App* command) const override;
-    [[nodiscard]] std::string make_footer(const CLI::App* app) const override;
-};
+/// The options that every level of a program understands.
+[[nodiscard]] const std::vector<Option>& common_options();
+
+/// The text of `--help` of a program, or of its `command` if that is not null, in lines of 80
+/// columns. Completion reads this form.
+[[nodiscard]] std::string format_help(const Program& program, const Command* command);
 
 }  // namespace common

@@ -7,8 +7,8 @@
 namespace common {
 
 /// Writes the whole text to stdout, for a command that prints once and ends. A reader that has
-/// gone, as `head` goes, has seen enough, and where the starter has closed stdout nobody wants the
-/// text. SIGPIPE must be ignored, as `run_command_line` has it.
+/// gone, as `head` goes, has seen enough, and so has a starter that has closed stdout. SIGPIPE must
+/// be ignored, as `run_command_line` has it.
 /// @throws Failure (unavailable) when stdout takes no more, as on a full disk.
 void print_text(std::string_view text);
 

@@ -5,8 +5,8 @@
 namespace common {
 
 /// Runs `body` on a thread of its own that lives until the process ends. All signals are blocked
-/// there: what is meant for a handler of a block never runs on it.
-/// @throws std::system_error when there is no thread to be had.
+/// there: the handlers of blocks never run on it.
+/// @throws std::system_error if no thread can be started.
 void start_background_thread(std::function<void()> body);
 
 }  // namespace common

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "common/process/descriptor.hpp"
+#include "common/process/program.hpp"
 
 namespace common {
 namespace {
@@ -28,14 +29,14 @@ using Clock = std::chrono::steady_clock;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// In the child: what it says is nobody's business, and it ends with its parent.
+/// In the child: silences it, and lets it end with its parent.
 void prepare_child(pid_t parent) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent)  // gone before it could be told
+    if (getppid() != parent)  // it ended before the line above
         _exit(1);
-    // A crash is expected here and is told of by its signal: no handler of the parent's, such as a
-    // sanitizer's, is to come before it, and nobody looks for a core.
+    // The parent reports a crash by its signal: no inherited handler, such as a sanitizer's, may
+    // change it, and no core is written.
     for (const int crash : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
         std::signal(crash, SIG_DFL);
     // A parent that has a signal served elsewhere holds it back here.
@@ -58,14 +59,14 @@ void write_whole(int fd, const std::string& text) {
     }
 }
 
-/// Cuts what comes through a pipe into lines.
+/// Cuts the input of a pipe into lines.
 class LineReader {
   public:
     LineReader(int fd, const LineReceiver& on_line) : fd_(fd), on_line_(on_line) {}
 
     static constexpr int most = 65536;  ///< bytes at a time
 
-    /// Takes some of what is there. @returns false at the end of it all.
+    /// Reads some input. @returns false at its end.
     bool read_some() {
         const ssize_t n = read(fd_, buffer_.data(), buffer_.size());
         if (n <= 0)
@@ -128,7 +129,7 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
         fail("cannot make a pipe");
     Descriptor from_child(ends[0]);
     Descriptor to_parent(ends[1]);
-    // What is buffered would be written twice otherwise.
+    // Otherwise the child would write the buffered text a second time.
     std::cout.flush();
     const pid_t parent = getpid();
     const pid_t pid = fork();
@@ -139,7 +140,7 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
         try {
             work([&](const std::string& line) { write_whole(to_parent.get(), line + '\n'); });
         } catch (...) {
-            _exit(1);  // nothing of the parent's is to be unwound here
+            _exit(1);  // the parent's objects must not be unwound here
         }
         _exit(0);
     }
@@ -148,13 +149,11 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     fcntl(from_child.get(), F_SETFL, O_NONBLOCK);
     LineReader lines(from_child.get(), on_line);
     const bool ended = serve(lines, from_child.get(), pid, limit);
-    // Those that it started, too; its number is not given to another before it is waited for.
+    // With the processes that it started; its number stays its own until it is waited for.
     kill(-pid, SIGKILL);
     kill(pid, SIGKILL);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    // No more is to come, but for what the pipe still holds.
+    const int status = wait_for(pid);
+    // The pipe may still hold some lines.
     const int capacity = fcntl(from_child.get(), F_GETPIPE_SZ);
     for (int read = 0; read < capacity && lines.read_some(); read += LineReader::most) {
     }

@@ -54,8 +54,8 @@ std::vector<pid_t> children_of_this_process() {
 
 void kill_children(std::chrono::milliseconds limit) noexcept {
     const Clock::time_point deadline = Clock::now() + limit;
-    // What a child leaves behind comes to us before the child can be reaped, so that the end of the
-    // children is the end of all.
+    // The orphans of a child are adopted before the child can be reaped, so that no process is left
+    // when no child is.
     while (true) {
         pid_t reaped = 0;
         do

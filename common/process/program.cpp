@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <system_error>
+#include <thread>
 
 #include "common/process/descriptor.hpp"
 
@@ -27,8 +28,8 @@ std::vector<char*> pointers_to(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// No handler or blocked signal of ours is to be one of the program's. But SIGTTOU stays ignored
-/// where it is: in a group of its own it is in the background of a terminal, which it may write to.
+/// The program inherits no handler and no blocked signal. But an ignored SIGTTOU stays ignored: in
+/// a group of its own the program is in the background of a terminal, which it may write to.
 void reset_signals() {
     struct sigaction plain {};
     plain.sa_handler = SIG_DFL;
@@ -42,18 +43,21 @@ void reset_signals() {
 }
 
 /// The child's part between fork and exec: only calls that are safe there.
-[[noreturn]] void become(const Program& program, char* const* arguments, char* const* environment,
-                         int error_pipe, pid_t parent) {
+[[noreturn]] void become(const ProgramStart& program, char* const* arguments,
+                         char* const* environment, int error_pipe, pid_t parent) {
     setpgid(0, 0);
     reset_signals();
     prctl(PR_SET_PDEATHSIG, program.death_signal);
     if (getppid() != parent)
         _exit(1);  // it ended before the line above
-    const int nothing = open("/dev/null", O_RDONLY);
-    if (nothing >= 0 && dup2(nothing, STDIN_FILENO) >= 0 &&
-        dup2(program.error_output, STDERR_FILENO) >= 0) {
-        if (nothing != STDIN_FILENO)
-            close(nothing);
+    // Above the standard streams, which may be closed: a stream must not overwrite another's
+    // source.
+    const int nothing = fcntl(open("/dev/null", O_RDWR | O_CLOEXEC), F_DUPFD_CLOEXEC, 3);
+    const auto lead = [nothing](int from, int stream) {
+        return from == stream || dup2(from < 0 ? nothing : from, stream) >= 0;
+    };
+    if (nothing >= 0 && lead(program.input, STDIN_FILENO) && lead(program.output, STDOUT_FILENO) &&
+        lead(program.error_output, STDERR_FILENO)) {
         if (program.kept >= 0)
             fcntl(program.kept, F_SETFD, 0);
         execvpe(arguments[0], arguments, environment);
@@ -74,7 +78,7 @@ std::vector<std::string> inherited_environment() {
     return variables;
 }
 
-pid_t start_program(const Program& program) {
+pid_t start_program(const ProgramStart& program) {
     std::array<int, 2> error_pipe{};
     if (pipe2(error_pipe.data(), O_CLOEXEC) != 0)
         fail("pipe2");
@@ -96,9 +100,32 @@ pid_t start_program(const Program& program) {
     while (got < 0 && errno == EINTR);
     if (got != sizeof error)
         return child;
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    wait_for(child);
     throw std::system_error(error, std::generic_category(), "exec");
+}
+
+int wait_for(pid_t child) noexcept {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+int exit_code_of(int status) noexcept {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void end_child(pid_t child, std::chrono::milliseconds kill_timeout) noexcept {
+    kill(child, SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + kill_timeout;
+    while (waitpid(child, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            kill(child, SIGKILL);
+            wait_for(child);
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
 }
 
 }  // namespace common

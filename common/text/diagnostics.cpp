@@ -6,22 +6,12 @@
 #include <utility>
 
 #include "common/text/terminal.hpp"
+#include "common/text/utf8.hpp"
 
 namespace common {
 namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
-
-bool starts_code_point(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-}
-
-std::size_t code_points(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), starts_code_point));
-}
-
-/// A mistake's text names what is in the file, which may be one name of a mebibyte.
-constexpr std::size_t longest_text = 2000;
 
 /// Code points to each side of a place that are quoted of a long line. A file may be one line, and
 /// its mistakes as many as its bytes.
@@ -106,13 +96,13 @@ void Diagnostics::warning(SourceLocation location, std::string text, std::string
 }
 
 void Diagnostics::add(Entry entry) {
-    entry.text = one_line(shortened(entry.text, longest_text));
-    entry.help = one_line(shortened(entry.help, longest_text));
+    entry.text = one_line(shortened(entry.text, max_text_length));
+    entry.help = one_line(shortened(entry.help, max_text_length));
     if (known_.count({entry.severity, entry.location, entry.text}) != 0)
         return;
     Count& count = this->count(entry.severity);
     ++count.all;
-    if (count.kept == most_kept)
+    if (count.kept == max_kept)
         return;
     ++count.kept;
     known_.emplace(entry.severity, entry.location, entry.text);

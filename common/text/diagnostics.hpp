@@ -35,8 +35,8 @@ struct SourceLocation {
 ///            ^
 ///     help: did you mean 'TemperatureReader'?
 ///
-/// A file may hold as many mistakes as it has bytes: of the errors, and of the warnings, those that
-/// are found first are kept, and the others are counted.
+/// A file may hold as many mistakes as it has bytes: the first errors and the first warnings are
+/// kept, and the others are counted.
 class Diagnostics {
   public:
     enum class Severity { error, warning };
@@ -49,9 +49,8 @@ class Diagnostics {
         std::string help;
     };
 
-    /// So many errors, and so many warnings, are kept, and so much of the text of each.
-    static constexpr std::size_t most_kept = 1000;
-    static constexpr std::size_t longest_text = 2000;
+    static constexpr std::size_t max_kept = 1000;         ///< errors, and as many warnings
+    static constexpr std::size_t max_text_length = 2000;  ///< of each; in bytes
 
     /// `file` is the name as the user typed it.
     explicit Diagnostics(std::string file) : file_(std::move(file)) {}
@@ -61,8 +60,8 @@ class Diagnostics {
     /// Takes the text of another, where it has one: the file was read again.
     void take_source(const Diagnostics& other);
 
-    /// Adds a mistake. `help` is the sentence behind "help: ", empty for none. What is already
-    /// there with the same severity, place and text is not added twice.
+    /// Adds a mistake. `help` is the sentence after "help: ", empty for none. A mistake with the
+    /// same severity, place and text is added once.
     void error(SourceLocation location, std::string text, std::string help = {});
     void warning(SourceLocation location, std::string text, std::string help = {});
     /// Adds one that another has collected.
@@ -70,7 +69,7 @@ class Diagnostics {
     /// Counts mistakes that another has not kept.
     void count_more(Severity severity, std::size_t n) noexcept { count(severity).all += n; }
 
-    /// Has every mistake that is kept from here on told to `listener`.
+    /// Calls `listener` for each mistake that is kept from here on.
     void listen(std::function<void(const Entry&)> listener) { listener_ = std::move(listener); }
 
     /// For all the unknown names of the file together.
@@ -80,22 +79,21 @@ class Diagnostics {
         return suggester_.did_you_mean(typed, candidates);
     }
 
-    /// Those that are not kept included.
+    /// All of them, kept or not.
     [[nodiscard]] std::size_t errors() const noexcept { return count(Severity::error).all; }
     [[nodiscard]] std::size_t warnings() const noexcept { return count(Severity::warning).all; }
     /// How many of them are not kept.
     [[nodiscard]] std::size_t not_kept(Severity severity) const noexcept;
-    /// Each kept error as a sentence, its help behind a semicolon, in the order in which they were
-    /// added.
+    /// Each kept error as a sentence, with its help after a semicolon, in the order of addition.
     [[nodiscard]] std::vector<std::string> error_sentences() const;
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
 
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.
     [[nodiscard]] std::string locate(SourceLocation location) const;
 
-    /// What was added since the last time, in file order, then a line with the count, and before it
-    /// how many are not kept. Prints nothing where there is nothing new. Of a very long line only
-    /// the part around the place is quoted.
+    /// Prints the mistakes that were added since the last call, in file order, then the number of
+    /// those that are not kept, then a line with the count; nothing if there is no new one. Quotes
+    /// the part around the place of a very long line.
     void print(std::ostream& out, bool color);
 
   private:
@@ -103,7 +101,7 @@ class Diagnostics {
         std::size_t all = 0;
         std::size_t kept = 0;
         std::size_t printed = 0;           ///< of all
-        std::size_t printed_not_kept = 0;  ///< of those that are not kept
+        std::size_t printed_not_kept = 0;  ///< of the ones that are not kept
     };
 
     [[nodiscard]] const Count& count(Severity severity) const noexcept {

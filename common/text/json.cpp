@@ -31,6 +31,10 @@ std::string json_line(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string plain_text(const Json& value) {
+    return value.is_string() ? value.get<std::string>() : json_line(value);
+}
+
 std::string json_ascii(const Json& value) {
     return value.dump(-1, ' ', true, Json::error_handler_t::replace);
 }

@@ -18,15 +18,18 @@ using Json = nlohmann::ordered_json;
 /// can always be written.
 [[nodiscard]] std::string json_line(const Json& value);
 
-/// The same with every character beyond ASCII escaped: D-Bus takes no text with noncharacters such
-/// as U+FFFE, which a name or a setting may hold.
+/// A string as it is, anything else as JSON: "36.5", "nan".
+[[nodiscard]] std::string plain_text(const Json& value);
+
+/// As `json_line`, with every character beyond ASCII escaped: D-Bus takes no text with
+/// noncharacters such as U+FFFE, which a name or a setting may hold.
 [[nodiscard]] std::string json_ascii(const Json& value);
 
-/// A JSON text nested deeper than this many arrays and objects is refused, because whoever writes,
-/// copies or compares such a value recurses.
+/// A JSON text nested deeper than this many arrays and objects is refused, because writing,
+/// copying and comparing such a value recurse.
 inline constexpr std::size_t max_json_depth = 64;
 
-/// What is wrong with a JSON text of a stranger: a sentence without its full stop.
+/// A mistake in a JSON text from elsewhere: a sentence without its full stop.
 class JsonError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

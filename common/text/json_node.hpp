@@ -7,9 +7,9 @@
 
 namespace common {
 
-/// A value of a stranger's JSON with the place where it stands, which is looked at before it is
-/// used. Each function throws JsonError, with the place, where the value is of another kind.
-/// Refers to the value, which must outlive it.
+/// A value of JSON from elsewhere with its place, which is checked before it is used. Each function
+/// throws JsonError, with the place, where the value is of another kind. Refers to the value, which
+/// must outlive it.
 template <class AnyJson = Json>
 class JsonNode {
   public:

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
+
+#include "common/text/utf8.hpp"
 
 namespace common {
 namespace {
@@ -12,10 +13,6 @@ constexpr std::size_t longest_quoted = 200;
 
 bool is_plain(char c) {
     return c >= ' ' && c <= '~';
-}
-
-bool continues_code_point(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
 /// The first code point of a text, with the number of its bytes; 0 where these are not UTF-8.
@@ -33,7 +30,7 @@ CodePoint first_code_point(std::string_view text) {
         return {};
     char32_t value = lead & (0x7FU >> bytes);
     for (const char c : text.substr(1, bytes - 1)) {
-        if (!continues_code_point(c))
+        if (starts_code_point(c))
             return {};
         value = (value << 6U) | (static_cast<unsigned char>(c) & 0x3FU);
     }
@@ -105,20 +102,16 @@ std::string shortened(std::string_view text, std::size_t longest) {
     if (text.size() <= longest)
         return std::string(text);
     std::size_t begin = longest - longest / 4;
-    while (begin > 0 && continues_code_point(text[begin]))
+    while (begin > 0 && !starts_code_point(text[begin]))
         --begin;
     std::size_t end = text.size() - longest / 4;
-    while (end < text.size() && continues_code_point(text[end]))
+    while (end < text.size() && !starts_code_point(text[end]))
         ++end;
     return std::string(text.substr(0, begin)) + "…" + std::string(text.substr(end));
 }
 
 std::string in_quotes(std::string_view text) {
     return "'" + shortened(text, longest_quoted) + "'";
-}
-
-void print_error_line(std::string_view text) {
-    std::cerr << one_line(text) + '\n' << std::flush;
 }
 
 }  // namespace common

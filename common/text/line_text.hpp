@@ -25,11 +25,10 @@ namespace common {
 /// Whole code points are left out.
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t longest);
 
+/// An error quotes its cause, which may be mebibytes; in bytes.
+inline constexpr std::size_t max_error_text = 1000;
+
 /// 'TEXT' for a sentence, in which a name or value of more than 200 bytes is shortened.
 [[nodiscard]] std::string in_quotes(std::string_view text);
-
-/// Writes the text on stderr as one line of its own, in one piece: other programs may write to the
-/// same terminal.
-void print_error_line(std::string_view text);
 
 }  // namespace common

@@ -5,8 +5,7 @@
 
 namespace common {
 
-/// A text with its %XX undone, as in D-Bus addresses and URLs; what is no such escape stays as it
-/// is.
+/// A text with its %XX undone, as in D-Bus addresses and URLs; anything else stays as it is.
 [[nodiscard]] std::string percent_decoded(std::string_view text);
 
 }  // namespace common

@@ -1,16 +1,18 @@
 #include "common/text/suggestion.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 
 namespace common {
 namespace {
 
-/// The work grows with the product of both lengths; a longer name is no typing mistake.
+/// The work grows with the product of both lengths; a longer name is not a typing mistake.
 constexpr std::size_t longest_name = 256;
 
 /// Optimal string alignment distance: insert, delete, replace and swap of neighbours cost one each.
-/// @param work_left what it costs is taken away from it.
+/// @param work_left reduced by the cost.
 /// @returns `limit` + 1, early, where it is greater than `limit`, or where no work is left.
 std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit,
                           std::size_t& work_left) {
@@ -64,7 +66,7 @@ std::string Suggester::did_you_mean(std::string_view typed,
             least = distance;
         }
     }
-    return nearest == nullptr ? std::string{} : "did you mean '" + *nearest + "'?";
+    return nearest == nullptr ? std::string{} : fmt::format("did you mean '{}'?", *nearest);
 }
 
 std::string did_you_mean(std::string_view typed, const std::vector<std::string>& candidates) {

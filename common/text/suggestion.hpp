@@ -7,9 +7,9 @@
 
 namespace common {
 
-/// Names the candidate nearest to what was typed, with a limit of the work for all that it is
-/// asked: a text of a stranger's may hold thousands of unknown names, and each is compared with
-/// thousands of known ones. One thread at a time.
+/// Names the candidate nearest to a typed name, with one limit of the work for all its questions: a
+/// text from elsewhere may hold thousands of unknown names, and each is compared with thousands of
+/// known ones. One thread at a time.
 class Suggester {
   public:
     /// "did you mean 'NAME'?" with the candidate nearest to `typed` (edit distance, transpositions
@@ -29,8 +29,7 @@ class Suggester {
 [[nodiscard]] std::string did_you_mean(std::string_view typed,
                                        const std::vector<std::string>& candidates);
 
-/// A sentence with a further one, such as the one above, behind a semicolon; alone where that one
-/// is empty.
+/// A sentence with its help after a semicolon; alone if the help is empty.
 [[nodiscard]] std::string with_help(std::string sentence, std::string_view help);
 
 }  // namespace common

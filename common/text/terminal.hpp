@@ -10,7 +10,7 @@ enum class ColorChoice { automatic, always, never };
 /// "auto", "always" or "never" of `--color`; `automatic` for anything else.
 [[nodiscard]] ColorChoice color_choice(std::string_view word);
 
-/// Whether to colour what goes to `stream`: with `automatic` when it is a terminal, TERM is not
+/// Whether to colour the output to `stream`: with `automatic` when it is a terminal, TERM is not
 /// "dumb" and NO_COLOR is unset or empty (no-color.org).
 [[nodiscard]] bool use_color(ColorChoice choice, std::FILE* stream);
 

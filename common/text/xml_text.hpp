@@ -5,7 +5,7 @@
 
 namespace common {
 
-/// The text as it stands between XML tags.
+/// The text as it appears between XML tags.
 [[nodiscard]] std::string xml_escaped(std::string_view text);
 
 }  // namespace common

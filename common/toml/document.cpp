@@ -1,24 +1,27 @@
 #include "common/toml/document.hpp"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "common/process/exit_code.hpp"
-#include "common/toml/nesting.hpp"
+#include "common/text/utf8.hpp"
 
 namespace common {
 namespace {
 
 [[noreturn]] void unreadable(const std::string& path, const std::string& reason) {
-    throw Failure(ExitCode::unreadable, "cannot read '" + path + "': " + reason);
+    throw Failure(ExitCode::unreadable, fmt::format("cannot read '{}': {}", path, reason));
 }
 
-/// The file's text, cut behind one byte more than is allowed: enough to know that it is too large.
+/// The file's text, cut after one byte more than is allowed: enough to know that it is too large.
 std::string read_text(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
@@ -41,7 +44,50 @@ SourceLocation to_position(const toml::source_region& region) {
             static_cast<std::uint32_t>(region.begin.column)};
 }
 
-/// The table in which a key stands, of the last one of an array of tables; null for none.
+bool is_separator(char c) {
+    return std::string_view("=,[]{}#\r\n.'\"").find(c) != std::string_view::npos;
+}
+
+/// Where a dotted key has too many parts, line 0 for nowhere. A quote may begin or end a string, so
+/// both are followed: no key is overlooked, and dotted words in a string may count as a key.
+SourceLocation find_long_key(std::string_view text) {
+    std::size_t parts = 0;              // of the key so far
+    std::array<std::size_t, 2> open{};  // parts before the last quote of each kind
+    std::size_t backslashes = 0;
+    SourceLocation location{1, 0};
+    char before = '\n';  // the last character that is not blank
+    bool blank = false;  // since then
+    if (text.starts_with("\xEF\xBB\xBF"))
+        text.remove_prefix(3);  // a byte-order mark has no column
+    for (const char c : text) {
+        location.column += starts_code_point(c) ? 1 : 0;
+        const bool follows_dot = before == '.';
+        const bool is_escaped = backslashes % 2 != 0;
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        if (c == ' ' || c == '\t') {
+            blank = true;
+            continue;
+        }
+        if (c == '\'' || (c == '"' && !is_escaped))
+            parts = std::exchange(open[c == '"' ? 1 : 0], follows_dot ? parts : 0) + 1;
+        else if (c != '.' && is_separator(c))
+            parts = 0;
+        else if (c != '.' && (blank || is_separator(before)))
+            parts = follows_dot ? parts + 1 : 1;
+        if (parts > max_toml_key_parts)
+            return location;
+        if (c == '\n') {
+            open = {};
+            ++location.line;
+            location.column = 0;
+        }
+        before = c;
+        blank = false;
+    }
+    return {};
+}
+
+/// A node as a table, for an array of tables its last one; null for none.
 const toml::table* table_of(const toml::node* node) {
     if (node == nullptr)
         return nullptr;
@@ -50,8 +96,8 @@ const toml::table* table_of(const toml::node* node) {
     return node == nullptr ? nullptr : node->as_table();
 }
 
-/// What the header of a table would define again; line 0 where `where` is at no header, or nothing
-/// of that name stands before it. The parser itself names only the second place.
+/// The first definition of a table whose header is at `location`; line 0 for none, or for another
+/// place. The parser itself names only the second definition.
 SourceLocation first_definition(const std::string& text, SourceLocation location) {
     std::size_t begin = 0;
     for (std::uint32_t line = 1; line < location.line; ++line)
@@ -69,7 +115,7 @@ SourceLocation first_definition(const std::string& text, SourceLocation location
         while (step != nullptr && !step->empty()) {
             const auto& [key, next] = *step->begin();
             const toml::table* const table = table_of(found);
-            if (table == nullptr)  // what stands there is no table, and cannot become one
+            if (table == nullptr)  // another kind of value, which cannot become a table
                 break;
             found = table->get(key);
             if (found == nullptr)
@@ -96,8 +142,9 @@ std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagn
 
 std::optional<toml::table> parse_toml(const std::string& text, Diagnostics& diagnostics) {
     diagnostics.set_source(text);
-    if (const SourceLocation deep = find_deep_nesting(text, max_toml_depth); deep.line != 0) {
-        diagnostics.error(deep, "nested deeper than " + std::to_string(max_toml_depth) + " tables");
+    if (const SourceLocation location = find_long_key(text); location.line != 0) {
+        diagnostics.error(location,
+                          fmt::format("a key has more than {} parts", max_toml_key_parts));
         return std::nullopt;
     }
     try {
@@ -187,9 +234,8 @@ const toml::node* TableReader::find(std::string_view key) {
 
 void TableReader::wrong_kind(std::string_view key, const toml::node& found,
                              std::string_view wanted) {
-    diagnostics_.error(position(found), "'" + std::string(key) + "' of " + what_ + " must be " +
-                                            std::string(wanted) + ", not " +
-                                            std::string(kind_of(found)));
+    diagnostics_.error(position(found), fmt::format("'{}' of {} must be {}, not {}", key, what_,
+                                                    wanted, kind_of(found)));
 }
 
 std::optional<std::string> TableReader::string(std::string_view key) {
@@ -269,7 +315,7 @@ const toml::node* TableReader::any(std::string_view key) {
 }
 
 void TableReader::missing(std::string_view key) {
-    diagnostics_.error(location(), what_ + " has no '" + std::string(key) + "'");
+    diagnostics_.error(location(), fmt::format("{} has no '{}'", what_, key));
 }
 
 SourceLocation TableReader::location(std::string_view key) const {
@@ -280,7 +326,8 @@ SourceLocation TableReader::location(std::string_view key) const {
 void TableReader::report_unknown_keys() {
     for (const TomlEntry& entry : in_file_order(table_)) {
         if (std::find(asked_.begin(), asked_.end(), entry.key) == asked_.end())
-            diagnostics_.error(entry.location, "unknown key '" + entry.key + "' in " + what_,
+            diagnostics_.error(entry.location,
+                               fmt::format("unknown key '{}' in {}", entry.key, what_),
                                diagnostics_.did_you_mean(entry.key, asked_));
     }
 }

@@ -16,9 +16,9 @@ namespace common {
 
 /// A larger file is refused before it is parsed: a graph of a few thousand blocks stays below it.
 inline constexpr std::size_t max_toml_bytes = std::size_t{1024} * 1024;
-/// A file nested deeper than this many tables and arrays is refused before it is parsed, because
-/// the parser and the destruction of its tree recurse.
-inline constexpr std::size_t max_toml_depth = 32;
+/// A file with a longer dotted key or header is refused before it is parsed: each part nests its
+/// tree once more, whose destruction recurses. toml++ itself limits the nesting of values.
+inline constexpr std::size_t max_toml_key_parts = 16;
 
 /// Reads and parses a TOML file. A syntax error, a file that is too large or nested too deeply is
 /// an error in `diagnostics` (whose source is set) and gives an empty result.
@@ -30,11 +30,11 @@ inline constexpr std::size_t max_toml_depth = 32;
 [[nodiscard]] std::optional<toml::table> parse_toml(const std::string& text,
                                                     Diagnostics& diagnostics);
 
-/// Where a parsed node, or a key, stands in its file.
+/// The place of a parsed node, or a key, in its file.
 [[nodiscard]] SourceLocation position(const toml::node& node);
 [[nodiscard]] SourceLocation position(const toml::key& key);
 
-/// "a string", "an integer", "a table" …: what a node is, for a sentence.
+/// "a string", "an integer", "a table" …: the kind of a node, for a sentence.
 [[nodiscard]] std::string_view kind_of(const toml::node& node);
 
 /// One entry of a table with the place of its key.
@@ -44,11 +44,11 @@ struct TomlEntry {
     const toml::node* value;
 };
 
-/// The entries of a table in the order in which they stand in the file (toml++ sorts by name).
+/// The entries of a table in the order of the file (toml++ sorts by name).
 [[nodiscard]] std::vector<TomlEntry> in_file_order(const toml::table& table);
 
-/// Reports every key and every string that holds a zero byte, at its place: what is handed on as a
-/// C string, such as a path or a name on the bus, would end there.
+/// Reports every key and every string that holds a zero byte, at its place: a C
+/// string, such as a path or a name on the bus, would end there.
 void report_zero_bytes(const toml::table& table, Diagnostics& diagnostics);
 
 /// Reads the known keys of a table; each mistake becomes a diagnostic at its place. `what` names
@@ -70,14 +70,14 @@ class TableReader {
     /// The value as it is, for keys that take more than one kind.
     const toml::node* any(std::string_view key);
 
-    /// Says that a required key is missing, at the table's place.
+    /// Reports a missing required key, at the table's place.
     void missing(std::string_view key);
 
-    /// Where the key stands, or the table where it is absent.
+    /// The place of the key, or of the table if the key is absent.
     [[nodiscard]] SourceLocation location(std::string_view key) const;
     [[nodiscard]] SourceLocation location() const { return position(table_); }
 
-    /// Reports every key that none of the calls above asked for, with the nearest that was.
+    /// Reports every key that no call above has read, with the nearest one that was read.
     void report_unknown_keys();
 
   private:

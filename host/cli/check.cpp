@@ -1,9 +1,12 @@
+#include <fmt/format.h>
+
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/cli/options.hpp"
+#include "common/events/message.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/diagnostics.hpp"
 #include "common/text/terminal.hpp"
@@ -15,7 +18,6 @@ namespace {
 
 using common::ExitCode;
 
-/// What `fenwa check` was asked for.
 struct CheckOptions {
     std::string graph;
     std::vector<std::string> plugin_dirs;
@@ -34,26 +36,28 @@ ExitCode check_graph_file(const CheckOptions& options) {
         return checked.code;
     if (options.deny_warnings && diagnostics.warnings() != 0)
         return ExitCode::misconfigured;
-    common::print_error_line("fenwa: " + options.graph +
-                             (diagnostics.warnings() == 0 ? ": no mistakes (" : ": no errors (") +
-                             common::counted(checked.graph->blocks.size(), "block") + ", " +
-                             common::counted(checked.graph->connections.size(), "connection") +
-                             ")");
+    common::print_message(
+        common::Severity::info,
+        fmt::format("{}: {} ({}, {})", options.graph,
+                    diagnostics.warnings() == 0 ? "no mistakes" : "no errors",
+                    common::counted(checked.graph->blocks.size(), "block"),
+                    common::counted(checked.graph->connections.size(), "connection")));
     return ExitCode::done;
 }
 
 }  // namespace
 
-Command add_check_command(CLI::App& program) {
+common::Command check_command() {
     const auto options = std::make_shared<CheckOptions>();
-    CLI::App& check =
-        add_command(program, "check", "Reports every mistake of a graph; needs no bus");
-    add_graph(check, options->graph);
-    add_plugin_dirs(check, options->plugin_dirs);
-    add_color(check, options->color);
-    check.add_flag("--deny-warnings", options->deny_warnings,
-                   "Warnings count as mistakes for the exit code");
-    return {&check, [options] { return check_graph_file(*options); }};
+    return {.name = "check",
+            .help = "Reports every mistake of a graph; needs no bus",
+            .arguments = {graph_argument(options->graph)},
+            .options = {plugin_dir_option(options->plugin_dirs),
+                        common::color_option(options->color),
+                        {.name = "--deny-warnings",
+                         .help = "Warnings count as mistakes for the exit code",
+                         .take = common::into(options->deny_warnings)}},
+            .run = [options] { return check_graph_file(*options); }};
 }
 
 }  // namespace host

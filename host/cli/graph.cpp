@@ -4,17 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "common/cli/options.hpp"
+#include "common/events/print_text.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "framework/shared/host_access.hpp"
 #include "host/check/graph_check.hpp"
 #include "host/cli/options.hpp"
-#include "host/control/client.hpp"
 #include "host/draw/diagram.hpp"
 #include "host/draw/dot.hpp"
 #include "host/draw/graphviz.hpp"
 #include "host/graph/block_json.hpp"
-#include "host/output/standard_output.hpp"
 
 namespace host {
 namespace {
@@ -23,7 +23,7 @@ using common::ExitCode;
 using common::Failure;
 using common::Json;
 
-/// What `fenwa graph` was asked for: the graph of a file or that of a running host.
+/// The graph of a file or that of a running host.
 struct GraphOptions {
     std::string graph;                   ///< the file; empty for a running host
     std::optional<std::string> control;  ///< bus name of the running host
@@ -56,14 +56,15 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
 }
 
 Diagram diagram_of_host(const ControlTarget& target) {
-    return ControlClient(target).with_description(
-        [](const Json& description) { return make_diagram(description, DiagramValues::shown); });
+    return connect_to_host(target).read_json("Describe", [](const Json& description) {
+        return make_diagram(description, DiagramValues::shown);
+    });
 }
 
 /// Draws a graph: one of a file with its ports, datatypes and connections as a check finds them;
 /// one of a running host with its values, and the services that its blocks have talked to. The
 /// mistakes of a file go to stderr; one with errors is not drawn.
-/// @returns as `check` does for a file; what that throws is thrown too.
+/// @returns and @throws as `check` for a file.
 /// @throws common::Failure `usage` when none or both are asked for, `unreadable` when the file
 /// cannot
 ///         be read, `unavailable` when there is no such host or it cannot be rendered.
@@ -72,7 +73,6 @@ ExitCode draw_graph(const GraphOptions& options) {
         throw Failure(ExitCode::usage, "GRAPH or --control is required");
     if (!options.graph.empty() && options.control)
         throw Failure(ExitCode::usage, "GRAPH and --control exclude each other");
-    open_closed_streams();
     Diagram picture;
     if (options.control) {
         picture = diagram_of_host({options.bus, *options.control});
@@ -88,35 +88,38 @@ ExitCode draw_graph(const GraphOptions& options) {
         render(dot, *options.output);
         return ExitCode::done;
     }
-    StandardOutput out([] {});
-    out.write(dot);
-    return code_after(out, ExitCode::done);
+    common::print_text(dot);
+    return ExitCode::done;
 }
 
 }  // namespace
 
-Command add_graph_command(CLI::App& program) {
+common::Command graph_command() {
     const auto options = std::make_shared<GraphOptions>();
-    CLI::App& graph = add_command(
-        program, "graph",
-        "Draws a graph, or that of a running host, as a text for Graphviz or as a picture");
-    graph.add_option("GRAPH", options->graph, "The graph file (TOML); none with --control");
-    add_plugin_dirs(graph, options->plugin_dirs);
-    CLI::Option& control = add_control_flag(
-        graph, options->control,
-        "Draws what runs under com.tarlo.Fenwa.Host1 or this name, with its values");
-    graph.add_option("--bus", options->bus, "The bus: system, session or a D-Bus address")
-        ->type_name("ADDRESS")
-        ->needs(&control)
-        ->capture_default_str();
-    graph
-        .add_option_function<std::string>(
-            "--output", [options](const std::string& file) { options->output = file; },
-            "Renders into this file, *.svg or *.png; needs Graphviz")
-        ->type_name("FILE")
-        ->check(CLI::Validator(check_picture_name, ""));
-    add_color(graph, options->color);
-    return {&graph, [options] { return draw_graph(*options); }};
+    common::Option bus = common::bus_option("The bus", options->bus);
+    bus.needs = "--control";
+    return {.name = "graph",
+            .help =
+                "Draws a graph, or that of a running host, as a text for Graphviz or as a "
+                "picture",
+            .arguments = {{.name = "GRAPH",
+                           .help = "The graph file (TOML); none with --control",
+                           .take = common::into(options->graph)}},
+            .options = {plugin_dir_option(options->plugin_dirs),
+                        control_flag(options->control,
+                                     "Draws what runs under com.tarlo.Fenwa.Host1 or this name, "
+                                     "with its values"),
+                        bus,
+                        {.name = "--output",
+                         .value = "FILE",
+                         .help = "Renders into this file, *.svg or *.png; needs Graphviz",
+                         .take =
+                             [options](const std::string& file) {
+                                 options->output = file;
+                                 return check_picture_name(file);
+                             }},
+                        common::color_option(options->color)},
+            .run = [options] { return draw_graph(*options); }};
 }
 
 }  // namespace host

@@ -12,6 +12,10 @@
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
+#include "common/cli/options.hpp"
+#include "common/events/journal.hpp"
+#include "common/events/message.hpp"
+#include "common/events/standard_output.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "framework/algo-tools/connection_tools.hpp"
@@ -21,8 +25,8 @@
 #include "host/cli/options.hpp"
 #include "host/control/reconfigurer.hpp"
 #include "host/control/service.hpp"
+#include "host/output/activity.hpp"
 #include "host/output/event_writer.hpp"
-#include "host/output/journal.hpp"
 #include "host/output/log_to_stderr.hpp"
 #include "host/output/standard_streams.hpp"
 #include "host/plugin/block_types.hpp"
@@ -41,7 +45,7 @@ struct RunOptions {
     std::string graph;
     std::optional<std::string> bus;  ///< instead of the graph's own address
     std::vector<std::string> plugin_dirs;
-    EventFormat format = EventFormat::text;
+    common::EventFormat format = common::EventFormat::text;
     std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
     std::chrono::microseconds call_timeout = std::chrono::seconds(25);
     std::optional<std::string> control;  ///< bus name of the control interface; none without it
@@ -78,12 +82,11 @@ class BlockListeners {
 class RunOutput {
   public:
     RunOutput(const RunOptions& options, Supervisor& supervisor)
-        : journal_(options.graph),
-          out_(standard_output(supervisor)),
-          events_(make_event_writer(options.format, out_, journal_, options.color)) {
+        : out_(standard_output(supervisor)),
+          events_(make_event_writer(options.format, out_, options.color)) {
         describe_dropped_output([this](std::size_t lines) { return events_->dropped(lines); });
         on_output_failure([this](int error) { out_.fail(error); });
-        if (has_reader(STDOUT_FILENO) && !leads_to_journal(STDOUT_FILENO))
+        if (common::has_reader(STDOUT_FILENO) && !common::leads_to_journal(STDOUT_FILENO))
             supervisor.watch_reader(STDOUT_FILENO, [&out = out_] { out.fail(EPIPE); });
     }
     RunOutput(const RunOutput&) = delete;
@@ -105,13 +108,13 @@ class RunOutput {
 
   private:
     /// Lives until the process ends, because the supervisor does.
-    static StandardOutput& standard_output(Supervisor& supervisor) {
-        static auto* const out = new StandardOutput([&supervisor] { supervisor.request_stop(); });
+    static common::StandardOutput& standard_output(Supervisor& supervisor) {
+        static auto* const out =
+            new common::StandardOutput([&supervisor] { supervisor.request_stop(); });
         return *out;
     }
 
-    const Journal journal_;
-    StandardOutput& out_;
+    common::StandardOutput& out_;
     const std::unique_ptr<EventWriter> events_;
 };
 
@@ -225,7 +228,7 @@ class Session {
             error.report().print(std::cerr, color_);
             return ExitCode::software;
         } catch (const common::Failure& error) {
-            common::print_error_line(fmt::format("fenwa: {}", error.what()));
+            common::print_message(common::Severity::error, error.what());
             return error.code();
         }
     }
@@ -236,8 +239,9 @@ class Session {
                                   fmt::format("lost the connection to the bus at '{}'", address_));
         const Activity finishing("the bus at", address_.c_str(), nullptr);
         if (!loop_.finish_sending(delivery_limit))
-            common::print_error_line(fmt::format(
-                "fenwa: the bus at '{}' has not read all that was sent to it", address_));
+            common::print_message(
+                common::Severity::warning,
+                fmt::format("the bus at '{}' has not read all that was sent to it", address_));
     }
 
     const RunOptions& options_;
@@ -288,7 +292,7 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
 }
 
 ExitCode run_graph(const RunOptions& options) {
-    open_closed_streams();
+    common::set_journal_graph(options.graph);
     buffer_standard_streams();
     report_crashes();
     // From the first moment: a SIGHUP that comes during the start is served after it.
@@ -307,28 +311,28 @@ ExitCode run_graph(const RunOptions& options) {
 
 }  // namespace
 
-Command add_run_command(CLI::App& program) {
+common::Command run_command() {
     const auto options = std::make_shared<RunOptions>();
-    CLI::App& run = add_command(program, "run", "Runs a graph until SIGINT or SIGTERM");
-    add_graph(run, options->graph);
-    add_plugin_dirs(run, options->plugin_dirs);
-    add_color(run, options->color);
-    run.add_option("--bus", options->bus,
-                   "The bus: system, session or a D-Bus address, instead of the graph's own")
-        ->type_name("ADDRESS");
-    add_format(run, options->format);
-    add_seconds(
-        run, "--for", [options](std::chrono::microseconds time) { options->duration = time; },
-        "Stops after this many seconds, as on SIGTERM");
-    add_seconds(
-        run, "--call-timeout",
-        [options](std::chrono::microseconds time) { options->call_timeout = time; },
-        "Longest wait for the bus and for a reply")
-        .default_str("25");
-    add_control_flag(run, options->control,
-                     "Lets others read, write and watch ports and change settings over the bus, "
-                     "under com.tarlo.Fenwa.Host1 or this name");
-    return {&run, [options] { return run_graph(*options); }};
+    return {.name = "run",
+            .help = "Runs a graph until SIGINT or SIGTERM",
+            .arguments = {graph_argument(options->graph)},
+            .options = {plugin_dir_option(options->plugin_dirs),
+                        common::color_option(options->color),
+                        common::bus_option("The bus instead of the graph's own", options->bus),
+                        common::format_option("the event lines", options->format),
+                        {.name = "--for",
+                         .value = "SECONDS",
+                         .help = "Stops after this many seconds, as on SIGTERM",
+                         .take = common::into(options->duration)},
+                        {.name = "--call-timeout",
+                         .value = "SECONDS",
+                         .help = "Longest wait for the bus and for a reply",
+                         .default_text = "25",
+                         .take = common::into(options->call_timeout)},
+                        control_flag(options->control,
+                                     "Lets others read, write and watch ports and change settings "
+                                     "over the bus, under com.tarlo.Fenwa.Host1 or this name")},
+            .run = [options] { return run_graph(*options); }};
 }
 
 }  // namespace host

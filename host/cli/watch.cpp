@@ -1,15 +1,18 @@
+#include <fmt/format.h>
+
+#include <memory>
 #include <unordered_map>
 
 #include "common/bus/callback.hpp"
+#include "common/bus/control_client.hpp"
 #include "common/bus/out.hpp"
+#include "common/cli/options.hpp"
+#include "common/events/standard_output.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
 #include "host/cli/options.hpp"
-#include "host/control/client.hpp"
 #include "host/graph/graph.hpp"
 #include "host/output/event_writer.hpp"
-#include "host/output/journal.hpp"
-#include "host/output/standard_output.hpp"
 #include "host/runtime/event_loop.hpp"
 #include "host/value/bus_value.hpp"
 
@@ -20,24 +23,23 @@ using common::check;
 using common::ExitCode;
 using common::Failure;
 
-/// What `fenwa watch` was asked for.
 struct WatchOptions {
     ControlTarget target;
-    EventFormat format = EventFormat::text;
+    common::EventFormat format = common::EventFormat::text;
     common::ColorChoice color = common::ColorChoice::automatic;
 };
 
 /// Hands a host's signals to the event writer.
 class Watch {
   public:
-    /// From here on every new value is kept, and is told once the loop serves the client's bus.
-    Watch(const ControlClient& host, EventLoop& loop, EventWriter& events)
+    /// From here on every new value is kept, and is written once the loop serves the client's bus.
+    Watch(const common::ControlClient& host, EventLoop& loop, EventWriter& events)
         : host_(host), loop_(loop), events_(events) {
-        const std::string& name = host.target().name;
+        const std::string& name = host.peer().name;
         // A bus name holds nothing that a match rule would have to quote.
-        const std::string rule =
-            "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name +
-            "'";
+        const std::string rule = fmt::format(
+            "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='{}'",
+            name);
         check(sd_bus_add_match(&host.bus(), common::out(owner_match_), rule.c_str(),
                                common::callback<&Watch::on_owner_changed>, this),
               "cannot watch for the host's end");
@@ -53,9 +55,9 @@ class Watch {
     [[nodiscard]] bool host_has_gone() const noexcept { return gone_; }
 
   private:
-    /// A variant does not tell a float from a double, and event lines do.
+    /// Event lines distinguish a float from a double, and variants do not.
     void learn_datatypes() {
-        host_.with_description([this](const common::Json& description) {
+        host_.read_json("Describe", [this](const common::Json& description) {
             for (const common::Json& block : description.at("blocks")) {
                 const auto name = block.at("name").get<std::string>();
                 for (const common::Json& output : block.at("outputs"))
@@ -67,15 +69,14 @@ class Watch {
 
     void on_output_changed(sd_bus_message& signal) {
         try {
-            tell(signal);
+            write_output(signal);
         } catch (const std::exception&) {
-            // Somebody else's signal of that name, in another form.
+            // A signal of that name from another program, in another form.
         }
     }
 
-    void tell(sd_bus_message& signal) {
-        const char* port = nullptr;
-        check(sd_bus_message_read(&signal, "s", &port), "cannot read a port's name");
+    void write_output(sd_bus_message& signal) {
+        const std::string port = common::read_string(signal);
         const std::optional<Endpoint> end = parse_endpoint(port);
         const auto datatype = datatypes_.find(port);
         if (!end || datatype == datatypes_.end())
@@ -89,7 +90,7 @@ class Watch {
         return sd_event_exit(&loop_.get(), 0);
     }
 
-    const ControlClient& host_;
+    const common::ControlClient& host_;
     EventLoop& loop_;
     EventWriter& events_;
     common::SlotPtr owner_match_;
@@ -99,31 +100,30 @@ class Watch {
 };
 
 void watch_until_the_end(const WatchOptions& options, EventLoop& loop, EventWriter& events) {
-    const ControlClient host(options.target);
+    const common::ControlClient host = connect_to_host(options.target);
     const Watch watch(host, loop, events);
     loop.attach(host.bus());
     events.ready();
     loop.run(std::nullopt);
     if (loop.lost_bus())
         throw Failure(ExitCode::unavailable,
-                      "lost the connection to the bus at '" + options.target.bus + "'");
+                      fmt::format("lost the connection to the bus at '{}'", options.target.bus));
     if (watch.host_has_gone())
-        throw Failure(ExitCode::unavailable,
-                      "the host that owned '" + options.target.name + "' has left the bus");
+        throw Failure(
+            ExitCode::unavailable,
+            fmt::format("the host that owned '{}' has left the bus", options.target.name));
 }
 
 /// Prints every output of a running host that carries a new value, in the form in which that host's
 /// own run prints it, until a signal comes.
-/// @throws common::Failure as ControlClient does; `unavailable` when the host or the bus goes away.
+/// @throws common::Failure as ControlClient; `unavailable` when the host or the bus goes away.
 ExitCode watch_host(const WatchOptions& options) {
-    open_closed_streams();
-    const Journal journal({});
     Supervisor& supervisor = Supervisor::start(Supervisor::Hangup::ends);
     supervisor.stop_in_order();
     EventLoop loop(supervisor);
-    StandardOutput out([&supervisor] { supervisor.request_stop(); });
+    common::StandardOutput out([&supervisor] { supervisor.request_stop(); });
     const std::unique_ptr<EventWriter> events =
-        make_event_writer(options.format, out, journal, options.color);
+        make_event_writer(options.format, out, options.color);
     try {
         watch_until_the_end(options, loop, *events);
     } catch (const Failure& failure) {
@@ -136,15 +136,14 @@ ExitCode watch_host(const WatchOptions& options) {
 
 }  // namespace
 
-Command add_watch_command(CLI::App& program) {
+common::Command watch_command() {
     const auto options = std::make_shared<WatchOptions>();
-    CLI::App& watch =
-        add_command(program, "watch",
-                    "Prints each new value of a running host's outputs until SIGINT or SIGTERM");
-    add_target(watch, options->target);
-    add_format(watch, options->format);
-    add_color(watch, options->color);
-    return {&watch, [options] { return watch_host(*options); }};
+    return {.name = "watch",
+            .help = "Prints each new value of a running host's outputs until SIGINT or SIGTERM",
+            .options = {target_bus_option(options->target), target_name_option(options->target),
+                        common::format_option("the event lines", options->format),
+                        common::color_option(options->color)},
+            .run = [options] { return watch_host(*options); }};
 }
 
 }  // namespace host

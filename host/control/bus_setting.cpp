@@ -103,9 +103,7 @@ Value setting_of_type(sd_bus_message& message, const std::string& key, const std
 }
 
 Value setting_from_variant(sd_bus_message& message, const std::string& key) {
-    const char* held = nullptr;
-    check(sd_bus_message_peek_type(&message, nullptr, &held), "cannot read a setting");
-    const std::string type = held == nullptr ? "" : held;
+    const std::string type = common::variant_type(message);
     check(sd_bus_message_enter_container(&message, SD_BUS_TYPE_VARIANT, type.c_str()),
           "cannot read a setting");
     Value value = setting_of_type(message, key, type);

@@ -31,17 +31,13 @@ inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.
 /// The block threw in `reconfigure`; the host stops.
 inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
 
-/// In bytes: a refusal quotes the arguments of the call, which may be mebibytes.
-inline constexpr std::size_t max_refusal_length = 1000;
-
 /// The refusal of a call. `what()` is the sentence for the user.
 class ControlError : public common::ErrorReply {
   public:
     /// @param name one of the names above.
     /// @param help a further sentence, empty for none.
     ControlError(const char* name, const std::string& sentence, const std::string& help = {})
-        : ErrorReply(name, common::one_line(common::shortened(common::with_help(sentence, help),
-                                                              max_refusal_length))) {}
+        : ErrorReply(name, common::one_line(common::with_help(sentence, help))) {}
 };
 
 }  // namespace host

@@ -8,6 +8,7 @@
 #include <set>
 #include <system_error>
 
+#include "common/events/message.hpp"
 #include "common/process/exit_code.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
@@ -82,9 +83,12 @@ Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& ty
 
 void Reconfigurer::reload(bool color) noexcept {
     const auto say = [this](const std::string& sentence) {
-        common::print_error_line(fmt::format("fenwa: {}: {}", path_, sentence));
+        common::print_message(common::Severity::info, fmt::format("{}: {}", path_, sentence));
     };
-    const auto say_refused = [&say] { say("not reloaded; the graph goes on as it was"); };
+    const auto say_refused = [this] {
+        common::print_message(common::Severity::error,
+                              fmt::format("{}: not reloaded; the graph goes on as it was", path_));
+    };
     try {
         Diagnostics diagnostics(path_);
         try {
@@ -101,7 +105,7 @@ void Reconfigurer::reload(bool color) noexcept {
             say_refused();
         }
     } catch (const common::Failure& failure) {
-        common::print_error_line(std::string("fenwa: ") + failure.what());
+        common::print_message(common::Severity::error, failure.what());
         say_refused();
     } catch (const std::system_error& error) {
         say(std::string("the settings cannot be checked: ") + error.what());
@@ -200,7 +204,8 @@ void Reconfigurer::change(const std::string& block, const SettingList& changes) 
         graph_.fail(std::current_exception());
         throw ControlError(block_threw_error, failure.what());
     }
-    common::print_error_line(fmt::format("fenwa: new settings for '{}', set over the bus", block));
+    common::print_message(common::Severity::info,
+                          fmt::format("new settings for '{}', set over the bus", block), block);
 }
 
 }  // namespace host

@@ -7,6 +7,7 @@
 
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
+#include "common/events/message.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
 #include "host/graph/block_json.hpp"
@@ -112,8 +113,9 @@ void Control::emit_output_changed(const std::string& port, const PortValue& valu
         r = sd_bus_send(bus_.get(), signal.get(), nullptr);
     if (r >= 0 || std::exchange(reported_lost_, true))
         return;
-    common::print_error_line(
-        fmt::format("fenwa: cannot emit OutputChanged for '{}'; watchers miss values: {}", port,
+    common::print_message(
+        common::Severity::warning,
+        fmt::format("cannot emit OutputChanged for '{}'; watchers miss values: {}", port,
                     std::strerror(-r)));
 }
 

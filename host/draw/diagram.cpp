@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <map>
 #include <numeric>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include "common/text/utf8.hpp"
 #include "host/graph/graph.hpp"
 
 namespace host {
@@ -21,12 +23,8 @@ constexpr std::size_t max_value_length = 28;
 
 /// Cuts a text between two letters.
 std::string shortened(const std::string& text) {
-    std::size_t letters = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U && letters++ == max_value_length)
-            return text.substr(0, i) + "…";
-    }
-    return text;
+    const std::string_view begin = common::first_code_points(text, max_value_length);
+    return std::string(begin) + (begin.size() < text.size() ? "…" : "");
 }
 
 /// A value as a picture shows it, which is for a glance: six digits do.

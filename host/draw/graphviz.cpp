@@ -2,18 +2,19 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "common/process/descriptor.hpp"
 #include "common/process/exit_code.hpp"
+#include "common/process/program.hpp"
 #include "common/text/diagnostics.hpp"
 
 namespace host {
@@ -66,27 +67,22 @@ std::string run_dot(const std::string& text, const std::string& format) {
     const Memory out;
     const Memory err;
     in.fill(text);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in.fd(), STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out.fd(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err.fd(), STDERR_FILENO);
-    std::string program = "dot";
-    std::string type = "-T" + format;
     // Twice the dots of a screen, so that it stays sharp on a slide.
-    std::string resolution = format == "png" ? "-Gdpi=192" : "-Gdpi=96";
-    char* const arguments[] = {program.data(), type.data(), resolution.data(), nullptr};
+    const char* const resolution = format == "png" ? "-Gdpi=192" : "-Gdpi=96";
     pid_t pid = 0;
-    const int error = posix_spawnp(&pid, "dot", &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error == ENOENT)
-        fail("cannot find the program 'dot'; install graphviz");
-    if (error != 0)
-        fail("cannot run 'dot'", error);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    try {
+        pid = common::start_program({.command = {"dot", "-T" + format, resolution},
+                                     .environment = common::inherited_environment(),
+                                     .death_signal = SIGKILL,
+                                     .input = in.fd(),
+                                     .output = out.fd(),
+                                     .error_output = err.fd()});
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::no_such_file_or_directory)
+            fail("cannot find the program 'dot'; install graphviz");
+        fail("cannot run 'dot'", error.code().value());
     }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    if (common::exit_code_of(common::wait_for(pid)) != 0) {
         std::string said = err.content();
         while (said.ends_with('\n'))
             said.pop_back();

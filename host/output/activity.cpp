@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 namespace host {
 namespace {
@@ -11,9 +12,9 @@ namespace {
 constexpr std::size_t name_words = 8;
 using Name = std::array<std::uint64_t, name_words>;
 
-/// What other threads see. A sequence lock: the one that writes never waits, and a copy of the name
-/// lets those who read do without the block. Each store releases, so that whoever sees one of them
-/// sees the odd number before it, too.
+/// The activity as other threads see it. A sequence lock: the writer never waits, and a copy of the
+/// name makes readers independent of the block. Each store releases, so that a reader that sees one
+/// of them sees the odd number before it too.
 struct Record {
     std::atomic<std::uint32_t> number{0};  ///< odd while the rest is written
     std::atomic<const char*> kind{nullptr};
@@ -84,8 +85,10 @@ std::optional<Activity::Seen> Activity::seen() {
             text.append(" '").append(reinterpret_cast<const char*>(name.data())).append("'");
         if (phase != nullptr)
             text.append(" in ").append(phase);
+        const bool is_block = std::string_view(kind) == "block";
         return Seen{number, std::chrono::steady_clock::time_point(std::chrono::nanoseconds(since)),
-                    std::move(text)};
+                    std::move(text),
+                    is_block ? reinterpret_cast<const char*>(name.data()) : std::string()};
     }
 }
 

@@ -7,7 +7,7 @@
 
 namespace host {
 
-/// While one lives, the thread of the loop is in code that may not come back: a block, a plug-in,
+/// While one lives, the thread of the loop is in code that may not return: a block, a plug-in,
 /// a wait for the bus. They nest; the innermost counts. Thread of the loop.
 class Activity {
   public:
@@ -31,9 +31,10 @@ class Activity {
     struct Seen {
         std::uint32_t number;  ///< changes with each begin and end
         std::chrono::steady_clock::time_point since;
-        std::string text;  ///< "block 'reader' in run"
+        std::string text;   ///< "block 'reader' in run"
+        std::string block;  ///< "reader"; empty where it is not a block's
     };
-    /// The one of the loop's thread; nothing where there is none. Any thread.
+    /// The one of the loop's thread, if there is one. Any thread.
     [[nodiscard]] static std::optional<Seen> seen();
 
   private:

@@ -1,27 +1,25 @@
 #pragma once
 
-#include <chrono>
+#include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 
-#include "common/text/json.hpp"
+#include "common/events/event_lines.hpp"
+#include "common/events/standard_output.hpp"
 #include "common/text/terminal.hpp"
 #include "fenwa/block_configuration.hpp"
 #include "fenwa/datatype.hpp"
 #include "fenwa/debug_data.hpp"
-#include "host/output/journal.hpp"
-#include "host/output/standard_output.hpp"
 #include "host/value/port_value.hpp"
 
 namespace host {
 
-/// Tells the world what happens in a graph, each event at once and whole. Any thread.
+/// Writes what happens in a graph, each event at once and whole. Any thread.
 class EventWriter {
   public:
     virtual ~EventWriter() = default;
 
-    /// Settings that a block handed over in its setup.
+    /// The settings that a block returns from its setup.
     virtual void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) = 0;
     /// All blocks are started.
     virtual void ready() = 0;
@@ -30,29 +28,24 @@ class EventWriter {
                         const Fenwa::Datatype& datatype, const PortValue& value) = 0;
     /// A debug-data entry was set.
     virtual void debug(const std::string& key, const Fenwa::DebugValue& value) = 0;
-    /// A block handed a line to the logger; `message` as it was given.
+    /// A block logs a line; `message` as the block gives it.
     virtual void log(int level, const std::string& message) = 0;
-    /// The line for whoever reads stdout again after so many lines were dropped; writes nothing.
+    /// The line that replaces so many dropped lines of stdout; writes nothing.
     [[nodiscard]] virtual std::string dropped(std::size_t lines) const = 0;
     /// The run is over; `status` is the exit code.
     virtual void exit(int status) = 0;
 
-    /// Can be read from when `settle` is to be called, which tells how often log lines have been
-    /// repeated; -1 where it never is.
+    /// Readable when `settle` is due, which writes how often log lines were repeated; -1 for never.
     [[nodiscard]] virtual int settle_descriptor() const noexcept { return -1; }
     virtual void settle() {}
 };
 
-/// text: values on stdout, all but the ticks of timers, and log lines on stderr (or in the journal,
-/// where stderr leads to it). json: one JSON object a line on stdout, flushed at each line; log
-/// lines also go to the journal. On stderr and in the journal, lines that are repeated quickly are
-/// told once, with a number (`RepeatedLines`).
-enum class EventFormat { text, json };
-
+/// text: values on stdout, all but the ticks of timers; log lines on stderr, or in the journal if
+/// stderr leads to it. json: everything on stdout; log lines also go to the journal. On stderr and
+/// in the journal, lines that a block repeats quickly appear once, with a number (`RepeatedLines`).
 /// @param color of text; JSON has none.
-[[nodiscard]] std::unique_ptr<EventWriter> make_event_writer(EventFormat format,
-                                                             StandardOutput& out,
-                                                             const Journal& journal,
+[[nodiscard]] std::unique_ptr<EventWriter> make_event_writer(common::EventFormat format,
+                                                             common::StandardOutput& out,
                                                              common::ColorChoice color);
 
 }  // namespace host

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
+#include "common/text/utf8.hpp"
 
 namespace host {
 namespace {
@@ -27,13 +28,7 @@ struct Line {
     std::vector<Cell> cells;
 };
 
-std::size_t width(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-    }));
-}
-
-/// A name as it is, or quotes where there is none.
+/// A name as it is, or quotes for an empty one.
 std::string word(const Json& value) {
     const std::string text = common::one_line(value.get<std::string>());
     return text.empty() ? "\"\"" : text;
@@ -95,8 +90,8 @@ class Paragraph {
             const Cell& cell = line.cells[i];
             if (!cell.text.empty())
                 text += std::string(std::exchange(indent, 0), ' ') + paint(cell);
-            // None behind the last one.
-            indent += widths[i] - width(cell.text) + 2;
+            // None after the last one.
+            indent += widths[i] - common::code_points(cell.text) + 2;
         }
         return text;
     }
@@ -155,7 +150,7 @@ class Paragraph {
                 continue;
             widths.resize(std::max(widths.size(), line.cells.size()));
             for (std::size_t i = 0; i < line.cells.size(); ++i)
-                widths[i] = std::max(widths[i], width(line.cells[i].text));
+                widths[i] = std::max(widths[i], common::code_points(line.cells[i].text));
         }
         return widths;
     }

@@ -8,7 +8,7 @@
 namespace host {
 
 /// The "types" of `inspect_plugin` for people: a paragraph a type, a line a port or key, in
-/// columns. What a type does not have is left out.
+/// columns. Parts that a type does not have are left out.
 [[nodiscard]] std::string types_as_text(const common::Json& types, const common::Palette& colors);
 
 }  // namespace host

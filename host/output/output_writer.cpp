@@ -1,5 +1,6 @@
 #include "host/output/output_writer.hpp"
 
+#include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -8,7 +9,9 @@
 #include <chrono>
 #include <climits>
 
+#include "common/events/message.hpp"
 #include "common/process/background_thread.hpp"
+#include "common/text/diagnostics.hpp"
 
 namespace host {
 namespace {
@@ -27,6 +30,11 @@ std::size_t piece_of(std::string_view text) {
 }
 
 }  // namespace
+
+std::string dropped_line(std::size_t lines) {
+    return common::message_line(
+        fmt::format("dropped {} here, because nobody read them", common::counted(lines, "line")));
+}
 
 OutputWriter::OutputWriter(int fd) : fd_(fd) {
     common::start_background_thread([this] { serve(); });
@@ -70,10 +78,7 @@ void OutputWriter::append(std::string_view text, WhenFull when_full) {
 }
 
 void OutputWriter::tell_dropped() {
-    const std::string line = description_ ? description_(dropped_)
-                                          : "fenwa: dropped " + std::to_string(dropped_) +
-                                                (dropped_ == 1 ? " line" : " lines") +
-                                                " here, because nobody read them\n";
+    const std::string line = description_ ? description_(dropped_) : dropped_line(dropped_);
     dropped_ = 0;
     pending_.append(line);
     unwritten_ += line.size();
@@ -103,7 +108,7 @@ bool OutputWriter::drain() {
     auto since = Clock::now();
     while (unwritten_ != 0 && error_ == 0 && !on_callers_thread_ && !gave_up_) {
         changed_.wait_for(lock, std::chrono::milliseconds(100));
-        // While others wait for room, so does this: what nobody was told of is not given up.
+        // Before lines may be dropped, others wait for room, and so does this.
         if (written_ != seen || !drops_) {
             seen = written_;
             since = Clock::now();
@@ -161,7 +166,7 @@ int OutputWriter::write_piece(std::string_view piece) {
             piece.remove_prefix(static_cast<std::size_t>(n));
             written_ += static_cast<std::size_t>(n);
         } else if (errno == EAGAIN) {
-            // The descriptor is somebody else's, too, and was made so by them.
+            // Another program shares the descriptor, and has made it non-blocking.
             pollfd ready{fd_, POLLOUT, 0};
             poll(&ready, 1, -1);
         } else if (errno != EINTR) {

@@ -10,12 +10,15 @@
 
 namespace host {
 
-/// Writes to a descriptor on a thread of its own, so that a reader who does not read stops nobody
-/// who writes: what nobody takes is kept up to a limit, and then whole lines are dropped and
-/// counted. Whoever reads again finds a line that says how many. It lives until the process ends.
+/// The message that replaces so many lines that were dropped, line end included.
+[[nodiscard]] std::string dropped_line(std::size_t lines);
+
+/// Writes to a descriptor on a thread of its own, so that a reader that does not read stops no
+/// writer: unread text is kept up to a limit, and then whole lines are dropped and counted. A line
+/// with their number replaces them. It lives until the process ends.
 class OutputWriter {
   public:
-    /// What is kept; as much again is on its way to the reader.
+    /// Bytes that are kept; as many again are on their way to the reader.
     static constexpr std::size_t limit = std::size_t{1} << 20U;
 
     /// Starts the thread. @param fd stays open. @throws std::system_error.
@@ -25,12 +28,12 @@ class OutputWriter {
 
     /// Keeps the text until it is written. Any thread.
     void append(std::string_view text);
-    /// The same, dropping it where there is no room, also before `drop_when_full`.
+    /// The same, but drops the text if there is no room, also before `drop_when_full`.
     void append_at_once(std::string_view text);
 
-    /// From here on lines are dropped where there is no room; before, those who append wait for it.
+    /// From here on lines are dropped if there is no room; before, `append` waits for it.
     void drop_when_full() noexcept;
-    /// Gives the line that says how many lines were dropped, line end included; must not append.
+    /// Makes the line that replaces dropped lines, line end included; must not append.
     void describe_dropped(std::function<std::string(std::size_t lines)> description);
     /// Called with the errno, on the writer's thread, at the first write that fails; nothing is
     /// written any more after it. Must not append.
@@ -50,7 +53,7 @@ class OutputWriter {
   private:
     enum class WhenFull { wait, drop };
     void append(std::string_view text, WhenFull when_full);
-    /// Under the lock: makes one line of those that were dropped, as soon as there is room.
+    /// Under the lock: replaces the dropped lines, as soon as there is room.
     void tell_dropped();
     [[noreturn]] void serve();
     /// Writes all of `writing_`.

@@ -9,9 +9,9 @@
 
 namespace host {
 
-/// Tells log lines to people: the equal lines of one block that follow each other faster than ten a
-/// second are told once, and then with their number. The first one is told at once, and the
-/// numbers are exact. Any thread.
+/// Shortens the log for people: equal lines of one block that follow each other faster than ten a
+/// second appear once, and then with their number. The first one appears at once, and the numbers
+/// are exact. Any thread.
 class RepeatedLines {
   public:
     using Clock = std::chrono::steady_clock;
@@ -24,25 +24,25 @@ class RepeatedLines {
         friend auto operator<=>(const Line&, const Line&) = default;
     };
 
-    /// Lines that are no further apart than this are told together.
+    /// Lines that are at most so far apart are counted together.
     static constexpr std::chrono::milliseconds gap{100};
-    /// How often the number of lines that go on is told.
+    /// How often the number appears while lines continue.
     static constexpr std::chrono::seconds period{1};
 
-    /// @param tell called with each line to be told, or with "repeated 260 times in 1.0 s: " in
-    ///        front of its message; on the thread of whoever calls, one call at a time.
+    /// @param tell called with each line to print, or with "repeated 260 times in 1.0 s: " in
+    ///        front of its message; on the calling thread, one call at a time.
     explicit RepeatedLines(std::function<void(const Line&)> tell) : tell_(std::move(tell)) {}
 
-    /// @returns whether the line is the first that was not told, so that `settle` is to be called
-    ///          in a `gap`, and then again while `is_counting`.
+    /// @returns whether the line is the first that was counted only: call `settle` in a `gap`, and
+    ///          then again while `is_counting`.
     bool log(Line line, Clock::time_point now);
 
-    /// Tells the number of those that have ended or gone on for long enough.
+    /// Prints the number of lines that have ended or continued for long enough.
     void settle(Clock::time_point now);
-    /// Tells the number of all. Those that come later are told as if none had come before.
+    /// Prints all numbers, and starts anew.
     void finish();
 
-    /// Whether a number is to be told still.
+    /// Whether a number is still to be printed.
     [[nodiscard]] bool is_counting() const;
 
   private:

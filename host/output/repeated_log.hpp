@@ -7,8 +7,7 @@
 
 namespace host {
 
-/// What blocks log, as it happens, for people: `RepeatedLines` with the time and the block of the
-/// moment. Any thread.
+/// The log lines of blocks for people: `RepeatedLines` with the current time and block. Any thread.
 class RepeatedLog {
   public:
     /// @param tell see `RepeatedLines`.
@@ -20,11 +19,11 @@ class RepeatedLog {
     /// The block of `CurrentBlock` has logged a line.
     void log(int level, const std::string& message);
 
-    /// Can be read from when `settle` is to be called.
+    /// Readable when `settle` is due.
     [[nodiscard]] int descriptor() const noexcept { return timer_; }
     void settle();
 
-    /// Tells all that is to be told still.
+    /// Prints all numbers.
     void finish() { lines_.finish(); }
 
   private:

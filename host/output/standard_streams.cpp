@@ -1,5 +1,6 @@
 #include "host/output/standard_streams.hpp"
 
+#include <fmt/format.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,10 +9,11 @@
 #include <iostream>
 #include <streambuf>
 
+#include "common/events/journal.hpp"
+#include "common/events/standard_output.hpp"
 #include "host/output/activity.hpp"
 #include "host/output/output_writer.hpp"
-#include "host/output/standard_output.hpp"
-#include "host/output/urgent_line.hpp"
+#include "host/output/urgent_message.hpp"
 
 namespace host {
 namespace {
@@ -50,10 +52,10 @@ void for_each_writer(Function function) {
         function(*err_writer);
 }
 
-/// Whether somebody who does not read can make a write wait; a file or a device takes everything at
-/// once, and whoever writes learns at once that it does not.
+/// Whether a reader that does not read can make a write wait; a file or a device takes everything
+/// at once, or fails at once.
 bool can_wait(int fd) noexcept {
-    return has_reader(fd) || isatty(fd) == 1;
+    return common::has_reader(fd) || isatty(fd) == 1;
 }
 
 bool lead_to_the_same(int a, int b) {
@@ -78,7 +80,8 @@ void drain(OutputWriter* writer, const char* stream) {
         return;
     const Activity waiting("the reader of", stream, nullptr);
     if (!writer->drain())
-        say_at_once("fenwa: gave up waiting for the reader of '" + std::string(stream) + "'\n");
+        say_at_once(common::Severity::warning,
+                    fmt::format("gave up waiting for the reader of '{}'", stream));
 }
 
 }  // namespace
@@ -122,7 +125,10 @@ void drain_standard_streams() {
         drain(err_writer, "stderr");
 }
 
-void say_at_once(std::string_view line) {
+void say_at_once(common::Severity severity, std::string_view sentence, std::string_view block) {
+    if (common::send_to_journal(severity, sentence, block))
+        return;
+    const std::string line = common::message_line(sentence);
     if (err_writer != nullptr)
         err_writer->append_at_once(line);
     else

@@ -9,7 +9,7 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
-#include "host/output/journal.hpp"
+#include "host/output/current_block.hpp"
 
 namespace host {
 namespace {

@@ -14,7 +14,7 @@
 #include "common/process/exit_code.hpp"
 #include "host/output/activity.hpp"
 #include "host/output/standard_streams.hpp"
-#include "host/output/urgent_line.hpp"
+#include "host/output/urgent_message.hpp"
 
 namespace host {
 namespace {
@@ -58,16 +58,20 @@ class Line {
                    : *this << " in " << activity->phase();
     }
 
-    [[nodiscard]] std::string_view ended() {
-        text_[size_++] = '\n';
-        return {text_.data(), size_};
-    }
+    [[nodiscard]] std::string_view text() const { return {text_.data(), size_}; }
 
   private:
     static constexpr std::size_t max_length = 1000;
-    std::array<char, max_length + 1> text_{};
+    std::array<char, max_length> text_{};
     std::size_t size_ = 0;
 };
+
+/// The name of the block that the thread is in, empty for none.
+std::string_view block_at_work() {
+    const Activity* const activity = Activity::current();
+    return activity != nullptr && std::string_view(activity->kind()) == "block" ? activity->name()
+                                                                                : "";
+}
 
 /// Waits for the log lines before the crash, which may explain it.
 void let_output_through() {
@@ -81,9 +85,9 @@ void on_crash(int signal, siginfo_t* info, void* /*context*/) {
                                     [signal](const Crash& each) { return each.signal == signal; });
     let_output_through();
     Line line;
-    (line << "fenwa: ").who("something outside of the blocks' operations") << " crashed";
+    line.who("something outside of the blocks' operations") << " crashed";
     line.location() << " (" << crash->name << ")";
-    write_urgently(line.ended());
+    print_urgently(common::Severity::error, line.text(), block_at_work());
     sigaction(signal, &crash->before, nullptr);
     // A fault comes again by itself when this returns.
     if (info->si_code <= 0)
@@ -98,9 +102,9 @@ void on_exit_called() {
     if (!guarding || getpid() != guarded)
         return;
     Line line;
-    (line << "fenwa: ").who("something outside of the blocks' operations") << " called exit";
+    line.who("something outside of the blocks' operations") << " called exit";
     line.location();
-    say_at_once(line.ended());
+    say_at_once(common::Severity::error, line.text(), block_at_work());
     drain_standard_streams();
     _exit(static_cast<int>(common::ExitCode::software));
 }

@@ -6,10 +6,11 @@
 #include <cstring>
 #include <utility>
 
+#include "common/events/message.hpp"
 #include "common/text/line_text.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "host/check/probe.hpp"
-#include "host/output/journal.hpp"
+#include "host/output/current_block.hpp"
 
 namespace host {
 
@@ -175,10 +176,12 @@ void BlockInstance::deliver_late() {
     const Fenwa::OutPortInternal* const port = deliver();
     if (port == nullptr || std::exchange(reported_late_, true))
         return;
-    common::print_error_line(
-        fmt::format("fenwa: {} published '{}' outside of the framework's calls, such as in an "
-                    "sd-bus callback: the last value was delivered late, earlier ones are lost",
-                    display_name(*entry_), port->name()));
+    common::print_message(
+        common::Severity::warning,
+        fmt::format("{} published '{}' outside of the framework's calls, such as in an sd-bus "
+                    "callback: the last value was delivered late, earlier ones are lost",
+                    display_name(*entry_), port->name()),
+        entry_->name);
 }
 
 std::optional<PortValue> BlockInstance::input_value(const std::string& port) const {
@@ -281,9 +284,10 @@ void RunningGraph::create(const BlockEntry& entry) {
 
 void RunningGraph::report_limit(const std::string* name, const std::string& text) const {
     const BlockEntry* const entry = name == nullptr ? nullptr : graph_.find(*name);
-    common::print_error_line(fmt::format("fenwa: {} has reached a limit of the bus: {}",
-                                         entry == nullptr ? "a block" : display_name(*entry),
-                                         text));
+    common::print_message(common::Severity::warning,
+                          fmt::format("{} has reached a limit of the bus: {}",
+                                      entry == nullptr ? "a block" : display_name(*entry), text),
+                          entry == nullptr ? "" : entry->name);
 }
 
 void RunningGraph::report_refused(const BlockInstance& instance,
@@ -294,8 +298,10 @@ void RunningGraph::report_refused(const BlockInstance& instance,
             HostAccess::has_exported(*other->block(), refused.path, refused.interface))
             reason = fmt::format("the block '{}' exports it already", other->name());
     }
-    common::print_error_line(fmt::format("fenwa: the block '{}' cannot export '{}' at '{}': {}",
-                                         instance.name(), refused.interface, refused.path, reason));
+    common::print_message(common::Severity::warning,
+                          fmt::format("the block '{}' cannot export '{}' at '{}': {}",
+                                      instance.name(), refused.interface, refused.path, reason),
+                          instance.name());
 }
 
 /// Checks the connections to the real blocks: one that needs a bus to be built was not probed.

@@ -187,12 +187,12 @@ Supervisor::Clock::time_point Supervisor::look_at_loop(Clock::time_point now) {
         return due;
     named_ = seen->number;
     named_in_stop_ = stopping;
-    std::string line = "fenwa: ";
+    std::string line;
     line += stopping ? "waits for " : "has waited " + std::to_string(limit.count()) + " s for ";
     line += common::one_line(seen->text);
     if (first_request_)
         line += "; a further SIGINT or SIGTERM ends the process at once";
-    say_at_once(line + '\n');
+    say_at_once(common::Severity::warning, line, seen->block);
     return now + limit;
 }
 

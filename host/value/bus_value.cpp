@@ -72,13 +72,6 @@ struct Read {
     }
 };
 
-/// The type that the next variant holds; empty if no variant is next.
-std::string held_type(sd_bus_message& message) {
-    const char* held = nullptr;
-    check(sd_bus_message_peek_type(&message, nullptr, &held), "cannot read a variant");
-    return held == nullptr ? "" : held;
-}
-
 }  // namespace
 
 const char* bus_type(const PortValue& value) {
@@ -91,11 +84,11 @@ int append_variant(sd_bus_message& message, const PortValue& value) {
 
 std::optional<PortValue> value_from_variant(sd_bus_message& message,
                                             const Fenwa::Datatype& datatype) {
-    return std::visit(Read{&message, held_type(message)}, default_value(datatype));
+    return std::visit(Read{&message, common::variant_type(message)}, default_value(datatype));
 }
 
 PortValue value_from_variant(sd_bus_message& message) {
-    const std::string held = held_type(message);
+    const std::string held = common::variant_type(message);
     for (const PortValue& like : {PortValue(false), PortValue(0), PortValue(0.0),
                                   PortValue(Fenwa::datatype_timersource{})}) {
         if (held == bus_type(like))

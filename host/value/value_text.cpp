@@ -50,8 +50,7 @@ struct FromText {
 }  // namespace
 
 std::string to_text(const PortValue& value) {
-    const common::Json json = to_json(value);
-    return json.is_string() ? json.get<std::string>() : common::json_line(json);
+    return common::plain_text(to_json(value));
 }
 
 PortValue from_text(const std::string& text, const PortValue& like) {

@@ -143,7 +143,7 @@ TEST_F(PrivateBusTest, RemovesASocketOnlyWhereNobodyListens) {
 TEST_F(PrivateBusTest, ThatCannotStartSaysWhy) {
     const std::string file = folder_.write("bus", "precious");
     EXPECT_EQ(failure(listening_at(file)),
-              "cannot start a private bus: '" + file + "' is there and is not a socket");
+              "cannot start a private bus: '" + file + "' exists and is not a socket");
     EXPECT_EQ(fs::file_size(file), 8U);
     fs::remove(file);
     const fs::path path = folder_.path() / std::string(120, 'x');

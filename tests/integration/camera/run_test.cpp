@@ -119,7 +119,7 @@ TEST_F(CameraRun, ABusOfItsOwnMayListenWhereItIsTold) {
 
     const Ended second = run({"run", "--private-bus=" + socket});
     EXPECT_EQ(second.code, 69);
-    EXPECT_EQ(second.err, "fenwa-camera: cannot start a private bus: somebody listens at '" +
+    EXPECT_EQ(second.err, "fenwa-camera: cannot start a private bus: a process listens at '" +
                               socket + "' already\n");
     EXPECT_EQ(stat(socket.c_str(), &status), 0) << "the other's socket stays";
     close();

@@ -25,7 +25,7 @@ TEST_P(WrongCommandLine, IsOneLineAndExitCode2) {
     EXPECT_EQ(ended.err, "fenwa-camera: " + GetParam().sentence + "\n");
 }
 
-const std::string no_program = "there is no program behind one of the '--'";
+const std::string no_program = "a '--' has no program after it";
 const std::string not_whole = " is not a whole number of at most 64 bits, in decimal digits";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -47,7 +47,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "--seed: '0b1'" + not_whole},
         WrongLine{{"fail", "G", "--drop", "--probability", "0x1p-1"},
                   "--probability: '0x1p-1' is not a number in decimal digits"},
-        WrongLine{{"fail", "G", "--delay=", "5"}, "--delay: the value behind '=' is missing"},
+        WrongLine{{"fail", "G", "--delay=", "5"}, "--delay: the value after '=' is missing"},
         WrongLine{{"show", "--formt", "json"},
                   "unknown option '--formt'; did you mean '--format'?"},
         WrongLine{{"activate", "temperature"},

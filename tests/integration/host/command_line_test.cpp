@@ -70,7 +70,7 @@ TEST_P(WrongCommandLine, IsOneLineOnStderrAndExitCode2) {
     EXPECT_EQ(ended.err, "fenwa: " + GetParam().sentence + "\n");
 }
 
-const std::string seconds = " is no number of seconds from 0.000001 to 1000000000";
+const std::string seconds = " is not a number of seconds from 0.000001 to 1000000000";
 
 INSTANTIATE_TEST_SUITE_P(
     All, WrongCommandLine,
@@ -99,11 +99,11 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"write", "a.b", "1", "--", "-x"}, "The following argument was not expected: -x"},
         Mistake{{"--xyzzy"}, "unknown option '--xyzzy' (see fenwa --help)"},
         Mistake{{"--xyzzy", "run", "one"}, "unknown option '--xyzzy' (see fenwa run --help)"},
-        Mistake{{"run", "one", "--for="}, "--for: the value behind '=' is missing"},
-        Mistake{{"run", "one", "--for=", "3"}, "--for: the value behind '=' is missing"},
-        Mistake{{"run", "one", "--control="}, "--control: the value behind '=' is missing"},
-        Mistake{{"graph", "--control="}, "--control: the value behind '=' is missing"},
-        Mistake{{"read", "a.b", "--bus="}, "--bus: the value behind '=' is missing"},
+        Mistake{{"run", "one", "--for="}, "--for: the value after '=' is missing"},
+        Mistake{{"run", "one", "--for=", "3"}, "--for: the value after '=' is missing"},
+        Mistake{{"run", "one", "--control="}, "--control: the value after '=' is missing"},
+        Mistake{{"graph", "--control="}, "--control: the value after '=' is missing"},
+        Mistake{{"read", "a.b", "--bus="}, "--bus: the value after '=' is missing"},
         Mistake{{"run", "one", "--for", "0x10"}, "--for: '0x10'" + seconds},
         Mistake{{"run", "one", "--for", " 1"}, "--for: ' 1'" + seconds},
         Mistake{{"run", "one", "--for", "1 "}, "--for: '1 '" + seconds},
@@ -121,9 +121,9 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"run", "one", "--for", "inf"}, "--for: 'inf'" + seconds},
         Mistake{{"run", "one", "--for", "1s"}, "--for: '1s'" + seconds},
         Mistake{{"run", "one", "--control=nodots"},
-                "--control: 'nodots' is no bus name that can be owned"},
+                "--control: 'nodots' is not a valid well-known bus name"},
         Mistake{{"run", "one", "--control=:1.7"},
-                "--control: ':1.7' is no bus name that can be owned"},
+                "--control: ':1.7' is not a valid well-known bus name"},
         Mistake{{"run", "--control"}, "GRAPH is required"},
         Mistake{{"run", "--control", "one", "two"}, "The following argument was not expected: two"},
         Mistake{{"inspect"}, "PLUGIN is required"},
@@ -135,7 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"graph"}, "GRAPH or --control is required"},
         Mistake{{"graph", "one", "--control"}, "GRAPH and --control exclude each other"},
         Mistake{{"graph", "--control=nodots"},
-                "--control: 'nodots' is no bus name that can be owned"},
+                "--control: 'nodots' is not a valid well-known bus name"},
         Mistake{{"graph", "one", "--bus", "session"}, "--bus requires --control"},
         Mistake{{"graph", "one", "--output", "one.pdf"},
                 "--output: 'one.pdf' is not a picture; the name must end with .svg or .png"},
@@ -146,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"watch", "a.b"}, "The following argument was not expected: a.b"},
         Mistake{{"watch", "--format", "xml"}, "--format: xml not in {text,json}"},
         Mistake{{"read", "a.b", "--control", "nodots"},
-                "--control: 'nodots' is no bus name that can be owned"},
+                "--control: 'nodots' is not a valid well-known bus name"},
         Mistake{{"raed", "a.b"}, "unknown command 'raed'; did you mean 'read'?"},
         Mistake{{"run", "one", "--call-timeout", "1e10"}, "--call-timeout: '1e10'" + seconds},
         Mistake{{"run", "one", "--call-timeout", "nan"}, "--call-timeout: 'nan'" + seconds}));

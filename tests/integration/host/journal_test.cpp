@@ -50,16 +50,27 @@ class JournalTest : public HostTest {
         return fields;
     }
 
+    /// The next entry of a block, after those of the host itself.
+    std::map<std::string, std::string> block_entry(const DatagramSocket& socket) const {
+        auto next = entry(socket);
+        while (next.count("FENWA_BLOCK") == 0)
+            next = entry(socket);
+        return next;
+    }
+
     std::string journal_socket() const { return (folder().path() / "socket").string(); }
 
     std::map<std::string, std::string> fields(const std::string& message,
                                               const std::string& priority,
-                                              const std::string& block) const {
-        return {{"MESSAGE", message},
-                {"PRIORITY", priority},
-                {"SYSLOG_IDENTIFIER", "fenwa"},
-                {"FENWA_GRAPH", (folder().path() / "graph.toml").string()},
-                {"FENWA_BLOCK", block}};
+                                              const std::string& block = {}) const {
+        std::map<std::string, std::string> all{
+            {"MESSAGE", message},
+            {"PRIORITY", priority},
+            {"SYSLOG_IDENTIFIER", "fenwa"},
+            {"FENWA_GRAPH", (folder().path() / "graph.toml").string()}};
+        if (!block.empty())
+            all["FENWA_BLOCK"] = block;
+        return all;
     }
 };
 
@@ -77,26 +88,64 @@ TEST_F(JournalTest, GetsEachLogLineWithItsFieldsInsteadOfStderr) {
     EXPECT_EQ(entry(journal), fields("an information", "6", "talker"));
     EXPECT_EQ(entry(journal), fields("ends its line\n", "6", "talker"));
     EXPECT_EQ(entry(journal), fields("two\nlines", "6", "talker"));
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: ready"));
-    for (int i = 0; i < 4; ++i)
-        entry(journal);  // three more lines of the talker, and the probe's run
+    for (int i = 0; i < 5; ++i)
+        entry(journal);  // three more lines of the talker, "ready", and the probe's run
     const Ended ended = host.terminate();
     EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "fenwa: ready\nfenwa: stopped\n");
+    EXPECT_EQ(ended.err, "");
     EXPECT_EQ(entry(journal), fields("probe: stop", "6", "probe"));
     EXPECT_EQ(entry(journal), fields("probe: destructor", "6", "probe"));
+}
+
+TEST_F(JournalTest, GetsTheHostsOwnMessagesWithTheirFields) {
+    const DatagramSocket journal(journal_socket());
+    Process host(in_namespace("[blocks.probe]\ntype = \"Probe\"\n", "text"));
+    for (int i = 0; i < 3; ++i)
+        entry(journal);  // the probe's constructor, setup and start
+    EXPECT_EQ(entry(journal), fields("ready", "6"));
+    EXPECT_EQ(entry(journal), fields("probe: run", "6", "probe"));
+    const Ended ended = host.terminate();
+    for (int i = 0; i < 2; ++i)
+        entry(journal);  // its stop and destructor
+    EXPECT_EQ(entry(journal), fields("stopped", "6"));
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST_F(JournalTest, GetsTheReasonOfAFailureAsAnError) {
+    const DatagramSocket journal(journal_socket());
+    Process host(
+        in_namespace("[bus]\nnames = [\"org.freedesktop.DBus\"]\n[blocks.t]\n"
+                     "type = \"Timer\"\ninterval = 10\n",
+                     "json"));
+    EXPECT_EQ(host.wait().code, 69);
+    auto failure = entry(journal);
+    EXPECT_TRUE(failure["MESSAGE"].starts_with("cannot own the bus name 'org.freedesktop.DBus'"))
+        << failure["MESSAGE"];
+    failure["MESSAGE"].clear();
+    EXPECT_EQ(failure, fields("", "3"));
+}
+
+TEST_F(JournalTest, GetsTheNewsOfACrashWithItsBlock) {
+    const DatagramSocket journal(journal_socket());
+    Process host(
+        in_namespace("[blocks.b]\ntype = \"Stubborn\"\nin = \"start\"\n"
+                     "does = \"crashes\"\n",
+                     "json"));
+    EXPECT_EQ(host.wait().signal, SIGSEGV);
+    auto news = entry(journal);
+    while (news["PRIORITY"] != "3")
+        news = entry(journal);
+    EXPECT_EQ(news, fields("block 'b' crashed in start (SIGSEGV)", "3", "b"));
 }
 
 TEST_F(JournalTest, LineOfAnUnknownBlockHasNoField) {
     const DatagramSocket journal(journal_socket());
     Process host(in_namespace("[blocks.c]\ntype = \"Choir\"\ntimes = 1\n", "text"));
-    auto expected = fields("", "6", "");
-    expected.erase("FENWA_BLOCK");
     for (int voice = 0; voice < 4; ++voice) {
         auto sung = entry(journal);
         EXPECT_TRUE(sung["MESSAGE"].starts_with("voice ")) << sung["MESSAGE"];
         sung["MESSAGE"].clear();
-        EXPECT_EQ(sung, expected);
+        EXPECT_EQ(sung, fields("", "6"));
     }
     EXPECT_EQ(host.terminate().code, 0);
 }
@@ -109,12 +158,10 @@ TEST_F(JournalTest, LineOutsideOfABlocksOperationsHasNoField) {
                      "[blocks.probe]\ntype = \"Probe\"\n",
                      "text"));
     for (const char* phase : {"constructor", "setup", "start", "run"})
-        EXPECT_EQ(entry(journal), fields(std::string("probe: ") + phase, "6", "probe"));
+        EXPECT_EQ(block_entry(journal), fields(std::string("probe: ") + phase, "6", "probe"));
     BusListener client(bus());
     EXPECT_EQ(client.echo("com.example.Journal", "/com/example/Echo", "you"), "echo heard you");
-    auto expected = fields("echo: was called", "6", "");
-    expected.erase("FENWA_BLOCK");
-    EXPECT_EQ(entry(journal), expected);
+    EXPECT_EQ(entry(journal), fields("echo: was called", "6"));
     EXPECT_EQ(host.terminate().code, 0);
 }
 
@@ -136,9 +183,9 @@ TEST_F(JournalTest, GetsRepeatedLinesOnceAndThenWithTheirNumber) {
             in_namespace("[blocks.b]\ntype = \"Stubborn\"\nin = \"start\"\n"
                          "does = \"repeats\"\nlines = 20\n",
                          format));
-        EXPECT_EQ(entry(journal), fields("b: repeats in start", "6", "b"));
-        EXPECT_EQ(entry(journal), fields("b: no answer", "6", "b"));
-        EXPECT_EQ(entry(journal), fields("repeated 19 times in 0.0 s: b: no answer", "6", "b"));
+        EXPECT_EQ(block_entry(journal), fields("b: repeats in start", "6", "b"));
+        EXPECT_EQ(block_entry(journal), fields("b: no answer", "6", "b"));
+        EXPECT_EQ(block_entry(journal), fields("repeated 19 times in 0.0 s: b: no answer", "6", "b"));
         const Ended ended = host.terminate();
         EXPECT_EQ(ended.code, 0);
         if (format == "json") {

@@ -86,7 +86,6 @@ class OneTimeOutput : public HostTest {
         return {{{"--help"}},
                 {{"--version"}},
                 {{"run", "--help"}},
-                {{"names", "--version"}},
                 {{"inspect", FENWA_TEST_PLUGINS "/libprobe.so", "Talker"}},
                 {{"inspect", FENWA_TEST_PLUGINS "/libprobe.so", "Talker", "--format", "json"}},
                 {{"graph", graph}},

@@ -10,7 +10,6 @@
 #include "camera/models/command_error.hpp"
 #include "camera/service/event_log.hpp"
 #include "common/bus/bus.hpp"
-#include "tests/unit/camera/memory_stream.hpp"
 
 namespace camera {
 
@@ -25,9 +24,8 @@ class CameraTest : public ::testing::Test {
 
     /// The event log so far, without the times in front of the lines.
     std::string told() {
-        std::fflush(stream_.file());
         std::string text;
-        std::istringstream all(stream_.text());
+        std::istringstream all(lines_.str());
         for (std::string line; std::getline(all, line);)
             text += line.substr(10) + '\n';
         return text;
@@ -53,8 +51,9 @@ class CameraTest : public ::testing::Test {
     }
 
     common::EventPtr event_ = new_event();
-    MemoryStream stream_;
-    EventLog event_log_{stream_.file(), Format::text, false, nullptr};
+    std::ostringstream lines_;
+    common::StandardOutput out_{[] {}, lines_};
+    EventLog event_log_{out_, common::EventFormat::text, common::ColorChoice::never};
     Camera camera_{*event_, event_log_, default_configuration(), [] {}};
 };
 

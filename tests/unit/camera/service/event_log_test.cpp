@@ -2,28 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
-
-#include "tests/unit/camera/memory_stream.hpp"
 
 namespace camera {
 namespace {
 
+using common::EventFormat;
+
 /// An event log with its lines in a string.
 class EventLogTest : public ::testing::Test {
   protected:
-    EventLog event_log(Format format, bool color = false) {
-        return {stream_.file(), format, color, nullptr};
+    EventLog event_log(EventFormat format, common::ColorChoice color = common::ColorChoice::never) {
+        return {out_, format, color};
     }
-    /// The lines so far; the log flushes each.
-    [[nodiscard]] std::string written() const { return stream_.text(); }
+    [[nodiscard]] std::string written() const { return stream_.str(); }
 
-    MemoryStream stream_;
+    std::ostringstream stream_;
+    common::StandardOutput out_{[] {}, stream_};
 };
 
 TEST_F(EventLogTest, ALineOfTextHasTheTimeInSecondsInFront) {
-    event_log(Format::text).say(1, "It gets warmer.");
+    event_log(EventFormat::text).say(1, "It gets warmer.");
     const std::string line = written();
     ASSERT_EQ(line.size(), std::string("   0.000  It gets warmer.\n").size()) << line;
     EXPECT_EQ(line.substr(0, 5), "   0.");
@@ -31,7 +34,7 @@ TEST_F(EventLogTest, ALineOfTextHasTheTimeInSecondsInFront) {
 }
 
 TEST_F(EventLogTest, NoTextForgesALineOrReachesTheTerminal) {
-    EventLog text = event_log(Format::text);
+    EventLog text = event_log(EventFormat::text);
     text.error_reply("x\n\x1b[2J", "M\n", "r\r", "n\x7f", "m\u202e\xff");
     text.signal("overlay", "Changed", common::Json::array({"a\n\x7f\u009b"}));
     EXPECT_EQ(std::regex_replace(written(), std::regex(" +[0-9.]+  "), ""),
@@ -40,12 +43,23 @@ TEST_F(EventLogTest, NoTextForgesALineOrReachesTheTerminal) {
 }
 
 TEST_F(EventLogTest, ColoursAreForTextOnly) {
-    event_log(Format::json, true).exit(common::ExitCode::done);
+    event_log(EventFormat::json, common::ColorChoice::always).exit(common::ExitCode::done);
     EXPECT_EQ(written().find('\033'), std::string::npos);
     EXPECT_TRUE(written().ends_with(",\"status\":0}\n")) << written();
-    event_log(Format::text, true).exit(common::ExitCode::done);
+    event_log(EventFormat::text, common::ColorChoice::always).exit(common::ExitCode::done);
     EXPECT_NE(written().find("\033["), std::string::npos);
     EXPECT_TRUE(written().ends_with("the end, with exit code 0\033[0m\n")) << written();
+}
+
+TEST(EventLog, SaysOnceThatALineCannotBeWritten) {
+    std::ofstream full("/dev/full");
+    int times = 0;
+    common::StandardOutput out([&times] { ++times; }, full);
+    EventLog event_log(out, EventFormat::json, common::ColorChoice::never);
+    event_log.say(1, "a");
+    event_log.say(2, "b");
+    EXPECT_EQ(times, 1);
+    EXPECT_EQ(out.error(), ENOSPC);
 }
 
 }  // namespace

@@ -157,7 +157,7 @@ TEST(Diagnostics, PlacesAreLocatedInTheFile) {
 
 TEST(Diagnostics, OfVeryManyTheFirstAreKeptAndTheOthersCounted) {
     Diagnostics diagnostics("f");
-    for (std::uint32_t i = 1; i <= Diagnostics::most_kept + 5; ++i) {
+    for (std::uint32_t i = 1; i <= Diagnostics::max_kept + 5; ++i) {
         diagnostics.warning({i, 1}, "w");
         if (i > 3)
             diagnostics.error({i, 2}, "e");

@@ -111,5 +111,70 @@ TEST_F(TomlDocument, ZeroBytesAreReportedInKeysAndStringsHoweverDeep) {
               "file.toml: 3 errors\n");
 }
 
+/// "a.a.a", with so many parts.
+std::string key_of(std::size_t parts, const std::string& part = "a", const std::string& dot = ".") {
+    std::string key = part;
+    while (--parts > 0)
+        key += dot + part;
+    return key;
+}
+
+TEST_F(TomlDocument, AKeyOfTooManyPartsIsAnErrorAtItsPlace) {
+    const std::map<std::string, SourceLocation> places{
+        {"ä = 1\n" + key_of(17) + " = 1\n", {2, 33}},
+        {"[" + key_of(17) + "]\n", {1, 34}},
+        {"a = {b = 1, " + key_of(17, "'x.=.y'") + " = 1}\n", {1, 147}},
+        {key_of(17, "\"\\\\\"", " .\t") + " = 1\n", {1, 116}},
+        {"a = {b = \"\"\"\n\"\"\", " + key_of(17) + " = 1}\n", {2, 38}},
+        {key_of(17, "\"\\\"\"") + " = 1\n", {1, 84}},
+    };
+    for (const auto& [text, place] : places) {
+        Diagnostics diagnostics("file.toml");
+        SourceLocation found;
+        diagnostics.listen([&](const auto& entry) { found = entry.location; });
+        EXPECT_FALSE(parse_toml(text, diagnostics)) << text;
+        EXPECT_EQ(diagnostics.error_sentences(),
+                  std::vector<std::string>{"a key has more than 16 parts"})
+            << text;
+        EXPECT_EQ(found, place) << text << found.line << ':' << found.column;
+    }
+}
+
+TEST_F(TomlDocument, DotsElsewhereAreNoKey) {
+    const std::string numbers = "[" + key_of(1000, "1.5", ", ") + "]";
+    for (const std::string& text : {
+             key_of(16) + " = 1\n[" + key_of(16, "b") + "]\n",
+             "a = " + numbers + " # 1.2.3, 4.5 ... and so on ...\n",
+             "a = [" + key_of(100, "\"lib.so.1\"", ", ") + "]\n",
+             "a = \"" + key_of(100, "A sentence.", " ") + "\"\n",
+         })
+        EXPECT_TRUE(read(text)) << text.substr(0, 100);
+}
+
+/// toml++ counts values that are nested, and destroys its tree recursively.
+TEST_F(TomlDocument, WhateverIsNestedIsReadOrRefused) {
+    const auto nested = [](std::size_t depth, const std::string& open, const std::string& close) {
+        return key_of(depth, open, "") + (open.ends_with('[') ? "" : "1") +
+               key_of(depth, close, "");
+    };
+    const std::string key = key_of(16) + " = ";
+    EXPECT_TRUE(read("x = " + nested(200, "[", "]") + "\n"));
+    EXPECT_TRUE(read("x = " + nested(100, "[{" + key, "}]") + "\n"));
+    for (const std::string& text : {
+             nested(500'000, "[", "]"),
+             nested(100'000, "{x = ", "}"),
+             nested(20'000, "[{" + key, "}]"),
+             key_of(500'000) + " = 1\n=",
+             key_of(500'000, "''"),
+             std::string(1'000'000, '.'),
+             std::string(1'000'000, '"'),
+             std::string(1'000'000, '['),
+         }) {
+        EXPECT_FALSE(read("x = " + text)) << text.substr(0, 100);
+        EXPECT_FALSE(read(text)) << text.substr(0, 100);
+        EXPECT_NE(diagnostics_.errors(), 0U);
+    }
+}
+
 }  // namespace
 }  // namespace common

@@ -8,7 +8,7 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/private_bus.hpp"
-#include "host/output/journal.hpp"
+#include "host/output/current_block.hpp"
 
 namespace host {
 namespace {

@@ -1,0 +1,72 @@
+#include "common/bus/control_client.hpp"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+
+#include "common/bus/out.hpp"
+
+namespace common {
+namespace {
+
+/// As long as sd-bus waits for a reply.
+constexpr std::chrono::seconds connect_timeout{25};
+
+}  // namespace
+
+ControlClient::ControlClient(ControlPeer peer)
+    : peer_(std::move(peer)), bus_(open_bus(peer_.bus, connect_timeout)) {}
+
+MessagePtr ControlClient::new_call(const char* method) const {
+    MessagePtr call;
+    check(sd_bus_message_new_method_call(bus_.get(), out(call), peer_.name.c_str(), peer_.path,
+                                         peer_.interface, method),
+          "cannot make a call");
+    // No daemon should look for a program to start.
+    check(sd_bus_message_set_auto_start(call.get(), 0), "cannot make a call");
+    return call;
+}
+
+void ControlClient::check_appended(int r) {
+    if (r == -EINVAL)
+        throw Failure(ExitCode::usage, "the arguments are not valid UTF-8");
+    check(r, "cannot append an argument");
+}
+
+MessagePtr ControlClient::send(const MessagePtr& call) const {
+    BusError error;
+    MessagePtr reply;
+    const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, out(reply));
+    if (r < 0)
+        fail(error, r);
+    return reply;
+}
+
+Json ControlClient::json_reply(const char* method) const {
+    const MessagePtr reply = send(new_call(method));
+    const char* text = nullptr;
+    if (sd_bus_message_read(reply.get(), "s", &text) < 0)
+        fail_reply("it is not a string");
+    return parse_json(text, "the answer");
+}
+
+void ControlClient::fail_reply(const std::string& reason) const {
+    throw Failure(ExitCode::unavailable,
+                  fmt::format("{}'s answer makes no sense: {}", peer_.noun, reason));
+}
+
+void ControlClient::fail(const BusError& error, int r) const {
+    const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
+    for (const auto& [prefix, code] : peer_.errors) {
+        if (name.starts_with(prefix))
+            throw Failure(code, error.error.message == nullptr ? "" : error.error.message);
+    }
+    if (name == SD_BUS_ERROR_SERVICE_UNKNOWN || name == SD_BUS_ERROR_NAME_HAS_NO_OWNER)
+        throw Failure(ExitCode::unavailable, peer_.absent);
+    throw Failure(ExitCode::unavailable,
+                  fmt::format("{} does not answer: {}", peer_.noun, error.text(r)));
+}
+
+}  // namespace common

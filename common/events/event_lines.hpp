@@ -1,0 +1,52 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "common/events/standard_output.hpp"
+#include "common/events/stopwatch.hpp"
+#include "common/text/json.hpp"
+#include "common/text/terminal.hpp"
+
+namespace common {
+
+/// text: lines for people. json: one JSON object a line, for programs.
+enum class EventFormat { text, json };
+
+/// Writes what happens on stdout, one line an event, each at once and whole. Times count from the
+/// construction. Any thread.
+class EventLines {
+  public:
+    /// @param out outlives this object.
+    /// @param color of text; JSON has none.
+    EventLines(StandardOutput& out, EventFormat format, ColorChoice color)
+        : out_(out), format_(format), palette_(use_color(color, stdout)) {}
+
+    [[nodiscard]] EventFormat format() const noexcept { return format_; }
+    /// Empty sequences where text has no colours.
+    [[nodiscard]] const Palette& palette() const noexcept { return palette_; }
+    [[nodiscard]] double seconds() const { return watch_.seconds(); }
+
+    /// Writes {"event":EVENT,"time":SECONDS,…}.
+    /// @param members an object.
+    void write_json(std::string_view event, const Json& members);
+    /// @param members as they are between the braces of an object: for events that come quickly.
+    void write_json_members(std::string_view event, std::string_view members);
+    /// Writes the time and a text, which must be safe for a terminal.
+    void write_text(std::string_view text);
+
+    /// The line that `write_json_members` writes.
+    [[nodiscard]] std::string json_event(std::string_view event, std::string_view members) const;
+
+  private:
+    void write(const std::string& line);
+
+    StandardOutput& out_;
+    EventFormat format_;
+    Palette palette_;
+    Stopwatch watch_;
+    std::mutex mutex_;
+};
+
+}  // namespace common

@@ -1,0 +1,33 @@
+#include "common/events/message.hpp"
+
+#include <iostream>
+
+#include "common/events/journal.hpp"
+#include "common/text/line_text.hpp"
+
+namespace common {
+namespace {
+
+std::string prefix;
+
+}  // namespace
+
+void set_program_name(const std::string& name) {
+    prefix = name + ": ";
+    open_journal(name);
+}
+
+std::string_view message_prefix() noexcept {
+    return prefix;
+}
+
+std::string message_line(std::string_view sentence) {
+    return prefix + one_line(sentence) + '\n';
+}
+
+void print_message(Severity severity, std::string_view sentence, std::string_view block) {
+    if (!send_to_journal(severity, sentence, block))
+        std::cerr << message_line(sentence) << std::flush;
+}
+
+}  // namespace common
