@@ -185,7 +185,8 @@ TEST_F(JournalTest, GetsRepeatedLinesOnceAndThenWithTheirNumber) {
                          format));
         EXPECT_EQ(block_entry(journal), fields("b: repeats in start", "6", "b"));
         EXPECT_EQ(block_entry(journal), fields("b: no answer", "6", "b"));
-        EXPECT_EQ(block_entry(journal), fields("repeated 19 times in 0.0 s: b: no answer", "6", "b"));
+        EXPECT_EQ(block_entry(journal),
+                  fields("repeated 19 times in 0.0 s: b: no answer", "6", "b"));
         const Ended ended = host.terminate();
         EXPECT_EQ(ended.code, 0);
         if (format == "json") {
