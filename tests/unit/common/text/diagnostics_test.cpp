@@ -131,7 +131,7 @@ TEST(Diagnostics, OfALongTextTheBeginningAndTheEndAreSaid) {
     Diagnostics diagnostics("f");
     diagnostics.error({}, "begin" + std::string(1000000, 'x') + "end", std::string(1000000, 'y'));
     const std::string text = printed(diagnostics);
-    EXPECT_LT(text.size(), 2 * Diagnostics::longest_text + 100);
+    EXPECT_LT(text.size(), 2 * Diagnostics::max_text_length + 100);
     EXPECT_TRUE(text.starts_with("f: error: beginxxx")) << text.substr(0, 30);
     EXPECT_NE(text.find("xxxend\nhelp: yyy"), text.npos);
 }
