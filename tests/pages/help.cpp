@@ -20,7 +20,7 @@ Help help_of(const std::string& program, const std::vector<std::string>& argumen
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("Usage: "))
             help.usage = line.substr(7);
-        else if (line.ends_with(':'))
+        else if (!line.starts_with(' ') && line.ends_with(':'))
             section = line;
         if (!line.starts_with("  ") || line[2] == ' ')
             continue;
