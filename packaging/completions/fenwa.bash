@@ -5,6 +5,11 @@ _fenwa_commands() {
     "$1" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\{1,\}\) .*/\1/p'
 }
 
+# The options of the command $2, or of the program. Wrapped lines of the help may begin like one.
+_fenwa_options() {
+    "$1" ${2:+"$2"} --help 2>/dev/null | grep '^  -' | _parse_help -
+}
+
 # What the option $3 of the command $2 takes: "FILE", "text|json"; nothing for a flag.
 _fenwa_taken() {
     "$1" "$2" --help 2>/dev/null | sed -n "s/^  $3 \([^ ]\{1,\}\).*/\1/p"
@@ -28,7 +33,7 @@ _fenwa() {
 
     local command=${words[1]}
     if ((cword == 1)); then
-        COMPREPLY=($(compgen -W '$(_fenwa_commands "$1") $(_parse_help "$1")' -- "$cur"))
+        COMPREPLY=($(compgen -W '$(_fenwa_commands "$1") $(_fenwa_options "$1")' -- "$cur"))
         return
     fi
     if [[ $prev == --private-bus ]] && $split; then
@@ -50,7 +55,7 @@ _fenwa() {
     fi
     $split && return
     if [[ $cur == -* ]]; then
-        COMPREPLY=($(compgen -W '$(_parse_help "$1" "$command --help")' -- "$cur"))
+        COMPREPLY=($(compgen -W '$(_fenwa_options "$1" "$command")' -- "$cur"))
         return
     fi
     case $program/$command in
