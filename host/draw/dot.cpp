@@ -1,5 +1,7 @@
 #include "host/draw/dot.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -58,8 +60,7 @@ std::string tooltip(const std::string& text) {
 }
 
 std::string painted(const std::string& content, const char* color, int size) {
-    return "<FONT COLOR=\"" + std::string(color) + "\" POINT-SIZE=\"" + std::to_string(size) +
-           "\">" + content + "</FONT>";
+    return fmt::format(R"(<FONT COLOR="{}" POINT-SIZE="{}">{}</FONT>)", color, size, content);
 }
 
 class DotWriter {

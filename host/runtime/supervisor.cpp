@@ -1,6 +1,7 @@
 #include "host/runtime/supervisor.hpp"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -187,9 +188,9 @@ Supervisor::Clock::time_point Supervisor::look_at_loop(Clock::time_point now) {
         return due;
     named_ = seen->number;
     named_in_stop_ = stopping;
-    std::string line;
-    line += stopping ? "waits for " : "has waited " + std::to_string(limit.count()) + " s for ";
-    line += common::one_line(seen->text);
+    const std::string what = common::one_line(seen->text);
+    std::string line = stopping ? fmt::format("waits for {}", what)
+                                : fmt::format("has waited {} s for {}", limit.count(), what);
     if (first_request_)
         line += "; a further SIGINT or SIGTERM ends the process at once";
     say_at_once(common::Severity::warning, line, seen->block);
