@@ -15,6 +15,7 @@ using BusPtr = Fenwa::Handle<sd_bus, sd_bus_flush_close_unref>;
 using EventPtr = Fenwa::Handle<sd_event, sd_event_unref>;
 using EventSourcePtr = Fenwa::Handle<sd_event_source, sd_event_source_disable_unref>;
 using SlotPtr = Fenwa::Slot;
+using TrackPtr = Fenwa::Handle<sd_bus_track, sd_bus_track_unref>;
 using MessagePtr = Fenwa::Message;
 
 /// An error structure that frees itself.

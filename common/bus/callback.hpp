@@ -16,8 +16,8 @@
 
 namespace common {
 
-/// Ends the loop of `source` because a callback threw; to be called in a catch clause only.
-inline void end_loop_after_exception(sd_event_source* source) noexcept {
+/// Ends the loop, null for none, because a callback threw; to be called in a catch clause only.
+inline void end_loop_after_exception(sd_event* event) noexcept {
     try {
         throw;
     } catch (const std::exception& error) {
@@ -25,14 +25,17 @@ inline void end_loop_after_exception(sd_event_source* source) noexcept {
     } catch (...) {
         print_message(Severity::error, "internal error");
     }
-    sd_event_exit(sd_event_source_get_event(source), static_cast<int>(ExitCode::software));
+    if (event != nullptr)
+        sd_event_exit(event, static_cast<int>(ExitCode::software));
 }
 
 /// A member function as a callback of libsystemd: give `callback<&T::f>` with the object as
 /// `userdata`. The member takes nothing, or the arguments of its kind of callback:
 ///
 ///  - messages (filters, matches, methods): `sd_bus_message&`. An ErrorReply becomes that error
-///    reply, any other exception `org.freedesktop.DBus.Error.Failed`;
+///    reply, any other exception `org.freedesktop.DBus.Error.Failed`. The same for getters of
+///    properties, which get the reply to append to;
+///  - trackers of names: nothing. An exception ends the loop of the connection, as the next one;
 ///  - event sources: `sd_event_source&`, and then for I/O the `int fd`, for timers the `uint64_t`
 ///    when it was due. An exception ends the loop with exit code 70, after a line on stderr.
 ///
@@ -43,6 +46,8 @@ class Callback {
   public:
     // NOLINTBEGIN(google-explicit-constructor): libsystemd takes a function here.
     constexpr operator sd_bus_message_handler_t() const noexcept { return on_message; }
+    constexpr operator sd_bus_property_get_t() const noexcept { return on_property; }
+    constexpr operator sd_bus_track_handler_t() const noexcept { return on_track; }
     constexpr operator sd_event_handler_t() const noexcept { return on_event<>; }
     constexpr operator sd_event_io_handler_t() const noexcept { return on_io; }
     constexpr operator sd_event_time_handler_t() const noexcept { return on_event<std::uint64_t>; }
@@ -60,12 +65,27 @@ class Callback {
         }
     }
 
+    static int on_property(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
+                           const char* /*property*/, sd_bus_message* reply, void* userdata,
+                           sd_bus_error* error) noexcept {
+        return on_message(reply, userdata, error);
+    }
+
+    static int on_track(sd_bus_track* track, void* userdata) noexcept {
+        try {
+            return call(userdata);
+        } catch (...) {
+            end_loop_after_exception(sd_bus_get_event(sd_bus_track_get_bus(track)));
+            return 0;
+        }
+    }
+
     template <class... Details>
     static int serve(sd_event_source* source, void* userdata, Details... details) noexcept {
         try {
             return Fenwa::Callback<Member>::invoke(userdata, *source, details...);
         } catch (...) {
-            end_loop_after_exception(source);
+            end_loop_after_exception(sd_event_source_get_event(source));
             return 0;
         }
     }

@@ -3,6 +3,8 @@
 #include <stdexcept>
 
 #include "camera/bus/message_json.hpp"
+#include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace test {
 namespace {
@@ -34,47 +36,44 @@ std::string BusClient::unique_name() const {
 }
 
 common::MessagePtr BusClient::new_call(const char* member) const {
-    sd_bus_message* message = nullptr;
-    common::check(sd_bus_message_new_method_call(bus(), &message, service_.name, service_.path,
-                                                 service_.interface, member),
+    common::MessagePtr message;
+    common::check(sd_bus_message_new_method_call(bus(), common::out(message), service_.name,
+                                                 service_.path, service_.interface, member),
                   "sd_bus_message_new_method_call");
-    return common::MessagePtr(message);
+    return message;
 }
 
 std::string BusClient::call(const common::MessagePtr& message, std::chrono::milliseconds limit) {
     common::BusError error;
-    sd_bus_message* reply = nullptr;
+    common::MessagePtr reply;
     const auto limit_us = static_cast<std::uint64_t>(limit.count()) * 1000;
-    const int r = sd_bus_call(bus(), message.get(), limit_us, &error, &reply);
-    const common::MessagePtr owned(reply);
+    const int r = sd_bus_call(bus(), message.get(), limit_us, &error, common::out(reply));
     return r < 0 ? error.text(r) : answer_of(*reply);
 }
 
 void BusClient::send(const common::MessagePtr& message, const char* member) {
     pending_.push_back(std::make_unique<Pending>(Pending{this, member, nullptr}));
-    sd_bus_slot* slot = nullptr;
-    common::check(
-        sd_bus_call_async(bus(), &slot, message.get(), on_answer, pending_.back().get(), 0),
-        "sd_bus_call_async");
-    pending_.back()->slot.reset(slot);
+    Pending& pending = *pending_.back();
+    common::check(sd_bus_call_async(bus(), common::out(pending.slot), message.get(),
+                                    common::callback<&Pending::on_answer>, &pending, 0),
+                  "sd_bus_call_async");
     common::check(sd_bus_flush(bus()), "sd_bus_flush");
 }
 
 void BusClient::listen() {
-    sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_match_signal(bus(), &slot, service_.name, service_.path, nullptr, nullptr,
-                                      on_signal, this),
+    common::check(sd_bus_match_signal(bus(), common::out(matches_.emplace_back()), service_.name,
+                                      service_.path, nullptr, nullptr,
+                                      common::callback<&BusClient::on_signal>, this),
                   "sd_bus_match_signal");
-    matches_.emplace_back(slot);
     watch_owner(service_.name);
 }
 
 void BusClient::watch_owner(const std::string& name) {
     const std::string rule =
         "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name + "'";
-    sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_add_match(bus(), &slot, rule.c_str(), on_owner, this), "sd_bus_add_match");
-    matches_.emplace_back(slot);
+    common::check(sd_bus_add_match(bus(), common::out(matches_.emplace_back()), rule.c_str(),
+                                   common::callback<&BusClient::on_owner>, this),
+                  "sd_bus_add_match");
 }
 
 const std::vector<std::string>& BusClient::wait_for(std::size_t lines) {
@@ -95,26 +94,21 @@ const std::vector<std::string>& BusClient::wait_for(std::size_t lines) {
     return heard_;
 }
 
-int BusClient::on_answer(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    const auto& pending = *static_cast<const Pending*>(userdata);
-    pending.client->heard_.push_back(pending.member + " answers " + answer_of(*message));
-    return 0;
+void BusClient::Pending::on_answer(sd_bus_message& message) {
+    client->hear(member + " answers " + answer_of(message));
 }
 
-int BusClient::on_signal(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    static_cast<BusClient*>(userdata)->heard_.push_back(sd_bus_message_get_member(message) +
-                                                        arguments_of(*message));
-    return 0;
+void BusClient::on_signal(sd_bus_message& message) {
+    hear(sd_bus_message_get_member(&message) + arguments_of(message));
 }
 
-int BusClient::on_owner(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    const common::Json owners = camera::body_json(*message);
+void BusClient::on_owner(sd_bus_message& message) {
+    const common::Json owners = camera::body_json(message);
     const auto name = [&owners](std::size_t i) {
         const auto text = owners[i].get<std::string>();
         return text.empty() ? std::string("none") : text;
     };
-    static_cast<BusClient*>(userdata)->heard_.push_back("owner " + name(1) + " -> " + name(2));
-    return 0;
+    hear("owner " + name(1) + " -> " + name(2));
 }
 
 }  // namespace test

@@ -62,6 +62,8 @@ class BusClient {
 
   private:
     struct Pending {
+        void on_answer(sd_bus_message& message);
+
         BusClient* client;
         std::string member;
         common::SlotPtr slot;
@@ -69,9 +71,8 @@ class BusClient {
 
     [[nodiscard]] common::MessagePtr new_call(const char* member) const;
     void send(const common::MessagePtr& message, const char* member);
-    static int on_answer(sd_bus_message* message, void* userdata, sd_bus_error* error);
-    static int on_signal(sd_bus_message* message, void* userdata, sd_bus_error* error);
-    static int on_owner(sd_bus_message* message, void* userdata, sd_bus_error* error);
+    void on_signal(sd_bus_message& message);
+    void on_owner(sd_bus_message& message);
 
     camera::BusObject service_;
     common::BusPtr bus_;

@@ -1,6 +1,8 @@
 #include "tests/integration/camera/consumer_client.hpp"
 
 #include "camera/bus/message_json.hpp"
+#include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 
 namespace test {
 namespace {
@@ -12,7 +14,8 @@ constexpr const char* interface = "com.tarlo.Vipd.PowerConsumer";
 
 const sd_bus_vtable ConsumerClient::vtable_[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("SetPower", "d", "", set_power, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("SetPower", "d", "", common::callback<&ConsumerClient::set_power>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
@@ -20,10 +23,9 @@ ConsumerClient::ConsumerClient(const std::string& address, int channel)
     : BusClient(address, camera::power_consumers),
       service_("com.tarlo.Vipd.ch" + std::to_string(channel)),
       name_("vipd" + std::to_string(channel)) {
-    sd_bus_slot* slot = nullptr;
-    common::check(sd_bus_add_object_vtable(bus(), &slot, path, interface, vtable_, this),
-                  "sd_bus_add_object_vtable");
-    object_.reset(slot);
+    common::check(
+        sd_bus_add_object_vtable(bus(), common::out(object_), path, interface, vtable_, this),
+        "sd_bus_add_object_vtable");
     common::own_name(*bus(), service_);
 }
 
@@ -39,14 +41,13 @@ std::string ConsumerClient::unregister() {
     return call("Unregister", "s", name_.c_str());
 }
 
-int ConsumerClient::set_power(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& client = *static_cast<ConsumerClient*>(userdata);
-    client.hear("SetPower(" + camera::arguments_text(camera::body_json(*call)) + ')');
-    if (client.silent_)
+int ConsumerClient::set_power(sd_bus_message& call) {
+    hear("SetPower(" + camera::arguments_text(camera::body_json(call)) + ')');
+    if (silent_)
         return 1;
-    if (client.error_)
-        return sd_bus_error_set(error, client.error_->c_str(), "No.");
-    return sd_bus_reply_method_return(call, "");
+    if (error_)
+        throw common::ErrorReply(*error_, "No.");
+    return sd_bus_reply_method_return(&call, "");
 }
 
 }  // namespace test

@@ -28,7 +28,7 @@ class ConsumerClient : public BusClient {
 
   private:
     static const sd_bus_vtable vtable_[];
-    static int set_power(sd_bus_message* call, void* userdata, sd_bus_error* error);
+    int set_power(sd_bus_message& call);
 
     std::string service_;
     std::string name_;

@@ -1,4 +1,6 @@
 // `show` refuses the answer of a program that is not our camera.
+#include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -8,10 +10,9 @@ namespace {
 class OddCamera {
   public:
     OddCamera() : connection_(bus_.address()) {
-        sd_bus_slot* slot = nullptr;
-        common::check(sd_bus_add_filter(connection_.bus(), &slot, on_message, this),
+        common::check(sd_bus_add_filter(connection_.bus(), common::out(filter_),
+                                        common::callback<&OddCamera::on_message>, this),
                       "sd_bus_add_filter");
-        filter_.reset(slot);
         common::own_name(*connection_.bus(), camera::camera_control.name);
     }
 
@@ -30,12 +31,11 @@ class OddCamera {
     }
 
   private:
-    static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-        auto& self = *static_cast<OddCamera*>(userdata);
-        if (sd_bus_message_is_method_call(message, camera::camera_control.interface, "Show") <= 0)
+    int on_message(sd_bus_message& message) {
+        if (sd_bus_message_is_method_call(&message, camera::camera_control.interface, "Show") <= 0)
             return 0;
-        self.answered_ = true;
-        return sd_bus_reply_method_return(message, self.text_ == nullptr ? "" : "s", self.text_);
+        answered_ = true;
+        return sd_bus_reply_method_return(&message, text_ == nullptr ? "" : "s", text_);
     }
 
     common::PrivateBus bus_;
