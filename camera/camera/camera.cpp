@@ -4,12 +4,6 @@
 
 #include <algorithm>
 
-#include "camera/services/init.hpp"
-#include "camera/services/overlay.hpp"
-#include "camera/services/power_consumer.hpp"
-#include "camera/services/power_status.hpp"
-#include "camera/services/temperature.hpp"
-#include "camera/services/video.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/suggestion.hpp"
 
@@ -23,29 +17,32 @@ Camera::Camera(sd_event& event, EventLog& event_log, const Configuration& config
       faults_([this](const char* state, const FaultRule& rule) {
           event_log_.fault(state, rule.target(), rule.what());
       }),
-      surroundings_{event,
-                    event_log,
-                    faults_,
-                    [this](const CallRecord& call) {
-                        if (observers_.called)
-                            observers_.called(call);
-                    },
-                    [this] {
-                        if (observers_.changed)
-                            observers_.changed();
-                    },
-                    [this](const std::string& service) { drop(service); },
-                    std::move(lost)},
+      context_{event,
+               event_log,
+               faults_,
+               [this](const CallRecord& call) {
+                   if (observers_.called)
+                       observers_.called(call);
+               },
+               [this] {
+                   if (observers_.changed)
+                       observers_.changed();
+               },
+               [this](const std::string& service) { drop(service); },
+               std::move(lost)},
       temperature_(configuration.sensors),
       power_(configuration.power.budget),
       parameters_(configuration.video.channels) {
-    add<TemperatureService>(temperature_);
-    add<PowerConsumerService>(power_);
-    add<PowerStatusService>(configuration.power.received);
-    controls_ = &add<ControlsService>(parameters_, configuration.video.channels);
-    add<OverlayService>();
-    add<VideoService>(configuration.video.channels);
-    add<InitService>(configuration.video.unit);
+    const int channels = configuration.video.channels;
+    auto controls = make_controls_service(parameters_, channels, context_);
+    controls_ = controls.get();
+    services_.push_back(make_temperature_service(temperature_, context_));
+    services_.push_back(make_power_consumer_service(power_, context_));
+    services_.push_back(make_power_status_service(configuration.power.received, context_));
+    services_.push_back(std::move(controls));
+    services_.push_back(make_overlay_service(context_));
+    services_.push_back(make_video_service(channels, context_));
+    services_.push_back(make_init_service(configuration.video.unit, context_));
     for (const auto& service : services_) {
         if (service->belongs_to_machine())
             not_activatable_.insert(service->name());
@@ -61,11 +58,11 @@ void Camera::go_up(const std::string& address, const std::set<std::string>& with
         if (left_out || !activation)
             not_activatable_.insert(service->name());
         if (!left_out)
-            bring_up_at_first(*service);
+            start_first_time(*service);
     }
 }
 
-void Camera::bring_up_at_first(Service& service) {
+void Camera::start_first_time(Service& service) {
     try {
         service.bring_up(address_);
     } catch (const common::Failure& failure) {
@@ -91,16 +88,22 @@ Service& Camera::service_named(const std::string& name) const {
                        common::did_you_mean(name, known));
 }
 
-Service& Camera::owner_of(const std::string& value) const {
+Value Camera::value_named(const std::string& name) const {
     std::vector<std::string> known;
     for (const auto& service : services_) {
-        if (service->claims(value))
-            return *service;
+        if (std::optional<Value> value = service->find_value(name))
+            return std::move(*value);
         for (const Value& each : service->values())
             known.push_back(each.name);
     }
-    throw CommandError(fmt::format("unknown value '{}'", value),
-                       common::did_you_mean(value, known));
+    throw CommandError(fmt::format("unknown value '{}'", name), common::did_you_mean(name, known));
+}
+
+Value Camera::settable_value(const std::string& name) const {
+    Value value = value_named(name);
+    if (!value.set)
+        throw CommandError(fmt::format("'{}' cannot be set: {}", name, value.why_read_only));
+    return value;
 }
 
 MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
@@ -121,11 +124,11 @@ MemberKind Camera::kind_of(const std::string& service, const std::string& member
                        common::did_you_mean(member, known));
 }
 
-void Camera::set(const std::string& name, const std::string& value) {
-    Service& service = owner_of(name);
-    service.check_settable(name);
-    service.set_value(name, value);
-    surroundings_.changed();
+void Camera::set(const std::string& name, const std::string& text) {
+    const Value value = settable_value(name);
+    (void)value.parse(text);
+    value.set(text);
+    context_.changed();
 }
 
 void Camera::start(const std::string& service) {
@@ -163,23 +166,22 @@ void Camera::clear_fault(const std::string& target) {
     check_fault_target(target);
     FaultRule rule;
     set_target(rule, target);
-    // A rule that is spent, or never was, is as good as cleared.
+    // No error where there is no rule: it may be spent.
     if (faults_.clear(rule.service, rule.member))
         event_log_.fault("cleared", target, "the rule is removed");
 }
 
 void Camera::press(const std::string& button) {
     controls_->press(button);
-    surroundings_.changed();
+    context_.changed();
 }
 
-Json Camera::check_value(const std::string& name, const std::string& value) const {
-    owner_of(name).check_settable(name);
-    return check_state(name, value);
+Json Camera::check_value(const std::string& name, const std::string& text) const {
+    return settable_value(name).parse(text);
 }
 
 Json Camera::check_state(const std::string& name, const std::string& text) const {
-    return owner_of(name).parse_value(name, text);
+    return value_named(name).parse(text);
 }
 
 void Camera::check_fault(const FaultRule& rule) const {
@@ -218,7 +220,7 @@ void Camera::check_method(const std::string& service, const std::string& member)
 }
 
 Json Camera::value(const std::string& name) const {
-    return owner_of(name).value(name);
+    return value_named(name).value;
 }
 
 bool Camera::is_activatable(const Service& service) const {

@@ -16,35 +16,37 @@
 #include "camera/service/event_log.hpp"
 #include "camera/service/fault_rules.hpp"
 #include "camera/service/service.hpp"
-#include "camera/services/controls.hpp"
+#include "camera/services/services.hpp"
 #include "common/text/json.hpp"
 
 namespace camera {
 
-/// The whole simulated camera: state, services, faults, and the verbs that people, scenarios and
-/// the control interface use. Verbs throw CommandError, and change nothing, where a name is unknown
-/// or a value makes no sense.
+/// The whole simulated camera: state, services, faults, and the commands of people, scenarios and
+/// the control interface. A command throws CommandError, and changes nothing, where a name is
+/// unknown or a value is not accepted.
 class Camera {
   public:
-    /// Who wants to know what happens; either may be empty. Both may be called from within a
-    /// service's callbacks, so they must not use verbs there and then.
+    /// Called when something happens; either may be empty. Both run within the callbacks of
+    /// services, so they must not run commands at once.
     struct Observers {
-        std::function<void(const CallRecord&)> called;  ///< a service was called
+        std::function<void(const CallRecord&)> called;  ///< a service is called
         std::function<void()> changed;                  ///< a value has changed
     };
 
-    /// Builds the services, all down. `event` and `event_log` must outlive the camera; `lost` is
-    /// called from the loop when the daemon ends a connection.
+    /// Builds the services, all down. `event` and `event_log` must outlive the camera.
+    /// @param lost called from the loop when the daemon ends a connection.
     Camera(sd_event& event, EventLog& event_log, const Configuration& configuration,
            std::function<void()> lost);
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
-    /// Brings all services up on the bus at `address`, but those of `without`, which are not
-    /// there until they are started by order. With `activation`, a call to one of the others
-    /// brings it up again when it is down, where `startable`, the bus names that the daemon can
-    /// have started, holds its own. A service whose names belong to the machine leaves them to
-    /// whoever has them, and tells that it does.
+    /// Brings the services up. A service whose names belong to the machine stays down where they
+    /// have an owner, and logs that.
+    /// @param address of the bus.
+    /// @param without services that stay down until a command starts them.
+    /// @param activation whether a call brings one of the others up again when it is down.
+    /// @param startable the bus names that the daemon can activate; a service with a name that is
+    ///        not among them is not activatable.
     /// @throws common::Failure (unavailable).
     void go_up(const std::string& address, const std::set<std::string>& without, bool activation,
                std::set<std::string> startable);
@@ -53,33 +55,35 @@ class Camera {
 
     void set_observers(Observers observers) { observers_ = std::move(observers); }
 
-    /// `name` is one of `show()`, such as "temperature.main".
-    void set(const std::string& name, const std::string& value);
+    /// Sets a value. @param name as in `show()`, such as "temperature.main".
+    void set(const std::string& name, const std::string& text);
     /// @throws common::Failure (unavailable) too, as `restart` and `activate`.
     void start(const std::string& service);
     void stop(const std::string& service);
     void restart(const std::string& service);
-    /// What the bus daemon asks for when a service that is down is called.
+    /// Starts a service for the bus daemon, which does so when a service that is down is called.
     void activate(const std::string& service);
     void fail(const FaultRule& rule);
-    /// `target` is "MEMBER" or "SERVICE.MEMBER".
+    /// Removes fault rules. @param target "MEMBER" or "SERVICE.MEMBER".
     void clear_fault(const std::string& target);
     void press(const std::string& button);
 
-    /// Where the services are, after `go_up`.
+    /// The address of the bus, after `go_up`.
     [[nodiscard]] const std::string& address() const noexcept { return address_; }
 
-    /// The same checks, without doing it.
-    [[nodiscard]] common::Json check_value(const std::string& name, const std::string& value) const;
-    /// What a value that can be seen would be, where `text` stands for it.
+    // The checks of the commands, for a file that is read before anything runs.
+
+    /// What `set` would set the value to.
+    [[nodiscard]] common::Json check_value(const std::string& name, const std::string& text) const;
+    /// The same for a value that may be read-only.
     [[nodiscard]] common::Json check_state(const std::string& name, const std::string& text) const;
     void check_service(const std::string& service) const { (void)service_named(service); }
     void check_fault(const FaultRule& rule) const;
     void check_fault_target(const std::string& target) const;
-    /// Of a method that some service, or the named one, has.
+    /// Requires a method. @param service its service; empty: any service.
     void check_method(const std::string& service, const std::string& member) const;
 
-    /// A value as it is now.
+    /// A value now.
     [[nodiscard]] common::Json value(const std::string& name) const;
     /// The whole state: "bus", "services" (each with "name", "state", "unique_name", "bus_names",
     /// "activatable", "registrations"), "values", "faults".
@@ -90,35 +94,27 @@ class Camera {
 
   private:
     [[nodiscard]] Service& service_named(const std::string& name) const;
-    /// The service that has a value.
-    [[nodiscard]] Service& owner_of(const std::string& value) const;
-    /// The kind of a member, or a refusal with the nearest name.
+    [[nodiscard]] Value value_named(const std::string& name) const;
+    [[nodiscard]] Value settable_value(const std::string& name) const;
+    /// The kind of a member. @throws CommandError with the nearest name.
     [[nodiscard]] MemberKind kind_of(const std::string& service, const std::string& member) const;
-    /// Adds the next service, made with these arguments.
-    template <class Kind, class... Arguments>
-    Kind& add(Arguments&&... arguments) {
-        auto service = std::make_unique<Kind>(std::forward<Arguments>(arguments)..., surroundings_);
-        Kind& added = *service;
-        services_.push_back(std::move(service));
-        return added;
-    }
-    void bring_up_at_first(Service& service);
-    /// Whether a call would bring the service up.
+    void start_first_time(Service& service);
+    /// Whether a call brings the service up.
     [[nodiscard]] bool is_activatable(const Service& service) const;
     void drop(const std::string& service);
 
     EventLog& event_log_;
     Observers observers_;
     FaultRules faults_;
-    ServiceContext surroundings_;
+    ServiceContext context_;
     TemperatureModel temperature_;
     PowerModel power_;
     ParameterStore parameters_;
-    std::vector<std::unique_ptr<Service>> services_;  // goes first: it refers to all of the above
-    ControlsService* controls_;                       // one of them
+    std::vector<std::unique_ptr<Service>> services_;  // destroyed first: they refer to the above
+    ButtonService* controls_;                         // one of them
     std::string address_;
-    std::set<std::string> not_activatable_;  // services that refuse the daemon
-    std::set<std::string> startable_;        // bus names that the daemon can have started
+    std::set<std::string> not_activatable_;  // services
+    std::set<std::string> startable_;        // bus names that the daemon can activate
 };
 
 }  // namespace camera

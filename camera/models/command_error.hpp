@@ -1,5 +1,8 @@
 #pragma once
 
+#include <fmt/core.h>
+
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -13,8 +16,8 @@ namespace camera {
 /// A service's reply to a call that it does not serve.
 using DBusError = common::ErrorReply;
 
-/// The camera's answer to an order that makes no sense (an unknown sensor, say). `what()` is one
-/// sentence with the help behind it; a file reader shows sentence and help apart.
+/// The camera's answer to a command that it cannot run, because of an unknown sensor, say. `what()`
+/// is the sentence and then the help; the reader of a file shows the two apart.
 class CommandError : public std::runtime_error {
   public:
     explicit CommandError(std::string sentence, std::string help = {})
@@ -23,6 +26,7 @@ class CommandError : public std::runtime_error {
           sentence_(common::shortened(sentence, common::max_error_text)),
           help_(std::move(help)) {}
 
+    /// What is wrong.
     [[nodiscard]] const std::string& sentence() const noexcept { return sentence_; }
     /// "did you mean 'NAME'?" or empty.
     [[nodiscard]] const std::string& help() const noexcept { return help_; }
@@ -30,6 +34,23 @@ class CommandError : public std::runtime_error {
   private:
     std::string sentence_;
     std::string help_;
+};
+
+/// A model that takes no more entries, so that a client which adds for ever does not take all
+/// memory.
+class CapacityError : public std::length_error {
+  public:
+    /// @param name the last part of the D-Bus error name: "TooManyTexts". It must outlive the
+    /// error.
+    /// @param max how many entries the model takes.
+    /// @param noun the entries, in the plural: "texts".
+    CapacityError(const char* name, std::size_t max, const char* noun)
+        : std::length_error(fmt::format("At most {} {} are accepted.", max, noun)), name_(name) {}
+
+    [[nodiscard]] const char* name() const noexcept { return name_; }
+
+  private:
+    const char* name_;
 };
 
 }  // namespace camera

@@ -23,7 +23,7 @@ std::string name_of(const Node& node) {
     return text;
 }
 
-Button read_button(const Node& node) {
+Button button_from(const Node& node) {
     for (const Node& user : node.member("user").elements())
         (void)user.string();
     (void)node.member("info").string();
@@ -34,11 +34,11 @@ Button read_button(const Node& node) {
             {node.member("requestType").string(), node.member("requestURL").string()}};
 }
 
-Feature read_tree(const Node& root) {
+Feature feature_from(const Node& root) {
     Feature feature{name_of(root.member("name")), root.member("niceName").string(), {}};
     (void)root.member("featureGroups").elements();
     for (const Node& node : root.member("features").elements()) {
-        Button button = read_button(node);
+        Button button = button_from(node);
         if (std::ranges::find(feature.buttons, button.name, &Button::name) != feature.buttons.end())
             throw common::JsonError(fmt::format("{} is '{}', the name of another button",
                                                 node.member("name").place(), button.name));
@@ -49,13 +49,13 @@ Feature read_tree(const Node& root) {
 
 }  // namespace
 
-Feature read_feature(std::string_view document) {
+Feature feature_from_document(std::string_view document) {
     if (document.size() > max_document_bytes)
         throw BadDocument(fmt::format("The document is longer than {} bytes.", max_document_bytes));
     const std::string what = "The document";
     try {
         const json tree = common::parse_json<json>(document, what);
-        return read_tree({tree, what});
+        return feature_from({tree, what});
     } catch (const common::JsonError& error) {
         throw BadDocument(std::string(error.what()) + ".");
     }

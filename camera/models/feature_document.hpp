@@ -44,6 +44,6 @@ inline constexpr std::size_t max_document_bytes = std::size_t{64} * 1024;
 /// document holds is not looked at.
 /// @throws BadDocument with the byte of a syntax error, or the JSON pointer of a wrong member, and
 ///         for one that `common::parse_json` refuses.
-[[nodiscard]] Feature read_feature(std::string_view document);
+[[nodiscard]] Feature feature_from_document(std::string_view document);
 
 }  // namespace camera

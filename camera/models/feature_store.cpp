@@ -1,7 +1,8 @@
 #include "camera/models/feature_store.hpp"
 
 #include <algorithm>
-#include <stdexcept>
+
+#include "camera/models/command_error.hpp"
 
 namespace camera {
 
@@ -19,7 +20,7 @@ void FeatureStore::add(AddedFeature feature) {
         return;
     }
     if (features_.size() >= max_features)
-        throw std::length_error("too many features");
+        throw CapacityError("TooManyFeatures", max_features, "features");
     features_.push_back(std::move(feature));
 }
 

@@ -28,7 +28,7 @@ class FeatureStore {
     static constexpr std::size_t max_features = 256;
 
     /// Adds a feature, or puts it in the place of the one with its id and language.
-    /// @throws std::length_error when full.
+    /// @throws CapacityError when full.
     void add(AddedFeature feature);
     /// False where there is none.
     [[nodiscard]] bool remove(std::string_view id, std::string_view language);

@@ -1,7 +1,8 @@
 #include "camera/models/overlay.hpp"
 
 #include <algorithm>
-#include <stdexcept>
+
+#include "camera/models/command_error.hpp"
 
 namespace camera {
 
@@ -9,7 +10,7 @@ void OverlayModel::set(std::string text, std::string client, std::uint32_t durat
     auto it = std::ranges::find(texts_, text, &OverlayText::text);
     if (it == texts_.end()) {
         if (texts_.size() >= max_texts)
-            throw std::length_error("too many texts");
+            throw CapacityError("TooManyTexts", max_texts, "texts");
         it = texts_.insert(it, {std::move(text), {}, 0, {}});
     }
     it->client = std::move(client);

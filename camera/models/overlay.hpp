@@ -30,7 +30,7 @@ class OverlayModel {
 
     /// Puts a text behind the others; one that is set already keeps its place and gets this
     /// duration (in seconds; 0: until it is unset) from now on.
-    /// @throws std::length_error when full.
+    /// @throws CapacityError when full.
     void set(std::string text, std::string client, std::uint32_t duration, Time now);
     /// False where the text is not set.
     [[nodiscard]] bool unset(std::string_view text);

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "camera/models/command_error.hpp"
+
 namespace camera {
 namespace {
 
@@ -42,7 +44,7 @@ void PowerModel::add(std::string name, std::string owner, ConsumerAddress addres
         return;
     }
     if (consumers_.size() >= max_consumers)
-        throw std::length_error("too many consumers");
+        throw CapacityError("TooManyConsumers", max_consumers, "consumers");
     consumers_.push_back({std::move(name), std::move(owner), std::move(address), {}, 0.0});
 }
 

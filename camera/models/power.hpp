@@ -60,7 +60,7 @@ class PowerModel {
     [[nodiscard]] const PowerConsumer* by_name(std::string_view name) const;
 
     /// Registers a consumer, or moves one to this owner and address, which keeps request and share.
-    /// @throws std::length_error when full.
+    /// @throws CapacityError when full.
     void add(std::string name, std::string owner, ConsumerAddress address);
 
     // Each of the following divides anew and says whose share is another one now, in the order in

@@ -5,6 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "camera/models/command_error.hpp"
+
 namespace camera {
 namespace {
 
@@ -102,7 +104,7 @@ const Sensor& TemperatureModel::sensor_with(std::int32_t id) const {
 std::int32_t TemperatureModel::add(Registration registration) {
     if (registrations_.size() >= max_registrations ||
         last_id_ == std::numeric_limits<std::int32_t>::max())
-        throw std::length_error("too many registrations");
+        throw CapacityError("TooManyRegistrations", max_registrations, "registrations");
     const std::int32_t id = ++last_id_;
     registrations_.emplace(id, std::move(registration));
     return id;

@@ -102,7 +102,7 @@ class TemperatureModel {
 
     /// Both give a positive id that no other registration of this camera's run ever had, whatever
     /// restarts came between: a late signal can then not be taken for one of a new registration.
-    /// @throws std::out_of_range when no sensor has that id, std::length_error when full.
+    /// @throws std::out_of_range when no sensor has that id, CapacityError when full.
     std::int32_t register_change(std::string owner, std::int32_t sensor_id, double delta);
     /// The flag says that the temperature is beyond the limit already.
     std::pair<std::int32_t, bool> register_limit(std::string owner, std::int32_t sensor_id,

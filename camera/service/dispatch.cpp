@@ -1,4 +1,4 @@
-// What a service does with the messages that come: event log, faults, refusals.
+// How a service answers calls: event log, fault rules, errors.
 #include <fmt/core.h>
 
 #include <cerrno>
@@ -32,9 +32,9 @@ int Service::on_message(sd_bus_message& message) {
     check(sd_bus_message_get_type(&message, &type), "sd_bus_message_get_type");
     if (type != SD_BUS_MESSAGE_METHOD_CALL)
         return 0;
-    if (const ServedObject* object = object_of_property_call(message, objects()))
+    if (const ServedObject* object = object_of_property_call(message, objects_))
         return on_property_call(message, *object);
-    // sd-bus serves introspection and peers by itself; they are no news.
+    // sd-bus serves introspection and peers by itself, and nobody wants them in the log.
     if (text_or_empty(sd_bus_message_get_interface(&message)).starts_with("org.freedesktop.DBus."))
         return 0;
     return on_call(message);
@@ -45,13 +45,11 @@ void Service::begin_call(sd_bus_message& call) {
                             text_or_empty(sd_bus_message_get_sender(&call))};
     context_.event_log.call(record);
     context_.called(record);
-    fault_ = {};
-    malformed_reply_.reset();
-    afterwards_ = nullptr;
+    current_ = {};
 }
 
-int Service::refuse(sd_bus_message& call, const DBusError& refusal) {
-    send_reply(call, new_error(call, refusal.name(), refusal.what()), {});
+int Service::refuse(sd_bus_message& call, const DBusError& error) {
+    send_reply(call, new_error(call, error.name(), error.what()), {});
     return 1;
 }
 
@@ -69,7 +67,7 @@ int Service::on_call(sd_bus_message& call) {
             return with_wrong_body(common::new_reply(call),
                                    text_or_empty(method->x.method.result).c_str());
         },
-        [&] { return hand_on(call, *method); });
+        [&] { return dispatch(call, *method); });
 }
 
 int Service::on_property_call(sd_bus_message& call, const ServedObject& object) {
@@ -104,7 +102,7 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
         });
         return reply;
     };
-    // Not left to sd-bus, whose answer could be neither late nor told.
+    // sd-bus would answer by itself, neither late nor logged.
     const auto right_reply = [&] {
         MessagePtr reply = common::new_reply(call);
         append_reply(*reply, asked, right);
@@ -116,28 +114,30 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
 
 int Service::with_fault(sd_bus_message& call, Fault fault, const MakeMessage& wrong,
                         const std::function<int()>& serve) {
-    fault_ = std::move(fault);
-    switch (fault_.effect) {
+    current_.fault = std::move(fault);
+    switch (current_.fault.effect) {
         case FaultEffect::none:
             return serve();
         case FaultEffect::malformed:
-            // Made here: once the vtable is in play, sd-bus sends no reply of another signature.
-            malformed_reply_ = wrong();
+            // Made ahead: within a method of the vtable sd-bus refuses a reply of another
+            // signature.
+            current_.malformed_reply = wrong();
             return serve();
         case FaultEffect::error:
-            send_reply(call, new_error(call, fault_.error_name, "A fault rule answers this call."),
-                       fault_.delay);
+            send_reply(
+                call, new_error(call, current_.fault.error_name, "A fault rule answers this call."),
+                current_.fault.delay);
             return 1;
         case FaultEffect::silent:
             return 1;
         case FaultEffect::drop:
-            drop(fault_.delay);
+            drop(current_.fault.delay);
             return 1;
     }
     return 0;
 }
 
-int Service::hand_on(sd_bus_message& call, const sd_bus_vtable& method) {
+int Service::dispatch(sd_bus_message& call, const sd_bus_vtable& method) {
     // sd-bus finds the method of the vtable by itself, unless the call leaves the interface out.
     if (sd_bus_message_get_interface(&call) != nullptr)
         return 0;
@@ -150,7 +150,7 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
     const std::string member = text_or_empty(sd_bus_message_get_member(&call));
     const ServedObject* served = nullptr;
     bool path_known = false;
-    for (const ServedObject& object : objects()) {
+    for (const ServedObject& object : objects_) {
         path_known = path_known || path == object.names.path;
         // A call may leave the interface out.
         if (path == object.names.path && (interface.empty() || interface == object.names.interface))
@@ -178,17 +178,20 @@ const sd_bus_vtable& Service::method_for(sd_bus_message& call) const {
 
 int Service::answer(sd_bus_message& call, const std::function<MessagePtr()>& method) noexcept {
     try {
-        const Fault fault = std::exchange(fault_, {});
+        const Fault fault = std::exchange(current_.fault, {});
         MessagePtr reply;
         try {
             reply = method();
         } catch (const DBusError& refusal) {
             reply = new_error(call, refusal.name(), refusal.what());
+        } catch (const CapacityError& full) {
+            const DBusError refusal = error(full.name(), full.what());
+            reply = new_error(call, refusal.name(), refusal.what());
         }
-        if (malformed_reply_)
-            reply = std::move(malformed_reply_);
+        if (current_.malformed_reply)
+            reply = std::move(current_.malformed_reply);
         send_reply(call, std::move(reply), fault.delay);
-        do_afterwards();
+        run_afterwards();
         return 1;
     } catch (const std::system_error& error) {
         return -error.code().value();  // sd-bus answers with that error

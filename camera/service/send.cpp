@@ -1,4 +1,4 @@
-// What a service sends: replies, signals, calls, and how faults spoil or delay them.
+// How a service sends replies, signals and calls, and how fault rules spoil or delay them.
 #include <cerrno>
 
 #include "camera/bus/message_json.hpp"
@@ -27,7 +27,7 @@ MessagePtr Service::new_call(const BusObject& to, const char* member) const {
     check(sd_bus_message_new_method_call(&connection_->bus(), common::out(call), to.name, to.path,
                                          to.interface, member),
           "sd_bus_message_new_method_call");
-    // A name that some client has given us must not make the daemon start programs.
+    // A client has chosen the name, which must not make the daemon start programs.
     check(sd_bus_message_set_auto_start(call.get(), 0), "sd_bus_message_set_auto_start");
     return call;
 }
@@ -45,12 +45,13 @@ void Service::send_reply(sd_bus_message& call, MessagePtr reply, std::chrono::mi
                   sd_bus_message& late) { send_now(late, member); });
 }
 
-bool Service::send_unasked(MessagePtr message, const MakeMessage& wrong, const SendMessage& send) {
+bool Service::send_with_fault(MessagePtr message, const MakeMessage& wrong,
+                              const SendMessage& send) {
     const Fault fault =
         context_.faults.take(name_, sd_bus_message_get_member(message.get())).value_or(Fault{});
     switch (fault.effect) {
         case FaultEffect::none:
-        case FaultEffect::error:  // refused for what is not answered when the rule is made
+        case FaultEffect::error:  // no rule for a signal or an outgoing call has it
             break;
         case FaultEffect::malformed:
             message = wrong();
@@ -67,15 +68,16 @@ bool Service::send_unasked(MessagePtr message, const MakeMessage& wrong, const S
 
 void Service::send_signal(MessagePtr signal, const MakeMessage& wrong) {
     const std::string member = text_or_empty(sd_bus_message_get_member(signal.get()));
-    (void)send_unasked(std::move(signal), wrong,
-                       [this, member](sd_bus_message& message) { send_now(message, member); });
+    (void)send_with_fault(std::move(signal), wrong,
+                          [this, member](sd_bus_message& message) { send_now(message, member); });
 }
 
 void Service::send_call(const std::string& about, MessagePtr call, const MakeMessage& wrong) {
     const std::weak_ptr<OutgoingCalls::Call> handle = outgoing_.add(about, *call);
-    const bool sent = send_unasked(std::move(call), wrong, [this, handle](sd_bus_message& message) {
-        outgoing_.send(connection_->bus(), handle, message);
-    });
+    const bool sent =
+        send_with_fault(std::move(call), wrong, [this, handle](sd_bus_message& message) {
+            outgoing_.send(connection_->bus(), handle, message);
+        });
     if (!sent)
         outgoing_.forget(handle);
 }
@@ -83,7 +85,7 @@ void Service::send_call(const std::string& about, MessagePtr call, const MakeMes
 void Service::emit_changed(const BusObject& object, const char* property) {
     if (!is_up())
         return;
-    for (const ServedObject& served : objects()) {
+    for (const ServedObject& served : objects_) {
         const sd_bus_vtable* entry = find_property(served, property);
         if (entry == nullptr || std::string_view(served.names.interface) != object.interface)
             continue;
@@ -112,12 +114,12 @@ void Service::send_late(std::chrono::milliseconds delay, MessagePtr message, Sen
 
 void Service::send_now(sd_bus_message& message, const std::string& member) {
     const int r = sd_bus_send(&connection_->bus(), &message, nullptr);
-    // A connection that has just been lost is told of elsewhere.
+    // Connection reports the loss.
     if (r == -ENOTCONN || r == -ECONNRESET)
         return;
     check(r, "sd_bus_send");
 
-    // Sending has sealed the message, so that it can be read like a received one.
+    // Sending has sealed the message: it can be read like a received one.
     const common::Json body = body_json(message);
     const std::string receiver = text_or_empty(sd_bus_message_get_destination(&message));
     if (sd_bus_message_is_method_error(&message, nullptr) > 0) {
@@ -132,8 +134,8 @@ void Service::send_now(sd_bus_message& message, const std::string& member) {
 }
 
 void Service::drop(std::chrono::milliseconds delay) {
-    // From the loop, ahead of everything else: a connection cannot be closed in its own callback,
-    // and nothing else may be answered in between.
+    // From the loop, because a connection cannot be closed in its own callback; ahead of everything
+    // else, because nothing may be answered in between.
     timers_.once(
         delay, [this] { context_.drop(name_); }, SD_EVENT_PRIORITY_IMPORTANT);
 }

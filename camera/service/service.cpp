@@ -1,16 +1,19 @@
 #include "camera/service/service.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cerrno>
 
 #include "common/bus/out.hpp"
 
 namespace camera {
 
-Service::Service(std::string name, ServiceContext& surroundings)
+Service::Service(std::string name, ServiceContext& context)
     : name_(std::move(name)),
-      context_(surroundings),
-      timers_(surroundings.event),
-      outgoing_(name_, surroundings.event_log) {}
+      context_(context),
+      timers_(context.event),
+      outgoing_(name_, context.event_log) {}
 
 void Service::bring_up(const std::string& address) {
     if (is_up())
@@ -21,14 +24,7 @@ void Service::bring_up(const std::string& address) {
     common::check(sd_bus_add_filter(bus, common::out(slots.emplace_back()),
                                     common::callback<&Service::on_message>, this),
                   "sd_bus_add_filter");
-    // arg2, the new owner, is empty when a name goes for good: clients that leave, nothing else.
-    common::check(sd_bus_add_match(bus, common::out(slots.emplace_back()),
-                                   "type='signal',sender='org.freedesktop.DBus',"
-                                   "path='/org/freedesktop/DBus',interface='org.freedesktop.DBus',"
-                                   "member='NameOwnerChanged',arg2=''",
-                                   common::callback<&Service::on_client_left>, this),
-                  "sd_bus_add_match");
-    for (const ServedObject& object : objects()) {
+    for (const ServedObject& object : objects_) {
         common::check(
             sd_bus_add_object_vtable(bus, common::out(slots.emplace_back()), object.names.path,
                                      object.names.interface, object.vtable, this),
@@ -47,6 +43,7 @@ void Service::take_down(const std::string& why) {
         return;
     timers_.clear();
     outgoing_.clear();
+    clients_.clear();
     slots_.clear();
     connection_.reset();
     forget();
@@ -59,7 +56,7 @@ std::string Service::unique_name() const {
 
 std::vector<std::string> Service::bus_names() const {
     std::vector<std::string> names;
-    for (const ServedObject& object : objects()) {
+    for (const ServedObject& object : objects_) {
         if (std::ranges::find(names, object.names.name) == names.end())
             names.emplace_back(object.names.name);
     }
@@ -68,40 +65,57 @@ std::vector<std::string> Service::bus_names() const {
 
 Members Service::members() const {
     Members members;
-    for (const ServedObject& object : objects()) {
+    for (const ServedObject& object : objects_) {
         for (auto& member : members_of(object))
             members.push_back(std::move(member));
     }
-    for (const std::string& call : outgoing_calls())
-        members.emplace_back(call, MemberKind::outgoing_call);
+    for (const std::string& member : outgoing_members_)
+        members.emplace_back(member, MemberKind::outgoing_call);
     return members;
 }
 
-bool Service::claims(const std::string& value) const {
-    return std::ranges::any_of(values(), [&](const Value& each) { return each.name == value; });
-}
-
-common::Json Service::value(const std::string& name) const {
-    const std::vector<Value> all = values();
+std::optional<Value> Service::find_value(const std::string& name) {
+    std::vector<Value> all = values();
     const auto it = std::ranges::find(all, name, &Value::name);
-    if (it == all.end())
-        throw CommandError("there is no value '" + name + "'");
-    return it->value;
+    return it == all.end() ? std::nullopt : std::optional(std::move(*it));
 }
 
-void Service::do_afterwards() {
-    if (const auto what = std::exchange(afterwards_, nullptr))
-        what();
+DBusError Service::error(const char* name, const std::string& sentence) const {
+    return {fmt::format("{}.Error.{}", objects_.front().names.interface, name), sentence};
 }
 
-int Service::on_client_left(sd_bus_message& message) {
-    const char* client = nullptr;
-    common::check(sd_bus_message_read(&message, "s", &client), "sd_bus_message_read");
-    afterwards_ = nullptr;
-    if (const std::size_t count = client_left(client); count > 0)
-        context_.event_log.registrations_dropped(name_, client, count);
-    do_afterwards();
-    return 0;
+void Service::follow_sender(sd_bus_message& call) {
+    const std::string name = sd_bus_message_get_sender(&call);
+    const auto [it, is_new] = clients_.try_emplace(name, Client{this, name});
+    if (!is_new)
+        return;
+    Client& client = it->second;
+    common::check(sd_bus_track_new(&connection_->bus(), common::out(client.track),
+                                   common::callback<&Client::on_left>, &client),
+                  "sd_bus_track_new");
+    const int r = sd_bus_track_add_sender(client.track.get(), &call);
+    if (r == -ENXIO)
+        return;  // the sender has left already, and a tracker of no name calls back at once
+    if (r < 0)
+        clients_.erase(it);
+    common::check(r, "sd_bus_track_add_sender");
+}
+
+void Service::client_left(const Client& client) {
+    // A lost connection reports that all clients have left.
+    if (sd_bus_is_open(&connection_->bus()) <= 0)
+        return;
+    const std::string name = client.unique_name;
+    clients_.erase(name);
+    current_ = {};
+    if (const std::size_t count = drop_client(name); count > 0)
+        context_.event_log.registrations_dropped(name_, name, count);
+    run_afterwards();
+}
+
+void Service::run_afterwards() {
+    if (const auto action = std::exchange(current_.afterwards, nullptr))
+        action();
 }
 
 }  // namespace camera

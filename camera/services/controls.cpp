@@ -1,9 +1,7 @@
-#include "camera/services/controls.hpp"
+#include <fmt/format.h>
 
-#include <fmt/core.h>
-
-#include <stdexcept>
-
+#include "camera/models/feature_store.hpp"
+#include "camera/services/services.hpp"
 #include "common/text/suggestion.hpp"
 
 namespace camera {
@@ -13,30 +11,56 @@ using common::check;
 using common::Json;
 using common::MessagePtr;
 
-/// A language's tag ends up in lines that people read.
+/// The tag appears in lines that people read.
 constexpr std::size_t max_tag_bytes = 255;
 
-std::string wdr_value(int channel) {
-    return fmt::format("wdr.{}", channel);
-}
-
-DBusError refusal(const char* name, const std::string& sentence) {
-    return {std::string("com.tarlo.Onscreencontrols1.Error.") + name, sentence};
-}
-
-std::string in_words(const AddedFeature& added) {
-    std::string buttons;
+std::string summary_of(const AddedFeature& added) {
+    std::vector<std::string> buttons;
     for (const Button& button : added.feature.buttons)
-        buttons.append(buttons.empty() ? "" : ", ").append(button.name);
+        buttons.push_back(button.name);
     return fmt::format("{} in {} ({}), buttons: {}", added.feature.nice_name, added.language,
-                       added.language_name, buttons.empty() ? "none" : buttons);
+                       added.language_name,
+                       buttons.empty() ? "none" : fmt::to_string(fmt::join(buttons, ", ")));
 }
 
 std::string request_text(const ButtonRequest& request) {
     return fmt::format("{} {}", request.type, request.url);
 }
 
-}  // namespace
+class ControlsService final : public ButtonService {
+  public:
+    ControlsService(ParameterStore& parameters, int channels, ServiceContext& context)
+        : ButtonService("controls", context), parameters_(parameters), channels_(channels) {
+        serve_object(onscreen_controls, vtable_);
+    }
+
+    void press(const std::string& button) override;
+
+    [[nodiscard]] std::vector<Value> values() override;
+
+    [[nodiscard]] Json registrations() const override;
+
+  protected:
+    void forget() override { features_.drop_all(); }
+
+  private:
+    static const sd_bus_vtable vtable_[];
+
+    MessagePtr add_features(sd_bus_message& call, const std::string& language,
+                            const std::string& language_name, const std::string& document);
+    MessagePtr list_added_features(sd_bus_message& call);
+    MessagePtr remove_features(sd_bus_message& call, const std::string& id,
+                               const std::string& language);
+
+    /// @throws CommandError with the nearest name where there is no such button.
+    [[nodiscard]] const Button& button_named(const std::string& name) const;
+    /// Logs the values that a parameter is.
+    void log_update(const ParameterUpdate& update);
+
+    ParameterStore& parameters_;
+    int channels_;
+    FeatureStore features_;
+};
 
 const sd_bus_vtable ControlsService::vtable_[] = {
     SD_BUS_VTABLE_START(0),
@@ -53,31 +77,20 @@ const sd_bus_vtable ControlsService::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-std::span<const ServedObject> ControlsService::objects() const {
-    static const ServedObject object[] = {{onscreen_controls, vtable_}};
-    return object;
-}
+// Options are not read: none is known, and an unknown one changes nothing.
 
-MessagePtr ControlsService::add_features(sd_bus_message& call) {
-    const char* language = nullptr;
-    const char* language_name = nullptr;
-    const char* document = nullptr;
-    // No option is known, and an unknown one changes nothing.
-    check(sd_bus_message_read(&call, "sss", &language, &language_name, &document),
-          "sd_bus_message_read");
-    const std::string tag = language;
-    if (tag.empty() || tag.size() > max_tag_bytes)
-        throw refusal("InvalidLanguage",
-                      fmt::format("A language's tag must have 1 to {} bytes, not {}.",
-                                  max_tag_bytes, tag.size()));
+MessagePtr ControlsService::add_features(sd_bus_message& call, const std::string& language,
+                                         const std::string& language_name,
+                                         const std::string& document) {
+    if (language.empty() || language.size() > max_tag_bytes)
+        throw error("InvalidLanguage",
+                    fmt::format("A language's tag must have 1 to {} bytes, not {}.", max_tag_bytes,
+                                language.size()));
     try {
-        features_.add(
-            {read_feature(document), tag, language_name, sd_bus_message_get_sender(&call)});
+        features_.add({feature_from_document(document), language, language_name,
+                       sd_bus_message_get_sender(&call)});
     } catch (const BadDocument& bad) {
-        throw refusal("InvalidDocument", bad.what());
-    } catch (const std::length_error&) {
-        throw refusal("TooManyFeatures",
-                      fmt::format("At most {} features are accepted.", FeatureStore::max_features));
+        throw error("InvalidDocument", bad.what());
     }
     return reply(call, "");
 }
@@ -99,13 +112,11 @@ MessagePtr ControlsService::list_added_features(sd_bus_message& call) {
     return list;
 }
 
-MessagePtr ControlsService::remove_features(sd_bus_message& call) {
-    const char* id = nullptr;
-    const char* language = nullptr;
-    check(sd_bus_message_read(&call, "ss", &id, &language), "sd_bus_message_read");
+MessagePtr ControlsService::remove_features(sd_bus_message& call, const std::string& id,
+                                            const std::string& language) {
     if (!features_.remove(id, language))
-        throw refusal("UnknownFeature",
-                      fmt::format("Unknown feature '{}' in the language '{}'.", id, language));
+        throw error("UnknownFeature",
+                    fmt::format("Unknown feature '{}' in the language '{}'.", id, language));
     return reply(call, "");
 }
 
@@ -123,48 +134,39 @@ void ControlsService::press(const std::string& button) {
     std::vector<ParameterUpdate> updates;
     try {
         updates = parameters_.request(request.type, request.url);
-    } catch (const CommandError& no) {
+    } catch (const CommandError& error) {
         throw CommandError(
-            fmt::format("the request of the button '{}' fails: {}", button, no.sentence()),
-            no.help());
+            fmt::format("the request of the button '{}' fails: {}", button, error.sentence()),
+            error.help());
     }
     event_log().pressed(name(), button, request_text(request));
     for (const ParameterUpdate& update : updates)
-        tell(update);
+        log_update(update);
 }
 
-void ControlsService::tell(const ParameterUpdate& update) {
+void ControlsService::log_update(const ParameterUpdate& update) {
     for (int channel = 0; channel < channels_; ++channel) {
         if (update.first == wdr_parameter(channel))
-            event_log().value_set(name(), wdr_value(channel), update.second,
+            event_log().value_set(name(), fmt::format("wdr.{}", channel), update.second,
                                   fmt::format("WDR of channel {} is {}", channel, update.second));
     }
 }
 
-std::vector<Value> ControlsService::values() const {
+std::vector<Value> ControlsService::values() {
     std::vector<Value> values;
-    for (int channel = 0; channel < channels_; ++channel)
-        values.push_back({wdr_value(channel), parameters_.by_name(wdr_parameter(channel)).value});
-    return values;
-}
-
-std::string ControlsService::parameter_of(const std::string& value) const {
     for (int channel = 0; channel < channels_; ++channel) {
-        if (value == wdr_value(channel))
-            return wdr_parameter(channel);
+        const std::string parameter = wdr_parameter(channel);
+        values.push_back({fmt::format("wdr.{}", channel), parameters_.by_name(parameter).value,
+                          [this, parameter](const std::string& text) {
+                              parameters_.check(parameter, text);
+                              return Json(text);
+                          },
+                          [this, parameter](const std::string& text) {
+                              parameters_.set(parameter, text);
+                              log_update({parameter, text});
+                          }});
     }
-    throw CommandError(fmt::format("unknown value '{}'", value));
-}
-
-Json ControlsService::parse_value(const std::string& name, const std::string& text) const {
-    parameters_.check(parameter_of(name), text);
-    return text;
-}
-
-void ControlsService::set_value(const std::string& name, const std::string& text) {
-    const std::string parameter = parameter_of(name);
-    parameters_.set(parameter, text);
-    tell({parameter, text});
+    return values;
 }
 
 Json ControlsService::registrations() const {
@@ -177,13 +179,20 @@ Json ControlsService::registrations() const {
                                {"request", request_text(button.request)}});
         list.push_back({{"id", added.feature.name},
                         {"client", added.client},
-                        {"what", in_words(added)},
+                        {"what", summary_of(added)},
                         {"nice_name", added.feature.nice_name},
                         {"language", added.language},
                         {"language_name", added.language_name},
                         {"buttons", std::move(buttons)}});
     }
     return list;
+}
+
+}  // namespace
+
+std::unique_ptr<ButtonService> make_controls_service(ParameterStore& parameters, int channels,
+                                                     ServiceContext& context) {
+    return std::make_unique<ControlsService>(parameters, channels, context);
 }
 
 }  // namespace camera

@@ -1,6 +1,8 @@
-#include "camera/services/init.hpp"
-
 #include <fmt/core.h>
+
+#include <utility>
+
+#include "camera/services/services.hpp"
 
 namespace camera {
 namespace {
@@ -8,7 +10,44 @@ namespace {
 constexpr const char* unit_value = "unit";
 constexpr const char* unit_name = "video-ready.service";
 
-}  // namespace
+common::Json parse_state(const std::string& text) {
+    // D-Bus strings end at the first zero byte.
+    if (text.find('\0') != std::string::npos)
+        throw CommandError("the state of a unit must not contain a zero byte");
+    return text;
+}
+
+class InitService final : public Service {
+  public:
+    InitService(std::string state, ServiceContext& context)
+        : Service("init", context), state_(std::move(state)) {
+        serve_object(init_manager, vtable_);
+    }
+
+    [[nodiscard]] bool belongs_to_machine() const override { return true; }
+
+    [[nodiscard]] std::vector<Value> values() override {
+        return {{unit_value, state_, parse_state, [this](const std::string& state) {
+                     state_ = state;
+                     event_log().value_set(
+                         name(), unit_value, state_,
+                         fmt::format("{} is {}", unit_name, common::json_line(state_)));
+                 }}};
+    }
+
+  private:
+    static const sd_bus_vtable vtable_[];
+
+    common::MessagePtr get_unit_file_state(sd_bus_message& call, const std::string& unit) {
+        // systemd answers with this error, which is that of a missing file.
+        if (unit != unit_name)
+            throw DBusError(SD_BUS_ERROR_FILE_NOT_FOUND,
+                            fmt::format("Unknown unit file '{}'.", unit));
+        return reply(call, "s", state_.c_str());
+    }
+
+    std::string state_;
+};
 
 const sd_bus_vtable InitService::vtable_[] = {
     SD_BUS_VTABLE_START(0),
@@ -17,35 +56,10 @@ const sd_bus_vtable InitService::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-std::span<const ServedObject> InitService::objects() const {
-    static const ServedObject object[] = {{init_manager, vtable_}};
-    return object;
-}
+}  // namespace
 
-common::MessagePtr InitService::get_unit_file_state(sd_bus_message& call) {
-    const char* unit = nullptr;
-    common::check(sd_bus_message_read(&call, "s", &unit), "sd_bus_message_read");
-    // The error that systemd answers with, which is that of the missing file.
-    if (std::string(unit) != unit_name)
-        throw DBusError(SD_BUS_ERROR_FILE_NOT_FOUND, fmt::format("Unknown unit file '{}'.", unit));
-    return reply(call, "s", unit_.c_str());
-}
-
-std::vector<Value> InitService::values() const {
-    return {{unit_value, unit_}};
-}
-
-common::Json InitService::parse_value(const std::string& /*name*/, const std::string& text) const {
-    // D-Bus strings end at the first zero byte.
-    if (text.find('\0') != std::string::npos)
-        throw CommandError("the state of a unit must not contain a zero byte");
-    return text;
-}
-
-void InitService::set_value(const std::string& name, const std::string& text) {
-    unit_ = parse_value(name, text).get<std::string>();
-    event_log().value_set(this->name(), name, unit_,
-                          fmt::format("{} is {}", unit_name, common::json_line(unit_)));
+std::unique_ptr<Service> make_init_service(std::string unit, ServiceContext& context) {
+    return std::make_unique<InitService>(std::move(unit), context);
 }
 
 }  // namespace camera

@@ -1,35 +1,98 @@
-#include "camera/services/overlay.hpp"
+#include "camera/models/overlay.hpp"
 
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <stdexcept>
 
+#include "camera/services/services.hpp"
 #include "common/text/diagnostics.hpp"
 
 namespace camera {
 namespace {
 
-using common::check;
 using common::Json;
 using common::MessagePtr;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* text_value = "overlay.text";
 /// More does not fit on a picture.
 constexpr std::size_t max_text_bytes = 1024;
 
-DBusError refusal(const char* name, const std::string& sentence) {
-    return {std::string("com.tarlo.PrioritizedTextOverlay.Error.") + name, sentence};
-}
-
-std::string in_words(const OverlayText& text, bool shown) {
+std::string summary_of(const OverlayText& text, bool shown) {
     return fmt::format("{} {}, {}", common::json_line(text.text), shown ? "is shown" : "waits",
                        text.duration == 0 ? "until it is unset"
                                           : "set for " + common::counted(text.duration, "second"));
 }
 
-}  // namespace
+class OverlayService final : public Service {
+  public:
+    explicit OverlayService(ServiceContext& context)
+        : Service("overlay", context), expiry_(context.event) {
+        serve_object(text_overlay, vtable_);
+    }
+
+    [[nodiscard]] std::vector<Value> values() override {
+        return {{"overlay.text", model_.shown(), [](const std::string& text) { return Json(text); },
+                 nullptr, "it shows the text that clients set"}};
+    }
+
+    [[nodiscard]] Json registrations() const override {
+        Json list = Json::array();
+        for (const OverlayText& text : model_.texts()) {
+            const bool shown = list.empty();
+            list.push_back({{"id", list.size() + 1},
+                            {"client", text.client},
+                            {"what", summary_of(text, shown)},
+                            {"text", text.text},
+                            {"duration", text.duration},
+                            {"shown", shown}});
+        }
+        return list;
+    }
+
+  protected:
+    void forget() override {
+        model_.drop_all();
+        texts_changed();
+    }
+
+  private:
+    static const sd_bus_vtable vtable_[];
+
+    MessagePtr set(sd_bus_message& call, const std::string& text, std::uint32_t duration) {
+        if (text.empty() || text.size() > max_text_bytes)
+            throw error("InvalidText", fmt::format("A text must have 1 to {} bytes, not {}.",
+                                                   max_text_bytes, text.size()));
+        model_.set(text, sd_bus_message_get_sender(&call), duration, Clock::now());
+        texts_changed();
+        return reply(call, "");
+    }
+
+    MessagePtr unset(sd_bus_message& call, const std::string& text) {
+        if (!model_.unset(text))
+            throw error("UnknownText", fmt::format("The text '{}' is not set.", text));
+        texts_changed();
+        return reply(call, "");
+    }
+
+    /// Waits for the next text to expire, and reports that values have changed.
+    void texts_changed() {
+        expiry_.clear();
+        if (const auto end = model_.next_end())
+            expiry_.once(std::max(std::chrono::ceil<std::chrono::microseconds>(*end - Clock::now()),
+                                  std::chrono::microseconds(0)),
+                         [this] { expire(); });
+        values_changed();
+    }
+
+    void expire() {
+        for (const std::string& text : model_.expire(Clock::now()))
+            event_log().text_expired(name(), text);
+        texts_changed();
+    }
+
+    OverlayModel model_;
+    Timers expiry_;
+};
 
 const sd_bus_vtable OverlayService::vtable_[] = {
     SD_BUS_VTABLE_START(0),
@@ -40,86 +103,10 @@ const sd_bus_vtable OverlayService::vtable_[] = {
     SD_BUS_VTABLE_END,
 };
 
-std::span<const ServedObject> OverlayService::objects() const {
-    static const ServedObject object[] = {{text_overlay, vtable_}};
-    return object;
-}
+}  // namespace
 
-MessagePtr OverlayService::set(sd_bus_message& call) {
-    const char* text = nullptr;
-    std::uint32_t duration = 0;
-    check(sd_bus_message_read(&call, "su", &text, &duration), "sd_bus_message_read");
-    const std::string wanted = text;
-    if (wanted.empty() || wanted.size() > max_text_bytes)
-        throw refusal("InvalidText", fmt::format("A text must have 1 to {} bytes, not {}.",
-                                                 max_text_bytes, wanted.size()));
-    try {
-        model_.set(wanted, sd_bus_message_get_sender(&call), duration, Clock::now());
-    } catch (const std::length_error&) {
-        throw refusal("TooManyTexts",
-                      fmt::format("At most {} texts are accepted.", OverlayModel::max_texts));
-    }
-    changed();
-    return reply(call, "");
-}
-
-MessagePtr OverlayService::unset(sd_bus_message& call) {
-    const char* text = nullptr;
-    check(sd_bus_message_read(&call, "s", &text), "sd_bus_message_read");
-    if (!model_.unset(text))
-        throw refusal("UnknownText", fmt::format("The text '{}' is not set.", text));
-    changed();
-    return reply(call, "");
-}
-
-void OverlayService::changed() {
-    alarm_.clear();
-    if (const auto end = model_.next_end())
-        alarm_.once(std::max(std::chrono::ceil<std::chrono::microseconds>(*end - Clock::now()),
-                             std::chrono::microseconds(0)),
-                    [this] { end_of_time(); });
-    values_changed();
-}
-
-void OverlayService::end_of_time() {
-    for (const std::string& text : model_.expire(Clock::now()))
-        event_log().text_expired(name(), text);
-    changed();
-}
-
-void OverlayService::forget() {
-    model_.drop_all();
-    changed();
-}
-
-std::vector<Value> OverlayService::values() const {
-    return {{text_value, model_.shown()}};
-}
-
-Json OverlayService::parse_value(const std::string& /*name*/, const std::string& text) const {
-    return text;
-}
-
-void OverlayService::check_settable(const std::string& name) const {
-    throw CommandError(fmt::format("'{}' cannot be set: it shows the text that clients set", name));
-}
-
-void OverlayService::set_value(const std::string& name, const std::string& /*text*/) {
-    check_settable(name);
-}
-
-Json OverlayService::registrations() const {
-    Json list = Json::array();
-    for (const OverlayText& text : model_.texts()) {
-        const bool shown = list.empty();
-        list.push_back({{"id", list.size() + 1},
-                        {"client", text.client},
-                        {"what", in_words(text, shown)},
-                        {"text", text.text},
-                        {"duration", text.duration},
-                        {"shown", shown}});
-    }
-    return list;
+std::unique_ptr<Service> make_overlay_service(ServiceContext& context) {
+    return std::make_unique<OverlayService>(context);
 }
 
 }  // namespace camera

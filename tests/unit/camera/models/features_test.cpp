@@ -22,7 +22,7 @@ json document() {
 
 std::string mistake(const std::string& text) {
     try {
-        (void)read_feature(text);
+        (void)feature_from_document(text);
     } catch (const BadDocument& bad) {
         return bad.what();
     }
@@ -44,7 +44,7 @@ std::string without(const std::string& pointer, const std::string& key) {
 }
 
 TEST(FeatureDocument, HasAnIdAndItsButtonsWithTheirRequests) {
-    const Feature feature = read_feature(document().dump());
+    const Feature feature = feature_from_document(document().dump());
     EXPECT_EQ(feature.name, "WDR1");
     EXPECT_EQ(feature.nice_name, "WDR 1");
     ASSERT_EQ(feature.buttons.size(), 2U);
