@@ -23,10 +23,9 @@
 #include "camera/camera/control.hpp"
 #include "camera/cli/bus_choice.hpp"
 #include "camera/cli/commands.hpp"
-#include "camera/process/children.hpp"
+#include "camera/process/child.hpp"
 #include "camera/process/keeper.hpp"
 #include "camera/process/reaper.hpp"
-#include "camera/process/stop_signals.hpp"
 #include "camera/scenario/player.hpp"
 #include "camera/scenario/reader.hpp"
 #include "camera/service/event_log.hpp"
@@ -245,7 +244,7 @@ class Session {
         code_ = code;
         sentence_ = sentence;
         // The programs still find the bus and the services while they stop.
-        reaper_->ask_to_end();
+        reaper_->end_children();
         if (!reaper_->any())
             sd_event_exit(event_.get(), 0);
     }

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <csignal>
 #include <system_error>
 #include <utility>
@@ -47,6 +48,16 @@ Child::~Child() {
     reaper_.forget(pid_);
     kill(-pid_, SIGKILL);
     common::wait_for(pid_);
+}
+
+void Children::start(const std::vector<std::string>& command, const std::string& bus_address) {
+    children_.push_back(std::make_unique<Child>(
+        reaper_, command, bus_address,
+        [this, program = command.front()](int status) { ended_(program, status); }));
+}
+
+bool Children::running() const {
+    return std::ranges::any_of(children_, [](const auto& child) { return child->running(); });
 }
 
 }  // namespace camera

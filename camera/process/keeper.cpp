@@ -15,7 +15,6 @@
 #include <system_error>
 #include <utility>
 
-#include "camera/process/stop_signals.hpp"
 #include "common/process/process_tree.hpp"
 
 namespace camera {
@@ -29,7 +28,7 @@ int check(int r, const char* what) {
     return r;
 }
 
-/// Lets a blocked signal do what it does.
+/// Lets a blocked signal take effect.
 void take(int number) {
     const sigset_t set = set_of({number});
     raise(number);
@@ -38,6 +37,22 @@ void take(int number) {
 }
 
 }  // namespace
+
+std::vector<int> ending_signals() {
+    std::vector<int> signals = {SIGINT, SIGTERM};
+    struct sigaction hangup {};
+    if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN)
+        signals.push_back(SIGHUP);
+    return signals;
+}
+
+sigset_t set_of(const std::vector<int>& signals) noexcept {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : signals)
+        sigaddset(&set, number);
+    return set;
+}
 
 void Keeper::Link::notify(const std::string& state) const noexcept {
     (void)!send(socket_.get(), state.data(), state.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -48,7 +63,7 @@ std::optional<Keeper::Link> Keeper::fork_camera() {
     check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), "socketpair");
     Descriptor link(ends[0]);
     Descriptor cameras_link(ends[1]);
-    // Blocked before there are two of us, so that none is lost while the camera gets ready.
+    // Blocked before the fork, so that no signal is lost while the camera gets ready.
     sigset_t all = set_of(ending_signals());
     for (const int number : {SIGCHLD, SIGQUIT, SIGTSTP})
         sigaddset(&all, number);
@@ -57,20 +72,21 @@ std::optional<Keeper::Link> Keeper::fork_camera() {
     common::adopt_orphans();
     const pid_t keeper = getpid();
     const pid_t camera = check(fork(), "fork");
-    // In a group of its own what a terminal or a `kill` sends to ours does not reach it past us.
+    // In a group of its own, so that signals to the keeper's group reach it through the keeper
+    // only.
     setpgid(camera, camera);
     if (camera == 0) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         if (getppid() != keeper)
-            raise(SIGTERM);  // it ended before the line above
+            raise(SIGTERM);  // the keeper ended before the line above
         const sigset_t keepers = set_of({SIGQUIT, SIGTSTP});
         sigprocmask(SIG_UNBLOCK, &keepers, nullptr);
-        // That group is in the background of a terminal, which we write to all the same.
+        // That group is in the background of the terminal that the camera writes to.
         std::signal(SIGTTOU, SIG_IGN);
         return Link(std::move(cameras_link));
     }
     cameras_link.close();
-    // Whoever kills by the camera's name must not hit both.
+    // A kill by the camera's name must not hit both.
     prctl(PR_SET_NAME, "fenwa-keeper");
     keep(camera, signals.get(), link.get());
     return std::nullopt;
@@ -105,20 +121,26 @@ void Keeper::on_signal(pid_t camera, int number) {
             take(SIGTSTP);
             kill(camera, SIGCONT);
             return;
-        case SIGHUP:  // a terminal that closes sends it with others: no second wish
+        case SIGHUP:  // a terminal that closes sends it together with others: it counts for none
             kill(camera, number);
             return;
         case SIGINT:
         case SIGTERM:
-            if (!std::exchange(asked_, true)) {
-                kill(camera, number);
-                return;
-            }
-            break;
+            end_camera(camera, number);
+            return;
         default:
-            break;
+            end_by(number);
     }
-    end_by(number);
+}
+
+void Keeper::end_camera(pid_t camera, int number) {
+    switch (std::exchange(state_, State::ending)) {
+        case State::playing:
+            kill(camera, number);
+            return;
+        case State::ending:
+            end_by(number);
+    }
 }
 
 bool Keeper::reap(pid_t camera) {
@@ -139,7 +161,7 @@ bool Keeper::reap(pid_t camera) {
 void Keeper::end_by(int signal) {
     common::kill_children();
     tidy_up_();
-    // Where there is a core of the camera, ours would take its place.
+    // A core of the keeper would replace that of the camera.
     const rlimit none{};
     setrlimit(RLIMIT_CORE, &none);
     std::signal(signal, SIG_DFL);

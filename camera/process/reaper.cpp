@@ -1,5 +1,6 @@
 #include "camera/process/reaper.hpp"
 
+#include <fmt/core.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -7,6 +8,7 @@
 
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"
+#include "common/events/message.hpp"
 #include "common/process/process_tree.hpp"
 #include "common/process/program.hpp"
 
@@ -40,27 +42,34 @@ bool Reaper::any() const {
 std::set<pid_t> Reaper::others() const {
     const std::vector<pid_t> children = common::children_of_this_process();
     std::set<pid_t> others(children.begin(), children.end());
-    // Known without a list too, for which there may be no descriptor left.
+    // The list may lack them, where no descriptor is left to read it.
     for (const auto& [child, ended] : watched_)
         others.insert(child);
     others.erase(left_);
     return others;
 }
 
-void Reaper::ask_to_end() {
-    signal_ = SIGTERM;
-    signal_all();
-    timers_.once(kill_timeout, [this] {
-        signal_ = SIGKILL;
-        signalled_.clear();
-        signal_all();
-    });
+void Reaper::end_children() {
+    enter(State::terminating);
+    timers_.once(kill_timeout, [this] { enter(State::killing); });
 }
 
-void Reaper::signal_all() {
+void Reaper::enter(State state) {
+    state_ = state;
+    signalled_.clear();
+    if (state_ == State::killing && any())
+        common::print_message(common::Severity::warning,
+                              fmt::format("programs still run {} s after SIGTERM; killing them",
+                                          kill_timeout.count()));
+    signal_children();
+}
+
+void Reaper::signal_children() {
+    if (state_ == State::watching)
+        return;
     for (const pid_t child : others()) {
         if (signalled_.insert(child).second)
-            kill(child, signal_);
+            kill(child, state_ == State::killing ? SIGKILL : SIGTERM);
     }
 }
 
@@ -75,8 +84,7 @@ void Reaper::on_child_ended() {
         if (const auto watch = watched_.extract(child); !watch.empty())
             watch.mapped()(common::exit_code_of(status));
     }
-    if (signal_ != 0)
-        signal_all();
+    signal_children();
     if (any_reaped)
         reaped_();
 }

@@ -11,42 +11,50 @@
 
 namespace camera {
 
-/// Waits for the children of this process: programs that it has started, and what these leave
-/// running when they end, which is adopted. One for a process; all happens from the loop.
+/// Waits for the children of this process: programs that it has started, and processes that these
+/// leave behind, which this process adopts. One a process; everything runs on the loop.
 class Reaper {
   public:
-    /// `reaped` is called when one or more children have ended, after those who watch them were
-    /// told. SIGCHLD must be blocked.
+    /// SIGCHLD must be blocked.
+    /// @param reaped called when one or more children have ended, after the callbacks of `watch`.
     Reaper(sd_event& event, std::function<void()> reaped);
     Reaper(const Reaper&) = delete;
     Reaper& operator=(const Reaper&) = delete;
 
-    /// Calls `ended` once, when this child has ended, with its exit code (128 + N after signal N).
+    /// Watches a child. @param ended called once, with the exit code (128 + N after signal N).
     void watch(pid_t child, std::function<void(int status)> ended);
-    /// Does not call for it any more; whoever says so waits for it.
+    /// Stops watching a child; the caller waits for it.
     void forget(pid_t child) noexcept;
-    /// Leaves this child, 0 for none, to whoever has started it: neither waits for nor ends it.
+    /// Neither waits for this child nor ends it, because its starter does. @param child 0 for none.
     void leave(pid_t child) noexcept { left_ = child; }
 
-    /// Whether any child, started or adopted, is there besides the one that was left.
+    /// Whether there is any child, started or adopted, but the one that was left.
     [[nodiscard]] bool any() const;
 
-    /// SIGTERM to all children now, and to what these leave as soon as it is adopted; the same with
-    /// SIGKILL where any is still there 10 s later.
-    void ask_to_end();
+    /// Sends SIGTERM to all children, and to the processes that they leave behind; 10 s later
+    /// SIGKILL in the same way.
+    void end_children();
 
   private:
+    enum class State {
+        watching,
+        terminating,  ///< children get SIGTERM
+        killing,      ///< children get SIGKILL
+    };
+
     void on_child_ended();
-    /// Sends the signal to all that are there and have not had it.
-    void signal_all();
+    /// Changes the state, and sends its signal.
+    void enter(State state);
+    /// Sends the state's signal to each child that has not had it.
+    void signal_children();
     /// The children but the one that was left.
     [[nodiscard]] std::set<pid_t> others() const;
 
     std::function<void()> reaped_;
     std::map<pid_t, std::function<void(int)>> watched_;
     pid_t left_ = 0;
-    int signal_ = 0;  // that ends them; 0 as long as they are to live
-    std::set<pid_t> signalled_;
+    State state_ = State::watching;
+    std::set<pid_t> signalled_;  // since the state has changed
     Timers timers_;
     common::EventSourcePtr source_;
 };

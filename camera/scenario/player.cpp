@@ -11,11 +11,11 @@
 namespace camera {
 namespace {
 
-/// So many calls are kept for an expectation; older ones are forgotten.
+/// The calls that are kept for an expectation; older ones are dropped.
 constexpr std::size_t max_calls = 10000;
-/// So many are named when an expectation fails.
-constexpr std::size_t max_calls_told = 10;
-/// No program of a step may take longer.
+/// The calls that are listed when an expectation fails.
+constexpr std::size_t max_listed_calls = 10;
+/// The time that a program of a step may take.
 constexpr std::chrono::seconds program_timeout{30};
 
 std::string call_text(const CallRecord& call) {
@@ -48,9 +48,15 @@ ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, EventLo
               guarded([&] { camera_.set(name, common::Json(value).dump()); });
           },
           [this] { end_when_over(); }),
-      timers_(event),
-      deadline_(event) {
-    camera_.set_observers({[this](const CallRecord& call) { heard(call); }, [this] { look(); }});
+      timer_(event) {
+    camera_.set_observers(
+        {[this](const CallRecord& call) { on_call(call); }, [this] { check_expectation(); }});
+}
+
+void ScenarioPlayer::enter(State state) {
+    timer_.clear();
+    if (std::exchange(state_, state) == State::waiting && state == State::acting)
+        event_log_.step(step_ + 1, location());
 }
 
 void ScenarioPlayer::start() {
@@ -60,7 +66,8 @@ void ScenarioPlayer::start() {
 
 void ScenarioPlayer::schedule_step() {
     if (step_ == scenario_.steps.size()) {
-        timers_.once({}, [this] { end_when_over(); });
+        enter(State::finishing);
+        timer_.once({}, [this] { end_when_over(); });
         return;
     }
     const Step& step = scenario_.steps[step_];
@@ -70,26 +77,26 @@ void ScenarioPlayer::schedule_step() {
     else if (step.after)
         when = previous_done_ + microseconds(*step.after);
     const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - Clock::now());
-    timers_.once(std::max(delay, std::chrono::microseconds(0)), [this] { begin_step(); });
+    enter(State::waiting);
+    timer_.once(std::max(delay, std::chrono::microseconds(0)), [this] { begin_step(); });
 }
 
 void ScenarioPlayer::begin_step() {
-    event_log_.step(step_ + 1, location());
+    enter(State::acting);
     action_ = 0;
-    guarded([this] { go_on(); });
+    guarded([this] { run_actions(); });
 }
 
-void ScenarioPlayer::go_on() {
-    const std::vector<Action>& actions = scenario_.steps[step_].actions;
-    for (; action_ < actions.size(); ++action_) {
-        if (!done(actions[action_]))
+void ScenarioPlayer::run_actions() {
+    for (; action_ < actions().size(); ++action_) {
+        if (!run(actions()[action_]))
             return;
     }
-    step_done();
+    end_step();
 }
 
-bool ScenarioPlayer::done(const Action& action) {
-    bool over = true;
+bool ScenarioPlayer::run(const Action& action) {
+    bool done = true;
     std::visit(Overloaded{
                    [this](const Say& say) { event_log_.say(step_ + 1, say.text); },
                    [this](const SetValue& set) {
@@ -102,48 +109,38 @@ bool ScenarioPlayer::done(const Action& action) {
                                               ? from.get<double>()
                                               : std::numeric_limits<double>::quiet_NaN());
                    },
-                   [this](const ServiceOrder& order) {
-                       switch (order.verb) {
-                           case ServiceOrder::Verb::start:
-                               return camera_.start(order.service);
-                           case ServiceOrder::Verb::stop:
-                               return camera_.stop(order.service);
-                           case ServiceOrder::Verb::restart:
-                               return camera_.restart(order.service);
-                       }
-                   },
+                   [this](const ServiceCommand& command) { change_service(command); },
                    [this](const SetFault& fault) { camera_.fail(fault.rule); },
                    [this](const ClearFault& fault) { camera_.clear_fault(fault.target); },
                    [this](const Press& press) { camera_.press(press.button); },
-                   [&](const RunProgram& run) {
-                       over = false;
-                       run_program(run.command);
+                   [&](const RunProgram& program) {
+                       done = false;
+                       run_program(program.command);
                    },
-                   [&](const Expectation& expectation) {
-                       over = met(expectation);
-                       if (over)
-                           return;
-                       awaited_ = &expectation;
-                       deadline_.once(microseconds(expectation.within), [this] {
-                           const std::string expected = awaited_->description();
-                           common::Json calls = common::Json::array();
-                           for (const CallRecord& call : calls_)
-                               calls.push_back(call_text(call));
-                           event_log_.expectation(step_ + 1, location(), expected, false, calls);
-                           fail(common::ExitCode::expectation_failed,
-                                fmt::format("expected {}; {}", expected, calls_text()));
-                       });
-                   },
+                   [&](const Expectation& expectation) { done = expect(expectation); },
                },
                action);
-    return over;
+    return done;
+}
+
+void ScenarioPlayer::change_service(const ServiceCommand& command) {
+    switch (command.verb) {
+        case ServiceCommand::Verb::start:
+            return camera_.start(command.service);
+        case ServiceCommand::Verb::stop:
+            return camera_.stop(command.service);
+        case ServiceCommand::Verb::restart:
+            return camera_.restart(command.service);
+    }
 }
 
 void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
-    program_ = std::make_unique<Child>(
-        reaper_, command, camera_.address(),
-        [this, program = command.front()](int status) { program_ended(program, status); });
-    deadline_.once(program_timeout, [this, program = command.front()] {
+    const std::string& program = command.front();
+    program_ =
+        std::make_unique<Child>(reaper_, command, camera_.address(),
+                                [this, program](int status) { program_ended(program, status); });
+    enter(State::running);
+    timer_.once(program_timeout, [this, program] {
         program_.reset();
         fail(common::ExitCode::expectation_failed,
              fmt::format("'{}' did not end within {} s", program, program_timeout.count()));
@@ -151,7 +148,8 @@ void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
 }
 
 void ScenarioPlayer::program_ended(const std::string& program, int status) {
-    deadline_.clear();
+    if (state_ != State::running)
+        return;
     if (status == 0)
         next_action();
     else
@@ -159,17 +157,37 @@ void ScenarioPlayer::program_ended(const std::string& program, int status) {
              fmt::format("'{}' ended with exit code {}", program, status));
 }
 
-void ScenarioPlayer::next_action() {
-    ++action_;
-    // From the loop: this is within a callback of what has made the action over.
-    timers_.once({}, [this] { guarded([this] { go_on(); }); });
+bool ScenarioPlayer::expect(const Expectation& expectation) {
+    if (met(expectation))
+        return true;
+    enter(State::expecting);
+    timer_.once(microseconds(expectation.within),
+                [this, &expectation] { expectation_timed_out(expectation); });
+    return false;
 }
 
-void ScenarioPlayer::step_done() {
-    const std::vector<Action>& actions = scenario_.steps[step_].actions;
-    // A step with an expectation was done by the call that met it, and `met` has used that up.
-    const bool expected = std::ranges::any_of(
-        actions, [](const Action& action) { return std::holds_alternative<Expectation>(action); });
+void ScenarioPlayer::expectation_timed_out(const Expectation& expectation) {
+    common::Json calls = common::Json::array();
+    for (const CallRecord& call : calls_)
+        calls.push_back(call_text(call));
+    const std::string expected = expectation.description();
+    event_log_.expectation(step_ + 1, location(), expected, false, calls);
+    fail(common::ExitCode::expectation_failed,
+         fmt::format("expected {}; {}", expected, calls_text()));
+}
+
+void ScenarioPlayer::next_action() {
+    ++action_;
+    enter(State::acting);
+    // From the loop, because this runs within a callback of the program or the service.
+    timer_.once({}, [this] { guarded([this] { run_actions(); }); });
+}
+
+void ScenarioPlayer::end_step() {
+    // A step with an expectation is done with the call that met it, which `met` has used up.
+    const bool expected = std::ranges::any_of(actions(), [](const Action& action) {
+        return std::holds_alternative<Expectation>(action);
+    });
     if (!expected)
         calls_.clear();
     previous_done_ = Clock::now();
@@ -178,23 +196,22 @@ void ScenarioPlayer::step_done() {
 }
 
 void ScenarioPlayer::end_when_over() {
-    if (step_ == scenario_.steps.size() && ramps_.idle() && ended_)
-        std::exchange(ended_, nullptr)(common::ExitCode::done, {});
+    if (state_ != State::finishing || !ramps_.idle())
+        return;
+    enter(State::ended);
+    ended_(common::ExitCode::done, {});
 }
 
-void ScenarioPlayer::heard(const CallRecord& call) {
+void ScenarioPlayer::on_call(const CallRecord& call) {
     calls_.push_back(call);
     if (calls_.size() > max_calls)
         calls_.pop_front();
-    look();
+    check_expectation();
 }
 
-void ScenarioPlayer::look() {
-    if (awaited_ == nullptr || !met(*awaited_))
-        return;
-    awaited_ = nullptr;
-    deadline_.clear();
-    next_action();
+void ScenarioPlayer::check_expectation() {
+    if (state_ == State::expecting && met(std::get<Expectation>(actions()[action_])))
+        next_action();
 }
 
 bool ScenarioPlayer::met(const Expectation& expectation) {
@@ -221,31 +238,31 @@ bool ScenarioPlayer::met(const ExpectedCall& expected) {
 std::string ScenarioPlayer::calls_text() const {
     if (calls_.empty())
         return "no calls received";
-    const std::size_t told = std::min(calls_.size(), max_calls_told);
-    std::string text = told < calls_.size()
-                           ? fmt::format("the last {} of {} calls received: ", told, calls_.size())
-                           : "calls received: ";
-    for (std::size_t i = calls_.size() - told; i < calls_.size(); ++i)
-        text.append(i + told == calls_.size() ? "" : ", ").append(call_text(calls_[i]));
+    const std::size_t listed = std::min(calls_.size(), max_listed_calls);
+    std::string text =
+        listed < calls_.size()
+            ? fmt::format("the last {} of {} calls received: ", listed, calls_.size())
+            : "calls received: ";
+    for (std::size_t i = calls_.size() - listed; i < calls_.size(); ++i)
+        text.append(i + listed == calls_.size() ? "" : ", ").append(call_text(calls_[i]));
     return text;
 }
 
-void ScenarioPlayer::guarded(const std::function<void()>& what) {
+void ScenarioPlayer::guarded(const std::function<void()>& commands) {
     try {
-        what();
-    } catch (const CommandError& refusal) {
-        fail(common::ExitCode::expectation_failed, refusal.what());
+        commands();
+    } catch (const CommandError& error) {
+        fail(common::ExitCode::expectation_failed, error.what());
     } catch (const common::Failure& failure) {
         fail(failure.code(), failure.what());
     }
 }
 
 void ScenarioPlayer::fail(common::ExitCode code, const std::string& sentence) {
-    timers_.clear();
-    deadline_.clear();
-    awaited_ = nullptr;
-    if (ended_)
-        std::exchange(ended_, nullptr)(code, fmt::format("{}: {}", location(), sentence));
+    if (state_ == State::ended)
+        return;
+    enter(State::ended);
+    ended_(code, fmt::format("{}: {}", location(), sentence));
 }
 
 std::string ScenarioPlayer::location() const {

@@ -19,15 +19,15 @@
 
 namespace camera {
 
-/// Plays a scenario on a camera that is up. All happens from the loop.
+/// Plays a scenario on a camera that is up. Everything runs on the loop.
 ///
-/// An expectation of a call looks at the calls since the step before was done; a step that itself
-/// expects a call is done with that call, so what came right behind it counts for the next one. An
-/// expectation of a state is met at once where the state is so already.
+/// An expectation of a call looks at the calls since the previous step was done. A step that
+/// expects a call is done with that call, so a call right after it counts for the next step. An
+/// expectation of a state is met at once where the state is as expected already.
 class ScenarioPlayer {
   public:
-    /// Called once, from the loop, when the scenario has ended: with `done`, or with the code and
-    /// the sentence that says what went wrong.
+    /// Called once, from the loop, when the scenario has ended: with `done` and no sentence, or
+    /// with the code and the sentence of what is wrong.
     using Ended = std::function<void(common::ExitCode code, const std::string& sentence)>;
 
     /// Camera, event log, event and reaper must outlive the player, which observes the camera.
@@ -37,32 +37,51 @@ class ScenarioPlayer {
     ScenarioPlayer(const ScenarioPlayer&) = delete;
     ScenarioPlayer& operator=(const ScenarioPlayer&) = delete;
 
-    /// Begins: from here on the times of the steps count.
+    /// Begins the first step's waiting; "at" counts from here.
     void start();
 
   private:
     using Clock = std::chrono::steady_clock;
 
+    /// What the player waits for.
+    enum class State {
+        waiting,    ///< the time of the step
+        acting,     ///< nothing: it runs the actions of the step
+        expecting,  ///< the event or state that the action expects
+        running,    ///< the end of the action's program
+        finishing,  ///< the end of the last ramp, after the last step
+        ended,      ///< nothing: `ended_` was called
+    };
+
+    /// Changes the state, drops the timer of the previous one, and logs a step that begins.
+    void enter(State state);
     void schedule_step();
     void begin_step();
-    /// Does the actions of the step from the current one on, up to one that takes its time.
-    void go_on();
-    /// Whether the action is over; an expectation may not be, and a program never is.
-    bool done(const Action& action);
+    /// Runs the actions of the step from the current one on, up to one that has to wait.
+    void run_actions();
+    /// Runs an action; false where it has to wait.
+    bool run(const Action& action);
+    void change_service(const ServiceCommand& command);
     void run_program(const std::vector<std::string>& command);
     void program_ended(const std::string& program, int status);
+    [[nodiscard]] bool expect(const Expectation& expectation);
+    void expectation_timed_out(const Expectation& expectation);
     void next_action();
-    void step_done();
+    void end_step();
     void end_when_over();
 
-    void heard(const CallRecord& call);
-    void look();
+    void on_call(const CallRecord& call);
+    void check_expectation();
+    /// Whether it is met, which is logged and uses up the call that meets it.
     [[nodiscard]] bool met(const Expectation& expectation);
     [[nodiscard]] bool met(const ExpectedCall& expected);
     [[nodiscard]] std::string calls_text() const;
+    [[nodiscard]] const std::vector<Action>& actions() const {
+        return scenario_.steps[step_].actions;
+    }
 
-    /// Runs `what`; where a verb refuses, the scenario fails at the current step.
-    void guarded(const std::function<void()>& what);
+    /// Runs commands of the camera; where one throws, the scenario fails at the current step.
+    void guarded(const std::function<void()>& commands);
     void fail(common::ExitCode code, const std::string& sentence);
     [[nodiscard]] std::string location() const;
 
@@ -72,15 +91,14 @@ class ScenarioPlayer {
     Reaper& reaper_;
     Ended ended_;
     Ramps ramps_;
-    Timers timers_;    // what comes next
-    Timers deadline_;  // the end of the waiting
+    Timers timer_;  // the one that ends the state
+    State state_ = State::waiting;
     Clock::time_point begin_;
     Clock::time_point previous_done_;
     std::size_t step_ = 0;
     std::size_t action_ = 0;
-    const Expectation* awaited_ = nullptr;
-    std::unique_ptr<Child> program_;  // the last one that was run
-    std::deque<CallRecord> calls_;    // that no expectation has used up
+    std::unique_ptr<Child> program_;  // of the last action that runs one
+    std::deque<CallRecord> calls_;    // those that no expectation has used up
 };
 
 }  // namespace camera

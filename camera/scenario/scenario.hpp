@@ -14,10 +14,10 @@ namespace camera {
 
 using Seconds = std::chrono::duration<double>;
 
-/// The longest time that a scenario may name: a day.
+/// The longest time of a scenario: a day.
 inline constexpr Seconds max_scenario_time{24.0 * 3600.0};
 
-/// A sentence for whoever reads along.
+/// Logs a sentence.
 struct Say {
     std::string text;
 };
@@ -28,7 +28,7 @@ struct SetValue {
     std::string text;
 };
 
-/// Moves a value to `target` in steps of 0.1 s. The scenario goes on meanwhile.
+/// Moves a value to `target` in steps of 0.1 s, while the scenario goes on.
 struct Ramp {
     std::string name;
     double target = 0.0;
@@ -36,7 +36,7 @@ struct Ramp {
 };
 
 /// Starts, stops or restarts a service.
-struct ServiceOrder {
+struct ServiceCommand {
     enum class Verb { start, stop, restart };
 
     Verb verb;
@@ -58,26 +58,26 @@ struct Press {
     std::string button;
 };
 
-/// Runs a program on the camera's bus and waits until it has ended, well and within 30 s: a client
-/// that is part of the event log, such as `fenwa write`.
+/// Runs a program on the camera's bus, such as `fenwa write`, and waits for its end. The scenario
+/// fails when that takes longer than 30 s or the exit code is not 0.
 struct RunProgram {
     std::vector<std::string> command;  ///< program, looked up in PATH, and arguments; not empty
 };
 
-/// A call of this member, by anyone.
+/// A call of a member, by any client.
 struct ExpectedCall {
-    std::string service;  ///< empty: whichever
+    std::string service;  ///< empty: any service
     std::string member;
-    std::optional<common::Json> arguments;  ///< an array; nothing: whichever
+    std::optional<common::Json> arguments;  ///< an array; nothing: any arguments
 };
 
-/// A value that is as stated.
+/// A value that is `is`.
 struct ExpectedState {
     std::string name;
     common::Json is;
 };
 
-/// Waits until what is expected has come; the scenario fails when it has not within the time.
+/// Waits for a call or a state; the scenario fails when it does not come within the time.
 struct Expectation {
     std::variant<ExpectedCall, ExpectedState> what;
     Seconds within{5.0};
@@ -86,19 +86,19 @@ struct Expectation {
     [[nodiscard]] std::string description() const;
 };
 
-using Action = std::variant<Say, SetValue, Ramp, ServiceOrder, SetFault, ClearFault, Press,
+using Action = std::variant<Say, SetValue, Ramp, ServiceCommand, SetFault, ClearFault, Press,
                             RunProgram, Expectation>;
 
-/// What happens at one time, in the order in which it stands in the file.
+/// Actions at one time, in file order.
 struct Step {
     common::SourceLocation location;
     std::optional<Seconds> at;     ///< since the scenario began
-    std::optional<Seconds> after;  ///< since the step before was done
+    std::optional<Seconds> after;  ///< since the previous step was done
     std::vector<Action> actions;
 };
 
 struct Scenario {
-    std::string file;  ///< as the user typed it
+    std::string file;  ///< path, as the user typed it
     std::vector<Step> steps;
 };
 

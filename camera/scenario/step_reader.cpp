@@ -15,7 +15,7 @@ using common::Json;
 constexpr std::array<std::string_view, 11> action_keys = {
     "say", "set", "ramp", "start", "stop", "restart", "fail", "clear", "press", "run", "expect"};
 
-/// The text that `set` takes for a value of the file.
+/// The text that `set` takes for a value.
 std::string value_text(const Json& value) {
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
@@ -59,11 +59,11 @@ void StepReader::read_action(const std::string& key, common::TableReader& reader
         if (const toml::table* table = reader.table(key))
             read_ramp(*table, step);
     } else if (key == "start") {
-        read_order(ServiceOrder::Verb::start, key, reader, step);
+        read_service_command(ServiceCommand::Verb::start, key, reader, step);
     } else if (key == "stop") {
-        read_order(ServiceOrder::Verb::stop, key, reader, step);
+        read_service_command(ServiceCommand::Verb::stop, key, reader, step);
     } else if (key == "restart") {
-        read_order(ServiceOrder::Verb::restart, key, reader, step);
+        read_service_command(ServiceCommand::Verb::restart, key, reader, step);
     } else if (key == "fail") {
         if (const toml::table* table = reader.table(key))
             read_fail(*table, step);
@@ -72,7 +72,7 @@ void StepReader::read_action(const std::string& key, common::TableReader& reader
         if (target && passes(reader.location(key), [&] { camera_.check_fault_target(*target); }))
             step.actions.emplace_back(ClearFault{*target});
     } else if (key == "press") {
-        // Buttons come and go while the camera runs, so the name cannot be checked here.
+        // Not checked, because clients add buttons while the camera runs.
         if (const auto button = reader.string(key))
             step.actions.emplace_back(Press{*button});
     } else if (key == "run") {
@@ -83,11 +83,11 @@ void StepReader::read_action(const std::string& key, common::TableReader& reader
     }
 }
 
-void StepReader::read_order(ServiceOrder::Verb verb, const std::string& key,
-                            common::TableReader& reader, Step& step) {
+void StepReader::read_service_command(ServiceCommand::Verb verb, const std::string& key,
+                                      common::TableReader& reader, Step& step) {
     const auto service = reader.string(key);
     if (service && passes(reader.location(key), [&] { camera_.check_service(*service); }))
-        step.actions.emplace_back(ServiceOrder{verb, *service});
+        step.actions.emplace_back(ServiceCommand{verb, *service});
 }
 
 void StepReader::read_set(const toml::table& table, Step& step) {
@@ -137,7 +137,7 @@ void StepReader::read_fail(const toml::table& table, Step& step) {
     }
     const FaultRule rule =
         fault_rule_from(options, [&](const std::string& key, const CommandError& mistake) {
-            // How the options go together is no matter where one of them could not be read.
+            // A contradiction between options does not count where one of them is not readable.
             if (key.empty() && !right)
                 return;
             right = false;
@@ -221,7 +221,7 @@ std::optional<ExpectedState> StepReader::read_state(const std::string& name,
         return std::nullopt;
     std::optional<ExpectedState> expected;
     (void)passes(reader.location("state"), [&] {
-        // The value as the camera would show it: 71 and 71.0 are the same temperature.
+        // As the camera shows the value: 71 and 71.0 are the same temperature.
         expected = ExpectedState{name, camera_.check_state(name, value_text(*value))};
     });
     return expected;
@@ -241,8 +241,8 @@ bool StepReader::passes(common::SourceLocation location, const std::function<voi
     try {
         check();
         return true;
-    } catch (const CommandError& refusal) {
-        diagnostics_.error(location, refusal.sentence(), refusal.help());
+    } catch (const CommandError& error) {
+        diagnostics_.error(location, error.sentence(), error.help());
         return false;
     }
 }
@@ -251,7 +251,7 @@ std::optional<Seconds> StepReader::time(common::TableReader& reader, std::string
     const auto number = reader.number(key);
     if (!number)
         return std::nullopt;
-    // Written so that NaN is refused as well.
+    // In a form that is false for NaN.
     if (!(*number >= 0.0 && *number <= max_scenario_time.count())) {
         diagnostics_.error(
             reader.location(key),

@@ -19,7 +19,7 @@ class StepReader {
     StepReader(const Camera& camera, common::Diagnostics& diagnostics)
         : camera_(camera), diagnostics_(diagnostics) {}
 
-    /// A step with mistakes comes back without what could not be read.
+    /// Reads a step, without the parts that have mistakes.
     [[nodiscard]] Step read(const toml::node& node);
 
   private:
@@ -27,8 +27,8 @@ class StepReader {
 
     void read_times(common::TableReader& reader, Step& step);
     void read_action(const std::string& key, common::TableReader& reader, Step& step);
-    void read_order(ServiceOrder::Verb verb, const std::string& key, common::TableReader& reader,
-                    Step& step);
+    void read_service_command(ServiceCommand::Verb verb, const std::string& key,
+                              common::TableReader& reader, Step& step);
     void read_set(const toml::table& table, Step& step);
     void read_ramp(const toml::table& table, Step& step);
     void read_fail(const toml::table& table, Step& step);
@@ -37,12 +37,12 @@ class StepReader {
     std::optional<ExpectedCall> read_call(const std::string& target, common::TableReader& reader);
     std::optional<ExpectedState> read_state(const std::string& name, common::TableReader& reader);
 
-    /// Visits each value of a table; `temperature.main = 1` without quotes is a table in a table
+    /// Visits each value of a table. `temperature.main = 1` without quotes is a table in a table,
     /// and means the same as `"temperature.main" = 1`.
     static void each_value(const toml::table& table, const std::string& prefix, const Visit& visit);
-    /// Makes the camera's refusal of a check a diagnostic; true when there is none.
+    /// Runs a check of the camera; an error becomes a diagnostic. True where there is none.
     bool passes(common::SourceLocation location, const std::function<void()>& check);
-    /// A time in seconds, at least 0.
+    /// Reads a time in seconds, from 0 to `max_scenario_time`.
     std::optional<Seconds> time(common::TableReader& reader, std::string_view key);
     std::optional<common::Json> json(const toml::node& node);
 

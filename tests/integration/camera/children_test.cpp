@@ -173,7 +173,9 @@ TEST_F(CameraChild, ThatIgnoresSigtermIsKilledAfterTenSecondsWithAllThatItHasSta
     EXPECT_GE(steady_clock::now() - begin, seconds(10));
     EXPECT_LT(steady_clock::now() - begin, seconds(19));
     EXPECT_EQ(ended.code, 128 + SIGKILL);
-    EXPECT_EQ(ended.err, "fenwa-camera: 'sh' ended with exit code 137\n");
+    EXPECT_EQ(ended.err,
+              "fenwa-camera: programs still run 10 s after SIGTERM; killing them\n"
+              "fenwa-camera: 'sh' ended with exit code 137\n");
 }
 
 TEST_F(CameraChild, WhatItLeavesRunningIsAskedToEndWhileTheServicesAreStillThere) {
