@@ -73,11 +73,11 @@ class Callback {
 
     static int on_track(sd_bus_track* track, void* userdata) noexcept {
         try {
-            return call(userdata);
+            call(userdata);
         } catch (...) {
             end_loop_after_exception(sd_bus_get_event(sd_bus_track_get_bus(track)));
-            return 0;
         }
+        return 1;  // 0 has sd-bus call again and again until a name is added
     }
 
     template <class... Details>
