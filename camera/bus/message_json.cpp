@@ -17,8 +17,8 @@ T basic(sd_bus_message& message, char type) {
     return value;
 }
 
-/// The value at the reading position, or a null pointer's worth of nothing: `more` turns false at
-/// the end of the container. The bus allows 64 nested containers at most, so this may recurse.
+/// Reads the next value; `more` becomes false at the end of the container. D-Bus allows 64 nested
+/// containers, so this may recurse.
 Json next_value(sd_bus_message& message, bool& more);
 
 Json elements(sd_bus_message& message) {

@@ -2,7 +2,7 @@
 
 namespace camera {
 
-/// What one object of a service is called on the bus.
+/// The names of one object of a service on the bus.
 struct BusObject {
     const char* name;       ///< well-known bus name
     const char* path;       ///< object path
@@ -14,27 +14,26 @@ inline constexpr BusObject temperature_controller{"com.tarlo.TemperatureControll
                                                   "/com/tarlo/TemperatureController",
                                                   "com.tarlo.TemperatureController"};
 
-/// Where consumers register and ask for power.
+/// The power controller, for consumers that register and ask for power.
 inline constexpr BusObject power_consumers{"com.tarlo.PowerControl.Consumer",
                                            "/com/tarlo/PowerControl/Consumer",
                                            "com.tarlo.PowerControl.Consumer"};
 
-/// Where the power that the camera receives is shown.
+/// The power controller, for readers of the power that the camera receives.
 inline constexpr BusObject power_status{"com.tarlo.PowerControl.Status",
                                         "/com/tarlo/PowerControl/Status",
                                         "com.tarlo.PowerControl.Status"};
 
-/// Where clients add buttons to the camera's screen.
+/// The buttons on the camera's screen.
 inline constexpr BusObject onscreen_controls{
     "com.tarlo.Onscreencontrols1", "/com/tarlo/Onscreencontrols1", "com.tarlo.Onscreencontrols1"};
 
-/// Where clients put texts on the video.
+/// The texts on the video.
 inline constexpr BusObject text_overlay{"com.tarlo.PrioritizedTextOverlay",
                                         "/com/tarlo/PrioritizedTextOverlay/1",
                                         "com.tarlo.PrioritizedTextOverlay"};
 
-/// Where clients say that there is video; the path is that of all channels, "/N" behind it makes
-/// the object of one.
+/// The reports of clients that there is video. The path of one channel has "/N" after this one.
 inline constexpr BusObject video_ready{"com.tarlo.VideoReady1", "/com/tarlo/VideoReady1",
                                        "com.tarlo.VideoReady1"};
 
@@ -42,7 +41,7 @@ inline constexpr BusObject video_ready{"com.tarlo.VideoReady1", "/com/tarlo/Vide
 inline constexpr BusObject init_manager{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
                                         "org.freedesktop.systemd1.Manager"};
 
-/// Where a running camera takes orders (`fenwa-camera set`, `stop`, `fail` …).
+/// The control interface of a running camera (`fenwa-camera set`, `stop`, `fail` …).
 inline constexpr BusObject camera_control{"com.tarlo.Fenwa.Camera1", "/com/tarlo/Fenwa/Camera1",
                                           "com.tarlo.Fenwa.Camera1"};
 

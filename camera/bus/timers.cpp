@@ -16,7 +16,7 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
     const auto action_at = actions_.emplace(Due{priority, when, ++last_number_}, std::move(action));
     alarms_.push_back({this, priority, nullptr});
     Alarm& alarm = alarms_.back();
-    // Accuracy 1 us: the default of 250 ms would make every late reply later still.
+    // Accuracy 1 us: the default of 250 ms would add to every delay.
     const int r = sd_event_add_time(&event_, common::out(alarm.source), CLOCK_MONOTONIC, when, 1,
                                     common::callback<&Alarm::go_off>, &alarm);
     if (r < 0) {
@@ -29,8 +29,8 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
 }
 
 void Timers::run_next(const Alarm* alarm) {
-    // As many actions are due as alarms, so the first one of this priority is due. Both are taken
-    // out first: the action may add timers, or clear them all.
+    // As many actions are due as alarms, so the first of this priority is due. Both are removed
+    // first, because the action may add timers or clear them all.
     const auto next = actions_.lower_bound(Due{alarm->priority, 0, 0});
     std::list<Alarm> spent;
     for (auto it = alarms_.begin(); it != alarms_.end(); ++it) {

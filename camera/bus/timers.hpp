@@ -13,9 +13,9 @@
 
 namespace camera {
 
-/// One-shot timers on the loop. They die with this object: an action never runs after that.
-/// Actions of one priority run in the order in which they are due, and those that are due at the
-/// same time in the order in which they were asked for, however late the loop comes to them.
+/// One-shot timers on the loop; none runs after this object is destroyed. Actions of one priority
+/// run in the order in which they are due, and those due at the same time in the order in which
+/// they were added, however late the loop is.
 class Timers {
   public:
     /// `event` must outlive this object.
@@ -23,20 +23,21 @@ class Timers {
     Timers(const Timers&) = delete;
     Timers& operator=(const Timers&) = delete;
 
-    /// Calls `action` once from the loop, `delay` from now; 0 means in the loop's next round.
-    /// `priority` is sd-event's: what is smaller goes first.
+    /// Runs `action` once from the loop.
+    /// @param delay from now; 0 means the loop's next round.
+    /// @param priority as in sd-event: a smaller one runs first.
     /// @throws std::system_error when the loop takes no further source.
     void once(std::chrono::microseconds delay, std::function<void()> action,
               std::int64_t priority = SD_EVENT_PRIORITY_NORMAL);
 
-    /// Forgets all that have not run yet. May be called by an action.
+    /// Drops the actions that have not run. An action may call it.
     void clear() noexcept {
         alarms_.clear();
         actions_.clear();
     }
 
   private:
-    /// When an action is to run; the order of these is the order of the actions.
+    /// The key of an action; actions run in the order of their keys.
     struct Due {
         std::int64_t priority;
         std::uint64_t when;
@@ -45,8 +46,8 @@ class Timers {
         friend auto operator<=>(const Due&, const Due&) = default;
     };
 
-    /// Wakes the loop for one action; for which one is known when it goes off, because sd-event
-    /// serves what is due together in no order of its own.
+    /// Wakes the loop for one action. `run_next` decides for which one, because sd-event gives no
+    /// order to timers that are due together.
     struct Alarm {
         void go_off() { owner->run_next(this); }
 

@@ -12,7 +12,7 @@
 namespace camera {
 namespace {
 
-/// Reads the sensors one by one and remembers where names and ids were first given.
+/// Reads sensors, and remembers the first location of each name and id.
 class SensorReader {
   public:
     explicit SensorReader(common::Diagnostics& diagnostics) : diagnostics_(diagnostics) {}

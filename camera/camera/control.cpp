@@ -16,7 +16,7 @@ using common::read_string;
 
 }  // namespace
 
-// Who may give orders is the bus's policy to say, as for every other name on it.
+// Everybody may call: access is up to the bus policy, as for every other name.
 const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Set", SD_BUS_ARGS("s", name, "s", value), SD_BUS_NO_RESULT,
@@ -64,20 +64,20 @@ std::set<std::string> Control::startable_names() const {
     return body_json(*reply).at(0).get<std::set<std::string>>();
 }
 
-int Control::handle(sd_bus_message& call, const std::function<void()>& order) {
+int Control::handle(sd_bus_message& call, const std::function<void()>& command) {
     try {
-        order();
-    } catch (const CommandError& refusal) {
-        return sd_bus_reply_method_errorf(&call, refused_error, "%s", refusal.what());
+        command();
+    } catch (const CommandError& error) {
+        return sd_bus_reply_method_errorf(&call, refused_error, "%s", error.what());
     } catch (const common::Failure& failure) {
         return sd_bus_reply_method_errorf(&call, unavailable_error, "%s", failure.what());
     }
     return sd_bus_reply_method_return(&call, "");
 }
 
-int Control::handle(sd_bus_message& call, void (Camera::*order)(const std::string&)) {
+int Control::handle(sd_bus_message& call, void (Camera::*command)(const std::string&)) {
     const std::string argument = read_string(call);
-    return handle(call, [&] { (camera_.*order)(argument); });
+    return handle(call, [&] { (camera_.*command)(argument); });
 }
 
 int Control::set(sd_bus_message& call) {

@@ -12,22 +12,22 @@
 
 namespace camera {
 
-/// Error of an order that makes no sense: its message is a sentence for the user.
+/// Error of a command that is not accepted; its message is a sentence for the user.
 inline constexpr const char* refused_error = "com.tarlo.Fenwa.Camera1.Error.Refused";
-/// Error of an order that the camera could not carry out, because of the bus.
+/// Error of a command that fails because of the bus.
 inline constexpr const char* unavailable_error = "com.tarlo.Fenwa.Camera1.Error.Unavailable";
 
-/// Takes orders over the bus, at `camera_control`, on a connection of its own.
+/// Serves commands over the bus, at `camera_control`, on a connection of its own.
 class Control {
   public:
     /// Connects and owns the control name.
     /// @param camera must outlive this object.
-    /// @throws common::Failure (unavailable), when another camera plays on this bus too.
+    /// @throws common::Failure (unavailable), also when another camera plays on this bus.
     Control(Camera& camera, sd_event& event, const std::string& address,
             std::function<void()> lost);
 
-    /// The bus names that the daemon can have started when they are called; asks it, 10 s at most,
-    /// and gives none where it does not say.
+    /// The bus names that the daemon can activate. Waits for its answer, 10 s at most; empty
+    /// without one.
     [[nodiscard]] std::set<std::string> startable_names() const;
 
   private:
@@ -43,9 +43,9 @@ class Control {
     int press(sd_bus_message& call);
     int show(sd_bus_message& call);
 
-    /// Carries out an order that takes one string.
-    int handle(sd_bus_message& call, void (Camera::*order)(const std::string&));
-    static int handle(sd_bus_message& call, const std::function<void()>& order);
+    /// Runs a command that takes one string.
+    int handle(sd_bus_message& call, void (Camera::*command)(const std::string&));
+    static int handle(sd_bus_message& call, const std::function<void()>& command);
 
     Camera& camera_;
     Connection connection_;

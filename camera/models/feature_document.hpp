@@ -8,7 +8,7 @@
 
 namespace camera {
 
-/// What a button asks the camera for when somebody presses it.
+/// The request that the camera serves when a button is pressed.
 struct ButtonRequest {
     std::string type;  ///< "GET"
     std::string url;
@@ -17,18 +17,18 @@ struct ButtonRequest {
 /// A button on the camera's screen.
 struct Button {
     std::string name;       ///< "activateWDR1"
-    std::string nice_name;  ///< what people read on it
+    std::string nice_name;  ///< the text on the button
     ButtonRequest request;
 };
 
-/// A group of buttons, as a document describes it.
+/// A group of buttons, as a document defines it.
 struct Feature {
     std::string name;       ///< its id: "WDR1"
     std::string nice_name;  ///< "WDR 1"
     std::vector<Button> buttons;
 };
 
-/// What is wrong with a document, and where: a whole sentence.
+/// A mistake in a document: a whole sentence with its place.
 class BadDocument : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -40,8 +40,8 @@ inline constexpr std::size_t max_document_bytes = std::size_t{64} * 1024;
 /// Reads a feature document: a JSON object with "name", "niceName" (strings), "featureGroups" (an
 /// array of anything) and "features", an array of objects with "user" (an array of strings),
 /// "name", "niceName", "info", "requestType", "requestPayload", "requestURL" (strings) and
-/// "response" (a boolean). Names are not empty, and each button has one of its own; what else a
-/// document holds is not looked at.
+/// "response" (a boolean). Names are not empty, and no two buttons share one; other members are
+/// ignored.
 /// @throws BadDocument with the byte of a syntax error, or the JSON pointer of a wrong member, and
 ///         for one that `common::parse_json` refuses.
 [[nodiscard]] Feature feature_from_document(std::string_view document);

@@ -10,27 +10,27 @@
 
 namespace camera {
 
-/// A feature in one language, and who has added it.
+/// A feature in one language, and its client.
 struct AddedFeature {
     Feature feature;
     std::string language;       ///< tag, such as "en-us"
     std::string language_name;  ///< "English"
-    std::string client;         ///< unique name of the one that added it last
+    std::string client;         ///< unique name of the client that added it last
 };
 
 /// The features on the camera's screen, in the order in which they were first added. Knows no bus.
 ///
-/// A feature is known by id and language together. Each button of a feature is there once for each
-/// of its languages, and asks for the same in all of them.
+/// Id and language together identify a feature. A button exists once for each language of its
+/// feature, and has the same request in all of them.
 class FeatureStore {
   public:
-    /// More features than this are refused: a client that adds for ever must not take all memory.
+    /// A client that adds for ever must not take all memory.
     static constexpr std::size_t max_features = 256;
 
-    /// Adds a feature, or puts it in the place of the one with its id and language.
+    /// Adds a feature, or replaces the one with its id and language.
     /// @throws CapacityError when full.
     void add(AddedFeature feature);
-    /// False where there is none.
+    /// False where there is no such feature.
     [[nodiscard]] bool remove(std::string_view id, std::string_view language);
     /// Forgets all features, as a restart does.
     void drop_all() noexcept { features_.clear(); }

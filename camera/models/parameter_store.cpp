@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view update_path = "/tarlo-cgi/param.cgi";
 
-/// A part of a query with its escapes undone, the "+" for a blank included.
+/// Decodes a part of a query: %XX and "+".
 std::string decoded(std::string_view text) {
     std::string plain(text);
     std::ranges::replace(plain, '+', ' ');

@@ -10,11 +10,11 @@ namespace camera {
 /// A parameter of the camera that web requests read and change.
 struct Parameter {
     std::string name;
-    std::vector<std::string> choices;  ///< what it can be
+    std::vector<std::string> choices;  ///< the accepted values
     std::string value;
 };
 
-/// What a web request has set: the parameter's name and its value.
+/// A parameter's name and the value that a web request sets.
 using ParameterUpdate = std::pair<std::string, std::string>;
 
 /// "ImageSource.I0.Sensor.WDR" of channel 0.
@@ -26,17 +26,17 @@ class ParameterStore {
     /// `channels` is at least 1.
     explicit ParameterStore(int channels);
 
-    /// @throws CommandError, with the nearest name, where there is none.
+    /// @throws CommandError, with the nearest name, where there is no such parameter.
     [[nodiscard]] const Parameter& by_name(std::string_view name) const;
-    /// @throws CommandError where the parameter cannot be that.
+    /// @throws CommandError where the parameter does not accept the value.
     void check(std::string_view name, const std::string& value) const;
     /// @throws CommandError as `by_name` and `check`.
     void set(std::string_view name, const std::string& value);
 
-    /// Answers a request such as a GET of "/tarlo-cgi/param.cgi?action=update&NAME=VALUE", which
-    /// may update several parameters; %XX and + stand for other bytes, as in every query. Returns
-    /// what was set, in the order of the request.
-    /// @throws CommandError, having changed nothing, with a sentence that says what is wrong.
+    /// Serves a request such as a GET of "/tarlo-cgi/param.cgi?action=update&NAME=VALUE", which may
+    /// update several parameters; %XX and + stand for other bytes, as in every query. Returns the
+    /// updates in the order of the request.
+    /// @throws CommandError, after changing nothing.
     std::vector<ParameterUpdate> request(std::string_view type, std::string_view url);
 
   private:

@@ -17,7 +17,7 @@ double rest(double whole, double part) {
     return error < 0.0 ? std::nextafter(difference, 0.0) : difference;
 }
 
-/// Without the sign of -0, which would be odd to read in a share.
+/// Without the sign of -0, which looks odd in a share.
 double without_minus_zero(double power) {
     return std::max(0.0, power);
 }
@@ -79,7 +79,7 @@ void PowerModel::drop_all() noexcept {
     left_ = budget_;
 }
 
-std::vector<PowerNotice> PowerModel::divide(std::string_view told) {
+std::vector<PowerNotice> PowerModel::divide(std::string_view always) {
     std::vector<PowerNotice> notices;
     left_ = budget_;
     for (PowerConsumer& consumer : consumers_) {
@@ -87,7 +87,7 @@ std::vector<PowerNotice> PowerModel::divide(std::string_view told) {
             continue;
         const double share = std::min(consumer.request->power, left_);
         left_ = rest(left_, share);
-        if (std::exchange(consumer.share, share) != share || consumer.name == told)
+        if (std::exchange(consumer.share, share) != share || consumer.name == always)
             notices.push_back({consumer.name, share});
     }
     return notices;

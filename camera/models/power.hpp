@@ -9,20 +9,20 @@
 
 namespace camera {
 
-/// Where a consumer wants to be told of its share.
+/// The object that receives a consumer's share.
 struct ConsumerAddress {
     std::string service;  ///< bus name
     std::string path;
     std::string interface;
 };
 
-/// What a consumer has asked for.
+/// A consumer's request for power.
 struct PowerRequest {
     std::string kind;  ///< in the consumer's words, such as "control"
     double power = 0.0;
 };
 
-/// One that takes part in the power budget.
+/// A client's part in the power budget.
 struct PowerConsumer {
     std::string name;
     std::string owner;  ///< unique name of the client that registered it
@@ -31,7 +31,7 @@ struct PowerConsumer {
     double share = 0.0;
 };
 
-/// A consumer is to be told of its share.
+/// A share that a consumer must be told.
 struct PowerNotice {
     std::string consumer;
     double share;
@@ -41,18 +41,18 @@ struct PowerNotice {
 /// gets what it asks for or what is left. Knows no bus.
 class PowerModel {
   public:
-    /// More consumers than this are refused: a client that registers for ever must not take all
-    /// memory, and a change of the budget may be a call to each of them.
+    /// A client that registers for ever must not take all memory, and a change of the budget may
+    /// cause a call to each consumer.
     static constexpr std::size_t max_consumers = 1024;
 
     /// `budget` is finite and not negative, as everywhere below; so are requests.
     explicit PowerModel(double budget) : budget_(budget), left_(budget) {}
 
     [[nodiscard]] double budget() const noexcept { return budget_; }
-    /// What nobody has been given, rounded towards 0: shares and this never sum up to more than
-    /// the budget.
+    /// The rest of the budget, rounded towards 0: it and the shares never sum up to more than the
+    /// budget.
     [[nodiscard]] double left() const noexcept { return left_; }
-    /// In the order in which power is given; those that have not asked stand between the others.
+    /// In the order in which they get power; those without a request are among the others.
     [[nodiscard]] const std::vector<PowerConsumer>& consumers() const noexcept {
         return consumers_;
     }
@@ -63,16 +63,16 @@ class PowerModel {
     /// @throws CapacityError when full.
     void add(std::string name, std::string owner, ConsumerAddress address);
 
-    // Each of the following divides anew and says whose share is another one now, in the order in
-    // which power is given.
+    // Each of the following divides the budget again and returns the consumers whose share changes,
+    // in the order in which they get power.
 
-    /// A second request replaces the first and keeps its place. The consumer itself is among
-    /// those to be told, whether its share changes or not.
+    /// A second request replaces the first and keeps its place. The consumer itself is returned in
+    /// any case.
     /// @throws std::out_of_range when no consumer has that name.
     std::vector<PowerNotice> request(std::string_view name, PowerRequest request);
     /// @throws std::out_of_range when no consumer has that name.
     std::vector<PowerNotice> remove(std::string_view name);
-    /// Removes a client's consumers; the number says how many there were.
+    /// Removes a client's consumers, and returns how many there were.
     std::pair<std::size_t, std::vector<PowerNotice>> drop_owner(std::string_view owner);
     std::vector<PowerNotice> set_budget(double budget);
 
@@ -81,8 +81,8 @@ class PowerModel {
 
   private:
     [[nodiscard]] std::vector<PowerConsumer>::iterator find(std::string_view name);
-    /// `told` is among the notices in any case.
-    std::vector<PowerNotice> divide(std::string_view told = {});
+    /// @param always a consumer that is among the notices in any case.
+    std::vector<PowerNotice> divide(std::string_view always = {});
 
     double budget_;
     double left_;

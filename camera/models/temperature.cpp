@@ -20,7 +20,7 @@ bool ChangeRegistration::update(double temperature) {
     if (same(temperature, reported_))
         return false;
     const double distance = std::abs(temperature - reported_);
-    // A NaN on either side of the comparison means "report": see the promises in the header.
+    // A NaN distance or delta makes this false, which means: report.
     if (distance < delta_)
         return false;
     reported_ = temperature;

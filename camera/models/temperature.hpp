@@ -11,24 +11,24 @@
 
 namespace camera {
 
-/// A temperature sensor of the camera. Temperatures are in the unit that the user thinks in;
-/// nothing is converted.
+/// A temperature sensor of the camera. Temperatures have the unit of the user; nothing is
+/// converted.
 struct Sensor {
     std::string name;
     std::int32_t id = 0;
     double temperature = 0.0;
 };
 
-/// One client's subscription to hear of changes of at least `delta`.
+/// A client's subscription to changes of at least `delta`.
 class ChangeRegistration {
   public:
     /// The temperature at registration counts as reported. With a `delta` of 0, below 0 or NaN
     /// every change is reported.
     ChangeRegistration(double delta, double temperature) : delta_(delta), reported_(temperature) {}
 
-    /// Whether the new temperature is to be signalled; if so, it counts as reported from here on.
-    /// The distance is compared as doubles are: 31.8 to 32.3 is a little less than 0.5. A change
-    /// to or from NaN has no distance and is always reported; NaN to NaN is no change.
+    /// Whether the new temperature must be signalled; then it counts as reported. The distance is
+    /// compared as a double: 31.8 to 32.3 is a little less than 0.5. A change to or from NaN is
+    /// always reported; NaN to NaN is not a change.
     [[nodiscard]] bool update(double temperature);
 
     [[nodiscard]] double delta() const noexcept { return delta_; }
@@ -39,18 +39,17 @@ class ChangeRegistration {
     double reported_;
 };
 
-/// One client's subscription to hear when a limit is crossed in one direction.
+/// A client's subscription to crossings of a limit in one direction.
 ///
-/// A temperature is above a limit when it is greater, and not above it when it is equal or less:
-/// so it is beyond each limit in exactly one of the two directions. A NaN lies on no side: it
-/// crosses nothing and leaves it as it was.
+/// A temperature is above a limit when it is greater, and not above it when it is equal or less: so
+/// it is beyond each limit in exactly one of the two directions. A NaN does not cross a limit.
 class LimitRegistration {
   public:
     /// `rising`: crossing means coming above `limit`; otherwise coming down to it or below.
     LimitRegistration(double limit, bool rising, double temperature);
 
-    /// Whether the new temperature crosses the limit in its direction just now. It does not again
-    /// before the limit was crossed back.
+    /// Whether the new temperature crosses the limit in its direction; again only after it has
+    /// crossed back.
     [[nodiscard]] bool update(double temperature);
 
     /// Whether the temperature is beyond the limit in its direction.
@@ -66,27 +65,26 @@ class LimitRegistration {
     bool beyond_ = false;
 };
 
-/// A registration with the client that it belongs to.
+/// A registration and its client.
 struct Registration {
     std::string owner;  ///< unique name of the client
     std::int32_t sensor_id;
     std::variant<ChangeRegistration, LimitRegistration> subscription;
 };
 
-/// A signal that is due.
+/// A signal that must be sent.
 struct TemperatureNotice {
     enum class Kind { change, limit };
 
     Kind kind;
     std::int32_t id;     ///< the registration's
-    double temperature;  ///< what the sensor shows now
+    double temperature;  ///< of the sensor now
 };
 
-/// Sensors, and who wants to hear what of them. Knows no bus.
+/// Sensors, and the registrations of clients. Knows no bus.
 class TemperatureModel {
   public:
-    /// More registrations than this are refused: a client that registers for ever must not take
-    /// all memory.
+    /// A client that registers for ever must not take all memory.
     static constexpr std::size_t max_registrations = 65536;
 
     explicit TemperatureModel(std::vector<Sensor> sensors) : sensors_(std::move(sensors)) {}
@@ -96,15 +94,15 @@ class TemperatureModel {
     [[nodiscard]] const Sensor* by_name(std::string_view name) const;
     [[nodiscard]] const Sensor* by_id(std::int32_t id) const;
 
-    /// Sets a temperature and says which signals are due, in the order of registration.
+    /// Sets a temperature and returns the signals that are due, in the order of registration.
     /// @throws std::out_of_range when no sensor has that name.
     std::vector<TemperatureNotice> set(std::string_view name, double temperature);
 
-    /// Both give a positive id that no other registration of this camera's run ever had, whatever
-    /// restarts came between: a late signal can then not be taken for one of a new registration.
+    /// Both return a positive id that no other registration of this camera has had, restarts
+    /// included: a late signal cannot be mistaken for one of a newer registration.
     /// @throws std::out_of_range when no sensor has that id, CapacityError when full.
     std::int32_t register_change(std::string owner, std::int32_t sensor_id, double delta);
-    /// The flag says that the temperature is beyond the limit already.
+    /// The flag is true where the temperature is beyond the limit already.
     std::pair<std::int32_t, bool> register_limit(std::string owner, std::int32_t sensor_id,
                                                  double limit, bool rising);
 

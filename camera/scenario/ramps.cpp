@@ -33,7 +33,7 @@ void Ramps::advance(const std::string& name, unsigned generation) {
         return;
     UnderWay& ramp = it->second;
     ++ramp.done;
-    // The last step is the target itself, not what rounding makes of it.
+    // The last step is the target itself, free of rounding errors.
     const bool last = ramp.done == ramp.steps;
     const double value =
         last ? ramp.target : ramp.from + (ramp.target - ramp.from) * ramp.done / ramp.steps;

@@ -9,17 +9,18 @@
 
 namespace camera {
 
-/// Values on the move: each goes linearly to its target in steps of 0.1 s.
+/// Values that move linearly to their targets, in steps of 0.1 s.
 class Ramps {
   public:
-    /// `set` receives each value on the way; `ended` is called when the last ramp has arrived.
+    /// @param set receives each value on the way.
+    /// @param ended called when the last ramp under way has reached its target.
     Ramps(sd_event& event, std::function<void(const std::string& name, double value)> set,
           std::function<void()> ended);
 
-    /// Starts from `from`; from a value that is not finite it goes straight to the target. A ramp
-    /// of the same value that is under way ends.
+    /// Starts a ramp, which replaces one of the same value. @param from the value now; from one
+    /// that is not finite the ramp takes a single step.
     void start(const Ramp& ramp, double from);
-    /// Ends the ramp of a value where it is.
+    /// Ends the ramp of a value, which stays as it is.
     void cancel(const std::string& name) { under_way_.erase(name); }
     [[nodiscard]] bool idle() const noexcept { return under_way_.empty(); }
 
@@ -29,7 +30,7 @@ class Ramps {
         double target;
         int steps;  ///< in all
         int done;
-        unsigned generation;  ///< tells it from an earlier ramp of the same value
+        unsigned generation;  ///< differs from that of an earlier ramp of the same value
     };
 
     void schedule(const std::string& name, unsigned generation);

@@ -8,20 +8,20 @@
 
 namespace camera {
 
-/// Reads a scenario and checks every name in it against the camera that is to play it. Each
-/// mistake becomes a diagnostic; a scenario with mistakes must not be played.
+/// Reads a scenario and checks every name in it against the camera. Each mistake becomes a
+/// diagnostic; a scenario with mistakes must not be played.
 ///
 ///     [[steps]]
 ///     at = 2.0                            # seconds since the scenario began
 ///     say = "It gets warmer."
 ///     set = {"temperature.main" = 71.5}
 ///     [[steps]]
-///     after = 1.0                         # seconds since the step before was done
+///     after = 1.0                         # seconds since the previous step was done
 ///     restart = "temperature"             # also start, stop
 ///     [[steps]]
 ///     expect = {call = "GetTemperature", arguments = [3, "main"], within = 5.0}
 ///
-/// Further verbs: ramp = {NAME = TARGET, over = SECONDS}, fail = {member = …, …},
+/// Further actions: ramp = {NAME = TARGET, over = SECONDS}, fail = {member = …, …},
 /// clear = MEMBER, press = BUTTON, expect = {state = NAME, is = VALUE, within = SECONDS}.
 /// @throws common::Failure (unreadable) when the file cannot be read.
 [[nodiscard]] Scenario read_scenario(const std::string& path, const Camera& camera,

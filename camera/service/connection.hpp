@@ -10,13 +10,13 @@
 
 namespace camera {
 
-/// A connection to the bus that the loop serves. Each service has one of its own.
+/// A connection to the bus that the loop serves. Each service has its own.
 class Connection {
   public:
-    /// Connects, which waits for the daemon (10 s at most).
+    /// Connects, and waits for the daemon, 10 s at most.
     /// @param lost called from the loop when the daemon ends the connection; it must not destroy
-    ///             this object there and then.
-    /// @throws common::Failure (unavailable) when the bus is not reached.
+    ///             this object.
+    /// @throws common::Failure (unavailable) when the bus cannot be reached.
     Connection(sd_event& event, const std::string& address, std::function<void()> lost);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;

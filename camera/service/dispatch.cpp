@@ -74,7 +74,7 @@ int Service::on_property_call(sd_bus_message& call, const ServedObject& object) 
     begin_call(call);
     PropertyCall asked{};
     try {
-        asked = read_property_call(call, object);
+        asked = parse_property_call(call, object);
     } catch (const DBusError& refusal) {
         return refuse(call, refusal);
     }

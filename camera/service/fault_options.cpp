@@ -100,7 +100,7 @@ void check_fault_rule(const FaultRule& rule) {
         throw CommandError(
             fmt::format("'{}' is not a valid D-Bus error name, such as com.example.Error.Busy",
                         rule.error_name));
-    // Written so that NaN is refused as well.
+    // In a form that is false for NaN.
     if (!(rule.probability > 0.0 && rule.probability <= 1.0))
         throw CommandError(
             fmt::format("'probability' of a fault must be above 0 and at most 1, not {}",

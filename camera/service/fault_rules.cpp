@@ -73,7 +73,7 @@ bool FaultRules::clear(const std::string& service, const std::string& member) {
 bool FaultRules::hits(Active& active) {
     if (active.rule.probability >= 1.0)
         return true;
-    // The upper 53 bits make a double in [0, 1) that is the same with every standard library.
+    // By hand, because std::uniform_real_distribution differs between standard libraries.
     const double draw = static_cast<double>(active.random() >> 11) * 0x1.0p-53;
     return draw < active.rule.probability;
 }
@@ -95,13 +95,13 @@ std::optional<Fault> FaultRules::take(const std::string& service, const std::str
     if (rule.times)
         --*rule.times;
     const bool spent = rule.times == 0U;
-    FaultRule told = rule;
-    told.service = service;
+    FaultRule applied = rule;
+    applied.service = service;
     if (spent)
         active_.erase(it);
-    observer_("applied", told);
+    observer_("applied", applied);
     if (spent)
-        observer_("spent", told);
+        observer_("spent", applied);
     return fault;
 }
 

@@ -29,7 +29,7 @@ void OutgoingCalls::send(sd_bus& bus, const std::weak_ptr<Call>& handle, sd_bus_
         remove(*call);
         return;
     }
-    // Sending has sealed the message, so that it can be read like a received one.
+    // Sending has sealed the message: it can be read like a received one.
     event_log_.call_out(service_, call->member, call->receiver, body_json(message));
 }
 
@@ -44,14 +44,14 @@ void OutgoingCalls::forget(const std::string& about) {
 
 void OutgoingCalls::take_answer(const Call& call, sd_bus_message& answer) noexcept {
     try {
-        tell(call, answer);
+        log_answer(call, answer);
     } catch (const std::exception&) {
-        // An answer that cannot be read is none, and the event log has no words for it.
+        // An answer that cannot be read is not logged: the log has no event for it.
     }
     remove(call);
 }
 
-void OutgoingCalls::tell(const Call& call, sd_bus_message& answer) {
+void OutgoingCalls::log_answer(const Call& call, sd_bus_message& answer) {
     if (const sd_bus_error* error = sd_bus_message_get_error(&answer))
         event_log_.call_failed(service_, call.member, call.receiver, error->name,
                                error->message == nullptr ? "" : error->message);

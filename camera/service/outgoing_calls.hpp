@@ -11,11 +11,11 @@
 
 namespace camera {
 
-/// Calls that a service makes to others. Whoever is called need not be there: what comes of a
-/// call is told and harms nothing.
+/// Calls that a service makes to clients, which need not be there: answers and errors are logged
+/// and change nothing.
 class OutgoingCalls {
   public:
-    /// A call that is to be sent or was sent, and is not answered.
+    /// A call without an answer, sent or not yet sent.
     struct Call {
         void on_answer(sd_bus_message& answer) noexcept { owner->take_answer(*this, answer); }
 
@@ -23,7 +23,7 @@ class OutgoingCalls {
         std::string about;
         std::string member;
         std::string receiver;
-        common::SlotPtr slot{};  ///< null until it is sent
+        common::SlotPtr slot{};  ///< null until the call is sent
     };
 
     /// `event_log` must outlive this object.
@@ -32,10 +32,10 @@ class OutgoingCalls {
     OutgoingCalls(const OutgoingCalls&) = delete;
     OutgoingCalls& operator=(const OutgoingCalls&) = delete;
 
-    /// Notes that this message is to be sent. The handle is empty once the call was answered or
-    /// forgotten.
+    /// Adds a call that is not sent yet. The handle expires once the call is answered or forgotten.
+    /// @param about the subject of the call.
     [[nodiscard]] std::weak_ptr<Call> add(const std::string& about, sd_bus_message& message);
-    /// Sends the message of a call; does nothing where the call was forgotten.
+    /// Sends the message of a call; does nothing where the call is forgotten.
     void send(sd_bus& bus, const std::weak_ptr<Call>& call, sd_bus_message& message);
     void forget(const std::weak_ptr<Call>& call);
     /// Forgets all calls about this.
@@ -44,7 +44,7 @@ class OutgoingCalls {
 
   private:
     void take_answer(const Call& call, sd_bus_message& answer) noexcept;
-    void tell(const Call& call, sd_bus_message& answer);
+    void log_answer(const Call& call, sd_bus_message& answer);
     void remove(const Call& call);
 
     std::string service_;

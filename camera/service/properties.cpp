@@ -42,7 +42,7 @@ const ServedObject* object_of_property_call(sd_bus_message& call,
     return nullptr;
 }
 
-PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object) {
+PropertyCall parse_property_call(sd_bus_message& call, const ServedObject& object) {
     const std::string member = text_or_empty(sd_bus_message_get_member(&call));
     const std::string signature = text_or_empty(sd_bus_message_get_signature(&call, 1));
     const std::string wanted = member == "Get"      ? "ss"

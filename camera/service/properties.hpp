@@ -21,16 +21,16 @@ struct PropertyCall {
     bool all;
 };
 
-/// The object of ours whose properties a call is about; null for every other call, and for what
-/// sd-bus serves by itself.
+/// The object whose properties a call reads or sets; null for every other call, and for objects
+/// without properties, which sd-bus serves by itself.
 [[nodiscard]] const ServedObject* object_of_property_call(sd_bus_message& call,
                                                           std::span<const ServedObject> objects);
 
-/// What a call about the properties of `object` wants to read.
-/// @throws DBusError where there is nothing to be read.
-[[nodiscard]] PropertyCall read_property_call(sd_bus_message& call, const ServedObject& object);
+/// Parses a call about the properties of `object`.
+/// @throws DBusError where the call reads no property that there is.
+[[nodiscard]] PropertyCall parse_property_call(sd_bus_message& call, const ServedObject& object);
 
-/// Appends the variant with a property's value, or one of another type.
+/// Appends a variant with a property's value, or with a value of another type.
 using AppendValue = std::function<void(sd_bus_message& message, const sd_bus_vtable& property)>;
 
 /// Appends the body of the reply.
@@ -39,13 +39,13 @@ void append_reply(sd_bus_message& reply, const PropertyCall& call, const AppendV
 void append_change(sd_bus_message& signal, const ServedObject& object,
                    const sd_bus_vtable& property, const AppendValue& append_value);
 
-/// Appends a variant with what the getter of the vtable says; `userdata` is for the getter.
+/// Appends a variant with the value of the vtable's getter. @param userdata for the getter.
 void append_right_value(sd_bus_message& message, const ServedObject& object,
                         const sd_bus_vtable& property, void* userdata);
-/// Appends a variant that holds another type than the property's.
+/// Appends a variant with a value of another type than the property's.
 void append_wrong_value(sd_bus_message& message, const sd_bus_vtable& property);
 
-/// Appends a value that whoever expects `types` cannot read.
+/// Appends a value that a receiver which expects `types` cannot read.
 void append_wrong(sd_bus_message& message, const char* types);
 
 }  // namespace camera

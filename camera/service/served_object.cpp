@@ -6,7 +6,7 @@
 namespace camera {
 namespace {
 
-/// What an entry of a vtable says of a member; nothing for the other entries.
+/// The member of a vtable's entry; nothing for other entries.
 std::optional<std::pair<std::string, MemberKind>> member(const sd_bus_vtable& entry) {
     switch (entry.type) {
         case _SD_BUS_VTABLE_METHOD:

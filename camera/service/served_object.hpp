@@ -18,18 +18,18 @@ struct ServedObject {
     const sd_bus_vtable* vtable;
 };
 
-/// What a member of a service is. An outgoing call is one that the service itself makes.
+/// The kind of a member of a service. The service itself makes an outgoing call.
 enum class MemberKind { method, signal, property, outgoing_call };
 
 using Members = std::vector<std::pair<std::string, MemberKind>>;
 
-/// Methods, signals and properties of an object by name; where it has properties, those of the
-/// interface "org.freedesktop.DBus.Properties" that a client uses to read and follow them.
+/// Methods, signals and properties of an object. With properties there are the members of
+/// "org.freedesktop.DBus.Properties" that a client uses to read and follow them.
 [[nodiscard]] Members members_of(const ServedObject& object);
-/// The names of one kind.
+/// The names of the members of one kind.
 [[nodiscard]] std::vector<std::string> names_of(const ServedObject& object, MemberKind kind);
 
-/// Null where the object has none of that name; valid as long as the vtable.
+/// Null where the object has no such member; valid as long as the vtable.
 [[nodiscard]] const sd_bus_vtable* find_method(const ServedObject& object, std::string_view name);
 [[nodiscard]] const sd_bus_vtable* find_property(const ServedObject& object, std::string_view name);
 

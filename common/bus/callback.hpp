@@ -73,7 +73,7 @@ class Callback {
 
     static int on_track(sd_bus_track* track, void* userdata) noexcept {
         try {
-            call(userdata);
+            Fenwa::Callback<Member>::invoke(userdata);
         } catch (...) {
             end_loop_after_exception(sd_bus_get_event(sd_bus_track_get_bus(track)));
         }

@@ -1,5 +1,8 @@
 // The power budget, divided among consumers on connections of their own.
+#include <chrono>
+#include <csignal>
 #include <limits>
+#include <thread>
 
 #include "camera/models/power.hpp"
 #include "tests/integration/camera/power_scene.hpp"
@@ -94,6 +97,23 @@ TEST_F(PowerBudget, TheShareOfOneThatUnregistersOrLeavesIsFree) {
     EXPECT_THAT(told("dropped"),
                 ElementsAre(R"({"event":"dropped","service":"power-consumer","client":")" + leaver +
                             R"(","registrations":1})"));
+}
+
+TEST_F(PowerBudget, AClientThatLeavesBeforeItsCallIsServedKeepsNoConsumer) {
+    open();
+    const pid_t playing = player(camera());
+    kill(playing, SIGSTOP);
+    const BusClient witness(address());
+    auto hasty = std::make_unique<BusClient>(address(), camera::power_consumers);
+    const std::string name = hasty->unique_name();
+    hasty->send("Register", "sbsss", "vipd0", 0, "com.example.A", "/", "com.example.A");
+    hasty.reset();
+    for (int i = 0; i < 2000 && sd_bus_get_name_creds(witness.bus(), name.c_str(), 0, nullptr) >= 0;
+         ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    kill(playing, SIGCONT);
+    EXPECT_TRUE(camera().wait_for_text("\"dropped\"")) << "it left as " << name;
+    EXPECT_THAT(shares(), IsEmpty());
 }
 
 TEST_F(PowerBudget, RegisteringAgainMovesTheAddress) {
