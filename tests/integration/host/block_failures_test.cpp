@@ -1,147 +1,114 @@
+#include <csignal>
+
 #include "tests/integration/host/host_test.hpp"
 
 namespace test {
 namespace {
 
-/// Three probes, of which the second one throws.
-class BlockFailure : public HostTest {
+/// The phase in which the second of three probes throws, and what they log until the end.
+struct Failure : Case {
+    std::string log;
+};
+
+class BlockFailure : public HostTest, public testing::WithParamInterface<Failure> {
   protected:
-    Ended run_throwing(const std::string& phase, const std::string& what = "runtime") const {
-        return run(
-            probes("[blocks.first]\ntype = \"Probe\"\n[blocks.second]\ntype = \"Probe\"\n"
-                   "throws_in = \"" +
-                   phase + "\"\nthrows = \"" + what + "\"\n[blocks.third]\ntype = \"Probe\"\n"),
-            {"--for", "0.1"});
+    Ended run_throwing(const std::string& what) const {
+        return run(block("first", "Probe") +
+                       block("second", "Probe",
+                             "throws_in = \"" + GetParam().name + "\", throws = \"" + what + "\"") +
+                       block("third", "Probe"),
+                   {"--for", "0.1"});
     }
 
-    /// A BlockFailure in the form of every mistake.
-    static std::string threw(const std::string& phase, const std::string& what) {
-        return "graph.toml:4:9: error: block 'second' (Probe) threw in " + phase + ": " + what +
-               "\n[blocks.second]\n        ^\ngraph.toml: 1 error\n";
+    /// Expects the sentence in the form of every mistake, and that the run does not go on.
+    void expect_failure(const Ended& ended, int code, const std::string& sentence) const {
+        EXPECT_EQ(ended.code, code);
+        EXPECT_NE(ended.err.find(": error: block 'second' (Probe)" + sentence +
+                                 "\nblocks.second = {type = \"Probe\", "),
+                  std::string::npos)
+            << ended.err;
+        EXPECT_TRUE(ended.err.starts_with("graph.toml:3:")) << ended.err;
+        EXPECT_TRUE(ended.err.ends_with("^\ngraph.toml: 1 error\n")) << ended.err;
+        EXPECT_TRUE(without_times(ended.out).ends_with(exit_line(code))) << ended.out;
+        const bool is_ready = GetParam().name == "run" || GetParam().name == "stop";
+        EXPECT_EQ(count_lines(ended.out, "\"ready\""), is_ready ? 1 : 0);
     }
 
-    static std::string last_line(const std::string& text) {
-        return without_times(text.substr(text.rfind('\n', text.size() - 2) + 1));
+    static std::string threw() {
+        const std::string& phase = GetParam().name;
+        return " threw in " + (phase == "constructor" ? "its constructor" : phase) + ": ";
     }
 };
 
-const std::string failed = "{\"event\":\"exit\",\"time\":0,\"status\":70}\n";
+TEST_P(BlockFailure, StopsAndDestroysTheBlocksThatThereAreInReverse) {
+    const Ended ended = run_throwing("runtime");
+    expect_failure(ended, 70, threw() + "thrown on purpose");
+    EXPECT_EQ(messages(ended.out), GetParam().log);
+}
+
+TEST_P(BlockFailure, OfTheBusIsQuotedAndMayBeOfAnyType) {
+    // The constructor is passed without a bus, because it may need one.
+    expect_failure(run_throwing("sdbus"), 70, threw() + "com.example.Error.Broken: it broke");
+    expect_failure(run_throwing("odd"), 70, threw() + "something that is not a std::exception");
+}
+
+TEST_P(BlockFailure, OfASettingGives78AtTheLineOfItsKeyOrOfTheBlock) {
+    const Ended ended = run_throwing("configuration");
+    expect_failure(ended, 78,
+                   ": the key 'throws' must be a word that is not there, not another one");
+    // In these two phases it is found before anything is started.
+    const bool is_early = GetParam().name == "constructor" || GetParam().name == "setup";
+    EXPECT_EQ(messages(ended.out), is_early ? "" : GetParam().log);
+    expect_failure(run_throwing("missing"), 78, ": the required key 'absent' (an int) is missing");
+}
+
 const std::string constructors = "first: constructor\nsecond: constructor\nthird: constructor\n";
-const std::string setups = "first: setup\nsecond: setup\nthird: setup\n";
+const std::string setups = constructors + "first: setup\nsecond: setup\nthird: setup\n";
+const std::string starts = setups + "first: start\nsecond: start\nthird: start\n";
+const std::string stops = "third: stop\nsecond: stop\nfirst: stop\n";
 const std::string destructors = "third: destructor\nsecond: destructor\nfirst: destructor\n";
 
-TEST_F(BlockFailure, InTheConstructor) {
-    const Ended ended = run_throwing("constructor");
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, threw("its constructor", "thrown on purpose"));
-    EXPECT_EQ(messages(ended.out),
-              "first: constructor\nsecond: constructor\nfirst: stop\nfirst: destructor\n");
-    EXPECT_EQ(last_line(ended.out), failed);
-    EXPECT_EQ(lines_with(ended.out, "\"ready\""), "");
-}
+INSTANTIATE_TEST_SUITE_P(
+    In, BlockFailure,
+    testing::Values(
+        Failure{{"constructor"},
+                "first: constructor\nsecond: constructor\nfirst: stop\n"
+                "first: destructor\n"},
+        Failure{{"setup"},
+                constructors + "first: setup\nsecond: setup\nfirst: stop\n" + destructors},
+        Failure{{"start"}, setups + "first: start\nsecond: start\nfirst: stop\n" + destructors},
+        Failure{{"run"}, starts + "first: run\nsecond: run\n" + stops + destructors},
+        Failure{{"stop"}, starts + "first: run\nsecond: run\nthird: run\n" + stops + destructors}),
+    name_of<Failure>);
 
-TEST_F(BlockFailure, InTheSetup) {
-    const Ended ended = run_throwing("setup");
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, threw("setup", "thrown on purpose"));
-    EXPECT_EQ(messages(ended.out),
-              constructors + "first: setup\nsecond: setup\nfirst: stop\n" + destructors);
-    EXPECT_EQ(last_line(ended.out), failed);
-}
-
-TEST_F(BlockFailure, InTheStart) {
-    const Ended ended = run_throwing("start");
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, threw("start", "thrown on purpose"));
-    EXPECT_EQ(messages(ended.out),
-              constructors + setups + "first: start\nsecond: start\nfirst: stop\n" + destructors);
-    EXPECT_EQ(last_line(ended.out), failed);
-    EXPECT_EQ(lines_with(ended.out, "\"ready\""), "");
-}
-
-TEST_F(BlockFailure, InARun) {
-    const Ended ended = run_throwing("run");
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, threw("run", "thrown on purpose"));
-    EXPECT_EQ(messages(ended.out),
-              constructors + setups +
-                  "first: start\nsecond: start\nthird: start\nfirst: run\nsecond: run\n"
-                  "third: stop\nsecond: stop\nfirst: stop\n" +
-                  destructors);
-    EXPECT_EQ(last_line(ended.out), failed);
-}
-
-TEST_F(BlockFailure, InTheStopKeepsNoOtherFromStopping) {
-    const Ended ended = run_throwing("stop");
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, threw("stop", "thrown on purpose"));
-    EXPECT_EQ(messages(ended.out),
-              constructors + setups +
-                  "first: start\nsecond: start\nthird: start\nfirst: run\nsecond: run\n"
-                  "third: run\nthird: stop\nsecond: stop\nfirst: stop\n" +
-                  destructors);
-    EXPECT_EQ(last_line(ended.out), failed);
-}
-
-TEST_F(BlockFailure, SaysWhatABusCallGave) {
-    EXPECT_EQ(run_throwing("start", "sdbus").err,
-              threw("start", "com.example.Error.Broken: it broke"));
-    // A dry construction lets this pass, because it may have wanted a bus.
-    EXPECT_EQ(run_throwing("constructor", "sdbus").err,
-              threw("its constructor", "com.example.Error.Broken: it broke"));
-}
-
-TEST_F(BlockFailure, MayBeNoException) {
-    for (const char* phase : {"setup", "start", "run", "stop"}) {
-        const Ended ended = run_throwing(phase, "odd");
-        EXPECT_EQ(ended.code, 70) << phase;
-        EXPECT_EQ(ended.err, threw(phase, "something that is not a std::exception"));
+/// A block that takes the host with it, in this operation.
+class Crash : public HostTest, public testing::WithParamInterface<std::string> {
+  protected:
+    void expect_death(const std::string& does, int code, int signal,
+                      const std::string& sentence) const {
+        const std::string in = "in = \"" + GetParam() + "\", ";
+        const Ended ended =
+            run(block("b", "Stubborn", in + "does = \"" + does + "\""), {"--for", "0.2"});
+        expect_end(ended, code, "fenwa: " + sentence + "\n");
+        EXPECT_EQ(ended.signal, signal);
+        // Earlier log lines are not lost.
+        EXPECT_NE(ended.out.find("b: " + does + " in " + GetParam()), std::string::npos);
     }
-    EXPECT_EQ(run_throwing("constructor", "odd").err,
-              threw("its constructor", "something that is not a std::exception"));
+};
+
+TEST_P(Crash, IsSaidOfTheBlockAndItsOperationBeforeTheHostDiesOfIt) {
+    const std::string phase = GetParam().ends_with("structor") ? "its " + GetParam() : GetParam();
+    expect_death("crashes", -1, SIGSEGV, "block 'b' crashed in " + phase + " (SIGSEGV)");
+    expect_death("aborts", -1, SIGABRT, "block 'b' crashed in " + phase + " (SIGABRT)");
+    expect_death("exits", 70, 0, "block 'b' called exit in " + phase);
+    expect_death("a thread", -1, SIGSEGV,
+                 "something outside of the blocks' operations crashed (SIGSEGV)");
 }
 
-TEST_F(BlockFailure, FactoryWithoutBlockIsFoundBeforeAnythingStarts) {
-    const Ended ended =
-        run(probes("[blocks.first]\ntype = \"Probe\"\n[blocks.second]\n"
-                   "type = \"Nothing\"\n"));
-    EXPECT_EQ(ended.code, 78);
-    EXPECT_EQ(messages(ended.out), "");
-}
-
-TEST_F(BlockFailure, ConfigurationErrorGives78AtTheLineOfItsKey) {
-    for (const char* phase : {"constructor", "setup", "start", "run", "stop"}) {
-        const Ended ended = run_throwing(phase, "configuration");
-        EXPECT_EQ(ended.code, 78) << phase;
-        EXPECT_EQ(ended.err,
-                  "graph.toml:7:1: error: block 'second' (Probe): the key 'throws' must be a word "
-                  "that is not there, not another one\nthrows = \"configuration\"\n^\n"
-                  "graph.toml: 1 error\n")
-            << phase;
-        EXPECT_EQ(last_line(ended.out), "{\"event\":\"exit\",\"time\":0,\"status\":78}\n");
-    }
-}
-
-TEST_F(BlockFailure, ConfigurationErrorForAMissingKeyIsAtTheBlock) {
-    for (const char* phase : {"constructor", "setup", "start", "run", "stop"}) {
-        const Ended ended = run_throwing(phase, "missing");
-        EXPECT_EQ(ended.code, 78) << phase;
-        EXPECT_EQ(ended.err,
-                  "graph.toml:4:9: error: block 'second' (Probe): the required key 'absent' (an "
-                  "int) is missing\n[blocks.second]\n        ^\ngraph.toml: 1 error\n")
-            << phase;
-    }
-}
-
-TEST_F(BlockFailure, ConfigurationErrorOfTheConstructorIsFoundBeforeAnythingStarts) {
-    EXPECT_EQ(messages(run_throwing("constructor", "configuration").out), "");
-    EXPECT_EQ(messages(run_throwing("setup", "configuration").out), "");
-}
-
-TEST_F(BlockFailure, ConfigurationErrorStopsTheOthersAsAnyThrowDoes) {
-    EXPECT_EQ(messages(run_throwing("start", "configuration").out),
-              constructors + setups + "first: start\nsecond: start\nfirst: stop\n" + destructors);
-}
+INSTANTIATE_TEST_SUITE_P(Operations, Crash,
+                         testing::Values("constructor", "setup", "start", "run", "stop",
+                                         "destructor"),
+                         name_of<std::string>);
 
 }  // namespace
 }  // namespace test

@@ -1,10 +1,10 @@
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <chrono>
 #include <cstring>
 
+#include "common/process/descriptor.hpp"
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
 
@@ -13,115 +13,81 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const std::string timer = "[blocks.t]\ntype = \"Timer\"\ninterval = 5000\n";
-const std::string unavailable = "{\"event\":\"exit\",\"time\":0,\"status\":69}\n";
-
-/// A socket that takes connections and never says anything.
-class SilentSocket {
-  public:
-    explicit SilentSocket(const std::string& path)
-        : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(fd_, 5), 0);
-    }
-    SilentSocket(const SilentSocket&) = delete;
-    SilentSocket& operator=(const SilentSocket&) = delete;
-    ~SilentSocket() { close(fd_); }
-
-  private:
-    int fd_;
-};
+const std::string timer = block("t", "Timer", "interval = 5000");
 
 class BusAddress : public HostTest {
   protected:
-    /// Runs a graph without `--bus`.
-    Ended run_graph(const std::string& graph, const Words& arguments = {},
-                    const Environment& environment = {}) const {
-        return without_folder(run_program(run_command(graph, arguments), environment));
+    /// Runs the graph for a moment without `--bus`.
+    Ended run_graph(const std::string& graph, const Environment& environment = {}) const {
+        return without_folder(run_program(command("run", graph, {"--for", "0.01"}), environment));
     }
+    static std::string address(const std::string& text) {
+        return "bus.address = \"" + text + "\"\n" + timer;
+    }
+    static std::string names(const std::string& list) { return "bus.names = [" + list + "]\n"; }
 };
 
+const std::string not_there =
+    "fenwa: cannot reach the bus at 'unix:path=/no/bus': No such file or "
+    "directory\n";
+
 TEST_F(BusAddress, WhereNobodyListensIsNamed) {
-    const Ended ended = run_graph(timer, {"--bus", "unix:path=/no/bus"});
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(without_times(ended.out), unavailable);
-    EXPECT_EQ(ended.err,
-              "fenwa: cannot reach the bus at 'unix:path=/no/bus': No such file or directory\n");
+    const Ended ended = run(timer, {"--bus", "unix:path=/no/bus"});
+    expect_end(ended, 69, not_there);
+    EXPECT_EQ(without_times(ended.out), exit_line(69));
 }
 
 TEST_F(BusAddress, OfNonsenseIsNamed) {
-    for (const char* address : {"nonsense", "", "unix:", "unix:path=", "tcp:port=x"}) {
-        const Ended ended =
-            run_graph("[bus]\naddress = \"" + std::string(address) + "\"\n" + timer);
-        EXPECT_EQ(ended.code, 69) << address;
-        EXPECT_TRUE(ended.err.starts_with("fenwa: cannot reach the bus at '" +
-                                          std::string(address) + "': "))
+    for (const std::string text : {"nonsense", "", "unix:", "unix:path=", "tcp:port=x"}) {
+        const Ended ended = run_graph(address(text));
+        EXPECT_EQ(ended.code, 69) << text;
+        EXPECT_TRUE(ended.err.starts_with("fenwa: cannot reach the bus at '" + text + "': "))
             << ended.err;
-        EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1);
+        EXPECT_EQ(count_lines(ended.err), 1);
     }
 }
 
 TEST_F(BusAddress, ThatAcceptsAndStaysSilentIsGivenUpInTime) {
-    const std::string path = (folder().path() / "silent").string();
-    const SilentSocket socket(path);
+    const common::Descriptor silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path("silent").c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(silent.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(silent.get(), 5), 0);
     const auto begin = Clock::now();
-    const Ended ended = run_graph(timer, {"--bus", "unix:path=" + path, "--call-timeout", "0.3"});
+    const Ended ended =
+        run(timer, {"--bus", "unix:path=" + path("silent"), "--call-timeout", "0.3"});
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3));
     EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(300));
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(without_times(ended.out), unavailable);
-    EXPECT_EQ(ended.err,
-              "fenwa: cannot reach the bus at 'unix:path=silent': no answer within "
-              "0.300000 s\n");
-}
-
-TEST_F(BusAddress, OfTheGraphIsUsed) {
-    BusListener listener(bus());
-    Process host(run_command("[bus]\naddress = \"" + bus() +
-                             "\"\nnames = [\"com.example.FromGraph\"]\n" + timer));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
-    EXPECT_TRUE(listener.has_owner("com.example.FromGraph"));
-    EXPECT_EQ(host.terminate().code, 0);
+    expect_end(ended, 69,
+               "fenwa: cannot reach the bus at 'unix:path=silent': no answer within 0.300000 s\n");
+    EXPECT_EQ(without_times(ended.out), exit_line(69));
 }
 
 TEST_F(BusAddress, OfTheCommandLineWinsOverTheGraphs) {
-    const Ended ended = run_graph("[bus]\naddress = \"unix:path=/no/bus\"\n" + timer,
-                                  {"--bus", bus(), "--for", "0.01"});
-    EXPECT_EQ(ended.code, 0) << ended.err;
-    EXPECT_EQ(run_graph("[bus]\naddress = \"" + bus() + "\"\n" + timer,
-                        {"--bus", "unix:path=/no/bus", "--for", "0.01"})
-                  .code,
-              69);
+    EXPECT_EQ(run_graph(address(bus())).code, 0);
+    expect_end(run(address("unix:path=/no/bus"), {"--for", "0.01"}));
+    expect_end(run(address(bus()), {"--bus", "unix:path=/no/bus"}), 69, not_there);
 }
 
-TEST_F(BusAddress, IsTheSystemBusWhenNoneIsGiven) {
-    EXPECT_EQ(run_graph(timer, {"--for", "0.01"}, {{"DBUS_SYSTEM_BUS_ADDRESS", bus()}}).code, 0);
-    const Ended ended = run_graph(timer, {}, {{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/no/bus"}});
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err, "fenwa: cannot reach the bus at 'system': No such file or directory\n");
-}
-
-TEST_F(BusAddress, MayBeTheSessionBus) {
-    const std::string graph = "[bus]\naddress = \"session\"\n" + timer;
-    EXPECT_EQ(run_graph(graph, {"--for", "0.01"}, {{"DBUS_SESSION_BUS_ADDRESS", bus()}}).code, 0);
-    EXPECT_EQ(run_graph(timer, {"--bus", "session", "--for", "0.01"},
-                        {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/bus"}})
-                  .err,
-              "fenwa: cannot reach the bus at 'session': No such file or directory\n");
+TEST_F(BusAddress, MayBeTheSystemBusAsWithoutOneOrTheSessionBus) {
+    const std::pair<std::string, std::string> graphs[]{
+        {"system", timer}, {"system", address("system")}, {"session", address("session")}};
+    for (const auto& [name, graph] : graphs) {
+        const std::string variable =
+            name == "system" ? "DBUS_SYSTEM_BUS_ADDRESS" : "DBUS_SESSION_BUS_ADDRESS";
+        EXPECT_EQ(run_graph(graph, {{variable, bus()}}).code, 0) << graph;
+        expect_end(run_graph(graph, {{variable, "unix:path=/no/bus"}}), 69,
+                   "fenwa: cannot reach the bus at '" + name + "': No such file or directory\n");
+    }
 }
 
 TEST_F(BusAddress, NamesAreOwnedWhileTheGraphRuns) {
     BusListener listener(bus());
-    Process host(
-        run_command("[bus]\nnames = [\"com.example.First\", \"com.example.Second\"]\n" + timer,
-                    {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    start(names(R"("com.example.First", "com.example.Second")") + timer);
     EXPECT_TRUE(listener.has_owner("com.example.First"));
     EXPECT_TRUE(listener.has_owner("com.example.Second"));
-    EXPECT_EQ(host.terminate().code, 0);
+    stop();
     EXPECT_TRUE(listener.loses_owner("com.example.First"));
     EXPECT_TRUE(listener.loses_owner("com.example.Second"));
 }
@@ -130,20 +96,14 @@ TEST_F(BusAddress, NameOfSomebodyElseIsNotTaken) {
     BusListener owner(bus());
     owner.own("com.example.Taken");
     const Ended ended =
-        run(probes("[bus]\nnames = [\"com.example.Free\", \"com.example.Taken\"]\n"
-                   "[blocks.p]\ntype = \"Probe\"\n"));
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(without_times(ended.out), unavailable);  // no block was built
-    EXPECT_EQ(ended.err,
-              "fenwa: cannot own the bus name 'com.example.Taken': another connection "
-              "owns it\n");
-}
-
-TEST_F(BusAddress, NameOfTheDaemonCannotBeHad) {
-    const Ended ended = run("[bus]\nnames = [\"org.freedesktop.DBus\"]\n" + timer);
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_TRUE(ended.err.starts_with("fenwa: cannot own the bus name 'org.freedesktop.DBus': "))
-        << ended.err;
+        run(names(R"("com.example.Free", "com.example.Taken")") + block("p", "Probe"));
+    expect_end(ended, 69,
+               "fenwa: cannot own the bus name 'com.example.Taken': another connection owns it\n");
+    EXPECT_EQ(without_times(ended.out), exit_line(69));  // no block was built
+    const Ended reserved = run(names(R"("org.freedesktop.DBus")") + timer);
+    EXPECT_EQ(reserved.code, 69);
+    EXPECT_TRUE(reserved.err.starts_with("fenwa: cannot own the bus name 'org.freedesktop.DBus': "))
+        << reserved.err;
 }
 
 }  // namespace

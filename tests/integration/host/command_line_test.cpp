@@ -1,35 +1,36 @@
+#include <sstream>
+
 #include "tests/integration/host/host_test.hpp"
 
 namespace test {
 namespace {
 
-Ended fenwa(Words arguments) {
-    arguments.insert(arguments.begin(), FENWA_PROGRAM);
-    return run_program(arguments);
+/// The words between single blanks.
+Words split(const std::string& line) {
+    std::istringstream stream(line);
+    Words words;
+    for (std::string word; std::getline(stream, word, ' ');)
+        words.push_back(word);
+    return words;
 }
 
 class CommandLine : public HostTest {};
 
 TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
-    const std::map<std::string, Words> usages{
-        {"Usage: fenwa [OPTIONS] SUBCOMMAND\n", {}},
-        {"Usage: fenwa run [OPTIONS] GRAPH\n", {"run"}},
-        {"Usage: fenwa check [OPTIONS] GRAPH\n", {"check"}},
-        {"Usage: fenwa read [OPTIONS] PORT\n", {"read"}},
-        {"Usage: fenwa write [OPTIONS] PORT VALUE\n", {"write"}},
-        {"Usage: fenwa watch [OPTIONS]\n", {"watch"}},
-        {"Usage: fenwa inspect [OPTIONS] PLUGIN [TYPE]\n", {"inspect"}},
-        {"Usage: fenwa graph [OPTIONS] [GRAPH]\n", {"graph"}},
-    };
-    for (const auto& [usage, level] : usages) {
+    for (const std::string usage :
+         {"fenwa [OPTIONS] SUBCOMMAND", "fenwa run [OPTIONS] GRAPH", "fenwa check [OPTIONS] GRAPH",
+          "fenwa read [OPTIONS] PORT", "fenwa write [OPTIONS] PORT VALUE", "fenwa watch [OPTIONS]",
+          "fenwa inspect [OPTIONS] PLUGIN [TYPE]", "fenwa graph [OPTIONS] [GRAPH]"}) {
+        const std::string level = split(usage)[1];
+        const Words words = level.starts_with("[") ? Words{} : Words{level};
         for (const char* option : {"-h", "--help"}) {
-            Words words = level;
-            words.push_back(option);
-            const Ended ended = fenwa(words);
-            EXPECT_EQ(ended.code, 0) << usage;
-            EXPECT_NE(ended.out.find(usage), std::string::npos) << ended.out;
-            EXPECT_EQ(ended.err, "");
+            const Ended ended = fenwa(words + Words{option});
+            expect_end(ended);
+            EXPECT_NE(ended.out.find("Usage: " + usage + "\n"), std::string::npos) << ended.out;
         }
+        const Ended version = fenwa(words + Words{"--version"});
+        expect_end(version);
+        EXPECT_EQ(version.out, "fenwa " FENWA_VERSION "\n");
     }
 }
 
@@ -40,121 +41,88 @@ TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
         EXPECT_NE(help.find(option), std::string::npos) << option;
 }
 
-TEST_F(CommandLine, VersionGoesToStdoutOnEveryLevel) {
-    for (const Words& words :
-         {Words{"--version"}, Words{"run", "--version"}, Words{"check", "--version"},
-          Words{"read", "--version"}, Words{"write", "--version"}, Words{"watch", "--version"},
-          Words{"inspect", "--version"}, Words{"graph", "--version"}}) {
-        const Ended ended = fenwa(words);
-        EXPECT_EQ(ended.code, 0);
-        EXPECT_EQ(ended.out, "fenwa " FENWA_VERSION "\n");
-        EXPECT_EQ(ended.err, "");
-    }
-}
-
-struct Mistake {
-    Words words;
-    std::string sentence;
-};
-
-void PrintTo(const Mistake& mistake, std::ostream* out) {
-    *out << mistake.sentence;
-}
-
-class WrongCommandLine : public testing::TestWithParam<Mistake> {};
-
-TEST_P(WrongCommandLine, IsOneLineOnStderrAndExitCode2) {
-    const Ended ended = fenwa(GetParam().words);
-    EXPECT_EQ(ended.code, 2);
+void expect_mistake(const Words& words, const std::string& sentence) {
+    const Ended ended = fenwa(words);
+    expect_end(ended, 2, "fenwa: " + sentence + "\n");
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "fenwa: " + GetParam().sentence + "\n");
 }
 
-const std::string seconds = " is not a number of seconds from 0.000001 to 1000000000";
+TEST_F(CommandLine, MistakeIsOneLineOnStderrAndExitCode2) {
+    expect_mistake({}, "A subcommand is required");
+    const std::string unexpected = "The following argument was not expected: ";
+    const std::string empty = ": the value after '=' is missing";
+    const std::string no_name = "--control: 'nodots' is not a valid well-known bus name";
+    const std::string picture = " is not a picture; the name must end with .svg or .png";
+    const std::pair<std::string, std::string> mistakes[]{
+        {"chek", "unknown command 'chek'; did you mean 'check'?"},
+        {"urn graph.toml", "unknown command 'urn'; did you mean 'run'?"},
+        {"raed a.b", "unknown command 'raed'; did you mean 'read'?"},
+        {"xyzzy", "unknown command 'xyzzy' (see fenwa --help)"},
+        {" ", "unknown command '' (see fenwa --help)"},
+        {"run", "GRAPH is required"},
+        {"run --control", "GRAPH is required"},
+        {"check", "GRAPH is required"},
+        {"inspect", "PLUGIN is required"},
+        {"read", "PORT is required"},
+        {"write", "PORT is required"},
+        {"write a.b", "VALUE is required"},
+        {"graph", "GRAPH or --control is required"},
+        {"run one two", unexpected + "two"},
+        {"run one two three", "The following arguments were not expected: two three"},
+        {"run --control one two", unexpected + "two"},
+        {"inspect one two three", unexpected + "three"},
+        {"inspect one --plugin-dir two three four", unexpected + "four"},
+        {"watch a.b", unexpected + "a.b"},
+        {"write a.b 1 -- -x", unexpected + "-x"},
+        {"check one --strict", "unknown option '--strict' (see fenwa check --help)"},
+        {"check one --for=3", "unknown option '--for' (see fenwa check --help)"},
+        {"check one -x", "unknown option '-x' (see fenwa check --help)"},
+        {"run one --deny-warnings", "unknown option '--deny-warnings' (see fenwa run --help)"},
+        {"run --xyzzy 3 one", "unknown option '--xyzzy' (see fenwa run --help)"},
+        {"run --xyzzy", "unknown option '--xyzzy' (see fenwa run --help)"},
+        {"--xyzzy run one", "unknown option '--xyzzy' (see fenwa run --help)"},
+        {"--xyzzy", "unknown option '--xyzzy' (see fenwa --help)"},
+        {"write a.b -inf", "unknown option '-inf' (see fenwa write --help)"},
+        {"read a.b --colour never", "unknown option '--colour'; did you mean '--color'?"},
+        {"run one --call-timout=3",
+         "unknown option '--call-timout'; did you mean '--call-timeout'?"},
+        {"run one --for=", "--for" + empty},
+        {"run one --for= 3", "--for" + empty},
+        {"run one --control=", "--control" + empty},
+        {"graph --control=", "--control" + empty},
+        {"read a.b --bus=", "--bus" + empty},
+        {"run one --plugin-dir", "--plugin-dir: 1 required DIR missing"},
+        {"run one --format xml", "--format: xml not in {text,json}"},
+        {"watch --format xml", "--format: xml not in {text,json}"},
+        {"run one --color mauve", "--color: mauve not in {auto,always,never}"},
+        {"run one --control=nodots", no_name},
+        {"run one --control=:1.7", "--control: ':1.7' is not a valid well-known bus name"},
+        {"graph --control=nodots", no_name},
+        {"read a.b --control nodots", no_name},
+        {"graph one --control", "GRAPH and --control exclude each other"},
+        {"graph one --bus session", "--bus requires --control"},
+        {"graph one --output one.pdf", "--output: 'one.pdf'" + picture},
+        {"graph one --output svg", "--output: 'svg'" + picture},
+    };
+    for (const auto& [line, sentence] : mistakes)
+        expect_mistake(split(line), sentence);
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    All, WrongCommandLine,
-    testing::Values(
-        Mistake{{}, "A subcommand is required"},
-        Mistake{{"chek"}, "unknown command 'chek'; did you mean 'check'?"},
-        Mistake{{"urn", "graph.toml"}, "unknown command 'urn'; did you mean 'run'?"},
-        Mistake{{"xyzzy"}, "unknown command 'xyzzy' (see fenwa --help)"},
-        Mistake{{""}, "unknown command '' (see fenwa --help)"},
-        Mistake{{"run"}, "GRAPH is required"}, Mistake{{"check"}, "GRAPH is required"},
-        Mistake{{"run", "one", "two"}, "The following argument was not expected: two"},
-        Mistake{{"run", "one", "two", "three"},
-                "The following arguments were not expected: two three"},
-        Mistake{{"check", "one", "--strict"}, "unknown option '--strict' (see fenwa check --help)"},
-        Mistake{{"check", "one", "--for=3"}, "unknown option '--for' (see fenwa check --help)"},
-        Mistake{{"run", "one", "--deny-warnings"},
-                "unknown option '--deny-warnings' (see fenwa run --help)"},
-        Mistake{{"run", "--xyzzy", "3", "one"}, "unknown option '--xyzzy' (see fenwa run --help)"},
-        Mistake{{"run", "--xyzzy"}, "unknown option '--xyzzy' (see fenwa run --help)"},
-        Mistake{{"read", "a.b", "--colour", "never"},
-                "unknown option '--colour'; did you mean '--color'?"},
-        Mistake{{"run", "one", "--call-timout=3"},
-                "unknown option '--call-timout'; did you mean '--call-timeout'?"},
-        Mistake{{"check", "one", "-x"}, "unknown option '-x' (see fenwa check --help)"},
-        Mistake{{"write", "a.b", "-inf"}, "unknown option '-inf' (see fenwa write --help)"},
-        Mistake{{"write", "a.b", "1", "--", "-x"}, "The following argument was not expected: -x"},
-        Mistake{{"--xyzzy"}, "unknown option '--xyzzy' (see fenwa --help)"},
-        Mistake{{"--xyzzy", "run", "one"}, "unknown option '--xyzzy' (see fenwa run --help)"},
-        Mistake{{"run", "one", "--for="}, "--for: the value after '=' is missing"},
-        Mistake{{"run", "one", "--for=", "3"}, "--for: the value after '=' is missing"},
-        Mistake{{"run", "one", "--control="}, "--control: the value after '=' is missing"},
-        Mistake{{"graph", "--control="}, "--control: the value after '=' is missing"},
-        Mistake{{"read", "a.b", "--bus="}, "--bus: the value after '=' is missing"},
-        Mistake{{"run", "one", "--for", "0x10"}, "--for: '0x10'" + seconds},
-        Mistake{{"run", "one", "--for", " 1"}, "--for: ' 1'" + seconds},
-        Mistake{{"run", "one", "--for", "1 "}, "--for: '1 '" + seconds},
-        Mistake{{"run", "one", "--for", "+1"}, "--for: '+1'" + seconds},
-        Mistake{{"run", "one", "--for", "1_0"}, "--for: '1_0'" + seconds},
-        Mistake{{"run", "one", "--call-timeout", "0x10"}, "--call-timeout: '0x10'" + seconds},
-        Mistake{{"inspect", "one", "--time-limit", "0x10"}, "--time-limit: '0x10'" + seconds},
-        Mistake{{"run", "one", "--format", "xml"}, "--format: xml not in {text,json}"},
-        Mistake{{"run", "one", "--color", "mauve"}, "--color: mauve not in {auto,always,never}"},
-        Mistake{{"run", "one", "--plugin-dir"}, "--plugin-dir: 1 required DIR missing"},
-        Mistake{{"run", "one", "--for", "soon"}, "--for: 'soon'" + seconds},
-        Mistake{{"run", "one", "--for", "0"}, "--for: '0'" + seconds},
-        Mistake{{"run", "one", "--for=-1"}, "--for: '-1'" + seconds},
-        Mistake{{"run", "one", "--for", "nan"}, "--for: 'nan'" + seconds},
-        Mistake{{"run", "one", "--for", "inf"}, "--for: 'inf'" + seconds},
-        Mistake{{"run", "one", "--for", "1s"}, "--for: '1s'" + seconds},
-        Mistake{{"run", "one", "--control=nodots"},
-                "--control: 'nodots' is not a valid well-known bus name"},
-        Mistake{{"run", "one", "--control=:1.7"},
-                "--control: ':1.7' is not a valid well-known bus name"},
-        Mistake{{"run", "--control"}, "GRAPH is required"},
-        Mistake{{"run", "--control", "one", "two"}, "The following argument was not expected: two"},
-        Mistake{{"inspect"}, "PLUGIN is required"},
-        Mistake{{"inspect", "one", "two", "three"},
-                "The following argument was not expected: three"},
-        Mistake{{"inspect", "one", "--plugin-dir", "two", "three", "four"},
-                "The following argument was not expected: four"},
-        Mistake{{"inspect", "one", "--time-limit", "0"}, "--time-limit: '0'" + seconds},
-        Mistake{{"graph"}, "GRAPH or --control is required"},
-        Mistake{{"graph", "one", "--control"}, "GRAPH and --control exclude each other"},
-        Mistake{{"graph", "--control=nodots"},
-                "--control: 'nodots' is not a valid well-known bus name"},
-        Mistake{{"graph", "one", "--bus", "session"}, "--bus requires --control"},
-        Mistake{{"graph", "one", "--output", "one.pdf"},
-                "--output: 'one.pdf' is not a picture; the name must end with .svg or .png"},
-        Mistake{{"graph", "one", "--output", "svg"},
-                "--output: 'svg' is not a picture; the name must end with .svg or .png"},
-        Mistake{{"read"}, "PORT is required"}, Mistake{{"write"}, "PORT is required"},
-        Mistake{{"write", "a.b"}, "VALUE is required"},
-        Mistake{{"watch", "a.b"}, "The following argument was not expected: a.b"},
-        Mistake{{"watch", "--format", "xml"}, "--format: xml not in {text,json}"},
-        Mistake{{"read", "a.b", "--control", "nodots"},
-                "--control: 'nodots' is not a valid well-known bus name"},
-        Mistake{{"raed", "a.b"}, "unknown command 'raed'; did you mean 'read'?"},
-        Mistake{{"run", "one", "--call-timeout", "1e10"}, "--call-timeout: '1e10'" + seconds},
-        Mistake{{"run", "one", "--call-timeout", "nan"}, "--call-timeout: 'nan'" + seconds}));
-
-TEST_F(CommandLine, LongestCallTimeoutIsUsable) {
-    const Ended ended = run("[blocks.t]\ntype = \"Timer\"\ninterval = 1000\n",
-                            {"--call-timeout", "1000000000", "--for", "0.01"});
-    EXPECT_EQ(ended.code, 0) << ended.err;
+TEST_F(CommandLine, TimesAreNumbersOfSecondsInTheirRange) {
+    const auto refuse = [](const Words& command, const std::string& option,
+                           const std::string& value) {
+        expect_mistake(
+            command + Words{option + "=" + value},
+            option + ": '" + value + "' is not a number of seconds from 0.000001 to 1000000000");
+    };
+    for (const char* value :
+         {"0x10", " 1", "1 ", "+1", "1_0", "soon", "0", "-1", "nan", "inf", "1s", "1e10"}) {
+        refuse({"run", "one"}, "--for", value);
+        refuse({"run", "one"}, "--call-timeout", value);
+        refuse({"inspect", "one"}, "--time-limit", value);
+    }
+    expect_end(run(block("t", "Timer", "interval = 1000"),
+                   {"--call-timeout", "1000000000", "--for", "0.01"}));
 }
 
 }  // namespace

@@ -1,23 +1,24 @@
 #pragma once
 
-#include <systemd/sd-bus.h>
-
 #include <string>
 #include <vector>
 
-#include "common/bus/bus.hpp"
+#include "tests/integration/host/bus_client.hpp"
 
 namespace test {
 
-/// A client of the control interface. What it gets is text: "d 36.5" for a variant, "ok" for an
+/// A client of the control interface. Each call returns text: "d 36.5" for a variant, "ok" for an
 /// empty reply, the text itself for a string, and "NAME: SENTENCE" for an error, without the prefix
 /// "com.tarlo.Fenwa.Host1.Error.".
-class ControlClient {
+class ControlClient : public BusClient {
   public:
     explicit ControlClient(const std::string& address,
-                           std::string destination = "com.tarlo.Fenwa.Host1");
+                           std::string destination = "com.tarlo.Fenwa.Host1")
+        : BusClient(address), destination_(std::move(destination)) {}
 
-    [[nodiscard]] std::string read(const std::string& port) const;
+    [[nodiscard]] std::string read(const std::string& port) const {
+        return call("Read", "s", port.c_str());
+    }
     /// Writes a variant of this type.
     template <class Value>
     [[nodiscard]] std::string write(const std::string& port, const char* type, Value value) const {
@@ -36,17 +37,14 @@ class ControlClient {
 
     /// From here on keeps the "OutputChanged" signals.
     void listen();
-    /// Serves what has come until there are so many, 20 s at most: "PORT TYPE VALUE".
+    /// Serves the connection until so many have come, 20 s at most: "PORT TYPE VALUE".
     const std::vector<std::string>& changes(std::size_t count);
 
-    [[nodiscard]] sd_bus& bus() const { return *bus_; }
-
   private:
-    static int on_change(sd_bus_message* signal, void* userdata, sd_bus_error* error);
+    void on_change(sd_bus_message& signal);
     [[nodiscard]] std::string send(sd_bus_message& message) const;
 
     std::string destination_;
-    common::BusPtr bus_;
     std::vector<std::string> changes_;
 };
 

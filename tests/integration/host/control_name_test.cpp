@@ -5,15 +5,16 @@
 namespace test {
 namespace {
 
-/// The bus name of the control interface, and what stands behind it.
+/// The bus name of the control interface, and the interface itself.
 class ControlName : public HostTest {};
 
 const std::string standard_name = "com.tarlo.Fenwa.Host1";
-const std::string relay = "[blocks.r]\ntype = \"Relay\"\n";
+const std::string relay = "bus.names = [\"com.example.Blocks\"]\n" + block("r", "Relay");
+const std::string unknown_object =
+    "org.freedesktop.DBus.Error.UnknownObject: Unknown object '/com/tarlo/Fenwa/Host1'.";
 
 TEST_F(ControlName, LeadsToAnInterfaceThatCanBeIntrospected) {
-    Process host(run_command(probes(relay), {"--bus", bus(), "--control"}));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    start(relay, {"--control"});
     const Ended seen = run_program({"busctl", "--address=" + bus(), "introspect", "--xml-interface",
                                     standard_name, "/com/tarlo/Fenwa/Host1"});
     EXPECT_EQ(seen.code, 0) << seen.err;
@@ -21,40 +22,34 @@ TEST_F(ControlName, LeadsToAnInterfaceThatCanBeIntrospected) {
     const std::string end = " </interface>\n";
     ASSERT_NE(begin, std::string::npos) << seen.out;
     EXPECT_EQ(seen.out.substr(begin, seen.out.find(end, begin) - begin + end.size()),
-              " <interface name=\"com.tarlo.Fenwa.Host1\">\n"
-              "  <method name=\"Read\">\n"
-              "   <arg type=\"s\" name=\"port\" direction=\"in\"/>\n"
-              "   <arg type=\"v\" name=\"value\" direction=\"out\"/>\n"
-              "  </method>\n"
-              "  <method name=\"Write\">\n"
-              "   <arg type=\"s\" name=\"port\" direction=\"in\"/>\n"
-              "   <arg type=\"v\" name=\"value\" direction=\"in\"/>\n"
-              "  </method>\n"
-              "  <method name=\"Reconfigure\">\n"
-              "   <arg type=\"s\" name=\"block\" direction=\"in\"/>\n"
-              "   <arg type=\"a{sv}\" name=\"changes\" direction=\"in\"/>\n"
-              "  </method>\n"
-              "  <method name=\"Describe\">\n"
-              "   <arg type=\"s\" name=\"description\" direction=\"out\"/>\n"
-              "  </method>\n"
-              "  <signal name=\"OutputChanged\">\n"
-              "   <arg type=\"s\" name=\"port\"/>\n"
-              "   <arg type=\"v\" name=\"value\"/>\n"
-              "  </signal>\n"
-              " </interface>\n");
-    EXPECT_EQ(host.terminate().code, 0);
+              R"( <interface name="com.tarlo.Fenwa.Host1">
+  <method name="Read">
+   <arg type="s" name="port" direction="in"/>
+   <arg type="v" name="value" direction="out"/>
+  </method>
+  <method name="Write">
+   <arg type="s" name="port" direction="in"/>
+   <arg type="v" name="value" direction="in"/>
+  </method>
+  <method name="Reconfigure">
+   <arg type="s" name="block" direction="in"/>
+   <arg type="a{sv}" name="changes" direction="in"/>
+  </method>
+  <method name="Describe">
+   <arg type="s" name="description" direction="out"/>
+  </method>
+  <signal name="OutputChanged">
+   <arg type="s" name="port"/>
+   <arg type="v" name="value"/>
+  </signal>
+ </interface>
+)");
 }
 
 TEST_F(ControlName, OfEachOfTwoHostsLeadsToItsOwnGraph) {
-    TemporaryFolder second_folder;
-    Process first(run_command(probes(relay), {"--bus", bus(), "--control"}));
-    Process second(Words{FENWA_PROGRAM, "run",
-                         second_folder.write("graph.toml", probes("[blocks.other]\n"
-                                                                  "type = \"Relay\"\n")),
-                         "--plugin-dir", FENWA_TEST_PLUGINS, "--format", "json", "--bus", bus(),
-                         "--control=com.example.Second"});
-    ASSERT_TRUE(first.wait_for_text("\"ready\""));
-    ASSERT_TRUE(second.wait_for_text("\"ready\""));
+    start(block("r", "Relay"), {"--control"});
+    const RunningHost second(
+        run_command(block("other", "Relay"), {"--control=com.example.Second"}));
     const ControlClient of_first(bus());
     const ControlClient of_second(bus(), "com.example.Second");
     EXPECT_EQ(of_first.write("r.int", "i", 1), "ok");
@@ -62,46 +57,30 @@ TEST_F(ControlName, OfEachOfTwoHostsLeadsToItsOwnGraph) {
     EXPECT_EQ(of_first.read("r.int"), "i 1");
     EXPECT_EQ(of_second.read("other.int"), "i 2");
     EXPECT_EQ(of_second.read("r.int"), "UnknownBlock: no block 'r' in the graph");
-    EXPECT_EQ(first.terminate().code, 0);
-    EXPECT_EQ(second.terminate().code, 0);
 }
 
 TEST_F(ControlName, IsNotOwnedUnlessItIsAskedFor) {
-    Process host(
-        run_command(probes("[bus]\nnames = [\"com.example.Blocks\"]\n" + relay), {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
-    BusListener listener(bus());
-    EXPECT_FALSE(listener.has_owner(standard_name));
-    EXPECT_EQ(ControlClient(bus(), "com.example.Blocks").read("r.int"),
-              "org.freedesktop.DBus.Error.UnknownObject: Unknown object "
-              "'/com/tarlo/Fenwa/Host1'.");
-    EXPECT_EQ(host.terminate().code, 0);
+    start(relay);
+    EXPECT_FALSE(BusListener(bus()).has_owner(standard_name));
+    EXPECT_EQ(ControlClient(bus(), "com.example.Blocks").read("r.int"), unknown_object);
 }
 
 TEST_F(ControlName, BelongsToAConnectionOfItsOwn) {
-    Process host(run_command(probes("[bus]\nnames = [\"com.example.Blocks\"]\n" + relay),
-                             {"--bus", bus(), "--control"}));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    start(relay, {"--control"});
     EXPECT_EQ(ControlClient(bus()).read("r.int"), "i 0");
-    EXPECT_EQ(ControlClient(bus(), "com.example.Blocks").read("r.int"),
-              "org.freedesktop.DBus.Error.UnknownObject: Unknown object "
-              "'/com/tarlo/Fenwa/Host1'.");
-    EXPECT_EQ(host.terminate().code, 0);
+    EXPECT_EQ(ControlClient(bus(), "com.example.Blocks").read("r.int"), unknown_object);
+    stop();
     EXPECT_TRUE(BusListener(bus()).loses_owner(standard_name));
 }
 
 TEST_F(ControlName, OfSomebodyElseEndsTheStart) {
     BusListener owner(bus());
     owner.own(standard_name);
-    const Ended ended = run(probes("[blocks.p]\ntype = \"Probe\"\n"), {"--control"});
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err,
-              "fenwa: cannot own the bus name 'com.tarlo.Fenwa.Host1': another "
-              "connection owns it\n");
-    EXPECT_EQ(messages(ended.out), "");
-    EXPECT_EQ(lines_with(ended.out, "\"ready\""), "");
-    EXPECT_EQ(lines_with(without_times(ended.out), "\"exit\""),
-              "{\"event\":\"exit\",\"time\":0,\"status\":69}\n");
+    const Ended ended = run(block("p", "Probe"), {"--control"});
+    expect_end(ended, 69,
+               "fenwa: cannot own the bus name 'com.tarlo.Fenwa.Host1': another connection owns "
+               "it\n");
+    EXPECT_EQ(without_times(ended.out), exit_line(69));
 }
 
 }  // namespace

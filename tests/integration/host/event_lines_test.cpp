@@ -6,85 +6,58 @@
 namespace test {
 namespace {
 
-class EventLines : public HostTest {};
-
-const std::string ready = "{\"event\":\"ready\",\"time\":0}\n";
-const std::string done = "{\"event\":\"exit\",\"time\":0,\"status\":0}\n";
+class EventLines : public HostTest {
+  protected:
+    /// Runs one block of this type. @returns its events without times.
+    std::string events_of(const std::string& type) const {
+        const Ended ended = run(block("b", type), {"--for", "0.1"});
+        expect_end(ended);
+        return without_times(ended.out);
+    }
+};
 
 TEST_F(EventLines, OutputsOfEveryDatatype) {
-    const Ended ended = run(probes("[blocks.v]\ntype = \"Values\"\n"), {"--for", "0.1"});
-    EXPECT_EQ(ended.code, 0);
-    const auto output = [](const std::string& port, const std::string& type,
-                           const std::string& value) {
-        return R"({"event":"output","time":0,"block":"v","port":")" + port + R"(","type":")" +
-               type + R"(","value":)" + value + "}\n";
-    };
     std::string expected =
-        output("float", "float", "36.599998474121094") + output("bool", "bool", "true") +
-        output("double", "double", "36.6") + output("int", "int", "-7") +
-        output("tick", "timersource", R"({"ticks":9007199254740993,"period_ms":250})") +
-        output("point", "/example/geometry.p/point", "null") + ready;
+        output_line("b", "float", "float", "36.599998474121094") +
+        output_line("b", "bool", "bool", "true") + output_line("b", "double", "double", "36.6") +
+        output_line("b", "int", "int", "-7") +
+        output_line("b", "tick", "timersource", R"({"ticks":9007199254740993,"period_ms":250})") +
+        output_line("b", "point", "/example/geometry.p/point", "null") + ready_line;
     for (const char* value : {R"("nan")", R"("inf")", R"("-inf")", "-0.0", "2.0"})
-        expected += output("float", "float", value) + output("double", "double", value);
-    EXPECT_EQ(without_times(ended.out), expected + done);
+        expected +=
+            output_line("b", "float", "float", value) + output_line("b", "double", "double", value);
+    EXPECT_EQ(events_of("Values"), expected + exit_line(0));
 }
 
 TEST_F(EventLines, LogLinesAreGivenWhole) {
-    const Ended ended = run(probes("[blocks.t]\ntype = \"Talker\"\n"), {"--for", "0.1"});
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "");
-    const auto log = [](const std::string& level, const std::string& message) {
-        return R"({"event":"log","time":0,"level":)" + level + R"(,"message":")" + message +
-               "\"}\n";
-    };
-    EXPECT_EQ(without_times(ended.out),
-              log("1", "an error") + log("2", "a warning") + log("4", "an information") +
-                  log("4", "ends its line\\n") + log("4", "two\\nlines") +
-                  log("4", R"(quotes \" and \\ and tabs\t)") +
-                  log("4", "a byte \xEF\xBF\xBD that is no text, and ü that is") + log("4", "") +
-                  ready + done);
+    EXPECT_EQ(events_of("Talker"),
+              log_line("an error", 1) + log_line("a warning", 2) + log_line("an information") +
+                  log_line("ends its line\\n") + log_line("two\\nlines") +
+                  log_line(R"(quotes \" and \\ and tabs\t)") +
+                  log_line("a byte \xEF\xBF\xBD that is no text, and ü that is") + log_line("") +
+                  ready_line + exit_line(0));
 }
 
 TEST_F(EventLines, DebugDataOfEveryKind) {
-    const Ended ended = run(probes("[blocks.d]\ntype = \"Debugger\"\n"), {"--for", "0.1"});
-    EXPECT_EQ(ended.code, 0);
-    const auto debug = [](const std::string& key, const std::string& value) {
-        return R"({"event":"debug","time":0,"key":")" + key + R"(","value":)" + value + "}\n";
-    };
-    EXPECT_EQ(without_times(ended.out), debug("a_text", "\"some text\"") + debug("a_number", "-5") +
-                                            debug("a_float", "36.599998474121094") +
-                                            debug("a_double", "36.6") + debug("a_truth", "true") +
-                                            debug("a_truth", "true") + ready + done);
-}
-
-TEST_F(EventLines, EachIsReadableAtOnce) {
-    Process host(run_command(probes("[blocks.p]\ntype = \"Probe\"\n"), {"--bus", bus()}));
-    // The program runs on: what is here now has been flushed.
-    const auto line = host.wait_for_line(
-        [](const std::string& text) { return text.find("p: run") != std::string::npos; });
-    ASSERT_TRUE(line);
-    EXPECT_EQ(without_times(*line), R"({"event":"log","time":0,"level":4,"message":"p: run"})");
-    EXPECT_EQ(host.terminate().code, 0);
+    std::string expected;
+    for (const std::string pair :
+         {R"("a_text","value":"some text")", R"("a_number","value":-5)",
+          R"("a_float","value":36.599998474121094)", R"("a_double","value":36.6)",
+          R"("a_truth","value":true)", R"("a_truth","value":true)"})
+        expected += R"({"event":"debug","time":0,"key":)" + pair + "}\n";
+    EXPECT_EQ(events_of("Debugger"), expected + ready_line + exit_line(0));
 }
 
 TEST_F(EventLines, LinesOfSeveralThreadsStayWhole) {
-    const Ended ended =
-        run(probes("[blocks.choir]\ntype = \"Choir\"\ntimes = 500\n"), {"--for", "0.1"});
-    EXPECT_EQ(ended.code, 0);
-    std::size_t sung = 0;
-    std::size_t beats = 0;
-    std::istringstream lines(ended.out);
-    for (std::string line; std::getline(lines, line);) {
-        const auto event = nlohmann::json::parse(line);  // throws where two lines are mixed
-        sung += event.at("event") == "log" ? 1U : 0U;
-        beats += event.at("event") == "debug" ? 1U : 0U;
-    }
-    EXPECT_GT(beats, 0U);
-    EXPECT_EQ(sung, 2000U);
+    const Ended ended = run(block("choir", "Choir", "times = 500"), {"--for", "0.1"});
+    expect_end(ended);
+    // Throws where two lines are mixed.
+    EXPECT_EQ(count_lines(messages(ended.out)), 2000);
+    EXPECT_GT(count_lines(ended.out, "\"debug\""), 0);
 }
 
 TEST_F(EventLines, TimesAreSecondsSinceTheStart) {
-    const Ended ended = run("[blocks.t]\ntype = \"Timer\"\ninterval = 100\n", {"--for", "0.35"});
+    const Ended ended = run(block("t", "Timer", "interval = 100"), {"--for", "0.35"});
     std::istringstream lines(ended.out);
     std::vector<double> times;
     for (std::string line; std::getline(lines, line);)
@@ -95,15 +68,6 @@ TEST_F(EventLines, TimesAreSecondsSinceTheStart) {
     EXPECT_LT(times.front(), 0.5);
     EXPECT_NEAR(times[1] - times[0], 0.1, 0.05);
     EXPECT_NEAR(times[4] - times[0], 0.35, 0.1);
-}
-
-TEST_F(EventLines, MembersStandInTheirOrder) {
-    // Compared as text everywhere above; this says it once for the longest line of all.
-    const Ended ended = run("[blocks.t]\ntype = \"Timer\"\ninterval = 20\n", {"--for", "0.03"});
-    EXPECT_EQ(lines_with(without_times(ended.out), "output"),
-              R"({"event":"output","time":0,"block":"t","port":"out","type":"timersource",)"
-              R"("value":{"ticks":1,"period_ms":20}})"
-              "\n");
 }
 
 }  // namespace

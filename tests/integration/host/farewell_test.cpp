@@ -2,6 +2,7 @@
 #include <csignal>
 #include <thread>
 
+#include "common/bus/callback.hpp"
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
 
@@ -11,19 +12,33 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using common::check;
 
-/// What blocks send while they are stopped and destroyed.
-class Farewell : public HostTest {};
+/// The signals that blocks send while they are stopped and destroyed.
+class Farewell : public HostTest {
+  protected:
+    Farewell() { listener_.listen_for_farewells(); }
+
+    /// A block that hears others, and two that send farewells.
+    static std::string leavers(int milliseconds) {
+        return block("hearer", "Hearer") +
+               block("one", "Leaver", "stop_ms = " + std::to_string(milliseconds)) +
+               block("two", "Leaver");
+    }
+    static std::string stubborn(const std::string& in, const std::string& does) {
+        return block("b", "Stubborn", "in = \"" + in + "\", does = \"" + does + "\"");
+    }
+
+    BusListener listener_{bus()};
+};
 
 /// Sends signals to whoever listens, as fast as the daemon takes them.
-class Noise {
+class Noise : public BusClient {
   public:
-    explicit Noise(const std::string& address)
-        : bus_(common::open_bus(address, std::chrono::seconds(10))) {
+    explicit Noise(const std::string& address) : BusClient(address) {
         thread_ = std::thread([this] {
             while (!over_) {
-                sd_bus_emit_signal(bus_.get(), "/com/example/Noise", "com.example.Noise1", "Noise",
-                                   "s", std::string(500, 'n').c_str());
-                sd_bus_flush(bus_.get());
+                sd_bus_emit_signal(&bus(), "/com/example/Noise", "com.example.Noise1", "Noise", "s",
+                                   std::string(500, 'n').c_str());
+                sd_bus_flush(&bus());
             }
         });
     }
@@ -33,43 +48,36 @@ class Noise {
     }
 
   private:
-    common::BusPtr bus_;
     std::atomic<bool> over_{false};
     std::thread thread_;
 };
 
-/// The service that Hearer asks, which answers when it is told to.
-class Asked {
+/// The service that Hearer asks, which replies when the test asks for it.
+class Asked : public BusClient {
   public:
-    explicit Asked(const std::string& address)
-        : bus_(common::open_bus(address, std::chrono::seconds(10))) {
-        check(sd_bus_add_filter(bus_.get(), nullptr, on_message, this), "filter");
-        common::own_name(*bus_, "com.example.Asked");
+    explicit Asked(const std::string& address) : BusClient(address) {
+        check(sd_bus_add_filter(&bus(), nullptr, common::callback<&Asked::on_message>, this),
+              "filter");
+        own("com.example.Asked");
     }
 
     void wait_for_question() {
-        const auto deadline = Clock::now() + Process::patience;
-        while (question_ == nullptr && Clock::now() < deadline) {
-            if (check(sd_bus_process(bus_.get(), nullptr), "process") == 0)
-                check(sd_bus_wait(bus_.get(), 20'000), "wait");
-        }
+        serve_until([this] { return question_ != nullptr; });
         ASSERT_NE(question_, nullptr);
     }
-
     void answer() {
         check(sd_bus_reply_method_return(question_.get(), ""), "reply");
-        check(sd_bus_flush(bus_.get()), "flush");
+        check(sd_bus_flush(&bus()), "flush");
     }
 
   private:
-    static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-        if (sd_bus_message_is_method_call(message, "com.example.Asked1", "Ask") <= 0)
+    int on_message(sd_bus_message& message) {
+        if (sd_bus_message_is_method_call(&message, "com.example.Asked1", "Ask") <= 0)
             return 0;
-        static_cast<Asked*>(userdata)->question_.reset(sd_bus_message_ref(message));
+        question_.reset(sd_bus_message_ref(&message));
         return 1;
     }
 
-    common::BusPtr bus_;
     common::MessagePtr question_;
 };
 
@@ -79,61 +87,39 @@ TEST_F(Farewell, ReachesItsReceiverOnABusyBus) {
     for (int i = 0; i < 40; ++i) {
         BusListener listener(bus());
         listener.listen_for_farewells();
-        Process host(run_command(probes("[blocks.hearer]\ntype = \"Hearer\"\n"
-                                        "[blocks.one]\ntype = \"Leaver\"\nstop_ms = 10\n"
-                                        "[blocks.two]\ntype = \"Leaver\"\n"),
-                                 {"--bus", bus()}));
-        ASSERT_TRUE(host.wait_for_text("\"ready\""));
-        const Ended ended = host.terminate();
-        EXPECT_EQ(ended.code, 0);
-        EXPECT_EQ(ended.err, "");
+        start(leavers(10));
+        stop();
         ASSERT_EQ(listener.farewells(4), all) << i;
     }
 }
 
 TEST_F(Farewell, IsWholeThoughItIsMoreThanASocketHolds) {
     constexpr std::size_t shouts = 3000;
-    BusListener listener(bus());
-    listener.listen_for_farewells();
-    const Ended ended = run(probes("[blocks.b]\ntype = \"Stubborn\"\nin = \"destructor\"\n"
-                                   "does = \"shouts\"\n"),
-                            {"--for", "0.1"});
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "");
-    EXPECT_EQ(listener.farewells(shouts).size(), shouts);
+    expect_end(run(stubborn("destructor", "shouts"), {"--for", "0.1"}));
+    EXPECT_EQ(listener_.farewells(shouts).size(), shouts);
 }
 
 TEST_F(Farewell, IsNotHeardByTheBlocksThemselves) {
     Asked service(bus());
-    BusListener listener(bus());
-    listener.listen_for_farewells();
-    Process host(run_command(probes("[blocks.hearer]\ntype = \"Hearer\"\n"
-                                    "[blocks.one]\ntype = \"Leaver\"\nstop_ms = 500\n"
-                                    "[blocks.two]\ntype = \"Leaver\"\n"),
-                             {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("\"ready\""));
+    start(leavers(500));
     service.wait_for_question();
-    host.send_signal(SIGTERM);
-    ASSERT_EQ(listener.farewells(1).size(), 1U);
+    host().send_signal(SIGTERM);
+    ASSERT_EQ(listener_.farewells(1).size(), 1U);
     // From here on the host reads it only to get to the end of what there is.
     service.answer();
-    const Ended ended = host.wait();
+    const Ended ended = host().wait();
     EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(messages(ended.out), "two: stop\none: stop\n");
-    EXPECT_EQ(listener.farewells(4).size(), 4U);
+    EXPECT_EQ(listener_.farewells(4).size(), 4U);
 }
 
 TEST_F(Farewell, ToADaemonThatStandsStillIsGivenUpAfterAWhile) {
     for (const char* does : {"shouts", "sleeps"}) {
         const common::PrivateBus frozen;
-        Process host(run_command(probes(std::string("[blocks.b]\ntype = \"Stubborn\"\n"
-                                                    "in = \"stop\"\ndoes = \"") +
-                                        does + "\"\n"),
-                                 {"--bus", frozen.address(), "--control"}));
-        ASSERT_TRUE(host.wait_for_text("\"ready\""));
+        start(stubborn("stop", does), {"--bus", frozen.address(), "--control"});
         kill(frozen.pid(), SIGSTOP);
         const auto begin = Clock::now();
-        const Ended ended = host.terminate();
+        const Ended ended = host().terminate();
         kill(frozen.pid(), SIGCONT);
         EXPECT_EQ(ended.code, 0);
         EXPECT_LT(Clock::now() - begin, std::chrono::seconds(9));

@@ -14,154 +14,120 @@ using Clock = std::chrono::steady_clock;
 /// A block that does not come back from one of its operations.
 class HangingBlock : public HostTest {
   protected:
-    static std::string stubborn(const std::string& settings) {
-        return probes("[blocks.b]\ntype = \"Stubborn\"\n" + settings);
+    void start_stubborn(const std::string& in, const std::string& more = {},
+                        const Words& arguments = {}, const std::string& sign = {}) {
+        const std::string does = more.empty() ? "hangs" : "sleeps";
+        start(stubborn(in, more), arguments, sign.empty() ? "b: " + does + " in " + in : sign);
+    }
+    static std::string stubborn(const std::string& in, const std::string& more) {
+        return block("b", "Stubborn", "in = \"" + in + "\"" + more);
+    }
+
+    /// Expects this sentence from the host within this time, and that a second signal ends it.
+    void expect_named(const std::string& what, std::chrono::milliseconds least,
+                      std::chrono::milliseconds most, int last = SIGINT) {
+        const auto begin = Clock::now();
+        ASSERT_TRUE(host().wait_for_error_text("fenwa: waits for " + what +
+                                               "; a further SIGINT or SIGTERM ends the process"));
+        EXPECT_GE(Clock::now() - begin, least);
+        EXPECT_LT(Clock::now() - begin, most);
+        host().send_signal(last);
+        const Ended ended = host().wait();
+        EXPECT_EQ(ended.signal, last);
+        EXPECT_EQ(lines_with(ended.out, "\"exit\""), "");
     }
 };
 
-/// The operation, and what it is called in messages.
-struct Operation {
-    std::string key;
+constexpr std::chrono::milliseconds after_a_second{950};
+constexpr std::chrono::seconds soon{4};
+
+/// The operation, and its name in messages.
+struct Operation : Case {
     std::string phase;
 };
 
 class HangingOperation : public HangingBlock, public testing::WithParamInterface<Operation> {};
 
 TEST_P(HangingOperation, IsNamedASecondAfterTheFirstSignalAndTheSecondEndsTheProcess) {
+    const std::string& key = GetParam().name;
+    const bool is_last = key == "stop" || key == "destructor";
+    const bool is_asked_for = key == "reconfigure";
     for (const int last : {SIGINT, SIGTERM}) {
-        Process host(run_command(stubborn("in = \"" + GetParam().key + "\"\n"), {"--bus", bus()}));
-        const bool at_the_end = GetParam().key == "stop" || GetParam().key == "destructor";
-        const bool when_told = GetParam().key == "reconfigure";
-        if (at_the_end || when_told) {
-            ASSERT_TRUE(host.wait_for_text("\"ready\""));
+        start_stubborn(key, "", {}, is_last || is_asked_for ? "\"ready\"" : "");
+        if (is_asked_for) {
+            write_graph(stubborn(key, ", level = 1"));
+            host().send_signal(SIGHUP);
+            ASSERT_TRUE(host().wait_for_text("b: hangs in reconfigure"));
         }
-        if (when_told) {
-            folder().write("graph.toml", stubborn("in = \"reconfigure\"\nlevel = 1\n"));
-            host.send_signal(SIGHUP);
-        }
-        if (!at_the_end) {
-            ASSERT_TRUE(host.wait_for_text("b: hangs in " + GetParam().key));
-        }
-        const auto begin = Clock::now();
-        host.send_signal(SIGTERM);
-        ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'b' in " + GetParam().phase +
-                                             "; a further SIGINT or SIGTERM ends the process"));
-        EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(950));
-        EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
-        host.send_signal(last);
-        const Ended ended = host.wait();
-        EXPECT_EQ(ended.signal, last);
-        EXPECT_EQ(lines_with(ended.out, "\"exit\""), "");
+        host().send_signal(SIGTERM);
+        expect_named(GetParam().phase, after_a_second, soon, last);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, HangingOperation,
-                         testing::Values(Operation{"constructor", "its constructor"},
-                                         Operation{"setup", "setup"}, Operation{"start", "start"},
-                                         Operation{"run", "run"},
-                                         Operation{"reconfigure", "reconfigure"},
-                                         Operation{"callback", "a callback of the bus"},
-                                         Operation{"stop", "stop"},
-                                         Operation{"destructor", "its destructor"}),
-                         [](const auto& each) { return each.param.key; });
+INSTANTIATE_TEST_SUITE_P(
+    Every, HangingOperation,
+    testing::Values(Operation{{"constructor"}, "block 'b' in its constructor"},
+                    Operation{{"setup"}, "block 'b' in setup"},
+                    Operation{{"start"}, "block 'b' in start"},
+                    Operation{{"run"}, "block 'b' in run"},
+                    Operation{{"reconfigure"}, "block 'b' in reconfigure"},
+                    Operation{{"callback"}, "block 'b' in a callback of the bus"},
+                    Operation{{"unnamed"}, "a callback"}, Operation{{"stop"}, "block 'b' in stop"},
+                    Operation{{"destructor"}, "block 'b' in its destructor"}),
+    name_of<Operation>);
 
 TEST_F(HangingBlock, IsStoppedInOrderWhenItComesBackAfterTheFirstSignal) {
-    Process host(run_command(stubborn("in = \"run\"\ndoes = \"sleeps\"\nms = 2000\n"
-                                      "[blocks.p]\ntype = \"Probe\"\n"),
-                             {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("b: sleeps in run"));
-    host.send_signal(SIGINT);
-    const Ended ended = host.wait();
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err,
-              "fenwa: waits for block 'b' in run; a further SIGINT or SIGTERM ends the process at "
-              "once\n");
+    start(stubborn("run", ", does = \"sleeps\", ms = 2000") + block("p", "Probe"), {},
+          "b: sleeps in run");
+    host().send_signal(SIGINT);
+    const Ended ended = host().wait();
+    expect_end(ended, 0,
+               "fenwa: waits for block 'b' in run; a further SIGINT or SIGTERM ends the process at "
+               "once\n");
     EXPECT_TRUE(messages(ended.out).ends_with("p: stop\np: destructor\n")) << ended.out;
 }
 
 TEST_F(HangingBlock, IsNamedOnceWithoutASignalToo) {
-    Process host(
-        run_command(stubborn("in = \"run\"\ndoes = \"sleeps\"\nms = 11000\n"), {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("b: sleeps in run"));
+    start_stubborn("run", ", does = \"sleeps\", ms = 11000");
     const auto begin = Clock::now();
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: has waited 5 s for block 'b' in run"));
+    ASSERT_TRUE(host().wait_for_error_text("fenwa: has waited 5 s for block 'b' in run"));
     EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(4800));
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
     std::this_thread::sleep_until(begin + std::chrono::milliseconds(11500));
-    const Ended ended = host.terminate();
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "fenwa: has waited 5 s for block 'b' in run\n");
+    expect_end(host().terminate(), 0, "fenwa: has waited 5 s for block 'b' in run\n");
 }
 
 TEST_F(HangingBlock, IsNamedWhenTheTimeIsOverWhichCountsAsTheFirstSignal) {
-    Process host(run_command(stubborn("in = \"run\"\n"), {"--bus", bus(), "--for", "0.2"}));
-    ASSERT_TRUE(host.wait_for_text("b: hangs in run"));
-    const auto begin = Clock::now();
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'b' in run; a further SIGINT"));
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4)) << "those of a start are longer";
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
-}
-
-TEST_F(HangingBlock, InTheStartHoldsUpTheTimeFor5SecondsOnly) {
-    Process host(run_command(stubborn("in = \"setup\"\n"), {"--bus", bus(), "--for", "0.2"}));
-    ASSERT_TRUE(host.wait_for_text("b: hangs in setup"));
-    const auto begin = Clock::now();
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'b' in setup; a further SIGINT"));
-    EXPECT_GE(Clock::now() - begin, std::chrono::seconds(4));
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
+    // The time of a start is longer.
+    start_stubborn("run", "", {"--for", "0.2"});
+    expect_named("block 'b' in run", {}, soon);
+    start_stubborn("setup", "", {"--for", "0.2"});
+    expect_named("block 'b' in setup", std::chrono::seconds(4), std::chrono::seconds(10));
 }
 
 TEST_F(HangingBlock, IsLeftTimeByTwoSignalsThatComeTogether) {
     // As timeout(1) sends them.
-    Process host(
-        run_command(stubborn("in = \"run\"\ndoes = \"sleeps\"\nms = 700\n"), {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("b: sleeps in run"));
-    host.send_signal(SIGTERM);
+    start_stubborn("run", ", does = \"sleeps\", ms = 700");
+    host().send_signal(SIGTERM);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    host.send_signal(SIGTERM);
-    EXPECT_EQ(host.wait().code, 0);
+    host().send_signal(SIGTERM);
+    EXPECT_EQ(host().wait().code, 0);
 }
 
 TEST_F(HangingBlock, ThatCallsASilentServiceIsNamedAndCanBeEnded) {
     BusListener service(bus());
     service.own("com.example.Silent");
-    Process host(
-        run_command(probes("[blocks.c]\ntype = \"Caller\"\ndestination = \"com.example.Silent\"\n"),
-                    {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("c: asks"));
-    host.send_signal(SIGINT);
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for block 'c' in run"));
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
-}
-
-TEST_F(HangingBlock, WhosePlugInDoesNotComeBackInTheCheckIsEndedByTheFirstSignal) {
-    Process host(run_command("plugins = [\"libentry-hangs.so\"]\n[blocks.b]\ntype = \"Early\"\n",
-                             {"--bus", bus()}));
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
-}
-
-TEST_F(HangingBlock, InACallbackOfWhichNobodyKnowsWhoseItIsCanBeEnded) {
-    Process host(run_command(stubborn("in = \"unnamed\"\n"), {"--bus", bus()}));
-    ASSERT_TRUE(host.wait_for_text("b: hangs in unnamed"));
-    host.send_signal(SIGINT);
-    ASSERT_TRUE(host.wait_for_error_text("fenwa: waits for a callback; a further SIGINT"));
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
+    start(block("c", "Caller", "destination = \"com.example.Silent\""), {}, "c: asks");
+    host().send_signal(SIGINT);
+    expect_named("block 'c' in run", {}, soon);
 }
 
 TEST_F(HangingBlock, IsNotWhatAHostWaitsForThatReadsItsGraphFromAPipe) {
-    const std::string fifo = (folder().path() / "graph.toml").string();
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    Process host({FENWA_PROGRAM, "run", fifo});
+    ASSERT_EQ(mkfifo(path("graph.toml").c_str(), 0600), 0);
+    Process reading({FENWA_PROGRAM, "run", path("graph.toml")});
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    host.send_signal(SIGINT);
-    EXPECT_EQ(host.wait().signal, SIGINT);
+    reading.send_signal(SIGINT);
+    EXPECT_EQ(reading.wait().signal, SIGINT);
 }
 
 }  // namespace

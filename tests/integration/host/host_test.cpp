@@ -1,6 +1,9 @@
 #include "tests/integration/host/host_test.hpp"
 
 #include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
@@ -13,59 +16,138 @@ void erase_all(std::string& text, const std::string& part) {
         text.erase(at, part.size());
 }
 
+bool has(const Words& words, const std::string& option) {
+    return std::find(words.begin(), words.end(), option) != words.end();
+}
+
+}  // namespace
+
 Words operator+(Words words, const Words& more) {
     words.insert(words.end(), more.begin(), more.end());
     return words;
 }
 
-}  // namespace
+Ended fenwa(const Words& arguments, const Environment& environment) {
+    return run_program(Words{FENWA_PROGRAM} + arguments, environment);
+}
+
+void expect_end(const Ended& ended, int code, const std::string& err,
+                const std::source_location& caller) {
+    const testing::ScopedTrace trace(caller.file_name(), static_cast<int>(caller.line()),
+                                     ended.out);
+    EXPECT_EQ(ended.code, code);
+    EXPECT_EQ(ended.err, err);
+}
+
+RunningHost::RunningHost(const Words& command, const std::string& sign,
+                         const Environment& environment)
+    : Process(command, environment) {
+    if (!wait_for_text(sign))
+        throw std::runtime_error("the host does not say " + sign + ":\n" + out() + err());
+}
+
+RunningHost::~RunningHost() {
+    try {
+        if (pid() != 0) {
+            EXPECT_EQ(terminate().code, 0);
+        }
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << error.what();
+    }
+}
 
 const std::string& HostTest::bus() {
     static const common::PrivateBus private_bus;
     return private_bus.address();
 }
 
-Words HostTest::run_command(const std::string& graph, const Words& arguments) const {
-    Words words{FENWA_PROGRAM, "run", folder_.write("graph.toml", graph), "--plugin-dir",
-                FENWA_TEST_PLUGINS};
-    // An option may be given once only.
-    if (std::find(arguments.begin(), arguments.end(), "--format") == arguments.end())
-        words = words + Words{"--format", "json"};
-    return words + arguments;
+std::string HostTest::write_graph(const std::string& graph) const {
+    const std::string probes = graph.starts_with("plugins") ? "" : "plugins = [\"libprobe.so\"]\n";
+    return folder_.write("graph.toml", probes + graph + "\n");
 }
 
-Words HostTest::check_command(const std::string& graph, const Words& arguments) const {
-    return Words{FENWA_PROGRAM, "check", folder_.write("graph.toml", graph), "--plugin-dir",
-                 FENWA_TEST_PLUGINS} +
+Words HostTest::command(const std::string& name, const std::string& graph,
+                        const Words& arguments) const {
+    return Words{FENWA_PROGRAM, name, write_graph(graph), "--plugin-dir", FENWA_TEST_PLUGINS} +
            arguments;
+}
+
+Words HostTest::run_command(const std::string& graph, const Words& arguments) const {
+    const Words on_bus = has(arguments, "--bus") ? Words{} : Words{"--bus", bus()};
+    const Words as_json = has(arguments, "--format") ? Words{} : Words{"--format", "json"};
+    return command("run", graph, on_bus + as_json + arguments);
 }
 
 Ended HostTest::run(const std::string& graph, const Words& arguments,
                     const Environment& environment) const {
-    return without_folder(
-        run_program(run_command(graph, Words{"--bus", bus()} + arguments), environment));
+    return without_folder(run_program(run_command(graph, arguments), environment));
 }
 
-Ended HostTest::check(const std::string& graph, const Words& arguments,
-                      const Environment& environment) const {
-    return without_folder(run_program(check_command(graph, arguments), environment));
+Ended HostTest::check(const std::string& graph, const Words& arguments) const {
+    return without_folder(run_program(command("check", graph, arguments)));
+}
+
+std::string HostTest::without_folder(const std::string& text) const {
+    std::string shorter = text;
+    erase_all(shorter, folder_.path().string() + "/");
+    erase_all(shorter, std::string(FENWA_TEST_PLUGINS) + "/");
+    return shorter;
 }
 
 Ended HostTest::without_folder(Ended ended) const {
-    for (std::string* text : {&ended.out, &ended.err}) {
-        erase_all(*text, folder_.path().string() + "/");
-        erase_all(*text, std::string(FENWA_TEST_PLUGINS) + "/");
-    }
+    ended.out = without_folder(ended.out);
+    ended.err = without_folder(ended.err);
     return ended;
 }
 
-std::string HostTest::probes(const std::string& lines) {
-    return "plugins = [\"libprobe.so\"]\n" + lines;
+void HostTest::start(const std::string& graph, const Words& arguments, const std::string& sign,
+                     const Environment& environment) {
+    host_.reset();
+    host_.emplace(run_command(graph, arguments), sign, environment);
+}
+
+std::string HostTest::stop() {
+    const Ended ended = host_->terminate();
+    expect_end(ended);
+    return ended.out;
+}
+
+std::string HostTest::reload(const std::optional<std::string>& graph) {
+    if (graph)
+        write_graph(*graph);
+    const std::size_t known = host_->err().size();
+    host_->send_signal(SIGHUP);
+    EXPECT_TRUE(host_->wait_for_error_text("reloaded")) << host_->err();
+    return without_folder(host_->err().substr(known));
+}
+
+std::ostream& operator<<(std::ostream& out, const Case& row) {
+    return out << row.name;
+}
+
+std::string block(const std::string& name, const std::string& type, const std::string& settings) {
+    return "blocks." + name + " = {type = \"" + type + "\"" +
+           (settings.empty() ? "" : ", " + settings) + "}\n";
 }
 
 std::string without_times(const std::string& lines) {
     static const std::regex time(R"("time":[-+.e0-9]+)");
     return std::regex_replace(lines, time, R"("time":0)");
+}
+
+std::string exit_line(int code) {
+    return R"({"event":"exit","time":0,"status":)" + std::to_string(code) + "}\n";
+}
+
+std::string log_line(const std::string& message, int level) {
+    return R"({"event":"log","time":0,"level":)" + std::to_string(level) + R"(,"message":")" +
+           message + "\"}\n";
+}
+
+std::string output_line(const std::string& block, const std::string& port, const std::string& type,
+                        const std::string& value) {
+    return R"({"event":"output","time":0,"block":")" + block + R"(","port":")" + port +
+           R"(","type":")" + type + R"(","value":)" + value + "}\n";
 }
 
 std::string messages(const std::string& lines) {
@@ -79,6 +161,18 @@ std::string messages(const std::string& lines) {
     return all;
 }
 
+std::string content_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string joined_lines(const std::string& name) {
+    std::string text = content_of(std::string(FENWA_HOST_TESTS) + "/" + name);
+    erase_all(text, "\n");
+    return text;
+}
+
 std::string lines_with(const std::string& lines, const std::string& text) {
     std::istringstream stream(lines);
     std::string all;
@@ -87,6 +181,11 @@ std::string lines_with(const std::string& lines, const std::string& text) {
             all += line + '\n';
     }
     return all;
+}
+
+long count_lines(const std::string& lines, const std::string& text) {
+    const std::string found = lines_with(lines, text);
+    return std::count(found.begin(), found.end(), '\n');
 }
 
 }  // namespace test

@@ -8,17 +8,12 @@ namespace test {
 namespace {
 
 /// A graph file of 1 MiB that is made to cost as much as it can.
-struct HostileGraph {
-    std::string name;
+struct HostileGraph : Case {
     std::string head;
-    std::function<std::string(std::size_t)> part;  ///< repeated as often as it fits
-    std::string said;                              ///< a part of what is said about it
+    std::function<std::string(const std::string& number)> part;  ///< repeated while it fits
+    std::string said = " more, which are not shown\n";           ///< a part of the answer
     std::string tail = {};
 };
-
-void PrintTo(const HostileGraph& graph, std::ostream* out) {
-    *out << graph.name;
-}
 
 class HostileGraphs : public HostTest, public testing::WithParamInterface<HostileGraph> {
   protected:
@@ -39,14 +34,15 @@ TEST_P(HostileGraphs, IsCheckedInTimeWithFewWords) {
     constexpr std::size_t enough_words = 2 * largest;
     std::string graph = GetParam().head;
     for (std::size_t i = 0;; ++i) {
-        const std::string part = GetParam().part(i);
+        const std::string part = GetParam().part(std::to_string(i));
         if (graph.size() + part.size() + GetParam().tail.size() > largest)
             break;
         graph += part;
     }
     graph += GetParam().tail;
     const double before = processor_seconds();
-    const Ended ended = check(graph);
+    const Ended ended =
+        fenwa({"check", folder().write("graph.toml", graph), "--plugin-dir", FENWA_TEST_PLUGINS});
     EXPECT_LT(processor_seconds() - before, enough_seconds);
     EXPECT_EQ(ended.code, 78);
     EXPECT_LT(ended.err.size(), enough_words);
@@ -55,96 +51,88 @@ TEST_P(HostileGraphs, IsCheckedInTimeWithFewWords) {
         << ended.err.substr(ended.err.size() - std::min<std::size_t>(ended.err.size(), 500));
 }
 
-std::string number(std::size_t i) {
-    return std::to_string(i);
+/// A different name each time that is near to others of its kind.
+std::string long_name(std::string number, std::size_t size) {
+    number.resize(size, 'x');
+    return number;
 }
 
-/// A different name each time that is near to others of its kind.
-std::string long_name(std::size_t i, std::size_t size) {
-    std::string name = number(i);
-    name.resize(size, 'x');
-    return name;
+std::string table(const std::string& name, const std::string& type, const std::string& more = {}) {
+    return "[blocks." + name + "]\ntype = \"" + type + "\"\n" + more;
+}
+std::string connection(const std::string& from, const std::string& to) {
+    return "[[connections]]\nfrom=\"" + from + "\"\nto=\"" + to + "\"\n";
 }
 
 const std::string probe = "plugins = [\"libprobe.so\"]\n";
-const std::string timer = "[blocks.t]\ntype = \"Timer\"\ninterval = 0\n";
+const std::string timer = table("t", "Timer", "interval = 0\n");
 const std::string end_of_list = "]\n" + timer;
-const std::string not_shown = " more, which are not shown\n";
+const std::string not_shown = HostileGraph{}.said;
 
 INSTANTIATE_TEST_SUITE_P(
     Of1MiB, HostileGraphs,
     testing::Values(
-        HostileGraph{"UnknownTypes", probe,
-                     [](std::size_t i) {
-                         return "[blocks.b" + number(i) + "]\ntype = \"Sourse" + number(i) + "\"\n";
-                     },
-                     not_shown},
-        HostileGraph{"UnreadKeys", probe + "[blocks.s]\ntype = \"Source\"\nruns = true\n",
-                     [](std::size_t i) { return "r" + number(i) + "=1\n"; }, not_shown},
-        HostileGraph{"UnknownTopLevelKeys", "",
-                     [](std::size_t i) { return "b" + number(i) + "=1\n"; }, not_shown},
-        HostileGraph{"UnknownPlugins", "plugins = [",
-                     [](std::size_t i) { return "\"libprob" + number(i) + ".so\",\n"; }, not_shown,
+        HostileGraph{{"UnknownTypes"}, probe, [](auto& i) { return table("b" + i, "Sourse" + i); }},
+        HostileGraph{{"UnreadKeys"},
+                     probe + table("s", "Source", "runs = true\n"),
+                     [](auto& i) { return "r" + i + "=1\n"; }},
+        HostileGraph{{"UnknownTopLevelKeys"}, "", [](auto& i) { return "b" + i + "=1\n"; }},
+        HostileGraph{{"UnknownPlugins"},
+                     "plugins = [",
+                     [](auto& i) { return "\"libprob" + i + ".so\",\n"; },
+                     not_shown,
                      end_of_list},
-        HostileGraph{"UnknownBlocksOfConnections", timer,
-                     [](std::size_t i) {
-                         return "[[connections]]\nfrom=\"u" + number(i) + ".x\"\nto=\"t.x\"\n";
-                     },
-                     not_shown},
-        HostileGraph{"UnknownBlocksNextToKnownOnes", "",
-                     [](std::size_t i) {
-                         return "[blocks.n" + long_name(i, 60) +
-                                "]\ntype = \"Timer\"\ninterval = 1\n[[connections]]\nfrom = \"m" +
-                                long_name(i, 60) + ".x\"\nto = \"t.x\"\n";
-                     },
-                     not_shown},
-        HostileGraph{"UnknownBlocksWithLongNames", "",
-                     [](std::size_t i) {
-                         return "[blocks.n" + long_name(i, 250) +
-                                "]\ntype = \"Timer\"\ninterval = 1\n[[connections]]\nfrom = \"" +
-                                long_name(i, 200) + ".x\"\nto = \"" + long_name(i, 201) + ".y\"\n";
-                     },
-                     not_shown},
-        HostileGraph{"UnknownPorts", probe + "[blocks.s]\ntype = \"Sink\"\n",
-                     [](std::size_t i) {
-                         return "[[connections]]\nfrom=\"s.a" + number(i) + "\"\nto=\"s.dou" +
-                                number(i) + "\"\n";
-                     },
-                     not_shown},
-        HostileGraph{
-            "WrongBlocks", "",
-            [](std::size_t i) { return "[blocks.b" + number(i) + "]\ntype = \"Timer\"\n"; },
-            not_shown},
-        HostileGraph{"GoodBlocksAndABadOne", timer,
-                     [](std::size_t i) {
-                         return "[blocks.b" + number(i) + "]\ntype = \"Timer\"\ninterval = 1\n";
-                     },
+        HostileGraph{{"UnknownBlocksOfConnections"},
+                     timer,
+                     [](auto& i) { return connection("u" + i + ".x", "t.x"); }},
+        HostileGraph{{"UnknownBlocksNextToKnownOnes"},
+                     "",
+                     [](auto& i) {
+                         return table("n" + long_name(i, 60), "Timer", "interval = 1\n") +
+                                connection("m" + long_name(i, 60) + ".x", "t.x");
+                     }},
+        HostileGraph{{"UnknownBlocksWithLongNames"},
+                     "",
+                     [](auto& i) {
+                         return table("n" + long_name(i, 250), "Timer", "interval = 1\n") +
+                                connection(long_name(i, 200) + ".x", long_name(i, 201) + ".y");
+                     }},
+        HostileGraph{{"UnknownPorts"},
+                     probe + table("s", "Sink"),
+                     [](auto& i) { return connection("s.a" + i, "s.dou" + i); }},
+        HostileGraph{{"WrongBlocks"}, "", [](auto& i) { return table("b" + i, "Timer"); }},
+        HostileGraph{{"GoodBlocksAndABadOne"},
+                     timer,
+                     [](auto& i) { return table("b" + i, "Timer", "interval = 1\n"); },
                      "graph.toml: 1 error\n"},
-        HostileGraph{"KeysInATableOfALongName",
-                     "[blocks.t]\ntype = \"Timer\"\ninterval = 1\n[blocks.t." +
+        HostileGraph{{"KeysInATableOfALongName"},
+                     table("t", "Timer", "interval = 1\n") + "[blocks.t." +
                          std::string(400'000, 'k') + "]\n",
-                     [](std::size_t i) { return "k" + number(i) + "=1\n"; },
+                     [](auto& i) { return "k" + i + "=1\n"; },
                      "the key is longer than 1024 bytes"},
-        HostileGraph{"OneObjectOfManyBlocksAndALongName",
-                     probe + "[blocks." + std::string(400'000, 'n') +
-                         "]\ntype = \"Exporter\"\npath = \"/a\"\n[blocks.t]\ntype = \"Timer\"\n",
-                     [](std::size_t i) {
-                         return "[blocks.b" + number(i) + "]\ntype = \"Exporter\"\npath = \"/a\"\n";
-                     },
-                     not_shown},
-        HostileGraph{"LongType", "[blocks.t]\ntype = \"" + std::string(1'000'000, 'T') + "\"\n",
-                     [](std::size_t /*i*/) { return std::string(2'000'000, ' '); }, "TTT…TTT"},
-        HostileGraph{"MistakesInOneLine", "plugins = [", [](std::size_t /*i*/) { return "1,"; },
-                     not_shown, end_of_list},
-        HostileGraph{"SamePluginInManySpellings", "plugins = [\n",
-                     [](std::size_t i) {
-                         return "\"" FENWA_TEST_PLUGINS + std::string(1 + i, '/') +
+        HostileGraph{{"OneObjectOfManyBlocksAndALongName"},
+                     probe + table(std::string(400'000, 'n'), "Exporter", "path = \"/a\"\n") +
+                         table("t", "Timer"),
+                     [](auto& i) { return table("b" + i, "Exporter", "path = \"/a\"\n"); }},
+        HostileGraph{{"LongType"},
+                     table("t", std::string(1'000'000, 'T')),
+                     [](auto& /*i*/) { return std::string(2'000'000, ' '); },
+                     "TTT…TTT"},
+        HostileGraph{{"MistakesInOneLine"},
+                     "plugins = [",
+                     [](auto& /*i*/) { return "1,"; },
+                     not_shown,
+                     end_of_list},
+        HostileGraph{{"SamePluginInManySpellings"},
+                     "plugins = [\n",
+                     [](auto& i) {
+                         return "\"" FENWA_TEST_PLUGINS + std::string(1 + std::stoul(i), '/') +
                                 "libprobe.so\",\n";
                      },
-                     "threw in its entry point: the block type", end_of_list},
-        HostileGraph{"ZeroBytes", timer,
-                     [](std::size_t i) { return "z" + number(i) + "=\"\\u0000\"\n"; }, not_shown}),
-    [](const auto& each) { return each.param.name; });
+                     "threw in its entry point: the block type",
+                     end_of_list},
+        HostileGraph{{"ZeroBytes"}, timer, [](auto& i) { return "z" + i + "=\"\\u0000\"\n"; }}),
+    name_of<HostileGraph>);
 
 }  // namespace
 }  // namespace test

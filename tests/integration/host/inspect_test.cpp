@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <fstream>
 
 #include "tests/integration/host/host_test.hpp"
 
@@ -12,116 +11,61 @@ namespace fs = std::filesystem;
 class Inspect : public HostTest {
   protected:
     Ended inspect(const Words& arguments) const {
-        Words words{FENWA_PROGRAM, "inspect", "--plugin-dir", FENWA_TEST_PLUGINS};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return without_folder(run_program(words));
+        return without_folder(
+            fenwa(Words{"inspect", "--plugin-dir", FENWA_TEST_PLUGINS} + arguments));
     }
 
-    /// One type of the plug-in with types that misbehave, in a time that is soon over.
-    Ended misbehaving(const std::string& type) const {
-        return inspect({"libmisbehaving.so", type, "--time-limit", "0.5"});
-    }
-
-    void expect_text(const std::string& type, int code, const std::string& lines) const {
-        const Ended ended = misbehaving(type);
-        EXPECT_EQ(ended.code, code) << type;
+    /// Expects these lines about a type of the plug-in with types that misbehave, unless another
+    /// plug-in is named, in a time that is soon over.
+    void expect_text(const std::string& type, int code, const std::string& lines,
+                     const std::string& plugin = "libmisbehaving.so") const {
+        const Ended ended = inspect({plugin, type, "--time-limit", "0.5"});
+        expect_end(ended, code);
         EXPECT_EQ(ended.out, type + '\n' + lines);
-        EXPECT_EQ(ended.err, "");
     }
 };
 
 TEST_F(Inspect, ShowsAllTypesOfTheShippedPluginAsJson) {
     const std::string beside = fs::path(FENWA_PROGRAM).parent_path().string();
     const Ended ended = inspect({"libfenwa-temperature.so", "--format", "json"});
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "");
-    EXPECT_EQ(
-        ended.out,
-        R"({"plugin":"libfenwa-temperature.so","file":")" + beside +
-            R"(/libfenwa-temperature.so","types":[)"
-            R"({"type":"OnScreenControls","inputs":[],"outputs":[],)"
-            R"("event_ports":[{"name":"event_port"}],"terminated_inputs":[],"exports":[],)"
-            R"("keys":[{"key":"channel","type":"int","required":true},)"
-            R"({"key":"wdr","type":"bool","required":false,"default":false}],)"
-            R"("settings":{},"failures":[]},)"
-            R"({"type":"PowerConsumer",)"
-            R"("inputs":[{"name":"timer_in","type":"timersource","triggers":true}],)"
-            R"("outputs":[{"name":"power_out","type":"float"}],)"
-            R"("event_ports":[{"name":"event_port"}],"terminated_inputs":[],)"
-            R"("exports":[{"path":"/com/tarlo/Vipd/PowerConsumer",)"
-            R"("interface":"com.tarlo.Vipd.PowerConsumer"}],)"
-            R"("keys":[{"key":"channel","type":"int","required":false,"default":0},)"
-            R"({"key":"power","type":"float","required":true}],"settings":{},"failures":[]},)"
-            R"({"type":"PowerMonitor","inputs":[],)"
-            R"("outputs":[{"name":"power_ok_out","type":"bool"}],)"
-            R"("event_ports":[{"name":"event_port"}],)"
-            R"("terminated_inputs":[{"name":"power_monitor_in","type":"bool","value":false}],)"
-            R"("exports":[],"keys":[{"key":"requested_power","type":"float","required":true}],)"
-            R"("settings":{"power_ok":false,"termination_cfg.inports":["power_monitor_in"],)"
-            R"("termination_cfg.types":["/prefix/well-known.b/bool"],)"
-            R"("termination_cfg.power_monitor_in_def":false},"failures":[]},)"
-            R"({"type":"PrioritizedTextOverlaySetter","inputs":[],"outputs":[],)"
-            R"("event_ports":[],"terminated_inputs":[],"exports":[],)"
-            R"("keys":[{"key":"prio_text_overlay","type":"string","required":false,"default":""},)"
-            R"({"key":"duration","type":"int","required":false,"default":0}],)"
-            R"("settings":{},"failures":[]},)"
-            R"({"type":"TemperatureMonitor","inputs":[],)"
-            R"("outputs":[{"name":"temperature_ok_out","type":"bool"}],)"
-            R"("event_ports":[{"name":"event_port"}],)"
-            R"("terminated_inputs":[{"name":"temp_monitor_in","type":"bool","value":true}],)"
-            R"("exports":[],"keys":[{"key":"sensor_name","type":"string","required":true},)"
-            R"({"key":"low_on_temp","type":"float","required":false,"default":-998.0},)"
-            R"({"key":"low_off_temp","type":"float","required":false,"default":-1000.0},)"
-            R"({"key":"high_on_temp","type":"float","required":false,"default":998.0},)"
-            R"({"key":"high_off_temp","type":"float","required":false,"default":1000.0}],)"
-            R"("settings":{"temperature_ok":true,"termination_cfg.inports":["temp_monitor_in"],)"
-            R"("termination_cfg.types":["/prefix/well-known.b/bool"],)"
-            R"("termination_cfg.temp_monitor_in_def":true},"failures":[]},)"
-            R"({"type":"TemperatureReader","inputs":[],)"
-            R"("outputs":[{"name":"temperature_out","type":"double"}],)"
-            R"("event_ports":[{"name":"event_port"}],"terminated_inputs":[],"exports":[],)"
-            R"("keys":[{"key":"fake.active","type":"bool","required":false,"default":false},)"
-            R"({"key":"sensor_name","type":"string","required":true},)"
-            R"({"key":"delta_chg","type":"double","required":true},)"
-            R"({"key":"fake.value","type":"double","required":false,"default":36.0,)"
-            R"("when":{"fake.active":true}}],"settings":{},"failures":[]},)"
-            R"({"type":"VideoReady",)"
-            R"("inputs":[{"name":"rotation_vip0_in","type":"int","triggers":true},)"
-            R"({"name":"rotation_vip1_in","type":"int","triggers":true}],"outputs":[],)"
-            R"("event_ports":[{"name":"resend"}],"terminated_inputs":[],"exports":[],)"
-            R"("keys":[{"key":"channel","type":"int","required":true}],)"
-            R"("settings":{"no_video_at_startup":false},"failures":[]}]})"
-            "\n");
+    expect_end(ended);
+    EXPECT_EQ(ended.out, R"({"plugin":"libfenwa-temperature.so","file":")" + beside +
+                             R"(/libfenwa-temperature.so","types":)" +
+                             joined_lines("shipped_types.json") + "}\n");
 }
 
 TEST_F(Inspect, ShowsOneTypeInColumns) {
-    const Ended ended = inspect({"libfenwa-temperature.so", "TemperatureMonitor"});
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.out,
-              "TemperatureMonitor\n"
-              "  output      temperature_ok_out  bool\n"
-              "  event       event_port\n"
-              "  terminated  temp_monitor_in     bool  starts with true\n"
-              "  key         sensor_name    string  required\n"
-              "              low_on_temp    float   default -998.0\n"
-              "              low_off_temp   float   default -1000.0\n"
-              "              high_on_temp   float   default 998.0\n"
-              "              high_off_temp  float   default 1000.0\n"
-              "  setting     temperature_ok                       true\n"
-              "              termination_cfg.inports              [\"temp_monitor_in\"]\n"
-              "              termination_cfg.types                "
-              "[\"/prefix/well-known.b/bool\"]\n"
-              "              termination_cfg.temp_monitor_in_def  true\n");
-    EXPECT_EQ(ended.err, "");
+    expect_text("TemperatureMonitor", 0,
+                R"(  output      temperature_ok_out  bool
+  event       event_port
+  terminated  temp_monitor_in     bool  starts with true
+  key         sensor_name    string  required
+              low_on_temp    float   default -998.0
+              low_off_temp   float   default -1000.0
+              high_on_temp   float   default 998.0
+              high_off_temp  float   default 1000.0
+  setting     temperature_ok                       true
+              termination_cfg.inports              ["temp_monitor_in"]
+              termination_cfg.types                ["/prefix/well-known.b/bool"]
+              termination_cfg.temp_monitor_in_def  true
+)",
+                "libfenwa-temperature.so");
 }
 
 TEST_F(Inspect, SeparatesTypesByAnEmptyLine) {
     const std::string out = inspect({"libfenwa-temperature.so"}).out;
-    EXPECT_NE(out.find("\n\nPowerConsumer\n  input       timer_in    timersource\n"
-                       "  output      power_out   float\n  event       event_port\n"
-                       "  exports     /com/tarlo/Vipd/PowerConsumer  com.tarlo.Vipd.PowerConsumer\n"
-                       "  key         channel  int    default 0\n"
-                       "              power    float  required\n\nPowerMonitor\n"),
+    EXPECT_NE(out.find(R"(
+
+PowerConsumer
+  input       timer_in    timersource
+  output      power_out   float
+  event       event_port
+  exports     /com/tarlo/Vipd/PowerConsumer  com.tarlo.Vipd.PowerConsumer
+  key         channel  int    default 0
+              power    float  required
+
+PowerMonitor
+)"),
               std::string::npos)
         << out;
 }
@@ -142,116 +86,113 @@ TEST_F(Inspect, ColoursOnlyWhenTheyAreWanted) {
 }
 
 TEST_F(Inspect, KnowsAnyPluginOfTheInterface) {
-    const Ended sink = inspect({"libprobe.so", "Sink"});
-    EXPECT_EQ(sink.code, 0);
-    EXPECT_EQ(sink.out,
-              "Sink\n"
-              "  input       double  double\n"
-              "              other   double\n"
-              "              quiet   double                     does not trigger\n"
-              "              float   float\n"
-              "              int     int\n"
-              "              bool    bool\n"
-              "              tick    timersource\n"
-              "              point   /example/geometry.p/point\n"
-              "  event       go                                                   "
-              "when run = true\n"
-              "  key         only  string  default \"\"\n"
-              "              run   bool    default false\n");
+    expect_text("Sink", 0,
+                R"(  input       double  double
+              other   double
+              quiet   double                     does not trigger
+              float   float
+              int     int
+              bool    bool
+              tick    timersource
+              point   /example/geometry.p/point
+  event       go                                                   when run = true
+  key         only  string  default ""
+              run   bool    default false
+)",
+                "libprobe.so");
     // A setup may add ports; its settings are those without toggled keys.
-    EXPECT_EQ(inspect({"libprobe.so", "Probe", "--format=json"}).out,
-              R"({"plugin":"libprobe.so","file":"libprobe.so","types":[{"type":"Probe",)"
-              R"("inputs":[],"outputs":[{"name":"stopped","type":"int"},)"
-              R"({"name":"late","type":"double","when":{"settings":true,"late_port":true}}],)"
-              R"("event_ports":[{"name":"event"}],"terminated_inputs":[],"exports":[],)"
-              R"("keys":[{"key":"throws_in","type":"string","required":false,"default":""},)"
-              R"({"key":"throws","type":"string","required":false,"default":"runtime"},)"
-              R"({"key":"start_ms","type":"int","required":false,"default":0},)"
-              R"({"key":"settings","type":"bool","required":false,"default":false},)"
-              R"({"key":"late_port","type":"bool","required":false,"default":false}],)"
-              R"("settings":{},"failures":[]}]})"
-              "\n");
-    EXPECT_EQ(inspect({"libprobe.so", "Talker"}).out, "Talker\n              no ports, no keys\n");
+    expect_text("Probe", 0,
+                R"(  output      stopped  int
+              late     double    when settings = true and late_port = true
+  event       event
+  key         throws_in  string  default ""
+              throws     string  default "runtime"
+              start_ms   int     default 0
+              settings   bool    default false
+              late_port  bool    default false
+)",
+                "libprobe.so");
+    expect_text("Talker", 0, "              no ports, no keys\n", "libprobe.so");
 }
 
 TEST_F(Inspect, RequiredKeysOfABlockThatTakesNoZeroAreFoundAllTheSame) {
-    const Ended strict = inspect({"libprobe.so", "Strict"});
-    EXPECT_EQ(strict.code, 0);
-    EXPECT_EQ(strict.out,
-              "Strict\n"
-              "  key         divisor     int     required\n"
-              "              flag        bool    required\n"
-              "              level       double  required\n"
-              "              label.text  string  required\n");
+    expect_text("Strict", 0,
+                R"(  key         divisor     int     required
+              flag        bool    required
+              level       double  required
+              label.text  string  required
+)",
+                "libprobe.so");
     expect_text("ZeroShy", 0,
-                "  exports     /com/example/1  com.example.Shy1\n"
-                "  key         count  int     required\n"
-                "              path   string  required\n"
-                "              ratio  float   default 0.1\n");
+                R"(  exports     /com/example/1  com.example.Shy1
+  key         count  int     required
+              path   string  required
+              ratio  float   default 0.1
+)");
 }
 
 TEST_F(Inspect, KeysAndPortsThatDependOnBooleansAreShownWithThem) {
     expect_text("Conditional", 0,
-                "  input       gain_in  double  does not trigger  when advanced = true\n"
-                "  key         advanced   bool    default false\n"
-                "              rate       int     default 25\n"
-                "              mode.gain  double  default 0.5    when advanced = true\n"
-                "              tracing    bool    default true   when advanced = true\n");
+                R"(  input       gain_in  double  does not trigger  when advanced = true
+  key         advanced   bool    default false
+              rate       int     default 25
+              mode.gain  double  default 0.5    when advanced = true
+              tracing    bool    default true   when advanced = true
+)");
     expect_text("Endless", 0,
-                "  key         more   bool  default false\n"
-                "              moree  bool  default false  when more = true\n");
+                R"(  key         more   bool  default false
+              moree  bool  default false  when more = true
+)");
 }
 
 TEST_F(Inspect, TypeIsBuiltAtMostTwice) {
-    const std::string file = (folder().path() / "constructions").string();
-    const auto constructions = [&](const std::string& type) {
+    const std::string file = path("constructions");
+    for (const std::string type : {"Counted", "CountedAndChoosy"}) {
         fs::remove(file);
-        (void)run_program({"env", "FENWA_CONSTRUCTIONS=" + file, FENWA_PROGRAM, "inspect",
-                           "--plugin-dir", FENWA_TEST_PLUGINS, "libmisbehaving.so", type});
-        std::ifstream in(file);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    EXPECT_EQ(constructions("Counted"), "constructed\nconstructed\n");
-    EXPECT_EQ(constructions("CountedAndChoosy"), "constructed\nconstructed\n");
-    const std::string toggled = "when first = true and second = true and third = true\n";
+        (void)fenwa({"inspect", "--plugin-dir", FENWA_TEST_PLUGINS, "libmisbehaving.so", type},
+                    {{"FENWA_CONSTRUCTIONS", file}});
+        EXPECT_EQ(content_of(file), "constructed\nconstructed\n");
+    }
     expect_text("Counted", 0,
-                "  event       first not set\n"
-                "              second not set\n"
-                "              third not set\n"
-                "              first set           " +
-                    toggled + "              second set          " + toggled +
-                    "              third set           " + toggled +
-                    "  key         first   bool  default false\n"
-                    "              second  bool  default false\n"
-                    "              third   bool  default false\n");
+                R"(  event       first not set
+              second not set
+              third not set
+              first set           when first = true and second = true and third = true
+              second set          when first = true and second = true and third = true
+              third set           when first = true and second = true and third = true
+  key         first   bool  default false
+              second  bool  default false
+              third   bool  default false
+)");
     expect_text("CountedAndChoosy", 70,
-                "  key         first   bool    default false\n"
-                "              second  bool    default false\n"
-                "              third   bool    default false\n"
-                "              mode    string  required\n"
-                "  error       threw in its constructor: wants no 1\n");
+                R"(  key         first   bool    default false
+              second  bool    default false
+              third   bool    default false
+              mode    string  required
+  error       threw in its constructor: wants no 1
+)");
 }
 
 TEST_F(Inspect, BlockThatNeedsABusUnderAConditionIsNotBlamed) {
-    const Ended ended = inspect({"libprobe.so", "Caller"});
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(
-        ended.out,
-        "Caller\n"
-        "  event       go\n"
-        "  key         destination  string  default \"\"\n"
-        "              tells        bool    default true\n"
-        "              early        bool    default false\n"
-        "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is "
-        "not connected, when tells = false and early = true\n");
+    const std::string no_bus =
+        "  note        threw in its constructor: System.Error.ENOTCONN: Transport endpoint is not "
+        "connected, when tells = false and early = true\n";
+    expect_text("Caller", 0,
+                R"(  event       go
+  key         destination  string  default ""
+              tells        bool    default true
+              early        bool    default false
+)" + no_bus,
+                "libprobe.so");
     // A block that refuses a made-up value is built with zeros instead of toggled keys.
-    EXPECT_EQ(inspect({"libprobe.so", "Terminated"}).out,
-              "Terminated\n"
-              "  input       own  double\n"
-              "  key         settings     string  required\n"
-              "              needs_a_bus  bool    default false\n"
-              "  setting     termination_cfg.inports  [\"\"]\n"
-              "              termination_cfg.types    [\"/prefix/well-known.b/bool\"]\n");
+    expect_text("Terminated", 0,
+                R"(  input       own  double
+  key         settings     string  required
+              needs_a_bus  bool    default false
+  setting     termination_cfg.inports  [""]
+              termination_cfg.types    ["/prefix/well-known.b/bool"]
+)",
+                "libprobe.so");
 }
 
 TEST_F(Inspect, BlockThatThrowsCrashesOrHangsGetsALineAndKeepsItsKeys) {
@@ -278,15 +219,15 @@ TEST_F(Inspect, BlockThatThrowsCrashesOrHangsGetsALineAndKeepsItsKeys) {
         "  error       crashed in its constructor: SIGABRT, when handle_with_care = true\n");
     expect_text("ThrowingLater", 70, "  error       threw in reconfigure: no change\\nwanted\n");
     expect_text("AbortingAtTheEnd", 70, "  error       crashed in its destructor: SIGABRT\n");
-    const Ended nothing = inspect({"libprobe.so", "Nothing"});
-    EXPECT_EQ(nothing.code, 70);
-    EXPECT_EQ(nothing.out, "Nothing\n  error       has a factory that returned no block\n");
+    expect_text("Nothing", 70, "  error       has a factory that returned no block\n",
+                "libprobe.so");
+    // Its own output and log lines are discarded.
+    expect_text("Talkative", 0, "              no ports, no keys\n");
 }
 
 TEST_F(Inspect, OneThatMisbehavesDoesNotHideTheOthers) {
     const Ended ended = inspect({"libmisbehaving.so", "--time-limit=0.5"});
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err, "");
+    expect_end(ended, 70);
     for (const char* type : {"Aborting\n", "\n\nSegfaulting\n", "\n\nHanging\n",
                              "\n\nHangingInSetup\n", "\n\nExiting\n", "\n\nChoosy\n",
                              "\n\nZeroShy\n  exports     /com/example/1", "\n\nAbortingAtTheEnd\n"})
@@ -300,56 +241,24 @@ TEST_F(Inspect, OneThatMisbehavesDoesNotHideTheOthers) {
               "\n");
 }
 
-TEST_F(Inspect, WhatABlockSaysIsNotHeard) {
-    expect_text("Talkative", 0, "              no ports, no keys\n");
-}
-
-TEST_F(Inspect, EntryPointThatMisbehavesGives70AndTheTypesUntilThen) {
-    const auto entry = [this](const std::string& does) {
-        return inspect({"libentry-" + does + ".so", "--time-limit", "0.5"});
-    };
-    const Ended throws = entry("throws");
-    EXPECT_EQ(throws.code, 70);
-    EXPECT_EQ(throws.out, "Early\n              no ports, no keys\n");
-    EXPECT_EQ(throws.err,
-              "fenwa: the plug-in 'libentry-throws.so' threw in its entry point: no licence\n");
-    const Ended aborts = entry("aborts");
-    EXPECT_EQ(aborts.code, 70);
-    EXPECT_EQ(aborts.out, "");
-    EXPECT_EQ(aborts.err,
-              "fenwa: the plug-in 'libentry-aborts.so' crashed in its entry point: SIGABRT\n");
-    const Ended hangs = entry("hangs");
-    EXPECT_EQ(hangs.code, 70);
-    EXPECT_EQ(hangs.out, "");
-    EXPECT_EQ(hangs.err,
-              "fenwa: the plug-in 'libentry-hangs.so' did not come back from its entry point "
-              "within 0.5 s\n");
-    const Ended oddly = inspect({"liboddly-throwing.so", "--format=json"});
-    EXPECT_EQ(oddly.code, 70);
-    EXPECT_EQ(oddly.out,
-              R"({"plugin":"liboddly-throwing.so","file":"liboddly-throwing.so","types":[]})"
-              "\n");
-    EXPECT_EQ(oddly.err,
-              "fenwa: the plug-in 'liboddly-throwing.so' threw in its entry point: something that "
-              "is not a std::exception\n");
-}
-
-TEST_F(Inspect, FileThatIsNoPluginGives66) {
-    const std::map<std::string, std::string> sentences{
-        {"libno-entry-point.so",
-         "the plug-in 'libno-entry-point.so' has no entry point 'lib_register_cpp'"},
-        {"librefusing.so",
-         "the plug-in 'librefusing.so' cannot be used: its entry point returned 7"},
-        {"libunresolved.so",
-         "the plug-in 'libunresolved.so' does not load: libunresolved.so: undefined symbol: "
-         "_Z22symbol_that_nobody_hasv"},
-        {"./no/such.so", "no plug-in at './no/such.so'"}};
-    for (const auto& [plugin, sentence] : sentences) {
-        const Ended ended = inspect({plugin});
-        EXPECT_EQ(ended.code, 66);
+TEST_F(Inspect, PluginThatCannotBeUsedIsNamedWithTheReason) {
+    struct {
+        std::string plugin;
+        int code;
+        std::string sentence;
+    } const plugins[]{
+        {"libentry-aborts.so", 70, " crashed in its entry point: SIGABRT"},
+        {"libentry-hangs.so", 70, " did not come back from its entry point within 0.5 s"},
+        {"libno-entry-point.so", 66, " has no entry point 'lib_register_cpp'"},
+        {"librefusing.so", 66, " cannot be used: its entry point returned 7"},
+        {"libunresolved.so", 66,
+         " does not load: libunresolved.so: undefined symbol: _Z22symbol_that_nobody_hasv"}};
+    for (const auto& [plugin, code, sentence] : plugins) {
+        const Ended ended = inspect({plugin, "--time-limit", "0.5"});
+        expect_end(ended, code, "fenwa: the plug-in '" + plugin + "'" + sentence + "\n");
         EXPECT_EQ(ended.out, "");
-        EXPECT_EQ(ended.err, "fenwa: " + sentence + "\n");
     }
+    expect_end(inspect({"./no/such.so"}), 66, "fenwa: no plug-in at './no/such.so'\n");
     const Ended unknown = inspect({"libprob.so"});
     EXPECT_EQ(unknown.code, 66);
     EXPECT_TRUE(unknown.err.starts_with("fenwa: no plug-in 'libprob.so' (looked in ") &&
@@ -357,25 +266,37 @@ TEST_F(Inspect, FileThatIsNoPluginGives66) {
         << unknown.err;
 }
 
+TEST_F(Inspect, EntryPointThatThrowsLeavesTheTypesUntilThen) {
+    const Ended throws = inspect({"libentry-throws.so"});
+    expect_end(throws, 70,
+               "fenwa: the plug-in 'libentry-throws.so' threw in its entry point: no licence\n");
+    EXPECT_EQ(throws.out, "Early\n              no ports, no keys\n");
+    const Ended oddly = inspect({"liboddly-throwing.so", "--format=json"});
+    expect_end(oddly, 70,
+               "fenwa: the plug-in 'liboddly-throwing.so' threw in its entry point: something that "
+               "is not a std::exception\n");
+    EXPECT_EQ(oddly.out,
+              R"({"plugin":"liboddly-throwing.so","file":"liboddly-throwing.so","types":[]})"
+              "\n");
+}
+
 TEST_F(Inspect, PathIsSeenFromTheWorkingFolder) {
-    fs::copy_file(std::string(FENWA_TEST_PLUGINS) + "/first/libplaced.so",
-                  folder().path() / "other.so");
+    fs::copy_file(std::string(FENWA_TEST_PLUGINS) + "/first/libplaced.so", path("other.so"));
     const Ended ended = run_program({"sh", "-c", "cd \"$0\" && exec \"$1\" inspect ./other.so",
-                                     folder().path().string(), FENWA_PROGRAM});
-    EXPECT_EQ(ended.code, 0) << ended.err;
+                                     folder().path(), FENWA_PROGRAM});
+    expect_end(ended);
     EXPECT_EQ(ended.out, "From-first\n              no ports, no keys\n");
 }
 
 TEST_F(Inspect, UnknownTypeIsAWrongCommandLineWithTheNearest) {
+    const std::string in = " in the plug-in 'libfenwa-temperature.so'";
     const Ended near = inspect({"libfenwa-temperature.so", "TemperaturReader"});
-    EXPECT_EQ(near.code, 2);
+    expect_end(
+        near, 2,
+        "fenwa: no block type 'TemperaturReader'" + in + "; did you mean 'TemperatureReader'?\n");
     EXPECT_EQ(near.out, "");
-    EXPECT_EQ(near.err,
-              "fenwa: no block type 'TemperaturReader' in the plug-in 'libfenwa-temperature.so'; "
-              "did you mean 'TemperatureReader'?\n");
-    const Ended far = inspect({"libfenwa-temperature.so", "Timer"});
-    EXPECT_EQ(far.code, 2);
-    EXPECT_EQ(far.err, "fenwa: no block type 'Timer' in the plug-in 'libfenwa-temperature.so'\n");
+    expect_end(inspect({"libfenwa-temperature.so", "Timer"}), 2,
+               "fenwa: no block type 'Timer'" + in + "\n");
 }
 
 }  // namespace

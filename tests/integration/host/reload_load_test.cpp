@@ -1,26 +1,22 @@
-#include <unistd.h>
-
 #include <atomic>
+#include <csignal>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
 #include "tests/integration/host/control_client.hpp"
-#include "tests/integration/host/reload_scene.hpp"
+#include "tests/integration/host/host_test.hpp"
 
 namespace test {
 namespace {
 
-class ReloadUnderLoad : public ReloadTest {
+class ReloadUnderLoad : public HostTest {
   protected:
     /// Writes 1, 2, 3 … to an input of the host, each as soon as the last one has come out again,
-    /// until it is told to end.
+    /// until its end is asked for.
     class Writer {
       public:
-        Writer() : thread_([this] { write(); }) {}
-        Writer(const Writer&) = delete;
-        Writer& operator=(const Writer&) = delete;
         ~Writer() { end(); }
 
         /// @returns how many values the host has taken.
@@ -37,9 +33,9 @@ class ReloadUnderLoad : public ReloadTest {
             while (!ended_ && client.write("r.int", "i", written_ + 1) == "ok") {
                 ++written_;
                 const std::string value = "i " + std::to_string(written_);
-                const auto patience = std::chrono::steady_clock::now() + Process::patience;
+                const auto deadline = std::chrono::steady_clock::now() + Process::patience;
                 while (client.read("r.int_out") != value) {
-                    if (std::chrono::steady_clock::now() > patience)
+                    if (std::chrono::steady_clock::now() > deadline)
                         return;
                 }
             }
@@ -47,7 +43,7 @@ class ReloadUnderLoad : public ReloadTest {
 
         std::atomic<bool> ended_{false};
         int written_ = 0;
-        std::thread thread_;
+        std::thread thread_{[this] { write(); }};
     };
 
     /// How many of the values that were written have come out again, each in its place.
@@ -72,9 +68,12 @@ class ReloadUnderLoad : public ReloadTest {
     }
 
     static std::string graph(int level) {
-        return settled("a", "level = " + std::to_string(level) + "\n") + settled("still", "") +
-               "[blocks.r]\ntype = \"Relay\"\n[blocks.t]\ntype = \"Timer\"\ninterval = 1\n"
-               "[blocks.s]\ntype = \"Sink\"\n[[connections]]\nfrom = \"t.out\"\nto = \"s.tick\"\n";
+        return block("a", "Settled", "level = " + std::to_string(level)) +
+               R"(blocks.still = {type = "Settled"}
+                  blocks.r = {type = "Relay"}
+                  blocks.t = {type = "Timer", interval = 1}
+                  blocks.s = {type = "Sink"}
+                  connections = [{from = "t.out", to = "s.tick"}])";
     }
 };
 
@@ -86,27 +85,22 @@ TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
     start(graph(first), {"--control"});
     Writer writer;
     std::size_t memory_before = 0;
-    for (int i = 1; i <= reloads; ++i) {
-        ASSERT_EQ(reload(graph(first + i)), "fenwa: graph.toml: reloaded; new settings for 'a'\n");
-        if (i == warm_up)
-            memory_before = memory();
-    }
-    const std::size_t memory_after = memory();
-    const int written = writer.end();
-    const Ended ended = host().terminate();
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_LE(memory_after, memory_before + 64 * 1024);
-
-    // Every change has come, in its order, and to nobody else.
+    // Every change comes, in its order, and to nobody else.
     std::string expected;
     for (int i = first; i < first + reloads; ++i) {
         const std::string now = std::to_string(i) + " none 7";
         const std::string next = std::to_string(i + 1) + " none 7";
         expected.append("a: ").append(now).append(" -> ").append(next).append("\na: ");
         expected.append(next).append(" -> ").append(next).append("\n");
+        ASSERT_EQ(reload(graph(i + 1)), "fenwa: graph.toml: reloaded; new settings for 'a'\n");
+        if (i == first + warm_up)
+            memory_before = memory();
     }
+    EXPECT_LE(memory(), memory_before + 64 * 1024);
+    const int written = writer.end();
+    const Ended ended = host().terminate();
+    EXPECT_EQ(ended.code, 0);
     EXPECT_EQ(lines_with(messages(ended.out), "->"), expected);
-
     // So has every value that was written meanwhile.
     EXPECT_GT(written, 100);
     EXPECT_EQ(values_in(ended.out), written);
@@ -118,7 +112,7 @@ TEST_F(ReloadUnderLoad, SignalsThatComeTogetherEndInTheFileAsItIs) {
     for (int i = 0; i < 1000; ++i)
         host().send_signal(SIGHUP);
     ASSERT_TRUE(host().wait_for_error_text("reloaded; no settings have changed"));
-    rewrite(graph(200));
+    write_graph(graph(200));
     host().send_signal(SIGHUP);
     ASSERT_TRUE(host().wait_for_error_text("new settings for 'a'"));
     EXPECT_EQ(ControlClient(bus()).read("a.level"), "d 200");

@@ -1,211 +1,174 @@
 #include <sys/stat.h>
 
-#include "tests/integration/host/reload_scene.hpp"
+#include <csignal>
+#include <filesystem>
+
+#include "tests/integration/host/host_test.hpp"
 
 namespace test {
 namespace {
 
+std::string settled(const std::string& name, const std::string& settings = {}) {
+    return block(name, "Settled", settings);
+}
+
 const std::string not_reloaded = "fenwa: graph.toml: not reloaded; the graph goes on as it was\n";
+const std::string relay = block("r", "Relay");
 
-/// The graph that runs, and behind it what is added to it.
-const std::string relay = "[blocks.r]\ntype = \"Relay\"\n";
-const std::string wire = "[[connections]]\nfrom = \"a.level\"\nto = \"r.double\"\n";
-const std::string before = settled("a", "level = 2\n") + settled("b", "") + relay;
-
-struct CommandError {
-    std::string what;
-    std::string file;
-    std::string errors;
+class ReloadRefusals : public HostTest {
+  protected:
+    /// Expects that the host refuses the file as it is now, for these reasons.
+    void expect_refused(const std::string& errors, const std::optional<std::string>& graph = {}) {
+        const std::string said = reload(graph);
+        EXPECT_TRUE(said.ends_with(not_reloaded)) << said;
+        EXPECT_EQ(lines_with(said, errors.starts_with("fenwa") ? "cannot" : "error: "), errors);
+    }
 };
 
-void PrintTo(const CommandError& refusal, std::ostream* out) {
-    *out << refusal.what;
+TEST_F(ReloadRefusals, NameEveryChangeThatNeedsARestart) {
+    start(settled("a", "level = 2") + settled("b") + settled("c") +
+          R"(blocks.s = {type = "Sink"}
+             connections = [{from = "a.level", to = "s.double"}, {from = "b.level", to = "s.other"}])");
+    const std::string errors =
+        R"(graph.toml: error: the block 'c' has been removed, which needs a restart
+graph.toml: error: the connection from 'b.level' to 's.other' has been removed, which needs a restart
+graph.toml:1:27: error: the plug-in 'libother.so' has been added, which needs a restart
+graph.toml:2:18: error: the bus changes from 'system' to 'session', which needs a restart
+graph.toml:2:38: error: the bus name 'com.example.A' has been added, which needs a restart
+graph.toml:4:20: error: the block 'b' changes type from Settled to Sink, which needs a restart
+graph.toml:5:8: error: the block 'n' has been added, which needs a restart
+graph.toml:7:24: error: the connection from 'a.level' to 's.double' has been added, which needs a restart
+graph.toml:7:61: error: the connection from 'a.level' to 's.double' has been added, which needs a restart
+)";
+    expect_refused(errors, R"(plugins = ["libprobe.so", "libother.so"]
+bus = {address = "session", names = ["com.example.A"]}
+blocks.a = {type = "Settled", level = 3}
+blocks.b = {type = "Sink"}
+blocks.n = {type = "Settled"}
+blocks.s = {type = "Sink"}
+connections = [{from = "a.level", to = "s.double"}, {from = "a.level", to = "s.double"}])");
+    EXPECT_EQ(messages(host().terminate().out), "");
 }
 
-class ReloadRefusals : public ReloadTest, public testing::WithParamInterface<CommandError> {};
-
-/// Whatever is wrong, the change of a's level, which is not, is not made either.
-const std::string changed = settled("a", "level = 3\n") + settled("b", "") + relay;
-
-TEST_P(ReloadRefusals, LeaveEverythingAsItWas) {
-    start(before);
-    folder().write("graph.toml", GetParam().file);
-    EXPECT_EQ(reload(), GetParam().errors + not_reloaded);
+TEST_F(ReloadRefusals, LeaveEverythingAsItWas) {
+    const std::string changed = settled("a", "level = 3") + settled("b") + relay;
+    start(settled("a", "level = 2") + settled("b") + relay);
+    expect_refused("graph.toml: error: the graph has no blocks\n", "");
+    expect_refused(
+        "graph.toml:5:2: error: Error while parsing key: expected bare key starting character or "
+        "string delimiter, saw '\\n'\n",
+        changed + "[");
+    expect_refused("graph.toml:5:8: error: the block 'n' has been added, which needs a restart\n",
+                   changed + settled("n"));
+    // Whatever is wrong, the change of a's level, which is not, is not made either.
+    expect_refused(
+        "graph.toml:3:31: error: block 'b' (Settled): the key 'level' must be a double, "
+        "not the string \"x\"\n",
+        settled("a", "level = 3") + settled("b", "level = \"x\"") + relay);
+    expect_refused(
+        "graph.toml:2:42: error: block 'a' (Settled): the key 'hidden' must be an int, "
+        "not the string \"x\"\n",
+        settled("a", "level = 3, hidden = \"x\"") + settled("b") + relay);
+    expect_refused(
+        "graph.toml:2:8: error: block 'a' (Settled) threw in its constructor: "
+        "System.Error.ENOTCONN: Transport endpoint is not connected\n",
+        settled("a", "level = 3, needs_a_bus = true") + settled("b") + relay);
     EXPECT_EQ(reload(changed), "fenwa: graph.toml: reloaded; new settings for 'a'\n");
     ASSERT_TRUE(host().wait_for_text("a: run"));
-    EXPECT_EQ(stop(), "a: 2 none 7 -> 3 none 7\na: 3 none 7 -> 3 none 7\na: run\n");
+    EXPECT_EQ(messages(host().terminate().out),
+              "a: 2 none 7 -> 3 none 7\na: 3 none 7 -> 3 none 7\na: run\n");
 }
 
-const std::string probe_line = "plugins = [\"libprobe.so\"]\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, ReloadRefusals,
-    testing::Values(
-        CommandError{"ABlockMore", probe_line + changed + settled("n", ""),
-                     "graph.toml:9:9: error: the block 'n' has been added, which needs a restart\n"
-                     "[blocks.n]\n        ^\ngraph.toml: 1 error\n"},
-        CommandError{"ABlockLess", probe_line + settled("a", "level = 3\n") + relay,
-                     "graph.toml: error: the block 'b' has been removed, which needs a restart\n"
-                     "graph.toml: 1 error\n"},
-        CommandError{
-            "AnotherType",
-            probe_line + settled("a", "level = 3\n") + "[blocks.b]\ntype = \"Sink\"\n" + relay,
-            "graph.toml:6:8: error: the block 'b' changes type from Settled to Sink, which needs "
-            "a restart\ntype = \"Sink\"\n       ^\ngraph.toml: 1 error\n"},
-        CommandError{"AConnectionMore", probe_line + changed + wire,
-                     "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been "
-                     "added, which needs a restart\nfrom = \"a.level\"\n       ^\n"
-                     "graph.toml: 1 error\n"},
-        CommandError{
-            "APlugInMore", "plugins = [\"libprobe.so\", \"libother.so\"]\n" + changed,
-            "graph.toml:1:27: error: the plug-in 'libother.so' has been added, which needs a "
-            "restart\nplugins = [\"libprobe.so\", \"libother.so\"]\n"
-            "                          ^\ngraph.toml: 1 error\n"},
-        CommandError{
-            "AnotherBus",
-            probe_line + "[bus]\naddress = \"session\"\nnames = [\"com.example.A\"]\n" + changed,
-            "graph.toml:3:11: error: the bus changes from 'system' to 'session', which needs a "
-            "restart\n"
-            "address = \"session\"\n          ^\n"
-            "graph.toml:4:10: error: the bus name 'com.example.A' has been added, which needs "
-            "a restart\nnames = [\"com.example.A\"]\n         ^\ngraph.toml: 2 errors\n"},
-        CommandError{
-            "AMistypedKey",
-            probe_line + settled("a", "level = 3\n") + settled("b", "level = \"x\"\n") + relay,
-            "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double, not "
-            "the string \"x\"\nlevel = \"x\"\n^\ngraph.toml: 1 error\n"},
-        CommandError{"NoToml", probe_line + changed + "[",
-                     "graph.toml:9:2: error: Error while parsing table header: encountered "
-                     "end-of-file\n[\n ^\ngraph.toml: 1 error\n"},
-        CommandError{"NoBlocks", probe_line,
-                     "graph.toml: error: the graph has no blocks\ngraph.toml: 1 error\n"},
-        CommandError{
-            "AMistypedKeyThatTheBlockReadsOnlyAtTimes",
-            probe_line + settled("a", "level = 3\nhidden = \"x\"\n") + settled("b", "") + relay,
-            "graph.toml:5:1: error: block 'a' (Settled): the key 'hidden' must be an int, not "
-            "the string \"x\"\nhidden = \"x\"\n^\ngraph.toml: 1 error\n"},
-        CommandError{
-            "ABlockThatThrowsWhenItIsBuilt",
-            probe_line + settled("a", "level = 3\nneeds_a_bus = true\n") + settled("b", "") + relay,
-            "graph.toml:2:9: error: block 'a' (Settled) threw in its constructor: "
-            "System.Error.ENOTCONN: Transport endpoint is not connected\n[blocks.a]\n        ^\n"
-            "graph.toml: 1 error\n"}),
-    [](const auto& instance) { return instance.param.what; });
-
-class ReloadTrouble : public ReloadTest {};
-
-TEST_F(ReloadTrouble, FileThatIsGoneChangesNothing) {
-    start(before);
-    std::filesystem::remove(folder().path() / "graph.toml");
-    EXPECT_EQ(reload(),
-              "fenwa: cannot read 'graph.toml': No such file or directory\n" + not_reloaded);
-    EXPECT_EQ(stop(), "");
-}
-
-TEST_F(ReloadTrouble, WhatIsNoFileIsNotWaitedFor) {
-    start(before);
-    const std::filesystem::path file = folder().path() / "graph.toml";
+TEST_F(ReloadRefusals, FileThatIsGoneOrIsNotAFileIsNotWaitedFor) {
+    start(settled("a"));
+    const std::filesystem::path file = path("graph.toml");
+    const std::string cannot_read = "fenwa: cannot read 'graph.toml': ";
     std::filesystem::remove(file);
+    expect_refused(cannot_read + "No such file or directory\n");
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
-    EXPECT_EQ(reload(), "fenwa: cannot read 'graph.toml': not a regular file\n" + not_reloaded);
+    expect_refused(cannot_read + "not a regular file\n");
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);
-    EXPECT_EQ(reload(), "fenwa: cannot read 'graph.toml': Is a directory\n" + not_reloaded);
-    EXPECT_EQ(stop(), "");
+    expect_refused(cannot_read + "Is a directory\n");
+    EXPECT_EQ(messages(host().terminate().out), "");
 }
 
-TEST_F(ReloadTrouble, ConnectionThatStandsThereTwiceNeedsARestart) {
-    start(before + wire);
-    EXPECT_EQ(reload(before + wire + wire),
-              "graph.toml:10:8: error: the connection from 'a.level' to 'r.double' has been added, "
-              "which needs a restart\nfrom = \"a.level\"\n       ^\n"
-              "graph.toml:13:8: error: the connection from 'a.level' to 'r.double' has been added, "
-              "which needs a restart\nfrom = \"a.level\"\n       ^\ngraph.toml: 2 errors\n" +
-                  not_reloaded);
-    EXPECT_EQ(stop(), "");
+TEST_F(ReloadRefusals, DefaultThatIsNotKnownNeedsARestart) {
+    start(settled("a", "needs_a_bus = true, level = 2"));
+    expect_refused(
+        "graph.toml:2:8: error: block 'a' (Settled) cannot be built without a bus, so the default "
+        "of 'level' is unknown; removing the key needs a restart\n",
+        settled("a", "needs_a_bus = true"));
+    // The default of a key that came later is known.
+    for (const char* settings :
+         {"needs_a_bus = true, level = 2, hidden = 9", "needs_a_bus = true, level = 2"})
+        EXPECT_EQ(reload(settled("a", settings)),
+                  "fenwa: graph.toml: reloaded; new settings for 'a'\n");
+    EXPECT_EQ(lines_with(messages(host().terminate().out), "9 -> 2 none 7"),
+              "a: 2 none 9 -> 2 none 7\n");
 }
 
-TEST_F(ReloadTrouble, DefaultThatIsNotKnownNeedsARestart) {
-    const std::string bound = "needs_a_bus = true\n";
-    start(settled("a", bound + "level = 2\n"));
-    EXPECT_EQ(reload(settled("a", bound)),
-              "graph.toml:2:9: error: block 'a' (Settled) cannot be built without a bus, so the "
-              "default of 'level' is unknown; removing the key needs a restart\n[blocks.a]\n"
-              "        ^\ngraph.toml: 1 error\n" +
-                  not_reloaded);
-    // Of a key that came later it is known.
-    EXPECT_EQ(reload(settled("a", bound + "level = 2\nhidden = 9\n")),
-              "fenwa: graph.toml: reloaded; new settings for 'a'\n");
-    EXPECT_EQ(reload(settled("a", bound + "level = 2\n")),
-              "fenwa: graph.toml: reloaded; new settings for 'a'\n");
-    EXPECT_EQ(lines_with(stop(), "9 -> 2 none 7"), "a: 2 none 9 -> 2 none 7\n");
-}
-
-TEST_F(ReloadTrouble, ConnectionThatIsGoneNeedsARestart) {
-    start(before + wire);
-    EXPECT_EQ(reload(before),
-              "graph.toml: error: the connection from 'a.level' to 'r.double' has been removed, "
-              "which needs a restart\ngraph.toml: 1 error\n" +
-                  not_reloaded);
-    EXPECT_EQ(stop(), "");
-}
-
-class RefusingBlock : public ReloadTest, public testing::WithParamInterface<std::string> {};
+class RefusingBlock : public ReloadRefusals, public testing::WithParamInterface<std::string> {};
 
 TEST_P(RefusingBlock, HasTheOldSettingsAgainAndThoseBeforeItToo) {
     const std::string& level = GetParam();
-    start(settled("a", "") + settled("b", "") + settled("c", ""));
-    EXPECT_EQ(reload(settled("a", "level = 2\n") + settled("b", "level = " + level + "\n") +
-                     settled("c", "level = 2\n")),
-              "graph.toml:7:1: error: block 'b' (Settled): the key 'level' must be a double that "
-              "this block likes, not a float\nlevel = " +
-                  level + "\n^\ngraph.toml: 1 error\n" + not_reloaded);
+    start(settled("a") + settled("b") + settled("c"));
+    expect_refused(
+        "graph.toml:3:31: error: block 'b' (Settled): the key 'level' must be a double "
+        "that this block likes, not a float\n",
+        settled("a", "level = 2") + settled("b", "level = " + level) + settled("c", "level = 2"));
     ASSERT_TRUE(host().wait_for_text("b: run"));
     const std::string second = level == "14" ? "b: 14 none 7 -> 14 none 7\n" : "";
-    EXPECT_EQ(stop(), "a: 1 none 7 -> 2 none 7\na: 2 none 7 -> 2 none 7\nb: 1 none 7 -> " + level +
-                          " none 7\n" + second +
-                          "b: 1 none 7 -> 1 none 7\nb: 1 none 7 -> 1 none 7\n"
-                          "a: 1 none 7 -> 1 none 7\na: 1 none 7 -> 1 none 7\na: run\nb: run\n");
+    EXPECT_EQ(messages(host().terminate().out),
+              "a: 1 none 7 -> 2 none 7\na: 2 none 7 -> 2 none 7\nb: 1 none 7 -> " + level +
+                  " none 7\n" + second +
+                  "b: 1 none 7 -> 1 none 7\nb: 1 none 7 -> 1 none 7\n"
+                  "a: 1 none 7 -> 1 none 7\na: 1 none 7 -> 1 none 7\na: run\nb: run\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(AtOnceOrTheSecondTime, RefusingBlock, testing::Values("13", "14"));
 
-TEST_F(ReloadTrouble, BlockThatThrowsEndsTheHost) {
-    start(settled("a", "") + settled("b", ""));
-    rewrite("\n\n" + settled("a", "level = 66\n") + settled("b", "level = 2\n"));
-    host().send_signal(SIGHUP);
-    const Ended ended = without_folder(host().wait());
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err,
-              "graph.toml:4:9: error: block 'a' (Settled) threw in reconfigure: thrown on purpose\n"
-              "[blocks.a]\n        ^\ngraph.toml: 1 error\n");
-    EXPECT_EQ(messages(ended.out), "a: 1 none 7 -> 66 none 7\n");
+TEST_F(ReloadRefusals, OfABlockThatThrowsOrKeepsRefusingEndTheHost) {
+    struct {
+        std::string level, place, line, sentence;
+    } const ends[]{
+        {"66", "4:8", settled("a", "level = 66"), "threw in reconfigure: thrown on purpose"},
+        {"67", "2:8", settled("a"),
+         "refuses its previous settings: the key 'level' must be a double that this block likes, "
+         "not a float"}};
+    for (const auto& [level, place, line, sentence] : ends) {
+        start(settled("a") + settled("b"));
+        write_graph("\n\n" + settled("a", "level = " + level) + settled("b", "level = 2"));
+        host().send_signal(SIGHUP);
+        const Ended ended = without_folder(host().wait());
+        expect_end(ended, 70,
+                   "graph.toml:" + place + ": error: block 'a' (Settled) " + sentence + "\n" +
+                       line + "       ^\ngraph.toml: 1 error\n");
+        EXPECT_TRUE(messages(ended.out).starts_with("a: 1 none 7 -> " + level + " none 7\n"));
+        EXPECT_EQ(lines_with(messages(ended.out), "b: "), "");
+    }
 }
 
-TEST_F(ReloadTrouble, BlockThatDoesNotTakeItsOldSettingsBackEndsTheHost) {
-    start(settled("a", ""));
-    rewrite(settled("a", "level = 67\n"));
-    host().send_signal(SIGHUP);
-    const Ended ended = without_folder(host().wait());
-    EXPECT_EQ(ended.code, 70);
-    EXPECT_EQ(ended.err,
-              "graph.toml:2:9: error: block 'a' (Settled) refuses its previous settings: the key "
-              "'level' must be a double that this block likes, not a float\n[blocks.a]\n        ^\n"
-              "graph.toml: 1 error\n");
-}
-
-TEST_F(ReloadTrouble, LaterMistakesAreShownInTheFileAsItWasReadLast) {
-    const std::string failing =
-        "[blocks.p]\ntype = \"Probe\"\nthrows_in = \"stop\"\nthrows = \"configuration\"\n";
-    start(settled("a", "") + failing);
-    EXPECT_EQ(reload("# one\n# two\n" + settled("a", "level = 2\n") + failing),
-              "fenwa: graph.toml: reloaded; new settings for 'a'\n");
+TEST_F(ReloadRefusals, LaterMistakesAreShownInTheFileAsItWasReadLast) {
+    const std::string failing = block("p", "Probe", R"(throws_in = "stop", throws = "missing")");
+    start(settled("a") + failing);
+    reload("# one\n# two\n" + settled("a", "level = 2") + failing);
     const Ended ended = without_folder(host().terminate());
-    EXPECT_EQ(ended.code, 78);
-    EXPECT_EQ(ended.err,
-              "fenwa: graph.toml: reloaded; new settings for 'a'\n"
-              "graph.toml:10:1: error: block 'p' (Probe): the key 'throws' must be a word that is "
-              "not there, not another one\nthrows = \"configuration\"\n^\ngraph.toml: 1 error\n");
+    expect_end(ended, 78,
+               "fenwa: graph.toml: reloaded; new settings for 'a'\n"
+               "graph.toml:5:8: error: block 'p' (Probe): the required key 'absent' (an int) is "
+               "missing\n" +
+                   failing + "       ^\ngraph.toml: 1 error\n");
+}
+
+TEST_F(ReloadRefusals, SettingsThatCrashABlockAreRefusedAlsoOverTheBus) {
+    const std::string plugin = "plugins = [\"libmisbehaving.so\"]\n";
+    const std::string sentence = "block 'f' (Fragile) crashed in its constructor: SIGABRT\n";
+    start(plugin + block("f", "Fragile"), {"--control"});
+    expect_refused("graph.toml:2:8: error: " + sentence,
+                   plugin + block("f", "Fragile", "handle_with_care = true"));
+    expect_end(fenwa({"set", "--bus", bus(), "f", "handle_with_care=true"}), 2,
+               "fenwa: " + sentence);
 }
 
 }  // namespace

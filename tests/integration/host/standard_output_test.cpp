@@ -1,78 +1,74 @@
-#include <algorithm>
-
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
 
 namespace test {
 namespace {
 
-/// What happens to a run whose stdout does not take what it writes.
+const std::string full = "fenwa: cannot write to stdout: No space left on device\n";
+
+Ended in_shell(const std::string& script, const Words& command) {
+    return run_program(Words{"sh", "-c", script, "sh"} + command);
+}
+
+/// A run whose stdout does not take all lines.
 class StandardOutput : public HostTest {
   protected:
-    /// A shell command in which "$@" is the run of a graph that writes a line every few
-    /// milliseconds and has two blocks that say farewell on the bus.
-    Words in_shell(const std::string& script, const Words& arguments = {}) const {
-        Words all{"--bus", bus()};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        const Words run = run_command(
-            probes("[[connections]]\nfrom = \"tick.out\"\nto = \"count.tick\"\n"
-                   "[blocks.tick]\ntype = \"Timer\"\ninterval = 10\n"
-                   "[blocks.count]\ntype = \"Counter\"\n"
-                   "[blocks.one]\ntype = \"Leaver\"\n[blocks.two]\ntype = \"Leaver\"\n"),
-            all);
-        Words words{"sh", "-c", script, "sh"};
-        words.insert(words.end(), run.begin(), run.end());
-        return words;
-    }
-};
+    StandardOutput() { listener_.listen_for_farewells(); }
 
-const std::vector<std::string> farewells{"two stop", "one stop", "two destructor",
-                                         "one destructor"};
+    /// A shell command in which "$@" is the run of a graph that writes a line every few
+    /// milliseconds and has two blocks that send farewells.
+    Ended run_in_shell(const std::string& script, const Words& arguments = {}) const {
+        return in_shell(script, run_command(R"(blocks.tick = {type = "Timer", interval = 10}
+                                               blocks.count = {type = "Counter"}
+                                               blocks.one = {type = "Leaver"}
+                                               blocks.two = {type = "Leaver"}
+                                               connections = [{from = "tick.out", to = "count.tick"}])",
+                                            arguments));
+    }
+    /// Expects that the blocks have been stopped in order since the last time.
+    void expect_farewells() {
+        expected_.insert(expected_.end(),
+                         {"two stop", "one stop", "two destructor", "one destructor"});
+        EXPECT_EQ(listener_.farewells(expected_.size()), expected_);
+    }
+
+    BusListener listener_{bus()};
+    Words expected_;
+};
 
 TEST_F(StandardOutput, ThatItsReaderClosesStopsTheBlocksInOrder) {
     for (const std::string format : {"json", "text"}) {
-        BusListener listener(bus());
-        listener.listen_for_farewells();
-        const Ended ended = run_program(
-            in_shell("{ \"$@\"; echo \"code $?\" >&2; } | head -1", {"--format", format}));
+        const Ended ended =
+            run_in_shell("{ \"$@\"; echo \"code $?\" >&2; } | head -1", {"--format", format});
         EXPECT_EQ(ended.err.substr(ended.err.find("fenwa: stdout")),
                   "fenwa: stdout was closed by its reader\ncode 0\n");
-        EXPECT_EQ(std::count(ended.out.begin(), ended.out.end(), '\n'), 1) << ended.out;
-        EXPECT_EQ(listener.farewells(4), farewells);
+        EXPECT_EQ(count_lines(ended.out), 1) << ended.out;
+        expect_farewells();
     }
 }
 
 TEST_F(StandardOutput, OnAFullDiskStopsTheBlocksInOrder) {
-    BusListener listener(bus());
-    listener.listen_for_farewells();
-    const Ended ended = run_program(in_shell("exec \"$@\" > /dev/full"));
-    EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err, "fenwa: cannot write to stdout: No space left on device\n");
-    EXPECT_EQ(listener.farewells(4), farewells);
+    expect_end(run_in_shell("exec \"$@\" > /dev/full"), 69, full);
+    expect_farewells();
+}
+
+TEST_F(StandardOutput, ThatTheStarterClosedIsWrittenToNobody) {
+    expect_end(run_in_shell("exec \"$@\" >&-", {"--for", "0.2"}));
+    expect_farewells();
 }
 
 TEST_F(StandardOutput, ThatCannotBeWrittenEndsAStartTooAndKeepsAnotherCode) {
-    const Words run =
-        run_command(probes("[blocks.one]\ntype = \"Probe\"\n[blocks.two]\ntype = \"Probe\"\n"
-                           "throws_in = \"start\"\n"),
-                    {"--bus", bus()});
-    Words words{"sh", "-c", "exec \"$@\" > /dev/full", "sh"};
-    words.insert(words.end(), run.begin(), run.end());
     // The first block logs in its constructor, so that the second one is not reached.
-    const Ended stopped = run_program(words);
-    EXPECT_EQ(stopped.code, 69);
-    EXPECT_EQ(stopped.err, "fenwa: cannot write to stdout: No space left on device\n");
-    const Words wrong = run_command("[blocks.t]\ntype = \"Timer\"\n");
-    words.resize(4);
-    words.insert(words.end(), wrong.begin(), wrong.end());
-    const Ended misconfigured = run_program(words);
-    EXPECT_EQ(misconfigured.code, 78);
-    EXPECT_TRUE(misconfigured.err.ends_with(
-        "graph.toml: 1 error\nfenwa: cannot write to stdout: No space left on device\n"))
-        << misconfigured.err;
+    expect_end(in_shell("exec \"$@\" > /dev/full",
+                        run_command(block("one", "Probe") +
+                                    block("two", "Probe", "throws_in = \"start\""))),
+               69, full);
+    const Ended wrong = in_shell("exec \"$@\" > /dev/full", run_command(block("t", "Timer")));
+    EXPECT_EQ(wrong.code, 78);
+    EXPECT_TRUE(wrong.err.ends_with("graph.toml: 1 error\n" + full)) << wrong.err;
 }
 
-/// Every command that needs no host, with what it prints on.
+/// Every command that needs no host, with the stream to which it prints.
 class OneTimeOutput : public HostTest {
   protected:
     struct Printed {
@@ -81,8 +77,8 @@ class OneTimeOutput : public HostTest {
     };
 
     [[nodiscard]] std::vector<Printed> commands() const {
-        const std::string graph = folder().write(
-            "timer.toml", "[blocks.t]\ntype = \"Timer\"\ninterval = 1000\nspelt_wrong = 1\n");
+        const std::string graph =
+            folder().write("timer.toml", block("t", "Timer", "interval = 1000, spelt_wrong = 1"));
         return {{{"--help"}},
                 {{"--version"}},
                 {{"run", "--help"}},
@@ -93,55 +89,30 @@ class OneTimeOutput : public HostTest {
     }
 
     /// @param script in which "$@" is the command, and its output of either stream is stdout.
-    static Ended in_shell(const std::string& script, const Printed& command) {
-        Words words{"sh",
-                    "-c",
-                    script,
-                    "sh",
-                    "sh",
-                    "-c",
-                    command.on_stderr ? "exec \"$@\" 2>&1 >&-" : "exec \"$@\" 2>&3",
-                    "sh",
-                    FENWA_PROGRAM};
-        words.insert(words.end(), command.words.begin(), command.words.end());
-        return run_program(words);
+    static Ended print(const std::string& script, const Printed& command) {
+        const char* streams = command.on_stderr ? "exec \"$@\" 2>&1 >&-" : "exec \"$@\" 2>&3";
+        return in_shell(script, Words{"sh", "-c", streams, "sh", FENWA_PROGRAM} + command.words);
     }
 };
 
 TEST_F(OneTimeOutput, OnAFullDiskIs69) {
     for (const Printed& command : commands()) {
-        const Ended ended = in_shell("exec \"$@\" 3>&2 > /dev/full", command);
+        const Ended ended = print("exec \"$@\" 3>&2 > /dev/full", command);
         EXPECT_EQ(ended.code, 69) << command.words.front();
-        if (!command.on_stderr) {
-            EXPECT_EQ(lines_with(ended.err, "fenwa: "),
-                      lines_with(ended.err,
-                                 "fenwa: cannot write to stdout: No space left on "
-                                 "device"))
-                << command.words.front() << ended.err;
-        }
+        EXPECT_EQ(lines_with(ended.err, "fenwa: "), command.on_stderr ? "" : full);
     }
 }
 
 TEST_F(OneTimeOutput, ThatItsReaderClosesIs0) {
     for (const Printed& command : commands()) {
-        const Ended ended =
-            in_shell("{ sleep 0.1; \"$@\"; echo \"code $?\" >&3; } 3>&2 | :", command);
+        const Ended ended = print("{ sleep 0.1; \"$@\"; echo \"code $?\" >&3; } 3>&2 | :", command);
         EXPECT_TRUE(ended.err.ends_with("code 0\n")) << command.words.front() << ended.err;
     }
 }
 
 TEST_F(OneTimeOutput, ThatCannotBeWrittenKeepsAnotherCode) {
-    const std::string graph = folder().write("wrong.toml", "[blocks.t]\ntype = \"Timer\"\n");
-    EXPECT_EQ(in_shell("exec \"$@\" 3>&2 > /dev/full", {{"check", graph}, true}).code, 78);
-}
-
-TEST_F(StandardOutput, ThatTheStarterClosedIsWrittenToNobody) {
-    BusListener listener(bus());
-    listener.listen_for_farewells();
-    const Ended ended = run_program(in_shell("exec \"$@\" >&-", {"--for", "0.2"}));
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "");
-    EXPECT_EQ(listener.farewells(4), farewells);
+    const std::string graph = folder().write("wrong.toml", block("t", "Timer"));
+    EXPECT_EQ(print("exec \"$@\" 3>&2 > /dev/full", {{"check", graph}, true}).code, 78);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <nlohmann/json.hpp>
 #include <regex>
-#include <sstream>
 
 #include "tests/integration/host/datagram_socket.hpp"
 #include "tests/integration/host/host_test.hpp"
@@ -18,73 +17,48 @@ const std::string waits =
 class UnreadOutput : public HostTest {
   protected:
     static std::string flood(int lines, const std::string& in = "start") {
-        return probes("[blocks.b]\ntype = \"Stubborn\"\nin = \"" + in +
-                      "\"\ndoes = \"floods\"\nlines = " + std::to_string(lines) + "\n");
+        return block("b", "Stubborn",
+                     "in = \"" + in + "\", does = \"floods\", lines = " + std::to_string(lines));
+    }
+
+    /// Runs it until it is ready and nobody has read a line.
+    Ended run_unread(int lines, const std::string& format) const {
+        const DatagramSocket manager(path(format));
+        Process host(run_command(flood(lines), {"--format", format}),
+                     {{"NOTIFY_SOCKET", path(format)}});
+        EXPECT_EQ(manager.receive(), "READY=1");
+        const Ended ended = host.terminate();
+        EXPECT_EQ(ended.code, 0);
+        return ended;
+    }
+
+    /// Expects that every line has come or is counted among the dropped ones.
+    static void expect_all(int lines, const std::string& text, const std::regex& dropped) {
+        long sum = 0;
+        long told = 0;
+        for (std::sregex_iterator each(text.begin(), text.end(), dropped), end; each != end;
+             ++each, ++told)
+            sum += std::stol((*each)[1]);
+        EXPECT_GT(sum, 0);
+        EXPECT_GT(count_lines(text) - told, 1000);
+        // With what is logged before the flood, and the events of the start and the end.
+        EXPECT_EQ(count_lines(text) - told + sum, lines + 3);
     }
 
     /// Runs it in a shell command in which "$@" is the host.
     Ended run_in_shell(const std::string& script, const std::string& graph,
-                       const Words& arguments = {}) const {
-        Words all{"--bus", bus()};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        const Words host = run_command(graph, all);
-        Words words{"sh", "-c", script, "sh"};
-        words.insert(words.end(), host.begin(), host.end());
-        return run_program(words);
+                       const Words& arguments) const {
+        return run_program(Words{"sh", "-c", script, "sh"} + run_command(graph, arguments));
     }
 };
 
 TEST_F(UnreadOutput, StopsNoBlockAndItsLinesAreDroppedAndCounted) {
-    constexpr int lines = 20000;
-    const std::string path = (folder().path() / "notify").string();
-    const DatagramSocket manager(path);
-    Process host(run_command(flood(lines), {"--bus", bus()}), {{"NOTIFY_SOCKET", path}});
-    // Nobody has read a line by then.
-    ASSERT_EQ(manager.receive(), "READY=1");
-    const Ended ended = host.terminate();
-    EXPECT_EQ(ended.code, 0);
-    EXPECT_EQ(ended.err, "");
-    std::istringstream read(ended.out);
-    long received = 0;
-    long dropped = 0;
-    for (std::string line; std::getline(read, line);) {
-        const auto event = nlohmann::json::parse(line);
-        if (event.at("event") == "dropped")
-            dropped += event.at("lines").get<long>();
-        else
-            ++received;
-    }
-    EXPECT_GT(dropped, 0);
-    EXPECT_GT(received, 1000);
-    // With what is logged before the flood, and the events of the start and the end.
-    EXPECT_EQ(received + dropped, lines + 3);
-    EXPECT_EQ(
-        lines_with(without_times(ended.out), "dropped").find(R"({"event":"dropped","time":0)"), 0U);
-}
-
-TEST_F(UnreadOutput, OnStderrStopsNoBlockEither) {
-    constexpr int lines = 20000;
-    const std::string path = (folder().path() / "notify").string();
-    const DatagramSocket manager(path);
-    Process host(run_command(flood(lines), {"--bus", bus(), "--format", "text"}),
-                 {{"NOTIFY_SOCKET", path}});
-    ASSERT_EQ(manager.receive(), "READY=1");
-    const Ended ended = host.terminate();
-    EXPECT_EQ(ended.code, 0);
-    std::istringstream read(ended.err);
-    long received = 0;
-    long dropped = 0;
-    const std::string before = "fenwa: dropped ";
-    for (std::string line; std::getline(read, line);) {
-        if (line.starts_with(before)) {
-            dropped += std::stol(line.substr(before.size()));
-            EXPECT_TRUE(line.ends_with(" lines here, because nobody read them")) << line;
-        } else {
-            ++received;
-        }
-    }
-    EXPECT_GT(dropped, 0);
-    EXPECT_EQ(received + dropped, lines + 3);
+    const Ended json = run_unread(20000, "json");
+    EXPECT_EQ(json.err, "");
+    expect_all(20000, json.out,
+               std::regex(R"re(\{"event":"dropped","time":[^,]*,"lines":(\d+)\}\n)re"));
+    expect_all(20000, run_unread(20000, "text").err,
+               std::regex("fenwa: dropped (\\d+) lines here, because nobody read them\n"));
 }
 
 TEST_F(UnreadOutput, IsNotGivenUpWhenTheReaderIsMerelySlow) {
@@ -113,12 +87,12 @@ TEST_F(UnreadOutput, KeepsItsOrderWhereBothStreamsLeadToTheSamePlace) {
     std::string wanted;
     for (int i = 0; i < 50; ++i) {
         const std::string name = "p" + std::to_string(i);
-        blocks += "[blocks." + name + "]\ntype = \"Probe\"\n";
+        blocks += block(name, "Probe");
         // The last one is stopped first.
         wanted = name + ": stop\n" + name + ".stopped = 1\n" + wanted;
     }
     const Ended ended =
-        run_in_shell(R"(exec "$@" 2>&1)", probes(blocks), {"--format", "text", "--for", "0.1"});
+        run_in_shell(R"(exec "$@" 2>&1)", blocks, {"--format", "text", "--for", "0.1"});
     const std::string stops = lines_with(ended.out, "stop");
     EXPECT_EQ(std::regex_replace(stops.substr(0, stops.find("fenwa: stopped")),
                                  std::regex("(^|\n)(info: | *[0-9.]+  )"), "$1"),
@@ -126,9 +100,8 @@ TEST_F(UnreadOutput, KeepsItsOrderWhereBothStreamsLeadToTheSamePlace) {
 }
 
 TEST_F(UnreadOutput, WhoseReaderHasGoneEndsTheHostThoughItWritesNothing) {
-    const Ended ended =
-        run_in_shell(R"({ "$@"; echo "code $?" >&2; } | sleep 0.5)",
-                     probes("[blocks.b]\ntype = \"Stubborn\"\nin = \"\"\n"), {"--format", "text"});
+    const Ended ended = run_in_shell(R"({ "$@"; echo "code $?" >&2; } | sleep 0.5)",
+                                     block("b", "Stubborn", "in = \"\""), {"--format", "text"});
     EXPECT_EQ(ended.err,
               "fenwa: ready\nfenwa: stopped\nfenwa: stdout was closed by its reader\ncode 0\n");
 }

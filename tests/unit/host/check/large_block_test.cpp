@@ -2,7 +2,6 @@
 
 #include <ctime>
 
-#include "host/check/graph_check.hpp"
 #include "host/value/port_value.hpp"
 
 namespace host {
@@ -14,22 +13,6 @@ constexpr double enough_seconds = 10.0;
 
 double seconds_since(std::clock_t start) {
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-}
-
-TEST(LargeBlock, IsCheckedQuickly) {
-    BlockEntry timer;
-    timer.name = "t";
-    timer.type = {"Timer", {2, 8}};
-    timer.add({"interval", {3, 1}, std::int64_t{5}});
-    for (std::uint32_t i = 0; i < many; ++i)
-        timer.add({"key." + std::to_string(i), {4 + i, 1}, std::int64_t{1}});
-    common::Diagnostics diagnostics("graph.toml");
-    BlockTypes types(nullptr);
-    const std::clock_t start = std::clock();
-    (void)probe({types, {}, {}, {&timer}}, diagnostics);
-    EXPECT_LT(seconds_since(start), enough_seconds);
-    EXPECT_EQ(diagnostics.errors(), 0U);
-    EXPECT_EQ(diagnostics.warnings(), static_cast<std::size_t>(many));
 }
 
 TEST(LargeBlock, SettingsAreShownQuickly) {

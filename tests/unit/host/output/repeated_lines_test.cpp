@@ -11,17 +11,17 @@ namespace host {
 namespace {
 
 using Told = std::vector<std::string>;
-using Milliseconds = std::chrono::milliseconds;
 
 class RepeatedLinesTest : public testing::Test {
   protected:
-    /// What has been told since the last time, "BLOCK LEVEL MESSAGE" each.
-    Told take() { return std::exchange(told_, {}); }
+    /// Expects these lines since the last time, "BLOCK LEVEL MESSAGE" each.
+    void expect_told(const Told& told) { EXPECT_EQ(std::exchange(told_, {}), told); }
 
-    bool log(const std::string& block, const std::string& message, int level = 2) {
+    bool log(const std::string& block = "b", const std::string& message = "no answer",
+             int level = 2) {
         return lines_.log({block, level, message}, now_);
     }
-    void pass(int milliseconds) { now_ += Milliseconds(milliseconds); }
+    void pass(int milliseconds) { now_ += std::chrono::milliseconds(milliseconds); }
     void settle() { lines_.settle(now_); }
 
     Told told_;
@@ -31,122 +31,108 @@ class RepeatedLinesTest : public testing::Test {
     RepeatedLines::Clock::time_point now_{std::chrono::hours(1)};
 };
 
-TEST_F(RepeatedLinesTest, LineIsToldAtOnce) {
-    EXPECT_FALSE(log("b", "no answer"));
-    EXPECT_EQ(take(), (Told{"b 2 no answer"}));
-    EXPECT_FALSE(lines_.is_counting());
-}
+const std::string told_line = "b 2 no answer";
 
-TEST_F(RepeatedLinesTest, LinesThatComeTenTimesASecondAreAllTold) {
+TEST_F(RepeatedLinesTest, LinesThatComeTenTimesASecondAreAllToldAtOnce) {
     for (int i = 0; i < 5; ++i) {
-        EXPECT_FALSE(log("b", "no answer"));
-        EXPECT_EQ(take(), (Told{"b 2 no answer"}));
+        EXPECT_FALSE(log());
+        expect_told({told_line});
+        EXPECT_FALSE(lines_.is_counting());
         pass(100);
         settle();
     }
-    EXPECT_EQ(take(), Told{});
+    expect_told({});
 }
 
 TEST_F(RepeatedLinesTest, LinesThatComeFasterAreToldOnceAndThenWithTheirNumber) {
-    log("b", "no answer");
+    log();
     pass(99);
-    EXPECT_TRUE(log("b", "no answer"));
+    EXPECT_TRUE(log());
     pass(1);
-    EXPECT_FALSE(log("b", "no answer")) << "somebody settles already";
-    EXPECT_EQ(take(), (Told{"b 2 no answer"}));
+    EXPECT_FALSE(log()) << "somebody settles already";
+    expect_told({told_line});
     EXPECT_TRUE(lines_.is_counting());
     pass(99);
     settle();
-    EXPECT_EQ(take(), Told{}) << "they may go on";
+    expect_told({});  // they may go on
     pass(1);
     settle();
-    EXPECT_EQ(take(), (Told{"b 2 repeated 2 times in 0.1 s: no answer"}));
+    expect_told({"b 2 repeated 2 times in 0.1 s: no answer"});
     EXPECT_FALSE(lines_.is_counting());
     pass(1);
-    EXPECT_FALSE(log("b", "no answer"));
-    EXPECT_EQ(take(), (Told{"b 2 no answer"})) << "as if none had come before";
+    EXPECT_FALSE(log());
+    expect_told({told_line});  // as if none had come before
 }
 
 TEST_F(RepeatedLinesTest, NumberIsToldEachSecondWhileTheLinesGoOn) {
     for (int i = 0; i <= 750; ++i) {
-        log("b", "no answer");
+        log();
         now_ += std::chrono::microseconds(1'000'000 / 260 + 1);
     }
     lines_.finish();
-    const Told told = take();
-    ASSERT_EQ(told.size(), 4U);
-    EXPECT_EQ(told[0], "b 2 no answer");
+    ASSERT_EQ(told_.size(), 4U);
+    EXPECT_EQ(told_[0], told_line);
     int sum = 0;
-    for (std::size_t i = 1; i < told.size(); ++i) {
+    for (std::size_t i = 1; i < told_.size(); ++i) {
         int number = 0;
         double seconds = 0.0;
-        ASSERT_EQ(
-            std::sscanf(told[i].c_str(), "b 2 repeated %d times in %lf s: no", &number, &seconds),
-            2)
-            << told[i];
+        std::sscanf(told_[i].c_str(), "b 2 repeated %d times in %lf s: no", &number, &seconds);
         sum += number;
-        EXPECT_NEAR(seconds, i < 3 ? 1.0 : 0.85, 0.11) << told[i];
+        EXPECT_NEAR(seconds, i < 3 ? 1.0 : 0.85, 0.11) << told_[i];
     }
     EXPECT_EQ(sum, 750);
 }
 
 TEST_F(RepeatedLinesTest, OneMoreIsOneTime) {
-    log("b", "no answer");
-    log("b", "no answer");
+    log();
+    log();
     lines_.finish();
-    EXPECT_EQ(take(), (Told{"b 2 no answer", "b 2 repeated 1 time in 0.0 s: no answer"}));
+    expect_told({told_line, "b 2 repeated 1 time in 0.0 s: no answer"});
     lines_.finish();
-    EXPECT_EQ(take(), Told{});
+    expect_told({});
 }
 
-TEST_F(RepeatedLinesTest, NumberComesBeforeTheNextLineWhereNobodyHasSettled) {
-    log("b", "no answer");
+TEST_F(RepeatedLinesTest, NumberComesBeforeTheNextLineWhereNobodyHasSettledOrTooEarly) {
+    log();
     pass(50);
-    log("b", "no answer");
+    log();
     pass(5000);
-    log("b", "no answer");
-    EXPECT_EQ(take(),
-              (Told{"b 2 no answer", "b 2 repeated 1 time in 0.1 s: no answer", "b 2 no answer"}));
-}
-
-TEST_F(RepeatedLinesTest, NumberComesBeforeTheNextLineWhereSettlingCameTooEarly) {
-    log("b", "no answer");
+    log();
+    expect_told({told_line, "b 2 repeated 1 time in 0.1 s: no answer", told_line});
     pass(10);
-    log("b", "no answer");
+    log();
     pass(50);
     settle();
-    EXPECT_EQ(take(), (Told{"b 2 no answer"}));
+    expect_told({});
     pass(50);
-    EXPECT_FALSE(log("b", "no answer"));
-    EXPECT_EQ(take(), (Told{"b 2 repeated 1 time in 0.0 s: no answer", "b 2 no answer"}));
+    EXPECT_FALSE(log());
+    expect_told({"b 2 repeated 1 time in 0.0 s: no answer", told_line});
     EXPECT_FALSE(lines_.is_counting());
 }
 
 TEST_F(RepeatedLinesTest, OneOfAllThatAreNotToldAsksForSettling) {
-    log("b", "no answer");
-    log("c", "no answer");
-    EXPECT_TRUE(log("b", "no answer"));
-    EXPECT_FALSE(log("c", "no answer"));
+    log("b");
+    log("c");
+    EXPECT_TRUE(log("b"));
+    EXPECT_FALSE(log("c"));
 }
 
 TEST_F(RepeatedLinesTest, BlocksTextsAndLevelsAreToldApartHoweverTheyInterleave) {
     for (int i = 0; i < 10; ++i) {
-        log("b", "no answer");
-        log("c", "no answer");
+        log("b");
+        log("c");
         log("b", "refused");
         log("b", "no answer", 1);
-        log("", "no answer");
+        log("");
         pass(1);
     }
-    EXPECT_EQ(take(), (Told{"b 2 no answer", "c 2 no answer", "b 2 refused", "b 1 no answer",
-                            " 2 no answer"}));
+    expect_told({told_line, "c 2 no answer", "b 2 refused", "b 1 no answer", " 2 no answer"});
     pass(100);
     settle();
-    EXPECT_EQ(
-        take(),
-        (Told{" 2 repeated 9 times in 0.0 s: no answer", "b 1 repeated 9 times in 0.0 s: no answer",
-              "b 2 repeated 9 times in 0.0 s: no answer", "b 2 repeated 9 times in 0.0 s: refused",
-              "c 2 repeated 9 times in 0.0 s: no answer"}));
+    const std::string repeated = " repeated 9 times in 0.0 s: ";
+    expect_told({" 2" + repeated + "no answer", "b 1" + repeated + "no answer",
+                 "b 2" + repeated + "no answer", "b 2" + repeated + "refused",
+                 "c 2" + repeated + "no answer"});
     EXPECT_FALSE(lines_.is_counting());
 }
 
@@ -160,7 +146,7 @@ TEST(RepeatedLinesThreads, NumbersAreExact) {
         else
             ++first;
     });
-    // Ten microseconds a line, so that numbers are told all the while.
+    // Ten microseconds a line, so that numbers come all the while.
     std::atomic<int> ticks = 0;
     const auto now = [&ticks] {
         return RepeatedLines::Clock::time_point(std::chrono::hours(1)) +

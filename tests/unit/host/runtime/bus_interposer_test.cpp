@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "common/bus/bus.hpp"
+#include "common/bus/callback.hpp"
+#include "common/bus/out.hpp"
 #include "common/bus/private_bus.hpp"
 #include "host/output/current_block.hpp"
 
@@ -15,31 +17,32 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// What a callback was given.
+/// A callback of blocks, and what it was given.
 struct Heard {
+    int on_answer(sd_bus_message& message) {
+        ++times;
+        const sd_bus_error* const given = sd_bus_message_get_error(&message);
+        error = given == nullptr ? "" : given->name;
+        block = CurrentBlock::name() == nullptr ? "" : *CurrentBlock::name();
+        own_userdata =
+            own_userdata && sd_bus_get_current_userdata(sd_bus_message_get_bus(&message)) == this;
+        return returns;
+    }
+
     int times = 0;
     int returns = 0;
     std::string error;
     std::string block;         ///< the current one during the callback
-    bool own_userdata = true;  ///< sd-bus says so, too
+    bool own_userdata = true;  ///< also for sd-bus
 };
 
-int on_answer(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    auto& heard = *static_cast<Heard*>(userdata);
-    ++heard.times;
-    const sd_bus_error* const error = sd_bus_message_get_error(message);
-    heard.error = error == nullptr ? "" : error->name;
-    heard.block = CurrentBlock::name() == nullptr ? "" : *CurrentBlock::name();
-    heard.own_userdata = heard.own_userdata &&
-                         sd_bus_get_current_userdata(sd_bus_message_get_bus(message)) == userdata;
-    return heard.returns;
-}
+constexpr auto on_answer = common::callback<&Heard::on_answer>;
 
 int on_signal(sd_bus_message* /*message*/, void* /*userdata*/, sd_bus_error* /*error*/) {
     return 0;
 }
 
-/// A tapped connection, and a peer that answers when it is told to.
+/// A tapped connection, and a peer that replies when the test asks for it.
 class BusInterposerTest : public testing::Test {
   protected:
     explicit BusInterposerTest(const std::string& xml = {}) : daemon_({{}, {}, {}, xml}) {
@@ -47,29 +50,32 @@ class BusInterposerTest : public testing::Test {
         interposer_.on_limit([this](const std::string* block, const std::string& text) {
             limits_.push_back((block == nullptr ? "nobody" : *block) + ": " + text);
         });
-        const int r = sd_bus_add_filter(
-            peer_.get(), nullptr,
-            [](sd_bus_message* message, void* userdata, sd_bus_error*) {
-                if (sd_bus_message_is_method_call(message, "com.example.Peer1", nullptr) > 0)
-                    static_cast<BusInterposerTest*>(userdata)->calls_.emplace_back(
-                        sd_bus_message_ref(message));
-                return 1;
-            },
-            this);
-        common::check(r, "filter");
+        common::check(sd_bus_add_filter(peer_.get(), nullptr,
+                                        common::callback<&BusInterposerTest::on_call>, this),
+                      "filter");
+    }
+
+    int on_call(sd_bus_message& message) {
+        if (sd_bus_message_is_method_call(&message, "com.example.Peer1", nullptr) > 0)
+            calls_.emplace_back(sd_bus_message_ref(&message));
+        return 1;
     }
 
     /// As block "b", an asynchronous call to the peer. @returns what sd-bus returned.
-    int call(sd_bus_slot** slot, Heard* heard, const char* path = "/x") {
+    int call(sd_bus_slot** slot, const char* path = "/x") {
         const CurrentBlock current(block_, "run");
         return sd_bus_call_method_async(bus_.get(), slot, "com.example.Peer", path,
-                                        "com.example.Peer1", "Ask",
-                                        heard == nullptr ? nullptr : on_answer, heard, "s", "?");
+                                        "com.example.Peer1", "Ask", on_answer, &heard_, "s", "?");
+    }
+    void send_without_callback() {
+        const CurrentBlock current(block_, "run");
+        sd_bus_call_method_async(bus_.get(), nullptr, "com.example.Peer", "/x", "com.example.Peer1",
+                                 "Ask", nullptr, nullptr, "s", "?");
     }
 
     /// Serves both ends until nothing has come for a while that is long enough for the daemon.
     void settle() {
-        // Answered by the daemon behind all that was sent before.
+        // The daemon answers after all that was sent before.
         for (sd_bus* bus : {bus_.get(), peer_.get(), bus_.get()}) {
             common::check(sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                              "org.freedesktop.DBus", "GetId", nullptr, nullptr, ""),
@@ -79,12 +85,15 @@ class BusInterposerTest : public testing::Test {
         }
     }
 
-    void answer_all() {
+    /// Expects that nothing is unanswered any more, and that the callback was called so often.
+    void answer_all(int times) {
         settle();
         for (const common::MessagePtr& asked : calls_)
             sd_bus_reply_method_return(asked.get(), "");
         calls_.clear();
         settle();
+        EXPECT_EQ(interposer_.unanswered(), 0U);
+        EXPECT_EQ(heard_.times, times);
     }
 
     common::PrivateBus daemon_;
@@ -92,73 +101,57 @@ class BusInterposerTest : public testing::Test {
     common::BusPtr peer_ = common::open_bus(daemon_.address(), std::chrono::seconds(10));
     BusInterposer interposer_{*bus_};
     std::string block_ = "b";
+    Heard heard_;
     std::vector<common::MessagePtr> calls_;
     Words limits_;
 };
 
 TEST_F(BusInterposerTest, CallIsUnansweredUntilItsAnswerCame) {
-    Heard heard;
-    sd_bus_slot* slot = nullptr;
-    EXPECT_GT(call(&slot, &heard), 0);
-    const common::SlotPtr owned(slot);
-    EXPECT_EQ(sd_bus_slot_get_userdata(slot), &heard);
+    common::SlotPtr slot;
+    EXPECT_GT(call(common::out(slot)), 0);
+    EXPECT_EQ(sd_bus_slot_get_userdata(slot.get()), &heard_);
     EXPECT_EQ(interposer_.unanswered(), 1U);
     settle();
     EXPECT_EQ(interposer_.unanswered(), 1U);
-    answer_all();
-    EXPECT_EQ(interposer_.unanswered(), 0U);
-    EXPECT_EQ(heard.times, 1);
-    EXPECT_EQ(heard.error, "");
-    EXPECT_EQ(heard.block, "b");
-    EXPECT_TRUE(heard.own_userdata);
+    answer_all(1);
+    EXPECT_EQ(heard_.error, "");
+    EXPECT_EQ(heard_.block, "b");
+    EXPECT_TRUE(heard_.own_userdata);
 }
 
-TEST_F(BusInterposerTest, FloatingCallIsCountedAsWell) {
-    Heard heard;
-    EXPECT_GT(call(nullptr, &heard), 0);
-    EXPECT_EQ(interposer_.unanswered(), 1U);
-    answer_all();
-    EXPECT_EQ(interposer_.unanswered(), 0U);
-    EXPECT_EQ(heard.times, 1);
+TEST_F(BusInterposerTest, FloatingCallIsCountedAlsoWhenItsCallbackReturnsAnError) {
+    for (const int returned : {0, -EINVAL}) {
+        heard_ = {};
+        heard_.returns = returned;
+        EXPECT_GT(call(nullptr), 0);
+        EXPECT_EQ(interposer_.unanswered(), 1U);
+        answer_all(1);
+    }
 }
 
 TEST_F(BusInterposerTest, CallIsUnansweredForTheDaemonAlsoWhenItsSlotIsGivenUp) {
-    Heard heard;
-    sd_bus_slot* slot = nullptr;
-    EXPECT_GT(call(&slot, &heard), 0);
-    sd_bus_slot_unref(slot);
+    common::SlotPtr slot;
+    EXPECT_GT(call(common::out(slot)), 0);
+    slot.reset();
     EXPECT_EQ(interposer_.unanswered(), 1U);
-    answer_all();
-    EXPECT_EQ(interposer_.unanswered(), 0U);
-    EXPECT_EQ(heard.times, 0);
-}
-
-TEST_F(BusInterposerTest, CallbackThatReturnsAnErrorIsCountedAsAnswered) {
-    Heard heard;
-    heard.returns = -EINVAL;
-    EXPECT_GT(call(nullptr, &heard), 0);
-    answer_all();
-    EXPECT_EQ(heard.times, 1);
-    EXPECT_EQ(interposer_.unanswered(), 0U);
+    answer_all(0);
 }
 
 TEST_F(BusInterposerTest, CallWhoseTimeIsOverIsNotWaitedFor) {
     common::check(sd_bus_set_method_call_timeout(bus_.get(), 50'000), "time-out");
-    Heard heard;
-    EXPECT_GT(call(nullptr, &heard), 0);
-    for (int i = 0; i < 100 && heard.times == 0; ++i) {
+    EXPECT_GT(call(nullptr), 0);
+    for (int i = 0; i < 100 && heard_.times == 0; ++i) {
         if (sd_bus_process(bus_.get(), nullptr) == 0)
             sd_bus_wait(bus_.get(), 100'000);
     }
-    EXPECT_EQ(heard.error, SD_BUS_ERROR_NO_REPLY);
+    EXPECT_EQ(heard_.error, SD_BUS_ERROR_NO_REPLY);
     EXPECT_EQ(interposer_.unanswered(), 0U);
     // The answer that comes all the same takes nothing more off.
-    answer_all();
-    EXPECT_EQ(interposer_.unanswered(), 0U);
+    answer_all(1);
 }
 
 TEST_F(BusInterposerTest, CallWithoutCallbackExpectsNoAnswer) {
-    EXPECT_GT(call(nullptr, nullptr), 0);
+    send_without_callback();
     EXPECT_EQ(interposer_.unanswered(), 0U);
     settle();
     ASSERT_EQ(calls_.size(), 1U);
@@ -168,26 +161,25 @@ TEST_F(BusInterposerTest, CallWithoutCallbackExpectsNoAnswer) {
 TEST_F(BusInterposerTest, OtherConnectionsAreNotSeen) {
     const common::BusPtr other = common::open_bus(daemon_.address(), std::chrono::seconds(10));
     const CurrentBlock current(block_, "run");
-    Heard heard;
     EXPECT_GT(sd_bus_call_method_async(other.get(), nullptr, "com.example.Peer", "/x",
-                                       "com.example.Peer1", "Ask", on_answer, &heard, ""),
+                                       "com.example.Peer1", "Ask", on_answer, &heard_, ""),
               0);
     EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(interposer_.services("b"), Words{});
 }
 
 TEST_F(BusInterposerTest, ErrorsComeBackUntouched) {
-    Heard heard;
-    sd_bus_slot* slot = nullptr;
-    EXPECT_EQ(call(&slot, &heard, "no path"), -EINVAL);
+    common::SlotPtr slot;
+    EXPECT_EQ(call(common::out(slot), "no path"), -EINVAL);
     EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(sd_bus_call_method_async(nullptr, nullptr, "com.example.Peer", "/x",
-                                       "com.example.Peer1", "Ask", on_answer, &heard, ""),
+                                       "com.example.Peer1", "Ask", on_answer, &heard_, ""),
               -EINVAL);
-    EXPECT_EQ(sd_bus_call_async(bus_.get(), nullptr, nullptr, on_answer, &heard, 0), -EINVAL);
-    EXPECT_EQ(sd_bus_add_match_async(bus_.get(), nullptr, "nonsense", on_signal, on_answer, &heard),
-              -EINVAL);
+    EXPECT_EQ(sd_bus_call_async(bus_.get(), nullptr, nullptr, on_answer, &heard_, 0), -EINVAL);
+    EXPECT_EQ(
+        sd_bus_add_match_async(bus_.get(), nullptr, "nonsense", on_signal, on_answer, &heard_),
+        -EINVAL);
     common::BusError error;
     EXPECT_EQ(sd_bus_call_method(bus_.get(), "com.example.Absent", "/x", "com.example.Peer1", "Ask",
                                  &error, nullptr, ""),
@@ -196,11 +188,10 @@ TEST_F(BusInterposerTest, ErrorsComeBackUntouched) {
 }
 
 TEST_F(BusInterposerTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
-    Heard heard;
     {
         const CurrentBlock current(block_, "run");
         sd_bus_match_signal_async(bus_.get(), nullptr, "com.example.Heard", nullptr, nullptr,
-                                  "Sound", on_signal, on_answer, &heard);
+                                  "Sound", on_signal, on_answer, &heard_);
         sd_bus_match_signal(bus_.get(), nullptr, "com.example.HeardToo", nullptr, nullptr, "Sound",
                             on_signal, nullptr);
         sd_bus_add_match(bus_.get(), nullptr, "type='signal',sender='org.freedesktop.DBus'",
@@ -210,14 +201,14 @@ TEST_F(BusInterposerTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
         sd_bus_call_method(bus_.get(), "com.example.Blocking", "/x", "com.example.X1", "Ask",
                            nullptr, nullptr, "");
         sd_bus_get_property_trivial(bus_.get(), "com.example.Property", "/x", "com.example.X1", "P",
-                                    nullptr, 'i', &heard.times);
+                                    nullptr, 'i', &heard_.times);
         const char* own = nullptr;
         sd_bus_get_unique_name(bus_.get(), &own);
         sd_bus_call_method_async(bus_.get(), nullptr, own, "/x", "com.example.X1", "Ask", nullptr,
                                  nullptr, "");
     }
-    call(nullptr, nullptr);
-    call(nullptr, nullptr);
+    send_without_callback();
+    send_without_callback();
     EXPECT_EQ(interposer_.services("b"),
               (Words{"com.example.Heard", "com.example.HeardToo", "com.example.Blocking",
                      "com.example.Property", "com.example.Peer"}));
@@ -234,16 +225,15 @@ class NarrowBus : public BusInterposerTest {
 };
 
 TEST_F(NarrowBus, LimitOfMatchesIsToldOnceForEachBlock) {
-    Heard heard;
     for (const std::string block : {"b", "c", "b", "c"}) {
         const CurrentBlock current(block, "run");
         for (int i = 0; i < 3; ++i)
             sd_bus_match_signal_async(bus_.get(), nullptr, "com.example.Peer", nullptr, nullptr,
-                                      "Sound", on_signal, on_answer, &heard);
+                                      "Sound", on_signal, on_answer, &heard_);
     }
     settle();
-    EXPECT_EQ(heard.times, 12);
-    EXPECT_EQ(heard.error, SD_BUS_ERROR_LIMITS_EXCEEDED);
+    EXPECT_EQ(heard_.times, 12);
+    EXPECT_EQ(heard_.error, SD_BUS_ERROR_LIMITS_EXCEEDED);
     ASSERT_EQ(limits_.size(), 2U);
     EXPECT_TRUE(limits_[0].starts_with("b: ")) << limits_[0];
     EXPECT_TRUE(limits_[1].starts_with("c: ")) << limits_[1];
@@ -257,12 +247,13 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
         EXPECT_EQ(block, "b");
         answers.push_back(answer);
     });
-    Heard heard;
     const auto ask = [&](const char* rule) {
         const CurrentBlock current(block_, "run");
-        sd_bus_slot* slot = nullptr;
-        EXPECT_GE(sd_bus_add_match_async(bus_.get(), &slot, rule, on_signal, on_answer, &heard), 0);
-        return common::SlotPtr(slot);
+        common::SlotPtr slot;
+        EXPECT_GE(sd_bus_add_match_async(bus_.get(), common::out(slot), rule, on_signal, on_answer,
+                                         &heard_),
+                  0);
+        return slot;
     };
     const common::SlotPtr first = ask("type='signal',member='A'");
     common::SlotPtr second = ask("type='signal',member='B'");
@@ -271,18 +262,18 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
     EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::installed, Answer::installed}));
     for (int i = 0; i < 3; ++i)
-        ask("type='signal',member='C'").release();
-    ask("type='signal',member='D'").release();
+        (void)ask("type='signal',member='C'").release();
+    (void)ask("type='signal',member='D'").release();
     settle();
     EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::refused, Answer::refused_again,
                                                        Answer::refused_again, Answer::refused}));
     second.reset();
     const common::SlotPtr third = ask("type='signal',member='C'");
-    ask("type='signal',member='C'").release();
+    (void)ask("type='signal',member='C'").release();
     settle();
     EXPECT_EQ(answers, (std::vector{Answer::installed, Answer::refused}));
-    EXPECT_EQ(heard.times, 8);
+    EXPECT_EQ(heard_.times, 8);
     interposer_.on_match({});
 }
 
@@ -297,12 +288,11 @@ TEST_F(NarrowBus, LimitOfABlockingMatchIsToldAndItsErrorComesBack) {
 }
 
 TEST_F(NarrowBus, LimitOfUnansweredCallsIsNamed) {
-    Heard heard;
     for (int i = 0; i < 4; ++i)
-        call(nullptr, &heard);
+        call(nullptr);
     settle();
-    EXPECT_EQ(heard.times, 2);
-    EXPECT_EQ(heard.error, SD_BUS_ERROR_LIMITS_EXCEEDED);
+    EXPECT_EQ(heard_.times, 2);
+    EXPECT_EQ(heard_.error, SD_BUS_ERROR_LIMITS_EXCEEDED);
     EXPECT_EQ(interposer_.unanswered(), 2U);
     ASSERT_EQ(limits_.size(), 1U);
     EXPECT_NE(limits_[0].find("max_replies_per_connection"), std::string::npos) << limits_[0];
