@@ -1,6 +1,7 @@
 #include "camera/bus/message_json.hpp"
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 
 #include "common/bus/bus.hpp"
 

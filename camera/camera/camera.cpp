@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "common/process/exit_code.hpp"
 #include "common/text/suggestion.hpp"

@@ -1,6 +1,7 @@
 #include "camera/camera/control.hpp"
 
 #include <chrono>
+#include <nlohmann/json.hpp>
 
 #include "camera/bus/message_json.hpp"
 #include "camera/bus/names.hpp"

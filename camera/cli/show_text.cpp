@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <nlohmann/json.hpp>
 
 #include "common/text/diagnostics.hpp"
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "camera/bus/message_json.hpp"
@@ -217,7 +218,7 @@ void ScenarioPlayer::check_expectation() {
 bool ScenarioPlayer::met(const Expectation& expectation) {
     const auto* call = std::get_if<ExpectedCall>(&expectation.what);
     const auto* state = std::get_if<ExpectedState>(&expectation.what);
-    const bool is_met = call != nullptr ? met(*call) : camera_.value(state->name) == state->is;
+    const bool is_met = call != nullptr ? met(*call) : camera_.value(state->name) == *state->is;
     if (is_met)
         event_log_.expectation(step_ + 1, location(), expectation.description(), true, {});
     return is_met;

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "camera/scenario/step_reader.hpp"
 #include "common/toml/document.hpp"

@@ -1,6 +1,7 @@
 #include "camera/scenario/scenario.hpp"
 
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 
 #include "camera/bus/message_json.hpp"
 
@@ -21,7 +22,7 @@ std::string Expectation::description() const {
     return fmt::format("{} within {} s",
                        call != nullptr
                            ? call_text(*call)
-                           : fmt::format("{} to be {}", state->name, common::json_line(state->is)),
+                           : fmt::format("{} to be {}", state->name, common::json_line(*state->is)),
                        common::Json(within.count()).dump());
 }
 

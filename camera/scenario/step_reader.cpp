@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/number_text.hpp"
 

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "camera/bus/message_json.hpp"

@@ -1,6 +1,7 @@
 #include "camera/service/event_log.hpp"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "common/text/line_text.hpp"
 #include "common/text/utf8.hpp"

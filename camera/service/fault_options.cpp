@@ -1,6 +1,7 @@
 // Reading and checking a fault rule: what `fenwa-camera fail` sends.
 #include <fmt/core.h>
 #include <systemd/sd-bus.h>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/command_error.hpp"
 #include "camera/models/number_text.hpp"

@@ -1,6 +1,7 @@
 #include "camera/service/outgoing_calls.hpp"
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "camera/bus/message_json.hpp"
 #include "common/bus/callback.hpp"

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "camera/bus/message_json.hpp"

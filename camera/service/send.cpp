@@ -1,5 +1,6 @@
 // How a service sends replies, signals and calls, and how fault rules spoil or delay them.
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "camera/bus/message_json.hpp"
 #include "camera/service/properties.hpp"

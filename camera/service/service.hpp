@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <functional>

@@ -1,4 +1,5 @@
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 
 #include <utility>
 

@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/number_text.hpp"
 #include "camera/services/services.hpp"

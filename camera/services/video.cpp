@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "camera/services/services.hpp"

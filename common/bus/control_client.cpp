@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "common/bus/out.hpp"
@@ -48,11 +49,19 @@ Json ControlClient::json_reply(const char* method) const {
     const MessagePtr reply = send(new_call(method));
     const char* text = nullptr;
     if (sd_bus_message_read(reply.get(), "s", &text) < 0)
-        fail_reply("it is not a string");
+        throw JsonError("it is not a string");
     return parse_json(text, "the answer");
 }
 
-void ControlClient::fail_reply(const std::string& reason) const {
+void ControlClient::refuse_reply() const {
+    std::string reason;
+    try {
+        throw;
+    } catch (const JsonError& error) {
+        reason = error.what();
+    } catch (const Json::exception&) {
+        reason = "it has an unknown form";
+    }
     throw Failure(ExitCode::unavailable,
                   fmt::format("{}'s answer makes no sense: {}", peer_.noun, reason));
 }

@@ -67,10 +67,8 @@ class ControlClient {
     auto read_json(const char* method, Read&& read) const {
         try {
             return read(json_reply(method));
-        } catch (const JsonError& error) {
-            fail_reply(error.what());
-        } catch (const Json::exception&) {
-            fail_reply("it has an unknown form");
+        } catch (...) {
+            refuse_reply();
         }
     }
 
@@ -79,7 +77,8 @@ class ControlClient {
 
   private:
     [[nodiscard]] Json json_reply(const char* method) const;
-    [[noreturn]] void fail_reply(const std::string& reason) const;
+    /// Rethrows the exception of a reply's reader as a Failure.
+    [[noreturn]] void refuse_reply() const;
     [[noreturn]] void fail(const BusError& error, int r) const;
 
     ControlPeer peer_;

@@ -1,6 +1,7 @@
 #include "common/events/event_lines.hpp"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace common {
 

@@ -1,8 +1,12 @@
 #include "common/text/json.hpp"
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "common/text/line_text.hpp"
+
+template class nlohmann::basic_json<>;
+template class nlohmann::basic_json<nlohmann::ordered_map>;
 
 namespace common {
 namespace {
@@ -39,13 +43,27 @@ std::string json_ascii(const Json& value) {
     return value.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
-void detail::refuse_json(const std::string& what, const nlohmann::json::parse_error& error) {
-    throw JsonError(what + " is not JSON, see byte " + std::to_string(error.byte) + ": " +
-                    reason(error, ": "));
+template <class AnyJson>
+AnyJson parse_json(std::string_view text, const std::string& what) {
+    const auto accept = [&what](int depth, typename AnyJson::parse_event_t event, AnyJson&) {
+        const bool opens = event == AnyJson::parse_event_t::object_start ||
+                           event == AnyJson::parse_event_t::array_start;
+        if (opens && depth >= static_cast<int>(max_json_depth))
+            throw JsonError(what + " is nested deeper than " + std::to_string(max_json_depth) +
+                            " arrays and objects");
+        return true;
+    };
+    try {
+        return AnyJson::parse(text, accept);
+    } catch (const nlohmann::json::parse_error& error) {
+        throw JsonError(what + " is not JSON, see byte " + std::to_string(error.byte) + ": " +
+                        reason(error, ": "));
+    } catch (const nlohmann::json::exception& error) {
+        throw JsonError(what + " holds a number out of range: " + reason(error, "] "));
+    }
 }
 
-void detail::refuse_json(const std::string& what, const nlohmann::json::exception& error) {
-    throw JsonError(what + " holds a number out of range: " + reason(error, "] "));
-}
+template nlohmann::json parse_json(std::string_view text, const std::string& what);
+template nlohmann::ordered_json parse_json(std::string_view text, const std::string& what);
 
 }  // namespace common

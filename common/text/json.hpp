@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -37,34 +37,10 @@ class JsonError : public std::runtime_error {
 
 /// Parses a text that may hold anything. `what` names it in sentences: "the answer".
 /// @tparam AnyJson nlohmann::json or nlohmann::ordered_json, which is slow for objects with
-///         thousands of members.
+///         thousands of members; json.cpp instantiates these two.
 /// @throws JsonError when it is not JSON (with the byte), is nested deeper than `max_json_depth`,
 ///         or holds a number beyond the range of a double.
 template <class AnyJson = Json>
 [[nodiscard]] AnyJson parse_json(std::string_view text, const std::string& what);
-
-namespace detail {
-[[noreturn]] void refuse_json(const std::string& what, const nlohmann::json::parse_error& error);
-[[noreturn]] void refuse_json(const std::string& what, const nlohmann::json::exception& error);
-}  // namespace detail
-
-template <class AnyJson>
-AnyJson parse_json(std::string_view text, const std::string& what) {
-    const auto accept = [&what](int depth, typename AnyJson::parse_event_t event, AnyJson&) {
-        const bool opens = event == AnyJson::parse_event_t::object_start ||
-                           event == AnyJson::parse_event_t::array_start;
-        if (opens && depth >= static_cast<int>(max_json_depth))
-            throw JsonError(what + " is nested deeper than " + std::to_string(max_json_depth) +
-                            " arrays and objects");
-        return true;
-    };
-    try {
-        return AnyJson::parse(text, accept);
-    } catch (const nlohmann::json::parse_error& error) {
-        detail::refuse_json(what, error);
-    } catch (const nlohmann::json::exception& error) {
-        detail::refuse_json(what, error);
-    }
-}
 
 }  // namespace common

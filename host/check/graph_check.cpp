@@ -4,6 +4,7 @@
 #include <systemd/sd-bus.h>
 
 #include <exception>
+#include <nlohmann/json.hpp>
 
 #include "common/process/child_process.hpp"
 #include "framework/shared/host_access.hpp"

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <functional>
+#include <nlohmann/json.hpp>
 #include <unordered_set>
 #include <utility>
 
@@ -14,6 +16,7 @@
 #include "framework/shared/block_registry.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
+#include "host/check/probe.hpp"
 #include "host/graph/block_json.hpp"
 #include "host/plugin/block_types.hpp"
 #include "host/value/port_value.hpp"
@@ -23,6 +26,31 @@ namespace {
 
 using common::Json;
 using Fenwa::HostAccess;
+
+/// A read of a key by a block, in the words of event lines.
+struct KeySeen {
+    std::string key;
+    std::string type;
+    Json fallback;  ///< the getter's default, null for none
+    Json found;     ///< the value of the key, null for none
+
+    /// The default: the getter's, or one that the block has put under its settings; null for none.
+    [[nodiscard]] const Json& default_value() const { return found.is_null() ? fallback : found; }
+};
+
+/// The findings about one block that was built, set up, reconfigured and destroyed.
+struct BlockSeen {
+    std::vector<KeySeen> keys;  ///< until it misbehaved; no read twice
+    /// {"inputs", "outputs", "event_ports", "terminated_inputs", "exports", "settings"} as in
+    /// `inspect_type`; null if the setup did not return.
+    Json block;
+    std::optional<Misbehaviour> misbehaviour;
+};
+
+/// Builds one block with these settings without a bus.
+/// @param made_up for each required key that is not among them.
+using TryBlock =
+    std::function<BlockSeen(const Fenwa::BlockConfiguration& settings, MadeUpValue made_up)>;
 
 constexpr const char* loading = "its entry point";
 
@@ -333,6 +361,12 @@ PluginTypes list_types(const InspectedPlugin& plugin) {
     return types;
 }
 
+namespace {
+
+/// Explores a block type by building it at most twice: with plausible values for its required keys,
+/// and then, if it does not accept those, with zeros, or else with all its boolean keys toggled,
+/// because other keys, ports and objects may depend on them.
+/// @returns {"inputs", …} as in `inspect_type`, without the type's name.
 Json explore_type(const TryBlock& try_block) {
     Explorer explorer;
     const BlockSeen first = try_block({}, MadeUpValue::plausible);
@@ -364,6 +398,8 @@ Json explore_type(const TryBlock& try_block) {
     }
     return explorer.description();
 }
+
+}  // namespace
 
 Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
     Json type = {{"type", name}};

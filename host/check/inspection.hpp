@@ -1,14 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "common/text/json.hpp"
-#include "fenwa/block_configuration.hpp"
-#include "host/check/probe.hpp"
 
 namespace host {
 
@@ -37,39 +34,6 @@ struct PluginTypes {
 
 /// @throws common::Failure (unreadable) if there is no such plug-in, or it cannot be used.
 [[nodiscard]] PluginTypes list_types(const InspectedPlugin& plugin);
-
-/// A read of a key by a block, in the words of event lines.
-struct KeySeen {
-    std::string key;
-    std::string type;
-    common::Json fallback;  ///< the getter's default, null for none
-    common::Json found;     ///< the value of the key, null for none
-
-    /// The default: the getter's, or one that the block has put under its settings; null for none.
-    [[nodiscard]] const common::Json& default_value() const {
-        return found.is_null() ? fallback : found;
-    }
-};
-
-/// The findings about one block that was built, set up, reconfigured and destroyed.
-struct BlockSeen {
-    std::vector<KeySeen> keys;  ///< until it misbehaved; no read twice
-    /// {"inputs", "outputs", "event_ports", "terminated_inputs", "exports", "settings"} as in
-    /// `inspect_type`; null if the setup did not return.
-    common::Json block;
-    std::optional<Misbehaviour> misbehaviour;
-};
-
-/// Builds one block with these settings without a bus.
-/// @param made_up for each required key that is not among them.
-using TryBlock =
-    std::function<BlockSeen(const Fenwa::BlockConfiguration& settings, MadeUpValue made_up)>;
-
-/// Explores a block type by building it at most twice: with plausible values for its required keys,
-/// and then, if it does not accept those, with zeros, or else with all its boolean keys toggled,
-/// because other keys, ports and objects may depend on them.
-/// @returns {"inputs", …} as in `inspect_type`, without the type's name.
-[[nodiscard]] common::Json explore_type(const TryBlock& try_block);
 
 /// Explores one type of a plug-in in child processes:
 ///

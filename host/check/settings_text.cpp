@@ -1,6 +1,7 @@
 #include "host/check/settings_text.hpp"
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 #include <vector>

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "common/bus/callback.hpp"

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "common/bus/callback.hpp"

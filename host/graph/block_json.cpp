@@ -1,5 +1,7 @@
 #include "host/graph/block_json.hpp"
 
+#include <nlohmann/json.hpp>
+
 #include "framework/shared/host_access.hpp"
 #include "host/value/port_value.hpp"
 

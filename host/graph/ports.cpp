@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"

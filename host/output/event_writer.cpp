@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "common/events/journal.hpp"

@@ -1,6 +1,7 @@
 #include "host/output/inspect_text.hpp"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 

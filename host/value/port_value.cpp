@@ -1,5 +1,6 @@
 #include "host/value/port_value.hpp"
 
+#include <nlohmann/json.hpp>
 #include <type_traits>
 
 #include "framework/shared/configuration_access.hpp"

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "common/process/exit_code.hpp"
 #include "common/text/line_text.hpp"

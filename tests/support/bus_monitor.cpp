@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "camera/bus/message_json.hpp"

@@ -1,6 +1,7 @@
 #include "tests/integration/blocks/scene.hpp"
 
 #include <csignal>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace test {

@@ -1,5 +1,6 @@
 #include "tests/integration/camera/bus_client.hpp"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "camera/bus/message_json.hpp"

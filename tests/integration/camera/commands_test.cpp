@@ -1,5 +1,6 @@
 // The commands that talk to a running camera.
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "tests/integration/camera/camera_scene.hpp"
 

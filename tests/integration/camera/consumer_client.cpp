@@ -1,5 +1,7 @@
 #include "tests/integration/camera/consumer_client.hpp"
 
+#include <nlohmann/json.hpp>
+
 #include "camera/bus/message_json.hpp"
 #include "common/bus/callback.hpp"
 #include "common/bus/out.hpp"

@@ -1,4 +1,6 @@
 // Buttons on the camera's screen: added, listed, pressed, removed.
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/camera/camera_scene.hpp"
 #include "tests/integration/camera/wdr_document.hpp"
 

@@ -1,4 +1,6 @@
 // The scenarios of the examples with the graphs of the examples, as they tell one to play them.
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/camera/scenario_scene.hpp"
 
 namespace test {

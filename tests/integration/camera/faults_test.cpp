@@ -1,6 +1,7 @@
 // Calls and signals that go wrong: each effect on each service, then how they mix.
 #include <csignal>
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "camera/service/properties.hpp"
 #include "tests/integration/camera/camera_scene.hpp"

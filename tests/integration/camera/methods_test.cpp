@@ -1,4 +1,5 @@
 // The methods and signals of the temperature controller, and what every service refuses.
+#include <nlohmann/json.hpp>
 #include <regex>
 
 #include "tests/integration/camera/camera_scene.hpp"

@@ -1,4 +1,6 @@
 // Texts on the video: set, renewed, unset, and gone by themselves.
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {

@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <nlohmann/json.hpp>
 
 #include "tests/integration/camera/camera_scene.hpp"
 

@@ -1,5 +1,7 @@
 #include "tests/integration/camera/scenario_scene.hpp"
 
+#include <nlohmann/json.hpp>
+
 namespace test {
 namespace {
 

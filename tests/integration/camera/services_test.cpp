@@ -1,4 +1,6 @@
 // Services that come and go: by command, and because somebody calls them.
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {

@@ -1,4 +1,6 @@
 // Channels that clients say have video, and the manager of the init system, which knows the unit.
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/integration/host/control_client.hpp"

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "tests/support/bus_messages.hpp"

@@ -1,5 +1,7 @@
 // Values that are set, seen and refused by name. Each answer to an order is in the integration
 // tests.
+#include <nlohmann/json.hpp>
+
 #include "tests/unit/camera/camera_fixture.hpp"
 
 namespace camera {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
 #include <string>

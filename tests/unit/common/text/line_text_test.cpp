@@ -1,6 +1,7 @@
 #include "common/text/line_text.hpp"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "common/text/json.hpp"
 

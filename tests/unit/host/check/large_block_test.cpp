@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <nlohmann/json.hpp>
 
 #include "host/value/port_value.hpp"
 

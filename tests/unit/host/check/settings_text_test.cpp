@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "framework/shared/configuration_access.hpp"
 

@@ -1,6 +1,7 @@
 #include "host/value/port_value.hpp"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace host {
 namespace {

@@ -1,0 +1,6 @@
+#pragma once
+
+// Precompiled after <nlohmann/json.hpp> (CMakeLists.txt): json.cpp instantiates the two classes
+// once, and no other source does.
+extern template class nlohmann::basic_json<>;
+extern template class nlohmann::basic_json<nlohmann::ordered_map>;
