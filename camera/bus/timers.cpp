@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace camera {
 
@@ -17,7 +16,7 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
     alarms_.push_back({this, priority, nullptr});
     Alarm& alarm = alarms_.back();
     // Accuracy 1 us: the default of 250 ms would add to every delay.
-    const int r = sd_event_add_time(&event_, common::out(alarm.source), CLOCK_MONOTONIC, when, 1,
+    const int r = sd_event_add_time(&event_, alarm.source.out(), CLOCK_MONOTONIC, when, 1,
                                     common::callback<&Alarm::go_off>, &alarm);
     if (r < 0) {
         alarms_.pop_back();

@@ -221,7 +221,7 @@ void Camera::check_method(const std::string& service, const std::string& member)
 }
 
 Json Camera::value(const std::string& name) const {
-    return value_named(name).value;
+    return *value_named(name).value;
 }
 
 bool Camera::is_activatable(const Service& service) const {
@@ -241,7 +241,7 @@ Json Camera::show() const {
                                      {"activatable", is_activatable(*service)},
                                      {"registrations", service->registrations()}});
         for (const Value& value : service->values())
-            state["values"][value.name] = value.value;
+            state["values"][value.name] = *value.value;
     }
     state["faults"] = faults_.json();
     return state;

@@ -6,7 +6,6 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/bus/names.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 
 namespace camera {
@@ -44,7 +43,7 @@ const sd_bus_vtable Control::vtable_[] = {
 Control::Control(Camera& camera, sd_event& event, const std::string& address,
                  std::function<void()> lost)
     : camera_(camera), connection_(event, address, std::move(lost)) {
-    check(sd_bus_add_object_vtable(&connection_.bus(), common::out(object_), camera_control.path,
+    check(sd_bus_add_object_vtable(&connection_.bus(), object_.out(), camera_control.path,
                                    camera_control.interface, vtable_, this),
           "sd_bus_add_object_vtable");
     common::own_name(connection_.bus(), camera_control.name);
@@ -52,14 +51,14 @@ Control::Control(Camera& camera, sd_event& event, const std::string& address,
 
 std::set<std::string> Control::startable_names() const {
     common::MessagePtr call;
-    check(sd_bus_message_new_method_call(&connection_.bus(), common::out(call),
-                                         "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                         "org.freedesktop.DBus", "ListActivatableNames"),
+    check(sd_bus_message_new_method_call(&connection_.bus(), call.out(), "org.freedesktop.DBus",
+                                         "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                         "ListActivatableNames"),
           "sd_bus_message_new_method_call");
     common::MessagePtr reply;
     const int called =
-        sd_bus_call(&connection_.bus(), call.get(), std::chrono::microseconds(bus_patience).count(),
-                    nullptr, common::out(reply));
+        sd_bus_call(&connection_.bus(), call.get(), std::chrono::microseconds(bus_timeout).count(),
+                    nullptr, reply.out());
     if (called < 0 || sd_bus_message_has_signature(reply.get(), "as") <= 0)
         return {};
     return body_json(*reply).at(0).get<std::set<std::string>>();

@@ -31,7 +31,6 @@
 #include "camera/service/event_log.hpp"
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/bus/private_bus.hpp"
 #include "common/cli/options.hpp"
 #include "common/events/standard_output.hpp"
@@ -61,7 +60,7 @@ struct RunOptions {
 
 common::EventPtr new_event() {
     common::EventPtr event;
-    check(sd_event_new(common::out(event)), "sd_event_new");
+    check(sd_event_new(event.out()), "sd_event_new");
     return event;
 }
 
@@ -196,7 +195,7 @@ class Session {
         sigaddset(&set, SIGCHLD);
         sigprocmask(SIG_BLOCK, &set, nullptr);
         for (const int number : signals) {
-            check(sd_event_add_signal(event_.get(), common::out(sources_.emplace_back()), number,
+            check(sd_event_add_signal(event_.get(), sources_.emplace_back().out(), number,
                                       common::callback<&Session::stop>, this),
                   "sd_event_add_signal");
         }
@@ -211,7 +210,7 @@ class Session {
     void watch_stdout() {
         common::EventSourcePtr source;
         // Epoll always reports error and hang-up. A file, and /dev/null, has neither.
-        const int r = sd_event_add_io(event_.get(), common::out(source), STDOUT_FILENO, 0,
+        const int r = sd_event_add_io(event_.get(), source.out(), STDOUT_FILENO, 0,
                                       common::callback<&Session::on_stdout_gone>, this);
         if (r == -EPERM)
             return;

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/events/message.hpp"
 #include "common/process/process_tree.hpp"
 #include "common/process/program.hpp"
@@ -22,7 +21,7 @@ constexpr std::chrono::seconds kill_timeout{10};
 Reaper::Reaper(sd_event& event, std::function<void()> reaped)
     : reaped_(std::move(reaped)), timers_(event) {
     common::adopt_orphans();
-    common::check(sd_event_add_signal(&event, common::out(source_), SIGCHLD,
+    common::check(sd_event_add_signal(&event, source_.out(), SIGCHLD,
                                       common::callback<&Reaper::on_child_ended>, this),
                   "sd_event_add_signal");
 }

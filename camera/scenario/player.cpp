@@ -20,7 +20,7 @@ constexpr std::size_t max_listed_calls = 10;
 constexpr std::chrono::seconds program_timeout{30};
 
 std::string call_text(const CallRecord& call) {
-    return fmt::format("{}({})", call.member, arguments_text(call.arguments));
+    return fmt::format("{}({})", call.member, arguments_text(*call.arguments));
 }
 
 std::chrono::microseconds microseconds(Seconds seconds) {
@@ -228,7 +228,7 @@ bool ScenarioPlayer::met(const ExpectedCall& expected) {
     const auto it = std::ranges::find_if(calls_, [&](const CallRecord& call) {
         return call.member == expected.member &&
                (expected.service.empty() || call.service == expected.service) &&
-               (!expected.arguments || call.arguments == *expected.arguments);
+               (!expected.arguments || *call.arguments == *expected.arguments);
     });
     if (it == calls_.end())
         return false;

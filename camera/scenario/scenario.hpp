@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <variant>
@@ -69,13 +68,13 @@ struct RunProgram {
 struct ExpectedCall {
     std::string service;  ///< empty: any service
     std::string member;
-    std::optional<common::Json> arguments;  ///< an array; nothing: any arguments
+    common::SharedJson arguments;  ///< an array; null: any arguments
 };
 
 /// A value that is `is`.
 struct ExpectedState {
     std::string name;
-    common::Json is;
+    common::SharedJson is;
 };
 
 /// Waits for a call or a state; the scenario fails when it does not come within the time.

@@ -202,9 +202,11 @@ std::optional<ExpectedCall> StepReader::read_call(const std::string& target,
                                                   common::TableReader& reader) {
     FaultRule names;
     set_target(names, target);
-    ExpectedCall call{names.service, names.member, std::nullopt};
-    if (const toml::array* arguments = reader.array("arguments"))
-        call.arguments = json(*arguments);
+    ExpectedCall call{names.service, names.member, nullptr};
+    if (const toml::array* arguments = reader.array("arguments")) {
+        if (auto values = json(*arguments))
+            call.arguments = common::share(*std::move(values));
+    }
     const bool known =
         passes(reader.location("call"), [&] { camera_.check_method(call.service, call.member); });
     return known ? std::optional(call) : std::nullopt;
@@ -223,7 +225,8 @@ std::optional<ExpectedState> StepReader::read_state(const std::string& name,
     std::optional<ExpectedState> expected;
     (void)passes(reader.location("state"), [&] {
         // As the camera shows the value: 71 and 71.0 are the same temperature.
-        expected = ExpectedState{name, camera_.check_state(name, value_text(*value))};
+        expected =
+            ExpectedState{name, common::share(camera_.check_state(name, value_text(*value)))};
     });
     return expected;
 }

@@ -3,13 +3,12 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace camera {
 
 Connection::Connection(sd_event& event, const std::string& address, std::function<void()> lost)
-    : lost_(std::move(lost)), bus_(common::open_bus(address, bus_patience)) {
-    common::check(sd_bus_add_filter(bus_.get(), common::out(filter_),
+    : lost_(std::move(lost)), bus_(common::open_bus(address, bus_timeout)) {
+    common::check(sd_bus_add_filter(bus_.get(), filter_.out(),
                                     common::callback<&Connection::on_message>, this),
                   "sd_bus_add_filter");
     const char* unique_name = nullptr;

@@ -35,6 +35,6 @@ class Connection {
 };
 
 /// How long the camera waits for a daemon before it calls it absent.
-inline constexpr std::chrono::seconds bus_patience{10};
+inline constexpr std::chrono::seconds bus_timeout{10};
 
 }  // namespace camera

@@ -9,7 +9,6 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/service/properties.hpp"
 #include "camera/service/service.hpp"
-#include "common/bus/out.hpp"
 #include "common/text/suggestion.hpp"
 
 namespace camera {
@@ -21,7 +20,7 @@ using common::MessagePtr;
 MessagePtr new_error(sd_bus_message& call, const std::string& name, const std::string& text) {
     MessagePtr message;
     const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name.c_str(), text.c_str());
-    check(sd_bus_message_new_method_error(&call, common::out(message), &error),
+    check(sd_bus_message_new_method_error(&call, message.out(), &error),
           "sd_bus_message_new_method_error");
     return message;
 }
@@ -42,7 +41,8 @@ int Service::on_message(sd_bus_message& message) {
 }
 
 void Service::begin_call(sd_bus_message& call) {
-    const CallRecord record{name_, text_or_empty(sd_bus_message_get_member(&call)), body_json(call),
+    const CallRecord record{name_, text_or_empty(sd_bus_message_get_member(&call)),
+                            common::share(body_json(call)),
                             text_or_empty(sd_bus_message_get_sender(&call))};
     context_.event_log.call(record);
     context_.called(record);

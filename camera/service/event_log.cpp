@@ -68,10 +68,10 @@ void EventLog::call(const CallRecord& call) {
     write("call",
           {{"service", call.service},
            {"member", call.member},
-           {"arguments", call.arguments},
+           {"arguments", *call.arguments},
            {"sender", call.sender}},
           call.service, "",
-          fmt::format("{} calls {}({})", call.sender, call.member, brief(call.arguments)));
+          fmt::format("{} calls {}({})", call.sender, call.member, brief(*call.arguments)));
 }
 
 void EventLog::reply(const std::string& service, const std::string& member,

@@ -16,8 +16,8 @@ namespace camera {
 struct CallRecord {
     std::string service;
     std::string member;
-    common::Json arguments;  ///< as `body_json` gives them
-    std::string sender;      ///< unique name of the client
+    common::SharedJson arguments;  ///< as `body_json` gives them
+    std::string sender;            ///< unique name of the client
 };
 
 /// Writes what happens in a camera as event lines.

@@ -5,7 +5,6 @@
 
 #include "camera/bus/message_json.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace camera {
 
@@ -20,7 +19,7 @@ void OutgoingCalls::send(sd_bus& bus, const std::weak_ptr<Call>& handle, sd_bus_
     const auto call = handle.lock();
     if (call == nullptr)
         return;
-    const int r = sd_bus_call_async(&bus, common::out(call->slot), &message,
+    const int r = sd_bus_call_async(&bus, call->slot.out(), &message,
                                     common::callback<&Call::on_answer>, call.get(), 0);
     if (r < 0) {
         common::BusError error;

@@ -5,7 +5,6 @@
 #include "camera/bus/message_json.hpp"
 #include "camera/service/properties.hpp"
 #include "camera/service/service.hpp"
-#include "common/bus/out.hpp"
 
 namespace camera {
 namespace {
@@ -17,7 +16,7 @@ using common::MessagePtr;
 
 MessagePtr Service::new_signal(const BusObject& object, const char* member) const {
     MessagePtr message;
-    check(sd_bus_message_new_signal(&connection_->bus(), common::out(message), object.path,
+    check(sd_bus_message_new_signal(&connection_->bus(), message.out(), object.path,
                                     object.interface, member),
           "sd_bus_message_new_signal");
     return message;
@@ -25,7 +24,7 @@ MessagePtr Service::new_signal(const BusObject& object, const char* member) cons
 
 MessagePtr Service::new_call(const BusObject& to, const char* member) const {
     MessagePtr call;
-    check(sd_bus_message_new_method_call(&connection_->bus(), common::out(call), to.name, to.path,
+    check(sd_bus_message_new_method_call(&connection_->bus(), call.out(), to.name, to.path,
                                          to.interface, member),
           "sd_bus_message_new_method_call");
     // A client has chosen the name, which must not make the daemon start programs.

@@ -4,8 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-
-#include "common/bus/out.hpp"
+#include <nlohmann/json.hpp>
 
 namespace camera {
 
@@ -21,14 +20,13 @@ void Service::bring_up(const std::string& address) {
     auto connection = std::make_unique<Connection>(context_.event, address, context_.lost);
     sd_bus* bus = &connection->bus();
     std::vector<common::SlotPtr> slots;
-    common::check(sd_bus_add_filter(bus, common::out(slots.emplace_back()),
+    common::check(sd_bus_add_filter(bus, slots.emplace_back().out(),
                                     common::callback<&Service::on_message>, this),
                   "sd_bus_add_filter");
     for (const ServedObject& object : objects_) {
-        common::check(
-            sd_bus_add_object_vtable(bus, common::out(slots.emplace_back()), object.names.path,
-                                     object.names.interface, object.vtable, this),
-            "sd_bus_add_object_vtable");
+        common::check(sd_bus_add_object_vtable(bus, slots.emplace_back().out(), object.names.path,
+                                               object.names.interface, object.vtable, this),
+                      "sd_bus_add_object_vtable");
     }
     for (const std::string& bus_name : bus_names())
         common::own_name(*bus, bus_name);
@@ -74,6 +72,10 @@ Members Service::members() const {
     return members;
 }
 
+common::Json Service::registrations() const {
+    return common::Json::array();
+}
+
 std::optional<Value> Service::find_value(const std::string& name) {
     std::vector<Value> all = values();
     const auto it = std::ranges::find(all, name, &Value::name);
@@ -90,7 +92,7 @@ void Service::follow_sender(sd_bus_message& call) {
     if (!is_new)
         return;
     Client& client = it->second;
-    common::check(sd_bus_track_new(&connection_->bus(), common::out(client.track),
+    common::check(sd_bus_track_new(&connection_->bus(), client.track.out(),
                                    common::callback<&Client::on_left>, &client),
                   "sd_bus_track_new");
     const int r = sd_bus_track_add_sender(client.track.get(), &call);

@@ -2,7 +2,6 @@
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
-#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <functional>
@@ -42,8 +41,8 @@ struct ServiceContext {
 
 /// A value of the camera. It must not outlive the service that returned it.
 struct Value {
-    std::string name;    ///< mostly "GROUP.NAME": "temperature.main"; services may share a group
-    common::Json value;  ///< the value now
+    std::string name;  ///< mostly "GROUP.NAME": "temperature.main"; services may share a group
+    common::SharedJson value;  ///< the value now
     /// The value that a text stands for. @throws CommandError where it stands for none.
     std::function<common::Json(const std::string& text)> parse;
     /// Sets the value to a text that `parse` accepts, logs that and sends what is due. Null for a
@@ -96,7 +95,7 @@ class Service {
     /// service's. @throws CommandError where the service knows what is wrong with the name.
     [[nodiscard]] virtual std::optional<Value> find_value(const std::string& name);
     /// The registrations of clients, for `show`: objects with "id", "client", "what" and more.
-    [[nodiscard]] virtual common::Json registrations() const { return common::Json::array(); }
+    [[nodiscard]] virtual common::Json registrations() const;
 
   protected:
     /// Adds an object that the service exports, in the constructor only. Names and vtable must

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/feature_store.hpp"
 #include "camera/services/services.hpp"
@@ -156,7 +157,8 @@ std::vector<Value> ControlsService::values() {
     std::vector<Value> values;
     for (int channel = 0; channel < channels_; ++channel) {
         const std::string parameter = wdr_parameter(channel);
-        values.push_back({fmt::format("wdr.{}", channel), parameters_.by_name(parameter).value,
+        values.push_back({fmt::format("wdr.{}", channel),
+                          common::share(parameters_.by_name(parameter).value),
                           [this, parameter](const std::string& text) {
                               parameters_.check(parameter, text);
                               return Json(text);

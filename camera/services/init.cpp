@@ -28,7 +28,7 @@ class InitService final : public Service {
     [[nodiscard]] bool belongs_to_machine() const override { return true; }
 
     [[nodiscard]] std::vector<Value> values() override {
-        return {{unit_value, state_, parse_state, [this](const std::string& state) {
+        return {{unit_value, common::share(state_), parse_state, [this](const std::string& state) {
                      state_ = state;
                      event_log().value_set(
                          name(), unit_value, state_,

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "camera/services/services.hpp"
 #include "common/text/diagnostics.hpp"
@@ -31,8 +32,9 @@ class OverlayService final : public Service {
     }
 
     [[nodiscard]] std::vector<Value> values() override {
-        return {{"overlay.text", model_.shown(), [](const std::string& text) { return Json(text); },
-                 nullptr, "it shows the text that clients set"}};
+        return {{"overlay.text", common::share(model_.shown()),
+                 [](const std::string& text) { return Json(text); }, nullptr,
+                 "it shows the text that clients set"}};
     }
 
     [[nodiscard]] Json registrations() const override {

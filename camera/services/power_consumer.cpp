@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/number_text.hpp"
 #include "camera/models/power.hpp"
@@ -29,7 +30,8 @@ Json parse_share(const std::string& text) {
 }
 
 Value share_value(const std::string& consumer, Json share) {
-    return {share_prefix + consumer, std::move(share), parse_share, nullptr, computed};
+    return {share_prefix + consumer, common::share(std::move(share)), parse_share, nullptr,
+            computed};
 }
 
 /// "gets 4.5 of 6.0 (control), at com.tarlo.Vipd.ch0 /… com.tarlo.…".
@@ -52,9 +54,9 @@ class PowerConsumerService final : public Service {
 
     [[nodiscard]] std::vector<Value> values() override {
         std::vector<Value> values = {
-            {budget_value, model_.budget(), parse_power,
+            {budget_value, common::share(model_.budget()), parse_power,
              [this](const std::string& text) { set_budget(amount_from_text(text, "power")); }},
-            {"power.left", model_.left(), parse_power, nullptr, computed}};
+            {"power.left", common::share(model_.left()), parse_power, nullptr, computed}};
         for (const PowerConsumer& consumer : model_.consumers())
             values.push_back(share_value(consumer.name, consumer.share));
         return values;

@@ -25,7 +25,7 @@ class PowerStatusService final : public Service {
 
     [[nodiscard]] std::vector<Value> values() override {
         return {
-            {received_value, common::json_number(received_), parse_power,
+            {received_value, common::share(common::json_number(received_)), parse_power,
              [this](const std::string& text) { set_received(number_from_text(text, "power")); }}};
     }
 

@@ -1,6 +1,7 @@
 #include "camera/models/temperature.hpp"
 
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 
 #include "camera/models/number_text.hpp"
 #include "camera/services/services.hpp"
@@ -112,7 +113,7 @@ class TemperatureService final : public Service {
     }
 
     [[nodiscard]] Value value_of(const Sensor& sensor) {
-        return {value_prefix + sensor.name, common::json_number(sensor.temperature),
+        return {value_prefix + sensor.name, common::share(common::json_number(sensor.temperature)),
                 parse_temperature, [this, name = sensor.name](const std::string& text) {
                     set_temperature(name, number_from_text(text, "temperature"));
                 }};

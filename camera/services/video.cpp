@@ -37,8 +37,9 @@ class VideoService final : public Service {
     [[nodiscard]] std::vector<Value> values() override {
         std::vector<Value> values;
         for (std::size_t channel = 0; channel < channels_.size(); ++channel)
-            values.push_back({fmt::format("video.{}", channel), channels_[channel].times,
-                              parse_count, nullptr, "it counts calls of SignalVideoReady"});
+            values.push_back({fmt::format("video.{}", channel),
+                              common::share(channels_[channel].times), parse_count, nullptr,
+                              "it counts calls of SignalVideoReady"});
         return values;
     }
 

@@ -10,7 +10,6 @@
 #include <system_error>
 #include <thread>
 
-#include "common/bus/out.hpp"
 #include "common/process/exit_code.hpp"
 
 namespace common {
@@ -156,7 +155,7 @@ std::string variant_type(sd_bus_message& message) {
 
 MessagePtr new_reply(sd_bus_message& call) {
     MessagePtr reply;
-    check(sd_bus_message_new_method_return(&call, out(reply)), "sd_bus_message_new_method_return");
+    check(sd_bus_message_new_method_return(&call, reply.out()), "sd_bus_message_new_method_return");
     return reply;
 }
 

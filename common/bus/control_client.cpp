@@ -7,8 +7,6 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "common/bus/out.hpp"
-
 namespace common {
 namespace {
 
@@ -22,7 +20,7 @@ ControlClient::ControlClient(ControlPeer peer)
 
 MessagePtr ControlClient::new_call(const char* method) const {
     MessagePtr call;
-    check(sd_bus_message_new_method_call(bus_.get(), out(call), peer_.name.c_str(), peer_.path,
+    check(sd_bus_message_new_method_call(bus_.get(), call.out(), peer_.name.c_str(), peer_.path,
                                          peer_.interface, method),
           "cannot make a call");
     // No daemon should look for a program to start.
@@ -39,7 +37,7 @@ void ControlClient::check_appended(int r) {
 MessagePtr ControlClient::send(const MessagePtr& call) const {
     BusError error;
     MessagePtr reply;
-    const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, out(reply));
+    const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, reply.out());
     if (r < 0)
         fail(error, r);
     return reply;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "common/text/line_text.hpp"
 
@@ -22,6 +23,10 @@ std::string reason(const std::exception& error, std::string_view mark) {
 }
 
 }  // namespace
+
+SharedJson share(Json value) {
+    return std::make_shared<const Json>(std::move(value));
+}
 
 Json json_number(double value) {
     if (std::isnan(value))

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
@@ -10,6 +11,10 @@ namespace common {
 
 /// Objects keep the order in which their members were written: event lines are a contract.
 using Json = nlohmann::ordered_json;
+
+/// For structs of headers, which know the name of Json only. Null for no value.
+using SharedJson = std::shared_ptr<const Json>;
+[[nodiscard]] SharedJson share(Json value);
 
 /// A double as JSON: a number, or the string "nan", "inf" or "-inf", which JSON has no number for.
 [[nodiscard]] Json json_number(double value);

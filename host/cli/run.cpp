@@ -11,7 +11,6 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/cli/options.hpp"
 #include "common/events/journal.hpp"
 #include "common/events/message.hpp"
@@ -195,7 +194,7 @@ class Session {
     [[nodiscard]] common::EventSourcePtr report_repeated_lines() const {
         common::EventSourcePtr source;
         if (const int fd = events_.settle_descriptor(); fd >= 0)
-            common::check(sd_event_add_io(&loop_.get(), common::out(source), fd, EPOLLIN,
+            common::check(sd_event_add_io(&loop_.get(), source.out(), fd, EPOLLIN,
                                           common::callback<&EventWriter::settle>, &events_),
                           "cannot watch for repeated log lines");
         return source;

@@ -6,7 +6,6 @@
 
 #include "common/bus/callback.hpp"
 #include "common/bus/control_client.hpp"
-#include "common/bus/out.hpp"
 #include "common/cli/options.hpp"
 #include "common/events/standard_output.hpp"
 #include "common/process/exit_code.hpp"
@@ -41,11 +40,11 @@ class Watch {
         const std::string rule = fmt::format(
             "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='{}'",
             name);
-        check(sd_bus_add_match(&host.bus(), common::out(owner_match_), rule.c_str(),
+        check(sd_bus_add_match(&host.bus(), owner_match_.out(), rule.c_str(),
                                common::callback<&Watch::on_owner_changed>, this),
               "cannot watch for the host's end");
-        check(sd_bus_match_signal(&host.bus(), common::out(output_match_), name.c_str(),
-                                  control_path, control_interface, "OutputChanged",
+        check(sd_bus_match_signal(&host.bus(), output_match_.out(), name.c_str(), control_path,
+                                  control_interface, "OutputChanged",
                                   common::callback<&Watch::on_output_changed>, this),
               "cannot watch the host");
         learn_datatypes();

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/events/message.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
@@ -55,8 +54,8 @@ const sd_bus_vtable Control::vtable_[] = {
 Control::Control(RunningGraph& graph, Reconfigurer& reconfigurer, EventLoop& loop,
                  common::BusPtr bus)
     : graph_(graph), reconfigurer_(reconfigurer), bus_(std::move(bus)) {
-    check(sd_bus_add_object_vtable(bus_.get(), common::out(object_), control_path,
-                                   control_interface, vtable_, this),
+    check(sd_bus_add_object_vtable(bus_.get(), object_.out(), control_path, control_interface,
+                                   vtable_, this),
           "cannot export the control interface");
     loop.attach(*bus_);
     graph_.watch_outputs(
@@ -104,8 +103,8 @@ void Control::emit_output_changed(const std::string& port, const PortValue& valu
     if (bus_type(value) == nullptr || sd_bus_is_open(bus_.get()) <= 0)
         return;
     common::MessagePtr signal;
-    int r = sd_bus_message_new_signal(bus_.get(), common::out(signal), control_path,
-                                      control_interface, "OutputChanged");
+    int r = sd_bus_message_new_signal(bus_.get(), signal.out(), control_path, control_interface,
+                                      "OutputChanged");
     if (r >= 0)
         r = sd_bus_message_append(signal.get(), "s", port.c_str());
     if (r >= 0)

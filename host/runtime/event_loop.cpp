@@ -7,28 +7,27 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
 
 EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
-    common::check(sd_event_new(common::out(loop_)), "cannot make an event loop");
+    common::check(sd_event_new(loop_.out()), "cannot make an event loop");
     sd_event* const loop = loop_.get();
     common::check(sd_event_add_io(loop, nullptr, supervisor.stop_event().get(), EPOLLIN,
                                   common::callback<&EventLoop::stop>, this),
                   "cannot serve signals");
     const char* const failed = "cannot serve the bus between the blocks";
-    common::check(sd_event_add_defer(loop, common::out(overdue_),
-                                     common::callback<&EventLoop::on_overdue>, this),
-                  failed);
+    common::check(
+        sd_event_add_defer(loop, overdue_.out(), common::callback<&EventLoop::on_overdue>, this),
+        failed);
     common::check(sd_event_source_set_priority(overdue_.get(), SD_EVENT_PRIORITY_IMPORTANT),
                   failed);
     common::check(sd_event_source_set_enabled(overdue_.get(), SD_EVENT_OFF), failed);
     // A timer that never fires: it only carries the callback before each wait.
-    common::check(sd_event_add_time(loop, common::out(each_round_), CLOCK_MONOTONIC, UINT64_MAX, 0,
-                                    nullptr, this),
-                  failed);
+    common::check(
+        sd_event_add_time(loop, each_round_.out(), CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
+        failed);
     common::check(sd_event_source_set_prepare(each_round_.get(),
                                               common::callback<&EventLoop::before_waiting>),
                   failed);
@@ -42,7 +41,7 @@ void EventLoop::attach(sd_bus& bus) {
     // Messages that blocks send when they stop, after the loop has ended, must still go out.
     common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
     common::SlotPtr slot;
-    common::check(sd_bus_match_signal(&bus, common::out(slot), "org.freedesktop.DBus.Local",
+    common::check(sd_bus_match_signal(&bus, slot.out(), "org.freedesktop.DBus.Local",
                                       "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                                       "Disconnected", common::callback<&EventLoop::stop>, this),
                   "cannot watch the bus connection");

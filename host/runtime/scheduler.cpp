@@ -6,7 +6,6 @@
 #include <ctime>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace host {
 namespace {
@@ -45,16 +44,16 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::enable() {
-    common::check(sd_event_add_io(&loop_, common::out(source_), woken_.get(), EPOLLIN,
+    common::check(sd_event_add_io(&loop_, source_.out(), woken_.get(), EPOLLIN,
                                   common::callback<&Scheduler::on_wake>, this),
                   "cannot watch for ready blocks");
     common::check(
         sd_event_source_set_prepare(source_.get(), common::callback<&Scheduler::before_waiting>),
         "cannot watch for ready blocks");
-    common::check(sd_event_add_defer(&loop_, common::out(next_pass_),
-                                     common::callback<&Scheduler::on_due>, this),
-                  "cannot serve ready blocks");
-    common::check(sd_event_add_time(&loop_, common::out(timer_), CLOCK_MONOTONIC, 0, timer_slack,
+    common::check(
+        sd_event_add_defer(&loop_, next_pass_.out(), common::callback<&Scheduler::on_due>, this),
+        "cannot serve ready blocks");
+    common::check(sd_event_add_time(&loop_, timer_.out(), CLOCK_MONOTONIC, 0, timer_slack,
                                     common::callback<&Scheduler::pass>, this),
                   "cannot make a timer for blocks that wait their turn");
     common::check(sd_event_source_set_enabled(timer_.get(), SD_EVENT_OFF), "cannot stop a timer");

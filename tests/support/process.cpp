@@ -123,7 +123,7 @@ bool Process::read_more(Clock::time_point deadline) {
 
 std::optional<std::string> Process::wait_in(Stream& stream,
                                             const std::function<bool(const std::string&)>& wanted) {
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + wait_limit;
     do {
         std::size_t end = 0;
         while ((end = stream.text.find('\n', stream.looked_at)) != std::string::npos) {
@@ -159,7 +159,7 @@ void Process::send_signal(int signal) const {
 }
 
 Ended Process::wait() {
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + wait_limit;
     while (read_more(deadline)) {
     }
     int status = 0;

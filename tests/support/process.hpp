@@ -28,7 +28,7 @@ struct Ended {
 class Process {
   public:
     /// How long any wait below may take; generous, because test machines are slow and shared.
-    static constexpr std::chrono::seconds patience{20};
+    static constexpr std::chrono::seconds wait_limit{20};
 
     /// @param environment set (or, with an empty value, removed) on top of the test's own.
     /// @throws std::runtime_error when the program cannot be started.
@@ -41,7 +41,7 @@ class Process {
     [[nodiscard]] pid_t pid() const noexcept { return pid_; }
 
     /// Waits for the next line of stdout for which `wanted` holds, skipping others.
-    /// @returns nothing when the program ends first or patience does.
+    /// @returns nothing when the program ends first, or the time is over.
     std::optional<std::string> wait_for_line(const std::function<bool(const std::string&)>& wanted);
     /// The same for a line that contains `text`, on stdout or on stderr.
     std::optional<std::string> wait_for_text(const std::string& text);
@@ -50,7 +50,7 @@ class Process {
     void send_signal(int signal) const;
 
     /// Waits until the program has ended and gives everything it wrote.
-    /// @throws std::runtime_error when it does not end within `patience`.
+    /// @throws std::runtime_error when it does not end within `wait_limit`.
     Ended wait();
     /// SIGTERM, then `wait`.
     Ended terminate();

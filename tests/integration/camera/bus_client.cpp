@@ -5,7 +5,6 @@
 
 #include "camera/bus/message_json.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace test {
 namespace {
@@ -38,8 +37,8 @@ std::string BusClient::unique_name() const {
 
 common::MessagePtr BusClient::new_call(const char* member) const {
     common::MessagePtr message;
-    common::check(sd_bus_message_new_method_call(bus(), common::out(message), service_.name,
-                                                 service_.path, service_.interface, member),
+    common::check(sd_bus_message_new_method_call(bus(), message.out(), service_.name, service_.path,
+                                                 service_.interface, member),
                   "sd_bus_message_new_method_call");
     return message;
 }
@@ -48,31 +47,31 @@ std::string BusClient::call(const common::MessagePtr& message, std::chrono::mill
     common::BusError error;
     common::MessagePtr reply;
     const auto limit_us = static_cast<std::uint64_t>(limit.count()) * 1000;
-    const int r = sd_bus_call(bus(), message.get(), limit_us, &error, common::out(reply));
+    const int r = sd_bus_call(bus(), message.get(), limit_us, &error, reply.out());
     return r < 0 ? error.text(r) : answer_of(*reply);
 }
 
 void BusClient::send(const common::MessagePtr& message, const char* member) {
     pending_.push_back(std::make_unique<Pending>(Pending{this, member, nullptr}));
     Pending& pending = *pending_.back();
-    common::check(sd_bus_call_async(bus(), common::out(pending.slot), message.get(),
+    common::check(sd_bus_call_async(bus(), pending.slot.out(), message.get(),
                                     common::callback<&Pending::on_answer>, &pending, 0),
                   "sd_bus_call_async");
     common::check(sd_bus_flush(bus()), "sd_bus_flush");
 }
 
 void BusClient::listen() {
-    common::check(sd_bus_match_signal(bus(), common::out(matches_.emplace_back()), service_.name,
-                                      service_.path, nullptr, nullptr,
-                                      common::callback<&BusClient::on_signal>, this),
-                  "sd_bus_match_signal");
+    common::check(
+        sd_bus_match_signal(bus(), matches_.emplace_back().out(), service_.name, service_.path,
+                            nullptr, nullptr, common::callback<&BusClient::on_signal>, this),
+        "sd_bus_match_signal");
     watch_owner(service_.name);
 }
 
 void BusClient::watch_owner(const std::string& name) {
     const std::string rule =
         "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name + "'";
-    common::check(sd_bus_add_match(bus(), common::out(matches_.emplace_back()), rule.c_str(),
+    common::check(sd_bus_add_match(bus(), matches_.emplace_back().out(), rule.c_str(),
                                    common::callback<&BusClient::on_owner>, this),
                   "sd_bus_add_match");
 }

@@ -4,7 +4,6 @@
 
 #include "camera/bus/message_json.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace test {
 namespace {
@@ -25,9 +24,8 @@ ConsumerClient::ConsumerClient(const std::string& address, int channel)
     : BusClient(address, camera::power_consumers),
       service_("com.tarlo.Vipd.ch" + std::to_string(channel)),
       name_("vipd" + std::to_string(channel)) {
-    common::check(
-        sd_bus_add_object_vtable(bus(), common::out(object_), path, interface, vtable_, this),
-        "sd_bus_add_object_vtable");
+    common::check(sd_bus_add_object_vtable(bus(), object_.out(), path, interface, vtable_, this),
+                  "sd_bus_add_object_vtable");
     common::own_name(*bus(), service_);
 }
 

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <csignal>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "camera/models/power.hpp"

@@ -1,6 +1,7 @@
 // `show` refuses the answer of a program that is not our camera.
+#include <nlohmann/json.hpp>
+
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 
 namespace test {
@@ -10,7 +11,7 @@ namespace {
 class OddCamera {
   public:
     OddCamera() : connection_(bus_.address()) {
-        common::check(sd_bus_add_filter(connection_.bus(), common::out(filter_),
+        common::check(sd_bus_add_filter(connection_.bus(), filter_.out(),
                                         common::callback<&OddCamera::on_message>, this),
                       "sd_bus_add_filter");
         common::own_name(*connection_.bus(), camera::camera_control.name);

@@ -31,7 +31,7 @@ class CameraTerminal : public CameraScene {
 
     /// The text comes on the screen, in time.
     void expect_on_screen(const std::string& text) {
-        const auto deadline = steady_clock::now() + Process::patience;
+        const auto deadline = steady_clock::now() + Process::wait_limit;
         while (screen_.find(text) == std::string::npos) {
             pollfd ready{terminal_.get(), POLLIN, 0};
             char some[4096];
@@ -97,7 +97,7 @@ TEST_F(CameraTerminal, StopsItAtCtrlZUntilItGoesOn) {
     expect_on_screen("is stopped");
     EXPECT_EQ(state_of(cameras[0]).state, 'T');
     type('\n');
-    const auto deadline = steady_clock::now() + Process::patience;
+    const auto deadline = steady_clock::now() + Process::wait_limit;
     while (state_of(cameras[0]).state == 'T' && steady_clock::now() < deadline)
         std::this_thread::sleep_for(milliseconds(5));
     EXPECT_EQ(state_of(cameras[0]).state, 'S');

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 
 namespace test {
 namespace {
@@ -43,8 +42,8 @@ std::string variant(sd_bus_message* message) {
 
 common::MessagePtr ControlClient::new_call(const char* method) const {
     common::MessagePtr call;
-    check(sd_bus_message_new_method_call(&bus(), common::out(call), destination_.c_str(), path,
-                                         interface, method),
+    check(sd_bus_message_new_method_call(&bus(), call.out(), destination_.c_str(), path, interface,
+                                         method),
           "new call");
     return call;
 }
@@ -52,7 +51,7 @@ common::MessagePtr ControlClient::new_call(const char* method) const {
 std::string ControlClient::send(sd_bus_message& message) const {
     common::BusError error;
     common::MessagePtr answer;
-    const int r = sd_bus_call(&bus(), &message, 20'000'000, &error, common::out(answer));
+    const int r = sd_bus_call(&bus(), &message, 20'000'000, &error, answer.out());
     if (r < 0) {
         const std::string prefix = std::string(interface) + ".Error.";
         const std::string text = error.text(r);

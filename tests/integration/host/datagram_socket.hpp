@@ -27,9 +27,9 @@ class DatagramSocket {
     ~DatagramSocket() { close(fd_); }
 
     /// The next datagram, or nothing where none comes in that time.
-    std::string receive(std::chrono::milliseconds patience = std::chrono::seconds(20)) const {
+    std::string receive(std::chrono::milliseconds limit = std::chrono::seconds(20)) const {
         pollfd ready{fd_, POLLIN, 0};
-        if (poll(&ready, 1, static_cast<int>(patience.count())) <= 0)
+        if (poll(&ready, 1, static_cast<int>(limit.count())) <= 0)
             return {};
         char buffer[4096];
         const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);

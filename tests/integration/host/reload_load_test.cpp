@@ -33,7 +33,7 @@ class ReloadUnderLoad : public HostTest {
             while (!ended_ && client.write("r.int", "i", written_ + 1) == "ok") {
                 ++written_;
                 const std::string value = "i " + std::to_string(written_);
-                const auto deadline = std::chrono::steady_clock::now() + Process::patience;
+                const auto deadline = std::chrono::steady_clock::now() + Process::wait_limit;
                 while (client.read("r.int_out") != value) {
                     if (std::chrono::steady_clock::now() > deadline)
                         return;

@@ -14,7 +14,7 @@ namespace {
 
 /// Whether a file that grows holds this text, soon.
 bool comes_to_hold(const std::string& path, const std::string& text) {
-    const auto end = std::chrono::steady_clock::now() + Process::patience;
+    const auto end = std::chrono::steady_clock::now() + Process::wait_limit;
     while (std::chrono::steady_clock::now() < end) {
         std::ostringstream all;
         all << std::ifstream(path).rdbuf();
@@ -46,7 +46,7 @@ void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>&
     words.insert(words.end(), camera_options.begin(), camera_options.end());
     camera_ = std::make_unique<Process>(words);
     ASSERT_TRUE(comes_to_hold(told, "ready on"));
-    client_ = common::open_bus(bus_->address(), Process::patience);
+    client_ = common::open_bus(bus_->address(), Process::wait_limit);
 }
 
 void LoadScene::order(std::vector<std::string> arguments) const {

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "fenwa/callback.hpp"
+#include "fenwa/slot.hpp"
 #include "tests/unit/power/power_consumer_fixture.hpp"
 
 namespace {
@@ -37,10 +39,11 @@ class ConnectedPair {
                                                       interface, member));
         const support::Message message(made);
         support::check(sd_bus_message_append(message, types, values...));
-        std::string reply = "no reply";
-        sd_bus_slot* slot = nullptr;
-        support::check(sd_bus_call_async(calling_.get(), &slot, message, keep, &reply, 0));
-        for (int round = 0; round < 1000 && reply == "no reply"; ++round) {
+        reply_ = "no reply";
+        Fenwa::Slot slot;
+        support::check(sd_bus_call_async(calling_.get(), slot.out(), message,
+                                         Fenwa::Callback<&ConnectedPair::keep>::call, this, 0));
+        for (int round = 0; round < 1000 && reply_ == "no reply"; ++round) {
             const int here = sd_bus_process(served(), nullptr);
             const int there = sd_bus_process(calling_.get(), nullptr);
             support::check(here);
@@ -48,8 +51,7 @@ class ConnectedPair {
             if (here == 0 && there == 0)
                 support::check(sd_bus_wait(served(), 10'000));
         }
-        sd_bus_slot_unref(slot);
-        return reply;
+        return reply_;
     }
 
   private:
@@ -62,20 +64,19 @@ class ConnectedPair {
         return bus;
     }
 
-    static int keep(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
-        auto& kept = *static_cast<std::string*>(userdata);
+    void keep(sd_bus_message* reply) {
         const char* text = nullptr;
         if (const sd_bus_error* const error = sd_bus_message_get_error(reply))
-            kept = std::string(error->name) + ": " + error->message;
+            reply_ = std::string(error->name) + ": " + error->message;
         else if (sd_bus_message_read(reply, "s", &text) > 0)
-            kept = text;
+            reply_ = text;
         else
-            kept = "()";
-        return 0;
+            reply_ = "()";
     }
 
     Connection served_;
     Connection calling_;
+    std::string reply_;
 };
 
 /// Has a consumer whose object can really be called.

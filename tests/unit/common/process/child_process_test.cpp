@@ -14,12 +14,12 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds time_limit{20};
 
 class ChildProcessTest : public testing::Test {
   protected:
     ChildEnd run(const std::function<void(const LineSender&)>& work,
-                 std::chrono::microseconds limit = patience) {
+                 std::chrono::microseconds limit = time_limit) {
         return run_in_child(work, limit, [this](const std::string& line) {
             lines_.push_back(line);
             return line == "anew";
@@ -73,7 +73,7 @@ TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatEndsMeanwhile) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         send("two");
     };
-    EXPECT_EQ(run_in_child(work, patience, slowly).code, 0);
+    EXPECT_EQ(run_in_child(work, time_limit, slowly).code, 0);
     EXPECT_EQ(lines_, (Lines{"one", "two"}));
 }
 
@@ -141,8 +141,8 @@ TEST_F(ChildProcessTest, WhatIsThrownThereStaysThere) {
 }
 
 TEST(Misbehaviour, IsSaidWithItsPhase) {
-    EXPECT_EQ(misbehaviour({false, SIGSEGV, 0}, "setup", patience), "crashed in setup: SIGSEGV");
-    EXPECT_EQ(misbehaviour({false, 0, 3}, "setup", patience),
+    EXPECT_EQ(misbehaviour({false, SIGSEGV, 0}, "setup", time_limit), "crashed in setup: SIGSEGV");
+    EXPECT_EQ(misbehaviour({false, 0, 3}, "setup", time_limit),
               "ended the process in setup with exit code 3");
     EXPECT_EQ(misbehaviour({true, 0, 0}, "setup", std::chrono::milliseconds(1500)),
               "did not come back from setup within 1.5 s");

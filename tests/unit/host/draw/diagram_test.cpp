@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
 

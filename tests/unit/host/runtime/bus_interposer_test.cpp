@@ -8,7 +8,6 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
-#include "common/bus/out.hpp"
 #include "common/bus/private_bus.hpp"
 #include "host/output/current_block.hpp"
 
@@ -108,7 +107,7 @@ class BusInterposerTest : public testing::Test {
 
 TEST_F(BusInterposerTest, CallIsUnansweredUntilItsAnswerCame) {
     common::SlotPtr slot;
-    EXPECT_GT(call(common::out(slot)), 0);
+    EXPECT_GT(call(slot.out()), 0);
     EXPECT_EQ(sd_bus_slot_get_userdata(slot.get()), &heard_);
     EXPECT_EQ(interposer_.unanswered(), 1U);
     settle();
@@ -131,7 +130,7 @@ TEST_F(BusInterposerTest, FloatingCallIsCountedAlsoWhenItsCallbackReturnsAnError
 
 TEST_F(BusInterposerTest, CallIsUnansweredForTheDaemonAlsoWhenItsSlotIsGivenUp) {
     common::SlotPtr slot;
-    EXPECT_GT(call(common::out(slot)), 0);
+    EXPECT_GT(call(slot.out()), 0);
     slot.reset();
     EXPECT_EQ(interposer_.unanswered(), 1U);
     answer_all(0);
@@ -170,7 +169,7 @@ TEST_F(BusInterposerTest, OtherConnectionsAreNotSeen) {
 
 TEST_F(BusInterposerTest, ErrorsComeBackUntouched) {
     common::SlotPtr slot;
-    EXPECT_EQ(call(common::out(slot), "no path"), -EINVAL);
+    EXPECT_EQ(call(slot.out(), "no path"), -EINVAL);
     EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(interposer_.unanswered(), 0U);
     EXPECT_EQ(sd_bus_call_method_async(nullptr, nullptr, "com.example.Peer", "/x",
@@ -250,9 +249,8 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
     const auto ask = [&](const char* rule) {
         const CurrentBlock current(block_, "run");
         common::SlotPtr slot;
-        EXPECT_GE(sd_bus_add_match_async(bus_.get(), common::out(slot), rule, on_signal, on_answer,
-                                         &heard_),
-                  0);
+        EXPECT_GE(
+            sd_bus_add_match_async(bus_.get(), slot.out(), rule, on_signal, on_answer, &heard_), 0);
         return slot;
     };
     const common::SlotPtr first = ask("type='signal',member='A'");
