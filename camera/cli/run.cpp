@@ -122,13 +122,20 @@ class Session {
             event_log_.exit(failure.code());
             throw;
         }
-        event_log_.exit(code_);
-        if (!sentence_.empty())
-            throw Failure(code_, sentence_);
-        return code_;
+        const End end = end_.value_or(End{});
+        event_log_.exit(end.code);
+        if (!end.sentence.empty())
+            throw Failure(end.code, end.sentence);
+        return end.code;
     }
 
   private:
+    /// Why the camera ends.
+    struct End {
+        ExitCode code = ExitCode::done;
+        std::string sentence{};  ///< empty for an end that needs none
+    };
+
     void play() {
         catch_signals();
         watch_stdout();
@@ -145,7 +152,7 @@ class Session {
         event_log_.ready(address, up);
         keeper_.notify("READY=1\nSTATUS=Playing on " + common::one_line(address));
         start_children(address);
-        if (options_.scenario && !ended_) {
+        if (options_.scenario && !end_) {
             player_ = std::make_unique<ScenarioPlayer>(
                 scenario_, *camera_, event_log_, *event_, *reaper_,
                 [this](ExitCode code, const std::string& sentence) { end(code, sentence); });
@@ -238,10 +245,9 @@ class Session {
 
     /// Ends the loop; the first reason counts.
     void end(ExitCode code, const std::string& sentence) {
-        if (std::exchange(ended_, true))
+        if (end_)
             return;
-        code_ = code;
-        sentence_ = sentence;
+        end_ = {code, sentence};
         // The programs still find the bus and the services while they stop.
         reaper_->end_children();
         if (!reaper_->any())
@@ -250,25 +256,24 @@ class Session {
 
     void child_exited(const std::string& program, int status) {
         // The SIGTERM that asked it to end may have ended it.
-        if (ended_ && status == 128 + SIGTERM)
+        if (end_ && status == 128 + SIGTERM)
             status = 0;
         const std::string ended = fmt::format("'{}' ended with exit code {}", program, status);
-        if (!ended_ && status != 0) {
+        if (!end_ && status != 0) {
             end(ExitCode{status}, ended);
-        } else if (!ended_ && !children_->running()) {
+        } else if (!end_ && !children_->running()) {
             if (options_.scenario)
                 end(ExitCode::expectation_failed, ended + ", before the scenario did");
             else
                 end(ExitCode::done, {});
-        } else if (ended_ && code_ == ExitCode::done && status != 0) {
-            code_ = ExitCode{status};
-            sentence_ = ended;
+        } else if (end_ && end_->code == ExitCode::done && status != 0) {
+            end_ = {ExitCode{status}, ended};
         }
     }
 
     void child_ended() {
         // The daemon may still hold their last messages to the services.
-        if (ended_ && !reaper_->any())
+        if (end_ && !reaper_->any())
             shutdown_timer_.once(shutdown_grace, [this] { sd_event_exit(event_.get(), 0); });
     }
 
@@ -287,9 +292,7 @@ class Session {
     std::unique_ptr<ScenarioPlayer> player_;
     Timers shutdown_timer_{*event_};
     std::unique_ptr<Children> children_;
-    bool ended_ = false;
-    ExitCode code_ = ExitCode::done;
-    std::string sentence_;
+    std::optional<End> end_;
 };
 
 /// Plays the camera until a signal, the end of the scenario, the loss of the bus, or until a

@@ -43,6 +43,15 @@ void EventLog::write(std::string_view event, const Json& fields, const std::stri
     lines_.write_text(text);
 }
 
+void EventLog::write_exchange(std::string_view event, const std::string& service,
+                              const std::string& member, const std::string& receiver,
+                              const Json& details, std::string_view color,
+                              const std::string& sentence) {
+    Json fields = {{"service", service}, {"member", member}, {"receiver", receiver}};
+    fields.update(details);
+    write(event, fields, service, color, sentence);
+}
+
 void EventLog::ready(const std::string& bus, const std::vector<std::string>& services) {
     write("ready", {{"bus", bus}, {"services", services}}, "", lines_.palette().green,
           services.empty()
@@ -76,22 +85,16 @@ void EventLog::call(const CallRecord& call) {
 
 void EventLog::reply(const std::string& service, const std::string& member,
                      const std::string& receiver, const Json& values) {
-    write("reply",
-          {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "", fmt::format("answers {}, {}: ({})", receiver, member, brief(values)));
+    write_exchange("reply", service, member, receiver, {{"values", values}}, "",
+                   fmt::format("answers {}, {}: ({})", receiver, member, brief(values)));
 }
 
 void EventLog::error_reply(const std::string& service, const std::string& member,
                            const std::string& receiver, const std::string& name,
                            const std::string& message) {
-    write("reply",
-          {{"service", service},
-           {"member", member},
-           {"receiver", receiver},
-           {"error", name},
-           {"message", message}},
-          service, lines_.palette().red,
-          fmt::format("refuses {}, {}: {}: {}", receiver, member, name, message));
+    write_exchange("reply", service, member, receiver, {{"error", name}, {"message", message}},
+                   lines_.palette().red,
+                   fmt::format("refuses {}, {}: {}: {}", receiver, member, name, message));
 }
 
 void EventLog::signal(const std::string& service, const std::string& member,
@@ -102,32 +105,23 @@ void EventLog::signal(const std::string& service, const std::string& member,
 
 void EventLog::call_out(const std::string& service, const std::string& member,
                         const std::string& receiver, const Json& arguments) {
-    write("outgoing_call",
-          {{"service", service},
-           {"member", member},
-           {"receiver", receiver},
-           {"arguments", arguments}},
-          service, "", fmt::format("calls {}, {}({})", receiver, member, brief(arguments)));
+    write_exchange("outgoing_call", service, member, receiver, {{"arguments", arguments}}, "",
+                   fmt::format("calls {}, {}({})", receiver, member, brief(arguments)));
 }
 
 void EventLog::call_answered(const std::string& service, const std::string& member,
                              const std::string& receiver, const Json& values) {
-    write("answer",
-          {{"service", service}, {"member", member}, {"receiver", receiver}, {"values", values}},
-          service, "", fmt::format("{} answers {}: ({})", receiver, member, brief(values)));
+    write_exchange("answer", service, member, receiver, {{"values", values}}, "",
+                   fmt::format("{} answers {}: ({})", receiver, member, brief(values)));
 }
 
 void EventLog::call_failed(const std::string& service, const std::string& member,
                            const std::string& receiver, const std::string& name,
                            const std::string& message) {
-    write("answer",
-          {{"service", service},
-           {"member", member},
-           {"receiver", receiver},
-           {"error", name},
-           {"message", message}},
-          service, lines_.palette().red,
-          fmt::format("the call of {}, {}, has failed: {}: {}", receiver, member, name, message));
+    write_exchange(
+        "answer", service, member, receiver, {{"error", name}, {"message", message}},
+        lines_.palette().red,
+        fmt::format("the call of {}, {}, has failed: {}: {}", receiver, member, name, message));
 }
 
 void EventLog::registrations_dropped(const std::string& service, const std::string& client,

@@ -74,6 +74,11 @@ class EventLog {
   private:
     void write(std::string_view event, const common::Json& fields, const std::string& subject,
                std::string_view color, const std::string& sentence);
+    /// `details`: the fields after the three that each call and answer begins with.
+    void write_exchange(std::string_view event, const std::string& service,
+                        const std::string& member, const std::string& receiver,
+                        const common::Json& details, std::string_view color,
+                        const std::string& sentence);
 
     common::EventLines lines_;
 };

@@ -47,11 +47,6 @@ struct BlockSeen {
     std::optional<Misbehaviour> misbehaviour;
 };
 
-/// Builds one block with these settings without a bus.
-/// @param made_up for each required key that is not among them.
-using TryBlock =
-    std::function<BlockSeen(const Fenwa::BlockConfiguration& settings, MadeUpValue made_up)>;
-
 constexpr const char* loading = "its entry point";
 
 // Messages of a child: one object a line, with one of these members.
@@ -367,9 +362,9 @@ namespace {
 /// and then, if it does not accept those, with zeros, or else with all its boolean keys toggled,
 /// because other keys, ports and objects may depend on them.
 /// @returns {"inputs", …} as in `inspect_type`, without the type's name.
-Json explore_type(const TryBlock& try_block) {
+Json explore_type(const InspectedPlugin& plugin, const std::string& type) {
     Explorer explorer;
-    const BlockSeen first = try_block({}, MadeUpValue::plausible);
+    const BlockSeen first = try_block(plugin, type, {}, MadeUpValue::plausible);
     explorer.take(first, {});
     const bool has_made_up =
         std::any_of(first.keys.begin(), first.keys.end(),
@@ -377,7 +372,7 @@ Json explore_type(const TryBlock& try_block) {
     if (first.misbehaviour && first.misbehaviour->kind == Misbehaviour::Kind::hung) {
         explorer.fail(*first.misbehaviour, {});
     } else if (first.misbehaviour && has_made_up) {
-        const BlockSeen second = try_block({}, MadeUpValue::zero);
+        const BlockSeen second = try_block(plugin, type, {}, MadeUpValue::zero);
         explorer.take(second, {});
         if (second.misbehaviour)
             explorer.fail(*first.misbehaviour, {});
@@ -389,8 +384,8 @@ Json explore_type(const TryBlock& try_block) {
             std::vector<Fenwa::BlockConfiguration::KeyValue> settings;
             for (const auto& [key, value] : toggled)
                 settings.emplace_back(key, value);
-            const BlockSeen second =
-                try_block(Fenwa::BlockConfiguration(settings), MadeUpValue::plausible);
+            const BlockSeen second = try_block(plugin, type, Fenwa::BlockConfiguration(settings),
+                                               MadeUpValue::plausible);
             explorer.take(second, toggled);
             if (second.misbehaviour)
                 explorer.fail(*second.misbehaviour, toggled);
@@ -403,9 +398,7 @@ Json explore_type(const TryBlock& try_block) {
 
 Json inspect_type(const InspectedPlugin& plugin, const std::string& name) {
     Json type = {{"type", name}};
-    type.update(explore_type([&](const Fenwa::BlockConfiguration& settings, MadeUpValue made_up) {
-        return try_block(plugin, name, settings, made_up);
-    }));
+    type.update(explore_type(plugin, name));
     return type;
 }
 

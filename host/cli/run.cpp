@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 #include <sys/epoll.h>
 #include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <iostream>

@@ -88,6 +88,15 @@ std::string case_name(const testing::TestParamInfo<Case>& row) {
     return row.param.name;
 }
 
+/// What a block of type `T` does in the run after its last step was answered.
+template <class T>
+struct StepCase : NamedCase {
+    std::size_t number;  ///< of its sending
+    std::string sent;
+    std::string failure;  ///< the line when it cannot be sent, without the errno's text
+    sd_bus_slot** (*field)(T&);
+};
+
 /// Base of the tests of one type of block. Effects are compared whole: each operation returns all
 /// of its effects in their order, then `returns(R)` if a callback returns an R other than 0.
 template <class T>
@@ -160,6 +169,25 @@ class BlockFixture : public BlockTest {
     /// The same for the last sending.
     void expect_handed_over(sd_bus_slot** field, const void* userdata) {
         expect_handed_over(bus.last(), field, userdata);
+    }
+
+    /// Checks the next step: a run takes it on the connection of that moment, and no run takes it
+    /// again while its answer is out.
+    void expect_taken_once(const StepCase<T>& step) {
+        recorders.tools.use_bus(other_bus());
+        EXPECT_EQ(run(), (Journal{step.sent}));
+        expect_handed_over(step.field(block()), &block());
+        EXPECT_EQ(run(), Journal{}) << "the answer is still out";
+        EXPECT_FALSE(woken());
+    }
+    /// Checks the next step: the run after one that could not send it takes it again.
+    void expect_taken_again(const StepCase<T>& step) {
+        bus.answer_next({-EPERM, 0});
+        EXPECT_EQ(run(), (Journal{step.sent, step.failure + "Operation not permitted"}));
+        EXPECT_EQ(*step.field(block()), nullptr);
+        EXPECT_FALSE(woken()) << "the next run comes for another reason";
+        EXPECT_EQ(run(), (Journal{step.sent}));
+        EXPECT_EQ(run(), Journal{}) << "a result of zero is success";
     }
 
     /// Calls a callback with messages that it cannot use: each has one log line as its only effect.

@@ -6,13 +6,7 @@ namespace {
 
 using namespace monitor_test;
 
-/// A step of a monitor that is not registered yet.
-struct Step : NamedCase {
-    std::size_t number;  ///< of its sending
-    std::string sent;
-    std::string failure;  ///< the line when it cannot be sent, without the errno's text
-    sd_bus_slot** (*field)(TemperatureMonitor&);
-};
+using Step = StepCase<TemperatureMonitor>;
 
 /// The registration of one of the limits.
 Step registration_step(const char* name, std::size_t limit) {
@@ -38,24 +32,14 @@ class TemperatureMonitorStepTest : public TemperatureMonitorTest,
         reach(GetParam().number);
         (void)woken();
     }
-    sd_bus_slot** field() { return GetParam().field(block()); }
 };
 
 TEST_P(TemperatureMonitorStepTest, IsTakenOnceOnTheConnectionOfThatMoment) {
-    recorders.tools.use_bus(other_bus());
-    EXPECT_EQ(run(), (Journal{GetParam().sent}));
-    expect_handed_over(field(), &block());
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-    EXPECT_FALSE(woken());
+    expect_taken_once(GetParam());
 }
 
 TEST_P(TemperatureMonitorStepTest, IsTakenAgainInTheNextRunWhenItCouldNotBeSent) {
-    bus.answer_next({-EPERM, 0});
-    EXPECT_EQ(run(), (Journal{GetParam().sent, GetParam().failure + "Operation not permitted"}));
-    EXPECT_EQ(*field(), nullptr);
-    EXPECT_FALSE(woken()) << "the next run comes for another reason";
-    EXPECT_EQ(run(), (Journal{GetParam().sent}));
-    EXPECT_EQ(run(), Journal{}) << "a result of zero is success";
+    expect_taken_again(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Steps, TemperatureMonitorStepTest, testing::ValuesIn(steps),

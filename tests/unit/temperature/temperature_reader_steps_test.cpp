@@ -4,13 +4,7 @@ namespace {
 
 using namespace reader_test;
 
-/// A step of a reader while its service has an owner.
-struct Step : NamedCase {
-    std::size_t number;  ///< of its sending
-    std::string sent;
-    std::string failure;  ///< the line when it cannot be sent, without the errno's text
-    sd_bus_slot** (*field)(TemperatureReader&);
-};
+using Step = StepCase<TemperatureReader>;
 
 const Step steps[] = {
     {"Match", 3, change_match,
@@ -33,24 +27,14 @@ class TemperatureReaderStepTest : public TemperatureReaderTest,
         EXPECT_TRUE(woken());
         EXPECT_EQ(bus.count(), GetParam().number - 1);
     }
-    sd_bus_slot** field() { return GetParam().field(block()); }
 };
 
 TEST_P(TemperatureReaderStepTest, IsTakenOnceOnTheConnectionOfThatMoment) {
-    recorders.tools.use_bus(other_bus());
-    EXPECT_EQ(run(), (Journal{GetParam().sent}));
-    expect_handed_over(field(), &block());
-    EXPECT_EQ(run(), Journal{}) << "the answer is still out";
-    EXPECT_FALSE(woken());
+    expect_taken_once(GetParam());
 }
 
 TEST_P(TemperatureReaderStepTest, IsTakenAgainInTheNextRunWhenItCouldNotBeSent) {
-    bus.answer_next({-EPERM, 0});
-    EXPECT_EQ(run(), (Journal{GetParam().sent, GetParam().failure + "Operation not permitted"}));
-    EXPECT_EQ(*field(), nullptr);
-    EXPECT_FALSE(woken()) << "the next run comes for another reason";
-    EXPECT_EQ(run(), (Journal{GetParam().sent}));
-    EXPECT_EQ(run(), Journal{}) << "a result of zero is success";
+    expect_taken_again(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Steps, TemperatureReaderStepTest, testing::ValuesIn(steps),

@@ -135,5 +135,102 @@ TEST(RetryBudget, WaitsForAPortionOnlyOnceItIsSpent) {
     EXPECT_TRUE(budget.allows(start));
 }
 
+constexpr std::size_t mark = Backpressure::high_watermark;
+
+TEST(Backpressure, HoldsFromTheMarkUntilTheNumberIsBelowIt) {
+    Backpressure hold;
+    EXPECT_FALSE(hold.should_wait(mark - 1, start));
+    EXPECT_TRUE(hold.should_wait(mark, start));
+    EXPECT_TRUE(hold.should_wait(mark + 30, start + 1));
+    EXPECT_FALSE(hold.should_wait(mark - 1, start + 2));
+    EXPECT_TRUE(hold.should_wait(mark, start + 3));
+}
+
+TEST(Backpressure, GivesUpWhenNoAnswerComes) {
+    Backpressure hold;
+    EXPECT_TRUE(hold.should_wait(mark, start));
+    EXPECT_EQ(hold.due(), start + 250'000);
+    EXPECT_TRUE(hold.should_wait(mark, hold.due() - 1));
+    EXPECT_FALSE(hold.should_wait(mark, hold.due()));
+    EXPECT_FALSE(hold.should_wait(mark + 1000, hold.due() + 1));
+}
+
+TEST(Backpressure, EachAnswerLetsItWaitOn) {
+    Backpressure hold;
+    EXPECT_TRUE(hold.should_wait(mark, start));
+    for (std::uint64_t now = start; now < start + 10'000'000; now += 200'000) {
+        EXPECT_TRUE(hold.should_wait(mark, now));
+        hold.answered(now);
+    }
+}
+
+TEST(Backpressure, HoldsAgainOnlyAfterTheNumberWasBelowTheMark) {
+    Backpressure hold;
+    EXPECT_TRUE(hold.should_wait(mark, start));
+    EXPECT_FALSE(hold.should_wait(mark, hold.due()));
+    hold.answered(start + 1'000'000);
+    EXPECT_FALSE(hold.should_wait(mark, start + 1'000'000));
+    EXPECT_FALSE(hold.should_wait(mark - 1, start + 1'000'001));
+    EXPECT_TRUE(hold.should_wait(mark, start + 2'000'000));
+    EXPECT_EQ(hold.due(), start + 2'250'000);
+}
+
+constexpr std::uint64_t interval = RefusedMatches::interval;
+
+class RefusedMatchesTest : public testing::Test {
+  protected:
+    RefusedMatchesTest() {
+        for (Fenwa::Block* block : {&a_, &b_, &c_}) {
+            matches_.add(*block);
+            matches_.wait(*block);
+        }
+    }
+
+    RefusedMatches matches_;
+    Fenwa::Block a_{"a", {}};
+    Fenwa::Block b_{"b", {}};
+    Fenwa::Block c_{"c", {}};
+};
+
+TEST_F(RefusedMatchesTest, TakeTurnsWithTheIntervalBetweenThem) {
+    EXPECT_TRUE(matches_.should_wait(a_));
+    EXPECT_EQ(matches_.take(start), &a_);
+    EXPECT_FALSE(matches_.should_wait(a_));
+    EXPECT_EQ(matches_.take(start), nullptr);
+    EXPECT_EQ(matches_.due(), start + interval);
+    matches_.add(a_);
+    matches_.wait(a_);
+    EXPECT_EQ(matches_.take(start + interval - 1), nullptr);
+    EXPECT_EQ(matches_.take(start + interval), &b_);
+    EXPECT_EQ(matches_.take(start + 2 * interval), &c_);
+    EXPECT_EQ(matches_.take(start + 3 * interval), &a_);
+    EXPECT_FALSE(matches_.is_anyone_waiting());
+    EXPECT_EQ(matches_.take(start + 9 * interval), nullptr);
+}
+
+TEST_F(RefusedMatchesTest, NextFollowsAtOnceWhenATrySucceeds) {
+    EXPECT_EQ(matches_.take(start), &a_);
+    matches_.installed(c_);
+    EXPECT_EQ(matches_.take(start + 1), nullptr) << "it was not its turn";
+    matches_.installed(a_);
+    EXPECT_EQ(matches_.take(start + 1), &b_);
+    EXPECT_EQ(matches_.take(start + 1), nullptr);
+}
+
+TEST_F(RefusedMatchesTest, BlockThatIsTakenOutIsNotHeld) {
+    EXPECT_TRUE(matches_.remove(b_));
+    EXPECT_FALSE(matches_.should_wait(b_));
+    EXPECT_FALSE(matches_.remove(b_));
+    EXPECT_EQ(matches_.take_all(), (std::vector<Fenwa::Block*>{&a_, &c_}));
+    EXPECT_FALSE(matches_.should_wait(a_));
+    EXPECT_FALSE(matches_.is_anyone_waiting());
+}
+
+TEST_F(RefusedMatchesTest, NobodyIsHeldAfterAClear) {
+    matches_.clear();
+    EXPECT_FALSE(matches_.should_wait(a_));
+    EXPECT_EQ(matches_.take(start), nullptr);
+}
+
 }  // namespace
 }  // namespace host
