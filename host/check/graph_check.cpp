@@ -250,7 +250,7 @@ class Prober {
         else if (word == word::built)
             take_built(message);
         else if (word == word::look)
-            block().look = message.at(1);
+            block().look = common::share(message.at(1));
         else if (word == word::made_up)
             made_up_ = true;
         else if (word == word::missing)

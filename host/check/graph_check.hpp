@@ -38,8 +38,8 @@ struct ProbeJob {
 struct BlockReport {
     BlockPorts ports;
     std::vector<std::pair<std::string, std::string>>
-        exports;        ///< path and interface of each object
-    common::Json look;  ///< null without a look, or if the block was not built
+        exports;              ///< path and interface of each object
+    common::SharedJson look;  ///< null without a look, or if the block was not built
 };
 
 /// The findings about all blocks, apart from the diagnostics.

@@ -50,8 +50,8 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
         return {};
     Json blocks = Json::array();
     for (const BlockEntry& entry : checked.graph->blocks) {
-        const Json& seen = checked.probe.blocks.at(entry.name).look;
-        blocks.push_back(seen.is_null() ? to_json(entry, {}, entry.configuration()) : seen);
+        const common::SharedJson& seen = checked.probe.blocks.at(entry.name).look;
+        blocks.push_back(seen == nullptr ? to_json(entry, {}, entry.configuration()) : *seen);
     }
     return {{"blocks", std::move(blocks)}, {"connections", to_json(checked.graph->connections)}};
 }

@@ -159,9 +159,10 @@ Reconfigurer::Complete Reconfigurer::complete(const std::vector<const BlockEntry
     }
     const ProbeResult as_they_will_be = probe(after, diagnostics);
     for (const BlockEntry* entry : after.blocks) {
-        const Json& seen = as_they_will_be.blocks.at(entry->name).look;
-        if (seen.is_null())
+        const common::SharedJson look = as_they_will_be.blocks.at(entry->name).look;
+        if (look == nullptr)
             continue;  // reported
+        const Json& seen = *look;
         CompleteBlock& block = complete[entry->name];
         block.configuration = settings_from_text(seen.at("settings"));
         for (const Json& key : seen.at("unread"))

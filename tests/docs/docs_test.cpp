@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 
 #include "common/bus/private_bus.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -47,16 +47,16 @@ struct MarkdownPage {
 constexpr std::string_view fence = "```";
 
 void add_links(const std::string& line, std::vector<std::string>& links) {
-    static const std::regex link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
-    for (std::sregex_iterator it(line.begin(), line.end(), link), end; it != end; ++it)
-        links.push_back((*it)[1]);
+    static const Pattern link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
+    for (const Groups& found : link.find_all(line))
+        links.push_back(found[1]);
 }
 
 /// The file in "`average.cpp`: the mean …", empty where the line begins otherwise.
 std::string named_file(const std::string& line) {
-    static const std::regex name("^`([A-Za-z0-9_-]+\\.[a-z]+)`.*");
-    std::smatch match;
-    return std::regex_match(line, match, name) ? match[1].str() : std::string{};
+    static const Pattern name("^`([A-Za-z0-9_-]+\\.[a-z]+)`.*");
+    const Groups found = name.match(line);
+    return found.empty() ? std::string{} : found[1];
 }
 
 MarkdownPage read_page(const fs::path& path) {
@@ -121,16 +121,16 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
     /// A block of nothing but the project's own scripts is what runs this test: they have to be
     /// there and to be programs.
     static bool only_scripts(const std::string& text) {
-        static const std::regex script("(script/[a-z-]+)( +#.*)?");
+        static const Pattern script("(script/[a-z-]+)( +#.*)?");
         std::istringstream lines(text);
         bool only = true;
         for (std::string line; std::getline(lines, line);) {
-            std::smatch match;
-            if (!std::regex_match(line, match, script)) {
+            const Groups match = script.match(line);
+            if (match.empty()) {
                 only = false;
                 continue;
             }
-            const fs::perms permissions = fs::status(project / match[1].str()).permissions();
+            const fs::perms permissions = fs::status(project / match[1]).permissions();
             EXPECT_NE(permissions & fs::perms::owner_exec, fs::perms::none) << line;
         }
         return only;
@@ -166,10 +166,10 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
     /// That a sequence diagram names its participants before they speak, and that there is no line
     /// of another form.
     static void check_diagram(const std::string& text) {
-        static const std::regex participant("participant ([A-Z]) as .+");
-        static const std::regex message("([A-Z])(->>|-->>|-\\)|--\\))([A-Z]): .+");
-        static const std::regex other("(Note over [A-Z]: .+|loop .+|alt .+|else .+|end)");
-        static const std::regex transition("(\\[\\*\\]|\\w+) --> (\\[\\*\\]|\\w+)(: .+)?");
+        static const Pattern participant("participant ([A-Z]) as .+");
+        static const Pattern message("([A-Z])(->>|-->>|-\\)|--\\))([A-Z]): .+");
+        static const Pattern other("(Note over [A-Z]: .+|loop .+|alt .+|else .+|end)");
+        static const Pattern transition("(\\[\\*\\]|\\w+) --> (\\[\\*\\]|\\w+)(: .+)?");
         std::istringstream lines(text);
         std::string line;
         std::getline(lines, line);
@@ -178,15 +178,14 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
         std::set<std::string> known;
         while (std::getline(lines, line)) {
             line.erase(0, line.find_first_not_of(' '));
-            std::smatch match;
             if (!sequence) {
-                EXPECT_TRUE(std::regex_match(line, transition)) << line;
-            } else if (std::regex_match(line, match, participant)) {
-                known.insert(match[1]);
-            } else if (std::regex_match(line, match, message)) {
-                EXPECT_TRUE(known.count(match[1]) == 1 && known.count(match[3]) == 1) << line;
+                EXPECT_FALSE(transition.match(line).empty()) << line;
+            } else if (const Groups named = participant.match(line); !named.empty()) {
+                known.insert(named[1]);
+            } else if (const Groups sent = message.match(line); !sent.empty()) {
+                EXPECT_TRUE(known.count(sent[1]) == 1 && known.count(sent[3]) == 1) << line;
             } else {
-                EXPECT_TRUE(std::regex_match(line, other)) << line;
+                EXPECT_FALSE(other.match(line).empty()) << line;
             }
         }
     }

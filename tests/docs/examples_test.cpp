@@ -5,12 +5,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 
 #include "common/text/json.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -51,7 +51,7 @@ TEST_P(ExampleTest, RunsWithoutAComplaint) {
     int outputs = 0;
     std::istringstream lines(ended.out);
     for (std::string line; std::getline(lines, line);) {
-        const common::Json event = common::Json::parse(line);
+        const common::Json event = common::parse_json(line, "the text");
         if (event["event"] == "output")
             ++outputs;
         EXPECT_FALSE(event["event"] == "log" && event["level"] != 4) << line;
@@ -64,10 +64,10 @@ TEST_P(ExampleTest, RunsWithoutAComplaint) {
 std::multiset<std::string> words_of(const fs::path& picture) {
     std::ifstream file(picture);
     const std::string svg((std::istreambuf_iterator<char>(file)), {});
-    static const std::regex text(">([^<]*)</text>");
+    static const Pattern text(">([^<]*)</text>");
     std::multiset<std::string> words;
-    for (std::sregex_iterator match(svg.begin(), svg.end(), text), none; match != none; ++match)
-        words.insert((*match)[1]);
+    for (const Groups& found : text.find_all(svg))
+        words.insert(found[1]);
     return words;
 }
 

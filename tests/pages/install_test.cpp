@@ -4,12 +4,12 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tests/support/pattern.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -34,14 +34,14 @@ std::string loose_library_paths(const fs::path& folder, std::size_t& looked_at) 
         const Ended ended = run_program({"readelf", "--dynamic", "--wide", entry.path().string()});
         EXPECT_EQ(ended.code, 0) << entry.path() << ended.err;
         ++looked_at;
-        static const std::regex runpath(R"(\((?:RPATH|RUNPATH)\)[^\n]*\[([^\n]*)\])");
-        std::smatch found;
-        if (!std::regex_search(ended.out, found, runpath))
+        static const Pattern runpath(R"(\((?:RPATH|RUNPATH)\)[^\n]*\[([^\n]*)\])");
+        const Groups found = runpath.find(ended.out);
+        if (found.empty())
             continue;
-        std::istringstream paths(found[1].str());
+        std::istringstream paths(found[1]);
         for (std::string path; std::getline(paths, path, ':');) {
             if (!path.starts_with("/") && !path.starts_with("$ORIGIN"))
-                mistakes += entry.path().string() + ": [" + found[1].str() + "]\n";
+                mistakes += entry.path().string() + ": [" + found[1] + "]\n";
         }
     }
     return mistakes;

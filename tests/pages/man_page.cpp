@@ -1,10 +1,10 @@
 #include "tests/pages/man_page.hpp"
 
 #include <fstream>
-#include <regex>
 #include <stdexcept>
 
 #include "tests/pages/help.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 
@@ -12,16 +12,15 @@ std::vector<PageSection> read_man_page(const std::string& name) {
     std::ifstream file(std::string(FENWA_PAGES) + '/' + name);
     if (!file)
         throw std::runtime_error("there is no page " + name);
-    const std::regex title(R"(\.S([hs]) (.*?)(\\&)?)");
+    const Pattern title(R"(\.S([hs]) (.*?)(\\&)?)");
     std::vector<PageSection> page;
     bool in_display = false;
     for (std::string line; std::getline(file, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, title)) {
+        if (const Groups match = title.match(line); !match.empty()) {
             page.push_back({match[2], match[1] == "s", {}, {}, {}});
         } else if (line.starts_with(".It Fl ")) {
             // Fl puts a dash before its argument.
-            const std::string dashed = std::regex_replace(line.substr(4), std::regex("Fl "), "-");
+            const std::string dashed = Pattern("Fl ").replace(line.substr(4), "-");
             for (const std::string& option : option_names(dashed))
                 page.back().options.push_back(option);
         } else if (line.starts_with(".It Ar ")) {

@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "tests/pages/help.hpp"
 #include "tests/pages/man_page.hpp"
+#include "tests/support/pattern.hpp"
 #include "tests/support/process.hpp"
 #include "tests/support/temporary_folder.hpp"
 
@@ -33,22 +33,21 @@ TEST_P(ManPage, CarriesVersionAndDate) {
     text << stream.rdbuf();
     EXPECT_EQ(text.str().find('@'), std::string::npos) << "something was not substituted";
     const Ended shown = run_program({"mandoc", "-Tascii", file()});
-    const std::regex last_line(R"(\nFenwa )" FENWA_VERSION
-                               R"( +[A-Z][a-z]+ [0-9]{1,2}, [0-9]{4} +\S.*\n$)");
-    EXPECT_TRUE(std::regex_search(shown.out, last_line)) << shown.out;
+    const Pattern last_line(R"(\nFenwa )" FENWA_VERSION
+                            R"( +[A-Z][a-z]+ [0-9]{1,2}, [0-9]{4} +\S.*\n$)");
+    EXPECT_TRUE(!last_line.find(shown.out).empty()) << shown.out;
 }
 
 TEST_P(ManPage, RefersToPagesOfOursThatAreThere) {
     std::ifstream stream(file());
-    const std::regex reference(R"(\.Xr (fenwa\S*) ([0-9]).*)");
+    const Pattern reference(R"(\.Xr (fenwa\S*) ([0-9]).*)");
     int found = 0;
     for (std::string line; std::getline(stream, line);) {
-        std::smatch match;
-        if (!std::regex_match(line, match, reference))
+        const Groups match = reference.match(line);
+        if (match.empty())
             continue;
         ++found;
-        EXPECT_TRUE(
-            std::ifstream(std::string(FENWA_PAGES) + '/' + match[1].str() + '.' + match[2].str()))
+        EXPECT_TRUE(std::ifstream(std::string(FENWA_PAGES) + '/' + match[1] + '.' + match[2]))
             << line;
     }
     EXPECT_GE(found, 2);
@@ -98,8 +97,9 @@ TEST(CameraPage, ShowsFilesThatACameraPlays) {
         folder.write("camera.toml", section_named(page, "CONFIGURATION").displays.at(0));
     // Nobody does what the scenario waits for, so it ends with 1 and not with 78.
     const std::string scenario = folder.write(
-        "scenario.toml", std::regex_replace(section_named(page, "SCENARIOS").displays.at(0),
-                                            std::regex("within = 10.0"), "within = 0.01"));
+        "scenario.toml",
+        Pattern("within = 10.0")
+            .replace(section_named(page, "SCENARIOS").displays.at(0), "within = 0.01"));
     const Ended ended = run_program({path_of("fenwa-camera"), "run", "--private-bus", "--config",
                                      config, "--scenario", scenario});
     EXPECT_EQ(ended.code, 1) << ended.err;

@@ -1,7 +1,11 @@
 #pragma once
 
-// Precompiled after <nlohmann/json.hpp> for the tests (tests/CMakeLists.txt).
+// In place of <nlohmann/json.hpp> where a test compares values; precompiled for some tests.
+#include <nlohmann/json.hpp>
 #include <ostream>
+
+#include "common/text/json.hpp"
+#include "common/text/json_instances.hpp"
 
 namespace nlohmann {
 

@@ -131,7 +131,7 @@ Lines BlockScene::events() const {
     Lines lines;
     std::istringstream stream(ended_.out);
     for (std::string line; std::getline(stream, line);) {
-        common::Json event = common::Json::parse(line);
+        common::Json event = common::parse_json(line, "the text");
         event.erase("time");
         lines.push_back(common::json_line(event));
     }

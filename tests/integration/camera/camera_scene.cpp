@@ -6,10 +6,10 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/pattern.hpp"
 #include "tests/support/proc.hpp"
 
 namespace test {
@@ -17,12 +17,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::regex bus_address("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
+const Pattern bus_address("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
 
 std::string without_time(const std::string& line) {
     if (!line.starts_with('{'))
         return line.substr(std::min<std::size_t>(line.size(), 10));
-    common::Json event = common::Json::parse(line);
+    common::Json event = common::parse_json(line, "the text");
     event.erase("time");
     return common::json_line(event);
 }
@@ -110,7 +110,7 @@ void CameraScene::close() {
 common::Json CameraScene::state() const {
     const Ended shown = command({"show", "--format", "json"});
     EXPECT_EQ(shown.code, 0) << shown.err;
-    return common::Json::parse(shown.out);
+    return common::parse_json(shown.out, "the text");
 }
 
 common::Json CameraScene::service(const std::string& name) const {
@@ -131,7 +131,7 @@ std::string CameraScene::plain(std::string text) const {
             break;
         text.erase(at, folder.size());
     }
-    return std::regex_replace(text, bus_address, "BUS");
+    return bus_address.replace(text, "BUS");
 }
 
 Lines CameraScene::lines(const std::string& out) const {
@@ -230,8 +230,8 @@ std::string client_name(std::size_t later) {
 }
 
 std::string address_in(const std::string& ready_line) {
-    std::smatch match;
-    return std::regex_search(ready_line, match, bus_address) ? match[0].str() : std::string{};
+    const Groups found = bus_address.find(ready_line);
+    return found.empty() ? std::string{} : found[0];
 }
 
 }  // namespace test

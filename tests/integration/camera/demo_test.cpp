@@ -38,7 +38,7 @@ class Demo : public ScenarioScene {
     [[nodiscard]] Lines values_of(const std::string& block) const {
         Lines values;
         for (const std::string& line : host_lines("output")) {
-            const common::Json event = common::Json::parse(line);
+            const common::Json event = common::parse_json(line, "the text");
             if (event["block"] == block)
                 values.push_back(event["value"].dump());
         }
@@ -64,7 +64,7 @@ TEST_F(TemperatureDemo, TheReaderPublishesWhatTheScenarioDoes) {
 
     std::vector<double> readings;
     for (const std::string& line : host_lines("output")) {
-        const common::Json event = common::Json::parse(line);
+        const common::Json event = common::parse_json(line, "the text");
         readings.push_back(event["value"]);
         EXPECT_EQ(line, R"({"event":"output","block":"reader","port":"temperature_out",)"
                         R"("type":"double","value":)" +

@@ -1,8 +1,8 @@
 // The methods and signals of the temperature controller, and what every service refuses.
 #include <nlohmann/json.hpp>
-#include <regex>
 
 #include "tests/integration/camera/camera_scene.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -28,18 +28,18 @@ class ControllerMethods : public ClientScene {
 TEST_F(ControllerMethods, IntrospectionNamesEveryArgument) {
     const std::string answer = answer_of("/com/tarlo/TemperatureController",
                                          "org.freedesktop.DBus.Introspectable", "Introspect");
-    const std::string xml = common::Json::parse('[' + answer.substr(1, answer.size() - 2) + ']')[0];
+    const std::string xml =
+        common::parse_json('[' + answer.substr(1, answer.size() - 2) + ']', "the text")[0];
     const std::size_t begin = xml.find("<interface name=\"com.tarlo.TemperatureController\">");
     ASSERT_NE(begin, std::string::npos) << xml;
     const std::string ours = xml.substr(begin, xml.find("</interface>", begin) - begin);
     std::string elements;
-    static const std::regex element(
+    static const Pattern element(
         "<(method|signal) name=\"([^\"]*)\"|<arg type=\"([^\"]*)\" name=\"([^\"]*)\""
         "(?: direction=\"([^\"]*)\")?|<arg[^>]*>");
-    for (std::sregex_iterator it(ours.begin(), ours.end(), element), end; it != end; ++it) {
-        const std::smatch& m = *it;
-        elements += m[1].matched ? m[1].str() + ' ' + m[2].str() + '\n'
-                                 : "  " + m[5].str() + ' ' + m[3].str() + ' ' + m[4].str() + '\n';
+    for (const Groups& m : element.find_all(ours)) {
+        elements +=
+            m[1].empty() ? "  " + m[5] + ' ' + m[3] + ' ' + m[4] + '\n' : m[1] + ' ' + m[2] + '\n';
     }
     EXPECT_EQ(elements, R"(method GetTemperatureIdFromName
   in s name

@@ -39,7 +39,7 @@ TEST_F(PowerBudget, IsDividedInTheOrderOfTheRequests) {
     EXPECT_EQ(ended().code, 0) << ended().err;
     Lines calls;
     for (const std::string& line : told("outgoing_call")) {
-        const common::Json event = common::Json::parse(line);
+        const common::Json event = common::parse_json(line, "the text");
         calls.push_back(event["receiver"].get<std::string>() + ' ' + event["arguments"].dump());
     }
     EXPECT_THAT(calls, ElementsAre("com.tarlo.Vipd.ch1 [12.0]", "com.tarlo.Vipd.ch0 [8.0]",

@@ -31,7 +31,7 @@ class PowerScene : public CameraScene {
         });
         if (!line)
             return "none";
-        const common::Json event = common::Json::parse(*line);
+        const common::Json event = common::parse_json(*line, "the text");
         return event["receiver"].get<std::string>() + ' ' + event["error"].get<std::string>() +
                ": " + event["message"].get<std::string>();
     }

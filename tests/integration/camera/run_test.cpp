@@ -26,7 +26,7 @@ TEST_F(CameraRun, TellsInJsonWhatHappens) {
     std::istringstream out(ended().out);
     for (std::string line; std::getline(out, line);) {
         EXPECT_TRUE(line.starts_with("{\"event\":\"")) << line;
-        const double time = common::Json::parse(line)["time"];
+        const double time = common::parse_json(line, "the text")["time"];
         EXPECT_GE(time, last) << line;
         last = time;
     }

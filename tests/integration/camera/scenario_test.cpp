@@ -12,7 +12,7 @@ std::vector<double> times_of(const std::string& kind, const std::string& out) {
     std::vector<double> times;
     std::istringstream stream(out);
     for (std::string line; std::getline(stream, line);) {
-        const common::Json event = common::Json::parse(line);
+        const common::Json event = common::parse_json(line, "the text");
         if (event["event"] == kind)
             times.push_back(event["time"]);
     }

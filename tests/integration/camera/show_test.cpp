@@ -81,10 +81,11 @@ TEST_F(CameraShow, RefusesAnAnswerThatLacksAMemberOrHasItOfAnotherKind) {
     EXPECT_EQ(refusal_to("5"), "the answer must be an object, not a number\n");
     EXPECT_EQ(refusal_to("{}"), "the answer has no 'bus'\n");
     const common::Json whole =
-        common::Json::parse(R"({"bus":"","services":[{"name":"","state":"down",
+        common::parse_json(R"({"bus":"","services":[{"name":"","state":"down",
         "unique_name":"","bus_names":[""],"activatable":true,
         "registrations":[{"id":1,"client":"","what":""}]}],
-        "values":{},"faults":[{"member":"","what":""}]})");
+        "values":{},"faults":[{"member":"","what":""}]})",
+                           "the text");
     const auto spoiled = [&](const std::string& pointer, bool remove) {
         common::Json state = whole;
         const common::Json::json_pointer place(pointer);

@@ -1,9 +1,9 @@
 #include <csignal>
 #include <limits>
-#include <regex>
 
 #include "tests/integration/host/control_client.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -195,8 +195,8 @@ TEST_F(ControlWatch, PrintsTextWithoutTheTicksOfTimers) {
     watching.send_signal(SIGINT);
     const Ended watched = watching.wait();
     expect_end(watched, 0, "fenwa: ready\nfenwa: stopped\n");
-    static const std::regex time("(^|\n) *[0-9]+\\.[0-9]{3}  ");
-    EXPECT_EQ(std::regex_replace(watched.out, time, "$1TIME  "),
+    static const Pattern time("(^|\n) *[0-9]+\\.[0-9]{3}  ");
+    EXPECT_EQ(time.replace(watched.out, "$1TIME  "),
               "TIME  r.double_out = 36.5\nTIME  r.bool_out = true\n");
 }
 
@@ -216,8 +216,8 @@ TEST_F(ControlWatch, PrintsTicksAsJson) {
     RunningHost watching(watch("json"));
     const auto line = watching.wait_for_text("\"output\"");
     ASSERT_TRUE(line);
-    static const std::regex ticks("\"ticks\":[0-9]+");
-    EXPECT_EQ(std::regex_replace(without_times(*line), ticks, "\"ticks\":N") + "\n",
+    static const Pattern ticks("\"ticks\":[0-9]+");
+    EXPECT_EQ(ticks.replace(without_times(*line), "\"ticks\":N") + "\n",
               output_line("m", "out", "timersource", R"({"ticks":N,"period_ms":20})"));
 }
 

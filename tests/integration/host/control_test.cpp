@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/integration/host/control_client.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace test {
 namespace {

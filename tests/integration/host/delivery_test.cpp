@@ -1,6 +1,6 @@
-#include <regex>
 
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -22,7 +22,7 @@ TEST_P(Delivery, GivesTheseEvents) {
              {R"re(\{"event":"output",.*"block":"(.*)","port":"(.*)","type":.*"value":(.*)\})re",
               "$1.$2 = $3"},
              {R"re(\{"event":"(ready|exit)".*\})re", "$1"}})
-        lines = std::regex_replace(lines, std::regex(json), text);
+        lines = Pattern(json).replace(lines, text);
     EXPECT_EQ(lines, GetParam().events);
 }
 

@@ -1,7 +1,7 @@
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace test {
 namespace {
@@ -61,7 +61,7 @@ TEST_F(EventLines, TimesAreSecondsSinceTheStart) {
     std::istringstream lines(ended.out);
     std::vector<double> times;
     for (std::string line; std::getline(lines, line);)
-        times.push_back(nlohmann::json::parse(line).at("time").get<double>());
+        times.push_back(common::parse_json(line, "the text").at("time").get<double>());
     ASSERT_EQ(times.size(), 5U) << ended.out;  // ready, three ticks, exit
     EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
     EXPECT_GE(times.front(), 0.0);

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <sstream>
 
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -39,8 +39,8 @@ class GraphFile : public HostTest, public testing::WithParamInterface<std::strin
         const std::string graph = folder().write(GetParam() + ".toml", content_of(file(".toml")));
         Ended ended =
             without_folder(fenwa(words + Words{graph, "--plugin-dir", FENWA_TEST_PLUGINS}));
-        static const std::regex folders("(looked in )[^)]*");
-        ended.err = std::regex_replace(ended.err, folders, "$1");
+        static const Pattern folders("(looked in )[^)]*");
+        ended.err = folders.replace(ended.err, "$1");
         EXPECT_EQ(ended.code, code);
         if (getenv("FENWA_RENEW") != nullptr)
             std::ofstream(file(".stderr"), std::ios::binary) << ended.err;
@@ -53,13 +53,13 @@ class GraphFile : public HostTest, public testing::WithParamInterface<std::strin
 };
 
 TEST_P(GraphFile, IsAnsweredWithItsText) {
-    static const std::regex form(R"(# (?:fenwa (.*): )?exit code (\d+))");
+    static const Pattern form(R"(# (?:fenwa (.*): )?exit code (\d+))");
     std::istringstream graph(content_of(file(".toml")));
     std::string first_line;
     std::getline(graph, first_line);
-    std::smatch found;
-    const int code = std::regex_match(first_line, found, form) ? std::stoi(found[2]) : 78;
-    if (found.empty() || !found[1].matched) {
+    const Groups found = form.match(first_line);
+    const int code = found.empty() ? 78 : std::stoi(found[2]);
+    if (found.empty() || found[1].empty()) {
         EXPECT_EQ(expect_said({"check"}, code), "");
         // Without a bus: the mistakes are found before anything is started.
         EXPECT_EQ(expect_said({"run", "--bus", "unix:path=/no/bus"}, code), exit_line(code));

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -42,18 +42,17 @@ class GraphPicture : public HostTest {
 };
 
 TEST_F(GraphPicture, OfARunningHostIsThatOfItsFileWithValuesAndIsFoundByItsName) {
-    static const std::regex value(
+    static const Pattern value(
         "<BR/><FONT COLOR=\"#0b5394\" POINT-SIZE=\"12\"><B>([^<]*)</B>"
         "</FONT>");
     for (const std::string option : {"--control", "--control=com.example.Drawn"}) {
         start(counted_ticks, {option});
         const Ended ended = fenwa({"graph", "--bus", bus(), option});
         expect_end(ended);
-        EXPECT_EQ(std::regex_replace(ended.out, value, ""), draw(counted_ticks).out);
+        EXPECT_EQ(value.replace(ended.out, ""), draw(counted_ticks).out);
         Words values;
-        for (std::sregex_iterator each(ended.out.begin(), ended.out.end(), value), end; each != end;
-             ++each)
-            values.push_back((*each)[1]);
+        for (const Groups& shown : value.find_all(ended.out))
+            values.push_back(shown[1]);
         EXPECT_EQ(values, (Words{"0.0", "true", "no tick yet", "0.0", "no tick yet"}));
     }
 }

@@ -1,11 +1,11 @@
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 
 #include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 
 namespace test {
@@ -131,8 +131,8 @@ std::string block(const std::string& name, const std::string& type, const std::s
 }
 
 std::string without_times(const std::string& lines) {
-    static const std::regex time(R"("time":[-+.e0-9]+)");
-    return std::regex_replace(lines, time, R"("time":0)");
+    static const Pattern time(R"("time":[-+.e0-9]+)");
+    return time.replace(lines, R"("time":0)");
 }
 
 std::string exit_line(int code) {
@@ -154,7 +154,7 @@ std::string messages(const std::string& lines) {
     std::istringstream stream(lines);
     std::string all;
     for (std::string line; std::getline(stream, line);) {
-        const auto event = nlohmann::json::parse(line);
+        const auto event = common::parse_json(line, "the text");
         if (event.at("event") == "log")
             all += event.at("message").get<std::string>() + '\n';
     }

@@ -1,12 +1,12 @@
 #include <atomic>
 #include <csignal>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
 #include "tests/integration/host/control_client.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace test {
 namespace {
@@ -51,7 +51,7 @@ class ReloadUnderLoad : public HostTest {
         std::istringstream lines(lines_with(out, "\"int_out\""));
         int value = 0;
         for (std::string line; std::getline(lines, line);)
-            EXPECT_EQ(nlohmann::json::parse(line).at("value"), ++value);
+            EXPECT_EQ(common::parse_json(line, "the text").at("value"), ++value);
         return value;
     }
 

@@ -1,9 +1,9 @@
 #include <chrono>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace test {
 namespace {
@@ -123,7 +123,7 @@ TEST_F(Timer, EachHasItsOwnPeriodWithConsecutiveTicks) {
     std::istringstream lines(lines_with(ended.out, "\"fast\""));
     std::vector<double> times;
     for (std::string line; std::getline(lines, line);) {
-        const auto event = nlohmann::json::parse(line);
+        const auto event = common::parse_json(line, "the text");
         times.push_back(event.at("time").get<double>());
         EXPECT_EQ(event.at("value").at("ticks"), times.size());
         EXPECT_EQ(event.at("value").at("period_ms"), 20);

@@ -1,8 +1,8 @@
-#include <nlohmann/json.hpp>
-#include <regex>
 
 #include "tests/integration/host/control_client.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -34,7 +34,7 @@ class Set : public HostTest {
     /// between.
     std::string changes() {
         EXPECT_TRUE(host().wait_for_text(": run"));
-        return std::regex_replace(log(), std::regex(R"(\ba: run\n)"), "");
+        return Pattern(R"(\ba: run\n)").replace(log(), "");
     }
     std::string log() {
         const Ended ended = host().terminate();
@@ -103,7 +103,8 @@ TEST_F(Set, ShowsInTheDescriptionAlsoTextThatDBusDoesNotCarry) {
               "ok");
     const std::string described = client.describe();
     EXPECT_NE(described.find(R"("note":"x\ufffe\u00e9")"), described.npos) << described;
-    const auto settings = nlohmann::json::parse(described).at("blocks").at(0).at("settings");
+    const auto settings =
+        common::parse_json(described, "the text").at("blocks").at(0).at("settings");
     EXPECT_EQ(settings.at("hidden"), 8);
     EXPECT_EQ(settings.at("level"), 4);
 }

@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <regex>
 #include <sstream>
 
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -13,8 +13,8 @@ class TextLines : public HostTest {
                    const std::string& seconds = "0.1") const {
         Ended ended = run(graph, Words{"--format", "text", "--for", seconds} + more);
         // Two blanks, or a colour's code, come between the time and the name.
-        static const std::regex time("(^|\n|\x1b\\[2m) *[0-9]+\\.[0-9]{3}(?=  |\x1b)");
-        ended.out = std::regex_replace(ended.out, time, "$1TIME");
+        static const Pattern time("(^|\n|\x1b\\[2m) *[0-9]+\\.[0-9]{3}(?=  |\x1b)");
+        ended.out = time.replace(ended.out, "$1TIME");
         return ended;
     }
 };
@@ -41,7 +41,7 @@ TIME  s.out = 1.0
 TIME  s.out = 2.0
 TIME  p.stopped = 1
 )");
-    EXPECT_EQ(std::regex_replace(ended.err, std::regex(R"(in 0\.\d s)"), "in SECONDS"),
+    EXPECT_EQ(Pattern(R"(in 0\.\d s)").replace(ended.err, "in SECONDS"),
               "info: p: constructor\ninfo: p: setup\ninfo: p: start\nfenwa: ready\n"
               "info: p: run\ninfo: s: run\ninfo: repeated 1 time in SECONDS: s: run\n"
               "info: p: stop\ninfo: p: destructor\nfenwa: stopped\n");
@@ -164,11 +164,10 @@ TEST_F(RepeatedLog, ThatGoesOnIsCountedEachSecondAndAtTheEndAndNoLineIsLost) {
     const long told = count_lines(ended.err, "info: b: no answer");
     long repeated = 0;
     double longest = 0.0;
-    static const std::regex number("info: repeated ([0-9]+) times? in ([0-9.]+) s: b: no answer");
-    for (std::sregex_iterator each(ended.err.begin(), ended.err.end(), number), end; each != end;
-         ++each) {
-        repeated += std::stol((*each)[1]);
-        longest = std::max(longest, std::stod((*each)[2]));
+    static const Pattern number("info: repeated ([0-9]+) times? in ([0-9.]+) s: b: no answer");
+    for (const Groups& each : number.find_all(ended.err)) {
+        repeated += std::stol(each[1]);
+        longest = std::max(longest, std::stod(each[2]));
     }
     EXPECT_EQ(told + repeated, lines) << ended.err;
     EXPECT_LT(told, lines / 10) << "more than one where the machine stands still";

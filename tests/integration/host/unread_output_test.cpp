@@ -1,8 +1,8 @@
-#include <nlohmann/json.hpp>
-#include <regex>
 
 #include "tests/integration/host/datagram_socket.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -33,12 +33,13 @@ class UnreadOutput : public HostTest {
     }
 
     /// Expects that every line has come or is counted among the dropped ones.
-    static void expect_all(int lines, const std::string& text, const std::regex& dropped) {
+    static void expect_all(int lines, const std::string& text, const Pattern& dropped) {
         long sum = 0;
         long told = 0;
-        for (std::sregex_iterator each(text.begin(), text.end(), dropped), end; each != end;
-             ++each, ++told)
-            sum += std::stol((*each)[1]);
+        for (const Groups& each : dropped.find_all(text)) {
+            sum += std::stol(each[1]);
+            ++told;
+        }
         EXPECT_GT(sum, 0);
         EXPECT_GT(count_lines(text) - told, 1000);
         // With what is logged before the flood, and the events of the start and the end.
@@ -56,9 +57,9 @@ TEST_F(UnreadOutput, StopsNoBlockAndItsLinesAreDroppedAndCounted) {
     const Ended json = run_unread(20000, "json");
     EXPECT_EQ(json.err, "");
     expect_all(20000, json.out,
-               std::regex(R"re(\{"event":"dropped","time":[^,]*,"lines":(\d+)\}\n)re"));
+               Pattern(R"re(\{"event":"dropped","time":[^,]*,"lines":(\d+)\}\n)re"));
     expect_all(20000, run_unread(20000, "text").err,
-               std::regex("fenwa: dropped (\\d+) lines here, because nobody read them\n"));
+               Pattern("fenwa: dropped (\\d+) lines here, because nobody read them\n"));
 }
 
 TEST_F(UnreadOutput, IsNotGivenUpWhenTheReaderIsMerelySlow) {
@@ -94,8 +95,8 @@ TEST_F(UnreadOutput, KeepsItsOrderWhereBothStreamsLeadToTheSamePlace) {
     const Ended ended =
         run_in_shell(R"(exec "$@" 2>&1)", blocks, {"--format", "text", "--for", "0.1"});
     const std::string stops = lines_with(ended.out, "stop");
-    EXPECT_EQ(std::regex_replace(stops.substr(0, stops.find("fenwa: stopped")),
-                                 std::regex("(^|\n)(info: | *[0-9.]+  )"), "$1"),
+    EXPECT_EQ(Pattern("(^|\n)(info: | *[0-9.]+  )")
+                  .replace(stops.substr(0, stops.find("fenwa: stopped")), "$1"),
               wanted);
 }
 

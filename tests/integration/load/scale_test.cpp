@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
 #include "tests/integration/load/load_scene.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace test {
 namespace {
@@ -46,7 +46,7 @@ class Scale : public LoadScene {
     std::chrono::milliseconds until_published(std::size_t count) {
         std::set<std::string> blocks;
         const auto is_last = [&](const std::string& line) {
-            const auto event = nlohmann::json::parse(line);
+            const auto event = common::parse_json(line, "the text");
             if (event.at("event") == "output")
                 blocks.insert(event.at("block"));
             return blocks.size() == count;

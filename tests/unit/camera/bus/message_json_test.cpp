@@ -74,9 +74,9 @@ TEST_F(MessageJsonTest, AMessageThatIsStillBeingWrittenCannotBeRead) {
 }
 
 TEST(ArgumentsText, SeparatesWithCommas) {
-    EXPECT_EQ(arguments_text(common::Json::parse("[]")), "");
-    EXPECT_EQ(arguments_text(common::Json::parse(R"([3])")), "3");
-    EXPECT_EQ(arguments_text(common::Json::parse(R"([3,0.5,"main",[1]])")),
+    EXPECT_EQ(arguments_text(common::parse_json("[]", "the text")), "");
+    EXPECT_EQ(arguments_text(common::parse_json(R"([3])", "the text")), "3");
+    EXPECT_EQ(arguments_text(common::parse_json(R"([3,0.5,"main",[1]])", "the text")),
               R"(3, 0.5, "main", [1])");
 }
 

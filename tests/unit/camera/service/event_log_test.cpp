@@ -1,11 +1,11 @@
 #include "camera/service/event_log.hpp"
+#include "tests/support/pattern.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -38,7 +38,7 @@ TEST_F(EventLogTest, NoTextForgesALineOrReachesTheTerminal) {
     EventLog text = event_log(EventFormat::text);
     text.error_reply("x\n\x1b[2J", "M\n", "r\r", "n\x7f", "m\u202e\xff");
     text.signal("overlay", "Changed", common::Json::array({"a\n\x7f\u009b"}));
-    EXPECT_EQ(std::regex_replace(written(), std::regex(" +[0-9.]+  "), ""),
+    EXPECT_EQ(test::Pattern(" +[0-9.]+  ").replace(written(), ""),
               "x\\n\\x1b[2J: refuses r\\r, M\\n: n\\u007f: m\\u202e\\xff\n"
               "overlay: signals Changed(\"a\\n\\u007f\\u009b\")\n");
 }

@@ -29,7 +29,7 @@ Read read_json(const Json& options) {
     return read;
 }
 Read read(const std::string& options) {
-    return read_json(Json::parse(options));
+    return read_json(common::parse_json(options, "the text"));
 }
 
 TEST(FaultOptions, ReadEveryOption) {

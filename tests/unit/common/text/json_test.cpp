@@ -1,9 +1,9 @@
 #include "common/text/json.hpp"
+#include "tests/support/json_printing.hpp"
 
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <string>
 
 namespace common {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include "host/value/port_value.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace host {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <cmath>
 #include <limits>
-#include <nlohmann/json.hpp>
 
 #include "framework/shared/configuration_access.hpp"
+#include "tests/support/json_printing.hpp"
 
 namespace host {
 namespace {

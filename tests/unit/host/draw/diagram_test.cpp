@@ -4,11 +4,11 @@
 
 #include <cstdio>
 #include <map>
-#include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 
 #include "host/draw/dot.hpp"
+#include "tests/support/json_printing.hpp"
+#include "tests/support/pattern.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 namespace host {
@@ -155,7 +155,7 @@ TEST(DiagramTest, GraphvizDrawsEveryNameAsItIs) {
     for (const auto& [name, text] : names) {
         const std::string svg = drawn(name);
         EXPECT_NE(svg.find(">" + text + "</text>"), std::string::npos) << name << '\n' << svg;
-        const std::string hover = std::regex_replace(text, std::regex("\\\\"), "⧵");
+        const std::string hover = test::Pattern("\\\\").replace(text, "⧵");
         EXPECT_NE(svg.find("xlink:title=\"" + hover + " (" + hover + ")\""), std::string::npos)
             << name << '\n'
             << svg;

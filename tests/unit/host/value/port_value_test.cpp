@@ -1,7 +1,7 @@
 #include "host/value/port_value.hpp"
+#include "tests/support/json_printing.hpp"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 namespace host {
 namespace {
