@@ -6,7 +6,6 @@
 
 #include "common/text/line_text.hpp"
 
-template class nlohmann::basic_json<>;
 template class nlohmann::basic_json<nlohmann::ordered_map>;
 
 namespace common {
@@ -66,6 +65,10 @@ AnyJson parse_json(std::string_view text, const std::string& what) {
     } catch (const nlohmann::json::exception& error) {
         throw JsonError(what + " holds a number out of range: " + reason(error, "] "));
     }
+}
+
+Json parse_line(std::string_view line) {
+    return Json::parse(line, nullptr, false);
 }
 
 template nlohmann::json parse_json(std::string_view text, const std::string& what);

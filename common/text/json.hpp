@@ -48,4 +48,8 @@ class JsonError : public std::runtime_error {
 template <class AnyJson = Json>
 [[nodiscard]] AnyJson parse_json(std::string_view text, const std::string& what);
 
+/// Parses a line of a child process, which may hold anything.
+/// @returns a discarded value, neither an object nor an array, if it is not JSON.
+[[nodiscard]] Json parse_line(std::string_view line);
+
 }  // namespace common

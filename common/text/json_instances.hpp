@@ -1,6 +1,5 @@
 #pragma once
 
-// Precompiled after <nlohmann/json.hpp> (CMakeLists.txt): json.cpp instantiates the two classes
-// once, and no other source does.
-extern template class nlohmann::basic_json<>;
+// Precompiled after <nlohmann/json.hpp> (CMakeLists.txt): json.cpp instantiates the class once, and
+// no other source does.
 extern template class nlohmann::basic_json<nlohmann::ordered_map>;

@@ -194,7 +194,7 @@ class Prober {
         phase_ = "its entry point";
         const common::ChildEnd end = common::run_in_child(
             [this](const common::LineSender& send) { work(send); }, job_.limit,
-            [this](const std::string& line) { return receive(Json::parse(line, nullptr, false)); });
+            [this](const std::string& line) { return receive(common::parse_line(line)); });
         if (at_ == At::end)
             return true;
         lose(end);

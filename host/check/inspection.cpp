@@ -184,7 +184,7 @@ std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
         },
         plugin.limit,
         [&](const std::string& line) {
-            Json message = Json::parse(line, nullptr, false);
+            Json message = common::parse_line(line);
             if (!message.is_object())  // the plug-in may write lines of its own
                 return false;
             if (message.contains("end"))
