@@ -97,6 +97,11 @@ class BlockDriver {
 
 /// Where everything about a block is recorded, in one journal.
 struct Recorders {
+    Recorders();
+    Recorders(const Recorders&) = delete;
+    Recorders& operator=(const Recorders&) = delete;
+    ~Recorders();
+
     std::shared_ptr<EffectJournal> journal = EffectJournal::shared();
     LogRecorder log;
     DebugStoreRecorder debug;
@@ -110,7 +115,9 @@ class BlockTest : public testing::Test {
   protected:
     using Journal = std::vector<std::string>;
 
-    void TearDown() override { journal.remark_with({}); }
+    BlockTest();
+    ~BlockTest() override;
+    void TearDown() override;
 
     /// All effects since the last time, in their order.
     [[nodiscard]] Journal take() { return journal.take(); }

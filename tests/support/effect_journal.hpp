@@ -1,14 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <charconv>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "fenwa/port.hpp"
@@ -44,67 +39,28 @@ inline constexpr unsigned all = reading - 1;
 class EffectJournal {
   public:
     /// The journal of the recorders that live now; a new one for the first of them.
-    static std::shared_ptr<EffectJournal> shared() {
-        std::shared_ptr<EffectJournal> journal = living_.lock();
-        if (journal == nullptr)
-            living_ = journal = std::make_shared<EffectJournal>();
-        return journal;
-    }
+    static std::shared_ptr<EffectJournal> shared();
     /// The same, or null when nothing is recorded.
-    static std::shared_ptr<EffectJournal> current() { return living_.lock(); }
+    static std::shared_ptr<EffectJournal> current();
 
-    EffectJournal() = default;
+    EffectJournal();
     EffectJournal(const EffectJournal&) = delete;
     EffectJournal& operator=(const EffectJournal&) = delete;
-    ~EffectJournal() {
-        for (const std::string& entry : take(effect::to_be_seen))
-            ADD_FAILURE() << "nobody looked at: " << entry;
-    }
+    ~EffectJournal();
 
-    void record(unsigned kind, const std::string& entry) {
-        const std::lock_guard lock(mutex_);
-        record_publications();
-        append(kind, entry);
-    }
+    void record(unsigned kind, const std::string& entry);
 
     /// The entries of these kinds since the last time that they were taken; others stay.
-    [[nodiscard]] std::vector<std::string> take(unsigned kinds = effect::all) {
-        const std::lock_guard lock(mutex_);
-        record_publications();
-        std::vector<std::string> taken;
-        std::erase_if(entries_, [&](Entry& entry) {
-            if ((entry.kind & kinds) != 0)
-                taken.push_back(std::move(entry.text));
-            return (entry.kind & kinds) != 0;
-        });
-        return taken;
-    }
+    [[nodiscard]] std::vector<std::string> take(unsigned kinds = effect::all);
 
     /// Called with each entry at the moment of its effect; what it returns is put behind it.
-    void remark_with(std::function<std::string(const std::string& entry)> remark) {
-        remark_ = std::move(remark);
-    }
+    void remark_with(std::function<std::string(const std::string& entry)> remark);
 
     // The ports of a block, from when it makes them to its destruction.
 
-    void add_port(const Fenwa::Block& block, Fenwa::Port& port) {
-        const std::lock_guard lock(mutex_);
-        ports_.push_back({&block, &port});
-    }
-    void forget_ports(const Fenwa::Block& block) {
-        const std::lock_guard lock(mutex_);
-        record_publications();
-        std::erase_if(ports_, [&block](const OwnedPort& port) { return port.block == &block; });
-    }
-    [[nodiscard]] std::vector<const Fenwa::Port*> ports(const Fenwa::Block& block) {
-        const std::lock_guard lock(mutex_);
-        std::vector<const Fenwa::Port*> found;
-        for (const auto& [owner, port] : ports_) {
-            if (owner == &block)
-                found.push_back(port);
-        }
-        return found;
-    }
+    void add_port(const Fenwa::Block& block, Fenwa::Port& port);
+    void forget_ports(const Fenwa::Block& block);
+    [[nodiscard]] std::vector<const Fenwa::Port*> ports(const Fenwa::Block& block);
 
   private:
     struct Entry {
@@ -116,36 +72,13 @@ class EffectJournal {
         Fenwa::Port* port;
     };
 
-    void append(unsigned kind, const std::string& entry) {
-        entries_.push_back({kind, remark_ ? entry + remark_(entry) : entry});
-    }
+    void append(unsigned kind, const std::string& entry);
 
     /// A publication calls nothing that could be intercepted: it leaves a mark at the port. It has
     /// happened since the effect before, and its mark is taken away as a host does.
-    void record_publications() {
-        for (const auto& [block, port] : ports_) {
-            auto* const output = dynamic_cast<Fenwa::OutPortInternal*>(port);
-            if (output == nullptr || !output->is_triggered())
-                continue;
-            output->reset(true);
-            append(effect::publication, "publish " + output->name() + " = " + value_of(*output));
-        }
-    }
+    void record_publications();
 
-    [[nodiscard]] static std::string value_of(const Fenwa::OutPortInternal& port) {
-        if (const auto* const flag = dynamic_cast<const Fenwa::OutPort<bool>*>(&port))
-            return flag->value ? "true" : "false";
-        if (const auto* const number = dynamic_cast<const Fenwa::OutPort<float>*>(&port))
-            return number_text(number->value);
-        return number_text(dynamic_cast<const Fenwa::OutPort<double>&>(port).value);
-    }
-    template <class Number>
-    [[nodiscard]] static std::string number_text(Number number) {
-        char text[64];
-        return {text, std::to_chars(text, text + sizeof(text), number).ptr};
-    }
-
-    static inline std::weak_ptr<EffectJournal> living_;
+    static std::weak_ptr<EffectJournal> living_;
 
     std::recursive_mutex mutex_;  // a remark may have effects of its own
     std::vector<Entry> entries_;

@@ -227,8 +227,15 @@ class BlockFixture : public BlockTest {
     [[nodiscard]] Fenwa::OutPort<Value>& output(const std::string& name) {
         return *dynamic_cast<Fenwa::OutPort<Value>*>(block().get_outport(name));
     }
-    [[nodiscard]] bool match_held() { return *LayoutProbe::match_slot_field(block()) != nullptr; }
-    [[nodiscard]] bool call_pending() { return *LayoutProbe::call_slot_field(block()) != nullptr; }
+    // Templates, because not each block has such a field.
+    template <class Block = T>
+    [[nodiscard]] bool match_held() {
+        return *LayoutProbe::match_slot_field(static_cast<Block&>(block())) != nullptr;
+    }
+    template <class Block = T>
+    [[nodiscard]] bool call_pending() {
+        return *LayoutProbe::call_slot_field(static_cast<Block&>(block())) != nullptr;
+    }
 
   private:
     std::optional<BlockDriver<T>> driver_;

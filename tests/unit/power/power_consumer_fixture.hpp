@@ -4,6 +4,8 @@
 
 #include "tests/unit/block_fixture.hpp"
 
+extern template class support::BlockFixture<blocks::PowerConsumer>;
+
 namespace consumer_test {
 
 using blocks::PowerConsumer;

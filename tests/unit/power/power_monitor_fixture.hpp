@@ -4,6 +4,8 @@
 
 #include "tests/unit/block_fixture.hpp"
 
+extern template class support::BlockFixture<blocks::PowerMonitor>;
+
 namespace monitor_test {
 
 using blocks::PowerMonitor;

@@ -5,6 +5,8 @@
 
 #include "tests/unit/temperature/controller_texts.hpp"
 
+extern template class support::BlockFixture<blocks::TemperatureMonitor>;
+
 namespace monitor_test {
 
 using namespace temperature_test;

@@ -4,6 +4,8 @@
 
 #include "tests/unit/temperature/controller_texts.hpp"
 
+extern template class support::BlockFixture<blocks::TemperatureReader>;
+
 namespace reader_test {
 
 using namespace temperature_test;

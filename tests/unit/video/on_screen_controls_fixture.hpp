@@ -6,6 +6,8 @@
 
 #include "tests/unit/block_fixture.hpp"
 
+extern template class support::BlockFixture<blocks::OnScreenControls>;
+
 namespace controls_test {
 
 using blocks::ControlsState;

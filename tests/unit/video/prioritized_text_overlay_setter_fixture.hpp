@@ -4,6 +4,8 @@
 
 #include "tests/unit/block_fixture.hpp"
 
+extern template class support::BlockFixture<blocks::PrioritizedTextOverlaySetter>;
+
 namespace overlay_test {
 
 using blocks::PrioritizedTextOverlaySetter;

@@ -5,6 +5,8 @@
 #include "fenwa/sdbus_error.hpp"
 #include "tests/unit/block_fixture.hpp"
 
+extern template class support::BlockFixture<blocks::VideoReady>;
+
 namespace ready_test {
 
 using blocks::VideoReady;
