@@ -35,6 +35,21 @@ Option format_option(const std::string& subject, EventFormat& format) {
             }};
 }
 
+Option timestamps_option(Timestamps& timestamps) {
+    return {.name = "--timestamps",
+            .choices = {"relative", "wall", "none"},
+            .help =
+                "Time in front of each line of text: seconds since the start, date and time, "
+                "or none",
+            .default_text = "relative",
+            .take = [&timestamps](const std::string& word) {
+                timestamps = word == "wall"   ? Timestamps::wall
+                             : word == "none" ? Timestamps::none
+                                              : Timestamps::relative;
+                return std::string();
+            }};
+}
+
 Option color_option(ColorChoice& color) {
     return {.name = "--color",
             .choices = {"auto", "always", "never"},

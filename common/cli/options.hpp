@@ -20,6 +20,9 @@ namespace common {
 /// @param subject what has the format: "the event lines".
 [[nodiscard]] Option format_option(const std::string& subject, EventFormat& format);
 
+/// `--timestamps relative|wall|none`.
+[[nodiscard]] Option timestamps_option(Timestamps& timestamps);
+
 /// `--color auto|always|never`.
 [[nodiscard]] Option color_option(ColorChoice& color);
 

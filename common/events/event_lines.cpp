@@ -1,9 +1,27 @@
 #include "common/events/event_lines.hpp"
 
 #include <fmt/format.h>
+
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 namespace common {
+namespace {
+
+/// "2026-01-31T12:34:56.789+01:00"
+std::string wall_time() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char date[32];
+    strftime(date, sizeof date, "%FT%T", &local);
+    char offset[8];
+    strftime(offset, sizeof offset, "%z", &local);
+    return fmt::format("{}.{:03}{:.3}:{}", date, now.tv_nsec / 1'000'000, offset, offset + 3);
+}
+
+}  // namespace
 
 void EventLines::write_json(std::string_view event, const Json& members) {
     const std::string object = common::json_line(members);
@@ -15,7 +33,15 @@ void EventLines::write_json_members(std::string_view event, std::string_view mem
 }
 
 void EventLines::write_text(std::string_view text) {
-    write(fmt::format("{}{:8.3f}{}  {}\n", palette_.dim, seconds(), palette_.reset, text));
+    write(fmt::format("{}{}\n", stamp(palette_), text));
+}
+
+std::string EventLines::stamp(const Palette& palette) const {
+    if (timestamps_ == Timestamps::none)
+        return {};
+    const std::string time =
+        timestamps_ == Timestamps::wall ? wall_time() : fmt::format("{:8.3f}", seconds());
+    return fmt::format("{}{}{}  ", palette.dim, time, palette.reset);
 }
 
 std::string EventLines::json_event(std::string_view event, std::string_view members) const {

@@ -14,19 +14,29 @@ namespace common {
 /// text: lines for people. json: one JSON object a line, for programs.
 enum class EventFormat { text, json };
 
+/// The time in front of a line of text: seconds since the start, the local date and time with the
+/// offset from UTC, or none.
+enum class Timestamps { relative, wall, none };
+
 /// Writes what happens on stdout, one line an event, each at once and whole. Times count from the
-/// construction. Any thread.
+/// start of a `Stopwatch`. Any thread.
 class EventLines {
   public:
     /// @param out outlives this object.
     /// @param color of text; JSON has none.
-    EventLines(StandardOutput& out, EventFormat format, ColorChoice color)
-        : out_(out), format_(format), palette_(use_color(color, stdout)) {}
+    /// @param timestamps of text; JSON has seconds since the start.
+    EventLines(StandardOutput& out, EventFormat format, ColorChoice color,
+               Timestamps timestamps = Timestamps::relative)
+        : out_(out), format_(format), timestamps_(timestamps), palette_(use_color(color, stdout)) {}
 
     [[nodiscard]] EventFormat format() const noexcept { return format_; }
     /// Empty sequences where text has no colours.
     [[nodiscard]] const Palette& palette() const noexcept { return palette_; }
     [[nodiscard]] double seconds() const { return watch_.seconds(); }
+    /// The start from which the times count.
+    [[nodiscard]] const Stopwatch& watch() const noexcept { return watch_; }
+    /// The time in front of a line of text, two blanks after it; empty without timestamps.
+    [[nodiscard]] std::string stamp(const Palette& palette) const;
 
     /// Writes {"event":EVENT,"time":SECONDS,…}.
     /// @param members an object.
@@ -44,6 +54,7 @@ class EventLines {
 
     StandardOutput& out_;
     EventFormat format_;
+    Timestamps timestamps_;
     Palette palette_;
     Stopwatch watch_;
     std::mutex mutex_;

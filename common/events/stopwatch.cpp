@@ -1,0 +1,42 @@
+#include "common/events/stopwatch.hpp"
+
+#include <fmt/core.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+
+#include "common/text/number_text.hpp"
+
+namespace common {
+namespace {
+
+using std::chrono::microseconds;
+
+microseconds now() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return std::chrono::duration_cast<microseconds>(std::chrono::seconds(time.tv_sec) +
+                                                    std::chrono::nanoseconds(time.tv_nsec));
+}
+
+microseconds shared_start(microseconds fallback) {
+    const char* const text = std::getenv(Stopwatch::variable);
+    const auto start = text == nullptr ? std::nullopt : parse_number<std::int64_t>(text);
+    const bool is_valid = start && *start >= 0 && microseconds(*start) <= fallback;
+    return is_valid ? microseconds(*start) : fallback;
+}
+
+}  // namespace
+
+Stopwatch::Stopwatch() : start_(shared_start(now())) {}
+
+double Stopwatch::seconds() const {
+    return static_cast<double>((now() - start_).count()) / 1e6;
+}
+
+std::string Stopwatch::to_environment() const {
+    return fmt::format("{}={}", variable, start_.count());
+}
+
+}  // namespace common
