@@ -36,4 +36,9 @@ void ReadyQueue::about_to_run(Block& block) noexcept {
     block.state_->queued.store(false);
 }
 
+bool ReadyQueue::retire(Block& block) noexcept {
+    // As if the queue held it for good.
+    return block.state_->queued.exchange(true);
+}
+
 }  // namespace Fenwa

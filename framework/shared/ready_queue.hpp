@@ -30,6 +30,12 @@ class FENWA_API ReadyQueue {
     /// that no fire is lost. Host's thread.
     static void about_to_run(Block& block) noexcept;
 
+    /// From here on no fire adds the block, which is about to be destroyed. Host's thread.
+    /// @returns whether it had become ready and has not run since: the queue, or whoever emptied
+    /// it,
+    ///          holds it, or another thread is adding it just now.
+    [[nodiscard]] static bool retire(Block& block) noexcept;
+
   private:
     std::function<void()> wake_;
     std::atomic<Block*> newest_{nullptr};

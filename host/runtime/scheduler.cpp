@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <unordered_set>
 
 #include "common/bus/callback.hpp"
 
@@ -218,6 +219,33 @@ void Scheduler::let_try(Fenwa::Block& block) {
         return;
     held_.push_back(&block);
     request_pass();
+}
+
+void Scheduler::forget(const std::vector<Fenwa::Block*>& blocks) {
+    std::unordered_set<const Fenwa::Block*> ready;
+    for (Fenwa::Block* block : blocks) {
+        accounts_.erase(block);
+        const bool awaits_its_turn = refused_.forget(*block);
+        if (Fenwa::ReadyQueue::retire(*block) && !awaits_its_turn)
+            ready.insert(block);
+    }
+    const auto drop_from = [&ready](std::deque<Fenwa::Block*>& list) {
+        std::erase_if(list, [&](const Fenwa::Block* block) { return ready.erase(block) != 0; });
+    };
+    decltype(waiting_) still_waiting;
+    for (; !waiting_.empty(); waiting_.pop()) {
+        if (ready.erase(waiting_.top().block) == 0)
+            still_waiting.push(waiting_.top());
+    }
+    waiting_ = std::move(still_waiting);
+    for (std::deque<Fenwa::Block*>* list : {&held_, &retrying_, &fired_})
+        drop_from(*list);
+    // One that another thread is adding just now comes at once.
+    for (; !ready.empty(); std::this_thread::yield()) {
+        for (Fenwa::Block* block : queue_.take())
+            fired_.push_back(block);
+        drop_from(fired_);
+    }
 }
 
 void Scheduler::run_within_budget(Fenwa::Block& block) {

@@ -68,6 +68,10 @@ class Scheduler {
     /// Something has changed for this block: it need not wait for its turn.
     void let_try(Fenwa::Block& block);
 
+    /// From here on these blocks, which are about to be destroyed, neither run nor are referred to.
+    /// Between two passes.
+    void forget(const std::vector<Fenwa::Block*>& blocks);
+
     /// From here on passes are made; blocks that became ready before run first.
     void enable();
     /// No pass is made any more.

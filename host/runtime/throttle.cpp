@@ -82,6 +82,12 @@ bool RefusedMatches::remove(Fenwa::Block& block) {
     return true;
 }
 
+bool RefusedMatches::forget(Fenwa::Block& block) {
+    if (trying_ == &block)
+        trying_ = nullptr;
+    return remove(block);
+}
+
 void RefusedMatches::clear() {
     blocks_.clear();
     waiting_.clear();

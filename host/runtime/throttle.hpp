@@ -109,6 +109,8 @@ class RefusedMatches {
     void installed(Fenwa::Block& block);
     /// The block's runs do not wait any more. @returns whether one waited, which the caller makes.
     bool remove(Fenwa::Block& block);
+    /// The same for a block that is about to be destroyed.
+    bool forget(Fenwa::Block& block);
     void clear();
 
     /// Whether the block's runs have to wait.

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <ctime>
+#include <memory>
+#include <thread>
 
 #include "framework/algo-tools/connection_tools.hpp"
 #include "framework/shared/host_access.hpp"
@@ -155,6 +158,41 @@ TEST_F(SchedulerTest, WhatABlockThrowsEndsTheLoopAndIsKept) {
     EXPECT_THROW(std::rethrow_exception(scheduler_.failure()), std::runtime_error);
 }
 
+TEST_F(SchedulerTest, ForgottenBlockRunsNoMoreAndTheOthersKeepTheirOrder) {
+    scheduler_.enable();
+    for (Fired* block : {&a_, &b_, &c_})
+        block->port->fire();
+    scheduler_.forget({&b_});
+    b_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "ac");
+    scheduler_.forget({&a_});
+    a_.port->fire();
+    c_.port->fire();
+    serve();
+    EXPECT_EQ(ran_, "acc");
+}
+
+TEST_F(SchedulerTest, BlockThatAnotherThreadFiresIsForgottenTooAndMayBeDestroyed) {
+    scheduler_.enable();
+    for (int i = 0; i < 300; ++i) {
+        const auto block = std::make_unique<Fired>("x");
+        Fenwa::HostAccess::adopt(*block, tools_, scheduler_.queue());
+        std::atomic<bool> over = false;
+        std::thread firing([&] {
+            while (!over)
+                block->port->fire();
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(i));
+        scheduler_.forget({block.get()});
+        over = true;
+        firing.join();
+    }
+    a_.port->fire();
+    serve_until_ran(1);
+    EXPECT_EQ(ran_, "a");
+}
+
 /// Three runs at once, then one each 20 ms.
 class PacedScheduler : public SchedulerTest {
   protected:
@@ -209,6 +247,16 @@ TEST_F(PacedScheduler, ThoseThatWaitTakeTurns) {
         block->port->fire();
     serve_until_ran(9 + 9);
     EXPECT_EQ(ran_, "bacbacbacbacbacbac");
+}
+
+TEST_F(PacedScheduler, ForgottenBlockWaitsNoMore) {
+    during_ = fire_itself;
+    for (Fired* block : {&a_, &b_})
+        block->port->fire();
+    serve();
+    scheduler_.forget({&a_});
+    serve_until_ran(6 + 2);
+    EXPECT_EQ(ran_, "abababbb");
 }
 
 TEST_F(PacedScheduler, NothingThatWaitsRunsAfterItIsDisabled) {
@@ -350,6 +398,20 @@ TEST_F(RetryingScheduler, BlockThatIsAnsweredLateTriesAgainAllTheSame) {
     expect_within_budget(1, seconds, 4e6);
 }
 
+TEST_F(RetryingScheduler, ForgottenBlockHasNoTurn) {
+    charge_runs(1e6);
+    const auto fire_all = [this] {
+        for (Fired* block : {&a_, &b_})
+            block->port->fire();
+    };
+    serve_for(std::chrono::milliseconds(200), fire_all);
+    const std::size_t known = ran_.size();
+    scheduler_.forget({&a_});
+    serve_for(std::chrono::milliseconds(300), fire_all);
+    EXPECT_GT(ran_.size(), known);
+    EXPECT_EQ(ran_.find('a', known), ran_.npos) << ran_;
+}
+
 TEST_F(RetryingScheduler, NobodyWaitsForATurnWhenThePaceIsSet) {
     charge_runs(1e9);
     serve_for(std::chrono::milliseconds(50), [this] { a_.port->fire(); });
@@ -413,6 +475,16 @@ TEST_F(RefusedScheduler, NextFollowsAtOnceWhenTheAnswerComesLaterOrSomethingHasC
     EXPECT_EQ(ran_, "abba") << "nobody waits when the rate limit is set";
 }
 
+TEST_F(RefusedScheduler, ForgottenBlockDoesNotTry) {
+    serve_rounds(20);
+    EXPECT_EQ(ran_, "a");
+    scheduler_.forget({&b_});
+    scheduler_.match_installed(a_);
+    c_.port->fire();
+    serve_rounds(20);
+    EXPECT_EQ(ran_, "ac");
+}
+
 class UnbrakedRefusedScheduler : public RefusedScheduler {
   protected:
     UnbrakedRefusedScheduler() : RefusedScheduler({0, 0.0}) {}
@@ -458,6 +530,17 @@ TEST_F(HoldingScheduler, BlocksGoOnInTheirOrderAsAnswersCome) {
     scheduler_.answered();
     serve();
     EXPECT_EQ(ran_, "ab");
+}
+
+TEST_F(HoldingScheduler, ForgottenBlockIsNotHeld) {
+    a_.port->fire();
+    b_.port->fire();
+    serve();
+    scheduler_.forget({&a_});
+    unanswered_ = 0;
+    scheduler_.answered();
+    serve();
+    EXPECT_EQ(ran_, "b");
 }
 
 TEST_F(HoldingScheduler, BlocksGoOnWhenNoAnswerComes) {
