@@ -103,6 +103,19 @@ std::vector<std::string> BusInterposer::services(const std::string& block) const
     return found == services_.end() ? std::vector<std::string>() : found->second;
 }
 
+void BusInterposer::forget(const std::string& block) {
+    // The answers still count as answered.
+    for (auto& [cookie, pending] : pending_) {
+        if (pending.block != block)
+            continue;
+        pending.block.clear();
+        pending.callback = nullptr;
+    }
+    services_.erase(block);
+    limits_.erase(block);
+    refused_.erase(block);
+}
+
 int BusInterposer::call_async(sd_bus_slot** slot, sd_bus_message* message,
                               sd_bus_message_handler_t callback, void* userdata,
                               std::uint64_t timeout) {

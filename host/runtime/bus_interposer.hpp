@@ -56,6 +56,9 @@ class BusInterposer {
     /// The number of matches that are requested and not answered.
     [[nodiscard]] std::size_t matches_requested() const noexcept { return matches_requested_; }
 
+    /// Forgets a block that is destroyed: the callbacks of calls that it left open are not called.
+    void forget(const std::string& block);
+
     // For the functions that replace those of sd-bus.
     static BusInterposer* of(sd_bus* bus) noexcept;
     /// @param bus null for the message's own.
