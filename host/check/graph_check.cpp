@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "common/process/child_process.hpp"
 #include "framework/shared/host_access.hpp"
@@ -29,7 +30,7 @@ namespace word {
 constexpr const char* plugin = "plugin";      // INDEX: its loading begins
 constexpr const char* unusable = "unusable";  // INDEX, TEXT, HELP, THREW
 constexpr const char* block = "block";        // INDEX: its probe begins
-constexpr const char* phase = "phase";        // TEXT, EXPLORING: begins
+constexpr const char* phase = "phase";        // TEXT, DEPTH: begins
 constexpr const char* made_up = "made up";    // the block has been given a made-up value
 constexpr const char* missing = "missing";    // its type may belong to a missing plug-in
 constexpr const char* input = "input";        // NAME, DATATYPE: was added
@@ -73,7 +74,7 @@ class Worker {
         }
     }
 
-    void probe_block(std::size_t i, bool explore) {
+    void probe_block(std::size_t i, Depth depth) {
         send({word::block, i});
         const BlockEntry& entry = *job_.blocks[i];
         if (job_.types.may_be_missing(entry))
@@ -81,8 +82,10 @@ class Worker {
         Probe probed(entry, job_.types, diagnostics_, job_.strictness, progress());
         if (build(probed)) {
             send_built(probed);
-            if (explore)
+            if (depth != Depth::build)
                 probed.find_unread_keys();
+            if (depth != Depth::build && job_.find_live_keys)
+                probed.find_live_keys(depth);
             if (job_.look)
                 send({word::look, job_.look(probed)});
             probed.destroy();
@@ -98,8 +101,8 @@ class Worker {
     void send(const Json& message) const { send_line_(common::json_line(message)); }
 
     ProbeProgress progress() {
-        return {[this](const char* phase, bool exploring) {
-                    send({word::phase, phase, exploring});
+        return {[this](const char* phase, Depth depth) {
+                    send({word::phase, phase, static_cast<int>(depth)});
                 },
                 [this, sent = false]() mutable {
                     if (!std::exchange(sent, true))
@@ -205,7 +208,7 @@ class Prober {
         Worker worker(job_, diagnostics_, send);
         worker.load_plugins(lost_plugins_);
         for (std::size_t i = next_block_; i < job_.blocks.size(); ++i)
-            worker.probe_block(i, i != next_block_ || explore_);
+            worker.probe_block(i, depth_of(i));
         worker.end();
     }
 
@@ -222,7 +225,8 @@ class Prober {
     bool take(const std::string& word, const Json& message) {
         if (word == word::phase) {
             phase_ = message.at(1);
-            enter(message.at(2) ? At::exploring : At::block, index_);
+            depth_ = static_cast<Depth>(message.at(2).get<int>());
+            enter(depth_ == Depth::build ? At::block : At::exploring, index_);
             return true;
         }
         if (word == word::plugin) {
@@ -290,8 +294,23 @@ class Prober {
         index_ = index;
     }
 
+    /// How far to go with a block: not again to where a child was lost.
+    [[nodiscard]] Depth depth_of(std::size_t i) const {
+        if (i == next_block_ && !explore_)
+            return Depth::build;
+        return spoilt_by_toggling_.count(job_.blocks[i]->type.value) == 0 ? Depth::toggle
+                                                                          : Depth::reconfigure;
+    }
+
     /// A child did not come to its end.
     void lose(const common::ChildEnd& end) {
+        if (at_ == At::exploring && depth_ == Depth::toggle) {
+            // Nobody has asked for a block with these settings.
+            next_block_ = index_;
+            explore_ = true;
+            spoilt_by_toggling_.insert(entry().type.value);
+            return;
+        }
         ++lost_;
         hung_ += end.timed_out ? 1U : 0U;
         const std::string did = common::misbehaviour(end, phase_, job_.limit);
@@ -340,24 +359,26 @@ class Prober {
     Diagnostics& diagnostics_;
     ProbeResult probe_;
     std::vector<std::optional<Unusable>> unusable_;
-    std::vector<bool> lost_plugins_;  ///< the plug-ins that ended a child
-    std::size_t next_block_ = 0;      ///< the first one still to be probed
-    bool explore_ = true;             ///< whether that one is to be explored
+    std::vector<bool> lost_plugins_;            ///< the plug-ins that ended a child
+    std::size_t next_block_ = 0;                ///< the first one still to be probed
+    bool explore_ = true;                       ///< whether that one is to be explored
+    std::set<std::string> spoilt_by_toggling_;  ///< types that ended a child with toggled booleans
     bool is_type_missing_ = false;
     std::size_t lost_ = 0;
     std::size_t hung_ = 0;
 
     At at_ = At::starting;
     std::size_t index_ = 0;  ///< of that plug-in or block
+    Depth depth_ = Depth::build;
     std::string phase_;
     bool made_up_ = false;  ///< the block has been given a made-up value
 };
 
 /// Warns of objects that a bus connection takes from one block only.
-void check_exports(const Graph& graph, const ProbeResult& seen, Diagnostics& diagnostics) {
+void check_exports(const Graph& graph, const BlockReports& blocks, Diagnostics& diagnostics) {
     std::map<std::pair<std::string, std::string>, std::string> exporters;
     for (const BlockEntry& entry : graph.blocks) {
-        for (const auto& object : seen.blocks.at(entry.name).exports) {
+        for (const auto& object : blocks.at(entry.name).exports) {
             const auto& [path, interface] = object;
             const std::string what = fmt::format("'{}' at '{}'", interface, path);
             const std::string name = common::in_quotes(entry.name);
@@ -388,7 +409,17 @@ void check_exports(const Graph& graph, const ProbeResult& seen, Diagnostics& dia
 }  // namespace
 
 ProbeResult probe(const ProbeJob& job, Diagnostics& diagnostics) {
+    if (job.plugins.empty() && job.blocks.empty())
+        return {};
     return Prober(job, diagnostics).run();
+}
+
+void check_graph(const Graph& graph, const BlockReports& blocks, Diagnostics& diagnostics) {
+    check_exports(graph, blocks, diagnostics);
+    PortsByName ports;
+    for (const auto& [name, block] : blocks)
+        ports.emplace(name, block.ports);
+    check_connections(graph, ports, diagnostics);
 }
 
 CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
@@ -402,11 +433,7 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
     for (const BlockEntry& entry : checked.graph->blocks)
         job.blocks.push_back(&entry);
     checked.probe = probe(job, diagnostics);
-    check_exports(*checked.graph, checked.probe, diagnostics);
-    PortsByName ports;
-    for (const auto& [name, block] : checked.probe.blocks)
-        ports.emplace(name, block.ports);
-    check_connections(*checked.graph, ports, diagnostics);
+    check_graph(*checked.graph, checked.probe.blocks, diagnostics);
     // A throw is an error too; it gives the exit code only if it is the only kind of mistake.
     if (diagnostics.errors() == 0)
         checked.code = ExitCode::done;

@@ -29,7 +29,8 @@ struct ProbeJob {
     std::vector<std::string> plugin_dirs;       ///< further folders with plug-ins
     std::vector<const BlockEntry*> blocks;      ///< outlive the probe
     Strictness strictness = Strictness::alone;
-    BlockLook look = {};  ///< called for each block that was built; may be empty
+    BlockLook look = {};          ///< called for each block that was built; may be empty
+    bool find_live_keys = false;  ///< before the look
     /// How long a plug-in may take to load, and a block for its constructor and for its setup.
     std::chrono::microseconds limit = std::chrono::seconds(5);
 };
@@ -42,9 +43,11 @@ struct BlockReport {
     common::SharedJson look;  ///< null without a look, or if the block was not built
 };
 
+using BlockReports = std::map<std::string, BlockReport>;  ///< by the blocks' names
+
 /// The findings about all blocks, apart from the diagnostics.
 struct ProbeResult {
-    std::map<std::string, BlockReport> blocks;  ///< each one of the job, by name
+    BlockReports blocks;  ///< each one of the job
     /// Plug-ins and blocks that threw something other than a ConfigurationError, crashed, hung or
     /// ended the process; each is an error.
     std::size_t throws = 0;
@@ -57,6 +60,11 @@ struct ProbeResult {
 /// @throws std::system_error if no process can be made.
 [[nodiscard]] ProbeResult probe(const ProbeJob& job, common::Diagnostics& diagnostics);
 
+/// Checks what the blocks of a graph are to each other: unknown ports, datatypes that differ,
+/// inputs with two connections, objects that two blocks export.
+/// @param blocks the findings about each block of the graph, and about no other.
+void check_graph(const Graph& graph, const BlockReports& blocks, common::Diagnostics& diagnostics);
+
 /// A checked graph; all its mistakes are in the diagnostics.
 struct CheckedGraph {
     std::optional<Graph> graph;  ///< empty if the file could not be parsed
@@ -64,8 +72,7 @@ struct CheckedGraph {
     common::ExitCode code;
 };
 
-/// Reads a graph, probes its plug-ins and blocks, and checks its connections: unknown ports,
-/// datatypes that differ, inputs with two connections, objects that two blocks export.
+/// Reads a graph, probes its plug-ins and blocks, and checks it as `check_graph` does.
 /// @param look as in a ProbeJob.
 /// @throws common::Failure (unreadable) if the file cannot be read; std::system_error if no process
 ///         can be made.

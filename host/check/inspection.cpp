@@ -33,6 +33,7 @@ struct KeySeen {
     std::string type;
     Json fallback;  ///< the getter's default, null for none
     Json found;     ///< the value of the key, null for none
+    bool live;      ///< in `reconfigure`
 
     /// The default: the getter's, or one that the block has put under its settings; null for none.
     [[nodiscard]] const Json& default_value() const { return found.is_null() ? fallback : found; }
@@ -54,7 +55,7 @@ constexpr const char* loading = "its entry point";
 //     {"phase": TEXT}             it begins
 //     {"unusable": TEXT, "help"}  the file is not a plug-in
 //     {"file", "types"}           the plug-in was loaded
-//     {"key", "type", "fallback", "found"}
+//     {"key", "type", "fallback", "found", "live"}
 //     {"block": {…}}              after the setup
 //     {"threw": TEXT}             the exception of the last phase
 //     {"did": TEXT}               another failure, as a whole sentence
@@ -138,13 +139,15 @@ void build(const InspectedPlugin& plugin, const std::string& type,
     if (factory == nullptr)
         return send.did("is not registered on every load");
     std::unordered_set<std::string> sent;
+    bool in_reconfigure = false;
     const auto recorder = std::make_shared<KeyRecorder>(
         std::function<void(const Fenwa::ConfigurationError&)>(),
         [&](const Fenwa::KeyRead& read) {
             const Json message = {{"key", read.key},
                                   {"type", read.type},
                                   {"fallback", to_json(read.fallback, read.type)},
-                                  {"found", to_json(read.found, read.type)}};
+                                  {"found", to_json(read.found, read.type)},
+                                  {"live", in_reconfigure}};
             if (sent.insert(message.dump()).second)
                 send(message);
         },
@@ -158,8 +161,8 @@ void build(const InspectedPlugin& plugin, const std::string& type,
         return send.did("has a factory that returned no block");
     send({{"block", to_json(probed)}});
     send.phase("reconfigure");
+    in_reconfigure = true;
     try {
-        // Some keys are read only when settings change.
         const Fenwa::BlockConfiguration config = HostAccess::configuration(*probed.block);
         probed.block->reconfigure(config, config);
     } catch (...) {
@@ -217,7 +220,8 @@ BlockSeen try_block(const InspectedPlugin& plugin, const std::string& type,
                 seen.block = std::move(message["block"]);
             else if (message.contains("key"))
                 seen.keys.push_back({message["key"], message["type"],
-                                     std::move(message["fallback"]), std::move(message["found"])});
+                                     std::move(message["fallback"]), std::move(message["found"]),
+                                     message["live"]});
         });
     return seen;
 }
@@ -279,9 +283,12 @@ class Explorer {
         if (known == keys_.end()) {
             Json key = {{"key", seen.key}, {"type", seen.type}, {"required", false}};
             key["default"] = value;
+            key["live"] = false;
             add_condition(key, toggled);
             known = keys_.insert(keys_.end(), std::move(key));
         }
+        if (seen.live)
+            (*known)["live"] = true;
         if (value.is_null()) {
             (*known)["required"] = true;
             known->erase("default");

@@ -43,14 +43,16 @@ struct PluginTypes {
 ///      "event_ports": [{"name"}, …],
 ///      "terminated_inputs": [{"name", "type", "value"}, …],
 ///      "exports": [{"path", "interface"}, …],
-///      "keys": [{"key", "type", "required": false, "default"} or
-///               {"key", "type", "required": true}, …],
+///      "keys": [{"key", "type", "required": false, "default", "live"} or
+///               {"key", "type", "required": true, "live"}, …],
 ///      "settings": {KEY: VALUE, …},
 ///      "failures": [{"kind": "threw" | "crashed" | "hung", "text"}, …]}
 ///
 /// Ports and objects are those after the setup, keys are listed in the order of the first read,
-/// settings are those that the setup returns. Types and values are as in event lines. An item that
-/// was seen only with boolean keys toggled has a member "when" with these keys and their values.
+/// settings are those that the setup returns; "live" is whether the block reads the key in
+/// `reconfigure`, so that a change reaches it while it runs. Types and values are as in event
+/// lines. An item that was seen only with boolean keys toggled has a member "when" with these keys
+/// and their values.
 [[nodiscard]] common::Json inspect_type(const InspectedPlugin& plugin, const std::string& type);
 
 /// Whether a type was built and did not misbehave. It may throw with toggled booleans: the values

@@ -64,8 +64,19 @@ std::string describe_unread_key(const UnreadKey& unread, const BlockEntry& entry
 void KeyRecorder::on_read(const Fenwa::KeyRead& read) {
     if (on_read_)
         on_read_(read);
-    if (is_read_.insert(read.key).second)
+    if (!was_read(read.key))
         read_.push_back(read.key);
+    (in_reconfigure_ ? live_ : read_when_built_).insert(read.key);
+    if (const auto& value = read.found ? read.found : read.fallback;
+        value && read.type == "bool" && std::holds_alternative<bool>(*value))
+        booleans_.insert_or_assign(read.key, std::get<bool>(*value));
+}
+
+std::vector<Fenwa::BlockConfiguration::KeyValue> KeyRecorder::toggled_booleans() const {
+    std::vector<Fenwa::BlockConfiguration::KeyValue> toggled;
+    for (const auto& [key, value] : booleans_)
+        toggled.emplace_back(key, !value);
+    return toggled;
 }
 
 std::optional<Value> KeyRecorder::on_error(const Fenwa::ConfigurationError& error) {
@@ -145,19 +156,20 @@ Probe::Probe(const BlockEntry& entry, const BlockTypes& types, Diagnostics& diag
       strictness_(strictness),
       progress_(std::move(progress)) {}
 
-void Probe::enter(const char* phase, bool exploring) {
-    exploring_ = exploring;
+void Probe::enter(const char* phase, Depth depth) {
+    depth_ = depth;
     if (progress_.on_phase)
-        progress_.on_phase(phase, exploring);
+        progress_.on_phase(phase, depth);
 }
 
 void Probe::on_mistake(const Fenwa::ConfigurationError& error) {
-    if (!exploring_ && progress_.on_made_up_value)
+    const bool exploring = depth_ != Depth::build;
+    if (!exploring && progress_.on_made_up_value)
         progress_.on_made_up_value();
     const Setting* const setting = entry_.find(error.key());
     // A setting without a value was reported when it was read. A key that is missing in an
     // exploratory reconfiguration may belong to a change of settings that never came.
-    if (setting == nullptr ? !exploring_ : setting->value.has_value())
+    if (setting == nullptr ? !exploring : setting->value.has_value())
         report(error, entry_, diagnostics_);
 }
 
@@ -169,14 +181,14 @@ bool Probe::build() {
         [this](const Fenwa::ConfigurationError& error) { on_mistake(error); });
     ProbedBlock probed(*factory_, entry_.name,
                        Fenwa::ConfigurationAccess::observed(entry_.configuration(), recorder_),
-                       tools_, [this](const char* phase) { enter(phase, false); });
+                       tools_, [this](const char* phase) { enter(phase, Depth::build); });
     if (probed.failure != nullptr) {
         if (recorder_->made_up_a_value())
             for (const UnreadKey& miss : recorder_->near_misses(entry_, diagnostics_.suggester()))
                 warn(miss);
         else
             report_mistakes(probed);
-        enter("its destructor", false);
+        enter("its destructor", Depth::build);
         return false;
     }
     if (probed.block == nullptr) {
@@ -197,20 +209,14 @@ ConnectableBlock Probe::block() const {
 }
 
 void Probe::destroy() {
-    enter("its destructor", false);
+    enter("its destructor", Depth::build);
     block_.reset();
 }
 
 void Probe::find_unread_keys() {
     if (!recorder_->has_unread_keys(entry_))
         return;
-    enter("reconfigure", true);
-    try {
-        const Fenwa::BlockConfiguration config = Fenwa::HostAccess::configuration(*block_);
-        block_->reconfigure(config, config);
-    } catch (...) {
-        // The keys that it read before are recorded.
-    }
+    reconfigure(*block_, recorder_, Depth::reconfigure);
     const std::vector<UnreadKey> unread = recorder_->unread_keys(entry_, diagnostics_.suggester());
     if (unread.empty())
         return;
@@ -227,7 +233,7 @@ void Probe::find_unread_keys() {
     const ProbedBlock probed(
         *factory_, entry_.name,
         Fenwa::ConfigurationAccess::observed(read.configuration(), std::make_shared<KeyRecorder>()),
-        tools_, [this](const char* phase) { enter(phase, true); });
+        tools_, [this](const char* phase) { enter(phase, Depth::reconfigure); });
     for (const UnreadKey& key : unread) {
         const Fenwa::BlockConfiguration::Value* const fallback =
             probed.block == nullptr ? nullptr
@@ -241,7 +247,51 @@ void Probe::find_unread_keys() {
             report(*error, entry_, diagnostics_);
         }
     }
-    enter("its destructor", true);
+    enter("its destructor", Depth::reconfigure);
+}
+
+void Probe::find_live_keys(Depth depth) {
+    if (recorder_->live_keys().empty())
+        reconfigure(*block_, recorder_, Depth::reconfigure);
+    live_ = recorder_->live_keys();
+    const std::vector<Fenwa::BlockConfiguration::KeyValue> toggled = recorder_->toggled_booleans();
+    if (depth != Depth::toggle || toggled.empty() || !may_read_more_keys())
+        return;
+    const auto recorder = std::make_shared<KeyRecorder>();
+    const Fenwa::BlockConfiguration config =
+        Fenwa::HostAccess::configuration(*block_) + Fenwa::BlockConfiguration(toggled);
+    const ProbedBlock probed(*factory_, entry_.name,
+                             Fenwa::ConfigurationAccess::observed(config, recorder), tools_,
+                             [this](const char* phase) { enter(phase, Depth::toggle); });
+    if (probed.block != nullptr && probed.failure == nullptr)
+        reconfigure(*probed.block, recorder, Depth::toggle);
+    live_->insert(recorder->live_keys().begin(), recorder->live_keys().end());
+    enter("its destructor", Depth::toggle);
+}
+
+void Probe::reconfigure(Fenwa::Block& block, const std::shared_ptr<KeyRecorder>& recorder,
+                        Depth depth) {
+    enter("reconfigure", depth);
+    recorder->enter_reconfigure();
+    try {
+        const Fenwa::BlockConfiguration config =
+            Fenwa::ConfigurationAccess::observed(Fenwa::HostAccess::configuration(block), recorder);
+        block.reconfigure(config, config);
+    } catch (...) {
+        // The keys that it read before are recorded.
+    }
+}
+
+/// Whether the block has a default for a key that it has not read yet.
+bool Probe::may_read_more_keys() const {
+    const auto& settings =
+        Fenwa::ConfigurationAccess::entries(Fenwa::HostAccess::configuration(*block_));
+    return std::any_of(settings.begin(), settings.end(), [this](const auto& setting) {
+        const std::string& key = setting.key();
+        return keys_read_when_built().count(key) == 0 && live_->count(key) == 0 &&
+               std::none_of(unread_.begin(), unread_.end(),
+                            [&key](const UnreadKey& unread) { return unread.key == key; });
+    });
 }
 
 void Probe::warn(const UnreadKey& unread) {
@@ -258,8 +308,6 @@ void Probe::report_mistakes(const ProbedBlock& probed) {
             diagnostics_.warning(
                 entry_.location,
                 display_name(entry_) + " cannot be checked: it needs a bus to be built");
-        else if (strictness_ == Strictness::in_a_run)
-            report_throw(probed);
     } catch (...) {
         if (strictness_ != Strictness::before_a_run)
             report_throw(probed);

@@ -2,10 +2,11 @@
 
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
@@ -51,6 +52,17 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     std::optional<Fenwa::BlockConfiguration::Value> on_error(
         const Fenwa::ConfigurationError& error) override;
 
+    /// From here on the block is in `reconfigure`.
+    void enter_reconfigure() noexcept { in_reconfigure_ = true; }
+    /// The keys that the block has read before `reconfigure`.
+    [[nodiscard]] const std::set<std::string>& keys_read_when_built() const noexcept {
+        return read_when_built_;
+    }
+    /// The keys that the block has read in `reconfigure`: a change of these reaches it.
+    [[nodiscard]] const std::set<std::string>& live_keys() const noexcept { return live_; }
+    /// The boolean keys that the block has read, with the opposite of their values.
+    [[nodiscard]] std::vector<Fenwa::BlockConfiguration::KeyValue> toggled_booleans() const;
+
     /// Whether the block was given a made-up value: what it throws then is most likely not its own
     /// mistake.
     [[nodiscard]] bool made_up_a_value() const noexcept { return has_made_up_; }
@@ -66,7 +78,9 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
                                                      common::Suggester& suggester) const;
 
   private:
-    [[nodiscard]] bool was_read(const std::string& key) const { return is_read_.count(key) != 0; }
+    [[nodiscard]] bool was_read(const std::string& key) const {
+        return read_when_built_.count(key) != 0 || live_.count(key) != 0;
+    }
     /// A setting without a value is reported already.
     [[nodiscard]] bool is_unread(const Setting& setting) const {
         return setting.value && !was_read(setting.key);
@@ -76,8 +90,11 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     std::function<void(const Fenwa::KeyRead&)> on_read_;
     MadeUpValue made_up_;
     std::vector<std::string> read_;  ///< each key once, in the order of the first read
-    std::unordered_set<std::string> is_read_;
+    std::set<std::string> read_when_built_;
+    std::set<std::string> live_;
+    std::map<std::string, bool> booleans_;
     std::vector<std::string> missing_;
+    bool in_reconfigure_ = false;
     bool has_made_up_ = false;
 };
 
@@ -111,14 +128,21 @@ struct ProbedBlock {
 enum class Strictness {
     alone,         ///< an error, or a warning if the block needs a bus
     before_a_run,  ///< ignored: the real construction shows it
-    in_a_run       ///< an error: no real construction follows
+    in_a_run       ///< an error, or ignored if the block needs a bus
+};
+
+/// How far a probe goes beyond what a run does with a block; a failure there is no mistake of the
+/// graph.
+enum class Depth {
+    build,        ///< not beyond
+    reconfigure,  ///< reconfigures it with its own settings, builds it without its unread keys
+    toggle        ///< builds and reconfigures it with its boolean keys toggled
 };
 
 /// Follows a probe, which may never end; each function may be empty.
 struct ProbeProgress {
-    /// Called before each phase. @param exploring whether a run does not call the block so: then
-    ///        no failure is a mistake of the graph.
-    std::function<void(const char* phase, bool exploring)> on_phase;
+    /// Called before each phase.
+    std::function<void(const char* phase, Depth depth)> on_phase;
     /// Called before the block gets a made-up value: a later failure is most likely not its own
     /// mistake.
     std::function<void()> on_made_up_value;
@@ -144,6 +168,19 @@ class Probe {
     /// The keys that `find_unread_keys` warned of.
     [[nodiscard]] const std::vector<UnreadKey>& unread_keys() const noexcept { return unread_; }
 
+    /// After a successful `build` and `find_unread_keys`: finds the keys that the block reads in
+    /// `reconfigure`, also those that it reads with its boolean keys toggled.
+    /// @param depth at most.
+    void find_live_keys(Depth depth);
+    /// Empty before `find_live_keys`.
+    [[nodiscard]] const std::optional<std::set<std::string>>& live_keys() const noexcept {
+        return live_;
+    }
+    /// The keys that the block has read in its constructor and its setup.
+    [[nodiscard]] const std::set<std::string>& keys_read_when_built() const noexcept {
+        return recorder_->keys_read_when_built();
+    }
+
     [[nodiscard]] const BlockEntry& entry() const noexcept { return entry_; }
     /// The block with its terminations, owned by this object; null if it was not built.
     [[nodiscard]] ConnectableBlock block() const;
@@ -155,7 +192,10 @@ class Probe {
     void destroy();
 
   private:
-    void enter(const char* phase, bool exploring);
+    void enter(const char* phase, Depth depth);
+    void reconfigure(Fenwa::Block& block, const std::shared_ptr<KeyRecorder>& recorder,
+                     Depth depth);
+    [[nodiscard]] bool may_read_more_keys() const;
     void on_mistake(const Fenwa::ConfigurationError& error);
     void warn(const UnreadKey& unread);
     void report_mistakes(const ProbedBlock& probed);
@@ -168,9 +208,10 @@ class Probe {
     ProbeProgress progress_;
     const Fenwa::BlockFactory* factory_ = nullptr;
     std::shared_ptr<KeyRecorder> recorder_;
-    bool exploring_ = false;
+    Depth depth_ = Depth::build;
     bool threw_ = false;
     std::vector<UnreadKey> unread_;
+    std::optional<std::set<std::string>> live_;
     ProbeTools tools_;
     std::unique_ptr<Fenwa::Block> block_;
     Terminations terminations_;

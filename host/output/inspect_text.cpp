@@ -108,9 +108,10 @@ class Paragraph {
     }
 
     [[nodiscard]] Cell demand_of(const Json& key) const {
+        const std::string live = key["live"] ? ", live" : "";
         if (key["required"])
-            return {"required", colors_.yellow};
-        return {"default " + json_text(key["default"])};
+            return {"required" + live, colors_.yellow};
+        return {"default " + json_text(key["default"]) + live};
     }
 
     void add_port(const char* label, const Json& port, std::vector<Cell> cells) {

@@ -191,6 +191,21 @@ struct Adjustable : Block {
     bool brittle_;
 };
 
+/// Has a default for a key that it never reads, and aborts unless it is "careful" (bool, true).
+/// Reads "rate" (int, 25) in `reconfigure`.
+struct Careful : Block {
+    Careful(std::string name, const BlockConfiguration& config)
+        : Block(std::move(name),
+                BlockConfiguration{{"careful", true}, {"unused", 1}, {"rate", 25}} + config) {
+        if (!config.getBool("careful", true))
+            std::abort();
+    }
+    void reconfigure(const BlockConfiguration& /*before*/,
+                     const BlockConfiguration& after) override {
+        static_cast<void>(after.getInt("rate"));
+    }
+};
+
 }  // namespace
 }  // namespace probe
 
@@ -205,5 +220,6 @@ int lib_register_cpp(Fenwa::IRegistry* registry) {
     registry->register_block<probe::AbortingAtTheEnd>("AbortingAtTheEnd");
     registry->register_block<probe::HalfBuilt>("HalfBuilt");
     registry->register_block<probe::Adjustable>("Adjustable");
+    registry->register_block<probe::Careful>("Careful");
     return 0;
 }

@@ -71,15 +71,16 @@ PowerMonitor
 }
 
 TEST_F(Inspect, ColoursOnlyWhenTheyAreWanted) {
-    EXPECT_EQ(inspect({"libfenwa-temperature.so", "TemperatureReader", "--color=always"}).out,
-              "\x1b[1mTemperatureReader\x1b[0m\n"
-              "  \x1b[2moutput\x1b[0m      temperature_out  \x1b[1;36mdouble\x1b[0m\n"
-              "  \x1b[2mevent\x1b[0m       event_port\n"
-              "  \x1b[2mkey\x1b[0m         fake.active  \x1b[1;36mbool\x1b[0m    default false\n"
-              "              sensor_name  \x1b[1;36mstring\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
-              "              delta_chg    \x1b[1;36mdouble\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
-              "              fake.value   \x1b[1;36mdouble\x1b[0m  default 36.0   "
-              "\x1b[2mwhen fake.active = true\x1b[0m\n");
+    EXPECT_EQ(
+        inspect({"libfenwa-temperature.so", "TemperatureReader", "--color=always"}).out,
+        "\x1b[1mTemperatureReader\x1b[0m\n"
+        "  \x1b[2moutput\x1b[0m      temperature_out  \x1b[1;36mdouble\x1b[0m\n"
+        "  \x1b[2mevent\x1b[0m       event_port\n"
+        "  \x1b[2mkey\x1b[0m         fake.active  \x1b[1;36mbool\x1b[0m    default false, live\n"
+        "              sensor_name  \x1b[1;36mstring\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
+        "              delta_chg    \x1b[1;36mdouble\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
+        "              fake.value   \x1b[1;36mdouble\x1b[0m  default 36.0, live   "
+        "\x1b[2mwhen fake.active = true\x1b[0m\n");
     EXPECT_EQ(inspect({"libmisbehaving.so", "Exiting", "--color=always"}).out,
               "\x1b[1mExiting\x1b[0m\n  \x1b[2merror\x1b[0m       "
               "\x1b[1;31mended the process in its constructor with exit code 3\x1b[0m\n");
@@ -135,9 +136,9 @@ TEST_F(Inspect, KeysAndPortsThatDependOnBooleansAreShownWithThem) {
     expect_text("Conditional", 0,
                 R"(  input       gain_in  double  does not trigger  when advanced = true
   key         advanced   bool    default false
-              rate       int     default 25
-              mode.gain  double  default 0.5    when advanced = true
-              tracing    bool    default true   when advanced = true
+              rate       int     default 25, live
+              mode.gain  double  default 0.5       when advanced = true
+              tracing    bool    default true      when advanced = true
 )");
     expect_text("Endless", 0,
                 R"(  key         more   bool  default false
