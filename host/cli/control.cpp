@@ -31,6 +31,7 @@ struct SetOptions {
     ControlTarget target;
     std::string block;
     std::vector<std::string> changes;  ///< each "KEY=VALUE"
+    bool rebuild = false;
     common::ColorChoice color =
         common::ColorChoice::automatic;  ///< as every command; nothing is printed
 };
@@ -98,8 +99,10 @@ Fenwa::BlockConfiguration::KeyValue parse_change(const std::string& text) {
 }
 
 /// Changes settings of a block of a running host, all or none.
-/// @throws common::Failure as ControlClient; `usage` if a key is given twice.
+/// @throws common::Failure as ControlClient; `usage` if a key is given twice, or none at all.
 void set_block_of_host(const SetOptions& options) {
+    if (options.changes.empty() && !options.rebuild)
+        throw Failure(ExitCode::usage, "KEY=VALUE is required without --rebuild");
     SettingList changes;
     std::set<std::string> keys;
     for (const std::string& text : options.changes) {
@@ -109,7 +112,7 @@ void set_block_of_host(const SetOptions& options) {
                           fmt::format("'{}' is given twice", changes.back().key()));
     }
     const ControlClient host = connect_to_host(options.target);
-    const common::MessagePtr call = host.new_call("Reconfigure");
+    const common::MessagePtr call = host.new_call(options.rebuild ? "Rebuild" : "Reconfigure");
     ControlClient::append(call, "s", options.block.c_str());
     ControlClient::check_appended(append_settings(*call, changes));
     host.send(call);
@@ -167,9 +170,12 @@ common::Command set_command() {
                            .help = "A key and its new value as in a graph file; anything that is "
                                    "not a TOML value is taken as a string",
                            .take = common::into(options->changes),
-                           .count = common::Option::Count::several,
-                           .required = true}},
-            .options = {target_bus_option(options->target), target_name_option(options->target),
+                           .count = common::Option::Count::several}},
+            .options = {{.name = "--rebuild",
+                         .help = "Builds the block anew, also for keys that it reads only then",
+                         .take = common::into(options->rebuild)},
+                        target_bus_option(options->target),
+                        target_name_option(options->target),
                         common::color_option(options->color)},
             .run = [options] {
                 set_block_of_host(*options);

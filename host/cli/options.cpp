@@ -71,6 +71,7 @@ common::ControlClient connect_to_host(const ControlTarget& target) {
                                "GRAPH --control', or name its bus with --bus",
                                target.name, target.bus),
          .errors = {{block_threw_error, ExitCode::software},
+                    {rebuild_failed_error, ExitCode::software},
                     {control_error_prefix, ExitCode::usage}}});
 }
 

@@ -26,9 +26,13 @@ inline constexpr const char* connected_input_error = "com.tarlo.Fenwa.Host1.Erro
 inline constexpr const char* wrong_type_error = "com.tarlo.Fenwa.Host1.Error.WrongType";
 /// The block does not read such a key.
 inline constexpr const char* unknown_key_error = "com.tarlo.Fenwa.Host1.Error.UnknownKey";
+/// The block reads the key only when it is built.
+inline constexpr const char* not_live_error = "com.tarlo.Fenwa.Host1.Error.NotLive";
 /// A setting is of a type that the block does not accept, or the block refuses it.
 inline constexpr const char* wrong_setting_error = "com.tarlo.Fenwa.Host1.Error.WrongSetting";
-/// The block threw in `reconfigure`; the host stops.
+/// The new block threw, and the old one is built again.
+inline constexpr const char* rebuild_failed_error = "com.tarlo.Fenwa.Host1.Error.RebuildFailed";
+/// The block threw in `reconfigure`, or cannot be built again; the host stops.
 inline constexpr const char* block_threw_error = "com.tarlo.Fenwa.Host1.Error.BlockThrew";
 
 /// The refusal of a call. `what()` is the sentence for the user.

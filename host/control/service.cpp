@@ -45,6 +45,8 @@ const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_METHOD_WITH_ARGS("Reconfigure", SD_BUS_ARGS("s", block, "a{sv}", changes),
                             SD_BUS_NO_RESULT, common::callback<&Control::reconfigure>,
                             SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Rebuild", SD_BUS_ARGS("s", block, "a{sv}", changes), SD_BUS_NO_RESULT,
+                            common::callback<&Control::rebuild>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Describe", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", description),
                             common::callback<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_ARGS("OutputChanged", SD_BUS_ARGS("s", port, "v", value), 0),
@@ -91,6 +93,12 @@ int Control::write(sd_bus_message& call) {
 int Control::reconfigure(sd_bus_message& call) {
     const std::string block = read_string(call);
     reconfigurer_.change(block, settings_from_message(call));
+    return sd_bus_reply_method_return(&call, "");
+}
+
+int Control::rebuild(sd_bus_message& call) {
+    const std::string block = read_string(call);
+    reconfigurer_.rebuild(block, settings_from_message(call));
     return sd_bus_reply_method_return(&call, "");
 }
 

@@ -13,8 +13,8 @@
 namespace host {
 
 /// The control interface of a running graph: clients on the bus read and write its ports, give its
-/// blocks new settings and watch its outputs. Calls are served from the host's loop, between two
-/// passes of the blocks. `Describe` returns, with the blocks in file order:
+/// blocks new settings, rebuild them and watch its outputs. Calls are served from the host's loop,
+/// between two passes of the blocks. `Describe` returns, with the blocks in file order:
 ///
 ///     {"blocks": [{"name", "type", "settings": {KEY: VALUE, …},
 ///                  "inputs": [{"name", "type", "triggers", "value"}, …],
@@ -44,6 +44,7 @@ class Control {
     int read(sd_bus_message& call);
     int write(sd_bus_message& call);
     int reconfigure(sd_bus_message& call);
+    int rebuild(sd_bus_message& call);
     int describe(sd_bus_message& call);
 
     void emit_output_changed(const std::string& port, const PortValue& value) noexcept;

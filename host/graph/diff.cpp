@@ -4,48 +4,53 @@
 
 #include <cmath>
 #include <map>
+#include <set>
+#include <utility>
 
 namespace host {
 namespace {
 
 using common::Diagnostics;
 
-/// The parts of one kind by their names in sentences. A connection may be listed twice.
-using Places = std::multimap<std::string, SourceLocation>;
-
-Places places_of(const std::vector<Located<std::string>>& names, const char* noun) {
-    Places places;
-    for (const auto& [name, location] : names)
-        places.emplace(fmt::format("{} '{}'", noun, name), location);
-    return places;
-}
-
-Places places_of(const std::vector<BlockEntry>& blocks) {
-    Places places;
-    for (const BlockEntry& entry : blocks)
-        places.emplace(fmt::format("the block '{}'", entry.name), entry.location);
-    return places;
-}
-
-Places places_of(const std::vector<Connection>& connections) {
-    Places places;
-    for (const Connection& connection : connections)
-        places.emplace(fmt::format("the connection from '{}' to '{}'", connection.from.text(),
-                                   connection.to.text()),
-                       connection.from.location);
-    return places;
-}
-
-void report_differences(const Places& now, const Places& next, Diagnostics& diagnostics) {
-    for (const auto& [name, location] : next) {
-        if (now.count(name) < next.count(name))
-            diagnostics.error(location, name + " has been added, which needs a restart");
-    }
+/// Reports the names that only one of two lists has.
+void report_differences(const std::vector<Located<std::string>>& now,
+                        const std::vector<Located<std::string>>& next, const char* noun,
+                        Diagnostics& diagnostics) {
+    std::map<std::string, SourceLocation> added;
+    for (const auto& [name, location] : next)
+        added.emplace(name, location);
     for (const auto& [name, location] : now) {
-        if (next.count(name) < now.count(name))
-            diagnostics.error({}, name + " has been removed, which needs a restart");
+        if (added.erase(name) == 0)
+            diagnostics.error(
+                {}, fmt::format("the {} '{}' has been removed, which needs a restart", noun, name));
     }
+    for (const auto& [name, location] : added)
+        diagnostics.error(
+            location, fmt::format("the {} '{}' has been added, which needs a restart", noun, name));
 }
+
+std::map<std::string, const BlockEntry*> blocks_by_name(const Graph& graph) {
+    std::map<std::string, const BlockEntry*> blocks;
+    for (const BlockEntry& entry : graph.blocks)
+        blocks.emplace(entry.name, &entry);
+    return blocks;
+}
+
+/// The connections of one graph that the other one lacks.
+std::vector<std::string> connections_without(const Graph& graph, const Graph& other,
+                                             const char* preposition) {
+    std::set<std::pair<std::string, std::string>> known;
+    for (const auto& [from, to] : other.connections)
+        known.emplace(from.text(), to.text());
+    std::vector<std::string> missing;
+    for (const auto& [from, to] : graph.connections) {
+        if (known.count({from.text(), to.text()}) == 0)
+            missing.push_back(fmt::format("'{}' {} '{}'", from.text(), preposition, to.text()));
+    }
+    return missing;
+}
+
+}  // namespace
 
 bool same_value(const Fenwa::BlockConfiguration::Value& a,
                 const Fenwa::BlockConfiguration::Value& b) {
@@ -53,8 +58,6 @@ bool same_value(const Fenwa::BlockConfiguration::Value& a,
     const auto* const y = std::get_if<double>(&b);
     return a == b || (x != nullptr && y != nullptr && std::isnan(*x) && std::isnan(*y));
 }
-
-}  // namespace
 
 bool same_settings(const BlockEntry& a, const BlockEntry& b) {
     if (a.settings.size() != b.settings.size())
@@ -68,35 +71,32 @@ bool same_settings(const BlockEntry& a, const BlockEntry& b) {
     return true;
 }
 
-std::vector<std::string> compare_graphs(const Graph& now, const Graph& next,
-                                        Diagnostics& diagnostics) {
-    report_differences(places_of(now.plugins, "the plug-in"),
-                       places_of(next.plugins, "the plug-in"), diagnostics);
-    report_differences(places_of(now.bus_names, "the bus name"),
-                       places_of(next.bus_names, "the bus name"), diagnostics);
-    report_differences(places_of(now.blocks), places_of(next.blocks), diagnostics);
-    report_differences(places_of(now.connections), places_of(next.connections), diagnostics);
+GraphDiff compare_graphs(const Graph& now, const Graph& next, Diagnostics& diagnostics) {
+    report_differences(now.plugins, next.plugins, "plug-in", diagnostics);
+    report_differences(now.bus_names, next.bus_names, "bus name", diagnostics);
     if (now.bus_address.value != next.bus_address.value)
         diagnostics.error(next.bus_address.location,
                           fmt::format("the bus changes from '{}' to '{}', which needs a restart",
                                       now.bus_address.value, next.bus_address.value));
-    std::map<std::string, const BlockEntry*> entries;
-    for (const BlockEntry& entry : now.blocks)
-        entries.emplace(entry.name, &entry);
-    std::vector<std::string> changed;
+    GraphDiff diff;
+    const auto running = blocks_by_name(now);
     for (const BlockEntry& entry : next.blocks) {
-        const auto found = entries.find(entry.name);
-        if (found == entries.end())
-            continue;
-        if (found->second->type.value != entry.type.value)
-            diagnostics.error(
-                entry.type.location,
-                fmt::format("the block '{}' changes type from {} to {}, which needs a restart",
-                            entry.name, found->second->type.value, entry.type.value));
+        const auto found = running.find(entry.name);
+        if (found == running.end())
+            diff.added.push_back(entry.name);
+        else if (found->second->type.value != entry.type.value)
+            diff.retyped.push_back(entry.name);
         else if (!same_settings(*found->second, entry))
-            changed.push_back(entry.name);
+            diff.changed.push_back(entry.name);
     }
-    return changed;
+    const auto kept = blocks_by_name(next);
+    for (const BlockEntry& entry : now.blocks) {
+        if (kept.count(entry.name) == 0)
+            diff.removed.push_back(entry.name);
+    }
+    diff.connected = connections_without(next, now, "to");
+    diff.disconnected = connections_without(now, next, "from");
+    return diff;
 }
 
 }  // namespace host

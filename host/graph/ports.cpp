@@ -178,6 +178,11 @@ std::vector<std::string> Terminations::names() const {
     return names;
 }
 
+void Terminations::disconnect() {
+    for (const auto& input : inputs_)
+        Fenwa::HostAccess::connect(input->port, address_of(input->first));
+}
+
 Fenwa::InPortInternal* ConnectableBlock::inport(const std::string& name) const {
     Fenwa::InPortInternal* const own = block->get_inport(name);
     return own != nullptr ? own : terminations->find(name);

@@ -33,6 +33,8 @@ class Terminations {
     [[nodiscard]] Fenwa::InPortInternal* find(const std::string& name) const;
     /// All names, in the order of the setup.
     [[nodiscard]] std::vector<std::string> names() const;
+    /// From here on each port holds its first value again.
+    void disconnect();
 
   private:
     struct Input {

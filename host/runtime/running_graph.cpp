@@ -21,7 +21,9 @@ BlockFailure::BlockFailure(const common::Diagnostics& file, SourceLocation locat
                            const std::string& text)
     : std::runtime_error(
           fmt::format("{}: error: {}", file.locate(location), common::one_line(text))),
-      report_(file.file()) {
+      report_(file.file()),
+      location_(location),
+      text_(text) {
     report_.take_source(file);
     report_.error(location, text);
 }
@@ -58,13 +60,12 @@ void BlockInstance::call_and_deliver(const char* phase, Call&& body,
 BlockInstance::BlockInstance(const BlockEntry& entry, GraphContext& context)
     : entry_(&entry), context_(context), name_(entry.name) {
     const auto construct = [&] {
-        const Fenwa::BlockFactory* const factory = context.types.find(entry, context.diagnostics);
-        built_from_ = entry.configuration();
-        block_ = (*factory)(name_, built_from_, context.tools);
+        const Fenwa::BlockFactory* const factory = context.types.find(entry, *context.diagnostics);
+        block_ = (*factory)(name_, entry.configuration(), context.tools);
         if (block_ == nullptr)
             throw std::runtime_error("its factory returned no block");
     };
-    call("its constructor", construct, context.diagnostics);
+    call("its constructor", construct, *context.diagnostics);
     settings_ = HostAccess::configuration(*block_);
 }
 
@@ -76,15 +77,15 @@ BlockInstance::~BlockInstance() {
 void BlockInstance::set_up() {
     BlockConfiguration returned;
     call(
-        "setup", [&] { returned = block_->setup(settings_); }, context_.diagnostics);
+        "setup", [&] { returned = block_->setup(settings_); }, *context_.diagnostics);
     if (!Fenwa::ConfigurationAccess::entries(returned).empty())
         context_.events.setup(name_, returned);
-    terminations_ = Terminations(returned, *block_, *entry_, context_.diagnostics);
+    terminations_ = Terminations(returned, *block_, *entry_, *context_.diagnostics);
 }
 
 void BlockInstance::start() {
     call_and_deliver(
-        "start", [this] { block_->start(); }, context_.diagnostics);
+        "start", [this] { block_->start(); }, *context_.diagnostics);
 }
 
 void BlockInstance::run() {
@@ -95,12 +96,12 @@ void BlockInstance::run() {
         block_->run();
         HostAccess::disarm(*block_);
     };
-    call_and_deliver("run", run_armed, context_.diagnostics);
+    call_and_deliver("run", run_armed, *context_.diagnostics);
 }
 
 void BlockInstance::stop() {
     call_and_deliver(
-        "stop", [this] { block_->stop(); }, context_.diagnostics);
+        "stop", [this] { block_->stop(); }, *context_.diagnostics);
 }
 
 void BlockInstance::reconfigure(const BlockConfiguration& before, const BlockConfiguration& after,
@@ -113,21 +114,17 @@ void BlockInstance::reconfigure(const BlockConfiguration& before, const BlockCon
 }
 
 void BlockInstance::roll_back() {
-    common::Diagnostics discarded(context_.diagnostics.file());
-    discarded.take_source(context_.diagnostics);
+    common::Diagnostics discarded(context_.diagnostics->file());
+    discarded.take_source(*context_.diagnostics);
     try {
         // As both arguments: a block that looks at the first one would refuse the new one again.
         reconfigure(settings_, settings_, discarded);
     } catch (const Fenwa::ConfigurationError& error) {
         // The block has neither the new settings nor the old ones.
-        throw BlockFailure(context_.diagnostics, entry_->location,
+        throw BlockFailure(*context_.diagnostics, entry_->location,
                            fmt::format("{} refuses its previous settings: {}",
                                        display_name(*entry_), error.what()));
     }
-}
-
-const BlockConfiguration& BlockInstance::built_with() const {
-    return HostAccess::configuration(*block_);
 }
 
 void BlockInstance::collect_outputs() {
@@ -135,17 +132,33 @@ void BlockInstance::collect_outputs() {
         outputs_.push_back({port, {}});
 }
 
-void BlockInstance::connect(const std::string& output, BlockInstance& to,
-                            const std::string& input) {
+void BlockInstance::connect(const std::string& output, BlockInstance& to, const std::string& input,
+                            bool is_new) {
     Fenwa::InPortInternal* const port = to.ports().inport(input);
     const bool provided = to.block_->get_inport(input) == nullptr;
+    to.written_.erase(port);
     for (Output& from : outputs_) {
         if (from.port->name() != output)
             continue;
         from.targets.push_back({port, provided ? nullptr : to.block()});
-        if (!provided)
+        // An input that the host provides reads its own first value before the first delivery.
+        if (!provided || from.has_delivered)
             HostAccess::connect(*port, HostAccess::value_address(*from.port));
+        const bool is_tick =
+            from.port->datatype() == Fenwa::datatype_of<Fenwa::datatype_timersource>();
+        if (is_new && from.has_delivered && !provided && !is_tick)
+            HostAccess::notify(*port, *to.block_);
     }
+}
+
+void BlockInstance::disconnect() {
+    for (Output& output : outputs_)
+        output.targets.clear();
+    for (Fenwa::InPortInternal* port : HostAccess::inports(*block_))
+        HostAccess::connect(*port, nullptr);
+    terminations_.disconnect();
+    for (auto& [port, value] : written_)
+        HostAccess::connect(*port, address_of(value));
 }
 
 const Fenwa::OutPortInternal* BlockInstance::deliver() {
@@ -154,6 +167,7 @@ const Fenwa::OutPortInternal* BlockInstance::deliver() {
         if (!output.port->is_triggered())
             continue;
         output.port->reset(true);
+        output.has_delivered = true;
         delivered = output.port;
         const void* const address = HostAccess::value_address(*output.port);
         const PortValue value = value_at(output.port->datatype(), address);
@@ -163,7 +177,7 @@ const Fenwa::OutPortInternal* BlockInstance::deliver() {
         for (const Input& target : output.targets) {
             if (target.block != nullptr)
                 HostAccess::notify(*target.port, *target.block);
-            else  // Not earlier: before the first delivery it reads its own first value.
+            else
                 HostAccess::connect(*target.port, address);
         }
     }
@@ -209,10 +223,25 @@ void BlockInstance::write(const std::string& input, const PortValue& value) {
         HostAccess::notify(port, *block_);
 }
 
+BlockInstance::Written BlockInstance::written() const {
+    Written values;
+    for (const auto& [port, value] : written_)
+        values.emplace(port->name(), value);
+    return values;
+}
+
+void BlockInstance::write_again(const Written& values) {
+    for (const auto& [input, value] : values) {
+        const Fenwa::InPortInternal* const port = ports().inport(input);
+        if (port != nullptr && default_value(port->datatype()).index() == value.index())
+            write(input, value);
+    }
+}
+
 RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
                            sd_event& loop, EventWriter& events, common::Diagnostics& diagnostics)
     : graph_(std::move(graph)),
-      context_{types, tools, events, diagnostics, {}},
+      context_{types, tools, events, &diagnostics, {}},
       scheduler_(loop, graph_.rate_limit,
                  [this](Fenwa::Block& block) { by_block_.at(&block)->run(); }) {}
 
@@ -255,12 +284,12 @@ bool RunningGraph::start(const std::function<bool()>& interrupted) {
         stop_below_ = graph_.blocks.size();
         return true;
     };
-    const std::size_t known = context_.diagnostics.errors();
+    const std::size_t known = context_.diagnostics->errors();
     if (!each_block([&](std::size_t i) { create(graph_.blocks[i]); }) ||
         !each_block([&](std::size_t i) { instances_[i]->set_up(); }))
         return false;
-    check_connections();
-    if (context_.diagnostics.errors() != known)
+    check_connections(graph_);
+    if (context_.diagnostics->errors() != known)
         return false;
     connect();
     if (!each_block([&](std::size_t i) { instances_[i]->start(); }))
@@ -305,18 +334,18 @@ void RunningGraph::report_refused(const BlockInstance& instance,
 }
 
 /// Checks the connections to the real blocks: one that needs a bus to be built was not probed.
-void RunningGraph::check_connections() const {
+void RunningGraph::check_connections(const Graph& graph) const {
     PortsByName ports;
     for (const auto& instance : instances_)
         ports.emplace(instance->name(), ports_of(instance->ports()));
-    host::check_connections(graph_, ports, context_.diagnostics);
+    host::check_connections(graph, ports, *context_.diagnostics);
 }
 
 void RunningGraph::connect() {
     for (const auto& instance : instances_)
         instance->collect_outputs();
     for (const auto& [from, to] : graph_.connections)
-        find(from.block)->connect(from.port, *find(to.block), to.port);
+        find(from.block)->connect(from.port, *find(to.block), to.port, true);
     for (const auto& instance : instances_)
         instance->deliver();
 }
@@ -328,44 +357,6 @@ BlockInstance* RunningGraph::find(const std::string& name) const {
 
 std::vector<std::string> RunningGraph::services(const std::string& block) const {
     return interposer_ == nullptr ? std::vector<std::string>() : interposer_->services(block);
-}
-
-void RunningGraph::reconfigure(Graph next, const Settings& changed,
-                               common::Diagnostics& diagnostics) {
-    std::vector<BlockInstance*> reconfigured;
-    try {
-        for (const BlockEntry& entry : next.blocks) {
-            const auto settings = changed.find(entry.name);
-            if (settings == changed.end())
-                continue;
-            BlockInstance& instance = *reconfigured.emplace_back(find(entry.name));
-            instance.refer_to(entry);
-            instance.reconfigure(instance.settings(), settings->second, diagnostics);
-            scheduler_.let_try(*instance.block());
-        }
-    } catch (const Fenwa::ConfigurationError&) {
-        refer_to_entries();
-        for (; !reconfigured.empty(); reconfigured.pop_back()) {
-            reconfigured.back()->roll_back();
-            scheduler_.let_try(*reconfigured.back()->block());
-        }
-        throw;
-    } catch (...) {
-        refer_to_entries();
-        throw;
-    }
-    if (next.rate_limit != graph_.rate_limit)
-        scheduler_.set_rate_limit(next.rate_limit);
-    graph_ = std::move(next);
-    refer_to_entries();
-    context_.diagnostics.take_source(diagnostics);
-    for (BlockInstance* const instance : reconfigured)
-        instance->set_settings(changed.at(instance->name()));
-}
-
-void RunningGraph::refer_to_entries() {
-    for (const BlockEntry& entry : graph_.blocks)
-        find(entry.name)->refer_to(entry);
 }
 
 void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& report) noexcept {

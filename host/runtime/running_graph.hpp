@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -35,8 +36,14 @@ class BlockFailure : public std::runtime_error {
     /// The failure with the line of the file, to be printed.
     [[nodiscard]] common::Diagnostics& report() noexcept { return report_; }
 
+    [[nodiscard]] SourceLocation location() const noexcept { return location_; }
+    /// The mistake without the location.
+    [[nodiscard]] const std::string& text() const noexcept { return text_; }
+
   private:
     common::Diagnostics report_;
+    SourceLocation location_;
+    std::string text_;
 };
 
 /// Called for an output that carries a new value, on the thread of the loop; must not throw.
@@ -46,12 +53,31 @@ using OutputWatcher =
 /// Complete configurations of blocks, by the blocks' names.
 using Settings = std::map<std::string, Fenwa::BlockConfiguration>;
 
+/// A change of a running graph.
+struct GraphUpdate {
+    Graph next;                     ///< with the same bus and plug-ins
+    Settings settings;              ///< the complete settings of the blocks to be reconfigured
+    std::set<std::string> rebuilt;  ///< blocks of both graphs that are destroyed and built anew
+};
+
+/// What becomes of an update.
+struct UpdateResult {
+    enum class Kind {
+        done,
+        refused,  ///< a mistake, such as a ConfigurationError of a block
+        threw     ///< a new block threw something else
+    };
+
+    Kind kind = Kind::done;
+    std::vector<std::string> built_again;  ///< blocks that were destroyed for an update in vain
+};
+
 /// The surroundings of the blocks of a graph. All references outlive the blocks.
 struct GraphContext {
     const BlockTypes& types;
     const Fenwa::InitTools& tools;
     EventWriter& events;
-    common::Diagnostics& diagnostics;  ///< takes the mistakes of the real blocks
+    common::Diagnostics* diagnostics;  ///< takes the mistakes of the real blocks; never null
     OutputWatcher watcher;             ///< may be empty
 };
 
@@ -74,12 +100,6 @@ class BlockInstance {
     /// The block with the inputs that the host provides for it.
     [[nodiscard]] ConnectableBlock ports() const noexcept { return {block_.get(), &terminations_}; }
 
-    /// The settings that the block was given when it was built.
-    [[nodiscard]] const Fenwa::BlockConfiguration& built_from() const noexcept {
-        return built_from_;
-    }
-    /// `built_from` with the block's own defaults for the other keys.
-    [[nodiscard]] const Fenwa::BlockConfiguration& built_with() const;
     /// The settings that the block runs with, its own defaults included.
     [[nodiscard]] const Fenwa::BlockConfiguration& settings() const noexcept { return settings_; }
     void set_settings(Fenwa::BlockConfiguration settings) { settings_ = std::move(settings); }
@@ -104,7 +124,12 @@ class BlockInstance {
     /// Collects the outputs, after all blocks were set up, because a setup may add ports.
     void collect_outputs();
     /// Connects an output to an input of this or another block; both ports exist.
-    void connect(const std::string& output, BlockInstance& to, const std::string& input);
+    /// @param is_new whether the input gets the last value too, if there is one and it is no tick.
+    void connect(const std::string& output, BlockInstance& to, const std::string& input,
+                 bool is_new);
+    /// Removes all connections of its outputs. Its inputs have the values that were written, or
+    /// their first ones.
+    void disconnect();
     /// Delivers each output that carries a new value.
     /// @returns the last of them, or null.
     const Fenwa::OutPortInternal* deliver();
@@ -118,6 +143,12 @@ class BlockInstance {
     /// @param value of the input's datatype, which is a well-known one.
     void write(const std::string& input, const PortValue& value);
 
+    /// The values that were written to unconnected inputs, by the inputs' names.
+    using Written = std::map<std::string, PortValue>;
+    [[nodiscard]] Written written() const;
+    /// Writes these values again, as far as the block has such inputs.
+    void write_again(const Written& values);
+
   private:
     struct Input {
         Fenwa::InPortInternal* port;
@@ -126,6 +157,7 @@ class BlockInstance {
     struct Output {
         Fenwa::OutPortInternal* port;
         std::vector<Input> targets;
+        bool has_delivered = false;
     };
 
     template <class Call>
@@ -137,10 +169,9 @@ class BlockInstance {
     const BlockEntry* entry_;
     GraphContext& context_;
     std::string name_;
-    Fenwa::BlockConfiguration built_from_;
     Fenwa::BlockConfiguration settings_;
     /// Values of unconnected inputs that were written, where the inputs read them.
-    std::unordered_map<const Fenwa::InPortInternal*, PortValue> written_;
+    std::unordered_map<Fenwa::InPortInternal*, PortValue> written_;
     std::unique_ptr<Fenwa::Block> block_;
     Terminations terminations_;    ///< none before the setup
     std::vector<Output> outputs_;  ///< empty before `collect_outputs`
@@ -175,15 +206,18 @@ class RunningGraph {
     /// @param report gets what a block throws in its stop; the others are stopped all the same.
     void stop(const std::function<void(const std::exception_ptr&)>& report) noexcept;
 
-    /// Gives blocks new settings, with no run in between. After a ConfigurationError that block and
-    /// those before it get their old settings back.
-    /// @param next the same blocks and connections with other settings; becomes `graph()`, and its
-    ///        rate limit applies from here on.
-    /// @param changed the new complete settings of the blocks to be reconfigured.
-    /// @param diagnostics takes the refusal.
-    /// @throws Fenwa::ConfigurationError after a refusal; BlockFailure, after which the blocks are
-    ///         fit for `stop` only.
-    void reconfigure(Graph next, const Settings& changed, common::Diagnostics& diagnostics);
+    /// Makes all of a change or none of it, with no run in between: reconfigures blocks; stops and
+    /// destroys, in reverse order, the blocks that `next` lacks and those to be rebuilt;
+    /// constructs, sets up, connects and starts the new ones in file order; makes and removes
+    /// connections. After a mistake the blocks that were reconfigured get their old settings back,
+    /// and those that were destroyed are built again. All other blocks go on untouched. If it is
+    /// done, `next` becomes `graph()`, and its rate limit applies from here on. What a block throws
+    /// in its stop goes to stderr and hinders nothing.
+    /// @param diagnostics takes the mistakes.
+    /// @throws BlockFailure, after which the blocks are fit for `stop` only, if a block throws
+    ///         something other than a ConfigurationError in `reconfigure`, refuses its old settings
+    ///         or cannot be built again.
+    UpdateResult update(GraphUpdate change, common::Diagnostics& diagnostics);
 
     /// From here on `watcher` is called for every output that carries a new value, instead of an
     /// earlier one; empty for none.
@@ -191,7 +225,7 @@ class RunningGraph {
 
     /// Gives `diagnostics` the lines of the graph file as it was read last.
     void show_source_in(common::Diagnostics& diagnostics) const {
-        diagnostics.take_source(context_.diagnostics);
+        diagnostics.take_source(*context_.diagnostics);
     }
 
     /// The graph as it was read last.
@@ -211,12 +245,18 @@ class RunningGraph {
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }
 
   private:
+    class Replacement;
+
     void create(const BlockEntry& entry);
-    void check_connections() const;
+    void check_connections(const Graph& graph) const;
     void connect();
+    UpdateResult::Kind reconfigure(const GraphUpdate& change,
+                                   std::vector<BlockInstance*>& reconfigured,
+                                   common::Diagnostics& diagnostics);
     void report_limit(const std::string* block, const std::string& text) const;
     void report_refused(const BlockInstance& instance, const Fenwa::RefusedExport& refused) const;
-    void refer_to_entries();
+    /// Has each block refer to its entry in `graph_`, and brings the blocks into the same order.
+    void take_entries();
 
     Graph graph_;
     GraphContext context_;

@@ -84,6 +84,45 @@ class Probe : public Fenwa::Block {
     Fenwa::OutPort<int>* publishes_in_stop_ = nullptr;
 };
 
+/// Throws on a bus in the phase "in" (constructor, setup, start or stop), from its construction
+/// number "times" in the process on (int, 1): a ConfigurationError with "refuses" (bool, false).
+/// Says when it is in a phase.
+class Frail : public Fenwa::Block {
+  public:
+    Frail(std::string name, const Fenwa::BlockConfiguration& config, const Fenwa::InitTools& tools)
+        : Fenwa::Block(std::move(name), config),
+          in_(config.getString("in", "")),
+          refuses_(config.getBool("refuses", false)) {
+        static int built = 0;
+        const int times = config.getInt("times", 1);
+        throws_ = tools.sdbus_tools->get_bus() != nullptr && ++built >= times;
+        enter("constructor");
+    }
+
+    ~Frail() override { say(*this, "destructor"); }
+
+    Fenwa::BlockConfiguration setup(const Fenwa::BlockConfiguration& /*config*/) override {
+        enter("setup");
+        return {};
+    }
+    void start() override { enter("start"); }
+    void stop() override { enter("stop"); }
+
+  private:
+    void enter(const std::string& phase) {
+        say(*this, phase);
+        if (phase != in_ || !throws_)
+            return;
+        if (refuses_)
+            throw Fenwa::ConfigurationError("in", "string that this block likes", "another one");
+        throw std::runtime_error("thrown on purpose");
+    }
+
+    std::string in_;
+    bool refuses_;
+    bool throws_ = false;
+};
+
 /// A block whose factory gives none.
 std::unique_ptr<Fenwa::Block> make_nothing(const std::string&, const Fenwa::BlockConfiguration&,
                                            const Fenwa::InitTools&) {
@@ -120,6 +159,7 @@ class Picky : public Fenwa::Block {
 
 void register_life_blocks(Fenwa::IRegistry& registry) {
     registry.register_block<Probe>("Probe");
+    registry.register_block<Frail>("Frail");
     registry.register_block<Strict>("Strict");
     registry.register_block<Picky>("Picky");
     registry.register_factory("Nothing", make_nothing);

@@ -49,7 +49,8 @@ class Stubborn : public Fenwa::Block {
     }
 
     void reconfigure(const Fenwa::BlockConfiguration& /*before*/,
-                     const Fenwa::BlockConfiguration& /*after*/) override {
+                     const Fenwa::BlockConfiguration& after) override {
+        static_cast<void>(after.getInt("level", 0));
         enter("reconfigure");
     }
 

@@ -35,6 +35,10 @@ TEST_F(ControlName, LeadsToAnInterfaceThatCanBeIntrospected) {
    <arg type="s" name="block" direction="in"/>
    <arg type="a{sv}" name="changes" direction="in"/>
   </method>
+  <method name="Rebuild">
+   <arg type="s" name="block" direction="in"/>
+   <arg type="a{sv}" name="changes" direction="in"/>
+  </method>
   <method name="Describe">
    <arg type="s" name="description" direction="out"/>
   </method>

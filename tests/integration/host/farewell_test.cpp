@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "common/bus/callback.hpp"
+#include "tests/integration/host/asked.hpp"
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
 
@@ -50,35 +51,6 @@ class Noise : public BusClient {
   private:
     std::atomic<bool> over_{false};
     std::thread thread_;
-};
-
-/// The service that Hearer asks, which replies when the test asks for it.
-class Asked : public BusClient {
-  public:
-    explicit Asked(const std::string& address) : BusClient(address) {
-        check(sd_bus_add_filter(&bus(), nullptr, common::callback<&Asked::on_message>, this),
-              "filter");
-        own("com.example.Asked");
-    }
-
-    void wait_for_question() {
-        serve_until([this] { return question_ != nullptr; });
-        ASSERT_NE(question_, nullptr);
-    }
-    void answer() {
-        check(sd_bus_reply_method_return(question_.get(), ""), "reply");
-        check(sd_bus_flush(&bus()), "flush");
-    }
-
-  private:
-    int on_message(sd_bus_message& message) {
-        if (sd_bus_message_is_method_call(&message, "com.example.Asked1", "Ask") <= 0)
-            return 0;
-        question_.reset(sd_bus_message_ref(&message));
-        return 1;
-    }
-
-    common::MessagePtr question_;
 };
 
 TEST_F(Farewell, ReachesItsReceiverOnABusyBus) {

@@ -106,6 +106,37 @@ TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
     EXPECT_EQ(values_in(ended.out), written);
 }
 
+TEST_F(ReloadUnderLoad, BlocksThatAreBuiltAnewLeaveNothingBehind) {
+    constexpr int warm_up = 100;
+    constexpr int reloads = 400;
+    // Between the timer and two others, which go on.
+    const auto with_counter = [](int i) {
+        const std::string number = std::to_string(i);
+        return block("c" + number, "Counter") + block("e", "Events", "") + block("h", "Hearer") +
+               block("p", "Source", "runs = 9, constant = " + number + ".5") +
+               R"(blocks.r = {type = "Relay"}
+                  blocks.t = {type = "Timer", interval = 1}
+                  blocks.s = {type = "Sink", only = "double"}
+                  connections = [{from = "t.out", to = "c)" +
+               number + R"(.tick"}, {from = "p.out", to = "s.double"}])";
+    };
+    start(with_counter(1), {"--control"});
+    Writer writer;
+    std::size_t memory_before = 0;
+    for (int i = 1; i <= reloads; ++i) {
+        ASSERT_NE(reload(with_counter(i + 1)).find("reloaded; rebuilt 'p'; added 'c"),
+                  std::string::npos);
+        if (i == warm_up)
+            memory_before = memory();
+    }
+    EXPECT_LE(memory(), memory_before + 64 * 1024);
+    const int written = writer.end();
+    const Ended ended = host().terminate();
+    EXPECT_EQ(ended.code, 0);
+    EXPECT_GT(written, 100);
+    EXPECT_EQ(values_in(ended.out), written);
+}
+
 TEST_F(ReloadUnderLoad, SignalsThatComeTogetherEndInTheFileAsItIs) {
     start(graph(100), {"--control"});
     Writer writer;

@@ -51,10 +51,6 @@ INSTANTIATE_TEST_SUITE_P(
                            R"(level = 2, note = "x", hidden = 8)",
                            "level = 2",
                            "a: 2 x 8 -> 2 none 7\na: 2 none 7 -> 2 none 7\n"},
-                    Change{{"ABlockThatCannotBeBuiltWithoutABus"},
-                           R"(needs_a_bus = true, level = 2, note = "x")",
-                           R"(needs_a_bus = true, level = 3, note = "x")",
-                           "a: 2 x 7 -> 3 x 7\na: 3 x 7 -> 3 x 7\n"},
                     // The line of the block that is tried out is not logged.
                     Change{{"ABlockThatSpeaksWhenItIsBuilt"},
                            "speaks = true",
