@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
 #include <thread>
@@ -17,9 +18,46 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+std::string environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+/// The address that "system" or "session" stands for, as sd-bus finds it; empty for any other, and
+/// if the environment names no session bus.
+std::string meaning_of(const std::string& address) {
+    if (address == "system") {
+        const std::string given = environment("DBUS_SYSTEM_BUS_ADDRESS");
+        return given.empty() ? "unix:path=/run/dbus/system_bus_socket" : given;
+    }
+    if (address != "session")
+        return {};
+    const std::string given = environment("DBUS_SESSION_BUS_ADDRESS");
+    const std::string folder = environment("XDG_RUNTIME_DIR");
+    return given.empty() && !folder.empty() ? "unix:path=" + folder + "/bus" : given;
+}
+
 [[noreturn]] void unreachable(const std::string& address, const std::string& reason) {
+    const std::string meaning = meaning_of(address);
     throw Failure(ExitCode::unavailable,
-                  fmt::format("cannot reach the bus at '{}': {}", address, reason));
+                  fmt::format("cannot reach the bus at '{}'{}: {}", address,
+                              meaning.empty() ? "" : " (" + meaning + ")", reason));
+}
+
+[[noreturn]] void unreachable(const std::string& address, int error) {
+    std::string reason = std::strerror(error);
+    if (error == ENOMEDIUM)
+        reason = "neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR is set";
+    // sd-bus skips what it does not know, and then has nowhere to go.
+    const bool is_address =
+        address == "system" || address == "session" || address.find(':') != std::string::npos;
+    if (error == EINVAL || !is_address)
+        reason += "; an address looks like unix:path=/run/dbus/system_bus_socket";
+    else if (error == ENOENT || error == ECONNREFUSED || error == ENOMEDIUM)
+        reason +=
+            "; name another bus with --bus, or give a program its own: "
+            "fenwa-camera run --private-bus -- PROGRAM";
+    unreachable(address, reason);
 }
 
 BusPtr new_connection(const std::string& address) {
@@ -43,7 +81,7 @@ BusPtr new_connection(const std::string& address) {
         bus = nullptr;
     }
     if (r < 0)
-        unreachable(address, std::strerror(-r));
+        unreachable(address, -r);
     return BusPtr(bus);
 }
 
@@ -65,18 +103,20 @@ bool drop_input(int socket, Clock::time_point deadline) {
 
 }  // namespace
 
-std::string BusError::text(int r) const {
-    if (sd_bus_error_is_set(&error) <= 0)
-        return std::strerror(-r);
+std::string text_of(const sd_bus_error& error) {
     std::string text = error.name;
     if (error.message != nullptr)
         text.append(": ").append(error.message);
     return text;
 }
 
+std::string BusError::text(int r) const {
+    return sd_bus_error_is_set(&error) > 0 ? text_of(error) : std::strerror(-r);
+}
+
 BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
     BusPtr bus = new_connection(address);
-    const auto give_up = [&](const std::string& reason) {
+    const auto give_up = [&](const auto& reason) {
         // At once: the handle would wait for the daemon to read the rest of the output.
         sd_bus_close(bus.get());
         unreachable(address, reason);
@@ -85,10 +125,10 @@ BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
     // A daemon that accepts the connection and then stays silent would hold sd-bus for minutes.
     for (int ready = 0; (ready = sd_bus_is_ready(bus.get())) <= 0;) {
         if (ready < 0)
-            give_up(std::strerror(-ready));
+            give_up(-ready);
         const int r = sd_bus_process(bus.get(), nullptr);
         if (r < 0)
-            give_up(std::strerror(-r));
+            give_up(-r);
         if (r > 0)
             continue;
         const auto left =
@@ -98,7 +138,7 @@ BusPtr open_bus(const std::string& address, std::chrono::microseconds limit) {
                     std::to_string(std::chrono::duration<double>(limit).count()) + " s");
         const int w = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
         if (w < 0 && w != -EINTR)
-            give_up(std::strerror(-w));
+            give_up(-w);
     }
     return bus;
 }

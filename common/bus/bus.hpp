@@ -18,6 +18,9 @@ using SlotPtr = Fenwa::Slot;
 using TrackPtr = Fenwa::Handle<sd_bus_track, sd_bus_track_unref>;
 using MessagePtr = Fenwa::Message;
 
+/// "NAME: MESSAGE" of an error that is set.
+[[nodiscard]] std::string text_of(const sd_bus_error& error);
+
 /// An error structure that frees itself.
 struct BusError {
     sd_bus_error error = SD_BUS_ERROR_NULL;
@@ -33,7 +36,8 @@ struct BusError {
 };
 
 /// Connects to "system", "session" or a D-Bus address and waits until the daemon has answered.
-/// @throws Failure (unavailable), naming the address, when that fails or takes longer than `limit`.
+/// @throws Failure (unavailable), naming the address and what to do, when that fails or takes
+///         longer than `limit`.
 [[nodiscard]] BusPtr open_bus(const std::string& address, std::chrono::microseconds limit);
 
 /// Whether a connection can own such a name: a well-formed one, and not a unique name (":1.7").

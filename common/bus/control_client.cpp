@@ -39,14 +39,15 @@ MessagePtr ControlClient::send(const MessagePtr& call) const {
     MessagePtr reply;
     const int r = sd_bus_call(bus_.get(), call.get(), 0, &error, reply.out());
     if (r < 0)
-        fail(error, r);
+        fail(error.error, error.text(r));
     return reply;
 }
 
-Json ControlClient::json_reply(const char* method) const {
-    const MessagePtr reply = send(new_call(method));
+Json ControlClient::json_of(sd_bus_message& reply) const {
+    if (const sd_bus_error* const error = sd_bus_message_get_error(&reply))
+        fail(*error, text_of(*error));
     const char* text = nullptr;
-    if (sd_bus_message_read(reply.get(), "s", &text) < 0)
+    if (sd_bus_message_read(&reply, "s", &text) < 0)
         throw JsonError("it is not a string");
     return parse_json(text, "the answer");
 }
@@ -64,16 +65,15 @@ void ControlClient::refuse_reply() const {
                   fmt::format("{}'s answer makes no sense: {}", peer_.noun, reason));
 }
 
-void ControlClient::fail(const BusError& error, int r) const {
-    const std::string_view name = error.error.name == nullptr ? "" : error.error.name;
+void ControlClient::fail(const sd_bus_error& error, const std::string& text) const {
+    const std::string_view name = error.name == nullptr ? "" : error.name;
     for (const auto& [prefix, code] : peer_.errors) {
         if (name.starts_with(prefix))
-            throw Failure(code, error.error.message == nullptr ? "" : error.error.message);
+            throw Failure(code, error.message == nullptr ? "" : error.message);
     }
     if (name == SD_BUS_ERROR_SERVICE_UNKNOWN || name == SD_BUS_ERROR_NAME_HAS_NO_OWNER)
         throw Failure(ExitCode::unavailable, peer_.absent);
-    throw Failure(ExitCode::unavailable,
-                  fmt::format("{} does not answer: {}", peer_.noun, error.text(r)));
+    throw Failure(ExitCode::unavailable, fmt::format("{} does not answer: {}", peer_.noun, text));
 }
 
 }  // namespace common

@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/bus/bus.hpp"
@@ -65,8 +66,15 @@ class ControlClient {
     ///         JsonError or Json::exception.
     template <class Read>
     auto read_json(const char* method, Read&& read) const {
+        return read_json(*send(new_call(method)), std::forward<Read>(read));
+    }
+    /// The same for the reply of a call that was sent otherwise; an error reply throws as `send`.
+    template <class Read>
+    auto read_json(sd_bus_message& reply, Read&& read) const {
         try {
-            return read(json_reply(method));
+            return read(json_of(reply));
+        } catch (const Failure&) {
+            throw;
         } catch (...) {
             refuse_reply();
         }
@@ -76,10 +84,10 @@ class ControlClient {
     [[nodiscard]] const ControlPeer& peer() const noexcept { return peer_; }
 
   private:
-    [[nodiscard]] Json json_reply(const char* method) const;
+    [[nodiscard]] Json json_of(sd_bus_message& reply) const;
     /// Rethrows the exception of a reply's reader as a Failure.
     [[noreturn]] void refuse_reply() const;
-    [[noreturn]] void fail(const BusError& error, int r) const;
+    [[noreturn]] void fail(const sd_bus_error& error, const std::string& text) const;
 
     ControlPeer peer_;
     BusPtr bus_;

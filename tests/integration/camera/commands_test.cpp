@@ -100,7 +100,8 @@ TEST_F(CameraCommands, NeedABus) {
         EXPECT_EQ(
             ended.err,
             "fenwa-camera: cannot reach the bus at 'unix:path=/nonexistent/bus': No such file "
-            "or directory\n");
+            "or directory; name another bus with --bus, or give a program its own: fenwa-camera "
+            "run --private-bus -- PROGRAM\n");
         EXPECT_EQ(lines(ended.out), name == "run" ? Lines{"the end, with exit code 69"} : Lines{});
     }
     EXPECT_EQ(run({"show", "--bus", "nonsense"}).code, 69);

@@ -144,8 +144,10 @@ TEST_F(CameraRun, RefusesToPlayOnTheMachinesSystemBus) {
     }
     const Ended ended = run({"run", "--system"});
     EXPECT_EQ(ended.code, 69);
-    EXPECT_EQ(ended.err,
-              "fenwa-camera: cannot reach the bus at 'system': No such file or directory\n");
+    EXPECT_EQ(ended.err, std::string("fenwa-camera: cannot reach the bus at 'system' (") +
+                             unreachable_system_bus +
+                             "): No such file or directory; name another bus with --bus, or give a "
+                             "program its own: fenwa-camera run --private-bus -- PROGRAM\n");
 }
 
 }  // namespace

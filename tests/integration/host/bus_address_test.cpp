@@ -27,9 +27,12 @@ class BusAddress : public HostTest {
     static std::string names(const std::string& list) { return "bus.names = [" + list + "]\n"; }
 };
 
+/// What to do about a bus where nobody listens.
+const std::string advice =
+    "; name another bus with --bus, or give a program its own: fenwa-camera run --private-bus -- "
+    "PROGRAM\n";
 const std::string not_there =
-    "fenwa: cannot reach the bus at 'unix:path=/no/bus': No such file or "
-    "directory\n";
+    "fenwa: cannot reach the bus at 'unix:path=/no/bus': No such file or directory" + advice;
 
 TEST_F(BusAddress, WhereNobodyListensIsNamed) {
     const Ended ended = run(timer, {"--bus", "unix:path=/no/bus"});
@@ -78,8 +81,26 @@ TEST_F(BusAddress, MayBeTheSystemBusAsWithoutOneOrTheSessionBus) {
             name == "system" ? "DBUS_SYSTEM_BUS_ADDRESS" : "DBUS_SESSION_BUS_ADDRESS";
         EXPECT_EQ(run_graph(graph, {{variable, bus()}}).code, 0) << graph;
         expect_end(run_graph(graph, {{variable, "unix:path=/no/bus"}}), 69,
-                   "fenwa: cannot reach the bus at '" + name + "': No such file or directory\n");
+                   "fenwa: cannot reach the bus at '" + name +
+                       "' (unix:path=/no/bus): No such file or directory" + advice);
     }
+}
+
+TEST_F(BusAddress, OfAMissingBusIsShownAsTheProgramFindsIt) {
+    const std::string script =
+        "unset DBUS_SESSION_BUS_ADDRESS XDG_RUNTIME_DIR; eval \"$0\"; exec \"$@\"";
+    const std::pair<std::string, std::string> found[]{
+        {"XDG_RUNTIME_DIR=/no; export XDG_RUNTIME_DIR",
+         "'session' (unix:path=/no/bus): No such file or directory"},
+        {"true", "'session': neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR is set"}};
+    for (const auto& [environment, text] : found)
+        expect_end(run_program(Words{"sh", "-c", script, environment} +
+                               run_command(timer, {"--bus", "session"})),
+                   69, "fenwa: cannot reach the bus at " + text + advice);
+    expect_end(
+        run(timer, {"--bus", "nonsense"}), 69,
+        "fenwa: cannot reach the bus at 'nonsense': Connection refused; an address looks like "
+        "unix:path=/run/dbus/system_bus_socket\n");
 }
 
 TEST_F(BusAddress, NamesAreOwnedWhileTheGraphRuns) {
