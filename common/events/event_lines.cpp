@@ -33,15 +33,17 @@ void EventLines::write_json_members(std::string_view event, std::string_view mem
 }
 
 void EventLines::write_text(std::string_view text) {
-    write(fmt::format("{}{}\n", stamp(palette_), text));
+    std::string line = stamp(palette_);
+    line.append(text).push_back('\n');
+    write(line);
 }
 
 std::string EventLines::stamp(const Palette& palette) const {
     if (timestamps_ == Timestamps::none)
         return {};
-    const std::string time =
-        timestamps_ == Timestamps::wall ? wall_time() : fmt::format("{:8.3f}", seconds());
-    return fmt::format("{}{}{}  ", palette.dim, time, palette.reset);
+    if (timestamps_ == Timestamps::wall)
+        return fmt::format("{}{}{}  ", palette.dim, wall_time(), palette.reset);
+    return fmt::format("{}{:8.3f}{}  ", palette.dim, seconds(), palette.reset);
 }
 
 std::string EventLines::json_event(std::string_view event, std::string_view members) const {

@@ -5,6 +5,8 @@
 
 namespace common {
 
+class Diagnostics;
+
 /// How urgent a line is, as in syslog(3).
 enum class Severity : int { error = 3, warning = 4, info = 6 };
 
@@ -17,6 +19,10 @@ void set_program_name(const std::string& name);
 
 /// "fenwa: SENTENCE" with a line end, safe for a terminal. Any thread.
 [[nodiscard]] std::string message_line(std::string_view sentence);
+
+/// Prints the new mistakes of a file: each an entry with its priority in the journal if stderr
+/// leads to it, and otherwise on stderr as `Diagnostics::print` does.
+void print_diagnostics(Diagnostics& diagnostics, bool color);
 
 /// Tells the user something: an entry in the journal if stderr leads to it, and otherwise one line
 /// on stderr, in one piece. Any thread.

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
+#include "common/text/json.hpp"
 #include "common/text/terminal.hpp"
 #include "common/text/utf8.hpp"
 
@@ -130,17 +132,52 @@ std::string Diagnostics::locate(SourceLocation location) const {
     return file_ + ':' + std::to_string(location.line) + ':' + std::to_string(location.column);
 }
 
-void Diagnostics::print(std::ostream& out, bool color) {
+std::vector<const Diagnostics::Entry*> Diagnostics::take_kept() {
     std::vector<const Entry*> sorted;
     for (; printed_ < entries_.size(); ++printed_)
         sorted.push_back(&entries_[printed_]);
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const Entry* a, const Entry* b) { return a->location < b->location; });
+    return sorted;
+}
 
+std::size_t Diagnostics::take_not_kept(Severity severity) noexcept {
+    const std::size_t not_kept = this->not_kept(severity);
+    return not_kept - std::exchange(count(severity).printed_not_kept, not_kept);
+}
+
+std::vector<Diagnostics::Entry> Diagnostics::take_new() {
+    std::vector<Entry> entries;
+    for (const Entry* entry : take_kept())
+        entries.push_back(*entry);
+    for (const auto& [severity, noun] :
+         {std::pair(Severity::error, "error"), std::pair(Severity::warning, "warning")}) {
+        if (const std::size_t more = take_not_kept(severity); more != 0)
+            entries.push_back(
+                {severity, {}, counted(more, noun) + " more, which are not shown", {}});
+        count(severity).printed = count(severity).all;
+    }
+    return entries;
+}
+
+void Diagnostics::print_json(std::ostream& out) {
+    for (const Entry& entry : take_new()) {
+        const bool has_place = entry.location.line != 0;
+        out << json_line({{"file", file_},
+                          {"line", has_place ? Json(entry.location.line) : Json()},
+                          {"column", has_place ? Json(entry.location.column) : Json()},
+                          {"severity", entry.severity == Severity::error ? "error" : "warning"},
+                          {"text", entry.text},
+                          {"help", entry.help.empty() ? Json() : Json(entry.help)}})
+            << '\n';
+    }
+}
+
+void Diagnostics::print(std::ostream& out, bool color) {
     const Palette palette(color);
     std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;
-    for (const Entry* entry : sorted) {
+    for (const Entry* entry : take_kept()) {
         const bool is_error = entry->severity == Severity::error;
         out << palette.bold << one_line(locate(entry->location)) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
@@ -172,12 +209,8 @@ void Diagnostics::print_counts(std::ostream& out) {
     };
     Count& errors = count(Severity::error);
     Count& warnings = count(Severity::warning);
-    const auto take_not_kept = [](Count& count) {
-        return count.all - count.kept -
-               std::exchange(count.printed_not_kept, count.all - count.kept);
-    };
-    const std::size_t errors_not_kept = take_not_kept(errors);
-    print_line(errors_not_kept, take_not_kept(warnings), " more, which are not shown");
+    const std::size_t errors_not_kept = take_not_kept(Severity::error);
+    print_line(errors_not_kept, take_not_kept(Severity::warning), " more, which are not shown");
     const std::size_t new_errors = errors.all - std::exchange(errors.printed, errors.all);
     print_line(new_errors, warnings.all - std::exchange(warnings.printed, warnings.all), "");
 }

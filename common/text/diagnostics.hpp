@@ -96,6 +96,17 @@ class Diagnostics {
     /// the part around the place of a very long line.
     void print(std::ostream& out, bool color);
 
+    /// The same for programs, one JSON object a line, without the count:
+    ///
+    ///     {"file", "line", "column", "severity": "error" | "warning", "text", "help"}
+    ///
+    /// Line and column are null for the whole file, the help is null where there is none.
+    void print_json(std::ostream& out);
+
+    /// The mistakes that were added since the last call of this function or of one that prints, in
+    /// file order; the last one of a severity may tell how many are not kept.
+    [[nodiscard]] std::vector<Entry> take_new();
+
   private:
     struct Count {
         std::size_t all = 0;
@@ -110,6 +121,8 @@ class Diagnostics {
     [[nodiscard]] Count& count(Severity severity) noexcept {
         return counts_[static_cast<std::size_t>(severity)];
     }
+    [[nodiscard]] std::vector<const Entry*> take_kept();
+    [[nodiscard]] std::size_t take_not_kept(Severity severity) noexcept;
     void print_counts(std::ostream& out);
 
     std::string file_;

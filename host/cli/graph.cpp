@@ -1,4 +1,3 @@
-#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -6,6 +5,7 @@
 #include <vector>
 
 #include "common/cli/options.hpp"
+#include "common/events/message.hpp"
 #include "common/events/print_text.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/terminal.hpp"
@@ -45,7 +45,7 @@ Json describe_file(const GraphOptions& options, ExitCode& code) {
     const CheckedGraph checked =
         read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::alone, look);
     code = checked.code;
-    diagnostics.print(std::cerr, common::use_color(options.color, stderr));
+    common::print_diagnostics(diagnostics, common::use_color(options.color, stderr));
     if (code != ExitCode::done)
         return {};
     Json blocks = Json::array();

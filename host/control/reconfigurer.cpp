@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <system_error>
 #include <unordered_map>
@@ -125,10 +124,10 @@ void Reconfigurer::reload(bool color) noexcept {
         try {
             done = reload_from(diagnostics, built_again);
         } catch (const BlockFailure&) {
-            diagnostics.print(std::cerr, color);
+            common::print_diagnostics(diagnostics, color);
             throw;
         }
-        diagnostics.print(std::cerr, color);
+        common::print_diagnostics(diagnostics, color);
         if (done)
             say(*done);
         else

@@ -103,6 +103,19 @@ TEST_F(JournalTest, GetsTheReasonOfAFailureAsAnError) {
     EXPECT_EQ(failure, fields("", "", "3"));
 }
 
+TEST_F(JournalTest, GetsTheMistakesOfAGraphWithTheirPriority) {
+    Process host(
+        in_namespace("blocks.t = {type = \"Timer\", interval = 9, since = 1}\n"
+                     "blocks.u = {type = \"Timr\"}"));
+    EXPECT_EQ(host.wait().code, 78);
+    EXPECT_EQ(entry(),
+              fields(path("graph.toml") + ":2:43: warning: Timer does not read the key 'since'", "",
+                     "4"));
+    EXPECT_EQ(entry(), fields(path("graph.toml") +
+                                  ":3:20: error: unknown block type 'Timr'; did you mean 'Timer'?",
+                              "", "3"));
+}
+
 TEST_F(JournalTest, GetsTheNewsOfACrashWithItsBlock) {
     Process host(in_namespace(block("b", "Stubborn", R"(in = "start", does = "crashes")"), "json"));
     EXPECT_EQ(host.wait().signal, SIGSEGV);
@@ -156,11 +169,12 @@ TEST_F(JournalTest, GetsRepeatedLinesOnceAndThenWithTheirNumber) {
 
 TEST_F(JournalTest, IsLeftAloneWhenStderrLeadsElsewhere) {
     for (const char* stream : {"1:1", "", "nonsense"}) {
-        const Ended ended = run(block("p", "Probe"), {"--format", "text", "--for", "0.05"},
-                                {{"JOURNAL_STREAM", stream}});
+        const Ended ended =
+            run(block("p", "Probe"), {"--format", "text", "--timestamps", "none", "--for", "0.05"},
+                {{"JOURNAL_STREAM", stream}});
         EXPECT_EQ(lines_with(ended.err, "info: "),
-                  "info: p: constructor\ninfo: p: setup\ninfo: p: start\ninfo: p: run\n"
-                  "info: p: stop\ninfo: p: destructor\n")
+                  "p: info: p: constructor\np: info: p: setup\np: info: p: start\n"
+                  "p: info: p: run\np: info: p: stop\np: info: p: destructor\n")
             << stream;
     }
 }

@@ -196,5 +196,40 @@ TEST(Diagnostics, NounsAreCounted) {
     EXPECT_EQ(counted(2, "error"), "2 errors");
 }
 
+TEST(DiagnosticsJsonTest, HoldsEachMistakeWholeAndOnce) {
+    Diagnostics diagnostics("a b.toml");
+    diagnostics.warning({2, 3}, "later \"quoted\"");
+    diagnostics.error({1, 1}, "first", "do it");
+    diagnostics.error({}, "all of it");
+    const auto lines = [&diagnostics] {
+        std::ostringstream out;
+        diagnostics.print_json(out);
+        return out.str();
+    };
+    EXPECT_EQ(lines(),
+              R"({"file":"a b.toml","line":null,"column":null,"severity":"error",)"
+              R"("text":"all of it","help":null})"
+              "\n"
+              R"({"file":"a b.toml","line":1,"column":1,"severity":"error","text":"first",)"
+              R"("help":"do it"})"
+              "\n"
+              R"({"file":"a b.toml","line":2,"column":3,"severity":"warning",)"
+              R"("text":"later \"quoted\"","help":null})"
+              "\n");
+    EXPECT_EQ(lines(), "");
+    EXPECT_EQ(printed(diagnostics), "");
+}
+
+TEST(DiagnosticsJsonTest, CountsTheMistakesThatAreNotKept) {
+    Diagnostics diagnostics("f");
+    for (std::uint32_t i = 1; i <= Diagnostics::max_kept + 3; ++i)
+        diagnostics.error({i, 1}, "e");
+    std::ostringstream out;
+    diagnostics.print_json(out);
+    EXPECT_TRUE(out.str().ends_with(R"({"file":"f","line":null,"column":null,"severity":"error",)"
+                                    R"("text":"3 errors more, which are not shown","help":null})"
+                                    "\n"));
+}
+
 }  // namespace
 }  // namespace common
