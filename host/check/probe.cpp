@@ -99,9 +99,12 @@ std::vector<UnreadKey> KeyRecorder::unread_keys(const BlockEntry& entry,
                                                 common::Suggester& suggester) const {
     std::vector<UnreadKey> unread;
     for (const Setting& setting : entry.settings) {
-        if (is_unread(setting))
-            unread.push_back(
-                {setting.key, setting.location, suggester.did_you_mean(setting.key, read_)});
+        if (!is_unread(setting))
+            continue;
+        std::string help = suggester.did_you_mean(setting.key, read_);
+        if (help.empty() && setting.is_unreadable_array())
+            help = array_help;
+        unread.push_back({setting.key, setting.location, std::move(help)});
     }
     return unread;
 }
@@ -322,8 +325,10 @@ void Probe::report_throw(const ProbedBlock& probed) {
 
 void report(const Fenwa::ConfigurationError& error, const BlockEntry& entry,
             Diagnostics& diagnostics) {
+    const Setting* const setting = entry.find(error.key());
     diagnostics.error(entry.location_of(error.key()),
-                      fmt::format("{}: {}", display_name(entry), error.what()));
+                      fmt::format("{}: {}", display_name(entry), error.what()),
+                      setting != nullptr && setting->is_unreadable_array() ? array_help : "");
 }
 
 }  // namespace host

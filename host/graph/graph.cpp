@@ -9,6 +9,7 @@
 
 #include "common/bus/bus.hpp"
 #include "common/process/exit_code.hpp"
+#include "common/text/line_text.hpp"
 #include "common/toml/document.hpp"
 
 namespace host {
@@ -81,9 +82,10 @@ std::optional<Value> strings_from_toml(const std::string& key, const toml::array
     for (const toml::node& element : list) {
         const auto* text = element.as_string();
         if (text == nullptr) {
-            diagnostics.error(common::position(element),
-                              fmt::format("the array '{}' must hold strings only, not {}", key,
-                                          kind_of(element)));
+            diagnostics.error(
+                common::position(element),
+                fmt::format("the array '{}' must hold strings only, not {}", key, kind_of(element)),
+                array_help);
             return std::nullopt;
         }
         strings.push_back(text->get());
@@ -160,6 +162,11 @@ void add_blocks(const toml::table* blocks, Graph& graph, Diagnostics& diagnostic
                                                           entry.key, kind_of(*entry.value)));
             continue;
         }
+        // Lines and bus messages carry the name; a zero byte is reported with those of all keys.
+        if (common::one_line(entry.key) != entry.key && entry.key.find('\0') == std::string::npos)
+            diagnostics.error(entry.location,
+                              fmt::format("the block name {} holds a control character",
+                                          common::in_quotes(entry.key)));
         BlockEntry block;
         block.name = entry.key;
         block.location = entry.location;
@@ -235,7 +242,9 @@ std::optional<Graph> read_graph(const std::string& path, Diagnostics& diagnostic
     add_connections(reader.array("connections"), graph, diagnostics);
     reader.report_unknown_keys();
     if (graph.blocks.empty() && diagnostics.errors() == 0)
-        diagnostics.error({}, "the graph has no blocks");
+        diagnostics.error({}, "the graph has no blocks",
+                          "a graph needs 'plugins' = [\"NAME.so\"] and for each block a table "
+                          "[blocks.NAME] with its 'type'; 'fenwa list' shows plug-ins and types");
     return graph;
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <variant>
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
@@ -30,12 +31,22 @@ struct RateLimit {
     [[nodiscard]] bool enabled() const noexcept { return burst > 0 && rate > 0.0; }
 };
 
+/// Help for an array among the settings of a block; the getters of blocks read no other one.
+inline constexpr const char* array_help =
+    "no block can read an array, except one of a single string";
+
 /// One setting of a block, its key flattened to dots.
 struct Setting {
     std::string key;
     SourceLocation location;
     /// Empty where the file holds a kind of value that no block takes.
     std::optional<Fenwa::BlockConfiguration::Value> value;
+
+    /// Whether it is an array that no block can read.
+    [[nodiscard]] bool is_unreadable_array() const {
+        const auto* const list = value ? std::get_if<std::vector<std::string>>(&*value) : nullptr;
+        return list != nullptr && list->size() != 1;
+    }
 };
 
 /// One block of the graph.

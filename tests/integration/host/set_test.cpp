@@ -97,7 +97,7 @@ TEST_F(Set, ShowsInTheDescriptionAlsoTextThatDBusDoesNotCarry) {
         client.call("Reconfigure", "sa{sv}", "a", 3, "level", "i", 4, "note", "as", 2, "p", "q",
                     "hidden", "y", 8),
         "WrongSetting: block 'a' (Settled): the key 'note' must be a string, not an array of 2 "
-        "strings");
+        "strings; no block can read an array, except one of a single string");
     EXPECT_EQ(client.call("Reconfigure", "sa{sv}", "a", 2, "level", "i", 4, "hidden", "t",
                           std::uint64_t{8}),
               "ok");
@@ -140,7 +140,9 @@ TEST_F(Set, RefusesAWrongCommandLineWithoutAHost) {
     expect_refused({"a", "level"}, "'level' is not of the form KEY=VALUE");
     expect_refused({"a", "=2"}, "'=2' is not of the form KEY=VALUE");
     expect_refused({"a", "level=1", "level=2"}, "'level' is given twice");
-    expect_refused({"a", "level=[1]"}, "the array 'level' must hold strings only, not an integer");
+    expect_refused({"a", "level=[1]"},
+                   "the array 'level' must hold strings only, not an integer; no block can read an "
+                   "array, except one of a single string");
     for (const char* text : {"level=\"a\\u0000b\"", "level=[\"a\\u0000b\"]"})
         expect_refused({"a", text}, "'level' holds a NUL, which D-Bus does not carry");
     expect_refused({"a", "level={ x = 1 }"},
