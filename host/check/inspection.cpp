@@ -78,18 +78,26 @@ PluginLoader loader_of(const InspectedPlugin& plugin, Fenwa::BlockRegistry& regi
     return PluginLoader(plugin_folders(plugin.plugin_dirs), {}, registry);
 }
 
+void load_types(const InspectedPlugin& plugin, Fenwa::BlockRegistry& registry) {
+    if (plugin.built_in)
+        register_built_in_types(registry, nullptr);
+    else
+        loader_of(plugin, registry).load(plugin.name);
+}
+
 void list(const InspectedPlugin& plugin, const Sender& send) {
     Fenwa::BlockRegistry registry;
-    PluginLoader loader = loader_of(plugin, registry);
     send.phase(loading);
     try {
-        loader.load(plugin.name);
+        load_types(plugin, registry);
     } catch (const PluginError& error) {
         if (!error.thrown())
             return send({{"unusable", error.what()}, {"help", error.help()}});
         send.threw(*error.thrown());
     }
-    send({{"file", loader.find(plugin.name).string()}, {"types", registry.type_names()}});
+    const std::string file =
+        plugin.built_in ? "" : loader_of(plugin, registry).find(plugin.name).string();
+    send({{"file", file}, {"types", registry.type_names()}});
 }
 
 Json to_json(const ProbedBlock& probed) {
@@ -129,7 +137,7 @@ void build(const InspectedPlugin& plugin, const std::string& type,
     Fenwa::BlockRegistry registry;
     send.phase(loading);
     try {
-        loader_of(plugin, registry).load(plugin.name);
+        load_types(plugin, registry);
     } catch (const PluginError& error) {
         // An entry point that threw is reported with the list of types.
         if (!error.thrown())

@@ -15,6 +15,7 @@ struct InspectedPlugin {
     std::string name;                      ///< as a graph names it
     std::vector<std::string> plugin_dirs;  ///< further folders
     std::chrono::microseconds limit;       ///< for loading it, and for building a block
+    bool built_in = false;                 ///< the host's own types instead
 };
 
 /// A failure of a plug-in or one of its blocks.
@@ -27,7 +28,7 @@ struct Misbehaviour {
 
 /// The types that a plug-in registers.
 struct PluginTypes {
-    std::string file;  ///< the one that was found
+    std::string file;  ///< the one that was found; empty for the host's own types
     std::vector<std::string> types;
     std::optional<Misbehaviour> misbehaviour;  ///< of its entry point
 };

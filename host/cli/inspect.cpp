@@ -1,10 +1,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "common/cli/options.hpp"
 #include "common/events/message.hpp"
@@ -17,6 +20,7 @@
 #include "host/check/inspection.hpp"
 #include "host/cli/options.hpp"
 #include "host/output/inspect_text.hpp"
+#include "host/plugin/block_types.hpp"
 
 namespace host {
 namespace {
@@ -30,6 +34,39 @@ struct InspectOptions {
     common::EventFormat format = common::EventFormat::text;
     common::ColorChoice color = common::ColorChoice::automatic;
 };
+
+/// Takes an argument that is a block type for what it is: one of the host's own types, or one of
+/// the plug-ins in the folders.
+void find_type(InspectOptions& options) {
+    if (options.type)
+        return;
+    const std::string& name = options.plugin.name;
+    InspectedPlugin built_in = options.plugin;
+    built_in.built_in = true;
+    const auto has_type = [&name](const InspectedPlugin& plugin) {
+        try {
+            const std::vector<std::string> types = list_types(plugin).types;
+            return std::find(types.begin(), types.end(), name) != types.end();
+        } catch (const common::Failure&) {
+            return false;  // it cannot be used
+        }
+    };
+    if (has_type(built_in)) {
+        options.type = std::exchange(built_in.name, "");
+        options.plugin = built_in;
+        return;
+    }
+    if (name.find('/') != std::string::npos || name.ends_with(".so"))
+        return;
+    for (const std::filesystem::path& file : plugins_in_folders(options.plugin.plugin_dirs)) {
+        InspectedPlugin plugin = options.plugin;
+        plugin.name = file.filename().string();
+        if (has_type(plugin)) {
+            options.type = std::exchange(options.plugin.name, plugin.name);
+            return;
+        }
+    }
+}
 
 /// The types to be printed.
 std::vector<std::string> chosen_types(const InspectOptions& options, const PluginTypes& all) {
@@ -47,11 +84,12 @@ std::vector<std::string> chosen_types(const InspectOptions& options, const Plugi
 }
 
 /// Prints the block types of a plug-in on stdout, in the order in which it registers them. As JSON:
-/// {"plugin": NAME, "file": PATH, "types": [as `inspect_type`, …]}.
+/// {"plugin": NAME, "file": PATH, "types": [as `inspect_type`, …]}, both null for the host's own.
 /// @returns `software` if the entry point or a block threw, crashed or hung.
 /// @throws common::Failure `unreadable` if the plug-in cannot be loaded, `usage` if it has no such
 ///         type.
-ExitCode inspect_plugin(const InspectOptions& options) {
+ExitCode inspect_plugin(InspectOptions options) {
+    find_type(options);
     const PluginTypes listed = list_types(options.plugin);
     ExitCode code = ExitCode::done;
     if (listed.misbehaviour) {
@@ -67,8 +105,10 @@ ExitCode inspect_plugin(const InspectOptions& options) {
             code = ExitCode::software;
     }
     if (options.format == common::EventFormat::json) {
-        const Json document = {
+        Json document = {
             {"plugin", options.plugin.name}, {"file", listed.file}, {"types", std::move(types)}};
+        if (options.plugin.built_in)
+            document["plugin"] = document["file"] = nullptr;
         common::print_text(common::json_line(document) + '\n');
     } else {
         common::print_text(
@@ -85,8 +125,8 @@ common::Command inspect_command() {
         .name = "inspect",
         .help = "Prints the block types of a plug-in with ports and keys; needs no bus",
         .arguments = {{.name = "PLUGIN",
-                       .help =
-                           "As in a graph: a name in the plug-in folders, or a path with a slash",
+                       .help = "As in a graph: a name in the plug-in folders, or a path with a "
+                               "slash; or a block type, Timer or one of those plug-ins",
                        .take = common::into(options->plugin.name),
                        .required = true},
                       {.name = "TYPE",

@@ -18,6 +18,7 @@ namespace host {
 [[nodiscard]] common::Command set_command();
 [[nodiscard]] common::Command watch_command();
 [[nodiscard]] common::Command inspect_command();
+[[nodiscard]] common::Command list_command();
 [[nodiscard]] common::Command graph_command();
 
 // What several commands have in common. Each variable outlives the command.

@@ -3,6 +3,9 @@
 #include <dlfcn.h>
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "host/output/activity.hpp"
@@ -25,7 +28,36 @@ std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
     return names;
 }
 
+constexpr const char* entry_point = "lib_register_cpp";
+
+/// Other libraries are not loaded to find out, as that would run their code.
+bool names_entry_point(const fs::path& library) {
+    std::error_code ignored;
+    if (!fs::is_regular_file(library, ignored))
+        return false;
+    std::ifstream file(library, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    return content.find(entry_point) != std::string::npos;
+}
+
 }  // namespace
+
+std::vector<fs::path> plugins_in_folders(const std::vector<std::string>& given) {
+    const std::vector<fs::path> folders = plugin_folders(given);
+    std::vector<std::string> names = libraries_in(folders);
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    std::vector<fs::path> plugins;
+    std::error_code ignored;
+    for (const std::string& name : names) {
+        const auto folder = std::find_if(folders.begin(), folders.end(), [&](const fs::path& each) {
+            return fs::exists(each / name, ignored);
+        });
+        if (folder != folders.end() && names_entry_point(*folder / name))
+            plugins.push_back(fs::absolute(*folder / name));
+    }
+    return plugins;
+}
 
 std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
     std::vector<fs::path> folders(given.begin(), given.end());
@@ -78,9 +110,9 @@ void PluginLoader::load(const std::string& plugin) {
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
         fail(std::string("does not load: ") + dlerror());
-    void* const symbol = dlsym(library, "lib_register_cpp");
+    void* const symbol = dlsym(library, entry_point);
     if (symbol == nullptr)
-        fail("has no entry point 'lib_register_cpp'");
+        fail(fmt::format("has no entry point '{}'", entry_point));
     activity.emplace("plug-in", plugin.c_str(), "its entry point");
     int r = 0;
     try {
@@ -95,13 +127,17 @@ void PluginLoader::load(const std::string& plugin) {
         fail("cannot be used: its entry point returned " + std::to_string(r));
 }
 
+void register_built_in_types(Fenwa::IRegistry& registry, sd_event* loop) {
+    registry.register_factory("Timer",
+                              [loop](std::string name, const Fenwa::BlockConfiguration& config,
+                                     const Fenwa::InitTools&) -> std::unique_ptr<Fenwa::Block> {
+                                  return std::make_unique<TimerBlock>(std::move(name), config,
+                                                                      loop);
+                              });
+}
+
 BlockTypes::BlockTypes(sd_event* loop) {
-    registry_.register_factory("Timer",
-                               [loop](std::string name, const Fenwa::BlockConfiguration& config,
-                                      const Fenwa::InitTools&) -> std::unique_ptr<Fenwa::Block> {
-                                   return std::make_unique<TimerBlock>(std::move(name), config,
-                                                                       loop);
-                               });
+    register_built_in_types(registry_, loop);
 }
 
 PluginLoader BlockTypes::make_loader(const std::vector<std::string>& plugin_dirs,

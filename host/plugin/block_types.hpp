@@ -22,6 +22,15 @@ namespace host {
 [[nodiscard]] std::vector<std::filesystem::path> plugin_folders(
     const std::vector<std::string>& given);
 
+/// The plug-ins in the folders in which they are looked up by name: each file name once, as the
+/// look-up finds it. A plug-in is a library that names the entry point; none is loaded.
+[[nodiscard]] std::vector<std::filesystem::path> plugins_in_folders(
+    const std::vector<std::string>& given);
+
+/// Registers the types that need no plug-in.
+/// @param loop as for BlockTypes.
+void register_built_in_types(Fenwa::IRegistry& registry, sd_event* loop);
+
 /// A plug-in cannot be used; `what()` is the reason.
 class PluginError : public std::runtime_error {
   public:

@@ -289,6 +289,28 @@ TEST_F(Inspect, PathIsSeenFromTheWorkingFolder) {
     EXPECT_EQ(ended.out, "From-first\n              no ports, no keys\n");
 }
 
+TEST_F(Inspect, ShowsTheBuiltInType) {
+    const Ended ended = inspect({"Timer"});
+    expect_end(ended);
+    EXPECT_EQ(ended.out,
+              "Timer\n"
+              "  output      out   timersource\n"
+              "  event       tick\n"
+              "  key         interval  int  required\n");
+    EXPECT_TRUE(inspect({"Timer", "--format=json"})
+                    .out.starts_with(R"({"plugin":null,"file":null,"types":[{"type":"Timer",)"));
+}
+
+TEST_F(Inspect, FindsTheTypeOfAnInstalledPlugin) {
+    const Ended ended = inspect({"TemperatureReader"});
+    expect_end(ended);
+    EXPECT_EQ(ended.out, inspect({"libfenwa-temperature.so", "TemperatureReader"}).out);
+    const Ended unknown = inspect({"TemperaturReader"});
+    EXPECT_EQ(unknown.code, 66);
+    EXPECT_TRUE(unknown.err.starts_with("fenwa: no plug-in 'TemperaturReader' (looked in "))
+        << unknown.err;
+}
+
 TEST_F(Inspect, UnknownTypeIsAWrongCommandLineWithTheNearest) {
     const std::string in = " in the plug-in 'libfenwa-temperature.so'";
     const Ended near = inspect({"libfenwa-temperature.so", "TemperaturReader"});
