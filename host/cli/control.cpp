@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,7 +12,10 @@
 #include "common/cli/options.hpp"
 #include "common/events/print_text.hpp"
 #include "common/process/exit_code.hpp"
+#include "common/text/glob.hpp"
+#include "common/text/line_text.hpp"
 #include "common/text/terminal.hpp"
+#include "host/cli/described_ports.hpp"
 #include "host/cli/options.hpp"
 #include "host/control/bus_setting.hpp"
 #include "host/graph/graph.hpp"
@@ -36,12 +40,20 @@ struct SetOptions {
         common::ColorChoice::automatic;  ///< as every command; nothing is printed
 };
 
+/// Ports of a running host.
+struct ReadOptions {
+    ControlTarget target;
+    std::vector<std::string> ports;  ///< names and globs
+    common::ColorChoice color = common::ColorChoice::automatic;
+};
+
 /// A port of a running host, and the value to write to it.
-struct PortOptions {
+struct WriteOptions {
     ControlTarget target;
     std::string port;
     std::string value;
-    common::ColorChoice color = common::ColorChoice::automatic;
+    common::ColorChoice color =
+        common::ColorChoice::automatic;  ///< as every command; nothing is printed
 };
 
 PortValue ask_for(const ControlClient& host, const std::string& port) {
@@ -61,18 +73,45 @@ bool holds_nul(const Value& value) {
     return list != nullptr && std::any_of(list->begin(), list->end(), in);
 }
 
-/// Prints the value of a port of a running host on stdout, bold as in event lines.
-/// @throws common::Failure as ControlClient.
-void read_port_of_host(const PortOptions& options) {
-    const PortValue value = ask_for(connect_to_host(options.target), options.port);
+std::string value_text(const DescribedPort& port) {
+    return port.value->is_null() ? unknown_value_text(port.type) : common::plain_text(*port.value);
+}
+
+/// "BLOCK.PORT = VALUE" for each port that one of the globs matches.
+std::string lines_of(const common::Json& description, const std::vector<std::string>& globs,
+                     const common::Palette& palette) {
+    const std::vector<DescribedPort> ports =
+        ports_in(description, {"inputs", "terminated_inputs", "outputs"});
+    check_globs(globs, ports, "port");
+    std::string lines;
+    for (const DescribedPort& port : ports) {
+        if (common::matches(port.name(), globs))
+            lines += fmt::format("{} = {}{}{}\n", common::one_line(port.name()), palette.bold,
+                                 common::one_line(value_text(port)), palette.reset);
+    }
+    return lines;
+}
+
+/// Prints the value of one port of a running host on stdout, or the names and values of several,
+/// the values bold as in event lines.
+/// @throws common::Failure as ControlClient; `usage` for a glob that no port matches.
+void read_ports_of_host(const ReadOptions& options) {
+    const ControlClient host = connect_to_host(options.target);
     const common::Palette palette(common::use_color(options.color, stdout));
-    common::print_text(fmt::format("{}{}{}\n", palette.bold, to_text(value), palette.reset));
+    if (options.ports.size() == 1 && !common::is_glob(options.ports.front())) {
+        const PortValue value = ask_for(host, options.ports.front());
+        common::print_text(fmt::format("{}{}{}\n", palette.bold, to_text(value), palette.reset));
+    } else {
+        common::print_text(host.read_json("Describe", [&](const common::Json& description) {
+            return lines_of(description, options.ports, palette);
+        }));
+    }
 }
 
 /// Writes a value, as the port's type asks for, to an input of a running host that nothing is
 /// connected to.
 /// @throws common::Failure as ControlClient; `usage` if the value is not of that type.
-void write_port_of_host(const PortOptions& options) {
+void write_port_of_host(const WriteOptions& options) {
     const ControlClient host = connect_to_host(options.target);
     const PortValue like = ask_for(host, options.port);
     const common::MessagePtr call = host.new_call("Write");
@@ -118,34 +157,35 @@ void set_block_of_host(const SetOptions& options) {
     host.send(call);
 }
 
-common::Option port_argument(std::string& port) {
-    return {.name = "PORT",
-            .help = "A port as the graph names it, BLOCK.PORT",
-            .take = common::into(port),
-            .required = true};
-}
-
 }  // namespace
 
 common::Command read_command() {
-    const auto options = std::make_shared<PortOptions>();
+    const auto options = std::make_shared<ReadOptions>();
     return {.name = "read",
-            .help = "Prints the value of a port of a running host",
-            .arguments = {port_argument(options->port)},
+            .help = "Prints the value of a port of a running host, or names and values of several",
+            .arguments = {{.name = "PORT",
+                           .help = "A port as the graph names it, BLOCK.PORT; or several, also "
+                                   "with *, ? and []",
+                           .take = common::into(options->ports),
+                           .count = common::Option::Count::several,
+                           .required = true}},
             .options = {target_bus_option(options->target), target_name_option(options->target),
                         common::color_option(options->color)},
             .run = [options] {
-                read_port_of_host(*options);
+                read_ports_of_host(*options);
                 return ExitCode::done;
             }};
 }
 
 common::Command write_command() {
-    const auto options = std::make_shared<PortOptions>();
+    const auto options = std::make_shared<WriteOptions>();
     return {
         .name = "write",
         .help = "Writes a value to an input of a running host that nothing is connected to",
-        .arguments = {port_argument(options->port),
+        .arguments = {{.name = "PORT",
+                       .help = "A port as the graph names it, BLOCK.PORT",
+                       .take = common::into(options->port),
+                       .required = true},
                       {.name = "VALUE",
                        .help = "true, -7, 36.5, nan, inf …; -inf and -nan need a -- before them",
                        .take = common::into(options->value),

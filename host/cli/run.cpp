@@ -4,10 +4,10 @@
 
 #include <cerrno>
 #include <chrono>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/bus/bus.hpp"
@@ -22,6 +22,7 @@
 #include "framework/shared/debug_data_store.hpp"
 #include "framework/shared/log_sink.hpp"
 #include "host/check/graph_check.hpp"
+#include "host/cli/event_options.hpp"
 #include "host/cli/options.hpp"
 #include "host/control/reconfigurer.hpp"
 #include "host/control/service.hpp"
@@ -45,11 +46,10 @@ struct RunOptions {
     std::string graph;
     std::optional<std::string> bus;  ///< instead of the graph's own address
     std::vector<std::string> plugin_dirs;
-    common::EventFormat format = common::EventFormat::text;
+    EventOptions lines;
     std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
     std::chrono::microseconds call_timeout = std::chrono::seconds(25);
     std::optional<std::string> control;  ///< bus name of the control interface; none without it
-    common::ColorChoice color = common::ColorChoice::automatic;
 };
 
 /// How long the blocks may take to start before the time of the run, which counts from then, ends
@@ -82,8 +82,7 @@ class BlockListeners {
 class RunOutput {
   public:
     RunOutput(const RunOptions& options, Supervisor& supervisor)
-        : out_(standard_output(supervisor)),
-          events_(make_event_writer(options.format, out_, options.color)) {
+        : out_(standard_output(supervisor)), events_(make_event_writer(options.lines, out_)) {
         describe_dropped_output([this](std::size_t lines) { return events_->dropped(lines); });
         on_output_failure([this](int error) { out_.fail(error); });
         if (common::has_reader(STDOUT_FILENO) && !common::leads_to_journal(STDOUT_FILENO))
@@ -126,7 +125,7 @@ class Session {
     Session(const RunOptions& options, const Graph& graph, BlockTypes& types, EventLoop& loop,
             EventWriter& events, common::Diagnostics& diagnostics)
         : options_(options),
-          color_(common::use_color(options.color, stderr)),
+          color_(common::use_color(options.lines.color, stderr)),
           diagnostics_(diagnostics),
           loop_(loop),
           events_(events),
@@ -205,7 +204,7 @@ class Session {
         const std::size_t known = diagnostics_.errors();
         const bool started = blocks_.start([this] { return loop_.interrupted(); });
         // Also for warnings that only the real blocks show.
-        diagnostics_.print(std::cerr, color_);
+        common::print_diagnostics(diagnostics_, color_);
         if (!started)
             return diagnostics_.errors() == known ? ExitCode::done : ExitCode::misconfigured;
         if (control_bus_ != nullptr)
@@ -222,10 +221,10 @@ class Session {
         try {
             std::rethrow_exception(failure);
         } catch (const Fenwa::ConfigurationError&) {
-            diagnostics_.print(std::cerr, color_);
+            common::print_diagnostics(diagnostics_, color_);
             return ExitCode::misconfigured;
         } catch (BlockFailure& error) {
-            error.report().print(std::cerr, color_);
+            common::print_diagnostics(error.report(), color_);
             return ExitCode::software;
         } catch (const common::Failure& error) {
             common::print_message(common::Severity::error, error.what());
@@ -266,12 +265,12 @@ class Session {
 /// throws. @throws common::Failure
 ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventWriter& events) {
     common::Diagnostics diagnostics(options.graph);
-    const bool color = common::use_color(options.color, stderr);
+    const bool color = common::use_color(options.lines.color, stderr);
     // A signal ends the host, as there is nothing to stop yet: the graph may be a pipe, and the
     // check may take its time.
     const CheckedGraph checked =
         read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::before_a_run);
-    diagnostics.print(std::cerr, color);
+    common::print_diagnostics(diagnostics, color);
     if (checked.code != ExitCode::done)
         return checked.code;
     supervisor.stop_in_order();
@@ -281,7 +280,7 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
     EventLoop loop(supervisor);
     BlockTypes types(&loop.get());
     types.load(*checked.graph, options.plugin_dirs, diagnostics);
-    diagnostics.print(std::cerr, color);
+    common::print_diagnostics(diagnostics, color);
     if (diagnostics.errors() != 0)
         return ExitCode::misconfigured;
     if (loop.interrupted())
@@ -313,25 +312,27 @@ ExitCode run_graph(const RunOptions& options) {
 
 common::Command run_command() {
     const auto options = std::make_shared<RunOptions>();
+    std::vector<common::Option> all{
+        plugin_dir_option(options->plugin_dirs),
+        common::bus_option("The bus instead of the graph's own", options->bus)};
+    for (const auto& of_lines : {line_options(options->lines), filter_options(options->lines)})
+        all.insert(all.end(), of_lines.begin(), of_lines.end());
+    all.push_back({.name = "--for",
+                   .value = "SECONDS",
+                   .help = "Stops after this many seconds, as on SIGTERM",
+                   .take = common::into(options->duration)});
+    all.push_back({.name = "--call-timeout",
+                   .value = "SECONDS",
+                   .help = "Longest wait for the bus and for a reply",
+                   .default_text = "25",
+                   .take = common::into(options->call_timeout)});
+    all.push_back(control_flag(options->control,
+                               "Lets others read, write and watch ports and change settings over "
+                               "the bus, under com.tarlo.Fenwa.Host1 or this name"));
     return {.name = "run",
             .help = "Runs a graph until SIGINT or SIGTERM",
             .arguments = {graph_argument(options->graph)},
-            .options = {plugin_dir_option(options->plugin_dirs),
-                        common::color_option(options->color),
-                        common::bus_option("The bus instead of the graph's own", options->bus),
-                        common::format_option("the event lines", options->format),
-                        {.name = "--for",
-                         .value = "SECONDS",
-                         .help = "Stops after this many seconds, as on SIGTERM",
-                         .take = common::into(options->duration)},
-                        {.name = "--call-timeout",
-                         .value = "SECONDS",
-                         .help = "Longest wait for the bus and for a reply",
-                         .default_text = "25",
-                         .take = common::into(options->call_timeout)},
-                        control_flag(options->control,
-                                     "Lets others read, write and watch ports and change settings "
-                                     "over the bus, under com.tarlo.Fenwa.Host1 or this name")},
+            .options = std::move(all),
             .run = [options] { return run_graph(*options); }};
 }
 

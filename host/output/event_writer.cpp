@@ -8,21 +8,17 @@
 
 #include "common/events/journal.hpp"
 #include "common/events/message.hpp"
-#include "common/text/diagnostics.hpp"
 #include "common/text/line_text.hpp"
+#include "host/output/current_block.hpp"
+#include "host/output/log_level.hpp"
 #include "host/output/output_writer.hpp"
 #include "host/output/repeated_log.hpp"
+#include "host/value/value_text.hpp"
 
 namespace host {
 namespace {
 
 using common::Json;
-
-common::Severity severity_of(int level) {
-    if (level <= 1)
-        return common::Severity::error;
-    return level <= 3 ? common::Severity::warning : common::Severity::info;
-}
 
 class JsonWriter final : public EventWriter {
   public:
@@ -54,8 +50,13 @@ class JsonWriter final : public EventWriter {
         if (common::uses_journal())
             repeated_.log(level, message);
         // Put together by hand: blocks that try again without end write a line each time.
+        const std::string* const block = CurrentBlock::name();
         lines_.write_json_members(
-            "log", fmt::format(R"("level":{},"message":{})", level, common::json_line(message)));
+            "log",
+            fmt::format(R"({}"level":{},"message":{})",
+                        block == nullptr ? std::string()
+                                         : fmt::format(R"("block":{},)", common::json_line(*block)),
+                        level, common::json_line(message)));
     }
 
     [[nodiscard]] std::string dropped(std::size_t lines) const override {
@@ -77,29 +78,29 @@ class JsonWriter final : public EventWriter {
 
 class TextWriter final : public EventWriter {
   public:
-    TextWriter(common::StandardOutput& out, common::ColorChoice color)
-        : lines_(out, common::EventFormat::text, color),
+    TextWriter(common::StandardOutput& out, common::ColorChoice color,
+               common::Timestamps timestamps)
+        : lines_(out, common::EventFormat::text, color, timestamps),
           err_colors_(common::use_color(color, stderr)),
           repeated_([this](const RepeatedLines::Line& line) { write_log_line(line); }) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         const Json values = to_json(settings);
         for (const auto& [key, value] : values.items())
-            value_line(block + " setup " + key, value);
+            value_line(block + " setup " + key, common::json_line(value));
     }
 
     void ready() override { common::print_message(common::Severity::info, "ready"); }
 
-    void output(const std::string& block, const std::string& port,
-                const Fenwa::Datatype& /*datatype*/, const PortValue& value) override {
-        // The ticks of timers are no news to a reader, who would see little else.
-        if (std::holds_alternative<Fenwa::datatype_timersource>(value))
-            return;
-        value_line(block + '.' + port, to_json(value));
+    void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
+                const PortValue& value) override {
+        value_line(block + '.' + port, std::holds_alternative<std::monostate>(value)
+                                           ? unknown_value_text(type_name(datatype))
+                                           : common::json_line(to_json(value)));
     }
 
     void debug(const std::string& key, const Fenwa::DebugValue& value) override {
-        value_line("debug " + key, to_json(value));
+        value_line("debug " + key, common::json_line(to_json(value)));
     }
 
     void log(int level, const std::string& message) override { repeated_.log(level, message); }
@@ -122,26 +123,28 @@ class TextWriter final : public EventWriter {
         const common::Severity severity = severity_of(line.level);
         if (common::send_to_journal(severity, line.message, line.block))
             return;
-        std::string_view color = err_colors_.dim;
-        std::string_view word = "info";
-        if (severity == common::Severity::error) {
-            color = err_colors_.red;
-            word = "error";
-        } else if (severity == common::Severity::warning) {
-            color = err_colors_.yellow;
-            word = "warning";
-        }
-        const std::string_view message = common::without_line_end(line.message);
+        const std::string block =
+            line.block.empty() ? std::string()
+                               : fmt::format("{}{}:{} ", err_colors_.cyan,
+                                             common::one_line(line.block), err_colors_.reset);
         // In one piece, because other hosts may write to the same terminal.
-        std::cerr << fmt::format("{}{}: {}{}\n", color, word, err_colors_.reset,
-                                 common::one_line(message))
+        std::cerr << fmt::format("{}{}{}{}:{} {}\n", lines_.stamp(err_colors_), block,
+                                 color_of(severity), severity_name(severity), err_colors_.reset,
+                                 common::one_line(common::without_line_end(line.message)))
                   << std::flush;
     }
 
-    void value_line(const std::string& name, const Json& value) {
+    [[nodiscard]] std::string_view color_of(common::Severity severity) const {
+        if (severity == common::Severity::error)
+            return err_colors_.red;
+        return severity == common::Severity::warning ? err_colors_.yellow : err_colors_.dim;
+    }
+
+    /// @param value may hold any characters.
+    void value_line(const std::string& name, const std::string& value) {
         const common::Palette& colors = lines_.palette();
         lines_.write_text(fmt::format("{} = {}{}{}", common::one_line(name), colors.bold,
-                                      common::one_line(common::json_line(value)), colors.reset));
+                                      common::one_line(value), colors.reset));
     }
 
     common::EventLines lines_;
@@ -153,10 +156,11 @@ class TextWriter final : public EventWriter {
 
 std::unique_ptr<EventWriter> make_event_writer(common::EventFormat format,
                                                common::StandardOutput& out,
-                                               common::ColorChoice color) {
+                                               common::ColorChoice color,
+                                               common::Timestamps timestamps) {
     if (format == common::EventFormat::json)
         return std::make_unique<JsonWriter>(out);
-    return std::make_unique<TextWriter>(out, color);
+    return std::make_unique<TextWriter>(out, color, timestamps);
 }
 
 }  // namespace host

@@ -23,12 +23,19 @@ class EventWriter {
     virtual void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) = 0;
     /// All blocks are started.
     virtual void ready() = 0;
-    /// An output carries a new value.
+    /// Whether the new values of an output are written; asked once, before the first of them, so
+    /// that an output that nobody sees costs nothing. Thread of the loop.
+    [[nodiscard]] virtual bool prints_output(const std::string& /*block*/,
+                                             const std::string& /*port*/,
+                                             const Fenwa::Datatype& /*datatype*/) {
+        return true;
+    }
+    /// An output for which `prints_output` is true carries a new value.
     virtual void output(const std::string& block, const std::string& port,
                         const Fenwa::Datatype& datatype, const PortValue& value) = 0;
     /// A debug-data entry was set.
     virtual void debug(const std::string& key, const Fenwa::DebugValue& value) = 0;
-    /// A block logs a line; `message` as the block gives it.
+    /// The block of `CurrentBlock`, if there is one, logs a line; `message` as the block gives it.
     virtual void log(int level, const std::string& message) = 0;
     /// The line that replaces so many dropped lines of stdout; writes nothing.
     [[nodiscard]] virtual std::string dropped(std::size_t lines) const = 0;
@@ -40,12 +47,14 @@ class EventWriter {
     virtual void settle() {}
 };
 
-/// text: values on stdout, all but the ticks of timers; log lines on stderr, or in the journal if
-/// stderr leads to it. json: everything on stdout; log lines also go to the journal. On stderr and
-/// in the journal, lines that a block repeats quickly appear once, with a number (`RepeatedLines`).
+/// text: values on stdout; log lines on stderr, or in the journal if stderr leads to it. json:
+/// everything on stdout; log lines also go to the journal. On stderr and in the journal, lines that
+/// a block repeats quickly appear once, with a number (`RepeatedLines`).
 /// @param color of text; JSON has none.
+/// @param timestamps of text, on stdout and stderr; the journal has its own.
 [[nodiscard]] std::unique_ptr<EventWriter> make_event_writer(common::EventFormat format,
                                                              common::StandardOutput& out,
-                                                             common::ColorChoice color);
+                                                             common::ColorChoice color,
+                                                             common::Timestamps timestamps);
 
 }  // namespace host

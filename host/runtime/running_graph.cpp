@@ -129,7 +129,8 @@ void BlockInstance::roll_back() {
 
 void BlockInstance::collect_outputs() {
     for (Fenwa::OutPortInternal* port : HostAccess::outports(*block_))
-        outputs_.push_back({port, {}});
+        outputs_.push_back(
+            {port, context_.events.prints_output(name_, port->name(), port->datatype()), {}});
 }
 
 void BlockInstance::connect(const std::string& output, BlockInstance& to, const std::string& input,
@@ -170,10 +171,13 @@ const Fenwa::OutPortInternal* BlockInstance::deliver() {
         output.has_delivered = true;
         delivered = output.port;
         const void* const address = HostAccess::value_address(*output.port);
-        const PortValue value = value_at(output.port->datatype(), address);
-        context_.events.output(name_, output.port->name(), output.port->datatype(), value);
-        if (context_.watcher)
-            context_.watcher(name_, output.port->name(), value);
+        if (output.printed || context_.watcher) {
+            const PortValue value = value_at(output.port->datatype(), address);
+            if (output.printed)
+                context_.events.output(name_, output.port->name(), output.port->datatype(), value);
+            if (context_.watcher)
+                context_.watcher(name_, output.port->name(), value);
+        }
         for (const Input& target : output.targets) {
             if (target.block != nullptr)
                 HostAccess::notify(*target.port, *target.block);

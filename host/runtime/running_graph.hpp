@@ -156,6 +156,7 @@ class BlockInstance {
     };
     struct Output {
         Fenwa::OutPortInternal* port;
+        bool printed;  ///< by the event writer
         std::vector<Input> targets;
         bool has_delivered = false;
     };

@@ -1,8 +1,12 @@
 #include "host/value/port_value.hpp"
 
+#include <chrono>
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <type_traits>
 
+#include "common/text/number_text.hpp"
 #include "framework/shared/configuration_access.hpp"
 
 namespace host {
@@ -77,6 +81,31 @@ struct ToJson {
     }
 };
 
+/// Reads a value of the argument's type.
+struct FromJson {
+    const Json& json;
+
+    PortValue operator()(std::monostate) const { return {}; }
+    PortValue operator()(const Fenwa::datatype_timersource&) const {
+        return Fenwa::datatype_timersource{
+            json.at("ticks").get<std::uint64_t>(),
+            std::chrono::milliseconds(json.at("period_ms").get<std::int64_t>())};
+    }
+    template <class T>
+    PortValue operator()(const T&) const {
+        if constexpr (std::is_floating_point_v<T>) {
+            // "nan", "inf" and "-inf" are strings.
+            const std::string text = common::plain_text(json);
+            const std::optional<double> number = common::parse_number<double>(text);
+            if (!number)
+                throw common::JsonError(text + " is not a number");
+            return static_cast<T>(*number);
+        } else {
+            return json.get<T>();
+        }
+    }
+};
+
 }  // namespace
 
 PortValue value_at(const Fenwa::Datatype& datatype, const void* address) {
@@ -117,6 +146,10 @@ Fenwa::Datatype datatype_named(const std::string& name) {
             return Fenwa::Datatype(type.path);
     }
     return Fenwa::Datatype(name);
+}
+
+PortValue value_from_json(const Fenwa::Datatype& datatype, const Json& json) {
+    return std::visit(FromJson{json}, default_value(datatype));
 }
 
 Json to_json(const PortValue& value) {

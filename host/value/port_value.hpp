@@ -41,6 +41,11 @@ using PortValue =
 /// The datatype for which `type_name` returns this name.
 [[nodiscard]] Fenwa::Datatype datatype_named(const std::string& name);
 
+/// The value of this datatype for which `to_json` returns this; std::monostate for an unknown
+/// datatype.
+/// @throws common::Json::exception, common::JsonError if it is of another form.
+[[nodiscard]] PortValue value_from_json(const Fenwa::Datatype& datatype, const common::Json& json);
+
 /// Values in the form of event lines. A float is written as the double of the same value.
 [[nodiscard]] common::Json to_json(const PortValue& value);
 [[nodiscard]] common::Json to_json(const Fenwa::DebugValue& value);

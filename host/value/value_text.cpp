@@ -54,6 +54,10 @@ std::string to_text(const PortValue& value) {
     return common::plain_text(to_json(value));
 }
 
+std::string unknown_value_text(const std::string& type) {
+    return '<' + type + '>';
+}
+
 PortValue from_text(const std::string& text, const PortValue& like) {
     return std::visit(FromText{text}, like);
 }

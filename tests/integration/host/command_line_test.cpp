@@ -19,8 +19,9 @@ class CommandLine : public HostTest {};
 TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
     for (const std::string usage :
          {"fenwa [OPTIONS] SUBCOMMAND", "fenwa run [OPTIONS] GRAPH", "fenwa check [OPTIONS] GRAPH",
-          "fenwa read [OPTIONS] PORT", "fenwa write [OPTIONS] PORT VALUE", "fenwa watch [OPTIONS]",
-          "fenwa inspect [OPTIONS] PLUGIN [TYPE]", "fenwa graph [OPTIONS] [GRAPH]"}) {
+          "fenwa read [OPTIONS] PORT...", "fenwa write [OPTIONS] PORT VALUE",
+          "fenwa watch [OPTIONS] [GLOB...]", "fenwa inspect [OPTIONS] PLUGIN [TYPE]",
+          "fenwa list [OPTIONS]", "fenwa graph [OPTIONS] [GRAPH]"}) {
         const std::string level = split(usage)[1];
         const Words words = level.starts_with("[") ? Words{} : Words{level};
         for (const char* option : {"-h", "--help"}) {
@@ -36,8 +37,10 @@ TEST_F(CommandLine, HelpGoesToStdoutOnEveryLevel) {
 
 TEST_F(CommandLine, HelpNamesEveryOptionOfRun) {
     const std::string help = fenwa({"run", "--help"}).out;
-    for (const char* option : {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for",
-                               "--call-timeout", "--color", "--control[=NAME]"})
+    for (const char* option :
+         {"--bus ADDRESS", "--plugin-dir DIR", "--format", "--for", "--call-timeout", "--color",
+          "--control[=NAME]", "--timestamps relative|wall|none", "--output GLOB", "--events LIST",
+          "--quiet", "--log-level error|warning|info"})
         EXPECT_NE(help.find(option), std::string::npos) << option;
 }
 
@@ -72,7 +75,6 @@ TEST_F(CommandLine, MistakeIsOneLineOnStderrAndExitCode2) {
         {"run --control one two", unexpected + "two"},
         {"inspect one two three", unexpected + "three"},
         {"inspect one --plugin-dir two three four", unexpected + "four"},
-        {"watch a.b", unexpected + "a.b"},
         {"write a.b 1 -- -x", unexpected + "-x"},
         {"check one --strict", "unknown option '--strict' (see fenwa check --help)"},
         {"check one --for=3", "unknown option '--for' (see fenwa check --help)"},
@@ -94,6 +96,14 @@ TEST_F(CommandLine, MistakeIsOneLineOnStderrAndExitCode2) {
         {"run one --plugin-dir", "--plugin-dir: 1 required DIR missing"},
         {"run one --format xml", "--format: xml not in {text,json}"},
         {"watch --format xml", "--format: xml not in {text,json}"},
+        {"check one --format xml", "--format: xml not in {text,json}"},
+        {"run one --timestamps off", "--timestamps: off not in {relative,wall,none}"},
+        {"run one --log-level debug", "--log-level: debug not in {error,warning,info}"},
+        {"run one --events log,outputs",
+         "--events: 'outputs' is not one of output, debug, setup and log"},
+        {"run one --events log,", "--events: '' is not one of output, debug, setup and log"},
+        {"run one --quiet --output a.*", "--output excludes --quiet"},
+        {"run one --quiet --events log", "--events excludes --quiet"},
         {"run one --color mauve", "--color: mauve not in {auto,always,never}"},
         {"run one --control=nodots", no_name},
         {"run one --control=:1.7", "--control: ':1.7' is not a valid well-known bus name"},

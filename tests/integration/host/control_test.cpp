@@ -55,7 +55,7 @@ TEST_F(ControlInterface, WriteRunsABlockAsADeliveryDoes) {
     start(sink);
     const auto expect_run = [this](const std::string& inputs) {
         EXPECT_EQ(without_times(host().wait_for_text("s: run").value_or("no run")) + '\n',
-                  log_line("s: run " + inputs));
+                  log_line("s", "s: run " + inputs));
     };
     EXPECT_EQ(client_.write("s.double", "d", 2.5), "ok");
     expect_run("double!=2.5 other=0 quiet=0 float=0 int=0 bool=false tick=0 point=0");

@@ -29,13 +29,21 @@ TEST_F(EventLines, OutputsOfEveryDatatype) {
     EXPECT_EQ(events_of("Values"), expected + exit_line(0));
 }
 
+TEST_F(EventLines, LogLinesOfAnUnknownBlockNameNone) {
+    const Ended ended = run(block("choir", "Choir", "times = 1"), {"--for", "0.1"});
+    expect_end(ended);
+    EXPECT_EQ(count_lines(ended.out, R"("event":"log")"), 4);
+    EXPECT_EQ(count_lines(without_times(ended.out), R"("event":"log","time":0,"level":4)"), 4)
+        << ended.out;
+}
+
 TEST_F(EventLines, LogLinesAreGivenWhole) {
     EXPECT_EQ(events_of("Talker"),
-              log_line("an error", 1) + log_line("a warning", 2) + log_line("an information") +
-                  log_line("ends its line\\n") + log_line("two\\nlines") +
-                  log_line(R"(quotes \" and \\ and tabs\t)") +
-                  log_line("a byte \xEF\xBF\xBD that is no text, and ü that is") + log_line("") +
-                  ready_line + exit_line(0));
+              log_line("b", "an error", 1) + log_line("b", "a warning", 2) +
+                  log_line("b", "an information") + log_line("b", "ends its line\\n") +
+                  log_line("b", "two\\nlines") + log_line("b", R"(quotes \" and \\ and tabs\t)") +
+                  log_line("b", "a byte \xEF\xBF\xBD that is no text, and ü that is") +
+                  log_line("b", "") + ready_line + exit_line(0));
 }
 
 TEST_F(EventLines, DebugDataOfEveryKind) {

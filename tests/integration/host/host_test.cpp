@@ -139,9 +139,9 @@ std::string exit_line(int code) {
     return R"({"event":"exit","time":0,"status":)" + std::to_string(code) + "}\n";
 }
 
-std::string log_line(const std::string& message, int level) {
-    return R"({"event":"log","time":0,"level":)" + std::to_string(level) + R"(,"message":")" +
-           message + "\"}\n";
+std::string log_line(const std::string& block, const std::string& message, int level) {
+    return R"({"event":"log","time":0,"block":")" + block + R"(","level":)" +
+           std::to_string(level) + R"(,"message":")" + message + "\"}\n";
 }
 
 std::string output_line(const std::string& block, const std::string& port, const std::string& type,

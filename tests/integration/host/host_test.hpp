@@ -98,7 +98,7 @@ std::string block(const std::string& name, const std::string& type,
 std::string without_times(const std::string& lines);
 inline const std::string ready_line = "{\"event\":\"ready\",\"time\":0}\n";
 std::string exit_line(int code);
-std::string log_line(const std::string& message, int level = 4);
+std::string log_line(const std::string& block, const std::string& message, int level = 4);
 std::string output_line(const std::string& block, const std::string& port, const std::string& type,
                         const std::string& value);
 

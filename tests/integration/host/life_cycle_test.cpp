@@ -9,13 +9,14 @@ TEST_F(LifeCycle, EachPhaseGoesOverAllBlocksAndTheStopGoesBackwards) {
     const Ended ended = run(block("zero", "Probe") + block("alpha", "Probe"), {"--for", "0.1"});
     expect_end(ended);
     EXPECT_EQ(without_times(ended.out),
-              log_line("zero: constructor") + log_line("alpha: constructor") +
-                  log_line("zero: setup") + log_line("alpha: setup") + log_line("zero: start") +
-                  log_line("alpha: start") + ready_line + log_line("zero: run") +
-                  log_line("alpha: run") + log_line("alpha: stop") +
-                  output_line("alpha", "stopped", "int", "1") + log_line("zero: stop") +
-                  output_line("zero", "stopped", "int", "1") + log_line("alpha: destructor") +
-                  log_line("zero: destructor") + exit_line(0));
+              log_line("zero", "zero: constructor") + log_line("alpha", "alpha: constructor") +
+                  log_line("zero", "zero: setup") + log_line("alpha", "alpha: setup") +
+                  log_line("zero", "zero: start") + log_line("alpha", "alpha: start") + ready_line +
+                  log_line("zero", "zero: run") + log_line("alpha", "alpha: run") +
+                  log_line("alpha", "alpha: stop") + output_line("alpha", "stopped", "int", "1") +
+                  log_line("zero", "zero: stop") + output_line("zero", "stopped", "int", "1") +
+                  log_line("alpha", "alpha: destructor") + log_line("zero", "zero: destructor") +
+                  exit_line(0));
 }
 
 TEST_F(LifeCycle, BlocksComeInTheOrderOfTheFileHoweverTheyAreSpelt) {

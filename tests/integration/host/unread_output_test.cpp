@@ -95,7 +95,7 @@ TEST_F(UnreadOutput, KeepsItsOrderWhereBothStreamsLeadToTheSamePlace) {
     const Ended ended =
         run_in_shell(R"(exec "$@" 2>&1)", blocks, {"--format", "text", "--for", "0.1"});
     const std::string stops = lines_with(ended.out, "stop");
-    EXPECT_EQ(Pattern("(^|\n)(info: | *[0-9.]+  )")
+    EXPECT_EQ(Pattern("(^|\n) *[0-9.]+  (p[0-9]+: info: )?")
                   .replace(stops.substr(0, stops.find("fenwa: stopped")), "$1"),
               wanted);
 }
