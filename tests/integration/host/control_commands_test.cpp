@@ -224,7 +224,7 @@ TEST_F(ControlWatch, PrintsTextWithoutTheTicksOfTimers) {
     const ControlClient client(bus());
     EXPECT_EQ(client.write("r.double", "d", 36.5), "ok");
     EXPECT_EQ(client.write("r.bool", "b", 1), "ok");
-    ASSERT_TRUE(watching.wait_for_text("bool_out"));
+    ASSERT_TRUE(watching.wait_for_text("bool_out = true"));
     watching.send_signal(SIGINT);
     const Ended watched = watching.wait();
     expect_end(watched, 0, "fenwa: ready\nfenwa: stopped\n");

@@ -296,7 +296,7 @@ TEST_F(Inspect, ShowsTheBuiltInType) {
               "Timer\n"
               "  output      out   timersource\n"
               "  event       tick\n"
-              "  key         interval  int  required\n");
+              "  key         interval  int  required, live\n");
     EXPECT_TRUE(inspect({"Timer", "--format=json"})
                     .out.starts_with(R"({"plugin":null,"file":null,"types":[{"type":"Timer",)"));
 }
