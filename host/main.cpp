@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
                    "the graph is wrong.",
          .commands = {host::run_command(), host::check_command(), host::read_command(),
                       host::write_command(), host::set_command(), host::watch_command(),
-                      host::inspect_command(), host::list_command(), host::graph_command()}},
+                      host::status_command(), host::inspect_command(), host::list_command(),
+                      host::graph_command()}},
         argc, argv);
 }

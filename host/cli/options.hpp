@@ -20,6 +20,7 @@ namespace host {
 [[nodiscard]] common::Command inspect_command();
 [[nodiscard]] common::Command list_command();
 [[nodiscard]] common::Command graph_command();
+[[nodiscard]] common::Command status_command();
 
 // What several commands have in common. Each variable outlives the command.
 

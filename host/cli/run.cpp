@@ -27,6 +27,7 @@
 #include "host/control/reconfigurer.hpp"
 #include "host/control/service.hpp"
 #include "host/output/activity.hpp"
+#include "host/output/current_block.hpp"
 #include "host/output/event_writer.hpp"
 #include "host/output/log_to_stderr.hpp"
 #include "host/output/standard_streams.hpp"
@@ -34,6 +35,7 @@
 #include "host/runtime/bus_interposer.hpp"
 #include "host/runtime/crash_report.hpp"
 #include "host/runtime/event_loop.hpp"
+#include "host/runtime/graph_status.hpp"
 #include "host/runtime/running_graph.hpp"
 
 namespace host {
@@ -56,15 +58,23 @@ struct RunOptions {
 /// it all the same.
 constexpr std::chrono::seconds start_limit{5};
 
+/// After so long, a block that has published nothing is told of, with the reason.
+constexpr std::chrono::microseconds silence_limit = std::chrono::seconds(5);
+
 /// How long a bus daemon has, at the end, to read the blocks' messages.
 constexpr std::chrono::seconds delivery_limit{5};
 
 /// Sends log lines and debug data of blocks to the event writer.
 class BlockListeners {
   public:
-    explicit BlockListeners(EventWriter& events) {
-        Fenwa::set_log_sink(
-            [&events](int level, const std::string& message) { events.log(level, message); });
+    /// @param blocks may be built later.
+    BlockListeners(EventWriter& events, RunningGraph& blocks) {
+        Fenwa::set_log_sink([&](int level, const std::string& message) {
+            events.log(level, message);
+            const std::string* const block = CurrentBlock::name();
+            if (block != nullptr)
+                blocks.logged(*block, level, message);
+        });
         Fenwa::set_debug_listener(
             [&events](const std::string& key, const Fenwa::DebugValue& value) {
                 events.debug(key, value);
@@ -136,7 +146,7 @@ class Session {
           interposer_(*bus_),
           connection_(bus_.get()),
           tools_(&connection_),
-          listeners_(events),
+          listeners_(events, blocks_),
           blocks_(graph, types, tools_, loop.get(), events, diagnostics),
           reconfigurer_(options.graph, blocks_, types) {
         blocks_.follow_bus(interposer_);
@@ -210,11 +220,32 @@ class Session {
         if (control_bus_ != nullptr)
             control_.emplace(blocks_, reconfigurer_, loop_, std::move(control_bus_));
         loop_.serve_hangup([this] { reconfigurer_.reload(color_); });
+        watch_for_silence();
         events_.ready();
         loop_.run(options_.duration);
         if (blocks_.failure() != nullptr)
             std::rethrow_exception(blocks_.failure());
         return ExitCode::done;
+    }
+
+    void watch_for_silence() {
+        common::check(
+            sd_event_add_time_relative(&loop_.get(), silence_.out(), CLOCK_MONOTONIC,
+                                       static_cast<std::uint64_t>(silence_limit.count()), 0,
+                                       common::callback<&Session::on_silence_limit>, this),
+            "cannot make a timer");
+    }
+
+    void on_silence_limit() {
+        names_.ask([this](const OwnedNames& names) {
+            for (const auto& [block, reason] : silent_blocks(blocks_, names))
+                common::print_message(
+                    common::Severity::warning,
+                    fmt::format("{} has published nothing in the first {} s: {}",
+                                display_name(*blocks_.graph().find(block)),
+                                std::chrono::duration<double>(silence_limit).count(), reason),
+                    block);
+        });
     }
 
     ExitCode report(const std::exception_ptr& failure) const {
@@ -257,6 +288,8 @@ class Session {
     const Fenwa::InitTools tools_;
     const BlockListeners listeners_;
     RunningGraph blocks_;
+    BusNames names_{*bus_};
+    common::EventSourcePtr silence_;
     Reconfigurer reconfigurer_;
     std::optional<Control> control_;
 };

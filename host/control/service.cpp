@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <cstring>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
 #include "host/graph/block_json.hpp"
+#include "host/runtime/graph_status.hpp"
 #include "host/value/bus_value.hpp"
 
 namespace host {
@@ -21,12 +23,14 @@ using common::Json;
 using common::new_reply;
 using common::read_string;
 
-Json to_json(const RunningGraph& graph) {
+Json to_json(const RunningGraph& graph, const OwnedNames& names) {
     Json blocks = Json::array();
     for (const BlockEntry& entry : graph.graph().blocks) {
         const BlockInstance& instance = *graph.find(entry.name);
         Json block = host::to_json(entry, instance.ports(), instance.settings());
-        block["services"] = graph.services(entry.name);
+        block["services"] = graph.calls() == nullptr ? std::vector<std::string>()
+                                                     : graph.calls()->services(entry.name);
+        block["status"] = status_json(graph, instance, names);
         blocks.push_back(std::move(block));
     }
     return {{"blocks", std::move(blocks)},
@@ -55,7 +59,7 @@ const sd_bus_vtable Control::vtable_[] = {
 
 Control::Control(RunningGraph& graph, Reconfigurer& reconfigurer, EventLoop& loop,
                  common::BusPtr bus)
-    : graph_(graph), reconfigurer_(reconfigurer), bus_(std::move(bus)) {
+    : graph_(graph), reconfigurer_(reconfigurer), bus_(std::move(bus)), names_(*bus_) {
     check(sd_bus_add_object_vtable(bus_.get(), object_.out(), control_path, control_interface,
                                    vtable_, this),
           "cannot export the control interface");
@@ -103,7 +107,15 @@ int Control::rebuild(sd_bus_message& call) {
 }
 
 int Control::describe(sd_bus_message& call) {
-    return sd_bus_reply_method_return(&call, "s", common::json_ascii(to_json(graph_)).c_str());
+    // The bus knows which services are there, and may take its time.
+    names_.ask(
+        [this, waiting = std::shared_ptr<sd_bus_message>(
+                   sd_bus_message_ref(&call), sd_bus_message_unref)](const OwnedNames& names) {
+            check(sd_bus_reply_method_return(waiting.get(), "s",
+                                             common::json_ascii(to_json(graph_, names)).c_str()),
+                  "cannot answer");
+        });
+    return 1;
 }
 
 void Control::emit_output_changed(const std::string& port, const PortValue& value) noexcept {

@@ -6,6 +6,7 @@
 
 #include "common/bus/bus.hpp"
 #include "host/control/reconfigurer.hpp"
+#include "host/runtime/bus_names.hpp"
 #include "host/runtime/event_loop.hpp"
 #include "host/runtime/running_graph.hpp"
 #include "host/value/port_value.hpp"
@@ -20,12 +21,13 @@ namespace host {
 ///                  "inputs": [{"name", "type", "triggers", "value"}, …],
 ///                  "terminated_inputs": [{"name", "type", "value"}, …],
 ///                  "outputs": [{"name", "type", "value"}, …],
-///                  "exports": [{"path", "interface"}, …], "services": [NAME, …]}, …],
+///                  "exports": [{"path", "interface"}, …], "services": [NAME, …],
+///                  "status": {…}}, …],
 ///      "connections": [{"from": "BLOCK.PORT", "to": "BLOCK.PORT"}, …]}
 ///
 /// The ports are as in `ports_to_json`; the settings are those that the block runs with, its own
 /// defaults included; "services" are the bus names that the block has called or listens to, in the
-/// order of the first time, without the bus daemon and unique names.
+/// order of the first time, without the bus daemon and unique names; "status" as in `status_json`.
 class Control {
   public:
     /// Exports the interface and has the loop serve the connection.
@@ -52,6 +54,7 @@ class Control {
     RunningGraph& graph_;
     Reconfigurer& reconfigurer_;
     common::BusPtr bus_;
+    BusNames names_;
     common::SlotPtr object_;
     bool reported_lost_ = false;
 };

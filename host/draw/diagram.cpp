@@ -55,7 +55,8 @@ DiagramPort make_port(const Json& port, DiagramValues values) {
 
 /// A list, or an empty one.
 Json list_of(const Json& block, const char* name) {
-    return block.value(name, Json::array());
+    const auto found = block.find(name);
+    return found == block.end() || found->is_null() ? Json::array() : *found;
 }
 
 std::vector<std::string> lines_of(const Json& block) {
@@ -71,6 +72,20 @@ std::vector<std::string> lines_of(const Json& block) {
     for (const Json& object : list_of(block, "exports"))
         lines.push_back("exports " + object.at("interface").get<std::string>());
     return lines;
+}
+
+/// What keeps a running block from working.
+std::vector<std::string> troubles_of(const Json& status) {
+    std::vector<std::string> troubles;
+    for (const Json& service : list_of(status, "waits_for"))
+        troubles.push_back("waiting for " + service.get<std::string>());
+    const Json call = status.value("last_call", Json());
+    if (call.is_object() && call.contains("error"))
+        troubles.push_back(call.at("member").get<std::string>() + ": " +
+                           shortened(call.at("error").get<std::string>()));
+    if (status.value("paced", false))
+        troubles.emplace_back("tries again and again");
+    return troubles;
 }
 
 DiagramBlock make_block(const Json& block, DiagramValues values) {
@@ -89,6 +104,8 @@ DiagramBlock make_block(const Json& block, DiagramValues values) {
     for (const Json& port : list_of(block, "outputs"))
         made.outputs.push_back(make_port(port, values));
     made.lines = lines_of(block);
+    if (block.contains("status"))
+        made.troubles = troubles_of(block["status"]);
     return made;
 }
 

@@ -24,7 +24,8 @@ struct DiagramBlock {
     std::string type;
     std::vector<DiagramPort> inputs;
     std::vector<DiagramPort> outputs;
-    std::vector<std::string> lines;  ///< settings and exported objects
+    std::vector<std::string> lines;       ///< settings and exported objects
+    std::vector<std::string> troubles{};  ///< what keeps a running block from working
 };
 
 /// One end of a line: a block and one of its outputs or inputs, by their indices.
@@ -55,8 +56,8 @@ struct Diagram {
 enum class DiagramValues { shown, hidden };
 
 /// Makes a picture of a description in the form of `Describe` (host/control/service.hpp), in which
-/// a block need not have "services" and "exports". A port that only a connection names, because its
-/// block could not be built, is drawn too.
+/// a block need not have "services", "exports" and "status". A port that only a connection names,
+/// because its block could not be built, is drawn too.
 /// @throws common::Json::exception if the description has another form.
 [[nodiscard]] Diagram make_diagram(const common::Json& description, DiagramValues values);
 

@@ -21,6 +21,7 @@ constexpr const char* frame_color = "#8d99a6";
 constexpr const char* text_color = "#1f2933";
 constexpr const char* faint_color = "#66717d";
 constexpr const char* value_color = "#0b5394";
+constexpr const char* trouble_color = "#b3261e";
 constexpr const char* service_color = "#f4f5f7";
 // The second font has the widths of the first, for a viewer of an SVG that lacks it.
 constexpr const char* font = "DejaVu Sans,Verdana,sans-serif";
@@ -111,15 +112,19 @@ class DotWriter {
             write_port(block.outputs, row, "out", "RIGHT");
             out_ << "</TR>\n";
         }
-        if (!block.lines.empty()) {
-            out_ << "      <HR/><TR><TD COLSPAN=\"2\" ALIGN=\"LEFT\" BALIGN=\"LEFT\" "
-                    "CELLPADDING=\"5\">";
-            for (const std::string& line : block.lines)
-                out_ << (&line == &block.lines.front() ? "" : "<BR/>")
-                     << painted(html(line), faint_color, 10);
-            out_ << "</TD></TR>\n";
-        }
+        write_lines(block.lines, faint_color);
+        write_lines(block.troubles, trouble_color);
         out_ << "    </TABLE>>];\n";
+    }
+
+    void write_lines(const std::vector<std::string>& lines, const char* color) {
+        if (lines.empty())
+            return;
+        out_ << "      <HR/><TR><TD COLSPAN=\"2\" ALIGN=\"LEFT\" BALIGN=\"LEFT\" "
+                "CELLPADDING=\"5\">";
+        for (const std::string& line : lines)
+            out_ << (&line == &lines.front() ? "" : "<BR/>") << painted(html(line), color, 10);
+        out_ << "</TD></TR>\n";
     }
 
     void write_port(const std::vector<DiagramPort>& ports, std::size_t row, const char* side,

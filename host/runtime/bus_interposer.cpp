@@ -9,6 +9,7 @@
 
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
+#include "common/events/monotonic_clock.hpp"
 #include "host/output/current_block.hpp"
 
 namespace host {
@@ -64,6 +65,17 @@ std::string sender_of(std::string_view rule) {
     return rest.substr(0, rest.find('\''));
 }
 
+/// An argument of a call, the first is number 1, if it and those before it are strings; or empty.
+std::string string_argument(sd_bus_message& call, int number) {
+    const char* text = nullptr;
+    int r = sd_bus_message_rewind(&call, 1);
+    for (int i = 0; r >= 0 && i < number; ++i)
+        r = sd_bus_message_read_basic(&call, SD_BUS_TYPE_STRING, &text);
+    std::string last = r > 0 ? text : "";
+    sd_bus_message_rewind(&call, 1);
+    return last;
+}
+
 /// Adds a new text. @returns whether it was new.
 bool add(std::vector<std::string>& list, const std::string& text) {
     if (std::find(list.begin(), list.end(), text) != list.end())
@@ -98,11 +110,6 @@ BusInterposer* BusInterposer::of(sd_bus* bus) noexcept {
     return ours ? current : nullptr;
 }
 
-std::vector<std::string> BusInterposer::services(const std::string& block) const {
-    const auto found = services_.find(block);
-    return found == services_.end() ? std::vector<std::string>() : found->second;
-}
-
 void BusInterposer::forget(const std::string& block) {
     // The answers still count as answered.
     for (auto& [cookie, pending] : pending_) {
@@ -111,7 +118,7 @@ void BusInterposer::forget(const std::string& block) {
         pending.block.clear();
         pending.callback = nullptr;
     }
-    services_.erase(block);
+    block_calls_.forget(block);
     limits_.erase(block);
     refused_.erase(block);
 }
@@ -120,20 +127,24 @@ int BusInterposer::call_async(sd_bus_slot** slot, sd_bus_message* message,
                               sd_bus_message_handler_t callback, void* userdata,
                               std::uint64_t timeout) {
     // Calls to the daemon keep their callbacks, because those of libsystemd itself must be sd-bus's
-    // current handler; the daemon answers them at once and keeps no record.
-    const bool counts =
-        callback != nullptr && !is(sd_bus_message_get_destination(message), daemon_name);
+    // current handler; the daemon answers them at once and keeps no record. It is only blocks that
+    // ask for owners.
+    const bool for_daemon = is(sd_bus_message_get_destination(message), daemon_name);
+    const bool counts = callback != nullptr && !for_daemon;
+    const bool asks = callback != nullptr && for_daemon && CurrentBlock::name() != nullptr &&
+                      is(sd_bus_message_get_member(message), "GetNameOwner");
     // The userdata stays the block's; the cookie leads back to its callback.
-    const int r =
-        real_call_async()(&bus_, slot, message, counts ? on_reply : callback, userdata, timeout);
+    const int r = real_call_async()(&bus_, slot, message, counts || asks ? on_reply : callback,
+                                    userdata, timeout);
     if (r < 0)
         return r;
     ++calls_;
-    note_service(*message);
-    if (counts)
-        expect(*message, {callback, current_block(), true, {}});
+    if (asks)
+        expect(*message, {callback, current_block(), false, {}, {}, string_argument(*message, 1)});
+    else if (ServiceCall call = note_call(*message); counts)
+        expect(*message, {callback, current_block(), true, {}, std::move(call), {}});
     else if (installing_ != nullptr)
-        expect(*message, {installing_, current_block(), false, rule_});
+        expect(*message, {installing_, current_block(), false, rule_, {}, {}});
     return r;
 }
 
@@ -163,7 +174,9 @@ int BusInterposer::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_e
     sd_bus_error* const seen = error == nullptr ? &own : error;
     const int r = real_call()(&bus_, message, timeout, seen, reply);
     ++calls_;
-    note_service(*message);
+    const ServiceCall called = note_call(*message);
+    if (r >= 0 || sd_bus_error_is_set(seen) > 0)
+        note_end({nullptr, current_block(), false, {}, called, {}}, r < 0 ? seen : nullptr);
     note_limit(current_block(), seen);
     return r;
 }
@@ -176,6 +189,7 @@ BusInterposer::Pending BusInterposer::take(sd_bus_message& answer, std::uint64_t
         note_limit(pending.block, sd_bus_message_get_error(&answer));
     if (pending.counts && on_answer_)
         on_answer_();
+    note_end(pending, sd_bus_message_get_error(&answer));
     if (!pending.rule.empty())
         note_match(pending, sd_bus_message_is_method_error(&answer, nullptr) > 0);
     return pending;
@@ -209,6 +223,8 @@ int BusInterposer::on_reply(sd_bus_message* reply, void* userdata, sd_bus_error*
 }
 
 void BusInterposer::on_message(sd_bus_message& message) {
+    if (block_calls_.is_anyone_waiting())
+        note_owner_change(message);
     std::uint64_t cookie = 0;
     if (sd_bus_message_get_reply_cookie(&message, &cookie) < 0 || cookie == replied_)
         return;
@@ -216,23 +232,46 @@ void BusInterposer::on_message(sd_bus_message& message) {
     static_cast<void>(take(message, cookie));
 }
 
-void BusInterposer::note_service(sd_bus_message& message) {
+ServiceCall BusInterposer::note_call(sd_bus_message& message) {
     const std::string* const block = CurrentBlock::name();
     const char* const destination = sd_bus_message_get_destination(&message);
-    if (block == nullptr || destination == nullptr)
-        return;
-    std::string service = destination;
-    if (service == daemon_name) {
-        const char* rule = nullptr;
-        if (!is(sd_bus_message_get_member(&message), "AddMatch") ||
-            sd_bus_message_rewind(&message, 1) < 0 ||
-            sd_bus_message_read_basic(&message, SD_BUS_TYPE_STRING, &rule) <= 0)
-            return;
-        service = sender_of(rule);
-        sd_bus_message_rewind(&message, 1);
+    if (block == nullptr || destination == nullptr || *destination == ':')
+        return {};
+    const char* const member = sd_bus_message_get_member(&message);
+    if (is(destination, daemon_name)) {
+        const std::string followed =
+            is(member, "AddMatch") ? sender_of(string_argument(message, 1)) : std::string();
+        if (!followed.empty() && followed != daemon_name && followed.front() != ':')
+            block_calls_.follows(*block, followed);
+        return {};
     }
-    if (!service.empty() && service != daemon_name && service.front() != ':')
-        add(services_[*block], service);
+    ServiceCall call{destination, member == nullptr ? "" : member, common::monotonic_now()};
+    if (is(sd_bus_message_get_interface(&message), "org.freedesktop.DBus.Properties"))
+        call.member.append(" ").append(string_argument(message, 2));
+    block_calls_.sent(*block, call);
+    return call;
+}
+
+void BusInterposer::note_end(const Pending& pending, const sd_bus_error* error) {
+    // A bus that is closed answers for everybody.
+    if (pending.block.empty() || sd_bus_is_open(&bus_) <= 0)
+        return;
+    if (!pending.call.service.empty())
+        block_calls_.ended(pending.block, pending.call, error, common::monotonic_now());
+    else if (!pending.asked.empty() &&
+             (error == nullptr || is(error->name, SD_BUS_ERROR_NAME_HAS_NO_OWNER)))
+        block_calls_.owner_told(pending.block, pending.asked, error == nullptr,
+                                common::monotonic_now());
+}
+
+void BusInterposer::note_owner_change(sd_bus_message& message) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* after = nullptr;
+    if (sd_bus_message_is_signal(&message, daemon_name, "NameOwnerChanged") > 0 &&
+        sd_bus_message_read(&message, "sss", &name, &before, &after) > 0 && *after != '\0')
+        block_calls_.owner_appeared(name, common::monotonic_now());
+    sd_bus_message_rewind(&message, 1);
 }
 
 void BusInterposer::note_limit(const std::string& block, const sd_bus_error* error) {

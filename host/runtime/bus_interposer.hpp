@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/runtime/block_calls.hpp"
+
 namespace host {
 
 /// Observes the calls of the blocks on the connection that they share: the program defines
@@ -37,9 +39,9 @@ class BusInterposer {
     BusInterposer& operator=(const BusInterposer&) = delete;
     ~BusInterposer();
 
-    /// The well-known bus names that a block has called or listens to, in the order of the first
-    /// time, without the bus daemon's own.
-    [[nodiscard]] std::vector<std::string> services(const std::string& block) const;
+    /// What the blocks say to services with well-known names, and what these answer; calls to the
+    /// bus daemon itself do not count.
+    [[nodiscard]] BlockCalls& block_calls() noexcept { return block_calls_; }
 
     /// The number of unanswered calls to services; the bus daemon keeps a record of each.
     [[nodiscard]] std::size_t unanswered() const noexcept { return unanswered_; }
@@ -77,6 +79,8 @@ class BusInterposer {
         std::string block;    ///< empty if unknown
         bool counts = false;  ///< the daemon keeps a record of it
         std::string rule;     ///< of the match that it requests; empty for none
+        ServiceCall call{};   ///< to a service; without one, `call.service` is empty
+        std::string asked{};  ///< the name whose owner it asks for; empty for none
     };
 
     static int on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
@@ -85,7 +89,10 @@ class BusInterposer {
     void expect(sd_bus_message& message, Pending pending);
     /// Settles the call that this answers. @returns its record, an empty one for an unknown call.
     Pending take(sd_bus_message& answer, std::uint64_t cookie);
-    void note_service(sd_bus_message& message);
+    /// @returns the call of the current block to a service; without a service for any other.
+    [[nodiscard]] ServiceCall note_call(sd_bus_message& message);
+    void note_end(const Pending& pending, const sd_bus_error* error);
+    void note_owner_change(sd_bus_message& message);
     void note_match(const Pending& pending, bool refused);
     void note_limit(const std::string& block, const sd_bus_error* error);
 
@@ -100,7 +107,7 @@ class BusInterposer {
     std::unordered_map<std::string, std::vector<std::string>> refused_;  ///< rules, by block
     MatchListener on_match_;
     std::uint64_t replied_ = 0;  ///< cookie of the last call whose reply a callback was given
-    std::unordered_map<std::string, std::vector<std::string>> services_;
+    BlockCalls block_calls_;
     std::unordered_map<std::string, std::vector<std::string>> limits_;  ///< reported, by block
     std::function<void()> on_answer_;
     LimitListener on_limit_;

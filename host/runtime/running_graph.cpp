@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/events/message.hpp"
+#include "common/events/monotonic_clock.hpp"
 #include "common/text/line_text.hpp"
 #include "framework/shared/configuration_access.hpp"
 #include "host/check/probe.hpp"
@@ -92,11 +93,18 @@ void BlockInstance::run() {
     Fenwa::ReadyQueue::about_to_run(*block_);
     if (!HostAccess::arm(*block_))
         return;
+    std::uint64_t now = 0;
+    sd_event_now(&context_.loop, CLOCK_MONOTONIC, &now);
+    status_.ran(now);
     const auto run_armed = [this] {
         block_->run();
         HostAccess::disarm(*block_);
     };
     call_and_deliver("run", run_armed, *context_.diagnostics);
+}
+
+void BlockInstance::logged(int level, const std::string& message) {
+    status_.logged({level, message, common::monotonic_now()});
 }
 
 void BlockInstance::stop() {
@@ -169,6 +177,7 @@ const Fenwa::OutPortInternal* BlockInstance::deliver() {
             continue;
         output.port->reset(true);
         output.has_delivered = true;
+        status_.published();
         delivered = output.port;
         const void* const address = HostAccess::value_address(*output.port);
         if (output.printed || context_.watcher) {
@@ -245,7 +254,7 @@ void BlockInstance::write_again(const Written& values) {
 RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::InitTools& tools,
                            sd_event& loop, EventWriter& events, common::Diagnostics& diagnostics)
     : graph_(std::move(graph)),
-      context_{types, tools, events, &diagnostics, {}},
+      context_{types, tools, loop, events, &diagnostics, {}},
       scheduler_(loop, graph_.rate_limit,
                  [this](Fenwa::Block& block) { by_block_.at(&block)->run(); }) {}
 
@@ -255,6 +264,7 @@ RunningGraph::~RunningGraph() {
         interposer_->on_answer({});
         interposer_->on_limit({});
         interposer_->on_match({});
+        interposer_->block_calls().on_news({});
     }
 }
 
@@ -275,6 +285,11 @@ void RunningGraph::follow_bus(BusInterposer& interposer) {
     });
     interposer.on_limit(
         [this](const std::string* block, const std::string& text) { report_limit(block, text); });
+    interposer.block_calls().on_news(
+        [this](common::Severity severity, const std::string& block, const std::string& news) {
+            if (const BlockEntry* const entry = graph_.find(block))
+                common::print_message(severity, display_name(*entry) + news, block);
+        });
 }
 
 bool RunningGraph::start(const std::function<bool()>& interrupted) {
@@ -359,8 +374,13 @@ BlockInstance* RunningGraph::find(const std::string& name) const {
     return found == by_name_.end() ? nullptr : found->second;
 }
 
-std::vector<std::string> RunningGraph::services(const std::string& block) const {
-    return interposer_ == nullptr ? std::vector<std::string>() : interposer_->services(block);
+void RunningGraph::logged(const std::string& block, int level, const std::string& message) {
+    if (BlockInstance* const instance = find(block))
+        instance->logged(level, message);
+}
+
+const BlockCalls* RunningGraph::calls() const noexcept {
+    return interposer_ == nullptr ? nullptr : &interposer_->block_calls();
 }
 
 void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& report) noexcept {

@@ -19,6 +19,8 @@
 #include "host/graph/ports.hpp"
 #include "host/output/event_writer.hpp"
 #include "host/plugin/block_types.hpp"
+#include "host/runtime/block_calls.hpp"
+#include "host/runtime/block_status.hpp"
 #include "host/runtime/bus_interposer.hpp"
 #include "host/runtime/scheduler.hpp"
 #include "host/value/port_value.hpp"
@@ -76,6 +78,7 @@ struct UpdateResult {
 struct GraphContext {
     const BlockTypes& types;
     const Fenwa::InitTools& tools;
+    sd_event& loop;
     EventWriter& events;
     common::Diagnostics* diagnostics;  ///< takes the mistakes of the real blocks; never null
     OutputWatcher watcher;             ///< may be empty
@@ -103,6 +106,10 @@ class BlockInstance {
     /// The settings that the block runs with, its own defaults included.
     [[nodiscard]] const Fenwa::BlockConfiguration& settings() const noexcept { return settings_; }
     void set_settings(Fenwa::BlockConfiguration settings) { settings_ = std::move(settings); }
+    [[nodiscard]] const BlockStatus& status() const noexcept { return status_; }
+    /// The block has logged a line.
+    void logged(int level, const std::string& message);
+
     /// From here on this entry, which has the same name, is the block's.
     void refer_to(const BlockEntry& entry) noexcept { entry_ = &entry; }
 
@@ -176,6 +183,7 @@ class BlockInstance {
     std::unique_ptr<Fenwa::Block> block_;
     Terminations terminations_;    ///< none before the setup
     std::vector<Output> outputs_;  ///< empty before `collect_outputs`
+    BlockStatus status_;
     bool reported_late_ = false;
 };
 
@@ -191,8 +199,9 @@ class RunningGraph {
     /// Stops and destroys the blocks that still exist, in reverse order.
     ~RunningGraph();
 
-    /// From here on too many unanswered calls hold the blocks back, and a limit of the bus that a
-    /// block reaches is reported on stderr.
+    /// From here on too many unanswered calls hold the blocks back. Reported on stderr are a limit
+    /// of the bus that a block reaches, a call that a service refuses, and a service without an
+    /// owner.
     /// @param interposer of the blocks' connection; outlives this object.
     void follow_bus(BusInterposer& interposer);
 
@@ -234,9 +243,14 @@ class RunningGraph {
     /// The block of that name, or null.
     [[nodiscard]] BlockInstance* find(const std::string& name) const;
 
-    /// The bus names of the services that a block has called or listens to, in the order of the
-    /// first time; empty before `follow_bus`.
-    [[nodiscard]] std::vector<std::string> services(const std::string& block) const;
+    /// A block has logged a line; a name of no block is ignored.
+    void logged(const std::string& block, int level, const std::string& message);
+    /// What the blocks and services say to each other; null before `follow_bus`.
+    [[nodiscard]] const BlockCalls* calls() const noexcept;
+    /// Whether the block has spent its budget of runs and waits for its turns.
+    [[nodiscard]] bool is_paced(const BlockInstance& instance) const {
+        return scheduler_.is_paced(*instance.block());
+    }
 
     /// Ends the loop with what a block threw outside of `run`.
     void fail(std::exception_ptr failure) noexcept { scheduler_.fail(std::move(failure)); }

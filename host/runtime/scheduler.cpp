@@ -248,6 +248,14 @@ void Scheduler::forget(const std::vector<Fenwa::Block*>& blocks) {
     }
 }
 
+bool Scheduler::is_paced(Fenwa::Block& block) const {
+    if (refused_.should_wait(block))
+        return true;
+    const auto account = accounts_.find(&block);
+    return account != accounts_.end() && account->second.spent &&
+           now() <= account->second.ran_at + forgotten_after;
+}
+
 void Scheduler::run_within_budget(Fenwa::Block& block) {
     // A waiting block still counts as queued, so that firing it makes no second run.
     if (refused_.should_wait(block)) {

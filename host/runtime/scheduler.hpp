@@ -72,6 +72,10 @@ class Scheduler {
     /// Between two passes.
     void forget(const std::vector<Fenwa::Block*>& blocks);
 
+    /// Whether the block's runs wait for their turns, because it has spent its budget, or its match
+    /// is refused again and again.
+    [[nodiscard]] bool is_paced(Fenwa::Block& block) const;
+
     /// From here on passes are made; blocks that became ready before run first.
     void enable();
     /// No pass is made any more.

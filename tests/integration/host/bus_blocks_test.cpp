@@ -53,7 +53,12 @@ TEST_F(BusBlocks, BlockingCallEndsAfterTheCallTimeout) {
     ASSERT_TRUE(host().wait_for_text("caller: got "));
     EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(300));
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3));
-    EXPECT_EQ(messages(stop()), "caller: asks\ncaller: got org.freedesktop.DBus.Error.Timeout\n");
+    const Ended ended = host().terminate();
+    expect_end(ended, 0,
+               "fenwa: block 'caller' (Caller): Ask was not answered by com.example.Silent: "
+               "Timeout: Connection timed out\n");
+    EXPECT_EQ(messages(ended.out),
+              "caller: asks\ncaller: got org.freedesktop.DBus.Error.Timeout\n");
 }
 
 TEST_F(BusBlocks, WhatComesDuringABlockingCallIsServedAfterIt) {

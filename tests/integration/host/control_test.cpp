@@ -174,7 +174,10 @@ TEST_F(ControlInterface, DescribesTheGraph) {
             R"(connections = [{from = "m.out", to = "c.tick"}, {from = "s.out", to = "t.level"}])",
         last_value);
     EXPECT_EQ(client_.write("t.own", "d", std::numeric_limits<double>::quiet_NaN()), "ok");
-    EXPECT_EQ(client_.describe(), joined_lines("description.json"));
+    common::Json description = common::parse_json(client_.describe(), "the description");
+    for (common::Json& each : description.at("blocks"))
+        EXPECT_EQ(each.erase("status"), 1U);
+    EXPECT_EQ(common::json_line(description), joined_lines("description.json"));
 }
 
 TEST_F(ControlInterface, DescribesWhatTheBlocksHaveToDoWithTheBus) {

@@ -55,6 +55,7 @@ class Noise : public BusClient {
 
 TEST_F(Farewell, ReachesItsReceiverOnABusyBus) {
     const Noise noise(bus());
+    Asked service(bus());
     const std::vector<std::string> all{"two stop", "one stop", "two destructor", "one destructor"};
     for (int i = 0; i < 40; ++i) {
         BusListener listener(bus());

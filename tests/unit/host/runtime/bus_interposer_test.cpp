@@ -164,7 +164,7 @@ TEST_F(BusInterposerTest, OtherConnectionsAreNotSeen) {
                                        "com.example.Peer1", "Ask", on_answer, &heard_, ""),
               0);
     EXPECT_EQ(interposer_.unanswered(), 0U);
-    EXPECT_EQ(interposer_.services("b"), Words{});
+    EXPECT_EQ(interposer_.block_calls().services("b"), Words{});
 }
 
 TEST_F(BusInterposerTest, ErrorsComeBackUntouched) {
@@ -208,10 +208,10 @@ TEST_F(BusInterposerTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
     }
     send_without_callback();
     send_without_callback();
-    EXPECT_EQ(interposer_.services("b"),
+    EXPECT_EQ(interposer_.block_calls().services("b"),
               (Words{"com.example.Heard", "com.example.HeardToo", "com.example.Blocking",
                      "com.example.Property", "com.example.Peer"}));
-    EXPECT_EQ(interposer_.services("c"), Words{});
+    EXPECT_EQ(interposer_.block_calls().services("c"), Words{});
 }
 
 /// A daemon that allows little.
