@@ -29,6 +29,8 @@ std::string message_line(std::string_view sentence) {
 void print_diagnostics(Diagnostics& diagnostics, bool color) {
     if (!uses_journal())
         return diagnostics.print(std::cerr, color);
+    for (Diagnostics& other : diagnostics.other_files())
+        print_diagnostics(other, color);
     for (const Diagnostics::Entry& entry : diagnostics.take_new()) {
         const bool is_error = entry.severity == Diagnostics::Severity::error;
         print_message(is_error ? Severity::error : Severity::warning,

@@ -84,6 +84,11 @@ void Diagnostics::set_source(std::string text) {
     }
 }
 
+Diagnostics& Diagnostics::other_file(const std::string& file) {
+    const auto found = std::ranges::find(other_files_, file, &Diagnostics::file_);
+    return found == other_files_.end() ? other_files_.emplace_back(file) : *found;
+}
+
 void Diagnostics::take_source(const Diagnostics& other) {
     if (!other.lines_.empty())
         lines_ = other.lines_;
@@ -161,6 +166,8 @@ std::vector<Diagnostics::Entry> Diagnostics::take_new() {
 }
 
 void Diagnostics::print_json(std::ostream& out) {
+    for (Diagnostics& other : other_files_)
+        other.print_json(out);
     for (const Entry& entry : take_new()) {
         const bool has_place = entry.location.line != 0;
         out << json_line({{"file", file_},
@@ -174,6 +181,8 @@ void Diagnostics::print_json(std::ostream& out) {
 }
 
 void Diagnostics::print(std::ostream& out, bool color) {
+    for (Diagnostics& other : other_files_)
+        other.print(out, color);
     const Palette palette(color);
     std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;

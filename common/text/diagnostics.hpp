@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <ostream>
 #include <set>
 #include <string>
@@ -57,6 +58,10 @@ class Diagnostics {
 
     /// The text from which the quoted lines are taken; without it none are quoted.
     void set_source(std::string text);
+    /// The mistakes of another file to which this one leads, by its name; owned by this object.
+    /// They are printed before the mistakes of this file, and not counted among them.
+    [[nodiscard]] Diagnostics& other_file(const std::string& file);
+    [[nodiscard]] std::list<Diagnostics>& other_files() noexcept { return other_files_; }
     /// Takes the text of another, where it has one: the file was read again.
     void take_source(const Diagnostics& other);
 
@@ -126,6 +131,7 @@ class Diagnostics {
     void print_counts(std::ostream& out);
 
     std::string file_;
+    std::list<Diagnostics> other_files_;
     std::vector<std::string> lines_;
     std::vector<Entry> entries_;
     std::set<std::tuple<Severity, SourceLocation, std::string>> known_;

@@ -231,5 +231,23 @@ TEST(DiagnosticsJsonTest, CountsTheMistakesThatAreNotKept) {
                                     "\n"));
 }
 
+TEST(Diagnostics, MistakesOfAnotherFileComeFirstAndAreNotCounted) {
+    Diagnostics diagnostics("f");
+    diagnostics.error({1, 1}, "its own");
+    diagnostics.other_file("g").warning({2, 1}, "of another file");
+    diagnostics.other_file("g").warning({3, 1}, "of the same");
+    EXPECT_EQ(diagnostics.warnings(), 0U);
+    EXPECT_EQ(printed(diagnostics),
+              "g:2:1: warning: of another file\ng:3:1: warning: of the same\ng: 2 warnings\n"
+              "f:1:1: error: its own\nf: 1 error\n");
+    EXPECT_EQ(printed(diagnostics), "");
+    diagnostics.other_file("g").warning({4, 1}, "as JSON");
+    std::ostringstream out;
+    diagnostics.print_json(out);
+    EXPECT_EQ(out.str(), R"({"file":"g","line":4,"column":1,"severity":"warning",)"
+                         R"("text":"as JSON","help":null})"
+                         "\n");
+}
+
 }  // namespace
 }  // namespace common
