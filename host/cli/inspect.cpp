@@ -17,10 +17,12 @@
 #include "common/text/json.hpp"
 #include "common/text/suggestion.hpp"
 #include "common/text/terminal.hpp"
+#include "host/check/described_type.hpp"
 #include "host/check/inspection.hpp"
 #include "host/cli/options.hpp"
 #include "host/output/inspect_text.hpp"
 #include "host/plugin/block_types.hpp"
+#include "host/plugin/type_data.hpp"
 
 namespace host {
 namespace {
@@ -83,8 +85,10 @@ std::vector<std::string> chosen_types(const InspectOptions& options, const Plugi
                                             help));
 }
 
-/// Prints the block types of a plug-in on stdout, in the order in which it registers them. As JSON:
-/// {"plugin": NAME, "file": PATH, "types": [as `inspect_type`, …]}, both null for the host's own.
+/// Prints the block types of a plug-in on stdout, in the order in which it registers them, and the
+/// mistakes of its data file on stderr. As JSON:
+/// {"plugin": NAME, "file": PATH, "types": [as `inspect_type` and `described`, …]}, both null for
+/// the host's own.
 /// @returns `software` if the entry point or a block threw, crashed or hung.
 /// @throws common::Failure `unreadable` if the plug-in cannot be loaded, `usage` if it has no such
 ///         type.
@@ -98,12 +102,21 @@ ExitCode inspect_plugin(InspectOptions options) {
             fmt::format("the plug-in '{}' {}", options.plugin.name, listed.misbehaviour->text));
         code = ExitCode::software;
     }
+    common::Diagnostics data_mistakes(options.plugin.name);
+    TypeCatalog catalog;
+    if (!listed.file.empty())
+        catalog.read(listed.file, data_mistakes);
+    if (!listed.misbehaviour)
+        report_unknown_types(catalog, listed.types, data_mistakes);
     Json types = Json::array();
     for (const std::string& name : chosen_types(options, listed)) {
         types.push_back(inspect_type(options.plugin, name));
         if (!behaved(types.back()))
             code = ExitCode::software;
+        if (const TypeData* const data = catalog.find(name))
+            types.back() = described(types.back(), *data, data_mistakes);
     }
+    common::print_diagnostics(data_mistakes, common::use_color(options.color, stderr));
     if (options.format == common::EventFormat::json) {
         Json document = {
             {"plugin", options.plugin.name}, {"file", listed.file}, {"types", std::move(types)}};

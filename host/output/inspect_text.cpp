@@ -1,6 +1,7 @@
 #include "host/output/inspect_text.hpp"
 
 #include <algorithm>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
@@ -19,14 +20,15 @@ struct Cell {
     std::string_view color = {};
 };
 
-/// What is aligned with each other.
-enum class Table { ports, exports, keys, settings, failures };
+/// The lines that are aligned with each other.
+enum class Table { ports, exports, keys, settings, needs, failures };
 
-/// One line of a paragraph: what kind of thing it is, and its columns.
+/// One line of a paragraph: its kind, its columns, and a description for a line of its own.
 struct Line {
     Table table;
     std::string label;
     std::vector<Cell> cells;
+    std::string description = {};  ///< empty for none
 };
 
 /// A name as it is, or quotes for an empty one.
@@ -37,6 +39,21 @@ std::string word(const Json& value) {
 
 std::string json_text(const Json& value) {
     return common::one_line(common::json_line(value));
+}
+
+/// A member that may be missing.
+std::string text_in(const Json& item, const char* member) {
+    return item.contains(member) ? common::one_line(item[member].get<std::string>()) : "";
+}
+
+/// Joins the texts that are not empty.
+std::string listed(std::initializer_list<std::string> texts) {
+    std::string list;
+    for (const std::string& text : texts) {
+        if (!text.empty())
+            list += (list.empty() ? "" : ", ") + text;
+    }
+    return list;
 }
 
 class Paragraph {
@@ -59,19 +76,25 @@ class Paragraph {
         for (const auto& [key, value] : type["settings"].items())
             add_line(Table::settings, "setting", value,
                      {{common::one_line(key)}, {json_text(value)}});
+        add_needs(type);
         for (const Json& failure : type["failures"])
             add_failure(failure);
         if (lines_.empty())
             lines_.push_back({Table::ports, "", {{"no ports, no keys", colors_.dim}}});
         title_ = word(type["type"]);
+        description_ = text_in(type, "description");
     }
 
     [[nodiscard]] std::string text() const {
         std::string all = paint({title_, colors_.bold}) + '\n';
+        if (!description_.empty())
+            all += "  " + paint({description_, colors_.dim}) + '\n';
         std::string last_label;
         for (const Line& line : lines_) {
             // Each kind is named once.
             all += label(line.label == last_label ? "" : line.label) + columns(line) + '\n';
+            if (!line.description.empty())
+                all += label("") + "  " + paint({line.description, colors_.dim}) + '\n';
             last_label = line.label;
         }
         return all;
@@ -124,7 +147,23 @@ class Paragraph {
             cells.resize(std::max<std::size_t>(cells.size(), 3));
             cells.push_back({condition(item), colors_.dim});
         }
-        lines_.push_back({table, label, std::move(cells)});
+        lines_.push_back(
+            {table, label, std::move(cells), item.is_object() ? item_text(item) : std::string()});
+    }
+
+    void add_needs(const Json& type) {
+        if (type.contains("ascending")) {
+            for (const Json& keys : type["ascending"]) {
+                std::string order;
+                for (const Json& key : keys)
+                    order += (order.empty() ? "" : " <= ") + word(key);
+                add_line(Table::needs, "order", Json(), {{order}});
+            }
+        }
+        if (const std::string name = text_in(type, "bus_name"); !name.empty())
+            add_line(Table::needs, "bus name", Json(), {{name}});
+        if (const std::string effect = text_in(type, "one_per_host"); !effect.empty())
+            add_line(Table::needs, "one a host", Json(), {{"with two, " + effect}});
     }
 
     void add_failure(const Json& failure) {
@@ -159,10 +198,33 @@ class Paragraph {
 
     const common::Palette& colors_;
     std::string title_;
+    std::string description_;
     std::vector<Line> lines_;
 };
 
 }  // namespace
+
+std::string range_text(const Json& range) {
+    const auto bound = [&range](const char* name, const char* before, const char* after) {
+        return range.contains(name) ? before + json_text(range[name]) + after : std::string();
+    };
+    if (range.contains("min") && range.contains("max"))
+        return bound("min", "", " to ") + bound("max", "", "");
+    return listed({bound("min", "", " or more"), bound("above", "above ", ""),
+                   bound("max", "", " or less"), bound("below", "below ", "")});
+}
+
+std::string item_text(const Json& item) {
+    const std::string description = text_in(item, "description");
+    const std::string unconnected = text_in(item, "unconnected");
+    const std::string details =
+        listed({item.contains("range") ? range_text(item["range"]) : "", text_in(item, "unit"),
+                item.contains("optional") ? "may stay unconnected" : "",
+                unconnected.empty() ? "" : "unconnected: " + unconnected});
+    if (description.empty() || details.empty())
+        return description + details;
+    return description + " (" + details + ')';
+}
 
 std::string types_as_text(const Json& types, const common::Palette& colors) {
     std::string all;

@@ -82,6 +82,7 @@ TEST_F(Install, BringsTheProgramsTheirPagesCompletionAndPolicy) {
         found,
         (std::vector<std::string>{
             "bin/fenwa", "bin/fenwa-camera", "lib/fenwa/plugins/libfenwa-temperature.so",
+            "lib/fenwa/plugins/libfenwa-temperature.toml",
             "share/bash-completion/completions/fenwa",
             "share/bash-completion/completions/fenwa-camera",
             "share/dbus-1/system.d/com.tarlo.Fenwa.Host1.conf", "share/man/man1/fenwa-camera.1",

@@ -36,18 +36,29 @@ TEST_F(Inspect, ShowsAllTypesOfTheShippedPluginAsJson) {
 
 TEST_F(Inspect, ShowsOneTypeInColumns) {
     expect_text("TemperatureMonitor", 0,
-                R"(  output      temperature_ok_out  bool
+                R"(  Judges whether the temperature of one sensor lies inside a band.
+  output      temperature_ok_out  bool
+                the verdict: whether the temperature is inside the band
   event       event_port
+                the controller has signalled a limit, has answered or has gone
   terminated  temp_monitor_in     bool  starts with true
+                the verdict at the start, until something connected delivers
   key         sensor_name    string  required
+                name of the sensor as the controller knows it
               low_on_temp    float   default -998.0
+                on when the temperature rises over it (controller's unit)
               low_off_temp   float   default -1000.0
+                off when it falls to it or below (controller's unit)
               high_on_temp   float   default 998.0
+                on when it falls to it or below (controller's unit)
               high_off_temp  float   default 1000.0
+                off when it rises over it (controller's unit)
   setting     temperature_ok                       true
               termination_cfg.inports              ["temp_monitor_in"]
               termination_cfg.types                ["/prefix/well-known.b/bool"]
               termination_cfg.temp_monitor_in_def  true
+  order       low_off_temp <= low_on_temp <= high_off_temp
+              low_off_temp <= high_on_temp <= high_off_temp
 )",
                 "libfenwa-temperature.so");
 }
@@ -57,12 +68,19 @@ TEST_F(Inspect, SeparatesTypesByAnEmptyLine) {
     EXPECT_NE(out.find(R"(
 
 PowerConsumer
+  Takes part in the camera's power budget for one video channel, and publishes the granted power.
   input       timer_in    timersource
+                never read: it makes the host run the block (unconnected: it never runs)
   output      power_out   float
+                the power granted; 0.0 before the first grant (controller's unit)
   event       event_port
+                the controller has granted power, has answered or has gone
   exports     /com/tarlo/Vipd/PowerConsumer  com.tarlo.Vipd.PowerConsumer
   key         channel  int    default 0
+                number of the video channel (0 or more)
               power    float  required
+                the amount to ask for (0 or more, controller's unit)
+  bus name    com.tarlo.Vipd.ch{channel}
 
 PowerMonitor
 )"),
@@ -71,16 +89,26 @@ PowerMonitor
 }
 
 TEST_F(Inspect, ColoursOnlyWhenTheyAreWanted) {
+    const std::string note = "                \x1b[2m";
     EXPECT_EQ(
         inspect({"libfenwa-temperature.so", "TemperatureReader", "--color=always"}).out,
         "\x1b[1mTemperatureReader\x1b[0m\n"
-        "  \x1b[2moutput\x1b[0m      temperature_out  \x1b[1;36mdouble\x1b[0m\n"
-        "  \x1b[2mevent\x1b[0m       event_port\n"
-        "  \x1b[2mkey\x1b[0m         fake.active  \x1b[1;36mbool\x1b[0m    default false, live\n"
-        "              sensor_name  \x1b[1;36mstring\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
-        "              delta_chg    \x1b[1;36mdouble\x1b[0m  \x1b[1;33mrequired\x1b[0m\n"
-        "              fake.value   \x1b[1;36mdouble\x1b[0m  default 36.0, live   "
-        "\x1b[2mwhen fake.active = true\x1b[0m\n");
+        "  \x1b[2mPublishes the readings of one temperature sensor.\x1b[0m\n"
+        "  \x1b[2moutput\x1b[0m      temperature_out  \x1b[1;36mdouble\x1b[0m\n" +
+            note + "the last reading; 0.0 before the first (controller's unit)\x1b[0m\n" +
+            "  \x1b[2mevent\x1b[0m       event_port\n" + note +
+            "a reading has come, or the controller has come, has gone or has answered\x1b[0m\n"
+            "  \x1b[2mkey\x1b[0m         fake.active  \x1b[1;36mbool\x1b[0m    default false, "
+            "live\n" +
+            note + "publish the fake value instead of readings\x1b[0m\n" +
+            "              sensor_name  \x1b[1;36mstring\x1b[0m  \x1b[1;33mrequired\x1b[0m\n" +
+            note + "name of the sensor as the controller knows it\x1b[0m\n" +
+            "              delta_chg    \x1b[1;36mdouble\x1b[0m  \x1b[1;33mrequired\x1b[0m\n" +
+            note +
+            "least change that the controller reports (above 0, controller's unit)\x1b[0m\n"
+            "              fake.value   \x1b[1;36mdouble\x1b[0m  default 36.0, live   "
+            "\x1b[2mwhen fake.active = true\x1b[0m\n" +
+            note + "the fake temperature (controller's unit)\x1b[0m\n");
     EXPECT_EQ(inspect({"libmisbehaving.so", "Exiting", "--color=always"}).out,
               "\x1b[1mExiting\x1b[0m\n  \x1b[2merror\x1b[0m       "
               "\x1b[1;31mended the process in its constructor with exit code 3\x1b[0m\n");
@@ -89,13 +117,21 @@ TEST_F(Inspect, ColoursOnlyWhenTheyAreWanted) {
 TEST_F(Inspect, KnowsAnyPluginOfTheInterface) {
     expect_text("Sink", 0,
                 R"(  input       double  double
+                may stay unconnected
               other   double
+                may stay unconnected
               quiet   double                     does not trigger
+                may stay unconnected
               float   float
+                may stay unconnected
               int     int
+                may stay unconnected
               bool    bool
+                may stay unconnected
               tick    timersource
+                may stay unconnected
               point   /example/geometry.p/point
+                may stay unconnected
   event       go                                                   when run = true
   key         only  string  default ""
               run   bool    default false
@@ -188,6 +224,7 @@ TEST_F(Inspect, BlockThatNeedsABusUnderAConditionIsNotBlamed) {
     // A block that refuses a made-up value is built with zeros instead of toggled keys.
     expect_text("Terminated", 0,
                 R"(  input       own  double
+                may stay unconnected
   key         settings     string  required
               needs_a_bus  bool    default false
   setting     termination_cfg.inports  [""]
