@@ -11,6 +11,8 @@
 #include "framework/shared/host_access.hpp"
 #include "framework/shared/log_mute.hpp"
 #include "framework/shared/port_watch.hpp"
+#include "host/check/settings_text.hpp"
+#include "host/check/type_checks.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
@@ -35,7 +37,8 @@ constexpr const char* made_up = "made up";    // the block has been given a made
 constexpr const char* missing = "missing";    // its type may belong to a missing plug-in
 constexpr const char* input = "input";        // NAME, DATATYPE: was added
 constexpr const char* output = "output";      // NAME, DATATYPE
-constexpr const char* built = "built";        // NAMES and DATATYPES of terminated inputs, EXPORTS
+constexpr const char* built = "built";        // NAMES and DATATYPES of terminated inputs, EXPORTS,
+                                              // VALUES
 constexpr const char* look = "look";          // the result of the look
 constexpr const char* threw = "threw";        // which was reported
 constexpr const char* diagnostic = "diagnostic";  // SEVERITY, LINE, COLUMN, TEXT, HELP
@@ -129,7 +132,8 @@ class Worker {
         Json exports = Json::array();
         for (const auto& [path, interface] : Fenwa::HostAccess::exported_objects(*block.block))
             exports.push_back({path, interface});
-        send({word::built, std::move(terminated), std::move(exports)});
+        send({word::built, std::move(terminated), std::move(exports),
+              settings_to_text(probed.values())});
     }
 
     void send_more() {
@@ -273,11 +277,13 @@ class Prober {
     }
 
     void take_built(const Json& message) {
+        block().own_inputs = block().ports.inputs.size();
         for (const Json& input : message.at(1))
             block().ports.inputs.push_back(
                 {input.at(0), Fenwa::Datatype(input.at(1).get<std::string>())});
         for (const Json& object : message.at(2))
             block().exports.emplace_back(object.at(0), object.at(1));
+        block().values = settings_from_text(message.at(3));
         block().ports.complete = true;
     }
 
@@ -406,6 +412,19 @@ void check_exports(const Graph& graph, const BlockReports& blocks, Diagnostics& 
     }
 }
 
+/// The data files of the plug-ins that can be found; the others are reported by the probe.
+TypeCatalog read_data_files(const ProbeJob& job, Diagnostics& diagnostics) {
+    PluginLoader loader = job.types.make_loader(job.plugin_dirs, diagnostics.file());
+    TypeCatalog catalog;
+    for (const auto& plugin : job.plugins) {
+        try {
+            catalog.read(loader.find(plugin.value), diagnostics);
+        } catch (const PluginError&) {
+        }
+    }
+    return catalog;
+}
+
 }  // namespace
 
 ProbeResult probe(const ProbeJob& job, Diagnostics& diagnostics) {
@@ -434,6 +453,8 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
         job.blocks.push_back(&entry);
     checked.probe = probe(job, diagnostics);
     check_graph(*checked.graph, checked.probe.blocks, diagnostics);
+    check_types(*checked.graph, checked.probe.blocks, read_data_files(job, diagnostics),
+                diagnostics);
     // A throw is an error too; it gives the exit code only if it is the only kind of mistake.
     if (diagnostics.errors() == 0)
         checked.code = ExitCode::done;

@@ -41,6 +41,10 @@ struct BlockReport {
     std::vector<std::pair<std::string, std::string>>
         exports;              ///< path and interface of each object
     common::SharedJson look;  ///< null without a look, or if the block was not built
+    /// How many of the inputs are the block's own; 0 if it was not built.
+    std::size_t own_inputs = 0;
+    /// The keys that the block has read, with the settings or defaults that it found.
+    Fenwa::BlockConfiguration values = {};
 };
 
 using BlockReports = std::map<std::string, BlockReport>;  ///< by the blocks' names
@@ -72,7 +76,9 @@ struct CheckedGraph {
     common::ExitCode code;
 };
 
-/// Reads a graph, probes its plug-ins and blocks, and checks it as `check_graph` does.
+/// Reads a graph, probes its plug-ins and blocks, checks it as `check_graph` does, and warns of
+/// what does not fit the data files of its plug-ins. Mistakes in those are in
+/// `diagnostics.other_file`.
 /// @param look as in a ProbeJob.
 /// @throws common::Failure (unreadable) if the file cannot be read; std::system_error if no process
 ///         can be made.

@@ -67,9 +67,11 @@ void KeyRecorder::on_read(const Fenwa::KeyRead& read) {
     if (!was_read(read.key))
         read_.push_back(read.key);
     (in_reconfigure_ ? live_ : read_when_built_).insert(read.key);
-    if (const auto& value = read.found ? read.found : read.fallback;
-        value && read.type == "bool" && std::holds_alternative<bool>(*value))
-        booleans_.insert_or_assign(read.key, std::get<bool>(*value));
+    if (const auto& value = read.found ? read.found : read.fallback) {
+        values_.insert_or_assign(read.key, *value);
+        if (read.type == "bool" && std::holds_alternative<bool>(*value))
+            booleans_.insert_or_assign(read.key, std::get<bool>(*value));
+    }
 }
 
 std::vector<Fenwa::BlockConfiguration::KeyValue> KeyRecorder::toggled_booleans() const {
@@ -77,6 +79,13 @@ std::vector<Fenwa::BlockConfiguration::KeyValue> KeyRecorder::toggled_booleans()
     for (const auto& [key, value] : booleans_)
         toggled.emplace_back(key, !value);
     return toggled;
+}
+
+Fenwa::BlockConfiguration KeyRecorder::values() const {
+    std::vector<Fenwa::BlockConfiguration::KeyValue> entries;
+    for (const auto& [key, value] : values_)
+        entries.emplace_back(key, value);
+    return Fenwa::BlockConfiguration(entries);
 }
 
 std::optional<Value> KeyRecorder::on_error(const Fenwa::ConfigurationError& error) {

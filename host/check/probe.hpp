@@ -67,6 +67,9 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     /// mistake.
     [[nodiscard]] bool made_up_a_value() const noexcept { return has_made_up_; }
 
+    /// The keys that were read and have a value: the setting, or else the default of the getter.
+    [[nodiscard]] Fenwa::BlockConfiguration values() const;
+
     /// Whether the entry has settings that the block has not read.
     [[nodiscard]] bool has_unread_keys(const BlockEntry& entry) const;
     /// The entry's settings that the block has not read.
@@ -89,6 +92,7 @@ class KeyRecorder final : public Fenwa::ConfigurationObserver {
     std::function<void(const Fenwa::ConfigurationError&)> on_mistake_;
     std::function<void(const Fenwa::KeyRead&)> on_read_;
     MadeUpValue made_up_;
+    std::map<std::string, Fenwa::BlockConfiguration::Value> values_;  ///< of the last read
     std::vector<std::string> read_;  ///< each key once, in the order of the first read
     std::set<std::string> read_when_built_;
     std::set<std::string> live_;
@@ -184,6 +188,9 @@ class Probe {
     [[nodiscard]] const BlockEntry& entry() const noexcept { return entry_; }
     /// The block with its terminations, owned by this object; null if it was not built.
     [[nodiscard]] ConnectableBlock block() const;
+
+    /// After a successful `build`: as `KeyRecorder::values`.
+    [[nodiscard]] Fenwa::BlockConfiguration values() const { return recorder_->values(); }
 
     /// Whether the block threw something other than a ConfigurationError that was reported.
     [[nodiscard]] bool threw() const noexcept { return threw_; }
