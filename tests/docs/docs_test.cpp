@@ -105,6 +105,8 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
             folder_.write(block.file, block.text);
         if (block.language == "sh")
             run(block.text);
+        else if (block.file.starts_with("lib"))
+            check_data_file(fs::path(block.file).replace_extension(".so"));
         else if (block.language == "toml")
             check_graph(block);
         else if (block.language == "cpp")
@@ -161,6 +163,14 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
             run_program({std::string(FENWA_BINARIES) + "/fenwa", "check", "--deny-warnings",
                          "--plugin-dir", here().string(), (here() / file).string()});
         EXPECT_EQ(ended.code, 0) << ended.err;
+    }
+
+    /// That the data file of a plug-in, which the page has built, describes what the plug-in has.
+    void check_data_file(const fs::path& plugin) {
+        const Ended ended = run_program(
+            {std::string(FENWA_BINARIES) + "/fenwa", "inspect", (here() / plugin).string()});
+        EXPECT_EQ(ended.code, 0);
+        EXPECT_EQ(ended.err, "");
     }
 
     /// That a sequence diagram names its participants before they speak, and that there is no line
