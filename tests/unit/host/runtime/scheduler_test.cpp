@@ -210,6 +210,9 @@ TEST_F(PacedScheduler, BlockThatHasSpentItsBudgetWaitsWhileOthersGoOn) {
     b_.port->fire();
     serve();
     EXPECT_EQ(ran_, "aaab");
+    EXPECT_TRUE(scheduler_.is_paced(a_));
+    EXPECT_FALSE(scheduler_.is_paced(b_));
+    EXPECT_FALSE(scheduler_.is_paced(c_));
 }
 
 TEST_F(PacedScheduler, LoopSleepsWhileAllWait) {
@@ -442,6 +445,8 @@ TEST_F(RefusedScheduler, TheyTryOneByOneWhileOthersGoOn) {
     serve_rounds(20);
     EXPECT_TRUE(ran_ == "ac" || ran_ == "ca") << ran_;
     scheduler_.match_refused(a_);
+    EXPECT_TRUE(scheduler_.is_paced(a_));
+    EXPECT_FALSE(scheduler_.is_paced(c_));
     a_.port->fire();
     serve_rounds(20);
     EXPECT_EQ(ran_.size(), 2U) << ran_;
