@@ -5,18 +5,19 @@
 #include <string>
 
 #include "common/bus/error_reply.hpp"
+#include "common/bus/host_control.hpp"
 #include "common/text/diagnostics.hpp"
 #include "common/text/suggestion.hpp"
 
 namespace host {
 
 // The names of the control interface on the bus.
-inline constexpr const char* control_name = "com.tarlo.Fenwa.Host1";  ///< unless another is given
-inline constexpr const char* control_path = "/com/tarlo/Fenwa/Host1";
-inline constexpr const char* control_interface = "com.tarlo.Fenwa.Host1";
+inline constexpr const char* control_name = common::host_control_name;
+inline constexpr const char* control_path = common::host_control_path;
+inline constexpr const char* control_interface = common::host_control_interface;
 
 // Names of the errors with which a host refuses a call; the message is a sentence for the user.
-inline constexpr const char* control_error_prefix = "com.tarlo.Fenwa.Host1.Error.";
+inline constexpr const char* control_error_prefix = common::host_error_prefix;
 inline constexpr const char* unknown_block_error = "com.tarlo.Fenwa.Host1.Error.UnknownBlock";
 /// The block has no such port, an output is to be written, or the text is not "BLOCK.PORT".
 inline constexpr const char* unknown_port_error = "com.tarlo.Fenwa.Host1.Error.UnknownPort";
