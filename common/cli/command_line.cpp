@@ -48,7 +48,9 @@ void add_flag(CLI::App& app, const Option& option) {
 }
 
 void add_option(CLI::App& app, const Option& option) {
-    CLI::Option& added = *app.add_option(option.name, [&option](const CLI::results_t& values) {
+    const std::string names =
+        option.short_name.empty() ? option.name : option.short_name + ',' + option.name;
+    CLI::Option& added = *app.add_option(names, [&option](const CLI::results_t& values) {
         for (const std::string& value : values) {
             if (const std::string mistake = take(option, value); !mistake.empty())
                 throw CLI::ValidationError(option.name, mistake);

@@ -24,7 +24,8 @@ struct Option {
         several,   ///< several values each time that it is given
     };
 
-    std::string name{};  ///< "--format"; "GRAPH" for an argument
+    std::string name{};        ///< "--format"; "GRAPH" for an argument
+    std::string short_name{};  ///< "-o", empty for none
     /// What an option takes: "FILE"; "[=NAME]" where the value may be left out; empty for a flag.
     std::string value{};
     std::vector<std::string> choices{};  ///< the only values, in place of `value`

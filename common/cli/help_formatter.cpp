@@ -50,11 +50,12 @@ std::string entry(const std::string& name, const std::string& text) {
     return line + wrapped(text, text_column, text_column);
 }
 
-/// "--format text|json", "--control[=NAME]", "--without SERVICE...".
+/// "--format text|json", "--control[=NAME]", "-o, --output FILE", "--without SERVICE...".
 std::string option_name(const Option& option) {
     const std::string takes =
         option.choices.empty() ? option.value : fmt::format("{}", fmt::join(option.choices, "|"));
-    return option.name + (takes.empty() || takes.starts_with('[') ? "" : " ") + takes +
+    return option.short_name + (option.short_name.empty() ? "" : ", ") + option.name +
+           (takes.empty() || takes.starts_with('[') ? "" : " ") + takes +
            (option.count == Option::Count::several ? "..." : "");
 }
 
