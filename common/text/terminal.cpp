@@ -18,6 +18,10 @@ bool use_color(ColorChoice choice, std::FILE* stream) {
     const char* no_color = std::getenv("NO_COLOR");
     if (no_color != nullptr && *no_color != '\0')
         return false;
+    // A program that passes our lines on has a terminal, and we have a pipe.
+    const char* force = std::getenv("CLICOLOR_FORCE");
+    if (force != nullptr && *force != '\0' && std::string_view(force) != "0")
+        return true;
     const char* term = std::getenv("TERM");
     if (term == nullptr || std::string_view(term) == "dumb")
         return false;

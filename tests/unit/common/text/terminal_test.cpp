@@ -53,6 +53,22 @@ TEST(UseColor, WordsAreChoices) {
     EXPECT_EQ(color_choice("auto"), ColorChoice::automatic);
 }
 
+TEST(UseColor, ForcedHoldsWithoutATerminal) {
+    unsetenv("NO_COLOR");
+    setenv("CLICOLOR_FORCE", "1", 1);
+    std::FILE* const file = std::tmpfile();
+    EXPECT_TRUE(use_color(ColorChoice::automatic, file));
+    EXPECT_FALSE(use_color(ColorChoice::never, file));
+    setenv("CLICOLOR_FORCE", "0", 1);
+    EXPECT_FALSE(use_color(ColorChoice::automatic, file));
+    setenv("CLICOLOR_FORCE", "1", 1);
+    setenv("NO_COLOR", "1", 1);
+    EXPECT_FALSE(use_color(ColorChoice::automatic, file));
+    unsetenv("NO_COLOR");
+    unsetenv("CLICOLOR_FORCE");
+    std::fclose(file);
+}
+
 TEST_F(UseColorOnATerminal, SaysYesUnlessItIsRefused) {
     EXPECT_TRUE(use_color(ColorChoice::automatic, terminal.stream()));
     EXPECT_FALSE(use_color(ColorChoice::never, terminal.stream()));
