@@ -19,6 +19,16 @@ namespace camera {
 /// @throws std::system_error when the body cannot be read.
 [[nodiscard]] common::Json body_json(sd_bus_message& message);
 
+/// The same for a body that `append_json` is to append elsewhere: a variant becomes an object of
+/// its type and its value, {"d": 36.5}.
+[[nodiscard]] common::Json typed_body_json(sd_bus_message& message);
+
+/// Appends values, one an argument, to a message.
+/// @param types the D-Bus signature of the arguments.
+/// @param values an array, as `typed_body_json` returns it.
+/// @throws CommandError where a value is not of its type, or there are too few or too many.
+void append_json(sd_bus_message& message, const std::string& types, const common::Json& values);
+
 /// Arguments, as `body_json` returns them, for a line of text: `3, 0.5, "main"`.
 [[nodiscard]] std::string arguments_text(const common::Json& arguments);
 

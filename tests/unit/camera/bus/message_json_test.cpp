@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "camera/models/command_error.hpp"
 #include "tests/support/bus_messages.hpp"
 
 namespace camera {
@@ -19,6 +20,38 @@ class MessageJsonTest : public ::testing::Test {
     std::string json(const char* types, Values... values) {
         const support::Message message = messages_.reply(types, values...);
         return common::json_line(body_json(*message));
+    }
+
+    /// A message without a body, which can still be written.
+    support::Message open_message() {
+        sd_bus_message* message = nullptr;
+        support::check(
+            sd_bus_message_new_signal(messages_.bus(), &message, "/x", "com.example.X", "Y"));
+        return support::Message(message);
+    }
+
+    /// What a message with this body becomes; appended to another one it must be the same.
+    template <class... Values>
+    std::string typed(const char* types, Values... values) {
+        const support::Message message = messages_.reply(types, values...);
+        const common::Json body = typed_body_json(*message);
+        const support::Message copy = open_message();
+        append_json(*copy, types, body);
+        support::check(sd_bus_message_seal(copy, 7, 0));
+        EXPECT_STREQ(sd_bus_message_get_signature(copy, 1), types);
+        EXPECT_EQ(common::json_line(typed_body_json(*copy)), common::json_line(body));
+        return common::json_line(body);
+    }
+
+    /// The sentence with which values are refused.
+    std::string refusal(const std::string& types, const char* values) {
+        const support::Message message = open_message();
+        try {
+            append_json(*message, types, common::Json::parse(values));
+        } catch (const CommandError& error) {
+            return error.what();
+        }
+        return "no refusal";
     }
 
     support::Messages messages_;
@@ -71,6 +104,34 @@ TEST_F(MessageJsonTest, AMessageThatIsStillBeingWrittenCannotBeRead) {
     ASSERT_GE(sd_bus_message_new_signal(messages_.bus(), &open, "/x", "com.example.X", "Y"), 0);
     const support::Message owned(open);
     EXPECT_THROW((void)body_json(*open), std::system_error);
+}
+
+TEST_F(MessageJsonTest, ABodyWithTypesCanBeAppendedElsewhere) {
+    EXPECT_EQ(typed(""), "[]");
+    EXPECT_EQ(typed("ybnqiuxt", 255, 1, -32768, 65535, -7, 7U, INT64_MIN, UINT64_MAX),
+              "[255,true,-32768,65535,-7,7,-9223372036854775808,18446744073709551615]");
+    EXPECT_EQ(typed("dsog", -std::numeric_limits<double>::infinity(), "a", "/a", "a{sv}"),
+              R"(["-inf","a","/a","a{sv}"])");
+    EXPECT_EQ(typed("v", "d", 36.5), R"([{"d":36.5}])");
+    EXPECT_EQ(typed("sa{sv}as", "x", 2, "p", "d", 25.0, "q", "ai", 2, 1, 2, 1, "r"),
+              R"(["x",{"p":{"d":25.0},"q":{"ai":[1,2]}},["r"]])");
+    EXPECT_EQ(typed("a(sas)a{is}", 1, "f", 2, "en", "de", 1, 5, "five"),
+              R"([[["f",["en","de"]]],[[5,"five"]]])");
+    EXPECT_EQ(refusal("t", R"(["18446744073709551615"])"), "no refusal")
+        << "TOML has no such integer";
+}
+
+TEST_F(MessageJsonTest, AValueOfAnotherTypeCannotBeAppended) {
+    EXPECT_EQ(refusal("i", R"(["x"])"), "\"x\" is not a value of the D-Bus type 'i'");
+    EXPECT_EQ(refusal("y", "[256]"), "256 is not a value of the D-Bus type 'y'");
+    EXPECT_EQ(refusal("i", "[1.5]"), "1.5 is not a value of the D-Bus type 'i'");
+    EXPECT_EQ(refusal("v", "[1]"), "1 is not a value of the D-Bus type 'v'");
+    EXPECT_EQ(refusal("v", R"([{"zz": 1}])"), "{\"zz\":1} is not a value of the D-Bus type 'v'");
+    EXPECT_EQ(refusal("o", R"(["x"])"), "\"x\" is not a value of the D-Bus type 'o'");
+    EXPECT_EQ(refusal("ii", "[1]"), "[1] is not a value of the D-Bus type 'ii'");
+    EXPECT_EQ(refusal("i", "[1,2]"), "[1,2] is not a value of the D-Bus type 'i'");
+    EXPECT_NE(refusal("a", "[[1]]"), "no refusal");
+    EXPECT_NE(refusal("(", "[[1]]"), "no refusal");
 }
 
 TEST(ArgumentsText, SeparatesWithCommas) {
