@@ -15,6 +15,6 @@ int main(int argc, char** argv) {
          .commands = {camera::run_command(std::move(children)), camera::set_command(),
                       camera::start_command(), camera::stop_command(), camera::restart_command(),
                       camera::press_command(), camera::fail_command(), camera::show_command(),
-                      camera::activate_command()}},
+                      camera::record_command(), camera::activate_command()}},
         argc, argv);
 }

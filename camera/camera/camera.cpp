@@ -21,6 +21,7 @@ Camera::Camera(sd_event& event, EventLog& event_log, const Configuration& config
       context_{event,
                event_log,
                faults_,
+               script_,
                [this](const CallRecord& call) {
                    if (observers_.called)
                        observers_.called(call);
@@ -50,15 +51,14 @@ Camera::Camera(sd_event& event, EventLog& event_log, const Configuration& config
     }
 }
 
-void Camera::go_up(const std::string& address, const std::set<std::string>& without,
-                   bool activation, std::set<std::string> startable) {
+void Camera::go_up(const std::string& address, const Presence& presence,
+                   std::set<std::string> startable) {
     address_ = address;
     startable_ = std::move(startable);
     for (const auto& service : services_) {
-        const bool left_out = without.contains(service->name());
-        if (left_out || !activation)
+        if (!presence.activatable.contains(service->name()))
             not_activatable_.insert(service->name());
-        if (!left_out)
+        if (!presence.down.contains(service->name()))
             start_first_time(*service);
     }
 }
@@ -107,22 +107,27 @@ Value Camera::settable_value(const std::string& name) const {
     return value;
 }
 
-MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
+Service& Camera::service_with(const std::string& service, const std::string& member) const {
     if (!service.empty())
-        check_service(service);
+        (void)service_named(service);
     std::vector<std::string> known;
     for (const auto& each : services_) {
         if (!service.empty() && each->name() != service)
             continue;
         for (const auto& [name, kind] : each->members()) {
             if (name == member)
-                return kind;
+                return *each;
             known.push_back(name);
         }
     }
     const std::string of = service.empty() ? "" : fmt::format(" of the service '{}'", service);
     throw CommandError(fmt::format("unknown method, signal or property '{}'{}", member, of),
                        common::did_you_mean(member, known));
+}
+
+MemberKind Camera::kind_of(const std::string& service, const std::string& member) const {
+    const Members members = service_with(service, member).members();
+    return std::ranges::find(members, member, &Members::value_type::first)->second;
 }
 
 void Camera::set(const std::string& name, const std::string& text) {
@@ -177,6 +182,10 @@ void Camera::press(const std::string& button) {
     context_.changed();
 }
 
+void Camera::send(const ScriptedMessage& message) {
+    service_with(message.service, message.member).send(message);
+}
+
 Json Camera::check_value(const std::string& name, const std::string& text) const {
     return settable_value(name).parse(text);
 }
@@ -218,6 +227,13 @@ void Camera::check_method(const std::string& service, const std::string& member)
                 fmt::format("'{}' is an outgoing call of the camera, not a method", member),
                 "expect the 'state' that it reports");
     }
+}
+
+void Camera::check_message(const ScriptedMessage& message) const {
+    const MemberKind wanted = message.to.empty() ? MemberKind::signal : MemberKind::outgoing_call;
+    if (kind_of(message.service, message.member) != wanted)
+        throw CommandError(fmt::format("'{}' is not {} of the camera", message.member,
+                                       message.to.empty() ? "a signal" : "an outgoing call"));
 }
 
 Json Camera::value(const std::string& name) const {

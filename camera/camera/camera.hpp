@@ -33,6 +33,12 @@ class Camera {
         std::function<void()> changed;                  ///< a value has changed
     };
 
+    /// Which services are there.
+    struct Presence {
+        std::set<std::string> down;         ///< stay down until a command, or a call, starts them
+        std::set<std::string> activatable;  ///< a call brings them up when they are down
+    };
+
     /// Builds the services, all down. `event` and `event_log` must outlive the camera.
     /// @param lost called from the loop when the daemon ends a connection.
     Camera(sd_event& event, EventLog& event_log, const Configuration& configuration,
@@ -43,12 +49,11 @@ class Camera {
     /// Brings the services up. A service whose names belong to the machine stays down where they
     /// have an owner, and logs that.
     /// @param address of the bus.
-    /// @param without services that stay down until a command starts them.
-    /// @param activation whether a call brings one of the others up again when it is down.
+    /// @param presence which services come up.
     /// @param startable the bus names that the daemon can activate; a service with a name that is
     ///        not among them is not activatable.
     /// @throws common::Failure (unavailable).
-    void go_up(const std::string& address, const std::set<std::string>& without, bool activation,
+    void go_up(const std::string& address, const Presence& presence,
                std::set<std::string> startable);
     /// Takes all services down, in reverse order.
     void go_down();
@@ -67,6 +72,10 @@ class Camera {
     /// Removes fault rules. @param target "MEMBER" or "SERVICE.MEMBER".
     void clear_fault(const std::string& target);
     void press(const std::string& button);
+    /// Has a service send a message of a scenario.
+    void send(const ScriptedMessage& message);
+    /// The calls that a scenario answers in place of the services.
+    [[nodiscard]] ReplyScript& script() noexcept { return script_; }
 
     /// The address of the bus, after `go_up`.
     [[nodiscard]] const std::string& address() const noexcept { return address_; }
@@ -82,6 +91,8 @@ class Camera {
     void check_fault_target(const std::string& target) const;
     /// Requires a method. @param service its service; empty: any service.
     void check_method(const std::string& service, const std::string& member) const;
+    /// Requires the signal or, where it has a receiver, the outgoing call of a message.
+    void check_message(const ScriptedMessage& message) const;
 
     /// A value now.
     [[nodiscard]] common::Json value(const std::string& name) const;
@@ -94,6 +105,9 @@ class Camera {
 
   private:
     [[nodiscard]] Service& service_named(const std::string& name) const;
+    /// The service, or where none is named the first one with such a member.
+    [[nodiscard]] Service& service_with(const std::string& service,
+                                        const std::string& member) const;
     [[nodiscard]] Value value_named(const std::string& name) const;
     [[nodiscard]] Value settable_value(const std::string& name) const;
     /// The kind of a member. @throws CommandError with the nearest name.
@@ -106,6 +120,7 @@ class Camera {
     EventLog& event_log_;
     Observers observers_;
     FaultRules faults_;
+    ReplyScript script_;
     ServiceContext context_;
     TemperatureModel temperature_;
     PowerModel power_;

@@ -27,6 +27,7 @@ inline constexpr const char* service_names =
 [[nodiscard]] common::Command press_command();
 [[nodiscard]] common::Command fail_command();
 [[nodiscard]] common::Command show_command();
+[[nodiscard]] common::Command record_command();
 /// For the service files of a private bus. The bus daemon takes exit code 1 for a service that does
 /// not start.
 [[nodiscard]] common::Command activate_command();

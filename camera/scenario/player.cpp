@@ -7,21 +7,11 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "camera/bus/message_json.hpp"
-
 namespace camera {
 namespace {
 
-/// The calls that are kept for an expectation; older ones are dropped.
-constexpr std::size_t max_calls = 10000;
-/// The calls that are listed when an expectation fails.
-constexpr std::size_t max_listed_calls = 10;
 /// The time that a program of a step may take.
 constexpr std::chrono::seconds program_timeout{30};
-
-std::string call_text(const CallRecord& call) {
-    return fmt::format("{}({})", call.member, arguments_text(*call.arguments));
-}
 
 std::chrono::microseconds microseconds(Seconds seconds) {
     return std::chrono::duration_cast<std::chrono::microseconds>(seconds);
@@ -36,22 +26,32 @@ Overloaded(Each...) -> Overloaded<Each...>;
 
 }  // namespace
 
-ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Camera& camera, EventLog& event_log,
-                               sd_event& event, Reaper& reaper, Ended ended)
+ScenarioPlayer::ScenarioPlayer(const Scenario& scenario, Place place, Ended ended)
     : scenario_(scenario),
-      camera_(camera),
-      event_log_(event_log),
-      reaper_(reaper),
+      camera_(place.camera),
+      event_log_(place.event_log),
+      event_(place.event),
+      programs_(place.programs),
+      report_(place.report),
       ended_(std::move(ended)),
+      observations_(place.camera, place.event_log),
       ramps_(
-          event,
+          place.event,
           [this](const std::string& name, double value) {
               guarded([&] { camera_.set(name, common::Json(value).dump()); });
           },
           [this] { end_when_over(); }),
-      timer_(event) {
+      timer_(place.event),
+      timeout_(place.event) {
     camera_.set_observers(
         {[this](const CallRecord& call) { on_call(call); }, [this] { check_expectation(); }});
+    for (const Step& step : scenario.steps) {
+        for (const Action& action : step.actions) {
+            if (const auto* reply = std::get_if<Reply>(&action))
+                (void)camera_.script().add(reply->reply);
+        }
+    }
+    camera_.script().set_observer([this](std::size_t reply) { on_arrival(reply); });
 }
 
 void ScenarioPlayer::enter(State state) {
@@ -61,7 +61,16 @@ void ScenarioPlayer::enter(State state) {
 }
 
 void ScenarioPlayer::start() {
+    observations_.open(
+        scenario_, event_, [this] { check_expectation(); },
+        [this] { fail(common::ExitCode::unavailable, "the connection to the bus was lost"); });
     begin_ = previous_done_ = Clock::now();
+    if (scenario_.timeout)
+        timeout_.once(microseconds(*scenario_.timeout), [this] {
+            fail(common::ExitCode::expectation_failed,
+                 fmt::format("the scenario takes longer than its timeout of {} s",
+                             common::Json(scenario_.timeout->count()).dump()));
+        });
     schedule_step();
 }
 
@@ -119,6 +128,11 @@ bool ScenarioPlayer::run(const Action& action) {
                        run_program(program.command);
                    },
                    [&](const Expectation& expectation) { done = expect(expectation); },
+                   [&](const Reply& reply) {
+                       done = false;
+                       answer(reply);
+                   },
+                   [this](const Send& send) { camera_.send(send.message); },
                },
                action);
     return done;
@@ -138,7 +152,7 @@ void ScenarioPlayer::change_service(const ServiceCommand& command) {
 void ScenarioPlayer::run_program(const std::vector<std::string>& command) {
     const std::string& program = command.front();
     program_ =
-        std::make_unique<Child>(reaper_, command, camera_.address(),
+        std::make_unique<Child>(programs_, command, line_name(program),
                                 [this, program](int status) { program_ended(program, status); });
     enter(State::running);
     timer_.once(program_timeout, [this, program] {
@@ -159,22 +173,56 @@ void ScenarioPlayer::program_ended(const std::string& program, int status) {
 }
 
 bool ScenarioPlayer::expect(const Expectation& expectation) {
-    if (met(expectation))
-        return true;
     enter(State::expecting);
-    timer_.once(microseconds(expectation.within),
-                [this, &expectation] { expectation_timed_out(expectation); });
+    expecting_since_ = Clock::now();
+    observations_.follow(expectation);
+    if (decide(expectation))
+        return state_ == State::acting;
+    timer_.once(microseconds(expectation.within), [this, &expectation] { time_out(expectation); });
     return false;
 }
 
-void ScenarioPlayer::expectation_timed_out(const Expectation& expectation) {
-    common::Json calls = common::Json::array();
-    for (const CallRecord& call : calls_)
-        calls.push_back(call_text(call));
-    const std::string expected = expectation.description();
-    event_log_.expectation(step_ + 1, location(), expected, false, calls);
-    fail(common::ExitCode::expectation_failed,
-         fmt::format("expected {}; {}", expected, calls_text()));
+void ScenarioPlayer::time_out(const Expectation& expectation) {
+    if (expectation.absent && observations_.can_be_absent(expectation)) {
+        meet(expectation);
+        next_action();
+    } else {
+        disappoint(expectation, observations_.instead_text(expectation));
+    }
+}
+
+void ScenarioPlayer::answer(const Reply& reply) {
+    enter(State::replying);
+    const std::size_t number = replies_++;
+    if (camera_.script().arrival(number))
+        return release(number);
+    timer_.once(microseconds(reply.within), [this, number, &reply] {
+        event_log_.missing_call(step_ + 1, location(), reply.reply.member, reply.within.count());
+        release(number);
+    });
+}
+
+void ScenarioPlayer::on_arrival(std::size_t reply) {
+    if (state_ == State::replying && reply + 1 == replies_)
+        release(reply);
+}
+
+void ScenarioPlayer::release(std::size_t number) {
+    timer_.clear();
+    const auto arrival = camera_.script().arrival(number);
+    const auto& reply = std::get<Reply>(actions()[action_]).reply;
+    const auto delay = arrival ? std::chrono::duration_cast<std::chrono::microseconds>(
+                                     *arrival + reply.after - Clock::now())
+                               : std::chrono::microseconds(0);
+    // From the loop, because this may run within the callback of the call.
+    timer_.once(std::max(delay, std::chrono::microseconds(0)), [this, number] {
+        guarded([&] {
+            // A client may call again at once after the answer.
+            observations_.forget_calls();
+            camera_.script().release(number);
+            next_action();
+        });
+    });
 }
 
 void ScenarioPlayer::next_action() {
@@ -185,12 +233,13 @@ void ScenarioPlayer::next_action() {
 }
 
 void ScenarioPlayer::end_step() {
-    // A step with an expectation is done with the call that met it, which `met` has used up.
-    const bool expected = std::ranges::any_of(actions(), [](const Action& action) {
-        return std::holds_alternative<Expectation>(action);
+    // A step with an expectation or a reply is done with its call, which is used up already.
+    const bool called = std::ranges::any_of(actions(), [](const Action& action) {
+        return std::holds_alternative<Expectation>(action) || std::holds_alternative<Reply>(action);
     });
-    if (!expected)
-        calls_.clear();
+    if (!called)
+        observations_.forget_calls();
+    observations_.forget_values();
     previous_done_ = Clock::now();
     ++step_;
     schedule_step();
@@ -199,54 +248,52 @@ void ScenarioPlayer::end_step() {
 void ScenarioPlayer::end_when_over() {
     if (state_ != State::finishing || !ramps_.idle())
         return;
+    timeout_.clear();
     enter(State::ended);
     ended_(common::ExitCode::done, {});
 }
 
 void ScenarioPlayer::on_call(const CallRecord& call) {
-    calls_.push_back(call);
-    if (calls_.size() > max_calls)
-        calls_.pop_front();
+    observations_.add(call);
     check_expectation();
 }
 
 void ScenarioPlayer::check_expectation() {
-    if (state_ == State::expecting && met(std::get<Expectation>(actions()[action_])))
+    if (state_ == State::expecting && decide(std::get<Expectation>(actions()[action_])) &&
+        state_ == State::acting)
         next_action();
 }
 
-bool ScenarioPlayer::met(const Expectation& expectation) {
-    const auto* call = std::get_if<ExpectedCall>(&expectation.what);
-    const auto* state = std::get_if<ExpectedState>(&expectation.what);
-    const bool is_met = call != nullptr ? met(*call) : camera_.value(state->name) == *state->is;
-    if (is_met)
-        event_log_.expectation(step_ + 1, location(), expectation.description(), true, {});
-    return is_met;
-}
-
-bool ScenarioPlayer::met(const ExpectedCall& expected) {
-    const auto it = std::ranges::find_if(calls_, [&](const CallRecord& call) {
-        return call.member == expected.member &&
-               (expected.service.empty() || call.service == expected.service) &&
-               (!expected.arguments || *call.arguments == *expected.arguments);
-    });
-    if (it == calls_.end())
+bool ScenarioPlayer::decide(const Expectation& expectation) {
+    const std::string refusal = observations_.refusal(expectation);
+    if (!refusal.empty())
+        disappoint(expectation, refusal);
+    else if (!observations_.has_come(expectation))
         return false;
-    calls_.erase(calls_.begin(), it + 1);
+    else if (expectation.absent)
+        disappoint(expectation, fmt::format("it came at {:.3f} s", event_log_.seconds()));
+    else
+        meet(expectation);
     return true;
 }
 
-std::string ScenarioPlayer::calls_text() const {
-    if (calls_.empty())
-        return "no calls received";
-    const std::size_t listed = std::min(calls_.size(), max_listed_calls);
-    std::string text =
-        listed < calls_.size()
-            ? fmt::format("the last {} of {} calls received: ", listed, calls_.size())
-            : "calls received: ";
-    for (std::size_t i = calls_.size() - listed; i < calls_.size(); ++i)
-        text.append(i + listed == calls_.size() ? "" : ", ").append(call_text(calls_[i]));
-    return text;
+void ScenarioPlayer::meet(const Expectation& expectation) {
+    enter(State::acting);
+    observations_.leave();
+    if (report_ != nullptr)
+        report_->result(expectation, Clock::now() - expecting_since_, {});
+    event_log_.expectation(step_ + 1, location(), expectation.description(), true,
+                           common::Json::object());
+}
+
+void ScenarioPlayer::disappoint(const Expectation& expectation, const std::string& instead) {
+    const std::string sentence = fmt::format("expected {}; {}", expectation.description(), instead);
+    if (report_ != nullptr)
+        report_->result(expectation, Clock::now() - expecting_since_, sentence);
+    event_log_.expectation(step_ + 1, location(), expectation.description(), false,
+                           observations_.instead(expectation));
+    observations_.leave();
+    fail(common::ExitCode::expectation_failed, sentence);
 }
 
 void ScenarioPlayer::guarded(const std::function<void()>& commands) {
@@ -262,6 +309,7 @@ void ScenarioPlayer::guarded(const std::function<void()>& commands) {
 void ScenarioPlayer::fail(common::ExitCode code, const std::string& sentence) {
     if (state_ == State::ended)
         return;
+    timeout_.clear();
     enter(State::ended);
     ended_(code, fmt::format("{}: {}", location(), sentence));
 }

@@ -22,7 +22,10 @@ namespace camera {
 ///     expect = {call = "GetTemperature", arguments = [3, "main"], within = 5.0}
 ///
 /// Further actions: ramp = {NAME = TARGET, over = SECONDS}, fail = {member = …, …},
-/// clear = MEMBER, press = BUTTON, expect = {state = NAME, is = VALUE, within = SECONDS}.
+/// clear = MEMBER, press = BUTTON, run = [PROGRAM, …], expect = {state = NAME, is = VALUE},
+/// expect = {output = BLOCK.PORT, …}, reply = {call = …, values = […]}, signal = {member = …, …},
+/// call = {member = …, to = NAME, …}. Besides the steps: timeout = SECONDS, down = [SERVICE, …],
+/// activatable = [SERVICE, …].
 /// @throws common::Failure (unreadable) when the file cannot be read.
 [[nodiscard]] Scenario read_scenario(const std::string& path, const Camera& camera,
                                      common::Diagnostics& diagnostics);

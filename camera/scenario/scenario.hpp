@@ -2,11 +2,14 @@
 
 #include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "camera/scenario/condition.hpp"
 #include "camera/service/fault_rules.hpp"
+#include "camera/service/reply_script.hpp"
 #include "common/text/diagnostics.hpp"
 #include "common/text/json.hpp"
 
@@ -71,23 +74,45 @@ struct ExpectedCall {
     common::SharedJson arguments;  ///< an array; null: any arguments
 };
 
-/// A value that is `is`.
-struct ExpectedState {
+/// A value of the camera, or of a host on the camera's bus.
+struct ExpectedValue {
+    enum class Source {
+        state,   ///< a value of the camera: "temperature.main"
+        output,  ///< a port of a host: "guard.temperature_ok_out"
+        log,     ///< the log lines of a host's block: "guard"
+        status,  ///< a part of the status of a host's block: "supply.waits_for"
+    };
+
+    Source source = Source::state;
     std::string name;
-    common::SharedJson is;
+    std::string host{};  ///< bus name of the host; empty for a value of the camera
+    Condition condition{};
 };
 
-/// Waits for a call or a state; the scenario fails when it does not come within the time.
+/// Waits for a call or a value; the scenario fails when it does not come within the time.
 struct Expectation {
-    std::variant<ExpectedCall, ExpectedState> what;
+    std::variant<ExpectedCall, ExpectedValue> what;
     Seconds within{5.0};
+    bool absent = false;  ///< waits all the time; the scenario fails when it comes
 
     /// "a call of GetTemperature(3, "main") within 5 s".
     [[nodiscard]] std::string description() const;
 };
 
+/// Answers a call of a client in place of the service. The step waits for the call; the service
+/// does not answer calls that a later step answers.
+struct Reply {
+    ScriptedReply reply;
+    Seconds within{5.0};  ///< how long the step waits for the call before the scenario goes on
+};
+
+/// Sends a signal, or calls a method of a client.
+struct Send {
+    ScriptedMessage message;
+};
+
 using Action = std::variant<Say, SetValue, Ramp, ServiceCommand, SetFault, ClearFault, Press,
-                            RunProgram, Expectation>;
+                            RunProgram, Expectation, Reply, Send>;
 
 /// Actions at one time, in file order.
 struct Step {
@@ -99,7 +124,11 @@ struct Step {
 
 struct Scenario {
     std::string file;  ///< path, as the user typed it
-    std::vector<Step> steps;
+    std::vector<Step> steps{};
+    std::optional<Seconds> timeout{};  ///< after which the scenario fails
+    std::set<std::string> down{};      ///< services that a step or a call brings up
+    /// The services that a call brings up; nothing for all.
+    std::optional<std::set<std::string>> activatable{};
 };
 
 }  // namespace camera

@@ -34,8 +34,20 @@ class StepReader {
     void read_fail(const toml::table& table, Step& step);
     void read_run(common::TableReader& reader, Step& step);
     void read_expectation(const toml::table& table, Step& step);
-    std::optional<ExpectedCall> read_call(const std::string& target, common::TableReader& reader);
-    std::optional<ExpectedState> read_state(const std::string& name, common::TableReader& reader);
+    std::optional<ExpectedCall> read_call(common::TableReader& reader);
+    std::optional<ExpectedValue> read_value(std::string_view subject, common::TableReader& reader);
+    [[nodiscard]] bool check_subject(ExpectedValue& value, std::string_view subject,
+                                     common::TableReader& reader);
+    [[nodiscard]] bool read_condition(ExpectedValue& value, common::TableReader& reader);
+    [[nodiscard]] bool read_range(Condition& condition, common::TableReader& reader);
+    /// Compares the value of a camera as the camera shows it: 71 and 71.0 are the same temperature.
+    [[nodiscard]] bool check_state(ExpectedValue& value, common::TableReader& reader);
+    void read_reply(const toml::table& table, Step& step);
+    void read_send(const std::string& key, const toml::table& table, Step& step);
+    /// Reads an array of values; null where the key is absent or has a mistake.
+    common::SharedJson json_array(common::TableReader& reader, std::string_view key);
+    /// Reads the name of a D-Bus object or interface; empty where the key is absent.
+    std::string bus_text(common::TableReader& reader, std::string_view key);
 
     /// Visits each value of a table. `temperature.main = 1` without quotes is a table in a table,
     /// and means the same as `"temperature.main" = 1`.
@@ -44,7 +56,8 @@ class StepReader {
     bool passes(common::SourceLocation location, const std::function<void()>& check);
     /// Reads a time in seconds, from 0 to `max_scenario_time`.
     std::optional<Seconds> time(common::TableReader& reader, std::string_view key);
-    std::optional<common::Json> json(const toml::node& node);
+    enum class Tables { refused, accepted };
+    std::optional<common::Json> json(const toml::node& node, Tables tables = Tables::refused);
 
     const Camera& camera_;
     common::Diagnostics& diagnostics_;

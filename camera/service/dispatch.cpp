@@ -32,6 +32,8 @@ int Service::on_message(sd_bus_message& message) {
     check(sd_bus_message_get_type(&message, &type), "sd_bus_message_get_type");
     if (type != SD_BUS_MESSAGE_METHOD_CALL)
         return 0;
+    if (leave_to_script(message))
+        return 1;
     if (const ServedObject* object = object_of_property_call(message, objects_))
         return on_property_call(message, *object);
     // sd-bus serves introspection and peers by itself, and nobody wants them in the log.

@@ -47,12 +47,15 @@ void EventLog::write_exchange(std::string_view event, const std::string& service
                               const std::string& member, const std::string& receiver,
                               const Json& details, std::string_view color,
                               const std::string& sentence) {
+    if (brief_)
+        return;
     Json fields = {{"service", service}, {"member", member}, {"receiver", receiver}};
     fields.update(details);
     write(event, fields, service, color, sentence);
 }
 
 void EventLog::ready(const std::string& bus, const std::vector<std::string>& services) {
+    ready_ = true;
     write("ready", {{"bus", bus}, {"services", services}}, "", lines_.palette().green,
           services.empty()
               ? fmt::format("ready on {}, no services", bus)
@@ -61,12 +64,17 @@ void EventLog::ready(const std::string& bus, const std::vector<std::string>& ser
 
 void EventLog::service_up(const std::string& service, const std::vector<std::string>& bus_names,
                           const std::string& unique_name) {
+    // The line that the camera is ready lists the services.
+    if (brief_ && !ready_)
+        return;
     write("service",
           {{"service", service}, {"state", "up"}, {"name", unique_name}, {"bus_names", bus_names}},
           service, "", fmt::format("up as {} ({})", fmt::join(bus_names, ", "), unique_name));
 }
 
 void EventLog::service_down(const std::string& service, const std::string& why) {
+    if (brief_ && why.empty())
+        return;
     Json fields = {{"service", service}, {"state", "down"}};
     if (!why.empty())
         fields["why"] = why;
@@ -74,6 +82,8 @@ void EventLog::service_down(const std::string& service, const std::string& why) 
 }
 
 void EventLog::call(const CallRecord& call) {
+    if (brief_)
+        return;
     write("call",
           {{"service", call.service},
            {"member", call.member},
@@ -99,6 +109,8 @@ void EventLog::error_reply(const std::string& service, const std::string& member
 
 void EventLog::signal(const std::string& service, const std::string& member,
                       const Json& arguments) {
+    if (brief_)
+        return;
     write("signal", {{"service", service}, {"member", member}, {"arguments", arguments}}, service,
           "", fmt::format("signals {}({})", member, brief(arguments)));
 }
@@ -161,12 +173,20 @@ void EventLog::say(std::size_t step, const std::string& text) {
 }
 
 void EventLog::expectation(std::size_t step, const std::string& location,
-                           const std::string& expected, bool met, const Json& calls) {
+                           const std::string& expected, bool met, const Json& instead) {
     Json fields = {{"step", step}, {"where", location}, {"expected", expected}, {"met", met}};
     if (!met)
-        fields["calls"] = calls;
+        fields.update(instead);
     write("expectation", fields, "scenario", met ? lines_.palette().green : lines_.palette().red,
           (met ? "as expected: " : "expected, but did not come: ") + expected);
+}
+
+void EventLog::missing_call(std::size_t step, const std::string& location,
+                            const std::string& member, double within) {
+    write("missing_call",
+          {{"step", step}, {"where", location}, {"member", member}, {"within", within}}, "scenario",
+          lines_.palette().yellow,
+          fmt::format("no call of {} within {} s; going on", member, Json(within).dump()));
 }
 
 void EventLog::exit(common::ExitCode code) {

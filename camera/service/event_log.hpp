@@ -20,12 +20,21 @@ struct CallRecord {
     std::string sender;            ///< unique name of the client
 };
 
+/// What text tells of a camera; JSON tells all.
+enum class Detail {
+    story,  ///< what people and scenarios do, values, and services that come and go
+    all,    ///< and each call, answer and signal, and the services at the begin and the end
+};
+
 /// Writes what happens in a camera as event lines.
 class EventLog {
   public:
     /// As EventLines.
-    EventLog(common::StandardOutput& out, common::EventFormat format, common::ColorChoice color)
-        : lines_(out, format, color) {}
+    EventLog(common::StandardOutput& out, common::EventFormat format, common::ColorChoice color,
+             common::Timestamps timestamps = common::Timestamps::relative,
+             Detail detail = Detail::all)
+        : lines_(out, format, color, timestamps),
+          brief_(format == common::EventFormat::text && detail == Detail::story) {}
 
     void ready(const std::string& bus, const std::vector<std::string>& services);
     /// `why` is empty for a service that came or went by itself or by a command.
@@ -63,9 +72,13 @@ class EventLog {
     /// A step of a scenario begins; in JSON only, because text shows its effects.
     void step(std::size_t number, const std::string& location);
     void say(std::size_t step, const std::string& text);
-    /// An expectation that was met, or was not, with the calls that came instead.
+    /// An expectation that was met, or was not.
+    /// @param instead an object of what came instead, whose members become those of the event.
     void expectation(std::size_t step, const std::string& location, const std::string& expected,
-                     bool met, const common::Json& calls);
+                     bool met, const common::Json& instead);
+    /// A call that the scenario answers has not come within so many seconds.
+    void missing_call(std::size_t step, const std::string& location, const std::string& member,
+                      double within);
     void exit(common::ExitCode code);
 
     /// The time of the lines.
@@ -81,6 +94,8 @@ class EventLog {
                         const std::string& sentence);
 
     common::EventLines lines_;
+    bool brief_;
+    bool ready_ = false;
 };
 
 }  // namespace camera

@@ -11,9 +11,6 @@
 
 namespace camera {
 
-/// The standard interface with which properties are read and followed.
-inline constexpr const char* properties_interface = "org.freedesktop.DBus.Properties";
-
 /// A call that reads properties of an object: "Get" one, or "GetAll".
 struct PropertyCall {
     const ServedObject* object;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "camera/bus/message_json.hpp"
+
 namespace camera {
 namespace {
 
@@ -57,8 +59,40 @@ std::vector<std::string> names_of(const ServedObject& object, MemberKind kind) {
     return names;
 }
 
+std::string result_types(std::span<const ServedObject> objects, std::string_view method) {
+    for (const ServedObject& object : objects) {
+        if (const sd_bus_vtable* entry = find_method(object, method))
+            return text_or_empty(entry->x.method.result);
+    }
+    if (method == "Get")
+        return "v";
+    return method == "GetAll" ? "a{sv}" : "";
+}
+
+const ServedObject* object_with_signal(std::span<const ServedObject> objects,
+                                       std::string_view signal) {
+    const auto it = std::ranges::find_if(objects, [&](const ServedObject& object) {
+        const std::vector<std::string> names = names_of(object, MemberKind::signal);
+        return std::ranges::find(names, signal) != names.end();
+    });
+    return it == objects.end() ? nullptr : &*it;
+}
+
+std::string signal_interface(const ServedObject& object, std::string_view signal) {
+    return find_signal(object, signal) == nullptr ? properties_interface : object.names.interface;
+}
+
+std::string signal_types(const ServedObject& object, std::string_view signal) {
+    const sd_bus_vtable* entry = find_signal(object, signal);
+    return entry == nullptr ? "sa{sv}as" : text_or_empty(entry->x.signal.signature);
+}
+
 const sd_bus_vtable* find_method(const ServedObject& object, std::string_view name) {
     return find(object, name, MemberKind::method);
+}
+
+const sd_bus_vtable* find_signal(const ServedObject& object, std::string_view name) {
+    return find(object, name, MemberKind::signal);
 }
 
 const sd_bus_vtable* find_property(const ServedObject& object, std::string_view name) {

@@ -12,6 +12,9 @@
 
 namespace camera {
 
+/// The standard interface with which properties are read and followed.
+inline constexpr const char* properties_interface = "org.freedesktop.DBus.Properties";
+
 /// One interface at one path, with the vtable that describes and serves it.
 struct ServedObject {
     BusObject names;
@@ -29,8 +32,20 @@ using Members = std::vector<std::pair<std::string, MemberKind>>;
 /// The names of the members of one kind.
 [[nodiscard]] std::vector<std::string> names_of(const ServedObject& object, MemberKind kind);
 
+/// The D-Bus signature of a method's values, those of "Get" and "GetAll" included; empty for an
+/// unknown method.
+[[nodiscard]] std::string result_types(std::span<const ServedObject> objects,
+                                       std::string_view method);
+/// The first object with such a signal; null where there is none.
+[[nodiscard]] const ServedObject* object_with_signal(std::span<const ServedObject> objects,
+                                                     std::string_view signal);
+/// The interface, and the D-Bus signature of the arguments, of a signal that the object has.
+[[nodiscard]] std::string signal_interface(const ServedObject& object, std::string_view signal);
+[[nodiscard]] std::string signal_types(const ServedObject& object, std::string_view signal);
+
 /// Null where the object has no such member; valid as long as the vtable.
 [[nodiscard]] const sd_bus_vtable* find_method(const ServedObject& object, std::string_view name);
+[[nodiscard]] const sd_bus_vtable* find_signal(const ServedObject& object, std::string_view name);
 [[nodiscard]] const sd_bus_vtable* find_property(const ServedObject& object, std::string_view name);
 
 }  // namespace camera

@@ -41,6 +41,7 @@ void Service::take_down(const std::string& why) {
         return;
     timers_.clear();
     outgoing_.clear();
+    context_.script.forget(name_);
     clients_.clear();
     slots_.clear();
     connection_.reset();

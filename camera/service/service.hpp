@@ -22,6 +22,7 @@
 #include "camera/service/event_log.hpp"
 #include "camera/service/fault_rules.hpp"
 #include "camera/service/outgoing_calls.hpp"
+#include "camera/service/reply_script.hpp"
 #include "camera/service/served_object.hpp"
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
@@ -33,6 +34,7 @@ struct ServiceContext {
     sd_event& event;
     EventLog& event_log;
     FaultRules& faults;
+    ReplyScript& script;
     std::function<void(const CallRecord&)> called;         ///< reports a method call that arrives
     std::function<void()> changed;                         ///< reports values that nobody has set
     std::function<void(const std::string& service)> drop;  ///< takes a service down for a fault
@@ -88,6 +90,11 @@ class Service {
     [[nodiscard]] std::vector<std::string> bus_names() const;
     /// Methods, signals, properties and outgoing calls by name.
     [[nodiscard]] Members members() const;
+    [[nodiscard]] const std::vector<ServedObject>& objects() const noexcept { return objects_; }
+
+    /// Sends a message of a scenario. Does nothing when the service is down.
+    /// @throws CommandError where it cannot be put together.
+    void send(const ScriptedMessage& message);
 
     /// The values that there are now.
     [[nodiscard]] virtual std::vector<Value> values() = 0;
@@ -236,6 +243,9 @@ class Service {
     int on_message(sd_bus_message& message);
     void client_left(const Client& client);
     int on_call(sd_bus_message& call);
+    /// Leaves a call to the scenario; false where the scenario has no reply to it.
+    [[nodiscard]] bool leave_to_script(sd_bus_message& call);
+    void send_scripted_reply(sd_bus_message& call, const ScriptedReply& reply);
     int on_property_call(sd_bus_message& call, const ServedObject& object);
     void begin_call(sd_bus_message& call);
     void run_afterwards();

@@ -12,7 +12,7 @@ _fenwa_options() {
 
 # What the option $3 of the command $2 takes: "FILE", "text|json"; nothing for a flag.
 _fenwa_taken() {
-    "$1" "$2" --help 2>/dev/null | sed -n "s/^  $3 \([^ ]\{1,\}\).*/\1/p"
+    "$1" "$2" --help 2>/dev/null | sed -n "s/^  \(-[a-z], \)\{0,1\}$3 \([^ ]\{1,\}\).*/\2/p"
 }
 
 _fenwa_services() {
@@ -48,7 +48,8 @@ _fenwa() {
             *ADDRESS) COMPREPLY=($(compgen -W 'system session' -- "$cur")) ;;
             *SERVICE...) COMPREPLY=($(compgen -W '$(_fenwa_services "$1")' -- "$cur")) ;;
             *DIR) _filedir -d ;;
-            --outputFILE) _filedir '@(svg|png)' ;;
+            --reportFILE) _filedir xml ;;
+            --outputFILE) if [[ $command == graph ]]; then _filedir '@(svg|png)'; else _filedir toml; fi ;;
             *FILE) _filedir toml ;;
         esac
         [[ -n $taken ]] && return

@@ -70,7 +70,8 @@ TEST_F(Completion, OffersTheOptionsOfEachCommand) {
     for (const std::string program : {"fenwa", "fenwa-camera"}) {
         for (const std::string& command : help_of(program).commands) {
             Words wanted = help_of(program, {command}).options;
-            EXPECT_EQ(std::erase(wanted, "-h"), 1U);
+            // Of an option with two names, the long one.
+            EXPECT_GE(std::erase_if(wanted, [](const auto& name) { return name.size() == 2; }), 1U);
             EXPECT_THAT(offers({path_of(program), command, "-"}), UnorderedElementsAreArray(wanted))
                 << command;
         }

@@ -50,7 +50,7 @@ void CameraScene::open_bus(const Setting& setting) {
 }
 
 void CameraScene::open_camera(const Setting& setting) {
-    Lines arguments{"run", "--format", setting.format};
+    Lines arguments{"run", "--verbose", "--format", setting.format};
     arguments = arguments + (setting.own_bus ? Lines{"--private-bus" + setting.socket}
                                              : Lines{"--bus", address()});
     camera_ = start(arguments + setting.run, setting.variables);

@@ -44,10 +44,10 @@ TEST_F(CameraChild, FindsTheBusWhereProgramsLookForTheSystemBus) {
     Lines buses;
     std::istringstream out(play_well("", {"env"}, "text").out);
     for (std::string line; std::getline(out, line);) {
-        if (line.starts_with("DBUS_SYSTEM_BUS_ADDRESS="))
+        if (line.starts_with("env | DBUS_SYSTEM_BUS_ADDRESS="))
             buses.push_back(plain(line));
     }
-    EXPECT_THAT(buses, ElementsAre("DBUS_SYSTEM_BUS_ADDRESS=BUS"));
+    EXPECT_THAT(buses, ElementsAre("env | DBUS_SYSTEM_BUS_ADDRESS=BUS"));
 }
 
 TEST_F(CameraChild, StartsWithItsArgumentsWhenTheCameraIsReady) {
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
         Ending{"OneThatFailsAfterAnExpectation",
                "[[steps]]\nexpect = {state = 'temperature.main', is = 0, within = 0.2}\n",
                "trap 'exit 9' TERM" + forever, 1,
-               "s.toml:1:1: expected temperature.main to be 0.0 within 0.2 s; no calls received"},
+               "s.toml:1:1: expected temperature.main to be 0.0 within 0.2 s; it is 36.5"},
         Ending{"OneThatLeavesAProgramRunning", "", "setsid sleep 60 & exit 0", 0}),
     [](const auto& ending) { return ending.param.name; });
 
@@ -230,7 +230,7 @@ TEST_F(CameraChildren, AreAllAskedToEndOnSigterm) {
     const auto camera = start(play_command("", both(polite("one", 0), polite("two", 6)), "text"));
     std::size_t up = 0;
     while (up < 2 && camera->wait_for_line([](const std::string& line) {
-        return line == "one up" || line == "two up";
+        return line == "sh-1 | one up" || line == "sh-2 | two up";
     }))
         ++up;
     ASSERT_EQ(up, 2U) << camera->out();

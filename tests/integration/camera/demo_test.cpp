@@ -1,7 +1,9 @@
 // The scenarios of the examples with the graphs of the examples, as they tell one to play them.
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "tests/integration/camera/scenario_scene.hpp"
+#include "tests/support/pattern.hpp"
 
 namespace test {
 namespace {
@@ -17,7 +19,8 @@ class Demo : public ScenarioScene {
 
     /// The command that plays a scenario with hosts of these graphs, and further options of these.
     static Lines demo(const std::string& scenario, const Lines& graphs, const Lines& options = {}) {
-        Lines words{"run", "--private-bus", "--scenario", examples + "/scenarios/" + scenario};
+        Lines words{"run", "--private-bus", "--verbose", "--scenario",
+                    examples + "/scenarios/" + scenario};
         for (const std::string& graph : graphs)
             words = words + Lines{"--", FENWA_PROGRAM, "run"} + options +
                     Lines{examples + "/graphs/" + graph, "--format", "json"};
@@ -29,7 +32,8 @@ class Demo : public ScenarioScene {
         EXPECT_EQ(ended.code, 0) << ended.err;
         EXPECT_EQ(ended.err, "");
         expect_nothing_left();
-        for (const std::string& line : lines(ended.out))
+        static const Pattern name("(^|\n)fenwa(-[0-9])? \\| ");
+        for (const std::string& line : lines(name.replace(ended.out, "$1")))
             (line.starts_with('{') ? host_ : camera_).push_back(line);
         EXPECT_EQ(camera_.back(), "the end, with exit code 0");
     }
@@ -133,13 +137,14 @@ TEST_F(WholeCameraDemo, EachBlockShowsItsPoint) {
     EXPECT_THAT(settings_of("guard"), SizeIs(1));
     EXPECT_THAT(settings_of("supply"), SizeIs(1));
     const std::string verdict =
-        R"({"event":"log","level":4,"message":"Setting temperature_ok_out = )";
-    EXPECT_THAT(host_lines("log"),
-                ElementsAre(R"({"event":"log","level":4,"message":"Adding dbus interface )"
-                            R"('com.tarlo.Vipd.PowerConsumer' on )"
-                            R"('/com/tarlo/Vipd/PowerConsumer"})",
-                            verdict + R"(false"})", verdict + R"(true"})", verdict + R"(false"})",
-                            verdict + R"(true"})"));
+        R"({"event":"log","block":"guard","level":4,"message":"Setting temperature_ok_out = )";
+    EXPECT_THAT(
+        host_lines("log"),
+        ElementsAre(R"({"event":"log","block":"power","level":4,"message":"Adding dbus interface )"
+                    R"('com.tarlo.Vipd.PowerConsumer' on )"
+                    R"('/com/tarlo/Vipd/PowerConsumer"})",
+                    verdict + R"(false"})", verdict + R"(true"})", verdict + R"(false"})",
+                    verdict + R"(true"})"));
 
     EXPECT_THAT(with("calls SignalVideoReady", camera_), SizeIs(2));
     EXPECT_THAT(with("calls AddFeatures", camera_), SizeIs(2));
@@ -149,6 +154,15 @@ TEST_F(WholeCameraDemo, EachBlockShowsItsPoint) {
     EXPECT_THAT(with("calls Unregister", camera_), SizeIs(1));
     EXPECT_THAT(with("WDR of channel 0 is on", camera_), SizeIs(1));
     EXPECT_THAT(with("the text \"Good morning\" has had its time", camera_), SizeIs(1));
+}
+
+TEST(DemoStory, HasTwentyLinesAtMost) {
+    std::ifstream file(examples + "/scenarios/camera.toml");
+    int sentences = 0;
+    for (std::string line; std::getline(file, line);)
+        sentences += line.starts_with("say = ") ? 1 : 0;
+    EXPECT_GE(sentences, 10);
+    EXPECT_LE(sentences + 2, 20) << "with the first line and the last";
 }
 
 }  // namespace

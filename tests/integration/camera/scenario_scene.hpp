@@ -25,7 +25,7 @@ class ScenarioScene : public CameraScene {
     /// The command that plays a scenario, if not empty, beside a program, if not empty.
     [[nodiscard]] Lines play_command(const std::string& text, const Lines& program = {},
                                      const std::string& format = "json") const {
-        Lines arguments{"run", "--private-bus", "--format", format};
+        Lines arguments{"run", "--private-bus", "--verbose", "--format", format};
         if (!text.empty())
             arguments = arguments + scenario(text);
         return program.empty() ? arguments : arguments + Lines{"--"} + program;

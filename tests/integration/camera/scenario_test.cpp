@@ -118,7 +118,7 @@ set = {"temperature.main" = 20}
 expect = {state = "temperature.main", is = 21, within = 0.1}
 say = "never"
 )",
-                1, "3:1: expected temperature.main to be 21.0 within 0.1 s; no calls received"}),
+                1, "3:1: expected temperature.main to be 21.0 within 0.1 s; it is 20.0"}),
     [](const auto& failing) { return failing.param.name; });
 
 TEST_F(Scenario, StepsComeAtTheirTimes) {
