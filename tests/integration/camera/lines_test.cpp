@@ -108,13 +108,22 @@ TEST_F(ScreenLines, NeverStepBackInTime) {
     EXPECT_TRUE(std::is_sorted(times.begin(), times.end())) << ended.out;
 }
 
+TEST_F(ScreenLines, AreInTheOrderOfTheirTimes) {
+    const std::string written = (folder().path() / "written").string();
+    const Ended ended =
+        run({"run", "--private-bus", "--", "sh", "-c",
+             "sleep 0.7; printf '   0.600  b\\n'; : > '" + written + "'", "--", "sh", "-c",
+             "until [ -e '" + written + "' ]; do :; done; printf '   0.500  a\\n'"});
+    EXPECT_THAT(of_programs(ended.out), ElementsAre("sh-2 |    0.500  a", "sh-1 |    0.600  b"));
+}
+
 TEST_F(ScreenLines, TellTheStoryAndMoreOnlyIfAsked) {
     const std::string text = R"([[steps]]
 say = "Hello."
 set = {"temperature.main" = 40}
 run = ["sh", "-c", "exec ')" FENWA_CAMERA_PROGRAM
                              R"(' show --bus \"$DBUS_SYSTEM_BUS_ADDRESS\" > /dev/null"]
-restart = "temperature"
+restart = "overlay"
 expect = {state = "temperature.main", is = 40}
 [[steps]]
 reply = {call = "GetTemperatureIdFromName", values = [3], within = 20}
@@ -137,14 +146,14 @@ reply = {call = "GetTemperatureIdFromName", values = [3], within = 20}
     };
     EXPECT_THAT(own({}),
                 ElementsAre(StartsWith("ready on BUS, services: "), "Hello.",
-                            "temperature: sensor main is 40.0", "temperature: down: restarting",
-                            StartsWith("temperature: up as "),
+                            "temperature: sensor main is 40.0", "overlay: down: restarting",
+                            StartsWith("overlay: up as "),
                             "scenario: as expected: temperature.main to be 40.0 within 5.0 s",
                             "the end, with exit code 0"));
     const Lines all = own({"--verbose"});
     EXPECT_THAT(with("calls GetTemperatureIdFromName(\"main\")", all), SizeIs(1));
     EXPECT_THAT(with("answers ", all), SizeIs(1));
-    EXPECT_THAT(with("overlay: up as", all), SizeIs(1));
+    EXPECT_THAT(with("overlay: up as", all), SizeIs(2));
 }
 
 TEST_F(ScreenLines, TakeTheirTimesFromTheOption) {
