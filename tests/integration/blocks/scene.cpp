@@ -133,6 +133,9 @@ Lines BlockScene::events() const {
     for (std::string line; std::getline(stream, line);) {
         common::Json event = common::parse_json(line, "the text");
         event.erase("time");
+        // The host does not know the block of each line.
+        if (event["event"] == "log")
+            event.erase("block");
         lines.push_back(common::json_line(event));
     }
     return lines;
