@@ -7,6 +7,12 @@
 
 namespace camera {
 
+common::EventPtr new_event() {
+    common::EventPtr event;
+    common::check(sd_event_new(event.out()), "sd_event_new");
+    return event;
+}
+
 void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
                   std::int64_t priority) {
     std::uint64_t now = 0;

@@ -13,6 +13,10 @@
 
 namespace camera {
 
+/// A new event loop, for the timers and connections of a program.
+/// @throws std::system_error
+[[nodiscard]] common::EventPtr new_event();
+
 /// One-shot timers on the loop; none runs after this object is destroyed. Actions of one priority
 /// run in the order in which they are due, and those due at the same time in the order in which
 /// they were added, however late the loop is.

@@ -47,12 +47,6 @@ struct RecordOptions {
     std::optional<std::chrono::microseconds> time;  ///< nothing: until a signal
 };
 
-common::EventPtr new_event() {
-    common::EventPtr event;
-    check(sd_event_new(event.out()), "sd_event_new");
-    return event;
-}
-
 /// The services of a camera by name, on no bus.
 class Catalogue {
   public:

@@ -46,12 +46,6 @@ using common::check;
 using common::ExitCode;
 using common::Failure;
 
-common::EventPtr new_event() {
-    common::EventPtr event;
-    check(sd_event_new(event.out()), "sd_event_new");
-    return event;
-}
-
 /// Whether the terminal on stdout was hung up, or its reader has gone.
 bool stdout_is_gone() {
     pollfd out{STDOUT_FILENO, 0, 0};

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <ctime>
 
+#include "common/events/monotonic_clock.hpp"
 #include "common/text/number_text.hpp"
 
 namespace common {
@@ -14,10 +14,7 @@ namespace {
 using std::chrono::microseconds;
 
 microseconds now() {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return std::chrono::duration_cast<microseconds>(std::chrono::seconds(time.tv_sec) +
-                                                    std::chrono::nanoseconds(time.tv_nsec));
+    return microseconds(monotonic_now());
 }
 
 microseconds shared_start(microseconds fallback) {

@@ -129,15 +129,10 @@ class TextWriter final : public EventWriter {
                                              common::one_line(line.block), err_colors_.reset);
         // In one piece, because other hosts may write to the same terminal.
         std::cerr << fmt::format("{}{}{}{}:{} {}\n", lines_.stamp(err_colors_), block,
-                                 color_of(severity), severity_name(severity), err_colors_.reset,
+                                 color_of(severity, err_colors_), severity_name(severity),
+                                 err_colors_.reset,
                                  common::one_line(common::without_line_end(line.message)))
                   << std::flush;
-    }
-
-    [[nodiscard]] std::string_view color_of(common::Severity severity) const {
-        if (severity == common::Severity::error)
-            return err_colors_.red;
-        return severity == common::Severity::warning ? err_colors_.yellow : err_colors_.dim;
     }
 
     /// @param value may hold any characters.

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "common/events/message.hpp"
+#include "common/text/terminal.hpp"
 
 namespace host {
 
@@ -18,6 +19,14 @@ namespace host {
     if (severity == common::Severity::error)
         return "error";
     return severity == common::Severity::warning ? "warning" : "info";
+}
+
+/// The colour in which that word is printed.
+[[nodiscard]] inline std::string_view color_of(common::Severity severity,
+                                               const common::Palette& colors) noexcept {
+    if (severity == common::Severity::error)
+        return colors.red;
+    return severity == common::Severity::warning ? colors.yellow : colors.dim;
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 
 #include "common/text/diagnostics.hpp"
 #include "common/text/line_text.hpp"
+#include "host/output/log_level.hpp"
 
 namespace host {
 namespace {
@@ -56,13 +57,10 @@ std::string call_text(const Json& call, const common::Palette& colors) {
 }
 
 std::string log_text(const Json& line, const common::Palette& colors) {
-    const int level = line.at("level").get<int>();
-    const char* const word = level <= 1 ? "error" : level <= 3 ? "warning" : "info";
+    const common::Severity severity = severity_of(line.at("level").get<int>());
     return fmt::format("  logged {}: {}{}:{} {}\n", age_text(line.at("age")),
-                       level <= 1   ? colors.red
-                       : level <= 3 ? colors.yellow
-                                    : colors.dim,
-                       word, colors.reset, text_of(line.at("message")));
+                       color_of(severity, colors), severity_name(severity), colors.reset,
+                       text_of(line.at("message")));
 }
 
 }  // namespace
