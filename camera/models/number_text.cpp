@@ -1,6 +1,7 @@
 #include "camera/models/number_text.hpp"
 
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 
 #include <cmath>
 
