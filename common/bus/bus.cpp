@@ -186,6 +186,25 @@ std::string read_string(sd_bus_message& message) {
     return text;
 }
 
+std::vector<std::string> read_strings(sd_bus_message& message) {
+    std::vector<std::string> texts;
+    check(sd_bus_message_enter_container(&message, SD_BUS_TYPE_ARRAY, "s"), "cannot read strings");
+    const char* text = nullptr;
+    while (check(sd_bus_message_read_basic(&message, 's', &text), "cannot read strings") > 0)
+        texts.emplace_back(text);
+    check(sd_bus_message_exit_container(&message), "cannot read strings");
+    return texts;
+}
+
+int append_strings(sd_bus_message& message, const std::vector<std::string>& texts) {
+    int r = sd_bus_message_open_container(&message, SD_BUS_TYPE_ARRAY, "s");
+    for (const std::string& text : texts) {
+        if (r >= 0)
+            r = sd_bus_message_append_basic(&message, 's', text.c_str());
+    }
+    return r < 0 ? r : sd_bus_message_close_container(&message);
+}
+
 std::string variant_type(sd_bus_message& message) {
     char type = 0;
     const char* contents = nullptr;

@@ -58,6 +58,13 @@ void own_name(sd_bus& bus, const std::string& name);
 /// @throws std::system_error when it is not.
 [[nodiscard]] std::string read_string(sd_bus_message& message);
 
+/// The next argument of a message, which is an array of strings.
+/// @throws std::system_error when it is not.
+[[nodiscard]] std::vector<std::string> read_strings(sd_bus_message& message);
+
+/// Appends an array of strings. @returns as sd_bus_message_append.
+[[nodiscard]] int append_strings(sd_bus_message& message, const std::vector<std::string>& texts);
+
 /// The D-Bus type of the value in the variant that is next in a message; empty if none is next.
 /// @throws std::system_error when the message cannot be read.
 [[nodiscard]] std::string variant_type(sd_bus_message& message);

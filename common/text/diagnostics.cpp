@@ -122,10 +122,10 @@ std::size_t Diagnostics::not_kept(Severity severity) const noexcept {
     return count(severity).all - count(severity).kept;
 }
 
-std::vector<std::string> Diagnostics::error_sentences() const {
+std::vector<std::string> Diagnostics::sentences(Severity severity) const {
     std::vector<std::string> sentences;
     for (const Entry& entry : entries_) {
-        if (entry.severity == Severity::error)
+        if (entry.severity == severity)
             sentences.push_back(with_help(entry.text, entry.help));
     }
     return sentences;

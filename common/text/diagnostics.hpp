@@ -89,8 +89,8 @@ class Diagnostics {
     [[nodiscard]] std::size_t warnings() const noexcept { return count(Severity::warning).all; }
     /// How many of them are not kept.
     [[nodiscard]] std::size_t not_kept(Severity severity) const noexcept;
-    /// Each kept error as a sentence, with its help after a semicolon, in the order of addition.
-    [[nodiscard]] std::vector<std::string> error_sentences() const;
+    /// Each kept mistake as a sentence, with its help after a semicolon, in the order of addition.
+    [[nodiscard]] std::vector<std::string> sentences(Severity severity) const;
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
 
     /// "FILE:LINE:COLUMN" of a place, "FILE" for the whole file.

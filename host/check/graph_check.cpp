@@ -444,7 +444,7 @@ void check_graph(const Graph& graph, const BlockReports& blocks, Diagnostics& di
 CheckedGraph read_and_check(const std::string& path, const std::vector<std::string>& plugin_dirs,
                             Diagnostics& diagnostics, Strictness strictness,
                             const BlockLook& look) {
-    CheckedGraph checked{read_graph(path, diagnostics), {}, ExitCode::misconfigured};
+    CheckedGraph checked{read_graph(path, diagnostics), {}, {}, ExitCode::misconfigured};
     if (!checked.graph)
         return checked;
     BlockTypes types(nullptr);
@@ -453,8 +453,8 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
         job.blocks.push_back(&entry);
     checked.probe = probe(job, diagnostics);
     check_graph(*checked.graph, checked.probe.blocks, diagnostics);
-    check_types(*checked.graph, checked.probe.blocks, read_data_files(job, diagnostics),
-                diagnostics);
+    checked.types = read_data_files(job, diagnostics);
+    check_types(*checked.graph, checked.probe.blocks, checked.types, diagnostics);
     // A throw is an error too; it gives the exit code only if it is the only kind of mistake.
     if (diagnostics.errors() == 0)
         checked.code = ExitCode::done;

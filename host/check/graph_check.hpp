@@ -16,6 +16,7 @@
 #include "host/graph/graph.hpp"
 #include "host/graph/ports.hpp"
 #include "host/plugin/block_types.hpp"
+#include "host/plugin/type_data.hpp"
 
 namespace host {
 
@@ -73,6 +74,7 @@ void check_graph(const Graph& graph, const BlockReports& blocks, common::Diagnos
 struct CheckedGraph {
     std::optional<Graph> graph;  ///< empty if the file could not be parsed
     ProbeResult probe;
+    TypeCatalog types;  ///< the data files of its plug-ins
     common::ExitCode code;
 };
 

@@ -48,7 +48,7 @@ class BlockCheck {
                 warn(setting.location,
                      fmt::format("'{}' should be {}, not {}", setting.key,
                                  range_text(to_json(item->second.range)), text_of(*setting.value)),
-                     item_text(to_json(item->second)));
+                     item->second.description.empty() ? "" : item_text(to_json(item->second)));
         }
     }
 
@@ -123,18 +123,20 @@ class BlockCheck {
     Diagnostics& diagnostics_;
 };
 
-void check_alone(const Graph& graph, const TypeCatalog& catalog, Diagnostics& diagnostics) {
+void check_alone(const Graph& graph, const BlockReports& blocks, const TypeCatalog& catalog,
+                 Diagnostics& diagnostics) {
     std::map<std::string, const BlockEntry*> first_of_type;
     for (const BlockEntry& entry : graph.blocks) {
         const TypeData* const data = catalog.find(entry.type.value);
         if (data == nullptr || data->one_per_host.empty())
             continue;
         const auto [first, is_new] = first_of_type.emplace(entry.type.value, &entry);
-        if (!is_new)
+        const BlockEntry& other = *first->second;
+        if (!is_new && (blocks.contains(entry.name) || blocks.contains(other.name)))
             diagnostics.warning(
                 entry.location,
                 fmt::format("the blocks '{}' and '{}' are both a {}; with two in one host, {}",
-                            first->second->name, entry.name, entry.type.value, data->one_per_host),
+                            other.name, entry.name, entry.type.value, data->one_per_host),
                 fmt::format("run '{}' in a host of its own", entry.name));
     }
 }
@@ -197,16 +199,24 @@ void check_types(const Graph& graph, const BlockReports& blocks, const TypeCatal
                  Diagnostics& diagnostics) {
     const InputCheck inputs(graph, catalog, diagnostics);
     for (const BlockEntry& entry : graph.blocks) {
-        const BlockReport& report = blocks.at(entry.name);
-        if (const TypeData* const data = catalog.find(entry.type.value)) {
-            const BlockCheck block(entry, *data, report, diagnostics);
-            block.check_ranges();
-            block.check_order();
-            block.check_bus_name(graph);
-        }
-        inputs.check(entry, report);
+        const auto report = blocks.find(entry.name);
+        if (report == blocks.end())
+            continue;
+        check_settings(entry, report->second, catalog, diagnostics);
+        if (const TypeData* const data = catalog.find(entry.type.value))
+            BlockCheck(entry, *data, report->second, diagnostics).check_bus_name(graph);
+        inputs.check(entry, report->second);
     }
-    check_alone(graph, catalog, diagnostics);
+    check_alone(graph, blocks, catalog, diagnostics);
+}
+
+void check_settings(const BlockEntry& entry, const BlockReport& report, const TypeCatalog& catalog,
+                    Diagnostics& diagnostics) {
+    if (const TypeData* const data = catalog.find(entry.type.value)) {
+        const BlockCheck block(entry, *data, report, diagnostics);
+        block.check_ranges();
+        block.check_order();
+    }
 }
 
 }  // namespace host

@@ -10,6 +10,7 @@
 #include "common/bus/bus.hpp"
 #include "common/bus/control_client.hpp"
 #include "common/cli/options.hpp"
+#include "common/events/message.hpp"
 #include "common/events/print_text.hpp"
 #include "common/process/exit_code.hpp"
 #include "common/text/glob.hpp"
@@ -137,7 +138,7 @@ Fenwa::BlockConfiguration::KeyValue parse_change(const std::string& text) {
     return {key, std::move(value)};
 }
 
-/// Changes settings of a block of a running host, all or none.
+/// Changes settings of a block of a running host, all or none; prints its warnings.
 /// @throws common::Failure as ControlClient; `usage` if a key is given twice, or none at all.
 void set_block_of_host(const SetOptions& options) {
     if (options.changes.empty() && !options.rebuild)
@@ -154,7 +155,12 @@ void set_block_of_host(const SetOptions& options) {
     const common::MessagePtr call = host.new_call(options.rebuild ? "Rebuild" : "Reconfigure");
     ControlClient::append(call, "s", options.block.c_str());
     ControlClient::check_appended(append_settings(*call, changes));
-    host.send(call);
+    const common::MessagePtr reply = host.send(call);
+    // The host may be of a version that returns nothing.
+    if (sd_bus_message_has_signature(reply.get(), "as") <= 0)
+        return;
+    for (const std::string& warning : common::read_strings(*reply))
+        common::print_message(common::Severity::warning, warning);
 }
 
 }  // namespace

@@ -132,23 +132,23 @@ class Session {
   public:
     /// All references outlive this object.
     /// @throws common::Failure (unavailable) without a bus, or if a name is taken.
-    Session(const RunOptions& options, const Graph& graph, BlockTypes& types, EventLoop& loop,
-            EventWriter& events, common::Diagnostics& diagnostics)
+    Session(const RunOptions& options, const CheckedGraph& checked, BlockTypes& types,
+            EventLoop& loop, EventWriter& events, common::Diagnostics& diagnostics)
         : options_(options),
           color_(common::use_color(options.lines.color, stderr)),
           diagnostics_(diagnostics),
           loop_(loop),
           events_(events),
-          address_(options.bus.value_or(graph.bus_address.value)),
-          bus_(connect_blocks_bus(graph)),
+          address_(options.bus.value_or(checked.graph->bus_address.value)),
+          bus_(connect_blocks_bus(*checked.graph)),
           control_bus_(connect_control_bus()),
           repeated_lines_(report_repeated_lines()),
           interposer_(*bus_),
           connection_(bus_.get()),
           tools_(&connection_),
           listeners_(events, blocks_),
-          blocks_(graph, types, tools_, loop.get(), events, diagnostics),
-          reconfigurer_(options.graph, blocks_, types) {
+          blocks_(*checked.graph, types, tools_, loop.get(), events, diagnostics),
+          reconfigurer_(options.graph, blocks_, types, checked.types) {
         blocks_.follow_bus(interposer_);
     }
 
@@ -320,7 +320,7 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
         return ExitCode::done;
     // Blocks do not wait for a reader of stderr, as a list of mistakes does.
     drop_unread_lines();
-    return Session(options, *checked.graph, types, loop, events, diagnostics).run();
+    return Session(options, checked, types, loop, events, diagnostics).run();
 }
 
 ExitCode run_graph(const RunOptions& options) {

@@ -33,26 +33,10 @@ struct Append {
     int operator()(const std::vector<std::string>& value) const {
         int r = sd_bus_message_open_container(message, SD_BUS_TYPE_VARIANT, "as");
         if (r >= 0)
-            r = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
-        for (const std::string& text : value) {
-            if (r >= 0)
-                r = sd_bus_message_append_basic(message, 's', text.c_str());
-        }
-        if (r >= 0)
-            r = sd_bus_message_close_container(message);
+            r = common::append_strings(*message, value);
         return r < 0 ? r : sd_bus_message_close_container(message);
     }
 };
-
-std::vector<std::string> read_strings(sd_bus_message& message) {
-    std::vector<std::string> texts;
-    check(sd_bus_message_enter_container(&message, SD_BUS_TYPE_ARRAY, "s"), "cannot read strings");
-    const char* text = nullptr;
-    while (check(sd_bus_message_read_basic(&message, 's', &text), "cannot read strings") > 0)
-        texts.emplace_back(text);
-    check(sd_bus_message_exit_container(&message), "cannot read strings");
-    return texts;
-}
 
 template <class Basic>
 Basic read_basic(sd_bus_message& message, char type) {
@@ -69,7 +53,7 @@ Basic read_basic(sd_bus_message& message, char type) {
 /// Reads the content of a variant of the type `held`.
 Value setting_of_type(sd_bus_message& message, const std::string& key, const std::string& held) {
     if (held == "as")
-        return read_strings(message);
+        return common::read_strings(message);
     switch (held.size() == 1 ? held.front() : '\0') {
         case 'b':
             return read_basic<int>(message, 'b') != 0;

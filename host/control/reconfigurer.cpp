@@ -13,9 +13,9 @@
 #include "framework/shared/configuration_access.hpp"
 #include "framework/shared/host_access.hpp"
 #include "host/check/settings_text.hpp"
+#include "host/check/type_checks.hpp"
 #include "host/control/names.hpp"
 #include "host/control/port_access.hpp"
-#include "host/graph/diff.hpp"
 
 namespace host {
 namespace {
@@ -101,8 +101,9 @@ bool is_unread(const std::vector<UnreadKey>& unread, const std::string& key) {
 
 }  // namespace
 
-Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types)
-    : path_(std::move(path)), graph_(graph), types_(types) {}
+Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types,
+                           const TypeCatalog& catalog)
+    : path_(std::move(path)), graph_(graph), types_(types), catalog_(catalog) {}
 
 void Reconfigurer::reload(bool color) noexcept {
     std::vector<std::string> built_again;
@@ -177,6 +178,7 @@ std::optional<std::string> Reconfigurer::reload_from(Diagnostics& diagnostics,
         check_next(*next, trial.reports, diagnostics);
     if (diagnostics.errors() != 0)
         return std::nullopt;
+    check_data(*next, diff, trial, diagnostics);
     change.next = std::move(*next);
     const std::string done =
         describe_reload(diff, change, change.next.rate_limit != graph_.graph().rate_limit);
@@ -241,6 +243,18 @@ void Reconfigurer::check_next(const Graph& next, const BlockReports& tried,
     check_graph(next, reports, diagnostics);
 }
 
+void Reconfigurer::check_data(const Graph& next, const GraphDiff& diff, const Trial& trial,
+                              Diagnostics& diagnostics) const {
+    BlockReports added;
+    for (const std::vector<std::string>* names : {&diff.added, &diff.retyped}) {
+        for (const std::string& name : *names)
+            added.insert(*trial.reports.find(name));
+    }
+    check_types(next, added, catalog_, diagnostics);
+    for (const std::string& name : diff.changed)
+        check_settings(*next.find(name), trial.reports.at(name), catalog_, diagnostics);
+}
+
 std::optional<std::string> Reconfigurer::find_fixed_key(const std::string& block,
                                                         const TriedBlock& tried) const {
     const BlockConfiguration& now = graph_.find(block)->settings();
@@ -261,15 +275,18 @@ std::optional<std::string> Reconfigurer::find_fixed_key(const std::string& block
     return std::nullopt;
 }
 
-void Reconfigurer::change(const std::string& block, const SettingList& changes) {
-    set(block, changes, false);
+std::vector<std::string> Reconfigurer::change(const std::string& block,
+                                              const SettingList& changes) {
+    return set(block, changes, false);
 }
 
-void Reconfigurer::rebuild(const std::string& block, const SettingList& changes) {
-    set(block, changes, true);
+std::vector<std::string> Reconfigurer::rebuild(const std::string& block,
+                                               const SettingList& changes) {
+    return set(block, changes, true);
 }
 
-void Reconfigurer::set(const std::string& block, const SettingList& changes, bool is_rebuilt) {
+std::vector<std::string> Reconfigurer::set(const std::string& block, const SettingList& changes,
+                                           bool is_rebuilt) {
     GraphUpdate change;
     change.next = graph_.graph();
     BlockEntry* const entry = change.next.find(block);
@@ -297,11 +314,14 @@ void Reconfigurer::set(const std::string& block, const SettingList& changes, boo
     if (is_rebuilt)
         check_next(change.next, trial.reports, diagnostics);
     if (diagnostics.errors() != 0)
-        throw ControlError(wrong_setting_error, diagnostics.error_sentences().front());
+        throw ControlError(wrong_setting_error,
+                           diagnostics.sentences(Diagnostics::Severity::error).front());
+    Diagnostics doubts(path_);
+    check_settings(*entry, trial.reports.at(block), catalog_, doubts);
     if (is_rebuilt) {
         change.rebuilt.insert(block);
     } else if (same_settings(*graph_.graph().find(block), *entry)) {
-        return;
+        return {};
     } else if (tried == nullptr) {
         throw ControlError(not_live_error,
                            fmt::format("'{}' cannot be built without a bus, so that the host does "
@@ -328,13 +348,14 @@ void Reconfigurer::set(const std::string& block, const SettingList& changes, boo
         const std::string help = result.built_again.empty() ? "" : "it is built again as it was";
         throw ControlError(
             result.kind == UpdateResult::Kind::threw ? rebuild_failed_error : wrong_setting_error,
-            diagnostics.error_sentences().front(), help);
+            diagnostics.sentences(Diagnostics::Severity::error).front(), help);
     }
     common::print_message(common::Severity::info,
                           is_rebuilt
                               ? fmt::format("rebuilt '{}', asked for over the bus", block)
                               : fmt::format("new settings for '{}', set over the bus", block),
                           block);
+    return doubts.sentences(Diagnostics::Severity::warning);
 }
 
 }  // namespace host

@@ -10,7 +10,9 @@
 #include "host/check/graph_check.hpp"
 #include "host/check/probe.hpp"
 #include "host/control/bus_setting.hpp"
+#include "host/graph/diff.hpp"
 #include "host/plugin/block_types.hpp"
+#include "host/plugin/type_data.hpp"
 #include "host/runtime/running_graph.hpp"
 
 namespace host {
@@ -24,7 +26,9 @@ namespace host {
 class Reconfigurer {
   public:
     /// All references outlive this object. @param path of the graph file.
-    Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types);
+    /// @param catalog the data of the graph's block types.
+    Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types,
+                 const TypeCatalog& catalog);
 
     /// Reads the file again and makes the graph what it says: reconfigures, rebuilds, adds and
     /// removes blocks, and changes connections and the rate limit; a client's settings are
@@ -36,13 +40,15 @@ class Reconfigurer {
     /// @throws ControlError if there is no such block, it does not read such a key, reads it only
     ///         when it is built, or refuses a value; then nothing has changed. ControlError also if
     ///         it threw.
-    void change(const std::string& block, const SettingList& changes);
+    /// @returns warnings of settings of the block that are out of range or out of order.
+    std::vector<std::string> change(const std::string& block, const SettingList& changes);
 
     /// Builds one block anew, with changes merged into its settings.
     /// @param changes may be empty.
     /// @throws ControlError as `change`, but for keys that it reads only when it is built; also if
     ///         the new block threw.
-    void rebuild(const std::string& block, const SettingList& changes);
+    /// @returns warnings as `change`.
+    std::vector<std::string> rebuild(const std::string& block, const SettingList& changes);
 
   private:
     /// A block that was built with its new settings in a child process.
@@ -75,16 +81,21 @@ class Reconfigurer {
     [[nodiscard]] std::optional<std::string> find_fixed_key(const std::string& block,
                                                             const TriedBlock& tried) const;
 
+    /// Warns of what cannot work with the blocks that are new, and of settings that have changed.
+    void check_data(const Graph& next, const GraphDiff& diff, const Trial& trial,
+                    common::Diagnostics& diagnostics) const;
     /// @returns the result for a sentence; nothing if the graph goes on as it was.
     /// @param built_again takes the blocks that were built again as they were.
     /// @throws common::Failure if the file cannot be read; as `RunningGraph::update`.
     std::optional<std::string> reload_from(common::Diagnostics& diagnostics,
                                            std::vector<std::string>& built_again);
-    void set(const std::string& block, const SettingList& changes, bool is_rebuilt);
+    std::vector<std::string> set(const std::string& block, const SettingList& changes,
+                                 bool is_rebuilt);
 
     std::string path_;
     RunningGraph& graph_;
     BlockTypes& types_;
+    const TypeCatalog& catalog_;
 };
 
 }  // namespace host

@@ -37,6 +37,12 @@ Json to_json(const RunningGraph& graph, const OwnedNames& names) {
             {"connections", host::to_json(graph.graph().connections)}};
 }
 
+int answer(sd_bus_message& call, const std::vector<std::string>& texts) {
+    const common::MessagePtr reply = new_reply(call);
+    check(common::append_strings(*reply, texts), "cannot append texts");
+    return sd_bus_send(nullptr, reply.get(), nullptr);
+}
+
 }  // namespace
 
 // The policy of the bus decides who may call, as for every other name on it.
@@ -47,10 +53,11 @@ const sd_bus_vtable Control::vtable_[] = {
     SD_BUS_METHOD_WITH_ARGS("Write", SD_BUS_ARGS("s", port, "v", value), SD_BUS_NO_RESULT,
                             common::callback<&Control::write>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Reconfigure", SD_BUS_ARGS("s", block, "a{sv}", changes),
-                            SD_BUS_NO_RESULT, common::callback<&Control::reconfigure>,
+                            SD_BUS_RESULT("as", warnings), common::callback<&Control::reconfigure>,
                             SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_ARGS("Rebuild", SD_BUS_ARGS("s", block, "a{sv}", changes), SD_BUS_NO_RESULT,
-                            common::callback<&Control::rebuild>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Rebuild", SD_BUS_ARGS("s", block, "a{sv}", changes),
+                            SD_BUS_RESULT("as", warnings), common::callback<&Control::rebuild>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Describe", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", description),
                             common::callback<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_ARGS("OutputChanged", SD_BUS_ARGS("s", port, "v", value), 0),
@@ -96,14 +103,12 @@ int Control::write(sd_bus_message& call) {
 
 int Control::reconfigure(sd_bus_message& call) {
     const std::string block = read_string(call);
-    reconfigurer_.change(block, settings_from_message(call));
-    return sd_bus_reply_method_return(&call, "");
+    return answer(call, reconfigurer_.change(block, settings_from_message(call)));
 }
 
 int Control::rebuild(sd_bus_message& call) {
     const std::string block = read_string(call);
-    reconfigurer_.rebuild(block, settings_from_message(call));
-    return sd_bus_reply_method_return(&call, "");
+    return answer(call, reconfigurer_.rebuild(block, settings_from_message(call)));
 }
 
 int Control::describe(sd_bus_message& call) {

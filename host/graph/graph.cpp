@@ -262,7 +262,8 @@ Value setting_from_text(const std::string& key, const std::string& text) {
     Diagnostics refusal(key);
     std::optional<Value> value = setting_from_toml(key, node, refusal);
     if (!value)
-        throw common::Failure(common::ExitCode::usage, refusal.error_sentences().front());
+        throw common::Failure(common::ExitCode::usage,
+                              refusal.sentences(Diagnostics::Severity::error).front());
     return *std::move(value);
 }
 

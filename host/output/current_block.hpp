@@ -1,5 +1,7 @@
 #pragma once
 
+#include <systemd/sd-bus.h>
+
 #include <string>
 
 #include "host/output/activity.hpp"
@@ -17,8 +19,16 @@ class CurrentBlock {
     CurrentBlock& operator=(const CurrentBlock&) = delete;
     ~CurrentBlock();
 
-    /// The name of the calling thread's block, null outside of all operations.
+    /// The name of the calling thread's block: of the operation, or else of the slot whose callback
+    /// the connection is in. Null outside of these; valid until the next call.
     [[nodiscard]] static const std::string* name() noexcept;
+
+    /// From here on `name()` looks at the slots of this connection, on the calling thread.
+    /// @param bus outlives that; null for none.
+    static void follow(sd_bus* bus) noexcept;
+    /// The callbacks of a slot belong to the block of the calling thread, if there is one. Its name
+    /// is kept in the slot's description.
+    static void mark(sd_bus_slot& slot) noexcept;
 
   private:
     const Activity activity_;

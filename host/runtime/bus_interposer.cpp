@@ -22,6 +22,8 @@ std::thread::id observed_thread;
 
 using CallAsync = decltype(&sd_bus_call_async);
 using AddMatchAsync = decltype(&sd_bus_add_match_async);
+using AddMatch = decltype(&sd_bus_add_match);
+using AddObject = decltype(&sd_bus_add_object_vtable);
 using Call = decltype(&sd_bus_call);
 
 /// libsystemd's own function of that name, not the program's.
@@ -38,6 +40,32 @@ CallAsync real_call_async() {
 AddMatchAsync real_add_match_async() {
     static const auto real = next<AddMatchAsync>("sd_bus_add_match_async");
     return real;
+}
+
+AddMatch real_add_match() {
+    static const auto real = next<AddMatch>("sd_bus_add_match");
+    return real;
+}
+
+AddObject real_add_object() {
+    static const auto real = next<AddObject>("sd_bus_add_object_vtable");
+    return real;
+}
+
+/// Has `make` make a slot, whose callbacks belong to the current block.
+/// @param slot where the block wants it; null if sd-bus is to own it.
+template <class Make>
+int make_marked(sd_bus_slot** slot, Make&& make) {
+    sd_bus_slot* floating = nullptr;
+    const int r = make(slot == nullptr ? &floating : slot);
+    if (r < 0)
+        return r;
+    CurrentBlock::mark(slot == nullptr ? *floating : **slot);
+    if (floating != nullptr) {
+        sd_bus_slot_set_floating(floating, 1);
+        sd_bus_slot_unref(floating);
+    }
+    return r;
 }
 
 Call real_call() {
@@ -90,12 +118,14 @@ BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
     common::check(
         sd_bus_add_filter(&bus, &filter_, common::callback<&BusInterposer::on_message>, this),
         "cannot follow the bus");
+    CurrentBlock::follow(&bus);
     current = this;
     observed_thread = std::this_thread::get_id();
 }
 
 BusInterposer::~BusInterposer() {
     current = nullptr;
+    CurrentBlock::follow(nullptr);
     sd_bus_slot_unref(filter_);
 }
 
@@ -153,8 +183,10 @@ int BusInterposer::add_match_async(sd_bus_slot** slot, const char* rule,
                                    sd_bus_message_handler_t install_callback, void* userdata) {
     installing_ = install_callback;
     rule_ = rule == nullptr ? "" : rule;
-    const int r = real_add_match_async()(
-        &bus_, slot, rule, callback, install_callback == nullptr ? nullptr : on_reply, userdata);
+    const int r = make_marked(slot, [&](sd_bus_slot** made) {
+        return real_add_match_async()(&bus_, made, rule, callback,
+                                      install_callback == nullptr ? nullptr : on_reply, userdata);
+    });
     installing_ = nullptr;
     return r;
 }
@@ -305,6 +337,22 @@ int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
     if (host::BusInterposer* const interposer = host::BusInterposer::of(bus))
         return interposer->add_match_async(slot, rule, callback, install_callback, userdata);
     return host::real_add_match_async()(bus, slot, rule, callback, install_callback, userdata);
+}
+
+int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
+                     sd_bus_message_handler_t callback, void* userdata) {
+    const auto add = [&](sd_bus_slot** made) {
+        return host::real_add_match()(bus, made, rule, callback, userdata);
+    };
+    return host::BusInterposer::of(bus) == nullptr ? add(slot) : host::make_marked(slot, add);
+}
+
+int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
+                             const char* interface, const sd_bus_vtable* vtable, void* userdata) {
+    const auto add = [&](sd_bus_slot** made) {
+        return host::real_add_object()(bus, made, path, interface, vtable, userdata);
+    };
+    return host::BusInterposer::of(bus) == nullptr ? add(slot) : host::make_marked(slot, add);
 }
 
 int sd_bus_call(sd_bus* bus, sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,

@@ -16,9 +16,10 @@ namespace host {
 
 /// Observes the calls of the blocks on the connection that they share: the program defines
 /// `sd_bus_call` and `sd_bus_call_async`, through which libsystemd sends every call of any kind,
-/// and `sd_bus_add_match_async`, and forwards to those of libsystemd. Results and the arguments of
-/// callbacks stay as they are. The calling block is that of `CurrentBlock`. One object at a time,
-/// on the thread of the loop; calls on other connections and threads are not observed.
+/// and the functions that install matches and objects, and forwards to those of libsystemd. Results
+/// and the arguments of callbacks stay as they are. The calling block is that of `CurrentBlock`.
+/// One object at a time, on the thread of the loop; calls on other connections and threads are not
+/// observed.
 class BusInterposer {
   public:
     /// Called once for each block and limit of the bus that it has reached.

@@ -146,7 +146,7 @@ class RunningGraph::Replacement {
             reason = failure.text();
         }
         if (reason.empty())
-            reason = graph_.context_.diagnostics->error_sentences().back();
+            reason = graph_.context_.diagnostics->sentences(Diagnostics::Severity::error).back();
         take_out(old_);
         throw BlockFailure(*graph_.context_.diagnostics, location,
                            "the graph cannot be built again as it was: " + reason);

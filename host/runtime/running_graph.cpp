@@ -326,6 +326,7 @@ void RunningGraph::create(const BlockEntry& entry) {
     const auto refused = [this, &instance](const Fenwa::RefusedExport& object) {
         report_refused(instance, object);
     };
+    const CurrentBlock current(instance.name(), "the export of its objects");
     for (const auto& object : HostAccess::adopt(block, context_.tools, scheduler_.queue(), refused))
         refused(object);
 }

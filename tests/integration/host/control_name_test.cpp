@@ -34,10 +34,12 @@ TEST_F(ControlName, LeadsToAnInterfaceThatCanBeIntrospected) {
   <method name="Reconfigure">
    <arg type="s" name="block" direction="in"/>
    <arg type="a{sv}" name="changes" direction="in"/>
+   <arg type="as" name="warnings" direction="out"/>
   </method>
   <method name="Rebuild">
    <arg type="s" name="block" direction="in"/>
    <arg type="a{sv}" name="changes" direction="in"/>
+   <arg type="as" name="warnings" direction="out"/>
   </method>
   <method name="Describe">
    <arg type="s" name="description" direction="out"/>

@@ -83,7 +83,6 @@ help: fires for a run (1 or more, below 10, fires)
 graph.toml:5:1: warning: block 'a' (Source): 'runs' should be 4 or less, not 5
 runs = 5
 ^
-help: 4 or less
 graph.toml:6:9: warning: block 'b' (Source): services call it under the bus name 'com.example.0.0.N0', which the graph does not own
 [blocks.b]
         ^

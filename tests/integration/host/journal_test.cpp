@@ -136,14 +136,14 @@ TEST_F(JournalTest, LineOfAnUnknownBlockHasNoField) {
     EXPECT_EQ(host.terminate().code, 0);
 }
 
-TEST_F(JournalTest, LineOutsideOfABlocksOperationsHasNoField) {
+TEST_F(JournalTest, LineOfAHandlerHasTheFieldsOfItsBlock) {
     Process host(in_namespace("bus.names = [\"com.example.Journal\"]\n" +
                               block("echo", "Exporter", "path = \"/com/example/Echo\"") +
                               block("probe", "Probe")));
     expect_entries("probe", {"probe: constructor", "probe: setup", "probe: start", "probe: run"});
     BusListener client(bus());
     EXPECT_EQ(client.echo("com.example.Journal", "/com/example/Echo", "you"), "echo heard you");
-    EXPECT_EQ(entry(), fields("echo: was called", ""));
+    EXPECT_EQ(entry(), fields("echo: was called", "echo"));
     EXPECT_EQ(host.terminate().code, 0);
 }
 

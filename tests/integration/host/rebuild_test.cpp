@@ -91,6 +91,26 @@ TEST_F(Rebuild, GivesTheNameOfABlockToAnotherType) {
     EXPECT_EQ(settings().at("level"), 5.0);
 }
 
+TEST_F(Rebuild, WarnsOfWhatCannotWorkInWhatIsNewAlone) {
+    const std::string plugins = "plugins = [\"libprobe.so\", \"libfenwa-temperature.so\"]\n";
+    const auto monitor = [](const std::string& name) {
+        return block(name, "PowerMonitor", "requested_power = 1.0");
+    };
+    const std::string known = plugins + block("old", "Settled", "hidden = 2000") + monitor("one");
+    start(known + block("a", "Settled"));
+    const std::string said = reload(known + block("a", "Settled", "hidden = -1") + monitor("two"));
+    EXPECT_EQ(
+        lines_with(said, "warning: "),
+        "graph.toml:4:31: warning: block 'a' (Settled): 'hidden' should be 0 to 1000, not -1\n"
+        "graph.toml:5:8: warning: the blocks 'one' and 'two' are both a PowerMonitor; with two "
+        "in one host, only the later one hears of changes\n");
+    EXPECT_EQ(lines_with(said, "reloaded"),
+              "fenwa: graph.toml: reloaded; added 'two'; new settings for 'a'\n");
+    EXPECT_EQ(reload(known + block("a", "Settled", "hidden = -1") + monitor("two") +
+                     block("new", "Settled")),
+              reloaded("added 'new'"));
+}
+
 TEST_F(Rebuild, ConnectsTheNewOutputToTheInputsOfTheOthers) {
     const auto graph = [](int in_start) {
         return block("a", "Source", "in_start = " + std::to_string(in_start)) +
@@ -341,8 +361,8 @@ TEST_F(Rebuild, ReloadThatIsAskedForDuringOneIsDoneAfterIt) {
 class SetRebuild : public Rebuild {
   protected:
     static Ended set(const Words& words) { return fenwa(Words{"set", "--bus", bus()} + words); }
-    void expect_rebuilt(const Words& words) {
-        expect_end(set(Words{"--rebuild"} + words));
+    void expect_rebuilt(const Words& words, const std::string& warning = {}) {
+        expect_end(set(Words{"--rebuild"} + words), 0, warning);
         EXPECT_TRUE(host().wait_for_error_text("fenwa: rebuilt '" + words.front() +
                                                "', asked for over the bus"));
     }
@@ -367,7 +387,10 @@ TEST_F(SetRebuild, IsNamedWhereAKeyIsReadOnlyThen) {
     EXPECT_FALSE(settings().contains("high_off_temp"));
     // It reads this one only with another one.
     expect_end(set({"reader", "fake.value=40.5"}));
-    expect_rebuilt({"guard", "high_off_temp=40.0"});
+    expect_rebuilt({"guard", "high_off_temp=40.0"},
+                   "fenwa: block 'guard' (TemperatureMonitor): 'high_on_temp' (998.0 by default) "
+                   "should not be above 'high_off_temp' (40.0); the order is low_off_temp <= "
+                   "high_on_temp <= high_off_temp\n");
     EXPECT_EQ(settings().at("high_off_temp"), 40.0);
 }
 

@@ -74,6 +74,13 @@ TEST_F(Set, OfWhatABlockHasAlreadyTellsNobody) {
     EXPECT_EQ(host().err(), "");
 }
 
+TEST_F(Set, WarnsOfAValueThatIsOutOfRange) {
+    start_settled();
+    const Ended ended = set({"a", "hidden=-9"});
+    expect_end(ended, 0, "fenwa: block 'a' (Settled): 'hidden' should be 0 to 1000, not -9\n");
+    EXPECT_EQ(changes(), twice("1 none 7", "1 none -9"));
+}
+
 TEST_F(Set, ReadsValuesAsAGraphFileDoes) {
     start_settled();
     expect_set({"a", "note=\"a \\\"b\\\"\"", "level=1_000"});

@@ -133,7 +133,7 @@ TEST_F(TomlDocument, AKeyOfTooManyPartsIsAnErrorAtItsPlace) {
         SourceLocation found;
         diagnostics.listen([&](const auto& entry) { found = entry.location; });
         EXPECT_FALSE(parse_toml(text, diagnostics)) << text;
-        EXPECT_EQ(diagnostics.error_sentences(),
+        EXPECT_EQ(diagnostics.sentences(common::Diagnostics::Severity::error),
                   std::vector<std::string>{"a key has more than 16 parts"})
             << text;
         EXPECT_EQ(found, place) << text << found.line << ':' << found.column;

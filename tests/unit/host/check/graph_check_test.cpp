@@ -34,7 +34,7 @@ TEST_F(GraphProbeTest, TriesNoFurtherBlockAfterThreeThatHung) {
                        "' (Hanging) did not come back from its constructor within 0.5 s");
     said.emplace_back(
         "the rest of the graph is not checked, because too much of it has crashed or hung");
-    EXPECT_EQ(diagnostics_.error_sentences(), said);
+    EXPECT_EQ(diagnostics_.sentences(common::Diagnostics::Severity::error), said);
 }
 
 }  // namespace

@@ -214,6 +214,75 @@ TEST_F(BusInterposerTest, ServicesAreThoseThatABlockHasCalledOrListensTo) {
     EXPECT_EQ(interposer_.block_calls().services("c"), Words{});
 }
 
+constexpr sd_bus_vtable answer_table[] = {
+    SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Ask", "", "", on_answer, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+TEST_F(BusInterposerTest, CallbacksOfMatchesAndObjectsBelongToTheBlockThatInstalledThem) {
+    constexpr const char* rule = "type='signal',member='Sound'";
+    const auto install = [&](const std::string& block, sd_bus_slot** one, sd_bus_slot** other,
+                             sd_bus_slot** object) {
+        const CurrentBlock current(block, "run");
+        const std::string path = "/" + block;
+        EXPECT_GE(sd_bus_add_match_async(bus_.get(), one, rule, on_answer, nullptr, &heard_), 0);
+        EXPECT_GE(sd_bus_add_match(bus_.get(), other, rule, on_answer, &heard_), 0);
+        EXPECT_GE(sd_bus_add_object_vtable(bus_.get(), object, path.c_str(), "com.example.Answer",
+                                           answer_table, &heard_),
+                  0);
+    };
+    const auto ring = [&] {
+        heard_ = {};
+        sd_bus_emit_signal(peer_.get(), "/x", "com.example.Peer1", "Sound", "");
+        settle();
+    };
+    const auto ask = [&](const char* path) {
+        heard_ = {};
+        heard_.returns = 1;
+        const char* name = nullptr;
+        sd_bus_get_unique_name(bus_.get(), &name);
+        sd_bus_call_method_async(peer_.get(), nullptr, name, path, "com.example.Answer", "Ask",
+                                 nullptr, nullptr, "");
+        settle();
+    };
+    {
+        common::SlotPtr one;
+        common::SlotPtr other;
+        common::SlotPtr object;
+        install("kept", one.out(), other.out(), object.out());
+        ring();
+        EXPECT_EQ(heard_.times, 2);
+        EXPECT_EQ(heard_.block, "kept");
+        ask("/kept");
+        EXPECT_EQ(heard_.block, "kept");
+        EXPECT_TRUE(heard_.own_userdata);
+    }
+    ring();
+    EXPECT_EQ(heard_.times, 0);
+    // sd-bus keeps slots that the block does not want.
+    install("floating", nullptr, nullptr, nullptr);
+    ring();
+    EXPECT_EQ(heard_.times, 2);
+    EXPECT_EQ(heard_.block, "floating");
+    ask("/floating");
+    EXPECT_EQ(heard_.times, 1);
+    EXPECT_EQ(heard_.block, "floating");
+    EXPECT_EQ(CurrentBlock::name(), nullptr);
+}
+
+TEST_F(BusInterposerTest, CallbackOfNoBlockBelongsToNone) {
+    common::SlotPtr slot;
+    EXPECT_GE(sd_bus_add_match(bus_.get(), slot.out(), "type='signal',member='Sound'", on_answer,
+                               &heard_),
+              0);
+    sd_bus_slot_set_description(slot.get(), "a description of its own");
+    sd_bus_emit_signal(peer_.get(), "/x", "com.example.Peer1", "Sound", "");
+    settle();
+    EXPECT_EQ(heard_.times, 1);
+    EXPECT_EQ(heard_.block, "");
+}
+
 /// A daemon that allows little.
 class NarrowBus : public BusInterposerTest {
   protected:
