@@ -248,7 +248,6 @@ void ScenarioPlayer::end_step() {
 void ScenarioPlayer::end_when_over() {
     if (state_ != State::finishing || !ramps_.idle())
         return;
-    timeout_.clear();
     enter(State::ended);
     ended_(common::ExitCode::done, {});
 }
@@ -309,7 +308,6 @@ void ScenarioPlayer::guarded(const std::function<void()>& commands) {
 void ScenarioPlayer::fail(common::ExitCode code, const std::string& sentence) {
     if (state_ == State::ended)
         return;
-    timeout_.clear();
     enter(State::ended);
     ended_(code, fmt::format("{}: {}", location(), sentence));
 }

@@ -110,11 +110,12 @@ TEST_F(ScreenLines, NeverStepBackInTime) {
 
 TEST_F(ScreenLines, AreInTheOrderOfTheirTimes) {
     const std::string written = (folder().path() / "written").string();
-    const Ended ended =
-        run({"run", "--private-bus", "--", "sh", "-c",
-             "sleep 0.7; printf '   0.600  b\\n'; : > '" + written + "'", "--", "sh", "-c",
-             "until [ -e '" + written + "' ]; do :; done; printf '   0.500  a\\n'"});
-    EXPECT_THAT(of_programs(ended.out), ElementsAre("sh-2 |    0.500  a", "sh-1 |    0.600  b"));
+    const Ended ended = run(
+        {"run", "--private-bus", "--", "sh", "-c",
+         "sleep 0.7; printf '   0.600  b\\n'; : > '" + written + "'", "--", "sh", "-c",
+         "until [ -e '" + written + "' ]; do :; done; printf '\\033[2m   0.500\\033[0m  a\\n'"});
+    EXPECT_THAT(of_programs(ended.out),
+                ElementsAre("sh-2 | \033[2m   0.500\033[0m  a", "sh-1 |    0.600  b"));
 }
 
 TEST_F(ScreenLines, TellTheStoryAndMoreOnlyIfAsked) {

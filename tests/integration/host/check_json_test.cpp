@@ -43,7 +43,8 @@ TEST_F(CheckJson, OfAGraphWithoutMistakesIsEmpty) {
 TEST_F(CheckJson, OfAFileThatIsNotTomlHasItsPlaceToo) {
     const Ended ended = check("plugins = []\n[", {"--format=json"});
     EXPECT_EQ(ended.code, 78);
-    EXPECT_TRUE(ended.out.starts_with(R"({"file":"graph.toml","line":)")) << ended.out;
+    EXPECT_TRUE(ended.out.starts_with(R"({"file":"graph.toml","line":2,"column":2,)")) << ended.out;
+    EXPECT_TRUE(ended.out.ends_with("\"help\":null}\n")) << ended.out;
 }
 
 }  // namespace

@@ -61,11 +61,16 @@ TEST_F(List, ListsPluginsWithoutABus) {
 
 TEST_F(List, GivesTheReasonWhyAPluginCannotBeUsed) {
     install("librefusing.so");
+    install("libentry-throws.so");
     const Ended ended = list({"--color=never"});
     expect_end(ended);
     EXPECT_NE(ended.out.find("\nlibrefusing.so  plugins/librefusing.so\n  the plug-in "
                              "'plugins/librefusing.so' cannot be used: its entry point returned "
                              "7\n"),
+              std::string::npos)
+        << ended.out;
+    EXPECT_NE(ended.out.find("\nlibentry-throws.so  plugins/libentry-throws.so\n  Early\n  "
+                             "threw in its entry point: no licence\n"),
               std::string::npos)
         << ended.out;
 }
