@@ -1,6 +1,7 @@
 #include "framework/shared/ready_queue.hpp"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "framework/shared/block_state.hpp"
 
@@ -23,13 +24,12 @@ void ReadyQueue::make_ready(Block& block) noexcept {
         queue->wake_();
 }
 
-std::vector<Block*> ReadyQueue::take() {
-    std::vector<Block*> ready;
+void ReadyQueue::take(std::vector<Block*>& ready) {
+    const auto known = static_cast<std::ptrdiff_t>(ready.size());
     for (Block* block = newest_.exchange(nullptr, std::memory_order_acquire); block != nullptr;
          block = block->state_->next)
         ready.push_back(block);
-    std::reverse(ready.begin(), ready.end());
-    return ready;
+    std::reverse(ready.begin() + known, ready.end());
 }
 
 void ReadyQueue::about_to_run(Block& block) noexcept {

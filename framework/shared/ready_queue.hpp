@@ -23,8 +23,8 @@ class FENWA_API ReadyQueue {
     /// added: `HostAccess::adopt` reads its marks. Any thread.
     static void make_ready(Block& block) noexcept;
 
-    /// Removes and returns all blocks, the first one first. Host's thread.
-    [[nodiscard]] std::vector<Block*> take();
+    /// Moves all blocks to the end of `ready`, the first one first. Host's thread.
+    void take(std::vector<Block*>& ready);
 
     /// From here on a new fire adds the block again. Called right before a run moves its marks, so
     /// that no fire is lost. Host's thread.

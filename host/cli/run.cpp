@@ -222,6 +222,7 @@ class Session {
         loop_.serve_hangup([this] { reconfigurer_.reload(color_); });
         watch_for_silence();
         events_.ready();
+        loop_.serve_between_events([this] { return blocks_.run_ready_blocks(); });
         loop_.run(options_.duration);
         if (blocks_.failure() != nullptr)
             std::rethrow_exception(blocks_.failure());

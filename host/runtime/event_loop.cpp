@@ -4,9 +4,11 @@
 #include <systemd/sd-daemon.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 
 #include "common/bus/callback.hpp"
+#include "common/events/monotonic_clock.hpp"
 #include "host/output/activity.hpp"
 
 namespace host {
@@ -17,20 +19,6 @@ EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
     common::check(sd_event_add_io(loop, nullptr, supervisor.stop_event().get(), EPOLLIN,
                                   common::callback<&EventLoop::stop>, this),
                   "cannot serve signals");
-    const char* const failed = "cannot serve the bus between the blocks";
-    common::check(
-        sd_event_add_defer(loop, overdue_.out(), common::callback<&EventLoop::on_overdue>, this),
-        failed);
-    common::check(sd_event_source_set_priority(overdue_.get(), SD_EVENT_PRIORITY_IMPORTANT),
-                  failed);
-    common::check(sd_event_source_set_enabled(overdue_.get(), SD_EVENT_OFF), failed);
-    // A timer that never fires: it only carries the callback before each wait.
-    common::check(
-        sd_event_add_time(loop, each_round_.out(), CLOCK_MONOTONIC, UINT64_MAX, 0, nullptr, this),
-        failed);
-    common::check(sd_event_source_set_prepare(each_round_.get(),
-                                              common::callback<&EventLoop::before_waiting>),
-                  failed);
 }
 
 EventLoop::~EventLoop() = default;
@@ -40,12 +28,8 @@ void EventLoop::attach(sd_bus& bus) {
                   "cannot serve the bus");
     // Messages that blocks send when they stop, after the loop has ended, must still go out.
     common::check(sd_bus_set_close_on_exit(&bus, 0), "cannot keep the bus open");
-    common::SlotPtr slot;
-    common::check(sd_bus_match_signal(&bus, slot.out(), "org.freedesktop.DBus.Local",
-                                      "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
-                                      "Disconnected", common::callback<&EventLoop::stop>, this),
-                  "cannot watch the bus connection");
-    buses_.push_back({&bus, std::move(slot)});
+    common::check(sd_bus_set_exit_on_disconnect(&bus, 1), "cannot watch the bus connection");
+    buses_.push_back({&bus});
 }
 
 void EventLoop::serve_hangup(std::function<void()> handler) {
@@ -85,14 +69,42 @@ void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
     const char* const failed = "the event loop failed";
     sd_event* const loop = loop_.get();
     while (sd_event_get_state(loop) != SD_EVENT_FINISHED) {
+        const bool waits = !run_round();
         int r = common::check(sd_event_prepare(loop), failed);
         if (r == 0)
-            r = common::check(sd_event_wait(loop, UINT64_MAX), failed);
+            r = common::check(sd_event_wait(loop, waits ? UINT64_MAX : 0), failed);
+        if (r == 0)
+            continue;
         // The handler may be a block's; sd-bus does not tell which one's.
         const Activity serving("a callback", "", nullptr);
-        if (r > 0)
-            common::check(sd_event_dispatch(loop), failed);
+        common::check(sd_event_dispatch(loop), failed);
+        for (Attached& attached : buses_)
+            serve_flood(attached);
     }
+}
+
+void EventLoop::serve_flood(Attached& attached) {
+    // Timers and signals do not wait longer for their turn.
+    constexpr std::uint64_t most_time = 1000;  // microseconds since the event
+    constexpr unsigned longest_pause = 255;
+    if (attached.left > 0) {
+        --attached.left;
+        return;
+    }
+    std::uint64_t event_time = 0;
+    sd_event_now(loop_.get(), CLOCK_MONOTONIC, &event_time);
+    bool any = false;
+    // Blocks run after each message, as after each event.
+    while (!run_round() && !is_ending() && common::monotonic_now() - event_time < most_time &&
+           sd_bus_process(attached.bus, nullptr) > 0)
+        any = true;
+    attached.pause = any ? 0 : std::min(2 * attached.pause + 1, longest_pause);
+    attached.left = attached.pause;
+}
+
+bool EventLoop::is_ending() const noexcept {
+    int code = 0;
+    return sd_event_get_exit_code(loop_.get(), &code) != -ENODATA;
 }
 
 void EventLoop::announce_stop() {
@@ -110,31 +122,6 @@ bool EventLoop::finish_sending(std::chrono::microseconds limit) {
 bool EventLoop::lost_bus() const noexcept {
     return std::any_of(buses_.begin(), buses_.end(),
                        [](const Attached& attached) { return sd_bus_is_open(attached.bus) <= 0; });
-}
-
-bool EventLoop::is_overdue(sd_bus& bus) const noexcept {
-    std::uint64_t now = 0;
-    std::uint64_t due = 0;
-    return sd_event_now(loop_.get(), CLOCK_MONOTONIC, &now) >= 0 &&
-           sd_bus_get_timeout(&bus, &due) > 0 && due <= now;
-}
-
-int EventLoop::before_waiting() noexcept {
-    // Messages that a blocking call has left in sd-bus's queue, and calls that timed out, wait for
-    // a timer that sd-bus sets anew in every iteration: it never fires while blocks are always
-    // ready, and the socket is not read while the queue holds a message.
-    for (const Attached& attached : buses_) {
-        if (is_overdue(*attached.bus))
-            return sd_event_source_set_enabled(overdue_.get(), SD_EVENT_ONESHOT);
-    }
-    return 0;
-}
-
-void EventLoop::on_overdue() noexcept {
-    for (const Attached& attached : buses_) {
-        if (is_overdue(*attached.bus))
-            sd_bus_process(attached.bus, nullptr);
-    }
 }
 
 }  // namespace host

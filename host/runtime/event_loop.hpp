@@ -23,6 +23,10 @@ class EventLoop {
 
     [[nodiscard]] sd_event& get() const noexcept { return *loop_; }
 
+    /// From here on calls `round` before each wait for an event. If it returns true, the loop
+    /// serves the events that have come and does not wait. Must not throw; empty for none.
+    void serve_between_events(std::function<bool()> round) { round_ = std::move(round); }
+
     /// Serves one more connection, which outlives every later call and is detached when it is
     /// closed.
     void attach(sd_bus& bus);
@@ -53,22 +57,26 @@ class EventLoop {
     [[nodiscard]] bool lost_bus() const noexcept;
 
   private:
-    void stop() noexcept;
-    void on_hangup() noexcept;
-    int before_waiting() noexcept;
-    void on_overdue() noexcept;
-    [[nodiscard]] bool is_overdue(sd_bus& bus) const noexcept;
-
+    /// A connection. Looking for a second message that has come already saves a round of the loop,
+    /// and costs a system call in vain if there is none; after a look in vain, the next ones are
+    /// left out.
     struct Attached {
         sd_bus* bus;
-        common::SlotPtr disconnected;
+        unsigned pause = 0;  ///< events that the last pause took
+        unsigned left = 0;   ///< events of the pause that are to come
     };
+
+    void stop() noexcept;
+    void on_hangup() noexcept;
+    /// @returns whether the round wants to be called again without a wait.
+    bool run_round() { return !is_ending() && round_ && round_(); }
+    void serve_flood(Attached& attached);
+    [[nodiscard]] bool is_ending() const noexcept;
 
     Supervisor& supervisor_;
     common::EventPtr loop_;
-    common::EventSourcePtr each_round_;
-    common::EventSourcePtr overdue_;
     std::vector<Attached> buses_;
+    std::function<bool()> round_;
     std::function<void()> on_hangup_;
 };
 

@@ -255,6 +255,9 @@ class RunningGraph {
     /// Ends the loop with what a block threw outside of `run`.
     void fail(std::exception_ptr failure) noexcept { scheduler_.fail(std::move(failure)); }
 
+    /// Runs the blocks that are ready, as Scheduler::run_ready_blocks.
+    bool run_ready_blocks() noexcept { return scheduler_.run_ready_blocks(); }
+
     /// The exception of a block in `run`, or the argument of `fail`: a BlockFailure or a
     /// ConfigurationError; null for none.
     [[nodiscard]] std::exception_ptr failure() const noexcept { return scheduler_.failure(); }

@@ -48,14 +48,8 @@ void Scheduler::enable() {
     common::check(sd_event_add_io(&loop_, source_.out(), woken_.get(), EPOLLIN,
                                   common::callback<&Scheduler::on_wake>, this),
                   "cannot watch for ready blocks");
-    common::check(
-        sd_event_source_set_prepare(source_.get(), common::callback<&Scheduler::before_waiting>),
-        "cannot watch for ready blocks");
-    common::check(
-        sd_event_add_defer(&loop_, next_pass_.out(), common::callback<&Scheduler::on_due>, this),
-        "cannot serve ready blocks");
     common::check(sd_event_add_time(&loop_, timer_.out(), CLOCK_MONOTONIC, 0, timer_slack,
-                                    common::callback<&Scheduler::pass>, this),
+                                    common::callback<&Scheduler::on_turn>, this),
                   "cannot make a timer for blocks that wait their turn");
     common::check(sd_event_source_set_enabled(timer_.get(), SD_EVENT_OFF), "cannot stop a timer");
     // One pass at least, for the blocks that became ready before.
@@ -65,8 +59,8 @@ void Scheduler::enable() {
 void Scheduler::disable() {
     change(State::disabled);
     source_.reset();
-    next_pass_.reset();
     timer_.reset();
+    timer_due_ = UINT64_MAX;
     waiting_ = {};
     held_.clear();
     fired_.clear();
@@ -94,7 +88,6 @@ void Scheduler::request_pass() noexcept {
         case State::disabled:
             return;
         case State::idle:
-        case State::yielding:
         case State::due:
             return change(State::due);
         case State::passing:
@@ -114,26 +107,18 @@ void Scheduler::wake() noexcept {
 void Scheduler::on_wake() noexcept {
     // Before the queue is emptied: a block that becomes ready from here on makes another pass.
     woken_.clear();
-    pass();
+    request_pass();
 }
 
-int Scheduler::before_waiting() noexcept {
-    if (state_ != State::due && state_ != State::yielding)
-        return 0;
-    // The blocks that an event has made ready run before the next event. Between two passes one
-    // event goes first, or blocks that are always ready would keep the bus, the timers and the
-    // signals out; and only one, or a flood of events would keep the blocks out.
-    sd_event_source* const pass = next_pass_.get();
-    sd_event_source_set_priority(
-        pass, state_ == State::due ? SD_EVENT_PRIORITY_IMPORTANT : SD_EVENT_PRIORITY_IDLE);
-    change(State::due);
-    return sd_event_source_set_enabled(pass, SD_EVENT_ONESHOT);
+void Scheduler::on_turn() noexcept {
+    timer_due_ = UINT64_MAX;
+    request_pass();
 }
 
-void Scheduler::on_due() noexcept {
-    // The timer or another thread may have made the pass already.
-    if (state_ == State::due)
+bool Scheduler::run_ready_blocks() noexcept {
+    for (int passes = 0; is_due() && passes < max_passes; ++passes)
         pass();
+    return is_due();
 }
 
 void Scheduler::pass() noexcept {
@@ -143,7 +128,7 @@ void Scheduler::pass() noexcept {
     } catch (...) {
         fail(std::current_exception());
     }
-    change(state_ == State::passing_and_ready ? State::yielding : State::idle);
+    change(state_ == State::passing_and_ready ? State::due : State::idle);
 }
 
 void Scheduler::fail(std::exception_ptr failure) noexcept {
@@ -159,30 +144,30 @@ std::uint64_t Scheduler::now() const {
 
 void Scheduler::run_ready() {
     // All are taken before one runs: a block that becomes ready from here on makes another pass.
-    // Waiting blocks became ready first.
-    std::deque<Fenwa::Block*> ready = std::move(held_);
-    held_.clear();
-    add_those_refused(ready);
+    // Waiting blocks became ready first. The lists keep their memory from pass to pass.
+    ready_.clear();
+    std::swap(ready_, held_);
+    add_those_refused();
     for (; !waiting_.empty() && waiting_.top().due <= now(); waiting_.pop())
-        ready.push_back(waiting_.top().block);
-    ready.insert(ready.end(), fired_.begin(), fired_.end());
+        ready_.push_back(waiting_.top().block);
+    ready_.insert(ready_.end(), fired_.begin(), fired_.end());
     fired_.clear();
-    for (Fenwa::Block* block : queue_.take())
-        ready.push_back(block);
-    for (; !should_wait() && !ready.empty(); ready.pop_front())
-        run_within_budget(*ready.front());
-    held_.insert(held_.begin(), ready.begin(), ready.end());
+    queue_.take(ready_);
+    auto next = ready_.begin();
+    for (; !should_wait() && next != ready_.end(); ++next)
+        run_within_budget(**next);
+    held_.insert(held_.begin(), next, ready_.end());
     run_retrying();
     wait_for_next_turn();
 }
 
-void Scheduler::add_those_refused(std::deque<Fenwa::Block*>& ready) {
+void Scheduler::add_those_refused() {
     if (rate_limit_.enabled()) {
         if (Fenwa::Block* const block = refused_.take(now()))
-            ready.push_back(block);
+            ready_.push_back(block);
     } else if (are_matches_answered()) {
         for (Fenwa::Block* block : refused_.take_all())
-            ready.push_back(block);
+            ready_.push_back(block);
     }
 }
 
@@ -229,7 +214,7 @@ void Scheduler::forget(const std::vector<Fenwa::Block*>& blocks) {
         if (Fenwa::ReadyQueue::retire(*block) && !awaits_its_turn)
             ready.insert(block);
     }
-    const auto drop_from = [&ready](std::deque<Fenwa::Block*>& list) {
+    const auto drop_from = [&ready](auto& list) {
         std::erase_if(list, [&](const Fenwa::Block* block) { return ready.erase(block) != 0; });
     };
     decltype(waiting_) still_waiting;
@@ -238,12 +223,12 @@ void Scheduler::forget(const std::vector<Fenwa::Block*>& blocks) {
             still_waiting.push(waiting_.top());
     }
     waiting_ = std::move(still_waiting);
-    for (std::deque<Fenwa::Block*>* list : {&held_, &retrying_, &fired_})
-        drop_from(*list);
+    drop_from(held_);
+    drop_from(retrying_);
+    drop_from(fired_);
     // One that another thread is adding just now comes at once.
     for (; !ready.empty(); std::this_thread::yield()) {
-        for (Fenwa::Block* block : queue_.take())
-            fired_.push_back(block);
+        queue_.take(fired_);
         drop_from(fired_);
     }
 }
@@ -317,13 +302,11 @@ void Scheduler::charge_rest() {
 
 void Scheduler::run_and_watch(Fenwa::Block& block, Account& account) {
     const std::uint64_t before = calls_ ? calls_() : 0;
-    for (Fenwa::Block* ready : queue_.take())
-        fired_.push_back(ready);
+    queue_.take(fired_);
     const std::size_t known = fired_.size();
     account.ran_at = now();
     run_block_(block);
-    for (Fenwa::Block* ready : queue_.take())
-        fired_.push_back(ready);
+    queue_.take(fired_);
     const bool retries = (calls_ && calls_() != before) ||
                          std::find(fired_.begin() + static_cast<std::ptrdiff_t>(known),
                                    fired_.end(), &block) != fired_.end();
@@ -342,6 +325,9 @@ void Scheduler::wait_for_next_turn() {
         due = std::min(due, retry_budget_.due());
     if (rate_limit_.enabled() && refused_.is_anyone_waiting())
         due = std::min(due, refused_.due());
+    if (due == timer_due_)
+        return;
+    timer_due_ = due;
     if (due != UINT64_MAX)
         common::check(sd_event_source_set_time(timer_.get(), due),
                       "cannot set the timer for blocks that wait their turn");

@@ -20,15 +20,19 @@
 
 namespace host {
 
-/// Runs blocks from an sd-event loop. In one pass every block that is ready runs once, in the
-/// order in which they became ready; between two passes the loop serves the bus and the timers,
-/// so that no block starves another. A block that has spent its budget of runs waits until it has
-/// one again, while its marks stay pending and the others go on. If such a block retries, that is,
-/// its last run called over the bus or fired the block itself, it takes turns with all others of
-/// this kind in a budget of processor time. The cost of a pass is proportional to the number of
-/// ready blocks. Thread of the loop.
+/// Runs the blocks of an sd-event loop between its events. In one pass every block that is ready
+/// runs once, in the order in which they became ready; passes follow until no block is ready.
+/// Blocks that are always ready make a limited number of passes, and then the loop serves an event,
+/// so that they keep nobody out. A block that has spent its budget of runs waits until it has one
+/// again, while its marks stay pending and the others go on. If such a block retries, that is, its
+/// last run called over the bus or fired the block itself, it takes turns with all others of this
+/// kind in a budget of processor time. The cost of a pass is proportional to the number of ready
+/// blocks. Thread of the loop.
 class Scheduler {
   public:
+    /// Passes between two events.
+    static constexpr int max_passes = 16;
+
     /// @param rate_limit of each block.
     /// @param run_block runs one block whose ports may be triggered; what it throws ends the loop
     ///        and is kept in `failure()`.
@@ -78,6 +82,9 @@ class Scheduler {
 
     /// From here on passes are made; blocks that became ready before run first.
     void enable();
+    /// Makes the passes that are due; to be called between two events.
+    /// @returns whether blocks are ready still, so that the loop must not wait.
+    bool run_ready_blocks() noexcept;
     /// No pass is made any more.
     void disable();
 
@@ -88,12 +95,11 @@ class Scheduler {
     [[nodiscard]] std::exception_ptr failure() const noexcept { return failure_; }
 
   private:
-    /// When the next pass is made for the blocks that became ready on the thread of the loop.
+    /// Whether a pass is to be made for the blocks that became ready on the thread of the loop.
     enum class State {
         disabled,          ///< never
         idle,              ///< no block has become ready
         due,               ///< before the next event
-        yielding,          ///< after one event: blocks became ready in the last pass
         passing,           ///< a pass is running
         passing_and_ready  ///< a pass is running, and blocks have become ready in it
     };
@@ -119,15 +125,17 @@ class Scheduler {
     };
 
     void change(State next) noexcept { state_ = next; }
+    [[nodiscard]] bool is_due() const noexcept {
+        return state_ == State::due && failure_ == nullptr;
+    }
     void request_pass() noexcept;
     void wake() noexcept;
     void on_wake() noexcept;
-    int before_waiting() noexcept;
-    void on_due() noexcept;
+    void on_turn() noexcept;
     void pass() noexcept;
     void run_ready();
     [[nodiscard]] bool are_matches_answered() const;
-    void add_those_refused(std::deque<Fenwa::Block*>& ready);
+    void add_those_refused();
     void run_retrying();
     void charge_rest();
     void run_and_watch(Fenwa::Block& block, Account& account);
@@ -144,9 +152,10 @@ class Scheduler {
     EventFd woken_;  ///< by other threads
     Fenwa::ReadyQueue queue_;
     common::EventSourcePtr source_;
-    common::EventSourcePtr next_pass_;
     State state_ = State::disabled;
     common::EventSourcePtr timer_;
+    std::uint64_t timer_due_ = UINT64_MAX;  ///< UINT64_MAX while it is off
+    std::vector<Fenwa::Block*> ready_;      ///< of the pass
     std::unordered_map<const Fenwa::Block*, Account> accounts_;
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
     std::uint64_t waited_ = 0;  ///< how many have had to wait so far
@@ -156,13 +165,13 @@ class Scheduler {
     std::uint64_t retried_at_ = 0;        ///< processor time at the end of the last turns
     std::size_t retries_ = 0;             ///< runs in those turns
     std::size_t other_runs_ = 0;          ///< runs since then
-    std::deque<Fenwa::Block*> fired_;     ///< taken out of the queue for the next pass
+    std::vector<Fenwa::Block*> fired_;    ///< taken out of the queue for the next pass
     RefusedMatches refused_;
     std::function<std::size_t()> matches_requested_;
     std::function<std::size_t()> unanswered_;
     std::function<std::uint64_t()> calls_;
     Backpressure backpressure_;
-    std::deque<Fenwa::Block*> held_;  ///< ready while the bus owes replies
+    std::vector<Fenwa::Block*> held_;  ///< ready while the bus owes replies
     std::exception_ptr failure_;
 };
 

@@ -58,7 +58,8 @@ class BlockDriver {
   private:
     /// Takes what is pending over for a run. @returns whether there is any.
     bool arm() {
-        const auto ready = queue_.take();
+        std::vector<Fenwa::Block*> ready;
+        queue_.take(ready);
         for (Fenwa::Block* block : ready)
             Fenwa::ReadyQueue::about_to_run(*block);
         const bool armed = Fenwa::HostAccess::arm(*block_);

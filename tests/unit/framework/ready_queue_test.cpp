@@ -32,6 +32,12 @@ class ReadyQueueTest : public testing::Test {
             EXPECT_TRUE(HostAccess::adopt(block, tools, queue).empty());
     }
 
+    Blocks take() {
+        Blocks ready;
+        queue.take(ready);
+        return ready;
+    }
+
     std::atomic<int> wake_ups = 0;
     ReadyQueue queue{[this] { ++wake_ups; }};
     const Fenwa::InitTools tools{nullptr};
@@ -39,13 +45,13 @@ class ReadyQueueTest : public testing::Test {
 };
 
 TEST_F(ReadyQueueTest, HoldsBlocksInTheOrderInWhichTheyBecameReady) {
-    EXPECT_EQ(queue.take(), Blocks{});
+    EXPECT_EQ(take(), Blocks{});
     EXPECT_EQ(wake_ups, 0);
     for (const std::size_t index : {2U, 0U, 1U, 2U})
         blocks[index].event->fire();
     EXPECT_EQ(wake_ups, 1) << "only the first one wakes the host";
-    EXPECT_EQ(queue.take(), (Blocks{&blocks[2], &blocks[0], &blocks[1]}));
-    EXPECT_EQ(queue.take(), Blocks{});
+    EXPECT_EQ(take(), (Blocks{&blocks[2], &blocks[0], &blocks[1]}));
+    EXPECT_EQ(take(), Blocks{});
     ReadyQueue::about_to_run(blocks[2]);
     blocks[2].event->fire();
     EXPECT_EQ(wake_ups, 2);
@@ -55,20 +61,20 @@ TEST_F(ReadyQueueTest, HoldsABlockOnceUntilItIsAboutToRun) {
     blocks[0].event->fire();
     blocks[0].other_event->fire();
     blocks[0].event->fire();
-    EXPECT_EQ(queue.take(), (Blocks{&blocks[0]}));
+    EXPECT_EQ(take(), (Blocks{&blocks[0]}));
     blocks[0].event->fire();
-    EXPECT_EQ(queue.take(), Blocks{}) << "the run that is to come serves this one too";
+    EXPECT_EQ(take(), Blocks{}) << "the run that is to come serves this one too";
     ReadyQueue::about_to_run(blocks[0]);
     EXPECT_TRUE(HostAccess::arm(blocks[0]));
     blocks[0].event->fire();
-    EXPECT_EQ(queue.take(), (Blocks{&blocks[0]})) << "what is fired in a run makes another";
+    EXPECT_EQ(take(), (Blocks{&blocks[0]})) << "what is fired in a run makes another";
 }
 
 TEST_F(ReadyQueueTest, TakesInputsInOnlyWhenTheyTrigger) {
     HostAccess::notify(*blocks[0].quiet, blocks[0]);
-    EXPECT_EQ(queue.take(), Blocks{});
+    EXPECT_EQ(take(), Blocks{});
     HostAccess::notify(*blocks[0].in, blocks[0]);
-    EXPECT_EQ(queue.take(), (Blocks{&blocks[0]}));
+    EXPECT_EQ(take(), (Blocks{&blocks[0]}));
     EXPECT_TRUE(HostAccess::arm(blocks[0]));
     EXPECT_TRUE(blocks[0].quiet->is_triggered()) << "the block sees it when it runs anyway";
 }
@@ -77,10 +83,10 @@ TEST_F(ReadyQueueTest, KeepsTheFiresOfAConstructorUntilTheBlockIsTakenOver) {
     EventBlock late;
     late.event->fire();
     late.event->fire();
-    EXPECT_EQ(queue.take(), Blocks{});
+    EXPECT_EQ(take(), Blocks{});
     EXPECT_EQ(wake_ups, 0);
     EXPECT_TRUE(HostAccess::adopt(late, tools, queue).empty());
-    EXPECT_EQ(queue.take(), (Blocks{&late}));
+    EXPECT_EQ(take(), (Blocks{&late}));
     EXPECT_EQ(wake_ups, 1);
 }
 
@@ -110,7 +116,7 @@ TEST_F(ReadyQueueTest, LosesNoFireOfManyThreads) {
 
     bool twice = false;
     const auto serve = [&] {
-        const Blocks all_ready = queue.take();
+        const Blocks all_ready = take();
         twice = twice || all_ready.size() > 2;
         for (Fenwa::Block* ready : all_ready) {
             ReadyQueue::about_to_run(*ready);
@@ -156,7 +162,7 @@ TEST_F(ReadyQueueTest, HoldsABlockOnceWhenTwoThreadsFireAtTheSameMoment) {
         round.store(next);
         while (fired.load() < 2 * next)
             std::this_thread::yield();
-        alone += queue.take() == Blocks{&block} ? 1 : 0;
+        alone += take() == Blocks{&block} ? 1 : 0;
         ReadyQueue::about_to_run(block);
     }
     first.join();

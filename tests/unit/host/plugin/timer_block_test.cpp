@@ -30,7 +30,9 @@ class TimerBlockTest : public testing::Test {
         const auto end = std::chrono::steady_clock::now() + time;
         while (std::chrono::steady_clock::now() < end) {
             sd_event_run(loop_.get(), 100);
-            for (Fenwa::Block* block : queue_.take()) {
+            std::vector<Fenwa::Block*> ready;
+            queue_.take(ready);
+            for (Fenwa::Block* block : ready) {
                 Fenwa::ReadyQueue::about_to_run(*block);
                 EXPECT_TRUE(HostAccess::arm(*block));
                 block->run();
