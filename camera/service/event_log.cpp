@@ -40,7 +40,7 @@ void EventLog::write(std::string_view event, const Json& fields, const std::stri
     text.append(color).append(common::one_line(sentence));
     if (!color.empty())
         text.append(palette.reset);
-    lines_.write_text(text);
+    lines_.write_text([&](std::string& line) { line += text; });
 }
 
 void EventLog::write_exchange(std::string_view event, const std::string& service,

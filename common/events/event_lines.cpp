@@ -2,8 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <nlohmann/json.hpp>
+
+#include "common/text/number_text.hpp"
 
 namespace common {
 namespace {
@@ -21,40 +28,50 @@ std::string wall_time() {
     return fmt::format("{}.{:03}{:.3}:{}", date, now.tv_nsec / 1'000'000, offset, offset + 3);
 }
 
+/// @param width with `fill` in front.
+void append_digits(std::string& line, std::int64_t number, std::size_t width, char fill) {
+    std::array<char, 20> digits;
+    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const auto size = static_cast<std::size_t>(end - digits.data());
+    line.append(width - std::min(width, size), fill).append(digits.data(), size);
+}
+
 }  // namespace
 
 void EventLines::write_json(std::string_view event, const Json& members) {
-    const std::string object = common::json_line(members);
-    write_json_members(event, std::string_view(object).substr(1, object.size() - 2));
-}
-
-void EventLines::write_json_members(std::string_view event, std::string_view members) {
-    write(json_event(event, members));
-}
-
-void EventLines::write_text(std::string_view text) {
-    std::string line = stamp(palette_);
-    line.append(text).push_back('\n');
-    write(line);
-}
-
-std::string EventLines::stamp(const Palette& palette) const {
-    if (timestamps_ == Timestamps::none)
-        return {};
-    if (timestamps_ == Timestamps::wall)
-        return fmt::format("{}{}{}  ", palette.dim, wall_time(), palette.reset);
-    return fmt::format("{}{:8.3f}{}  ", palette.dim, seconds(), palette.reset);
-}
-
-std::string EventLines::json_event(std::string_view event, std::string_view members) const {
-    return fmt::format(R"({{"event":"{}","time":{}{}{}}})"
-                       "\n",
-                       event, json_line(seconds()), members.empty() ? "" : ",", members);
-}
-
-void EventLines::write(const std::string& line) {
+    const std::string line = json_event(event, members);
     const std::lock_guard lock(mutex_);
     out_.write(line);
+}
+
+void EventLines::append_stamp(std::string& line, const Palette& palette) const {
+    if (timestamps_ == Timestamps::none)
+        return;
+    line += palette.dim;
+    if (timestamps_ == Timestamps::wall) {
+        line += wall_time();
+    } else {
+        // As "{:8.3f}" of the seconds.
+        const auto milliseconds = (watch_.elapsed().count() + 500) / 1000;
+        append_digits(line, milliseconds / 1000, 4, ' ');
+        line += '.';
+        append_digits(line, milliseconds % 1000, 3, '0');
+    }
+    line.append(palette.reset).append("  ");
+}
+
+std::string EventLines::json_event(std::string_view event, const Json& members) const {
+    std::string line;
+    begin_json(line, event);
+    const std::string object = json_line(members);
+    if (!members.empty())
+        line.append(",").append(object, 1, object.size() - 2);
+    return line + "}\n";
+}
+
+void EventLines::begin_json(std::string& line, std::string_view event) const {
+    line.assign("{\"event\":\"").append(event).append("\",\"time\":");
+    append_number(line, seconds());
 }
 
 }  // namespace common

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -35,22 +36,44 @@ class EventLines {
     [[nodiscard]] double seconds() const { return watch_.seconds(); }
     /// The start from which the times count.
     [[nodiscard]] const Stopwatch& watch() const noexcept { return watch_; }
-    /// The time in front of a line of text, two blanks after it; empty without timestamps.
-    [[nodiscard]] std::string stamp(const Palette& palette) const;
+    /// Appends the time in front of a line of text, two blanks after it; nothing without
+    /// timestamps.
+    void append_stamp(std::string& line, const Palette& palette) const;
 
     /// Writes {"event":EVENT,"time":SECONDS,…}.
     /// @param members an object.
     void write_json(std::string_view event, const Json& members);
-    /// @param members as they are between the braces of an object: for events that come quickly.
-    void write_json_members(std::string_view event, std::string_view members);
-    /// Writes the time and a text, which must be safe for a terminal.
-    void write_text(std::string_view text);
+    /// The same for events that come quickly.
+    /// @param append_members called with the line, a std::string, to which it appends what stands
+    ///        between the braces of the object, and something.
+    template <std::invocable<std::string&> AppendMembers>
+    void write_json(std::string_view event, AppendMembers&& append_members) {
+        const std::lock_guard lock(mutex_);
+        begin_json(line_, event);
+        line_ += ',';
+        append_members(line_);
+        line_ += "}\n";
+        out_.write(line_);
+    }
+    /// Writes the time and a text.
+    /// @param append called with the line, a std::string, to which it appends what must be safe for
+    ///        a terminal.
+    template <std::invocable<std::string&> Append>
+    void write_text(Append&& append) {
+        const std::lock_guard lock(mutex_);
+        line_.clear();
+        append_stamp(line_, palette_);
+        append(line_);
+        line_ += '\n';
+        out_.write(line_);
+    }
 
-    /// The line that `write_json_members` writes.
-    [[nodiscard]] std::string json_event(std::string_view event, std::string_view members) const;
+    /// The line of an event with these members.
+    [[nodiscard]] std::string json_event(std::string_view event, const Json& members) const;
 
   private:
-    void write(const std::string& line);
+    /// Makes `line` the beginning of an event.
+    void begin_json(std::string& line, std::string_view event) const;
 
     StandardOutput& out_;
     EventFormat format_;
@@ -58,6 +81,7 @@ class EventLines {
     Palette palette_;
     Stopwatch watch_;
     std::mutex mutex_;
+    std::string line_;  ///< keeps its memory from line to line
 };
 
 }  // namespace common

@@ -28,8 +28,12 @@ microseconds shared_start(microseconds fallback) {
 
 Stopwatch::Stopwatch() : start_(shared_start(now())) {}
 
+microseconds Stopwatch::elapsed() const {
+    return now() - start_;
+}
+
 double Stopwatch::seconds() const {
-    return static_cast<double>((now() - start_).count()) / 1e6;
+    return static_cast<double>(elapsed().count()) / 1e6;
 }
 
 std::string Stopwatch::to_environment() const {

@@ -15,7 +15,9 @@ class Stopwatch {
 
     Stopwatch();
 
-    /// Seconds since the start, to the microsecond.
+    /// The time since the start.
+    [[nodiscard]] std::chrono::microseconds elapsed() const;
+    /// The same in seconds.
     [[nodiscard]] double seconds() const;
 
     /// "FENWA_START=NUMBER", for the environment of programs that count from this start.

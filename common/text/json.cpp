@@ -1,5 +1,6 @@
 #include "common/text/json.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -37,6 +38,16 @@ Json json_number(double value) {
 
 std::string json_line(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void append_json(std::string& line, std::string_view text) {
+    const bool is_plain = std::all_of(text.begin(), text.end(), [](char c) {
+        return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+    });
+    if (is_plain)
+        line.append("\"").append(text).append("\"");
+    else
+        line += json_line(text);
 }
 
 std::string plain_text(const Json& value) {

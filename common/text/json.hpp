@@ -23,6 +23,9 @@ using SharedJson = std::shared_ptr<const Json>;
 /// can always be written.
 [[nodiscard]] std::string json_line(const Json& value);
 
+/// Appends a text as a JSON string, as `json_line` writes it: for lines that come quickly.
+void append_json(std::string& line, std::string_view text);
+
 /// A string as it is, anything else as JSON: "36.5", "nan".
 [[nodiscard]] std::string plain_text(const Json& value);
 

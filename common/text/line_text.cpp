@@ -72,10 +72,17 @@ void append_control(std::string& line, char32_t value) {
 }  // namespace
 
 std::string one_line(std::string_view text) {
-    if (std::all_of(text.begin(), text.end(), is_plain))
-        return std::string(text);
     std::string line;
-    line.reserve(text.size() + 16);
+    append_one_line(line, text);
+    return line;
+}
+
+void append_one_line(std::string& line, std::string_view text) {
+    if (std::all_of(text.begin(), text.end(), is_plain)) {
+        line += text;
+        return;
+    }
+    line.reserve(line.size() + text.size() + 16);
     while (!text.empty()) {
         const CodePoint next = first_code_point(text);
         const std::size_t bytes = std::max<std::size_t>(next.bytes, 1);
@@ -89,7 +96,6 @@ std::string one_line(std::string_view text) {
             line.append(text.substr(0, bytes));
         text.remove_prefix(bytes);
     }
-    return line;
 }
 
 std::string_view without_line_end(std::string_view text) {

@@ -17,6 +17,8 @@ namespace common {
 /// All else stays, a backslash too. So a text that has been made safe stays as it is, and JSON
 /// stays JSON.
 [[nodiscard]] std::string one_line(std::string_view text);
+/// Appends the text so made safe: for lines that come quickly.
+void append_one_line(std::string& line, std::string_view text);
 
 /// A logged text without the line end that it may bring along.
 [[nodiscard]] std::string_view without_line_end(std::string_view text);

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace common {
@@ -18,5 +19,9 @@ template <class Number>
         return std::nullopt;
     return value;
 }
+
+/// Appends a number as `json_line` writes it: the shortest decimal that is read as the same double,
+/// with a fraction or an exponent: "36.0", "1e-05". NaN and infinities become "nan", "inf", "-inf".
+void append_number(std::string& text, double value);
 
 }  // namespace common

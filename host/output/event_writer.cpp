@@ -36,31 +36,44 @@ class JsonWriter final : public EventWriter {
 
     void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
                 const PortValue& value) override {
-        lines_.write_json("output", {{"block", block},
-                                     {"port", port},
-                                     {"type", type_name(datatype)},
-                                     {"value", to_json(value)}});
+        lines_.write_json("output", [&](std::string& line) {
+            line += "\"block\":";
+            common::append_json(line, block);
+            line += ",\"port\":";
+            common::append_json(line, port);
+            line += ",\"type\":";
+            common::append_json(line, type_name(datatype));
+            line += ",\"value\":";
+            append_json(line, value);
+        });
     }
 
     void debug(const std::string& key, const Fenwa::DebugValue& value) override {
-        lines_.write_json("debug", {{"key", key}, {"value", to_json(value)}});
+        lines_.write_json("debug", [&](std::string& line) {
+            line += "\"key\":";
+            common::append_json(line, key);
+            line += ",\"value\":";
+            append_json(line, value);
+        });
     }
 
     void log(int level, const std::string& message) override {
         if (common::uses_journal())
             repeated_.log(level, message);
-        // Put together by hand: blocks that try again without end write a line each time.
         const std::string* const block = CurrentBlock::name();
-        lines_.write_json_members(
-            "log",
-            fmt::format(R"({}"level":{},"message":{})",
-                        block == nullptr ? std::string()
-                                         : fmt::format(R"("block":{},)", common::json_line(*block)),
-                        level, common::json_line(message)));
+        lines_.write_json("log", [&](std::string& line) {
+            if (block != nullptr) {
+                line += "\"block\":";
+                common::append_json(line, *block);
+                line += ',';
+            }
+            line.append("\"level\":").append(std::to_string(level)).append(",\"message\":");
+            common::append_json(line, message);
+        });
     }
 
     [[nodiscard]] std::string dropped(std::size_t lines) const override {
-        return lines_.json_event("dropped", fmt::format(R"("lines":{})", lines));
+        return lines_.json_event("dropped", {{"lines", lines}});
     }
 
     void exit(int status) override {
@@ -87,20 +100,38 @@ class TextWriter final : public EventWriter {
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         const Json values = to_json(settings);
         for (const auto& [key, value] : values.items())
-            value_line(block + " setup " + key, common::json_line(value));
+            value_line(
+                [&](std::string& line) { common::append_one_line(line, block + " setup " + key); },
+                [&, &value = value](std::string& line) {
+                    common::append_one_line(line, common::json_line(value));
+                });
     }
 
     void ready() override { common::print_message(common::Severity::info, "ready"); }
 
     void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
                 const PortValue& value) override {
-        value_line(block + '.' + port, std::holds_alternative<std::monostate>(value)
-                                           ? unknown_value_text(type_name(datatype))
-                                           : common::json_line(to_json(value)));
+        value_line(
+            [&](std::string& line) {
+                common::append_one_line(line, block);
+                line += '.';
+                common::append_one_line(line, port);
+            },
+            [&](std::string& line) {
+                if (std::holds_alternative<std::monostate>(value))
+                    common::append_one_line(line, unknown_value_text(type_name(datatype)));
+                else
+                    append_json(line, value);
+            });
     }
 
     void debug(const std::string& key, const Fenwa::DebugValue& value) override {
-        value_line("debug " + key, common::json_line(to_json(value)));
+        value_line(
+            [&](std::string& line) {
+                line += "debug ";
+                common::append_one_line(line, key);
+            },
+            [&](std::string& line) { append_safe(line, value); });
     }
 
     void log(int level, const std::string& message) override { repeated_.log(level, message); }
@@ -127,19 +158,33 @@ class TextWriter final : public EventWriter {
             line.block.empty() ? std::string()
                                : fmt::format("{}{}:{} ", err_colors_.cyan,
                                              common::one_line(line.block), err_colors_.reset);
+        std::string stamp;
+        lines_.append_stamp(stamp, err_colors_);
         // In one piece, because other hosts may write to the same terminal.
-        std::cerr << fmt::format("{}{}{}{}:{} {}\n", lines_.stamp(err_colors_), block,
-                                 color_of(severity, err_colors_), severity_name(severity),
-                                 err_colors_.reset,
+        std::cerr << fmt::format("{}{}{}{}:{} {}\n", stamp, block, color_of(severity, err_colors_),
+                                 severity_name(severity), err_colors_.reset,
                                  common::one_line(common::without_line_end(line.message)))
                   << std::flush;
     }
 
-    /// @param value may hold any characters.
-    void value_line(const std::string& name, const std::string& value) {
+    /// "NAME = VALUE"; each argument appends its part, safe for a terminal.
+    template <class Name, class AnyValue>
+    void value_line(Name&& append_name, AnyValue&& append_value) {
         const common::Palette& colors = lines_.palette();
-        lines_.write_text(fmt::format("{} = {}{}{}", common::one_line(name), colors.bold,
-                                      common::one_line(value), colors.reset));
+        lines_.write_text([&](std::string& line) {
+            append_name(line);
+            line.append(" = ").append(colors.bold);
+            append_value(line);
+            line += colors.reset;
+        });
+    }
+
+    /// Only a string holds characters of others, which JSON does not escape all.
+    static void append_safe(std::string& line, const Fenwa::DebugValue& value) {
+        if (std::holds_alternative<std::string>(value))
+            common::append_one_line(line, common::json_line(to_json(value)));
+        else
+            append_json(line, value);
     }
 
     common::EventLines lines_;

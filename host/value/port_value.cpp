@@ -1,6 +1,7 @@
 #include "host/value/port_value.hpp"
 
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -81,6 +82,25 @@ struct ToJson {
     }
 };
 
+struct AppendJson {
+    std::string& line;
+
+    void operator()(bool value) const { line += value ? "true" : "false"; }
+    void operator()(std::int32_t value) const { line += std::to_string(value); }
+    void operator()(float value) const { (*this)(static_cast<double>(value)); }
+    void operator()(double value) const {
+        const bool is_number = std::isfinite(value);
+        line += is_number ? "" : "\"";
+        common::append_number(line, value);
+        line += is_number ? "" : "\"";
+    }
+    void operator()(const std::string& value) const { common::append_json(line, value); }
+    template <class Other>
+    void operator()(const Other& value) const {
+        line += common::json_line(ToJson{}(value));
+    }
+};
+
 /// Reads a value of the argument's type.
 struct FromJson {
     const Json& json;
@@ -150,6 +170,14 @@ Fenwa::Datatype datatype_named(const std::string& name) {
 
 PortValue value_from_json(const Fenwa::Datatype& datatype, const Json& json) {
     return std::visit(FromJson{json}, default_value(datatype));
+}
+
+void append_json(std::string& line, const PortValue& value) {
+    std::visit(AppendJson{line}, value);
+}
+
+void append_json(std::string& line, const Fenwa::DebugValue& value) {
+    std::visit(AppendJson{line}, value);
 }
 
 Json to_json(const PortValue& value) {

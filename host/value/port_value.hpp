@@ -46,6 +46,10 @@ using PortValue =
 /// @throws common::Json::exception, common::JsonError if it is of another form.
 [[nodiscard]] PortValue value_from_json(const Fenwa::Datatype& datatype, const common::Json& json);
 
+/// Appends a value as a line of JSON: as `json_line(to_json(value))`, for lines that come quickly.
+void append_json(std::string& line, const PortValue& value);
+void append_json(std::string& line, const Fenwa::DebugValue& value);
+
 /// Values in the form of event lines. A float is written as the double of the same value.
 [[nodiscard]] common::Json to_json(const PortValue& value);
 [[nodiscard]] common::Json to_json(const Fenwa::DebugValue& value);

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "tests/support/pattern.hpp"
 
 namespace common {
@@ -67,7 +69,8 @@ TEST(StopwatchTest, IgnoresAStartThatIsWrongOrInTheFuture) {
 std::string line_with(Timestamps timestamps) {
     std::ostringstream stream;
     StandardOutput out([] {}, stream);
-    EventLines(out, EventFormat::text, ColorChoice::never, timestamps).write_text("hello");
+    EventLines(out, EventFormat::text, ColorChoice::never, timestamps)
+        .write_text([](std::string& line) { line += "hello"; });
     return stream.str();
 }
 
@@ -96,9 +99,12 @@ TEST(EventLinesTest, JsonCountsFromTheSharedStart) {
     const StartInEnvironment start(microseconds_ago(std::chrono::seconds(5)));
     std::ostringstream stream;
     StandardOutput out([] {}, stream);
-    EventLines(out, EventFormat::json, ColorChoice::never, Timestamps::none)
-        .write_json_members("ready", "");
-    expect_match(stream.str(), R"(\{"event":"ready","time":5\.\d+\}\n)");
+    EventLines lines(out, EventFormat::json, ColorChoice::never, Timestamps::none);
+    lines.write_json("ready", Json::object());
+    lines.write_json("log", {{"level", 4}});
+    lines.write_json("log", [](std::string& line) { line += R"("level":4)"; });
+    expect_match(stream.str(), R"(\{"event":"ready","time":5\.\d+\}\n)"
+                               R"((\{"event":"log","time":5\.\d+,"level":4\}\n){2})");
 }
 
 }  // namespace

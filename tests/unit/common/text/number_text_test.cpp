@@ -2,8 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
+#include <random>
+#include <string>
+
+#include <nlohmann/json.hpp>
+#include "common/text/json.hpp"
 
 namespace common {
 namespace {
@@ -22,6 +28,37 @@ TEST(ParseNumber, TakesDecimalNumbersOnly) {
     EXPECT_FALSE(parse_number<std::int64_t>("1.0"));
     EXPECT_FALSE(parse_number<std::int64_t>("9223372036854775808"));
     EXPECT_FALSE(parse_number<std::uint64_t>("-1"));
+}
+
+TEST(AppendNumber, WritesWhatAJsonLineHolds) {
+    for (const double value :
+         {0.0, -0.0, 1.0, -7.0, 36.5, 0.1, 1.0 / 3.0, 1e-4, 9.9e-5, 1e-5, 123456789012345.0, 1e15,
+          -1e20, 5e-324, 1.7976931348623157e308, static_cast<double>(0.1F)}) {
+        std::string text = "x = ";
+        append_number(text, value);
+        EXPECT_EQ(text, "x = " + json_line(value));
+    }
+}
+
+TEST(AppendNumber, IsReadAsTheSameNumber) {
+    std::mt19937_64 bits(7);
+    for (int i = 0; i < 20000; ++i) {
+        const auto value = std::bit_cast<double>(bits());
+        if (!std::isfinite(value))
+            continue;
+        std::string text;
+        append_number(text, value);
+        EXPECT_EQ(parse_number<double>(text), value) << text;
+    }
+}
+
+TEST(AppendNumber, NamesWhatIsNoNumber) {
+    std::string text;
+    for (const double value : {std::nan(""), -std::nan(""), HUGE_VAL, -HUGE_VAL}) {
+        append_number(text, value);
+        text += ' ';
+    }
+    EXPECT_EQ(text, "nan nan inf -inf ");
 }
 
 }  // namespace
