@@ -65,6 +65,7 @@ HostWatch::HostWatch(sd_event& event, const std::string& address, std::string na
                             common::host_control_path, common::host_control_interface,
                             "OutputChanged", common::callback<&HostWatch::on_output_changed>, this),
         "sd_bus_match_signal");
+    subscribe();
 }
 
 void HostWatch::follow(const ExpectedValue& value, double since) {
@@ -92,7 +93,13 @@ void HostWatch::ask() {
         call("Describe", nullptr, common::callback<&HostWatch::on_description>);
 }
 
-void HostWatch::call(const char* method, const char* argument, sd_bus_message_handler_t handler) {
+void HostWatch::subscribe() {
+    const common::MessagePtr message = new_call("Subscribe");
+    check(sd_bus_message_set_expect_reply(message.get(), 0), "sd_bus_message_set_expect_reply");
+    check(sd_bus_send(&connection_.bus(), message.get(), nullptr), "sd_bus_send");
+}
+
+common::MessagePtr HostWatch::new_call(const char* method) const {
     common::MessagePtr message;
     check(sd_bus_message_new_method_call(&connection_.bus(), message.out(), name_.c_str(),
                                          common::host_control_path, common::host_control_interface,
@@ -100,6 +107,11 @@ void HostWatch::call(const char* method, const char* argument, sd_bus_message_ha
           "sd_bus_message_new_method_call");
     // No daemon should look for a program to start.
     check(sd_bus_message_set_auto_start(message.get(), 0), "sd_bus_message_set_auto_start");
+    return message;
+}
+
+void HostWatch::call(const char* method, const char* argument, sd_bus_message_handler_t handler) {
+    const common::MessagePtr message = new_call(method);
     if (argument != nullptr)
         check(sd_bus_message_append(message.get(), "s", argument), "sd_bus_message_append");
     call_.reset();
@@ -118,6 +130,8 @@ void HostWatch::on_output_changed(sd_bus_message& signal) {
 
 void HostWatch::on_owner_changed(sd_bus_message& signal) {
     const bool has_come = !body_json(signal).at(2).get<std::string>().empty();
+    if (has_come)
+        subscribe();
     if (has_come && followed_ != nullptr && followed_->source == Source::output)
         ask();
 }

@@ -64,7 +64,10 @@ class HostWatch {
         SeenValue value;
     };
 
+    /// Asks the host to signal new values, if it is there.
+    void subscribe();
     void ask();
+    [[nodiscard]] common::MessagePtr new_call(const char* method) const;
     void call(const char* method, const char* argument, sd_bus_message_handler_t handler);
     void on_output_changed(sd_bus_message& signal);
     void on_owner_changed(sd_bus_message& signal);

@@ -56,6 +56,7 @@ class Watch {
                                   control_interface, "OutputChanged",
                                   common::callback<&Watch::on_output_changed>, this),
               "cannot watch the host");
+        host_.send(host_.new_call("Subscribe"));
         ask_for_description();
     }
     Watch(const Watch&) = delete;

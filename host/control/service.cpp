@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -60,6 +61,8 @@ const sd_bus_vtable Control::vtable_[] = {
                             SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_ARGS("Describe", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", description),
                             common::callback<&Control::describe>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Subscribe", SD_BUS_NO_ARGS, SD_BUS_NO_RESULT,
+                            common::callback<&Control::subscribe>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_ARGS("OutputChanged", SD_BUS_ARGS("s", port, "v", value), 0),
     SD_BUS_VTABLE_END,
 };
@@ -70,11 +73,10 @@ Control::Control(RunningGraph& graph, Reconfigurer& reconfigurer, EventLoop& loo
     check(sd_bus_add_object_vtable(bus_.get(), object_.out(), control_path, control_interface,
                                    vtable_, this),
           "cannot export the control interface");
+    check(sd_bus_track_new(bus_.get(), subscribers_.out(),
+                           common::callback<&Control::on_no_subscriber>, this),
+          "cannot follow clients");
     loop.attach(*bus_);
-    graph_.watch_outputs(
-        [this](const std::string& block, const std::string& port, const PortValue& value) {
-            emit_output_changed(block + '.' + port, value);
-        });
 }
 
 Control::~Control() {
@@ -121,6 +123,18 @@ int Control::describe(sd_bus_message& call) {
                   "cannot answer");
         });
     return 1;
+}
+
+int Control::subscribe(sd_bus_message& call) {
+    const int r = sd_bus_track_add_sender(subscribers_.get(), &call);
+    if (r == -ENXIO)
+        return 1;  // the sender has left the bus already
+    check(r, "cannot follow a client");
+    graph_.watch_outputs(
+        [this](const std::string& block, const std::string& port, const PortValue& value) {
+            emit_output_changed(block + '.' + port, value);
+        });
+    return sd_bus_reply_method_return(&call, "");
 }
 
 void Control::emit_output_changed(const std::string& port, const PortValue& value) noexcept {

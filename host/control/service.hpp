@@ -14,7 +14,8 @@
 namespace host {
 
 /// The control interface of a running graph: clients on the bus read and write its ports, give its
-/// blocks new settings, rebuild them and watch its outputs. Calls are served from the host's loop,
+/// blocks new settings, rebuild them and watch its outputs, of which none is signalled while nobody
+/// has subscribed. Calls are served from the host's loop,
 /// between two passes of the blocks. `Describe` returns, with the blocks in file order:
 ///
 ///     {"blocks": [{"name", "type", "settings": {KEY: VALUE, …},
@@ -48,6 +49,8 @@ class Control {
     int reconfigure(sd_bus_message& call);
     int rebuild(sd_bus_message& call);
     int describe(sd_bus_message& call);
+    int subscribe(sd_bus_message& call);
+    void on_no_subscriber() noexcept { graph_.watch_outputs({}); }
 
     void emit_output_changed(const std::string& port, const PortValue& value) noexcept;
 
@@ -56,6 +59,7 @@ class Control {
     common::BusPtr bus_;
     BusNames names_;
     common::SlotPtr object_;
+    common::TrackPtr subscribers_;
     bool reported_lost_ = false;
 };
 

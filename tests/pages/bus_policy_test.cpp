@@ -172,8 +172,11 @@ TEST_F(BusPolicy, GivesTheSignalsToThoseWhoMayCall) {
     const auto user = client_of(host_user);
     const auto other = client_of(other_user);
     for (const auto& client : {root.get(), user.get(), other.get()})
-        client->listen();
+        client->overhear();
     Process host(as(host_user, run_command()));
+    user->serve_until([&] { return user->call("Subscribe", "") == "ok"; });
+    EXPECT_TRUE(
+        other->call("Subscribe", "").starts_with("org.freedesktop.DBus.Error.AccessDenied"));
     EXPECT_GE(root->changes(2).size(), 2U);
     EXPECT_GE(user->changes(2).size(), 2U);
     // The daemon answers behind all that it has sent before.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <sstream>
+#include <stdexcept>
 
 #include "common/bus/callback.hpp"
 
@@ -63,10 +64,16 @@ std::string ControlClient::send(sd_bus_message& message) const {
     return signature == "s" ? common::read_string(*answer) : "ok";
 }
 
-void ControlClient::listen() {
+void ControlClient::overhear() {
     check(sd_bus_match_signal(&bus(), nullptr, destination_.c_str(), path, interface,
                               "OutputChanged", common::callback<&ControlClient::on_change>, this),
           "match");
+}
+
+void ControlClient::listen() {
+    overhear();
+    if (const std::string answer = call("Subscribe", ""); answer != "ok")
+        throw std::runtime_error(answer);
 }
 
 const std::vector<std::string>& ControlClient::changes(std::size_t count) {

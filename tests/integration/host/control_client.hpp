@@ -35,7 +35,9 @@ class ControlClient : public BusClient {
     }
     [[nodiscard]] common::MessagePtr new_call(const char* method) const;
 
-    /// From here on keeps the "OutputChanged" signals.
+    /// From here on keeps the "OutputChanged" signals that others have subscribed to.
+    void overhear();
+    /// Subscribes to them and keeps them.
     void listen();
     /// Serves the connection until so many have come, 20 s at most: "PORT TYPE VALUE".
     const std::vector<std::string>& changes(std::size_t count);

@@ -291,7 +291,8 @@ TEST_F(ControlWatch, NeitherLosesNorRepeatsAValueThatComesAtTheBegin) {
 
 TEST_F(ControlWatch, OutputThatNoSignalCarriesIsReportedOnce) {
     start(block("o", "OddlyNamed"), {"--control"});
-    const ControlClient client(bus());
+    ControlClient client(bus());
+    client.listen();
     EXPECT_EQ(client.write("o.in", "d", 1.0), "ok");
     EXPECT_EQ(client.write("o.in", "d", 2.0), "ok");
     ASSERT_TRUE(host().wait_for_error_text("OutputChanged"));

@@ -44,6 +44,8 @@ TEST_F(ControlName, LeadsToAnInterfaceThatCanBeIntrospected) {
   <method name="Describe">
    <arg type="s" name="description" direction="out"/>
   </method>
+  <method name="Subscribe">
+  </method>
   <signal name="OutputChanged">
    <arg type="s" name="port"/>
    <arg type="v" name="value"/>

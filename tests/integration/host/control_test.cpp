@@ -205,6 +205,36 @@ TEST_F(ControlInterface, SignalsEveryNewValueInOrderAndNoneOfAnUnknownDatatype) 
     EXPECT_EQ(client_.changes(all.size()), all);
 }
 
+TEST_F(ControlInterface, SignalsNothingUnlessASubscriberIsThere) {
+    start(relay);
+    client_.overhear();
+    const auto relayed = [this](int value) {
+        EXPECT_EQ(client_.write("r.int", "i", value), "ok");
+        const std::string expected = "i " + std::to_string(value);
+        client_.serve_until([&] { return client_.read("r.int_out") == expected; });
+        // What the host has signalled has come before its answer.
+        client_.serve_until([served = 0]() mutable { return ++served > 3; });
+    };
+    relayed(1);
+    std::string name;
+    {
+        const ControlClient subscriber(bus());
+        EXPECT_EQ(subscriber.call("Subscribe", ""), "ok");
+        EXPECT_EQ(subscriber.call("Subscribe", ""), "ok");
+        relayed(2);
+        const char* unique = nullptr;
+        common::check(sd_bus_get_unique_name(&subscriber.bus(), &unique), "name");
+        name = unique;
+    }
+    client_.serve_until([&] {
+        return sd_bus_call_method(&client_.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                  "org.freedesktop.DBus", "GetNameOwner", nullptr, nullptr, "s",
+                                  name.c_str()) < 0;
+    });
+    relayed(3);
+    EXPECT_EQ(client_.changes(0), (std::vector<std::string>{"r.int_out i 2"}));
+}
+
 TEST_F(ControlInterface, SignalsTicksWithTheirNumberAndPeriod) {
     start(block("m", "Timer", "interval = 20"));
     client_.listen();
