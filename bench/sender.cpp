@@ -1,0 +1,171 @@
+// The service of a benchmark: a temperature controller with one sensor, whose signals come on
+// order.
+//
+//     bench-sender ADDRESS
+//
+// Orders come on stdin, one a line. Each is answered with a line on stdout once the receiver, the
+// last client that has registered, has handled all signals and answered a call that came behind
+// them:
+//
+//     registered            waits for a client
+//     blast COUNT           signals as quickly as the bus takes them: "SECONDS"
+//     pace COUNT PERIOD     one signal in each PERIOD microseconds: "SECONDS"
+//     trips COUNT           a signal and a call, and the next ones after the answer: "MICROSECONDS
+//     …"
+#include <systemd/sd-bus.h>
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "common/bus/bus.hpp"
+#include "common/bus/callback.hpp"
+
+namespace {
+
+using common::check;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* name = "com.tarlo.TemperatureController";
+constexpr const char* path = "/com/tarlo/TemperatureController";
+constexpr std::int32_t signal_id = 3;
+/// Signals before sd-bus is made to write them, so that its queue stays short.
+constexpr int portion = 100;
+
+class Sender {
+  public:
+    explicit Sender(const std::string& address)
+        : bus_(common::open_bus(address, std::chrono::seconds(10))) {
+        check(sd_bus_add_object_vtable(bus_.get(), object_.out(), path, name, vtable_, this),
+              "cannot export the object");
+        common::own_name(*bus_, name);
+    }
+
+    void wait_for_receiver() {
+        while (receiver_.empty()) {
+            if (check(sd_bus_process(bus_.get(), nullptr), "cannot serve") == 0)
+                check(sd_bus_wait(bus_.get(), UINT64_MAX), "cannot wait");
+        }
+    }
+
+    double blast(int count) {
+        const auto begin = Clock::now();
+        for (int i = 0; i < count; ++i) {
+            signal();
+            if (i % portion == 0)
+                check(sd_bus_flush(bus_.get()), "cannot send");
+        }
+        wait_until_handled();
+        return seconds_since(begin);
+    }
+
+    double pace(int count, std::chrono::microseconds period) {
+        const auto begin = Clock::now();
+        for (int i = 0; i < count; ++i) {
+            signal();
+            check(sd_bus_flush(bus_.get()), "cannot send");
+            std::this_thread::sleep_until(begin + (i + 1) * period);
+        }
+        wait_until_handled();
+        return seconds_since(begin);
+    }
+
+    std::string trips(int count) {
+        std::ostringstream times;
+        for (int i = 0; i < count; ++i) {
+            const auto begin = Clock::now();
+            signal();
+            wait_until_handled();
+            times << seconds_since(begin) * 1e6 << ' ';
+        }
+        return times.str();
+    }
+
+  private:
+    static double seconds_since(Clock::time_point begin) {
+        return std::chrono::duration<double>(Clock::now() - begin).count();
+    }
+
+    void signal() {
+        value_ = value_ == 40.0 ? 50.5 : 40.0;
+        check(sd_bus_emit_signal(bus_.get(), path, name, "TemperatureChangeSignal", "id", signal_id,
+                                 value_),
+              "cannot send a signal");
+    }
+
+    /// The receiver's library answers this call itself, after all signals that came before it.
+    void wait_until_handled() {
+        check(sd_bus_call_method(bus_.get(), receiver_.c_str(), "/", "org.freedesktop.DBus.Peer",
+                                 "Ping", nullptr, nullptr, ""),
+              "the receiver does not answer");
+    }
+
+    int on_id(sd_bus_message& call) { return sd_bus_reply_method_return(&call, "i", 7); }
+    int on_register(sd_bus_message& call) {
+        receiver_ = sd_bus_message_get_sender(&call);
+        return sd_bus_reply_method_return(&call, "i", signal_id);
+    }
+    int on_read(sd_bus_message& call) { return sd_bus_reply_method_return(&call, "d", value_); }
+
+    static const sd_bus_vtable vtable_[];
+
+    common::BusPtr bus_;
+    common::SlotPtr object_;
+    std::string receiver_;
+    double value_ = 36.5;
+};
+
+const sd_bus_vtable Sender::vtable_[] = {
+    SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetTemperatureIdFromName", "s", "i", common::callback<&Sender::on_id>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RegisterForTemperatureChangeSignal", "id", "i",
+                  common::callback<&Sender::on_register>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetTemperature", "is", "d", common::callback<&Sender::on_read>,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_SIGNAL("TemperatureChangeSignal", "id", 0),
+    SD_BUS_VTABLE_END,
+};
+
+void serve(Sender& sender) {
+    for (std::string line; std::getline(std::cin, line);) {
+        std::istringstream words(line);
+        std::string order;
+        int count = 0;
+        std::int64_t period = 0;
+        words >> order >> count >> period;
+        if (order == "registered") {
+            sender.wait_for_receiver();
+            std::cout << "yes";
+        } else if (order == "blast") {
+            std::cout << sender.blast(count);
+        } else if (order == "pace") {
+            std::cout << sender.pace(count, std::chrono::microseconds(period));
+        } else if (order == "trips") {
+            std::cout << sender.trips(count);
+        } else {
+            throw std::runtime_error("no such order: " + line);
+        }
+        std::cout << std::endl;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc != 2)
+            throw std::runtime_error("usage: bench-sender ADDRESS");
+        Sender sender(argv[1]);
+        std::cout << "ready" << std::endl;
+        serve(sender);
+    } catch (const std::exception& error) {
+        std::cerr << "bench-sender: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
