@@ -1,5 +1,4 @@
-// The service of a benchmark: a temperature controller with one sensor, whose signals come on
-// order.
+// The service of a benchmark: a temperature controller whose sensor signals on order.
 //
 //     bench-sender ADDRESS
 //
@@ -10,8 +9,7 @@
 //     registered            waits for a client
 //     blast COUNT           signals as quickly as the bus takes them: "SECONDS"
 //     pace COUNT PERIOD     one signal in each PERIOD microseconds: "SECONDS"
-//     trips COUNT           a signal and a call, and the next ones after the answer: "MICROSECONDS
-//     …"
+//     trips COUNT           a signal and a call, COUNT times: "MICROSECONDS …"
 #include <systemd/sd-bus.h>
 
 #include <chrono>
@@ -22,6 +20,7 @@
 #include <string>
 #include <thread>
 
+#include "camera/bus/names.hpp"
 #include "common/bus/bus.hpp"
 #include "common/bus/callback.hpp"
 
@@ -30,8 +29,7 @@ namespace {
 using common::check;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* name = "com.tarlo.TemperatureController";
-constexpr const char* path = "/com/tarlo/TemperatureController";
+constexpr camera::BusObject controller = camera::temperature_controller;
 constexpr std::int32_t signal_id = 3;
 /// Signals before sd-bus is made to write them, so that its queue stays short.
 constexpr int portion = 100;
@@ -40,9 +38,10 @@ class Sender {
   public:
     explicit Sender(const std::string& address)
         : bus_(common::open_bus(address, std::chrono::seconds(10))) {
-        check(sd_bus_add_object_vtable(bus_.get(), object_.out(), path, name, vtable_, this),
+        check(sd_bus_add_object_vtable(bus_.get(), object_.out(), controller.path,
+                                       controller.interface, vtable_, this),
               "cannot export the object");
-        common::own_name(*bus_, name);
+        common::own_name(*bus_, controller.name);
     }
 
     void wait_for_receiver() {
@@ -92,8 +91,8 @@ class Sender {
 
     void signal() {
         value_ = value_ == 40.0 ? 50.5 : 40.0;
-        check(sd_bus_emit_signal(bus_.get(), path, name, "TemperatureChangeSignal", "id", signal_id,
-                                 value_),
+        check(sd_bus_emit_signal(bus_.get(), controller.path, controller.interface,
+                                 "TemperatureChangeSignal", "id", signal_id, value_),
               "cannot send a signal");
     }
 

@@ -48,7 +48,6 @@ class Callback {
     constexpr operator sd_bus_message_handler_t() const noexcept { return on_message; }
     constexpr operator sd_bus_property_get_t() const noexcept { return on_property; }
     constexpr operator sd_bus_track_handler_t() const noexcept { return on_track; }
-    constexpr operator sd_event_handler_t() const noexcept { return on_event<>; }
     constexpr operator sd_event_io_handler_t() const noexcept { return on_io; }
     constexpr operator sd_event_time_handler_t() const noexcept { return on_event<std::uint64_t>; }
     constexpr operator sd_event_signal_handler_t() const noexcept { return on_signal; }

@@ -20,36 +20,11 @@ constexpr const char* daemon_name = "org.freedesktop.DBus";
 BusInterposer* current = nullptr;
 std::thread::id observed_thread;
 
-using CallAsync = decltype(&sd_bus_call_async);
-using AddMatchAsync = decltype(&sd_bus_add_match_async);
-using AddMatch = decltype(&sd_bus_add_match);
-using AddObject = decltype(&sd_bus_add_object_vtable);
-using Call = decltype(&sd_bus_call);
-
 /// libsystemd's own function of that name, not the program's.
-template <class Function>
-Function next(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
-CallAsync real_call_async() {
-    static const auto real = next<CallAsync>("sd_bus_call_async");
-    return real;
-}
-
-AddMatchAsync real_add_match_async() {
-    static const auto real = next<AddMatchAsync>("sd_bus_add_match_async");
-    return real;
-}
-
-AddMatch real_add_match() {
-    static const auto real = next<AddMatch>("sd_bus_add_match");
-    return real;
-}
-
-AddObject real_add_object() {
-    static const auto real = next<AddObject>("sd_bus_add_object_vtable");
-    return real;
+template <auto Function>
+auto real(const char* name) {
+    static const auto function = reinterpret_cast<decltype(Function)>(dlsym(RTLD_NEXT, name));
+    return function;
 }
 
 /// Has `make` make a slot, whose callbacks belong to the current block.
@@ -66,11 +41,6 @@ int make_marked(sd_bus_slot** slot, Make&& make) {
         sd_bus_slot_unref(floating);
     }
     return r;
-}
-
-Call real_call() {
-    static const auto real = next<Call>("sd_bus_call");
-    return real;
 }
 
 bool is(const char* text, std::string_view wanted) {
@@ -164,8 +134,8 @@ int BusInterposer::call_async(sd_bus_slot** slot, sd_bus_message* message,
     const bool asks = callback != nullptr && for_daemon && CurrentBlock::name() != nullptr &&
                       is(sd_bus_message_get_member(message), "GetNameOwner");
     // The userdata stays the block's; the cookie leads back to its callback.
-    const int r = real_call_async()(&bus_, slot, message, counts || asks ? on_reply : callback,
-                                    userdata, timeout);
+    const int r = real<&sd_bus_call_async>("sd_bus_call_async")(
+        &bus_, slot, message, counts || asks ? on_reply : callback, userdata, timeout);
     if (r < 0)
         return r;
     ++calls_;
@@ -184,8 +154,9 @@ int BusInterposer::add_match_async(sd_bus_slot** slot, const char* rule,
     installing_ = install_callback;
     rule_ = rule == nullptr ? "" : rule;
     const int r = make_marked(slot, [&](sd_bus_slot** made) {
-        return real_add_match_async()(&bus_, made, rule, callback,
-                                      install_callback == nullptr ? nullptr : on_reply, userdata);
+        return real<&sd_bus_add_match_async>("sd_bus_add_match_async")(
+            &bus_, made, rule, callback, install_callback == nullptr ? nullptr : on_reply,
+            userdata);
     });
     installing_ = nullptr;
     return r;
@@ -204,7 +175,7 @@ int BusInterposer::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_e
                         sd_bus_message** reply) {
     common::BusError own;
     sd_bus_error* const seen = error == nullptr ? &own : error;
-    const int r = real_call()(&bus_, message, timeout, seen, reply);
+    const int r = real<&sd_bus_call>("sd_bus_call")(&bus_, message, timeout, seen, reply);
     ++calls_;
     const ServiceCall called = note_call(*message);
     if (r >= 0 || sd_bus_error_is_set(seen) > 0)
@@ -328,7 +299,8 @@ int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* message,
                       sd_bus_message_handler_t callback, void* userdata, std::uint64_t timeout) {
     if (host::BusInterposer* const interposer = host::BusInterposer::of(bus, message))
         return interposer->call_async(slot, message, callback, userdata, timeout);
-    return host::real_call_async()(bus, slot, message, callback, userdata, timeout);
+    return host::real<&sd_bus_call_async>("sd_bus_call_async")(bus, slot, message, callback,
+                                                               userdata, timeout);
 }
 
 int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
@@ -336,13 +308,15 @@ int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* rule,
                            sd_bus_message_handler_t install_callback, void* userdata) {
     if (host::BusInterposer* const interposer = host::BusInterposer::of(bus))
         return interposer->add_match_async(slot, rule, callback, install_callback, userdata);
-    return host::real_add_match_async()(bus, slot, rule, callback, install_callback, userdata);
+    return host::real<&sd_bus_add_match_async>("sd_bus_add_match_async")(
+        bus, slot, rule, callback, install_callback, userdata);
 }
 
 int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
                      sd_bus_message_handler_t callback, void* userdata) {
     const auto add = [&](sd_bus_slot** made) {
-        return host::real_add_match()(bus, made, rule, callback, userdata);
+        return host::real<&sd_bus_add_match>("sd_bus_add_match")(bus, made, rule, callback,
+                                                                 userdata);
     };
     return host::BusInterposer::of(bus) == nullptr ? add(slot) : host::make_marked(slot, add);
 }
@@ -350,7 +324,8 @@ int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
 int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
                              const char* interface, const sd_bus_vtable* vtable, void* userdata) {
     const auto add = [&](sd_bus_slot** made) {
-        return host::real_add_object()(bus, made, path, interface, vtable, userdata);
+        return host::real<&sd_bus_add_object_vtable>("sd_bus_add_object_vtable")(
+            bus, made, path, interface, vtable, userdata);
     };
     return host::BusInterposer::of(bus) == nullptr ? add(slot) : host::make_marked(slot, add);
 }
@@ -359,7 +334,7 @@ int sd_bus_call(sd_bus* bus, sd_bus_message* message, std::uint64_t timeout, sd_
                 sd_bus_message** reply) {
     if (host::BusInterposer* const interposer = host::BusInterposer::of(bus, message))
         return interposer->call(message, timeout, error, reply);
-    return host::real_call()(bus, message, timeout, error, reply);
+    return host::real<&sd_bus_call>("sd_bus_call")(bus, message, timeout, error, reply);
 }
 
 }  // extern "C"
