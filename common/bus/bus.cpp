@@ -174,10 +174,8 @@ bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
     return flushed >= 0 && closed_by_daemon;
 }
 
-int check(int r, const char* what) {
-    if (r < 0)
-        throw std::system_error(-r, std::generic_category(), what);
-    return r;
+void fail(int error, const char* what) {
+    throw std::system_error(error, std::generic_category(), what);
 }
 
 std::string read_string(sd_bus_message& message) {

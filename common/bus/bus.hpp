@@ -73,7 +73,14 @@ void own_name(sd_bus& bus, const std::string& name);
 /// An empty method return for `call`. @throws std::system_error.
 [[nodiscard]] MessagePtr new_reply(sd_bus_message& call);
 
+/// @throws std::system_error of this errno.
+[[noreturn]] void fail(int error, const char* what);
+
 /// @throws std::system_error when `r` is negative; returns `r` otherwise.
-int check(int r, const char* what);
+inline int check(int r, const char* what) {
+    if (r < 0)
+        fail(-r, what);
+    return r;
+}
 
 }  // namespace common

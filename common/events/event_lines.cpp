@@ -33,7 +33,9 @@ void append_digits(std::string& line, std::int64_t number, std::size_t width, ch
     std::array<char, 20> digits;
     const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     const auto size = static_cast<std::size_t>(end - digits.data());
-    line.append(width - std::min(width, size), fill).append(digits.data(), size);
+    if (size < width)
+        line.append(width - size, fill);
+    line.append(digits.data(), size);
 }
 
 }  // namespace
@@ -44,20 +46,34 @@ void EventLines::write_json(std::string_view event, const Json& members) {
     out_.write(line);
 }
 
-void EventLines::append_stamp(std::string& line, const Palette& palette) const {
+std::string EventLines::stamp(const Palette& palette) const {
     if (timestamps_ == Timestamps::none)
-        return;
-    line += palette.dim;
+        return {};
+    std::string time;
     if (timestamps_ == Timestamps::wall) {
-        line += wall_time();
+        time = wall_time();
     } else {
         // As "{:8.3f}" of the seconds.
-        const auto milliseconds = (watch_.elapsed().count() + 500) / 1000;
-        append_digits(line, milliseconds / 1000, 4, ' ');
-        line += '.';
-        append_digits(line, milliseconds % 1000, 3, '0');
+        const std::int64_t milliseconds = rounded_milliseconds();
+        append_digits(time, milliseconds / 1000, 4, ' ');
+        time += '.';
+        append_digits(time, milliseconds % 1000, 3, '0');
     }
-    line.append(palette.reset).append("  ");
+    return fmt::format("{}{}{}  ", palette.dim, time, palette.reset);
+}
+
+std::int64_t EventLines::rounded_milliseconds() const {
+    return (watch_.elapsed().count() + 500) / 1000;
+}
+
+void EventLines::begin_text() {
+    // Lines that come quickly share their stamp.
+    const std::int64_t now =
+        timestamps_ == Timestamps::relative ? rounded_milliseconds() : not_stamped;
+    if (now == not_stamped || now != stamped_)
+        stamp_ = stamp(palette_);
+    stamped_ = now;
+    line_ = stamp_;
 }
 
 std::string EventLines::json_event(std::string_view event, const Json& members) const {
@@ -70,8 +86,9 @@ std::string EventLines::json_event(std::string_view event, const Json& members) 
 }
 
 void EventLines::begin_json(std::string& line, std::string_view event) const {
-    line.assign("{\"event\":\"").append(event).append("\",\"time\":");
-    append_number(line, seconds());
+    line.clear();
+    line.append("{\"event\":\"").append(event).append("\",\"time\":");
+    append_seconds(line, watch_.elapsed());
 }
 
 }  // namespace common

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -36,9 +37,8 @@ class EventLines {
     [[nodiscard]] double seconds() const { return watch_.seconds(); }
     /// The start from which the times count.
     [[nodiscard]] const Stopwatch& watch() const noexcept { return watch_; }
-    /// Appends the time in front of a line of text, two blanks after it; nothing without
-    /// timestamps.
-    void append_stamp(std::string& line, const Palette& palette) const;
+    /// The time in front of a line of text, with two blanks after it; empty without timestamps.
+    [[nodiscard]] std::string stamp(const Palette& palette) const;
 
     /// Writes {"event":EVENT,"time":SECONDS,…}.
     /// @param members an object.
@@ -61,8 +61,7 @@ class EventLines {
     template <std::invocable<std::string&> Append>
     void write_text(Append&& append) {
         const std::lock_guard lock(mutex_);
-        line_.clear();
-        append_stamp(line_, palette_);
+        begin_text();
         append(line_);
         line_ += '\n';
         out_.write(line_);
@@ -74,6 +73,11 @@ class EventLines {
   private:
     /// Makes `line` the beginning of an event.
     void begin_json(std::string& line, std::string_view event) const;
+    /// Makes `line_` the time in front of a text.
+    void begin_text();
+    [[nodiscard]] std::int64_t rounded_milliseconds() const;
+
+    static constexpr std::int64_t not_stamped = -1;
 
     StandardOutput& out_;
     EventFormat format_;
@@ -81,7 +85,9 @@ class EventLines {
     Palette palette_;
     Stopwatch watch_;
     std::mutex mutex_;
-    std::string line_;  ///< keeps its memory from line to line
+    std::string line_;                    ///< keeps its memory from line to line
+    std::string stamp_;                   ///< of the last line of text
+    std::int64_t stamped_ = not_stamped;  ///< its time in milliseconds
 };
 
 }  // namespace common

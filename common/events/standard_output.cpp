@@ -29,8 +29,10 @@ void StandardOutput::write(std::string_view text) {
     if (error_ != 0)
         return;
     errno = 0;
-    stream_ << text << std::flush;
-    if (!stream_.good())
+    // Without the stream's own state, which is made anew for each output.
+    std::streambuf& buffer = *stream_.rdbuf();
+    const auto size = static_cast<std::streamsize>(text.size());
+    if (buffer.sputn(text.data(), size) != size || buffer.pubsync() != 0)
         fail(errno != 0 ? errno : EIO);
 }
 

@@ -41,10 +41,7 @@ std::string json_line(const Json& value) {
 }
 
 void append_json(std::string& line, std::string_view text) {
-    const bool is_plain = std::all_of(text.begin(), text.end(), [](char c) {
-        return c >= ' ' && c <= '~' && c != '"' && c != '\\';
-    });
-    if (is_plain)
+    if (is_printable_ascii(text) && text.find('"') == text.npos && text.find('\\') == text.npos)
         line.append("\"").append(text).append("\"");
     else
         line += json_line(text);

@@ -20,6 +20,9 @@ namespace common {
 /// Appends the text so made safe: for lines that come quickly.
 void append_one_line(std::string& line, std::string_view text);
 
+/// Whether a text has only the characters of ASCII that can be seen, and blanks.
+[[nodiscard]] bool is_printable_ascii(std::string_view text) noexcept;
+
 /// A logged text without the line end that it may bring along.
 [[nodiscard]] std::string_view without_line_end(std::string_view text);
 

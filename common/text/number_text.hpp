@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,5 +24,8 @@ template <class Number>
 /// Appends a number as `json_line` writes it: the shortest decimal that is read as the same double,
 /// with a fraction or an exponent: "36.0", "1e-05". NaN and infinities become "nan", "inf", "-inf".
 void append_number(std::string& text, double value);
+
+/// Appends a time of 0 or more in seconds, as `append_number` does, without a detour over a double.
+void append_seconds(std::string& text, std::chrono::microseconds time);
 
 }  // namespace common

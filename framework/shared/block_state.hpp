@@ -41,6 +41,7 @@ struct Block::State {
     std::vector<ExportedObject> objects;
     const InitTools* tools = nullptr;
     std::function<void(const RefusedExport&)> on_refused;
+    void* host_data = nullptr;
 
     // For the ready queue; touched by every thread that fires.
     std::atomic<ReadyQueue*> queue{nullptr};

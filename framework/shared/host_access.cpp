@@ -26,6 +26,14 @@ std::vector<RefusedExport> HostAccess::adopt(
     return refused;
 }
 
+void HostAccess::set_host_data(Block& block, void* data) {
+    block.state_->host_data = data;
+}
+
+void* HostAccess::host_data(const Block& block) {
+    return block.state_->host_data;
+}
+
 std::vector<std::pair<std::string, std::string>> HostAccess::exported_objects(const Block& block) {
     std::vector<std::pair<std::string, std::string>> objects;
     for (const ExportedObject& object : block.state_->objects)

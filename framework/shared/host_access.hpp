@@ -28,6 +28,10 @@ class FENWA_API HostAccess {
         Block& block, const InitTools& tools, ReadyQueue& queue,
         std::function<void(const RefusedExport&)> on_refused_later = {});
 
+    /// Keeps a pointer of the host's with the block; null at first.
+    static void set_host_data(Block& block, void* data);
+    [[nodiscard]] static void* host_data(const Block& block);
+
     /// Path and interface of every object that the block asked to export.
     [[nodiscard]] static std::vector<std::pair<std::string, std::string>> exported_objects(
         const Block& block);

@@ -29,11 +29,16 @@ void ReadyQueue::take(std::vector<Block*>& ready) {
     for (Block* block = newest_.exchange(nullptr, std::memory_order_acquire); block != nullptr;
          block = block->state_->next)
         ready.push_back(block);
-    std::reverse(ready.begin() + known, ready.end());
+    if (static_cast<std::ptrdiff_t>(ready.size()) > known + 1)
+        std::reverse(ready.begin() + known, ready.end());
 }
 
 void ReadyQueue::about_to_run(Block& block) noexcept {
     block.state_->queued.store(false);
+}
+
+bool ReadyQueue::is_ready(const Block& block) noexcept {
+    return block.state_->queued.load();
 }
 
 bool ReadyQueue::retire(Block& block) noexcept {

@@ -30,6 +30,9 @@ class FENWA_API ReadyQueue {
     /// that no fire is lost. Host's thread.
     static void about_to_run(Block& block) noexcept;
 
+    /// Whether the block has become ready since `about_to_run`. Host's thread.
+    [[nodiscard]] static bool is_ready(const Block& block) noexcept;
+
     /// From here on no fire adds the block, which is about to be destroyed. Host's thread.
     /// @returns whether it had become ready and has not run since: the queue, or whoever emptied
     /// it,

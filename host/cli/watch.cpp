@@ -69,7 +69,7 @@ class Watch {
   private:
     struct Output {
         Fenwa::Datatype datatype;
-        bool printed;
+        std::string label;  ///< of the event writer
     };
 
     void ask_for_description() {
@@ -102,9 +102,9 @@ class Watch {
             const Fenwa::Datatype datatype = datatype_named(output.type);
             const auto [known, is_new] = outputs_.try_emplace(
                 output.name(),
-                Output{datatype, events_.prints_output(output.block, output.port, datatype)});
-            if (is_new && known->second.printed)
-                events_.output(output.block, output.port, datatype,
+                Output{datatype, events_.output_label(output.block, output.port, datatype)});
+            if (is_new && !known->second.label.empty())
+                events_.output(known->second.label, datatype,
                                value_from_json(datatype, *output.value));
         }
     }
@@ -119,16 +119,15 @@ class Watch {
 
     void write_output(sd_bus_message& signal) {
         const std::string port = common::read_string(signal);
-        const std::optional<Endpoint> end = parse_endpoint(port);
         const auto output = outputs_.find(port);
         // The host may have built blocks since the description.
-        if (!end || output == outputs_.end())
+        if (output == outputs_.end())
             return ask_for_description();
-        const auto& [datatype, printed] = output->second;
-        if (!printed)
+        const auto& [datatype, label] = output->second;
+        if (label.empty())
             return;
         if (const auto value = value_from_variant(signal, datatype)) {
-            events_.output(end->block, end->port, datatype, *value);
+            events_.output(label, datatype, *value);
         } else {
             outputs_.erase(output);
             ask_for_description();

@@ -27,15 +27,21 @@ class Activity {
     /// included.
     [[nodiscard]] static const Activity* current() noexcept;
 
-    /// An activity as another thread sees it.
+    /// What the loop's thread does, as another thread sees it.
     struct Seen {
-        std::uint32_t number;  ///< changes with each begin and end
-        std::chrono::steady_clock::time_point since;
-        std::string text;   ///< "block 'reader' in run"
-        std::string block;  ///< "reader"; empty where it is not a block's
+        std::uint32_t number = 0;  ///< changes with each begin and end
+        /// Empty where the end of an inner one has made it the innermost.
+        std::optional<std::chrono::steady_clock::time_point> since{};
+        std::string text{};   ///< "block 'reader' in run"; empty where there is none
+        std::string block{};  ///< "reader"; empty where it is not a block's
     };
-    /// The one of the loop's thread, if there is one. Any thread.
-    [[nodiscard]] static std::optional<Seen> seen();
+    /// Any thread.
+    [[nodiscard]] static Seen seen();
+
+    /// Has the next begin of an activity set an eventfd, once. For one thread.
+    /// @param number of the last `seen`, which showed none.
+    /// @returns false if one has begun since; the eventfd may be set then, too.
+    static bool notify_at_begin(int eventfd, std::uint32_t number) noexcept;
 
   private:
     const char* kind_;

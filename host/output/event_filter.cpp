@@ -32,8 +32,8 @@ class FilteringWriter final : public EventWriter {
         writer_->ready();
     }
 
-    [[nodiscard]] bool prints_output(const std::string& block, const std::string& port,
-                                     const Fenwa::Datatype& datatype) override {
+    [[nodiscard]] std::string output_label(const std::string& block, const std::string& port,
+                                           const Fenwa::Datatype& datatype) override {
         const std::string name = block + '.' + port;
         if (!unmatched_.empty()) {
             outputs_.push_back(name);
@@ -41,13 +41,14 @@ class FilteringWriter final : public EventWriter {
                           [&](const std::string& glob) { return common::matches(name, glob); });
         }
         const bool is_tick = datatype == Fenwa::datatype_of<Fenwa::datatype_timersource>();
-        return filter_.output && (filter_.ticks || !is_tick) &&
-               common::matches(name, filter_.ports);
+        const bool is_written =
+            filter_.output && (filter_.ticks || !is_tick) && common::matches(name, filter_.ports);
+        return is_written ? writer_->output_label(block, port, datatype) : std::string();
     }
 
-    void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
+    void output(const std::string& label, const Fenwa::Datatype& datatype,
                 const PortValue& value) override {
-        writer_->output(block, port, datatype, value);
+        writer_->output(label, datatype, value);
     }
 
     void debug(const std::string& key, const Fenwa::DebugValue& value) override {

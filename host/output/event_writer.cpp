@@ -34,16 +34,16 @@ class JsonWriter final : public EventWriter {
 
     void ready() override { lines_.write_json("ready", Json::object()); }
 
-    void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
+    [[nodiscard]] std::string output_label(const std::string& block, const std::string& port,
+                                           const Fenwa::Datatype& datatype) override {
+        return fmt::format(R"("block":{},"port":{},"type":{},"value":)", common::json_line(block),
+                           common::json_line(port), common::json_line(type_name(datatype)));
+    }
+
+    void output(const std::string& label, const Fenwa::Datatype& /*datatype*/,
                 const PortValue& value) override {
         lines_.write_json("output", [&](std::string& line) {
-            line += "\"block\":";
-            common::append_json(line, block);
-            line += ",\"port\":";
-            common::append_json(line, port);
-            line += ",\"type\":";
-            common::append_json(line, type_name(datatype));
-            line += ",\"value\":";
+            line += label;
             append_json(line, value);
         });
     }
@@ -94,44 +94,48 @@ class TextWriter final : public EventWriter {
     TextWriter(common::StandardOutput& out, common::ColorChoice color,
                common::Timestamps timestamps)
         : lines_(out, common::EventFormat::text, color, timestamps),
+          before_value_(fmt::format(" = {}", lines_.palette().bold)),
           err_colors_(common::use_color(color, stderr)),
           repeated_([this](const RepeatedLines::Line& line) { write_log_line(line); }) {}
 
     void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) override {
         const Json values = to_json(settings);
         for (const auto& [key, value] : values.items())
-            value_line(
-                [&](std::string& line) { common::append_one_line(line, block + " setup " + key); },
-                [&, &value = value](std::string& line) {
-                    common::append_one_line(line, common::json_line(value));
-                });
+            lines_.write_text([&, &key = key, &value = value](std::string& line) {
+                common::append_one_line(line, block + " setup " + key);
+                line += before_value_;
+                common::append_one_line(line, common::json_line(value));
+                line += lines_.palette().reset;
+            });
     }
 
     void ready() override { common::print_message(common::Severity::info, "ready"); }
 
-    void output(const std::string& block, const std::string& port, const Fenwa::Datatype& datatype,
+    [[nodiscard]] std::string output_label(const std::string& block, const std::string& port,
+                                           const Fenwa::Datatype& /*datatype*/) override {
+        return common::one_line(block + '.' + port) + before_value_;
+    }
+
+    void output(const std::string& label, const Fenwa::Datatype& datatype,
                 const PortValue& value) override {
-        value_line(
-            [&](std::string& line) {
-                common::append_one_line(line, block);
-                line += '.';
-                common::append_one_line(line, port);
-            },
-            [&](std::string& line) {
-                if (std::holds_alternative<std::monostate>(value))
-                    common::append_one_line(line, unknown_value_text(type_name(datatype)));
-                else
-                    append_json(line, value);
-            });
+        lines_.write_text([&](std::string& line) {
+            line += label;
+            if (std::holds_alternative<std::monostate>(value))
+                common::append_one_line(line, unknown_value_text(type_name(datatype)));
+            else
+                append_json(line, value);
+            line += lines_.palette().reset;
+        });
     }
 
     void debug(const std::string& key, const Fenwa::DebugValue& value) override {
-        value_line(
-            [&](std::string& line) {
-                line += "debug ";
-                common::append_one_line(line, key);
-            },
-            [&](std::string& line) { append_safe(line, value); });
+        lines_.write_text([&](std::string& line) {
+            line += "debug ";
+            common::append_one_line(line, key);
+            line += before_value_;
+            append_safe(line, value);
+            line += lines_.palette().reset;
+        });
     }
 
     void log(int level, const std::string& message) override { repeated_.log(level, message); }
@@ -158,25 +162,12 @@ class TextWriter final : public EventWriter {
             line.block.empty() ? std::string()
                                : fmt::format("{}{}:{} ", err_colors_.cyan,
                                              common::one_line(line.block), err_colors_.reset);
-        std::string stamp;
-        lines_.append_stamp(stamp, err_colors_);
         // In one piece, because other hosts may write to the same terminal.
-        std::cerr << fmt::format("{}{}{}{}:{} {}\n", stamp, block, color_of(severity, err_colors_),
-                                 severity_name(severity), err_colors_.reset,
+        std::cerr << fmt::format("{}{}{}{}:{} {}\n", lines_.stamp(err_colors_), block,
+                                 color_of(severity, err_colors_), severity_name(severity),
+                                 err_colors_.reset,
                                  common::one_line(common::without_line_end(line.message)))
                   << std::flush;
-    }
-
-    /// "NAME = VALUE"; each argument appends its part, safe for a terminal.
-    template <class Name, class AnyValue>
-    void value_line(Name&& append_name, AnyValue&& append_value) {
-        const common::Palette& colors = lines_.palette();
-        lines_.write_text([&](std::string& line) {
-            append_name(line);
-            line.append(" = ").append(colors.bold);
-            append_value(line);
-            line += colors.reset;
-        });
     }
 
     /// Only a string holds characters of others, which JSON does not escape all.
@@ -188,6 +179,7 @@ class TextWriter final : public EventWriter {
     }
 
     common::EventLines lines_;
+    const std::string before_value_;  ///< behind the name
     common::Palette err_colors_;
     RepeatedLog repeated_;
 };

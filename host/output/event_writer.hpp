@@ -23,16 +23,15 @@ class EventWriter {
     virtual void setup(const std::string& block, const Fenwa::BlockConfiguration& settings) = 0;
     /// All blocks are started.
     virtual void ready() = 0;
-    /// Whether the new values of an output are written; asked once, before the first of them, so
-    /// that an output that nobody sees costs nothing. Thread of the loop.
-    [[nodiscard]] virtual bool prints_output(const std::string& /*block*/,
-                                             const std::string& /*port*/,
-                                             const Fenwa::Datatype& /*datatype*/) {
-        return true;
-    }
-    /// An output for which `prints_output` is true carries a new value.
-    virtual void output(const std::string& block, const std::string& port,
-                        const Fenwa::Datatype& datatype, const PortValue& value) = 0;
+    /// What the lines about the new values of an output begin with, for `output`. Empty where these
+    /// are not written. Asked once, before the first of them. Thread of the loop.
+    [[nodiscard]] virtual std::string output_label(const std::string& block,
+                                                   const std::string& port,
+                                                   const Fenwa::Datatype& datatype) = 0;
+    /// An output carries a new value.
+    /// @param label its `output_label`, not empty.
+    virtual void output(const std::string& label, const Fenwa::Datatype& datatype,
+                        const PortValue& value) = 0;
     /// A debug-data entry was set.
     virtual void debug(const std::string& key, const Fenwa::DebugValue& value) = 0;
     /// The block of `CurrentBlock`, if there is one, logs a line; `message` as the block gives it.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <utility>
 
 #include "common/events/message.hpp"
 #include "common/process/background_thread.hpp"
@@ -73,7 +74,7 @@ void OutputWriter::append(std::string_view text, WhenFull when_full) {
     pending_.append(text);
     unwritten_ += text.size();
     // The rest of a line comes soon; in one piece it is safe from other writers.
-    if (sleeping_ && !in_line_)
+    if (!in_line_ && std::exchange(sleeping_, false))
         wake_.notify_one();
 }
 

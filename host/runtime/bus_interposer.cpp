@@ -85,9 +85,6 @@ bool add(std::vector<std::string>& list, const std::string& text) {
 }  // namespace
 
 BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
-    common::check(
-        sd_bus_add_filter(&bus, &filter_, common::callback<&BusInterposer::on_message>, this),
-        "cannot follow the bus");
     CurrentBlock::follow(&bus);
     current = this;
     observed_thread = std::this_thread::get_id();
@@ -96,7 +93,6 @@ BusInterposer::BusInterposer(sd_bus& bus) : bus_(bus) {
 BusInterposer::~BusInterposer() {
     current = nullptr;
     CurrentBlock::follow(nullptr);
-    sd_bus_slot_unref(filter_);
 }
 
 BusInterposer* BusInterposer::of(sd_bus* bus, sd_bus_message* message) noexcept {
@@ -169,6 +165,14 @@ void BusInterposer::expect(sd_bus_message& message, Pending pending) {
     unanswered_ += pending.counts ? 1 : 0;
     matches_requested_ += pending.rule.empty() ? 0 : 1;
     pending_.insert_or_assign(cookie, std::move(pending));
+    watch_messages();
+}
+
+void BusInterposer::watch_messages() {
+    if (filter_ == nullptr)
+        common::check(sd_bus_add_filter(&bus_, filter_.out(),
+                                        common::callback<&BusInterposer::on_message>, this),
+                      "cannot follow the bus");
 }
 
 int BusInterposer::call(sd_bus_message* message, std::uint64_t timeout, sd_bus_error* error,
@@ -229,7 +233,13 @@ void BusInterposer::on_message(sd_bus_message& message) {
     if (block_calls_.is_anyone_waiting())
         note_owner_change(message);
     std::uint64_t cookie = 0;
-    if (sd_bus_message_get_reply_cookie(&message, &cookie) < 0 || cookie == replied_)
+    if (sd_bus_message_get_reply_cookie(&message, &cookie) < 0) {
+        // Signals come often; not with the last reply, because one call follows another.
+        if (pending_.empty() && !block_calls_.is_anyone_waiting())
+            filter_.reset();
+        return;
+    }
+    if (cookie == replied_)
         return;
     // The block has released its slot, or the call kept its callback.
     static_cast<void>(take(message, cookie));
@@ -265,6 +275,8 @@ void BusInterposer::note_end(const Pending& pending, const sd_bus_error* error) 
              (error == nullptr || is(error->name, SD_BUS_ERROR_NAME_HAS_NO_OWNER)))
         block_calls_.owner_told(pending.block, pending.asked, error == nullptr,
                                 common::monotonic_now());
+    if (block_calls_.is_anyone_waiting())
+        watch_messages();
 }
 
 void BusInterposer::note_owner_change(sd_bus_message& message) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/bus/bus.hpp"
 #include "host/runtime/block_calls.hpp"
 
 namespace host {
@@ -86,6 +87,8 @@ class BusInterposer {
 
     static int on_reply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
     void on_message(sd_bus_message& message);
+    /// Has sd-bus show each message.
+    void watch_messages();
 
     void expect(sd_bus_message& message, Pending pending);
     /// Settles the call that this answers. @returns its record, an empty one for an unknown call.
@@ -98,7 +101,7 @@ class BusInterposer {
     void note_limit(const std::string& block, const sd_bus_error* error);
 
     sd_bus& bus_;
-    sd_bus_slot* filter_ = nullptr;
+    common::SlotPtr filter_;                              ///< while a message may tell something
     std::unordered_map<std::uint64_t, Pending> pending_;  ///< by cookie
     std::size_t unanswered_ = 0;
     std::uint64_t calls_ = 0;

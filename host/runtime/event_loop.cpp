@@ -68,9 +68,12 @@ void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
     common::check(sd_event_set_watchdog(loop_.get(), 1), "cannot serve the watchdog");
     const char* const failed = "the event loop failed";
     sd_event* const loop = loop_.get();
-    while (sd_event_get_state(loop) != SD_EVENT_FINISHED) {
-        const bool waits = !run_round();
-        int r = common::check(sd_event_prepare(loop), failed);
+    for (;;) {
+        const bool waits = is_ending() || settle();
+        int r = sd_event_prepare(loop);
+        if (r == -ESTALE)  // the loop has ended
+            return;
+        common::check(r, failed);
         if (r == 0)
             r = common::check(sd_event_wait(loop, waits ? UINT64_MAX : 0), failed);
         if (r == 0)
@@ -85,20 +88,26 @@ void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
 
 void EventLoop::serve_flood(Attached& attached) {
     // Timers and signals do not wait longer for their turn.
-    constexpr std::uint64_t most_time = 1000;  // microseconds since the event
+    constexpr std::uint64_t most_time = 4000;       // microseconds since the event
+    constexpr unsigned messages_between_looks = 8;  // at the clock
     constexpr unsigned longest_pause = 255;
     if (attached.left > 0) {
         --attached.left;
         return;
     }
+    if (is_ending())
+        return;
     std::uint64_t event_time = 0;
     sd_event_now(loop_.get(), CLOCK_MONOTONIC, &event_time);
-    bool any = false;
+    unsigned served = 0;
+    const auto has_time = [&] {
+        return served % messages_between_looks != 0 ||
+               common::monotonic_now() - event_time < most_time;
+    };
     // Blocks run after each message, as after each event.
-    while (!run_round() && !is_ending() && common::monotonic_now() - event_time < most_time &&
-           sd_bus_process(attached.bus, nullptr) > 0)
-        any = true;
-    attached.pause = any ? 0 : std::min(2 * attached.pause + 1, longest_pause);
+    while (settle() && has_time() && sd_bus_process(attached.bus, nullptr) > 0)
+        ++served;
+    attached.pause = served > 0 ? 0 : std::min(2 * attached.pause + 1, longest_pause);
     attached.left = attached.pause;
 }
 

@@ -68,10 +68,10 @@ class EventLoop {
 
     void stop() noexcept;
     void on_hangup() noexcept;
-    /// @returns whether the round wants to be called again without a wait.
-    bool run_round() { return !is_ending() && round_ && round_(); }
-    void serve_flood(Attached& attached);
+    /// Makes a round. @returns whether nothing is left to do before the next event.
+    bool settle() { return !round_ || !round_(); }
     [[nodiscard]] bool is_ending() const noexcept;
+    void serve_flood(Attached& attached);
 
     Supervisor& supervisor_;
     common::EventPtr loop_;

@@ -115,7 +115,6 @@ class RunningGraph::Replacement {
         std::vector<Fenwa::Block*> blocks;
         for (const auto& instance : leaving) {
             blocks.push_back(instance->block());
-            graph_.by_block_.erase(instance->block());
             graph_.by_name_.erase(instance->name());
         }
         graph_.scheduler_.forget(blocks);

@@ -89,12 +89,10 @@ void BlockInstance::start() {
         "start", [this] { block_->start(); }, *context_.diagnostics);
 }
 
-void BlockInstance::run() {
+void BlockInstance::run(std::uint64_t now) {
     Fenwa::ReadyQueue::about_to_run(*block_);
     if (!HostAccess::arm(*block_))
         return;
-    std::uint64_t now = 0;
-    sd_event_now(&context_.loop, CLOCK_MONOTONIC, &now);
     status_.ran(now);
     const auto run_armed = [this] {
         block_->run();
@@ -137,8 +135,10 @@ void BlockInstance::roll_back() {
 
 void BlockInstance::collect_outputs() {
     for (Fenwa::OutPortInternal* port : HostAccess::outports(*block_))
-        outputs_.push_back(
-            {port, context_.events.prints_output(name_, port->name(), port->datatype()), {}});
+        outputs_.push_back({port,
+                            context_.events.output_label(name_, port->name(), port->datatype()),
+                            value_reader(port->datatype()),
+                            {}});
 }
 
 void BlockInstance::connect(const std::string& output, BlockInstance& to, const std::string& input,
@@ -170,7 +170,7 @@ void BlockInstance::disconnect() {
         HostAccess::connect(*port, address_of(value));
 }
 
-const Fenwa::OutPortInternal* BlockInstance::deliver() {
+const Fenwa::OutPortInternal* BlockInstance::deliver_news() {
     const Fenwa::OutPortInternal* delivered = nullptr;
     for (Output& output : outputs_) {
         if (!output.port->is_triggered())
@@ -180,10 +180,10 @@ const Fenwa::OutPortInternal* BlockInstance::deliver() {
         status_.published();
         delivered = output.port;
         const void* const address = HostAccess::value_address(*output.port);
-        if (output.printed || context_.watcher) {
-            const PortValue value = value_at(output.port->datatype(), address);
-            if (output.printed)
-                context_.events.output(name_, output.port->name(), output.port->datatype(), value);
+        if (!output.label.empty() || context_.watcher) {
+            const PortValue value = output.read(address);
+            if (!output.label.empty())
+                context_.events.output(output.label, output.port->datatype(), value);
             if (context_.watcher)
                 context_.watcher(name_, output.port->name(), value);
         }
@@ -255,8 +255,9 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
                            sd_event& loop, EventWriter& events, common::Diagnostics& diagnostics)
     : graph_(std::move(graph)),
       context_{types, tools, loop, events, &diagnostics, {}},
-      scheduler_(loop, graph_.rate_limit,
-                 [this](Fenwa::Block& block) { by_block_.at(&block)->run(); }) {}
+      scheduler_(loop, graph_.rate_limit, [this](Fenwa::Block& block, std::uint64_t now) {
+          static_cast<BlockInstance*>(HostAccess::host_data(block))->run(now);
+      }) {}
 
 RunningGraph::~RunningGraph() {
     stop([](const std::exception_ptr&) {});
@@ -321,7 +322,7 @@ void RunningGraph::create(const BlockEntry& entry) {
     BlockInstance& instance =
         *instances_.emplace_back(std::make_unique<BlockInstance>(entry, context_));
     Fenwa::Block& block = *instance.block();
-    by_block_.emplace(&block, &instance);
+    HostAccess::set_host_data(block, &instance);
     by_name_.emplace(entry.name, &instance);
     const auto refused = [this, &instance](const Fenwa::RefusedExport& object) {
         report_refused(instance, object);
@@ -393,7 +394,6 @@ void RunningGraph::stop(const std::function<void(const std::exception_ptr&)>& re
             report(std::current_exception());
         }
     }
-    by_block_.clear();
     by_name_.clear();
     while (!instances_.empty())
         instances_.pop_back();

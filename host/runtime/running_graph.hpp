@@ -117,7 +117,8 @@ class BlockInstance {
     // that it publishes are delivered when the call returns or throws.
     void set_up();
     void start();
-    void run();
+    /// @param now microseconds of CLOCK_MONOTONIC.
+    void run(std::uint64_t now);
     void stop();
     /// Calls `reconfigure(before, after)` and then `reconfigure(after, after)`, so that a block
     /// that looks at its first argument and one that looks at its second end up alike.
@@ -139,7 +140,7 @@ class BlockInstance {
     void disconnect();
     /// Delivers each output that carries a new value.
     /// @returns the last of them, or null.
-    const Fenwa::OutPortInternal* deliver();
+    const Fenwa::OutPortInternal* deliver() { return has_news() ? deliver_news() : nullptr; }
 
     /// The value of an input, one that the host provides included: that of the connected output,
     /// and its first value before one came or without a connection. Empty for an unknown name.
@@ -163,7 +164,8 @@ class BlockInstance {
     };
     struct Output {
         Fenwa::OutPortInternal* port;
-        bool printed;  ///< by the event writer
+        std::string label;  ///< of the event writer
+        ValueReader read;
         std::vector<Input> targets;
         bool has_delivered = false;
     };
@@ -172,6 +174,14 @@ class BlockInstance {
     void call(const char* phase, Call&& body, common::Diagnostics& diagnostics) const;
     template <class Call>
     void call_and_deliver(const char* phase, Call&& body, common::Diagnostics& diagnostics);
+    [[nodiscard]] bool has_news() const {
+        for (const Output& output : outputs_) {
+            if (output.port->is_triggered())
+                return true;
+        }
+        return false;
+    }
+    const Fenwa::OutPortInternal* deliver_news();
     void deliver_late();
 
     const BlockEntry* entry_;
@@ -281,7 +291,6 @@ class RunningGraph {
     Scheduler scheduler_;
     std::vector<std::unique_ptr<BlockInstance>> instances_;
     std::size_t stop_below_ = 0;  ///< the instances before this one are to be stopped
-    std::unordered_map<const Fenwa::Block*, BlockInstance*> by_block_;
     std::unordered_map<std::string, BlockInstance*> by_name_;
     BusInterposer* interposer_ = nullptr;
 };

@@ -32,7 +32,7 @@ std::uint64_t Scheduler::thread_processor_time() {
 }
 
 Scheduler::Scheduler(sd_event& loop, const RateLimit& rate_limit,
-                     std::function<void(Fenwa::Block&)> run_block,
+                     std::function<void(Fenwa::Block&, std::uint64_t)> run_block,
                      std::function<std::uint64_t()> processor_time)
     : loop_(loop),
       rate_limit_(rate_limit),
@@ -63,7 +63,6 @@ void Scheduler::disable() {
     timer_due_ = UINT64_MAX;
     waiting_ = {};
     held_.clear();
-    fired_.clear();
     retrying_.clear();
     refused_.clear();
 }
@@ -116,19 +115,23 @@ void Scheduler::on_turn() noexcept {
 }
 
 bool Scheduler::run_ready_blocks() noexcept {
-    for (int passes = 0; is_due() && passes < max_passes; ++passes)
-        pass();
-    return is_due();
+    if (is_due())
+        make_passes();
+    return is_due() || failure_ != nullptr;
 }
 
-void Scheduler::pass() noexcept {
-    change(State::passing);
+void Scheduler::make_passes() noexcept {
     try {
-        run_ready();
+        now_ = now();
+        for (int passes = 0; is_due() && passes < max_passes; ++passes) {
+            change(State::passing);
+            run_ready();
+            change(state_ == State::passing_and_ready ? State::due : State::idle);
+        }
+        wait_for_next_turn();
     } catch (...) {
         fail(std::current_exception());
     }
-    change(state_ == State::passing_and_ready ? State::due : State::idle);
 }
 
 void Scheduler::fail(std::exception_ptr failure) noexcept {
@@ -148,22 +151,21 @@ void Scheduler::run_ready() {
     ready_.clear();
     std::swap(ready_, held_);
     add_those_refused();
-    for (; !waiting_.empty() && waiting_.top().due <= now(); waiting_.pop())
+    for (; !waiting_.empty() && waiting_.top().due <= now_; waiting_.pop())
         ready_.push_back(waiting_.top().block);
-    ready_.insert(ready_.end(), fired_.begin(), fired_.end());
-    fired_.clear();
     queue_.take(ready_);
     auto next = ready_.begin();
-    for (; !should_wait() && next != ready_.end(); ++next)
+    for (; next != ready_.end() && !should_wait(); ++next)
         run_within_budget(**next);
     held_.insert(held_.begin(), next, ready_.end());
     run_retrying();
-    wait_for_next_turn();
 }
 
 void Scheduler::add_those_refused() {
+    if (!refused_.is_anyone_waiting())
+        return;
     if (rate_limit_.enabled()) {
-        if (Fenwa::Block* const block = refused_.take(now()))
+        if (Fenwa::Block* const block = refused_.take(now_))
             ready_.push_back(block);
     } else if (are_matches_answered()) {
         for (Fenwa::Block* block : refused_.take_all())
@@ -176,7 +178,7 @@ bool Scheduler::are_matches_answered() const {
 }
 
 bool Scheduler::should_wait() {
-    return unanswered_ && backpressure_.should_wait(unanswered_(), now());
+    return unanswered_ && backpressure_.should_wait(unanswered_(), now_);
 }
 
 void Scheduler::answered() noexcept {
@@ -225,11 +227,10 @@ void Scheduler::forget(const std::vector<Fenwa::Block*>& blocks) {
     waiting_ = std::move(still_waiting);
     drop_from(held_);
     drop_from(retrying_);
-    drop_from(fired_);
     // One that another thread is adding just now comes at once.
     for (; !ready.empty(); std::this_thread::yield()) {
-        queue_.take(fired_);
-        drop_from(fired_);
+        queue_.take(held_);
+        drop_from(held_);
     }
 }
 
@@ -251,14 +252,16 @@ void Scheduler::run_within_budget(Fenwa::Block& block) {
         refused_.remove(block);
     }
     if (!rate_limit_.enabled())
-        return run_block_(block);
-    Account& account =
-        accounts_.try_emplace(&block, Account{TokenBucket(rate_limit_, now())}).first->second;
-    if (now() > account.ran_at + forgotten_after) {
+        return run_block_(block, now_);
+    auto known = accounts_.find(&block);
+    if (known == accounts_.end())
+        known = accounts_.emplace(&block, Account{TokenBucket(rate_limit_, now_)}).first;
+    Account& account = known->second;
+    if (now_ > account.ran_at + forgotten_after) {
         account.tries = 0;
         account.spent = false;
     }
-    if (!account.budget.take(now())) {
+    if (!account.budget.take(now_)) {
         account.spent = true;
         waiting_.push({account.budget.due(), waited_++, &block});
         return;
@@ -270,13 +273,13 @@ void Scheduler::run_within_budget(Fenwa::Block& block) {
 }
 
 void Scheduler::run_retrying() {
-    if (retrying_.empty() || !retry_budget_.allows(now()))
+    if (retrying_.empty() || !retry_budget_.allows(now_))
         return;
     charge_rest();
     std::uint64_t before = processor_time_();
     // Each at most once: blocks that become ready meanwhile have their turn in a later pass.
     for (std::size_t left = retrying_.size();
-         left > 0 && !should_wait() && retry_budget_.allows(now()); --left) {
+         left > 0 && !should_wait() && retry_budget_.allows(now_); --left) {
         Fenwa::Block& block = *retrying_.front();
         retrying_.pop_front();
         ++retries_;
@@ -302,14 +305,9 @@ void Scheduler::charge_rest() {
 
 void Scheduler::run_and_watch(Fenwa::Block& block, Account& account) {
     const std::uint64_t before = calls_ ? calls_() : 0;
-    queue_.take(fired_);
-    const std::size_t known = fired_.size();
-    account.ran_at = now();
-    run_block_(block);
-    queue_.take(fired_);
-    const bool retries = (calls_ && calls_() != before) ||
-                         std::find(fired_.begin() + static_cast<std::ptrdiff_t>(known),
-                                   fired_.end(), &block) != fired_.end();
+    account.ran_at = now_;
+    run_block_(block, now_);
+    const bool retries = (calls_ && calls_() != before) || Fenwa::ReadyQueue::is_ready(block);
     account.tries = retries ? account.tries + 1 : 0;
     account.spent = account.spent || account.tries >= rate_limit_.burst;
 }

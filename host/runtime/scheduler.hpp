@@ -34,11 +34,12 @@ class Scheduler {
     static constexpr int max_passes = 16;
 
     /// @param rate_limit of each block.
-    /// @param run_block runs one block whose ports may be triggered; what it throws ends the loop
-    ///        and is kept in `failure()`.
+    /// @param run_block runs one block whose ports may be triggered, and is given the time of the
+    ///        loop's event in microseconds of CLOCK_MONOTONIC; what it throws ends the loop and is
+    ///        kept in `failure()`.
     /// @param processor_time of the thread of the loop so far, in nanoseconds.
     Scheduler(sd_event& loop, const RateLimit& rate_limit,
-              std::function<void(Fenwa::Block&)> run_block,
+              std::function<void(Fenwa::Block&, std::uint64_t)> run_block,
               std::function<std::uint64_t()> processor_time = thread_processor_time);
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
@@ -83,7 +84,7 @@ class Scheduler {
     /// From here on passes are made; blocks that became ready before run first.
     void enable();
     /// Makes the passes that are due; to be called between two events.
-    /// @returns whether blocks are ready still, so that the loop must not wait.
+    /// @returns whether blocks are ready still or one has thrown, so that the loop must not wait.
     bool run_ready_blocks() noexcept;
     /// No pass is made any more.
     void disable();
@@ -132,7 +133,7 @@ class Scheduler {
     void wake() noexcept;
     void on_wake() noexcept;
     void on_turn() noexcept;
-    void pass() noexcept;
+    void make_passes() noexcept;
     void run_ready();
     [[nodiscard]] bool are_matches_answered() const;
     void add_those_refused();
@@ -147,7 +148,7 @@ class Scheduler {
 
     sd_event& loop_;
     RateLimit rate_limit_;
-    std::function<void(Fenwa::Block&)> run_block_;
+    std::function<void(Fenwa::Block&, std::uint64_t)> run_block_;
     std::thread::id thread_ = std::this_thread::get_id();
     EventFd woken_;  ///< by other threads
     Fenwa::ReadyQueue queue_;
@@ -156,6 +157,7 @@ class Scheduler {
     common::EventSourcePtr timer_;
     std::uint64_t timer_due_ = UINT64_MAX;  ///< UINT64_MAX while it is off
     std::vector<Fenwa::Block*> ready_;      ///< of the pass
+    std::uint64_t now_ = 0;                 ///< of the passes, that is, of the loop's event
     std::unordered_map<const Fenwa::Block*, Account> accounts_;
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> waiting_;
     std::uint64_t waited_ = 0;  ///< how many have had to wait so far
@@ -165,13 +167,12 @@ class Scheduler {
     std::uint64_t retried_at_ = 0;        ///< processor time at the end of the last turns
     std::size_t retries_ = 0;             ///< runs in those turns
     std::size_t other_runs_ = 0;          ///< runs since then
-    std::vector<Fenwa::Block*> fired_;    ///< taken out of the queue for the next pass
     RefusedMatches refused_;
     std::function<std::size_t()> matches_requested_;
     std::function<std::size_t()> unanswered_;
     std::function<std::uint64_t()> calls_;
     Backpressure backpressure_;
-    std::vector<Fenwa::Block*> held_;  ///< ready while the bus owes replies
+    std::vector<Fenwa::Block*> held_;  ///< ready before the next pass
     std::exception_ptr failure_;
 };
 

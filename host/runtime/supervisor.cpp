@@ -10,6 +10,7 @@
 #include <csignal>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "common/bus/bus.hpp"
 #include "common/process/background_thread.hpp"
@@ -180,20 +181,29 @@ Supervisor::Clock::time_point Supervisor::look_at_loop(Clock::time_point now) {
     if (stopping && !stopping_since_)
         stopping_since_ = now;
     const auto limit = stopping ? limit_in_stop : limit_in_run;
-    const std::optional<Activity::Seen> seen = Activity::seen();
-    if (!seen || (seen->number == named_ && named_in_stop_ == stopping))
+    const Activity::Seen seen = Activity::seen();
+    const bool is_new = std::exchange(seen_, seen.number) != seen.number;
+    if (is_new)
+        seen_since_ = seen.since.value_or(now);
+    if (seen.text.empty()) {
+        // Where nothing has happened for so long, nobody is woken until something happens.
+        const bool sleeps =
+            !is_new && !stopping && Activity::notify_at_begin(wake_event_.get(), seen.number);
+        return sleeps ? Clock::time_point::max() : now + limit;
+    }
+    if (seen.number == named_ && named_in_stop_ == stopping)
         return now + limit;
-    const auto due = limit + (stopping ? std::max(*stopping_since_, seen->since) : seen->since);
+    const auto due = limit + (stopping ? std::max(*stopping_since_, seen_since_) : seen_since_);
     if (now < due)
         return due;
-    named_ = seen->number;
+    named_ = seen.number;
     named_in_stop_ = stopping;
-    const std::string what = common::one_line(seen->text);
+    const std::string what = common::one_line(seen.text);
     std::string line = stopping ? fmt::format("waits for {}", what)
                                 : fmt::format("has waited {} s for {}", limit.count(), what);
     if (first_request_)
         line += "; a further SIGINT or SIGTERM ends the process at once";
-    say_at_once(common::Severity::warning, line, seen->block);
+    say_at_once(common::Severity::warning, line, seen.block);
     return now + limit;
 }
 

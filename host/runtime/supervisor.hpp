@@ -91,8 +91,10 @@ class Supervisor {
     // Used by the thread only.
     std::optional<Clock::time_point> first_request_;  ///< by a signal, or because time was over
     std::optional<Clock::time_point> stopping_since_;
-    std::uint32_t named_ = 0;     ///< number of the activity that was named last
-    bool named_in_stop_ = false;  ///< ... after the request to stop
+    std::uint32_t seen_ = 0;          ///< number of the activity at the last look
+    Clock::time_point seen_since_{};  ///< when that one began, as far as known
+    std::uint32_t named_ = 0;         ///< number of the activity that was named last
+    bool named_in_stop_ = false;      ///< ... after the request to stop
 };
 
 }  // namespace host

@@ -23,7 +23,7 @@ struct KnownType {
     const char* path;
     const char* name;
     PortValue (*first)();
-    PortValue (*at)(const void* address);
+    ValueReader at;
     PortValue (*from_config)(const BlockConfiguration& settings, const std::string& key);
 };
 
@@ -48,7 +48,9 @@ PortValue from_config(const BlockConfiguration& settings, const std::string& key
 template <class T>
 constexpr KnownType known(const char* name) {
     return {Fenwa::datatype_path<T>, name, []() -> PortValue { return T{}; },
-            [](const void* address) -> PortValue { return *static_cast<const T*>(address); },
+            [](const void* address) -> PortValue {
+                return address == nullptr ? PortValue{} : *static_cast<const T*>(address);
+            },
             from_config<T>};
 }
 
@@ -128,9 +130,13 @@ struct FromJson {
 
 }  // namespace
 
-PortValue value_at(const Fenwa::Datatype& datatype, const void* address) {
+ValueReader value_reader(const Fenwa::Datatype& datatype) {
     const KnownType* const type = find_type(datatype);
-    return type == nullptr || address == nullptr ? PortValue{} : type->at(address);
+    return type == nullptr ? [](const void*) { return PortValue{}; } : type->at;
+}
+
+PortValue value_at(const Fenwa::Datatype& datatype, const void* address) {
+    return value_reader(datatype)(address);
 }
 
 PortValue default_value(const Fenwa::Datatype& datatype) {

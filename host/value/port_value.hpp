@@ -15,6 +15,10 @@ namespace host {
 using PortValue =
     std::variant<std::monostate, bool, int, float, double, Fenwa::datatype_timersource>;
 
+/// The value at an address; std::monostate if that is null.
+using ValueReader = PortValue (*)(const void* address);
+/// What reads the values of ports of this datatype; never null.
+[[nodiscard]] ValueReader value_reader(const Fenwa::Datatype& datatype);
 /// The value that a port of this datatype keeps at `address`; std::monostate if that is null.
 [[nodiscard]] PortValue value_at(const Fenwa::Datatype& datatype, const void* address);
 

@@ -1,5 +1,8 @@
 #include "src/blocks/temperature/temperature_reader.hpp"
 
+#include <string_view>
+#include <utility>
+
 #include "fenwa/bus_call.hpp"
 #include "fenwa/debug_data.hpp"
 #include "fenwa/log.hpp"
@@ -124,9 +127,14 @@ void TemperatureReader::publish_temperature() {
     if (!candidate || *candidate == temperature_out->value)
         return;
     temperature_out->publish(*candidate);
-    Fenwa::debug_data().set_value(
-        "temperature_reader_sensor_id" + std::to_string(sensor_id) + "_current_temperature",
-        static_cast<float>(*candidate));
+    // Reserved, so that the key of each value takes one allocation.
+    constexpr std::string_view before_id = "temperature_reader_sensor_id";
+    constexpr std::string_view after_id = "_current_temperature";
+    const std::string id = std::to_string(sensor_id);
+    std::string key;
+    key.reserve(before_id.size() + id.size() + after_id.size());
+    key.append(before_id).append(id).append(after_id);
+    Fenwa::debug_data().set_value(std::move(key), static_cast<float>(*candidate));
 }
 
 int TemperatureReader::on_match_installed(sd_bus_message* /*reply*/, sd_bus_error* error) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -80,6 +81,22 @@ void expect_match(const std::string& line, const char* pattern) {
 
 TEST(EventLinesTest, TextHasTheSecondsSinceTheStartInFront) {
     expect_match(line_with(Timestamps::relative), R"(   0\.\d{3}  hello\n)");
+}
+
+TEST(EventLinesTest, EachLineOfTextHasItsOwnTime) {
+    std::ostringstream stream;
+    StandardOutput out([] {}, stream);
+    EventLines lines(out, EventFormat::text, ColorChoice::never);
+    const auto write = [&] {
+        stream.str("");
+        lines.write_text([](std::string& line) { line += "hello"; });
+        return stream.str();
+    };
+    const std::string first = write();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const std::string second = write();
+    expect_match(second, R"(   0\.\d{3}  hello\n)");
+    EXPECT_LT(first, second);
 }
 
 TEST(EventLinesTest, TextCanHaveTheLocalTimeInFront) {

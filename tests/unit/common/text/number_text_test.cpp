@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 #include "common/text/json.hpp"
@@ -49,6 +50,21 @@ TEST(AppendNumber, IsReadAsTheSameNumber) {
         std::string text;
         append_number(text, value);
         EXPECT_EQ(parse_number<double>(text), value) << text;
+    }
+}
+
+TEST(AppendSeconds, WritesTheNumberOfSeconds) {
+    std::mt19937_64 random(7);
+    std::vector<std::int64_t> times = {0,       1,       99,        100,       101,
+                                       999'999, 100'000, 1'000'000, 1'000'001, 12'500'000};
+    for (int i = 0; i < 20000; ++i)
+        times.push_back(static_cast<std::int64_t>(random() % 1'000'000'000'000 >> random() % 40));
+    for (const std::int64_t time : times) {
+        std::string text;
+        append_seconds(text, std::chrono::microseconds(time));
+        std::string number;
+        append_number(number, static_cast<double>(time) / 1e6);
+        EXPECT_EQ(text, number);
     }
 }
 

@@ -136,6 +136,22 @@ TEST_F(BusInterposerTest, CallIsUnansweredForTheDaemonAlsoWhenItsSlotIsGivenUp) 
     answer_all(0);
 }
 
+TEST_F(BusInterposerTest, CallsAreFollowedAgainAfterSignalsThatNobodyHadToSee) {
+    common::SlotPtr match;
+    common::check(sd_bus_match_signal(bus_.get(), match.out(), nullptr, "/x", "com.example.Peer1",
+                                      "News", on_signal, nullptr),
+                  "match");
+    for (int i = 0; i < 2; ++i) {
+        common::SlotPtr slot;
+        EXPECT_GT(call(slot.out()), 0);
+        slot.reset();
+        EXPECT_EQ(interposer_.unanswered(), 1U);
+        answer_all(0);
+        sd_bus_emit_signal(peer_.get(), "/x", "com.example.Peer1", "News", "");
+        settle();
+    }
+}
+
 TEST_F(BusInterposerTest, CallWhoseTimeIsOverIsNotWaitedFor) {
     common::check(sd_bus_set_method_call_timeout(bus_.get(), 50'000), "time-out");
     EXPECT_GT(call(nullptr), 0);
