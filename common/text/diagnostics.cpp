@@ -66,6 +66,18 @@ class QuotedLine {
     std::vector<std::size_t> starts_;
 };
 
+/// The lines without their ends.
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (line.ends_with('\r'))
+            line.pop_back();
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
 }  // namespace
 
 std::string counted(std::size_t n, const std::string& noun) {
@@ -73,15 +85,9 @@ std::string counted(std::size_t n, const std::string& noun) {
 }
 
 void Diagnostics::set_source(std::string text) {
-    lines_.clear();
     if (text.starts_with(byte_order_mark))
         text.erase(0, byte_order_mark.size());
-    std::istringstream stream(std::move(text));
-    for (std::string line; std::getline(stream, line);) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        lines_.push_back(std::move(line));
-    }
+    source_ = std::move(text);
 }
 
 Diagnostics& Diagnostics::other_file(const std::string& file) {
@@ -90,8 +96,8 @@ Diagnostics& Diagnostics::other_file(const std::string& file) {
 }
 
 void Diagnostics::take_source(const Diagnostics& other) {
-    if (!other.lines_.empty())
-        lines_ = other.lines_;
+    if (!other.source_.empty())
+        source_ = other.source_;
 }
 
 void Diagnostics::error(SourceLocation location, std::string text, std::string help) {
@@ -184,17 +190,20 @@ void Diagnostics::print(std::ostream& out, bool color) {
     for (Diagnostics& other : other_files_)
         other.print(out, color);
     const Palette palette(color);
+    const std::vector<const Entry*> kept = take_kept();
+    const std::vector<std::string> lines =
+        kept.empty() ? std::vector<std::string>() : lines_of(source_);
     std::unique_ptr<const QuotedLine> line;
     std::uint32_t line_number = 0;
-    for (const Entry* entry : take_kept()) {
+    for (const Entry* entry : kept) {
         const bool is_error = entry->severity == Severity::error;
         out << palette.bold << one_line(locate(entry->location)) << ": " << palette.reset
             << (is_error ? palette.red : palette.yellow) << (is_error ? "error: " : "warning: ")
             << palette.reset << entry->text << '\n';
-        if (entry->location.line != 0 && entry->location.line <= lines_.size()) {
+        if (entry->location.line != 0 && entry->location.line <= lines.size()) {
             if (!line || line_number != entry->location.line)
                 line =
-                    std::make_unique<QuotedLine>(lines_[(line_number = entry->location.line) - 1]);
+                    std::make_unique<QuotedLine>(lines[(line_number = entry->location.line) - 1]);
             const QuotedLine::Quote quoted = line->around(entry->location.column);
             out << quoted.text << '\n'
                 << quoted.indent << palette.green << '^' << palette.reset << '\n';

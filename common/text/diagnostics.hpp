@@ -132,7 +132,7 @@ class Diagnostics {
 
     std::string file_;
     std::list<Diagnostics> other_files_;
-    std::vector<std::string> lines_;
+    std::string source_;
     std::vector<Entry> entries_;
     std::set<std::tuple<Severity, SourceLocation, std::string>> known_;
     std::size_t printed_ = 0;  ///< the entries before this one have been printed

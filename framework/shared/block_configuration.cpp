@@ -2,28 +2,37 @@
 
 #include <limits>
 #include <optional>
-#include <unordered_map>
 
 #include "framework/shared/configuration_access.hpp"
+#include "framework/shared/key_index.hpp"
 
 namespace Fenwa {
 
 struct BlockConfiguration::Storage {
     std::vector<KeyValue> entries;  ///< in the order in which their keys were first given
-    std::unordered_map<std::string, std::size_t> places;  ///< of the keys in `entries`
+    KeyIndex index;
     std::shared_ptr<ConfigurationObserver> observer;
 
+    [[nodiscard]] auto key_at() const {
+        return [this](std::size_t place) -> const std::string& { return entries[place].key(); };
+    }
+    [[nodiscard]] std::size_t place_of(const std::string& key) const {
+        return index.find(key, entries.size(), key_at());
+    }
+
     [[nodiscard]] const Value* find(const std::string& key) const {
-        const auto found = places.find(key);
-        return found == places.end() ? nullptr : &entries[found->second].value();
+        const std::size_t place = place_of(key);
+        return place == KeyIndex::none ? nullptr : &entries[place].value();
     }
 
     void set(const KeyValue& entry) {
-        const auto [place, is_new] = places.emplace(entry.key(), entries.size());
-        if (is_new)
-            entries.push_back(entry);
-        else
-            entries[place->second] = entry;
+        const std::size_t place = place_of(entry.key());
+        if (place != KeyIndex::none) {
+            entries[place] = entry;
+            return;
+        }
+        entries.push_back(entry);
+        index.extend(entries.size(), key_at());
     }
 };
 
@@ -130,6 +139,7 @@ BlockConfiguration::BlockConfiguration(std::initializer_list<KeyValue> entries)
 
 BlockConfiguration::BlockConfiguration(const std::vector<KeyValue>& entries) {
     auto storage = std::make_shared<Storage>();
+    storage->entries.reserve(entries.size());
     for (const KeyValue& entry : entries)
         storage->set(entry);
     storage_ = std::move(storage);
@@ -210,7 +220,11 @@ std::string BlockConfiguration::getString(const std::string& key,
 }
 
 BlockConfiguration operator+(const BlockConfiguration& left, const BlockConfiguration& right) {
-    auto storage = std::make_shared<BlockConfiguration::Storage>(left.storage());
+    auto storage = std::make_shared<BlockConfiguration::Storage>();
+    storage->entries.reserve(left.storage().entries.size() + right.storage().entries.size());
+    storage->observer = left.storage().observer;
+    for (const BlockConfiguration::KeyValue& entry : left.storage().entries)
+        storage->set(entry);
     for (const BlockConfiguration::KeyValue& entry : right.storage().entries)
         storage->set(entry);
     if (right.storage().observer != nullptr)

@@ -132,23 +132,23 @@ class Session {
   public:
     /// All references outlive this object.
     /// @throws common::Failure (unavailable) without a bus, or if a name is taken.
-    Session(const RunOptions& options, const CheckedGraph& checked, BlockTypes& types,
+    Session(const RunOptions& options, Graph graph, const TypeCatalog& catalog, BlockTypes& types,
             EventLoop& loop, EventWriter& events, common::Diagnostics& diagnostics)
         : options_(options),
           color_(common::use_color(options.lines.color, stderr)),
           diagnostics_(diagnostics),
           loop_(loop),
           events_(events),
-          address_(options.bus.value_or(checked.graph->bus_address.value)),
-          bus_(connect_blocks_bus(*checked.graph)),
+          address_(options.bus.value_or(graph.bus_address.value)),
+          bus_(connect_blocks_bus(graph)),
           control_bus_(connect_control_bus()),
           repeated_lines_(report_repeated_lines()),
           interposer_(*bus_),
           connection_(bus_.get()),
           tools_(&connection_),
           listeners_(events, blocks_),
-          blocks_(*checked.graph, types, tools_, loop.get(), events, diagnostics),
-          reconfigurer_(options.graph, blocks_, types, checked.types) {
+          blocks_(std::move(graph), types, tools_, loop.get(), events, diagnostics),
+          reconfigurer_(options.graph, blocks_, types, catalog) {
         blocks_.follow_bus(interposer_);
     }
 
@@ -302,8 +302,9 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
     const bool color = common::use_color(options.lines.color, stderr);
     // A signal ends the host, as there is nothing to stop yet: the graph may be a pipe, and the
     // check may take its time.
-    const CheckedGraph checked =
+    CheckedGraph checked =
         read_and_check(options.graph, options.plugin_dirs, diagnostics, Strictness::before_a_run);
+    checked.probe = {};  // a run has no use for it, and may take years
     common::print_diagnostics(diagnostics, color);
     if (checked.code != ExitCode::done)
         return checked.code;
@@ -321,7 +322,9 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
         return ExitCode::done;
     // Blocks do not wait for a reader of stderr, as a list of mistakes does.
     drop_unread_lines();
-    return Session(options, checked, types, loop, events, diagnostics).run();
+    return Session(options, *std::move(checked.graph), checked.types, types, loop, events,
+                   diagnostics)
+        .run();
 }
 
 ExitCode run_graph(const RunOptions& options) {

@@ -277,23 +277,26 @@ Fenwa::BlockConfiguration BlockEntry::configuration() const {
 }
 
 bool BlockEntry::add(Setting setting) {
-    const bool is_new = places_.emplace(setting.key, settings.size()).second;
-    if (is_new)
-        settings.push_back(std::move(setting));
-    return is_new;
+    if (find(setting.key) != nullptr)
+        return false;
+    settings.push_back(std::move(setting));
+    index_.extend(settings.size(),
+                  [this](std::size_t place) -> const std::string& { return settings[place].key; });
+    return true;
 }
 
 void BlockEntry::set(const std::string& key, Value value) {
-    const auto found = places_.find(key);
-    if (found == places_.end())
-        add({key, location, std::move(value)});
+    if (const Setting* const known = find(key))
+        settings[static_cast<std::size_t>(known - settings.data())].value = std::move(value);
     else
-        settings[found->second].value = std::move(value);
+        add({key, location, std::move(value)});
 }
 
 const Setting* BlockEntry::find(const std::string& key) const {
-    const auto found = places_.find(key);
-    return found == places_.end() ? nullptr : &settings[found->second];
+    const std::size_t place =
+        index_.find(key, settings.size(),
+                    [this](std::size_t at) -> const std::string& { return settings[at].key; });
+    return place == Fenwa::KeyIndex::none ? nullptr : &settings[place];
 }
 
 SourceLocation BlockEntry::location_of(const std::string& key) const {

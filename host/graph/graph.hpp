@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <variant>
 #include <vector>
 
 #include "common/text/diagnostics.hpp"
 #include "fenwa/block_configuration.hpp"
+#include "framework/shared/key_index.hpp"
 
 namespace host {
 
@@ -68,7 +68,7 @@ struct BlockEntry {
     [[nodiscard]] SourceLocation location_of(const std::string& key) const;
 
   private:
-    std::unordered_map<std::string, std::size_t> places_;  ///< of the keys in `settings`
+    Fenwa::KeyIndex index_;  ///< of `settings`
 };
 
 /// "block 'NAME' (TYPE)", for a sentence.
