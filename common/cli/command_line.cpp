@@ -70,8 +70,7 @@ void add_version(CLI::App& app, const Program& program) {
     app.set_version_flag("--version", program.version);
 }
 
-void add_command(CLI::App& app, const Program& program, const Command& command) {
-    CLI::App& added = *app.add_subcommand(command.name);
+void add_options(CLI::App& added, const Program& program, const Command& command) {
     add_version(added, program);
     for (const Option& argument : command.arguments)
         add_option(added, argument);
@@ -169,8 +168,12 @@ ExitCode parse_and_run(const Program& program, int argc, char** argv) {
     app.set_help_flag("-h,--help");
     add_version(app, program);
     app.require_subcommand(1);
-    for (const Command& command : program.commands)
-        add_command(app, program, command);
+    for (const Command& command : program.commands) {
+        CLI::App& added = *app.add_subcommand(command.name);
+        // The options of all commands would take longer than the parsing.
+        if (std::find(argv, argv + argc, command.name) != argv + argc)
+            add_options(added, program, command);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

@@ -21,7 +21,7 @@ namespace {
     throw Failure(ExitCode::unreadable, fmt::format("cannot read '{}': {}", path, reason));
 }
 
-/// The file's text, cut after one byte more than is allowed: enough to know that it is too large.
+/// The file's text, cut soon after more than is allowed: enough to know that it is too large.
 std::string read_text(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
@@ -31,11 +31,14 @@ std::string read_text(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file)
         unreadable(path, std::strerror(errno));
-    std::string text(max_toml_bytes + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    std::string text;
+    std::array<char, 16384> piece;
+    while (text.size() <= max_toml_bytes && file.good()) {
+        file.read(piece.data(), piece.size());
+        text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
+    }
     if (file.bad())
         unreadable(path, std::strerror(errno));
-    text.resize(static_cast<std::size_t>(file.gcount()));
     return text;
 }
 
@@ -48,9 +51,20 @@ bool is_separator(char c) {
     return std::string_view("=,[]{}#\r\n.'\"").find(c) != std::string_view::npos;
 }
 
+/// Whether a line has dots enough for a key with too many parts: told quickly, and hardly ever so.
+bool may_have_long_key(std::string_view text) {
+    std::size_t dots = 0;
+    return std::any_of(text.begin(), text.end(), [&dots](char c) {
+        dots = c == '\n' ? 0 : dots + (c == '.' ? 1 : 0);
+        return dots >= max_toml_key_parts;
+    });
+}
+
 /// Where a dotted key has too many parts, line 0 for nowhere. A quote may begin or end a string, so
 /// both are followed: no key is overlooked, and dotted words in a string may count as a key.
 SourceLocation find_long_key(std::string_view text) {
+    if (!may_have_long_key(text))
+        return {};
     std::size_t parts = 0;              // of the key so far
     std::array<std::size_t, 2> open{};  // parts before the last quote of each kind
     std::size_t backslashes = 0;
