@@ -7,6 +7,8 @@
 // them:
 //
 //     registered            waits for a client
+//     read COUNT            waits until the sensor was read so often
+//     owners COUNT          changes the owner of a name that nobody cares for
 //     blast COUNT           signals as quickly as the bus takes them: "SECONDS"
 //     pace COUNT PERIOD     one signal in each PERIOD microseconds: "SECONDS"
 //     trips COUNT           a signal and a call, COUNT times: "MICROSECONDS …"
@@ -45,10 +47,24 @@ class Sender {
     }
 
     void wait_for_receiver() {
-        while (receiver_.empty()) {
-            if (check(sd_bus_process(bus_.get(), nullptr), "cannot serve") == 0)
-                check(sd_bus_wait(bus_.get(), UINT64_MAX), "cannot wait");
+        serve_until([this] { return !receiver_.empty(); });
+    }
+
+    void wait_for_readings(int count) {
+        serve_until([this, count] { return readings_ >= count; });
+        wait_until_handled();
+    }
+
+    double change_owners(int count) {
+        const auto begin = Clock::now();
+        for (int i = 0; i < count; ++i) {
+            if (i % 2 == 0)
+                common::own_name(*bus_, "com.tarlo.Elsewhere");
+            else
+                check(sd_bus_release_name(bus_.get(), "com.tarlo.Elsewhere"), "cannot release");
         }
+        wait_until_handled();
+        return seconds_since(begin);
     }
 
     double blast(int count) {
@@ -85,6 +101,14 @@ class Sender {
     }
 
   private:
+    template <class Done>
+    void serve_until(Done&& is_done) {
+        while (!is_done()) {
+            if (check(sd_bus_process(bus_.get(), nullptr), "cannot serve") == 0)
+                check(sd_bus_wait(bus_.get(), UINT64_MAX), "cannot wait");
+        }
+    }
+
     static double seconds_since(Clock::time_point begin) {
         return std::chrono::duration<double>(Clock::now() - begin).count();
     }
@@ -101,6 +125,9 @@ class Sender {
         check(sd_bus_call_method(bus_.get(), receiver_.c_str(), "/", "org.freedesktop.DBus.Peer",
                                  "Ping", nullptr, nullptr, ""),
               "the receiver does not answer");
+        // A call of the receiver that is left open has its sd-bus watch a time-out.
+        while (check(sd_bus_process(bus_.get(), nullptr), "cannot serve") > 0)
+            continue;
     }
 
     int on_id(sd_bus_message& call) { return sd_bus_reply_method_return(&call, "i", 7); }
@@ -108,13 +135,17 @@ class Sender {
         receiver_ = sd_bus_message_get_sender(&call);
         return sd_bus_reply_method_return(&call, "i", signal_id);
     }
-    int on_read(sd_bus_message& call) { return sd_bus_reply_method_return(&call, "d", value_); }
+    int on_read(sd_bus_message& call) {
+        ++readings_;
+        return sd_bus_reply_method_return(&call, "d", value_);
+    }
 
     static const sd_bus_vtable vtable_[];
 
     common::BusPtr bus_;
     common::SlotPtr object_;
     std::string receiver_;
+    int readings_ = 0;
     double value_ = 36.5;
 };
 
@@ -140,6 +171,11 @@ void serve(Sender& sender) {
         if (order == "registered") {
             sender.wait_for_receiver();
             std::cout << "yes";
+        } else if (order == "read") {
+            sender.wait_for_readings(count);
+            std::cout << "yes";
+        } else if (order == "owners") {
+            std::cout << sender.change_owners(count);
         } else if (order == "blast") {
             std::cout << sender.blast(count);
         } else if (order == "pace") {

@@ -1,21 +1,29 @@
-// The least that hears the signal with sd-bus on sd-event. `--follow-owner` adds the match that
-// each block must have, too: on the owner of the service's name.
+// The least that hears the signal with sd-bus on sd-event, and leaves it to other matches of the
+// connection too. So many more matches follow the owners of names, as each block must.
+//
+//     bench-sd-bus ADDRESS [MATCHES]
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 static double temperature;
 
 static int on_signal(sd_bus_message* signal, void* /*userdata*/, sd_bus_error* /*error*/) {
     std::int32_t id = 0;
-    return sd_bus_message_read(signal, "id", &id, &temperature);
+    const int r = sd_bus_message_read(signal, "id", &id, &temperature);
+    return r < 0 ? r : 0;
 }
 
-static int on_owner(sd_bus_message* /*signal*/, void* /*userdata*/, sd_bus_error* /*error*/) {
-    return 0;
+static int on_owner(sd_bus_message* signal, void* /*userdata*/, sd_bus_error* /*error*/) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* after = nullptr;
+    const int r = sd_bus_message_read(signal, "sss", &name, &before, &after);
+    return r < 0 ? r : 0;
 }
 
 int main(int argc, char** argv) {
@@ -35,9 +43,11 @@ int main(int argc, char** argv) {
     if (r >= 0)
         r = sd_bus_match_signal(bus, nullptr, service, path, service, "TemperatureChangeSignal",
                                 on_signal, nullptr);
-    if (r >= 0 && argc > 2 && std::strcmp(argv[2], "--follow-owner") == 0)
-        r = sd_bus_match_signal(bus, nullptr, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                "org.freedesktop.DBus", "NameOwnerChanged", on_owner, nullptr);
+    for (int left = argc > 2 ? std::atoi(argv[2]) : 0; r >= 0 && left > 0; --left)
+        r = sd_bus_add_match(
+            bus, nullptr,
+            "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'", on_owner,
+            nullptr);
     if (r >= 0)
         r = sd_bus_call_method(bus, service, path, service, "RegisterForTemperatureChangeSignal",
                                nullptr, nullptr, "id", 7, 0.5);
