@@ -77,17 +77,24 @@ def count_signals(folder, make_command, signals):
             "allocations": pace.allocations / signals}
 
 
-def signals(folder, number):
-    results = {}
-    for name, make_command in receivers(folder).items():
-        say(f"instructions for a signal: {name}")
-        results[name] = count_signals(folder, make_command, number)
-    return results
+def spread(values):
+    """The median of the turns, with the least and the most."""
+    return {"median": statistics.median(values), "range": [min(values), max(values)]}
+
+
+def signals(folder, number, turns):
+    counts = {name: [] for name in receivers(folder)}
+    for turn in range(turns):
+        for name, make_command in receivers(folder).items():
+            say(f"instructions for a signal: {name}, turn {turn + 1} of {turns}")
+            counts[name].append(count_signals(folder, make_command, number))
+    return {name: {mode: spread([count[mode] for count in made]) for mode in made[0]}
+            for name, made in counts.items()}
 
 
 def round_trips(folder, turns, number):
     """Microseconds until a signal is handled and a call behind it answered, all on one core."""
-    times = {name: [] for name in receivers(folder)}
+    times = {name: [] for name in receivers(folder)}  # a list for each turn
     for turn in range(turns):
         say(f"round trips: turn {turn + 1} of {turns}")
         for name, make_command in receivers(folder).items():
@@ -95,10 +102,10 @@ def round_trips(folder, turns, number):
                 with running(bus, make_command(bus.address)):
                     bus.order("registered")
                     bus.order("trips", 200)
-                    times[name] += [float(word) for word in bus.order("trips", number)]
-    return {name: {"median": statistics.median(all_times),
-                   "p99": statistics.quantiles(all_times, n=100)[98]}
-            for name, all_times in times.items()}
+                    times[name].append([float(word) for word in bus.order("trips", number)])
+    return {name: {"median": spread([statistics.median(turn) for turn in all_turns]),
+                   "p99": spread([statistics.quantiles(turn, n=100)[98] for turn in all_turns])}
+            for name, all_turns in times.items()}
 
 
 def calls(folder, number):

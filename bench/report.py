@@ -17,8 +17,8 @@ def measured(results):
     """(key, what it is, value, unit or what it is a ratio to) of each measure that was made."""
     signals = results["signals"]
 
-    def ratio(name, mode):
-        return signals[name][mode] / signals[FLOOR][mode]
+    def ratio(name, mode, base=FLOOR):
+        return signals[name][mode]["median"] / signals[base][mode]["median"]
 
     others = list(results["others"].values())
     rows = [
@@ -27,13 +27,14 @@ def measured(results):
         ("text", "signals in a blast, lines of text", ratio("fenwa, text", "blast"), "× floor"),
         ("JSON", "signals in a blast, lines of JSON", ratio("fenwa, JSON", "blast"), "× floor"),
         ("control", "--control with nobody watching",
-         signals["fenwa, --control"]["pace"] / signals[HOST]["pace"], "× without"),
+         ratio("fenwa, --control", "pace", HOST), "× without"),
         ("others", "the same beside more and more other blocks", max(others) / min(others),
          "largest / smallest"),
         ("downstream", "each further block behind the reader",
          results["downstream"]["instructions"], "instructions"),
         ("allocations", "allocations for a signal",
-         signals[HOST]["allocations"] - signals[FLOOR]["allocations"], "more than the floor"),
+         signals[HOST]["allocations"]["median"] - signals[FLOOR]["allocations"]["median"],
+         "more than the floor"),
         ("reader start", "exchanges of a reader at its start",
          results["reader starts"]["fenwa"] / results["reader starts"]["sd-bus"], "× sd-bus"),
         ("owner change", "each block, when a name's owner changes",
@@ -46,8 +47,9 @@ def measured(results):
         rows.append(("system calls", "system calls for a signal", calls[HOST] / calls[FLOOR],
                      "× floor"))
         trips = results["round trips"]
-        rows += [("round trip", f"round trip, {title}", trips[HOST][key] / trips["sd-bus"][key],
-                  "× sd-bus") for key, title in (("median", "median"), ("p99", "99th percentile"))]
+        rows += [("round trip", f"round trip, {title}",
+                  trips[HOST][key]["median"] / trips["sd-bus"][key]["median"], "× sd-bus")
+                 for key, title in (("median", "median"), ("p99", "99th percentile"))]
         rows.append(("memory", "memory of each further reader", results["memory"]["reader"], "KiB"))
         idle = results["idle"]
         rows.append(("idle", f"wake-ups in {idle['seconds']:.0f} s with nothing to do",
@@ -59,20 +61,29 @@ def number(value):
     return f"{value:,.0f}" if value >= 100 else f"{value:.2f}"
 
 
+def with_range(made, form):
+    """The median of the turns, and the least and the most where they differ."""
+    least, most = (form.format(value) for value in made["range"])
+    median = form.format(made["median"])
+    return median if least == most else f"{median} ({least} to {most})"
+
+
 def tables(results):
     signals = results["signals"]
     trips = results.get("round trips", {})
     columns = [("in a blast", "blast"), ("one at a time", "pace")]
-    lines = ["Instructions for one signal" + (", and microseconds of a round trip" if trips else ""),
+    lines = ["Instructions for one signal" + (", and microseconds of a round trip" if trips else "")
+             + ": medians of the turns, with the least and the most",
              "", "| | in a blast | × floor | one at a time | × floor |"
              + (" median, µs | 99th percentile, µs |" if trips else ""),
              "|---|" + "---|" * (6 if trips else 4)]
     for name, row in signals.items():
         cells = [name]
         for _, key in columns:
-            cells += [f"{row[key]:,.0f}", f"{row[key] / signals[FLOOR][key]:.2f}"]
+            cells += [with_range(row[key], "{:,.0f}"),
+                      f"{row[key]['median'] / signals[FLOOR][key]['median']:.2f}"]
         if trips:
-            cells += [f"{trips[name]['median']:.1f}", f"{trips[name]['p99']:.1f}"]
+            cells += [with_range(trips[name][key], "{:.0f}") for key in ("median", "p99")]
         lines.append("| " + " | ".join(cells) + " |")
     lines += ["", "| measure | measured | | aim |", "|---|---|---|---|"]
     lines += [f"| {title} | {number(value)} | {unit} | {number(TARGETS[key])} |"
@@ -80,15 +91,15 @@ def tables(results):
     return "\n".join(lines)
 
 
-def check(results, limits):
-    """Compares with limits, by the measures' keys. @returns the exit code."""
-    above = 0
+def above(results, limits):
+    """Names the measures above their limits, which are given by key, on stderr. @returns their number."""
+    found = 0
     for key, title, value, unit in measured(results):
         if key in limits and value > limits[key]:
             print(f"script/bench: {title}: {number(value)} {unit} is above the limit of "
                   f"{number(limits[key])}", file=sys.stderr)
-            above += 1
-    return 1 if above else 0
+            found += 1
+    return found
 
 
 PLOT = """
@@ -127,7 +138,7 @@ def draw(results, folder):
     signals = results["signals"]
     for mode, title in (("blast", "in a blast"), ("pace", "one at a time")):
         bars(folder / f"performance-{mode}.svg", f"Instructions for a signal, {title}",
-             {name: row[mode] for name, row in signals.items()}, "{:,.0f}")
+             {name: row[mode]["median"] for name, row in signals.items()}, "{:,.0f}")
     if "round trips" in results:
         bars(folder / "performance-round-trip.svg", "Round trip on one core, median, microseconds",
-             {name: row["median"] for name, row in results["round trips"].items()}, "{:.0f}")
+             {name: row["median"]["median"] for name, row in results["round trips"].items()}, "{:.0f}")
