@@ -2,13 +2,12 @@
 // connection too. So many more matches follow the owners of names, as each block must.
 //
 //     bench-sd-bus ADDRESS [MATCHES]
-#include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "bench/peers/sd_bus.hpp"
 
 static double temperature;
 
@@ -18,36 +17,15 @@ static int on_signal(sd_bus_message* signal, void* /*userdata*/, sd_bus_error* /
     return r < 0 ? r : 0;
 }
 
-static int on_owner(sd_bus_message* signal, void* /*userdata*/, sd_bus_error* /*error*/) {
-    const char* name = nullptr;
-    const char* before = nullptr;
-    const char* after = nullptr;
-    const int r = sd_bus_message_read(signal, "sss", &name, &before, &after);
-    return r < 0 ? r : 0;
-}
-
 int main(int argc, char** argv) {
-    const char* const service = "com.tarlo.TemperatureController";
-    const char* const path = "/com/tarlo/TemperatureController";
     sd_bus* bus = nullptr;
     sd_event* loop = nullptr;
-    int r = sd_event_default(&loop);
-    if (r >= 0)
-        r = sd_bus_new(&bus);
-    if (r >= 0)
-        r = sd_bus_set_address(bus, argv[1]);
-    if (r >= 0)
-        r = sd_bus_set_bus_client(bus, 1);
-    if (r >= 0)
-        r = sd_bus_start(bus);
+    int r = open_bus(argv[1], &bus, &loop);
     if (r >= 0)
         r = sd_bus_match_signal(bus, nullptr, service, path, service, "TemperatureChangeSignal",
                                 on_signal, nullptr);
     for (int left = argc > 2 ? std::atoi(argv[2]) : 0; r >= 0 && left > 0; --left)
-        r = sd_bus_add_match(
-            bus, nullptr,
-            "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'", on_owner,
-            nullptr);
+        r = sd_bus_add_match(bus, nullptr, owner_rule, on_owner_changed, nullptr);
     if (r >= 0)
         r = sd_bus_call_method(bus, service, path, service, "RegisterForTemperatureChangeSignal",
                                nullptr, nullptr, "id", 7, 0.5);

@@ -3,17 +3,14 @@
 // registers and reads once.
 //
 //     bench-sd-bus-readers ADDRESS COUNT
-#include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
-static const char* const service = "com.tarlo.TemperatureController";
-static const char* const path = "/com/tarlo/TemperatureController";
+#include "bench/peers/sd_bus.hpp"
+
 static sd_bus* bus = nullptr;
 
 struct Reader {
@@ -23,14 +20,6 @@ struct Reader {
     std::int32_t sensor = 0;
     double temperature = 0.0;
 };
-
-static int on_owner_changed(sd_bus_message* signal, void* /*userdata*/, sd_bus_error* /*error*/) {
-    const char* name = nullptr;
-    const char* before = nullptr;
-    const char* after = nullptr;
-    const int r = sd_bus_message_read(signal, "sss", &name, &before, &after);
-    return r < 0 ? r : 0;
-}
 
 static int on_signal(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
     std::int32_t id = 0;
@@ -95,10 +84,8 @@ static int on_owner_match(sd_bus_message* reply, void* userdata, sd_bus_error* /
 
 static int start(sd_event_source* /*source*/, void* userdata) {
     for (Reader& reader : *static_cast<std::vector<Reader>*>(userdata)) {
-        const int r = sd_bus_add_match_async(
-            bus, &reader.owner_match,
-            "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'",
-            on_owner_changed, on_owner_match, &reader);
+        const int r = sd_bus_add_match_async(bus, &reader.owner_match, owner_rule, on_owner_changed,
+                                             on_owner_match, &reader);
         if (r < 0)
             return r;
     }
@@ -108,15 +95,7 @@ static int start(sd_event_source* /*source*/, void* userdata) {
 int main(int /*argc*/, char** argv) {
     std::vector<Reader> readers(static_cast<std::size_t>(std::atoi(argv[2])));
     sd_event* loop = nullptr;
-    int r = sd_event_default(&loop);
-    if (r >= 0)
-        r = sd_bus_new(&bus);
-    if (r >= 0)
-        r = sd_bus_set_address(bus, argv[1]);
-    if (r >= 0)
-        r = sd_bus_set_bus_client(bus, 1);
-    if (r >= 0)
-        r = sd_bus_start(bus);
+    int r = open_bus(argv[1], &bus, &loop);
     if (r >= 0)
         r = sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
     if (r >= 0)  // in the loop, where the blocks of the host start their exchanges too
