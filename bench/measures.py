@@ -102,7 +102,7 @@ def round_trips(folder, turns, number):
                 with running(bus, make_command(bus.address)):
                     bus.order("registered")
                     bus.order("trips", 200)
-                    times[name].append([float(word) for word in bus.order("trips", number)])
+                    times[name].append([float(word) for word in bus.order("trips", number)[:-1]])
     return {name: {"median": spread([statistics.median(turn) for turn in all_turns]),
                    "p99": spread([statistics.quantiles(turn, n=100)[98] for turn in all_turns])}
             for name, all_turns in times.items()}

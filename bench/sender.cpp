@@ -2,16 +2,16 @@
 //
 //     bench-sender ADDRESS
 //
-// Orders come on stdin, one a line. Each is answered with a line on stdout once the receiver, the
-// last client that has registered, has handled all signals and answered a call that came behind
-// them:
+// Orders come on stdin, one a line. Each is answered with a line on stdout, "done", once the
+// receiver, the last client that has registered, has handled all signals and answered a call that
+// came behind them:
 //
 //     registered            waits for a client
 //     read COUNT            waits until the sensor was read so often
 //     owners COUNT          changes the owner of a name that nobody cares for
-//     blast COUNT           signals as quickly as the bus takes them: "SECONDS"
-//     pace COUNT PERIOD     one signal in each PERIOD microseconds: "SECONDS"
-//     trips COUNT           a signal and a call, COUNT times: "MICROSECONDS …"
+//     blast COUNT           signals as quickly as the bus takes them
+//     pace COUNT PERIOD     one signal in each PERIOD microseconds
+//     trips COUNT           a signal and a call, COUNT times: "MICROSECONDS … done"
 #include <systemd/sd-bus.h>
 
 #include <chrono>
@@ -55,8 +55,7 @@ class Sender {
         wait_until_handled();
     }
 
-    double change_owners(int count) {
-        const auto begin = Clock::now();
+    void change_owners(int count) {
         for (int i = 0; i < count; ++i) {
             if (i % 2 == 0)
                 common::own_name(*bus_, "com.tarlo.Elsewhere");
@@ -64,21 +63,18 @@ class Sender {
                 check(sd_bus_release_name(bus_.get(), "com.tarlo.Elsewhere"), "cannot release");
         }
         wait_until_handled();
-        return seconds_since(begin);
     }
 
-    double blast(int count) {
-        const auto begin = Clock::now();
+    void blast(int count) {
         for (int i = 0; i < count; ++i) {
             signal();
             if (i % portion == 0)
                 check(sd_bus_flush(bus_.get()), "cannot send");
         }
         wait_until_handled();
-        return seconds_since(begin);
     }
 
-    double pace(int count, std::chrono::microseconds period) {
+    void pace(int count, std::chrono::microseconds period) {
         const auto begin = Clock::now();
         for (int i = 0; i < count; ++i) {
             signal();
@@ -86,7 +82,6 @@ class Sender {
             std::this_thread::sleep_until(begin + (i + 1) * period);
         }
         wait_until_handled();
-        return seconds_since(begin);
     }
 
     std::string trips(int count) {
@@ -95,7 +90,7 @@ class Sender {
             const auto begin = Clock::now();
             signal();
             wait_until_handled();
-            times << seconds_since(begin) * 1e6 << ' ';
+            times << std::chrono::duration<double, std::micro>(Clock::now() - begin).count() << ' ';
         }
         return times.str();
     }
@@ -107,10 +102,6 @@ class Sender {
             if (check(sd_bus_process(bus_.get(), nullptr), "cannot serve") == 0)
                 check(sd_bus_wait(bus_.get(), UINT64_MAX), "cannot wait");
         }
-    }
-
-    static double seconds_since(Clock::time_point begin) {
-        return std::chrono::duration<double>(Clock::now() - begin).count();
     }
 
     void signal() {
@@ -168,24 +159,21 @@ void serve(Sender& sender) {
         int count = 0;
         std::int64_t period = 0;
         words >> order >> count >> period;
-        if (order == "registered") {
+        if (order == "registered")
             sender.wait_for_receiver();
-            std::cout << "yes";
-        } else if (order == "read") {
+        else if (order == "read")
             sender.wait_for_readings(count);
-            std::cout << "yes";
-        } else if (order == "owners") {
-            std::cout << sender.change_owners(count);
-        } else if (order == "blast") {
-            std::cout << sender.blast(count);
-        } else if (order == "pace") {
-            std::cout << sender.pace(count, std::chrono::microseconds(period));
-        } else if (order == "trips") {
+        else if (order == "owners")
+            sender.change_owners(count);
+        else if (order == "blast")
+            sender.blast(count);
+        else if (order == "pace")
+            sender.pace(count, std::chrono::microseconds(period));
+        else if (order == "trips")
             std::cout << sender.trips(count);
-        } else {
+        else
             throw std::runtime_error("no such order: " + line);
-        }
-        std::cout << std::endl;
+        std::cout << "done" << std::endl;
     }
 }
 
