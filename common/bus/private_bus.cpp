@@ -1,7 +1,6 @@
 #include "common/bus/private_bus.hpp"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -36,11 +35,15 @@ constexpr std::chrono::seconds kill_timeout{2};
     throw Failure(ExitCode::unavailable, "cannot start a private bus: " + reason);
 }
 
+std::string in_quotes(const fs::path& path) {
+    return '\'' + path.string() + '\'';
+}
+
 void write_file(const fs::path& path, const std::string& text) {
     std::ofstream file(path);
     file << text;
     if (!file.flush())
-        fail(fmt::format("'{}' cannot be written", path.string()));
+        fail(in_quotes(path) + " cannot be written");
 }
 
 /// Whether a process accepts connections at a socket, or may do. The path must be short enough.
@@ -57,14 +60,15 @@ bool is_in_use(const fs::path& path) {
 void check_socket_path(const fs::path& path) {
     constexpr std::size_t longest = sizeof sockaddr_un{}.sun_path - 1;
     if (path.native().size() > longest)
-        fail(fmt::format("the socket path '{}' is longer than {} bytes", path.string(), longest));
+        fail("the socket path " + in_quotes(path) + " is longer than " + std::to_string(longest) +
+             " bytes");
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return;
     if (!S_ISSOCK(status.st_mode))
-        fail(fmt::format("'{}' exists and is not a socket", path.string()));
+        fail(in_quotes(path) + " exists and is not a socket");
     if (is_in_use(path))
-        fail(fmt::format("a process listens at '{}' already", path.string()));
+        fail("a process listens at " + in_quotes(path) + " already");
 }
 
 }  // namespace
@@ -98,7 +102,7 @@ void PrivateBus::write_files(const PrivateBusOptions& options) {
     const fs::path services = folder_->file("services");
     std::error_code error;
     if (!fs::create_directory(services, error))
-        fail(fmt::format("'{}' cannot be made: {}", services.string(), error.message()));
+        fail(in_quotes(services) + " cannot be made: " + error.message());
     for (const Activatable& each : options.activatable)
         write_file(folder_->file(services / (each.bus_name + ".service")),
                    service_file(each.bus_name, options.camera_program, each.service));

@@ -2,10 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
-#include <charconv>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -28,16 +24,6 @@ std::string wall_time() {
     return fmt::format("{}.{:03}{:.3}:{}", date, now.tv_nsec / 1'000'000, offset, offset + 3);
 }
 
-/// @param width with `fill` in front.
-void append_digits(std::string& line, std::int64_t number, std::size_t width, char fill) {
-    std::array<char, 20> digits;
-    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    const auto size = static_cast<std::size_t>(end - digits.data());
-    if (size < width)
-        line.append(width - size, fill);
-    line.append(digits.data(), size);
-}
-
 }  // namespace
 
 void EventLines::write_json(std::string_view event, const Json& members) {
@@ -47,31 +33,35 @@ void EventLines::write_json(std::string_view event, const Json& members) {
 }
 
 std::string EventLines::stamp(const Palette& palette) const {
-    if (timestamps_ == Timestamps::none)
-        return {};
-    std::string time;
-    if (timestamps_ == Timestamps::wall) {
-        time = wall_time();
-    } else {
-        // As "{:8.3f}" of the seconds.
-        const std::int64_t milliseconds = rounded_milliseconds();
-        append_digits(time, milliseconds / 1000, 4, ' ');
-        time += '.';
-        append_digits(time, milliseconds % 1000, 3, '0');
+    switch (timestamps_) {
+        case Timestamps::relative:
+            return relative_stamp(palette, milliseconds());
+        case Timestamps::wall:
+            return fmt::format("{}{}{}  ", palette.dim, wall_time(), palette.reset);
+        case Timestamps::none:
+            break;
     }
-    return fmt::format("{}{}{}  ", palette.dim, time, palette.reset);
+    return {};
 }
 
-std::int64_t EventLines::rounded_milliseconds() const {
+std::int64_t EventLines::milliseconds() const {
     return (watch_.elapsed().count() + 500) / 1000;
 }
 
+std::string EventLines::relative_stamp(const Palette& palette, std::int64_t milliseconds) {
+    return fmt::format("{}{:8.3f}{}  ", palette.dim, static_cast<double>(milliseconds) / 1000,
+                       palette.reset);
+}
+
 void EventLines::begin_text() {
+    if (timestamps_ != Timestamps::relative) {
+        line_ = stamp(palette_);
+        return;
+    }
     // Lines that come quickly share their stamp.
-    const std::int64_t now =
-        timestamps_ == Timestamps::relative ? rounded_milliseconds() : not_stamped;
-    if (now == not_stamped || now != stamped_)
-        stamp_ = stamp(palette_);
+    const std::int64_t now = milliseconds();
+    if (stamp_.empty() || now != stamped_)
+        stamp_ = relative_stamp(palette_, now);
     stamped_ = now;
     line_ = stamp_;
 }

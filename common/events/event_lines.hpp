@@ -75,9 +75,10 @@ class EventLines {
     void begin_json(std::string& line, std::string_view event) const;
     /// Makes `line_` the time in front of a text.
     void begin_text();
-    [[nodiscard]] std::int64_t rounded_milliseconds() const;
-
-    static constexpr std::int64_t not_stamped = -1;
+    /// The time since the start, rounded.
+    [[nodiscard]] std::int64_t milliseconds() const;
+    [[nodiscard]] static std::string relative_stamp(const Palette& palette,
+                                                    std::int64_t milliseconds);
 
     StandardOutput& out_;
     EventFormat format_;
@@ -85,9 +86,9 @@ class EventLines {
     Palette palette_;
     Stopwatch watch_;
     std::mutex mutex_;
-    std::string line_;                    ///< keeps its memory from line to line
-    std::string stamp_;                   ///< of the last line of text
-    std::int64_t stamped_ = not_stamped;  ///< its time in milliseconds
+    std::string line_;          ///< keeps its memory from line to line
+    std::string stamp_;         ///< of the last line of text with a relative time; or empty
+    std::int64_t stamped_ = 0;  ///< that time in milliseconds
 };
 
 }  // namespace common

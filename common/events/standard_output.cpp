@@ -29,7 +29,7 @@ void StandardOutput::write(std::string_view text) {
     if (error_ != 0)
         return;
     errno = 0;
-    // Without the stream's own state, which is made anew for each output.
+    // Past the stream, whose checks before and after each output take longer than a line.
     std::streambuf& buffer = *stream_.rdbuf();
     const auto size = static_cast<std::streamsize>(text.size());
     if (buffer.sputn(text.data(), size) != size || buffer.pubsync() != 0)

@@ -80,7 +80,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 }  // namespace
 
-std::string counted(std::size_t n, const std::string& noun) {
+std::string counted(std::uint64_t n, const std::string& noun) {
     return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
 }
 

@@ -26,7 +26,7 @@ struct SourceLocation {
 };
 
 /// "1 error", "2 errors".
-[[nodiscard]] std::string counted(std::size_t n, const std::string& noun);
+[[nodiscard]] std::string counted(std::uint64_t n, const std::string& noun);
 
 /// Collects the mistakes of one text file and prints them in a compiler's form, each line made safe
 /// by `one_line`, but for the tabs of quoted ones:

@@ -1,6 +1,5 @@
 #include "common/text/json.hpp"
 
-#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>

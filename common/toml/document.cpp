@@ -127,7 +127,7 @@ SourceLocation first_definition(const std::string& text, SourceLocation location
         const toml::node* found = &before;
         const toml::table* step = &path;
         while (step != nullptr && !step->empty()) {
-            const auto& [key, next] = *step->begin();
+            const auto [key, next] = *step->begin();
             const toml::table* const table = table_of(found);
             if (table == nullptr)  // another kind of value, which cannot become a table
                 break;
