@@ -13,26 +13,19 @@ struct BlockConfiguration::Storage {
     KeyIndex index;
     std::shared_ptr<ConfigurationObserver> observer;
 
-    [[nodiscard]] auto key_at() const {
-        return [this](std::size_t place) -> const std::string& { return entries[place].key(); };
-    }
-    [[nodiscard]] std::size_t place_of(const std::string& key) const {
-        return index.find(key, entries.size(), key_at());
-    }
-
     [[nodiscard]] const Value* find(const std::string& key) const {
-        const std::size_t place = place_of(key);
+        const std::size_t place = index.find(key, entries, &KeyValue::key);
         return place == KeyIndex::none ? nullptr : &entries[place].value();
     }
 
     void set(const KeyValue& entry) {
-        const std::size_t place = place_of(entry.key());
+        const std::size_t place = index.find(entry.key(), entries, &KeyValue::key);
         if (place != KeyIndex::none) {
             entries[place] = entry;
             return;
         }
         entries.push_back(entry);
-        index.extend(entries.size(), key_at());
+        index.extend(entries, &KeyValue::key);
     }
 };
 

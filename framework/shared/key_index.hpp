@@ -1,9 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace Fenwa {
 
@@ -13,26 +16,26 @@ class KeyIndex {
   public:
     static constexpr std::size_t none = SIZE_MAX;
 
-    /// @param size of the list.
-    /// @param key_at returns the key at a place.
+    /// @param key_of the member of an entry that is or returns its key.
     /// @returns the place of the key, or `none`.
-    template <class KeyAt>
-    [[nodiscard]] std::size_t find(const std::string& key, std::size_t size, KeyAt&& key_at) const {
-        if (size > longest_short) {
+    template <class Entry, class KeyOf>
+    [[nodiscard]] std::size_t find(const std::string& key, const std::vector<Entry>& list,
+                                   KeyOf key_of) const {
+        if (list.size() > longest_short) {
             const auto found = places_.find(key);
             return found == places_.end() ? none : found->second;
         }
-        std::size_t place = 0;
-        while (place < size && key_at(place) != key)
-            ++place;
-        return place < size ? place : none;
+        const auto found = std::ranges::find(list, key, key_of);
+        return found == list.end() ? none : static_cast<std::size_t>(found - list.begin());
     }
 
     /// To be called when the list has become longer.
-    template <class KeyAt>
-    void extend(std::size_t size, KeyAt&& key_at) {
-        for (std::size_t place = places_.size(); size > longest_short && place < size; ++place)
-            places_.emplace(key_at(place), place);
+    template <class Entry, class KeyOf>
+    void extend(const std::vector<Entry>& list, KeyOf key_of) {
+        if (list.size() <= longest_short)
+            return;
+        for (std::size_t place = places_.size(); place < list.size(); ++place)
+            places_.emplace(std::invoke(key_of, list[place]), place);
     }
 
   private:

@@ -280,22 +280,20 @@ bool BlockEntry::add(Setting setting) {
     if (find(setting.key) != nullptr)
         return false;
     settings.push_back(std::move(setting));
-    index_.extend(settings.size(),
-                  [this](std::size_t place) -> const std::string& { return settings[place].key; });
+    index_.extend(settings, &Setting::key);
     return true;
 }
 
 void BlockEntry::set(const std::string& key, Value value) {
-    if (const Setting* const known = find(key))
-        settings[static_cast<std::size_t>(known - settings.data())].value = std::move(value);
-    else
+    const std::size_t place = index_.find(key, settings, &Setting::key);
+    if (place == Fenwa::KeyIndex::none)
         add({key, location, std::move(value)});
+    else
+        settings[place].value = std::move(value);
 }
 
 const Setting* BlockEntry::find(const std::string& key) const {
-    const std::size_t place =
-        index_.find(key, settings.size(),
-                    [this](std::size_t at) -> const std::string& { return settings[at].key; });
+    const std::size_t place = index_.find(key, settings, &Setting::key);
     return place == Fenwa::KeyIndex::none ? nullptr : &settings[place];
 }
 
