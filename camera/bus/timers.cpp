@@ -1,11 +1,21 @@
 #include "camera/bus/timers.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <ctime>
+#include <limits>
 #include <utility>
 
 #include "common/bus/callback.hpp"
 
 namespace camera {
+namespace {
+
+/// The latest time in microseconds that a timer of the kernel takes with a time_t of 32 bits.
+constexpr std::uint64_t end_of_time =
+    std::uint64_t{std::numeric_limits<std::int32_t>::max()} * 1'000'000;
+
+}  // namespace
 
 common::EventPtr new_event() {
     common::EventPtr event;
@@ -17,7 +27,8 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
                   std::int64_t priority) {
     std::uint64_t now = 0;
     common::check(sd_event_now(&event_, CLOCK_MONOTONIC, &now), "sd_event_now");
-    const std::uint64_t when = now + static_cast<std::uint64_t>(delay.count());
+    const std::uint64_t when =
+        std::min(now + static_cast<std::uint64_t>(delay.count()), end_of_time);
     const auto action_at = actions_.emplace(Due{priority, when, ++last_number_}, std::move(action));
     alarms_.push_back({this, priority, nullptr});
     Alarm& alarm = alarms_.back();

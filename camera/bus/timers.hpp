@@ -28,7 +28,7 @@ class Timers {
     Timers& operator=(const Timers&) = delete;
 
     /// Runs `action` once from the loop.
-    /// @param delay from now; 0 means the loop's next round.
+    /// @param delay from now; 0 means the loop's next round. Not after 68 years of uptime.
     /// @param priority as in sd-event: a smaller one runs first.
     /// @throws std::system_error when the loop takes no further source.
     void once(std::chrono::microseconds delay, std::function<void()> action,

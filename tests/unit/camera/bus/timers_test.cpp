@@ -47,10 +47,10 @@ TEST_F(TimersTest, TheSameDelayKeepsTheOrder) {
 }
 
 TEST_F(TimersTest, WhatIsDueEarlierGoesFirstHoweverLateTheLoopIs) {
-    timers_.once(milliseconds(3), [this] { done_.push_back("third"); });
-    timers_.once(milliseconds(2), [this] { done_.push_back("second"); });
-    timers_.once(milliseconds(1), [this] { done_.push_back("first"); });
-    std::this_thread::sleep_for(milliseconds(10));
+    timers_.once(milliseconds(60), [this] { done_.push_back("third"); });
+    timers_.once(milliseconds(40), [this] { done_.push_back("second"); });
+    timers_.once(milliseconds(20), [this] { done_.push_back("first"); });
+    std::this_thread::sleep_for(milliseconds(100));
     run_loop(milliseconds(30));
     EXPECT_THAT(done_, ElementsAre("first", "second", "third"));
 }
