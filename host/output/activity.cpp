@@ -12,6 +12,10 @@
 namespace host {
 namespace {
 
+// Written by the loop for each call and read by handlers of signals, so no lock may be in them.
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
+              std::atomic<std::int64_t>::is_always_lock_free);
+
 constexpr std::size_t name_words = 8;
 using Name = std::array<std::uint64_t, name_words>;
 

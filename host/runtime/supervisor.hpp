@@ -88,6 +88,7 @@ class Supervisor {
     std::atomic<int> reader_{-1};
     std::atomic<State> state_{State::starting};
     std::atomic<Clock::time_point> stop_at_{Clock::time_point::max()};
+    static_assert(decltype(stop_at_)::is_always_lock_free);
     // Used by the thread only.
     std::optional<Clock::time_point> first_request_;  ///< by a signal, or because time was over
     std::optional<Clock::time_point> stopping_since_;

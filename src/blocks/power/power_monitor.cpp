@@ -13,6 +13,8 @@
 namespace blocks {
 namespace {
 
+// Without a lock-free double a handler would wait for a lock of libatomic, which the library does
+// not need otherwise.
 static_assert(std::atomic<double>::is_always_lock_free);
 
 constexpr const char* property = "PowerReceived";
