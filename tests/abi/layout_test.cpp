@@ -176,6 +176,35 @@ TEST(LayoutTest, NumbersTheAlternativesOfADebugValue) {
     EXPECT_EQ(std::variant_size_v<Fenwa::DebugValue>, 5U);
 }
 
+/// Bytes with pointers of 64 bits, and with those of 32.
+constexpr std::size_t by_pointer(std::size_t wide, std::size_t narrow) {
+    return sizeof(void*) == 8 ? wide : narrow;
+}
+
+TEST(LayoutTest, HasTheSizesOfTheTarget) {
+    EXPECT_EQ(sizeof(Fenwa::Block), by_pointer(16, 8));
+    EXPECT_EQ(sizeof(Fenwa::BlockConfiguration), by_pointer(16, 8));
+    EXPECT_EQ(sizeof(Fenwa::BlockConfiguration::KeyValue), by_pointer(72, 56));
+    EXPECT_EQ(sizeof(Fenwa::Datatype), by_pointer(32, 24));
+    EXPECT_EQ(sizeof(Fenwa::InitTools), by_pointer(8, 4));
+    EXPECT_EQ(sizeof(Fenwa::PortInfo), by_pointer(64, 48));
+    EXPECT_EQ(sizeof(Fenwa::Port), by_pointer(48, 32));
+    EXPECT_EQ(sizeof(Fenwa::EventPort), by_pointer(56, 36));
+    EXPECT_EQ(sizeof(Fenwa::InPortInternal), by_pointer(96, 64));
+    EXPECT_EQ(sizeof(Fenwa::InPortProvider), by_pointer(8, 4));
+    EXPECT_EQ(sizeof(Fenwa::InPort<int>), by_pointer(104, 68));
+    EXPECT_EQ(sizeof(Fenwa::OutPortInternal), by_pointer(88, 60));
+    EXPECT_EQ(sizeof(Fenwa::OutPort<float>), by_pointer(96, 64));
+    EXPECT_EQ(sizeof(Fenwa::OutPort<double>), by_pointer(96, 72));
+    EXPECT_EQ(sizeof(Fenwa::SDBusTools), by_pointer(8, 4));
+    EXPECT_EQ(sizeof(Fenwa::SDBusError), by_pointer(112, 80));
+    EXPECT_EQ(sizeof(Fenwa::IRegistry), by_pointer(8, 4));
+    EXPECT_EQ(sizeof(Fenwa::DebugDataStore), by_pointer(8, 4));
+    EXPECT_EQ(sizeof(Fenwa::RegisteredBlock), 8U);
+    EXPECT_EQ(sizeof(Fenwa::DebugValue), by_pointer(40, 32));
+    EXPECT_EQ(sizeof(Fenwa::datatype_timersource), 16U);
+}
+
 TEST(LayoutTest, HasNoMembersOfABlockButItsStateBehindTheVirtualTable) {
     EXPECT_EQ(sizeof(Fenwa::Block), 2 * sizeof(void*));
 }
