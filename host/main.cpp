@@ -10,12 +10,13 @@ int main(int argc, char** argv) {
          .version = "fenwa " FENWA_VERSION,
          .help = "Runs graphs of Fenwa blocks on any Linux machine",
          .footer = "Exit codes: 0 done, a stop by signal included; 2 the command line is wrong; 66 "
-                   "a file cannot be read; 69 the bus cannot be reached, a name cannot be had, or "
-                   "the connection was lost; 70 a block or a plug-in threw, crashed or hung; 78 "
+                   "a file cannot be read; 69 the bus cannot be reached, a name cannot be had, "
+                   "the connection was lost, or a file cannot be written; 70 a block or a plug-in "
+                   "threw, crashed or hung; 78 "
                    "the graph is wrong.",
          .commands = {host::run_command(), host::check_command(), host::read_command(),
                       host::write_command(), host::set_command(), host::watch_command(),
                       host::status_command(), host::inspect_command(), host::list_command(),
-                      host::graph_command()}},
+                      host::graph_command(), host::new_command()}},
         argc, argv);
 }

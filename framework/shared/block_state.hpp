@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -48,5 +49,11 @@ struct Block::State {
     std::atomic<bool> queued{false};
     Block* next = nullptr;
 };
+
+inline EventPort* HostAccess::eventport(const Block& block, const std::string& name) {
+    const auto& ports = block.state_->eventports;
+    const auto found = std::ranges::find(ports, name, &EventPort::name);
+    return found == ports.end() ? nullptr : found->get();
+}
 
 }  // namespace Fenwa

@@ -46,6 +46,9 @@ class FENWA_API HostAccess {
     [[nodiscard]] static const std::vector<InPortInternal*>& inports(const Block& block);
     [[nodiscard]] static std::vector<OutPortInternal*> outports(const Block& block);
     [[nodiscard]] static std::vector<std::string> eventport_names(const Block& block);
+    /// The event port of that name, owned by the block; null if there is none. In block_state.hpp,
+    /// so that the test kit, which alone asks for it, needs no symbol that others do not have.
+    [[nodiscard]] static EventPort* eventport(const Block& block, const std::string& name);
 
     /// Moves the pending marks of all input and event ports to triggered.
     /// @returns whether any of them is triggered now.

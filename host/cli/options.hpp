@@ -21,6 +21,7 @@ namespace host {
 [[nodiscard]] common::Command list_command();
 [[nodiscard]] common::Command graph_command();
 [[nodiscard]] common::Command status_command();
+[[nodiscard]] common::Command new_command();
 
 // What several commands have in common. Each variable outlives the command.
 

@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
-#include <new>
-#include <type_traits>
 #include <utility>
 
+#include "fenwa/testkit/block_driver.hpp"
 #include "framework/shared/host_access.hpp"
-#include "framework/shared/ready_queue.hpp"
 #include "tests/support/bus_messages.hpp"
 #include "tests/support/debug_store_recorder.hpp"
 #include "tests/support/fake_tools.hpp"
@@ -19,25 +16,29 @@
 
 namespace support {
 
-/// Builds one block and takes it over as a host does; the test calls its operations. A constructor
-/// that takes the tools behind the given arguments gets them.
+/// Drives one block whose effects are in the journal; the test calls the block's operations itself.
 template <class T>
-class BlockDriver {
+class BlockDriver : public Fenwa::testkit::Driver {
   public:
     template <class... Arguments>
     explicit BlockDriver(Fenwa::SDBusTools& tools, Arguments&&... arguments)
-        : tools_(&tools), block_(build(std::forward<Arguments>(arguments)...)) {
-        EXPECT_TRUE(Fenwa::HostAccess::adopt(*block_, tools_, queue_).empty());
+        : Driver(tools),
+          block_(
+              Fenwa::testkit::build_block<T>(this->tools(), std::forward<Arguments>(arguments)...)
+                  .release()) {
+        adopt(std::unique_ptr<Fenwa::Block>(block_));
+        EXPECT_TRUE(refused_exports().empty());
     }
+    ~BlockDriver() override { destroy(); }
 
-    T* operator->() { return block_.get(); }
+    T* operator->() { return block_; }
     T& operator*() { return *block_; }
 
     /// Whether the block has asked to be run since the last time. Takes its fires.
     [[nodiscard]] bool woken() {
         (void)journal_->take(effect::fire);
         const bool armed = arm();
-        Fenwa::HostAccess::disarm(*block_);
+        disarm();
         return armed;
     }
 
@@ -49,51 +50,13 @@ class BlockDriver {
         const auto triggered = triggered_ports(*block_);
         const bool result = block_->run();
         EXPECT_EQ(triggered_ports(*block_), triggered) << "the block has reset a port";
-        Fenwa::HostAccess::disarm(*block_);
+        disarm();
         return result;
     }
 
-    void destroy() { block_.reset(); }
-
   private:
-    /// Takes what is pending over for a run. @returns whether there is any.
-    bool arm() {
-        std::vector<Fenwa::Block*> ready;
-        queue_.take(ready);
-        for (Fenwa::Block* block : ready)
-            Fenwa::ReadyQueue::about_to_run(*block);
-        const bool armed = Fenwa::HostAccess::arm(*block_);
-        EXPECT_EQ(armed, !ready.empty());
-        return armed;
-    }
-
-    template <class... Arguments>
-    std::unique_ptr<T> build(Arguments&&... arguments) {
-        if constexpr (std::is_constructible_v<T, Arguments..., const Fenwa::InitTools&>)
-            return in_used_memory(std::forward<Arguments>(arguments)..., std::as_const(tools_));
-        else
-            return in_used_memory(std::forward<Arguments>(arguments)...);
-    }
-
-    /// All bytes there are 1 before, or 0 every second time, so that a missing initial value shows.
-    template <class... Arguments>
-    static std::unique_ptr<T> in_used_memory(Arguments&&... arguments) {
-        static int byte = 0;
-        byte = 1 - byte;
-        void* const place = ::operator new(sizeof(T));
-        std::memset(place, byte, sizeof(T));
-        try {
-            return std::unique_ptr<T>(new (place) T(std::forward<Arguments>(arguments)...));
-        } catch (...) {
-            ::operator delete(place);
-            throw;
-        }
-    }
-
     std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
-    Fenwa::ReadyQueue queue_{[] {}};
-    Fenwa::InitTools tools_;
-    std::unique_ptr<T> block_;
+    T* block_;  ///< owned by the base
 };
 
 /// Where everything about a block is recorded, in one journal.

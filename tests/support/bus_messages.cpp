@@ -1,10 +1,5 @@
 #include "tests/support/bus_messages.hpp"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
 #include <system_error>
 
 namespace support {
@@ -15,21 +10,7 @@ void check(int r) {
 }
 
 Messages::Messages() {
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) < 0)
-        check(-errno);
-    other_end_ = ends[1];
-    sd_bus* bus = nullptr;
-    check(sd_bus_new(&bus));
-    bus_.reset(bus);
-    check(sd_bus_set_fd(bus, ends[0], ends[0]));
-    check(sd_bus_start(bus));
-
     question_ = call("/com/example/Peer", "com.example.Peer", "Ask", "");
-}
-
-Messages::~Messages() {
-    close(other_end_);
 }
 
 Message Messages::error(const char* name, const char* text) {
@@ -63,8 +44,7 @@ Message Messages::new_signal(const char* path, const char* interface, const char
 }
 
 Message Messages::seal(Message message) {
-    check(sd_bus_message_seal(message, ++cookie_, 0));
-    check(sd_bus_message_rewind(message, 1));
+    connection_.seal(message);
     return message;
 }
 

@@ -4,13 +4,12 @@
 
 #include <memory>
 
+#include "framework/testkit/unread_connection.hpp"
+
 namespace support {
 
 struct MessageUnref {
     void operator()(sd_bus_message* message) const noexcept { sd_bus_message_unref(message); }
-};
-struct BusUnref {
-    void operator()(sd_bus* bus) const noexcept { sd_bus_close_unref(bus); }
 };
 
 /// One message, owned. Stands for itself where sd-bus wants one.
@@ -33,17 +32,15 @@ inline constexpr sd_bus_error denied =
 /// Throws what a negative result of sd-bus means.
 void check(int r);
 
-/// Makes messages as they reach a callback: real ones, sealed and rewound. They are built on one
-/// end of a socket pair whose other end nobody reads.
+/// Makes messages as they reach a callback: real ones, sealed and rewound.
 class Messages {
   public:
     Messages();
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;
-    ~Messages();
 
     /// The connection that the messages are built on; nothing on it is ever delivered.
-    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
+    [[nodiscard]] sd_bus* bus() const { return connection_.bus(); }
 
     /// A method call with these arguments; a reply to it is queued and never read.
     template <class... Values>
@@ -93,10 +90,8 @@ class Messages {
         return seal(std::move(message));
     }
 
-    int other_end_ = -1;
-    std::unique_ptr<sd_bus, BusUnref> bus_;
+    Fenwa::testkit::UnreadConnection connection_;
     Message question_{nullptr};  // what the replies answer
-    std::uint64_t cookie_ = 0;
 };
 
 }  // namespace support

@@ -158,8 +158,8 @@ void Process::send_signal(int signal) const {
         check(kill(pid_, signal), "kill");
 }
 
-Ended Process::wait() {
-    const auto deadline = Clock::now() + wait_limit;
+Ended Process::wait(std::chrono::seconds limit) {
+    const auto deadline = Clock::now() + limit;
     while (read_more(deadline)) {
     }
     int status = 0;
@@ -186,8 +186,8 @@ Ended Process::terminate() {
 }
 
 Ended run_program(std::vector<std::string> arguments,
-                  std::map<std::string, std::string> environment) {
-    return Process(std::move(arguments), std::move(environment)).wait();
+                  std::map<std::string, std::string> environment, std::chrono::seconds limit) {
+    return Process(std::move(arguments), std::move(environment)).wait(limit);
 }
 
 }  // namespace test

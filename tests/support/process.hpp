@@ -50,8 +50,8 @@ class Process {
     void send_signal(int signal) const;
 
     /// Waits until the program has ended and gives everything it wrote.
-    /// @throws std::runtime_error when it does not end within `wait_limit`.
-    Ended wait();
+    /// @throws std::runtime_error when it does not end within `limit`.
+    Ended wait(std::chrono::seconds limit = wait_limit);
     /// SIGTERM, then `wait`.
     Ended terminate();
 
@@ -74,8 +74,9 @@ class Process {
     Stream streams_[2];
 };
 
-/// Runs a program to its end.
+/// Runs a program to its end. @throws as `Process::wait`.
 Ended run_program(std::vector<std::string> arguments,
-                  std::map<std::string, std::string> environment = {});
+                  std::map<std::string, std::string> environment = {},
+                  std::chrono::seconds limit = Process::wait_limit);
 
 }  // namespace test

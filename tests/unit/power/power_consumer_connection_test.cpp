@@ -55,7 +55,7 @@ class ConnectedPair {
     }
 
   private:
-    using Connection = std::unique_ptr<sd_bus, support::BusUnref>;
+    using Connection = Fenwa::Handle<sd_bus, sd_bus_close_unref>;
 
     static sd_bus* open(int end) {
         sd_bus* bus = nullptr;

@@ -15,14 +15,6 @@ constexpr sd_bus_error no_error = SD_BUS_ERROR_NULL;
 const std::string set_line = "2 Could not set prioritized text overlay: ";
 const std::string unset_line = "2 Could not unset prioritized text overlay: ";
 
-TEST_F(PrioritizedTextOverlaySetterTest, TakesATextAndAWholeNumber) {
-    expect_refused({{"prio_text_overlay", 5}}, "prio_text_overlay");
-    expect_refused({{"prio_text_overlay", {"two", "texts"}}}, "prio_text_overlay");
-    expect_refused({{"duration", 1.5}}, "duration");
-    expect_refused({{"duration", {"5"}}}, "duration");
-    expect_refused({{"duration", std::int64_t{1} << 32}}, "duration");
-}
-
 TEST_F(PrioritizedTextOverlaySetterTest, DoesNothingWithoutAText) {
     for (const Fenwa::BlockConfiguration& config : std::initializer_list<Fenwa::BlockConfiguration>{
              {}, {{"duration", 5}}, {{"prio_text_overlay", {""}}}}) {
