@@ -62,6 +62,7 @@ _fenwa() {
     case $program/$command in
         fenwa/run | fenwa/check | fenwa/graph) _filedir toml ;;
         fenwa/inspect) _filedir so ;;
+        fenwa/new) ((cword == 2)) && COMPREPLY=($(compgen -W 'plugin block' -- "$cur")) ;;
         fenwa-camera/start | fenwa-camera/stop | fenwa-camera/restart)
             COMPREPLY=($(compgen -W '$(_fenwa_services "$1")' -- "$cur"))
             ;;

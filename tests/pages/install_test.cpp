@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,27 +73,45 @@ TEST_F(Install, BringsTheProgramsTheirPagesCompletionAndPolicy) {
     std::vector<std::string> found;
     for (const auto& entry : fs::recursive_directory_iterator(prefix())) {
         const std::string name = entry.path().lexically_relative(prefix()).string();
-        // Headers and libraries have their versions in their names, or are many.
-        if (!entry.is_directory() && !name.starts_with("include/") &&
-            name.find("lib/libfenwa-") == name.npos)
+        // These are many, or have a version or the kind of build in their names.
+        static const Pattern other("(include/|share/doc/|lib/libfenwa-|.*/fenwaTargets-).*");
+        if (!entry.is_directory() && other.match(name).empty())
             found.push_back(name);
     }
     std::sort(found.begin(), found.end());
-    EXPECT_EQ(
-        found,
-        (std::vector<std::string>{
-            "bin/fenwa", "bin/fenwa-camera", "lib/fenwa/plugins/libfenwa-temperature.so",
-            "lib/fenwa/plugins/libfenwa-temperature.toml",
-            "share/bash-completion/completions/fenwa",
-            "share/bash-completion/completions/fenwa-camera",
-            "share/dbus-1/system.d/com.tarlo.Fenwa.Host1.conf", "share/man/man1/fenwa-camera.1",
-            "share/man/man1/fenwa.1", "share/man/man5/fenwa-graph.5"}));
+    EXPECT_EQ(found, (std::vector<std::string>{"bin/fenwa",
+                                               "bin/fenwa-abi-check",
+                                               "bin/fenwa-camera",
+                                               "lib/cmake/fenwa/FenwaPlugin.cmake",
+                                               "lib/cmake/fenwa/exports.map",
+                                               "lib/cmake/fenwa/fenwaConfig.cmake",
+                                               "lib/cmake/fenwa/fenwaConfigVersion.cmake",
+                                               "lib/cmake/fenwa/fenwaTargets.cmake",
+                                               "lib/fenwa/plugins/libfenwa-temperature.so",
+                                               "lib/fenwa/plugins/libfenwa-temperature.toml",
+                                               "lib/pkgconfig/fenwa.pc",
+                                               "lib/systemd/system/fenwa@.service",
+                                               "lib/sysusers.d/fenwa.conf",
+                                               "share/bash-completion/completions/fenwa",
+                                               "share/bash-completion/completions/fenwa-camera",
+                                               "share/dbus-1/system.d/com.tarlo.Fenwa.conf",
+                                               "share/man/man1/fenwa-abi-check.1.gz",
+                                               "share/man/man1/fenwa-camera.1.gz",
+                                               "share/man/man1/fenwa.1.gz",
+                                               "share/man/man5/fenwa-graph.5.gz"}));
+}
+
+TEST_F(Install, PagesNameThePathsThatTheyAreInstalledTo) {
+    const Ended page = run_program({"zcat", (prefix() / "share/man/man1/fenwa.1.gz").string()});
+    EXPECT_THAT(page.out,
+                testing::HasSubstr(".It Pa " + prefix().string() + "/lib/fenwa/plugins\n"));
+    EXPECT_THAT(page.out, testing::Not(testing::HasSubstr("@CMAKE")));
 }
 
 TEST_F(Install, LibraryPathsHaveNoEntryThatIsEmptyOrRelative) {
     std::size_t looked_at = 0;
     EXPECT_EQ(loose_library_paths(prefix(), looked_at), "");
-    EXPECT_EQ(looked_at, 5U);
+    EXPECT_EQ(looked_at, 6U);
 }
 
 TEST_F(Install, BringsHeadersThatABlockIsWrittenAgainst) {

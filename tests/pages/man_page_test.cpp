@@ -53,5 +53,12 @@ INSTANTIATE_TEST_SUITE_P(Of, ProgramPage, testing::Values("fenwa", "fenwa-camera
                              return program.param == "fenwa" ? "Fenwa" : "Camera";
                          });
 
+TEST(AbiCheckPage, ExplainsTheOptionsOfTheHelp) {
+    const Help help = help_of("fenwa-abi-check");
+    EXPECT_GE(help.options.size(), 6U);
+    EXPECT_THAT(section_named(read_man_page("fenwa-abi-check.1"), "OPTIONS").options,
+                UnorderedElementsAreArray(help.options));
+}
+
 }  // namespace
 }  // namespace test

@@ -1,0 +1,194 @@
+"""fenwa@.service under a real systemd, whose only other services are the bus, the journal and a
+camera. Runs in the container of `booted`: inside.py PREFIX TEST_PLUGINS."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import time
+import unittest
+from pathlib import Path
+
+PREFIX = Path(sys.argv[1])
+TEST_PLUGINS = Path(sys.argv[2])
+HERE = Path(__file__).resolve().parent
+GRAPHS = Path("/etc/fenwa")
+UNITS = Path("/run/units")
+CONTROL = "com.tarlo.Fenwa.Host1."
+TIMER = '[blocks.tick]\ntype = "Timer"\ninterval = 100\n'
+
+
+def run(*command: str) -> subprocess.CompletedProcess:
+    return subprocess.run(command, capture_output=True, text=True, timeout=40)
+
+
+def systemctl(*arguments: str) -> subprocess.CompletedProcess:
+    return run("systemctl", *arguments)
+
+
+def show(unit: str, name: str) -> str:
+    return systemctl("show", "--value", "--property", name, unit).stdout.strip()
+
+
+def journal(unit: str) -> str:
+    run("journalctl", "--sync")
+    return run("journalctl", "--unit", unit, "--output", "cat").stdout
+
+
+def drop_in(unit: str, text: str) -> None:
+    folder = UNITS / f"{unit}.d"
+    folder.mkdir()
+    (folder / "test.conf").write_text(text)
+    systemctl("daemon-reload")
+
+
+def set_up_module() -> None:
+    GRAPHS.mkdir()
+    # A platform's policy; the camera is all of its services.
+    names = ["Fenwa.Camera1", "TemperatureController", "PowerControl.Consumer",
+             "PowerControl.Status", "Onscreencontrols1", "PrioritizedTextOverlay", "VideoReady1"]
+    own = "".join(f'<allow own="com.tarlo.{name}"/>' for name in names)
+    Path("/etc/dbus-1/system.d/camera.conf").write_text(
+        f'<busconfig><policy user="root">{own}<allow send_destination="com.tarlo.Fenwa.Camera1"/>'
+        '</policy></busconfig>')
+    run("busctl", "call", "org.freedesktop.DBus", "/", "org.freedesktop.DBus", "ReloadConfig")
+    (UNITS / "camera.service").write_text(
+        "[Service]\nType=dbus\nBusName=com.tarlo.VideoReady1\n"
+        f"ExecStart={PREFIX}/bin/fenwa-camera run --system --without init\n")
+    systemctl("daemon-reload")
+    started = systemctl("start", "camera.service")
+    assert started.returncode == 0, journal("camera.service")
+
+
+class Service(unittest.TestCase):
+    def start(self, name: str, graph: str | None, settings: str = "") -> str:
+        """Starts the service of a graph. Without a graph there is no file."""
+        unit = f"fenwa@{name}.service"
+        if graph is not None:
+            (GRAPHS / f"{name}.toml").write_text(graph)
+        if settings:
+            drop_in(unit, f"[Service]\n{settings}\n")
+        self.started = systemctl("start", unit)
+        self.addCleanup(systemctl, "stop", unit)
+        return unit
+
+    def expect_started(self, unit: str) -> None:
+        self.assertEqual(self.started.returncode, 0, self.started.stderr + journal(unit))
+        self.assertEqual(show(unit, "ActiveState"), "active")
+
+    def wait_until(self, holds, unit: str) -> None:
+        deadline = time.monotonic() + 15
+        while not holds():
+            self.assertLess(time.monotonic(), deadline, journal(unit))
+            time.sleep(0.05)
+
+    def wait_for_restart(self, unit: str, pid: str) -> None:
+        self.wait_until(lambda: show(unit, "NRestarts") != "0" and
+                        show(unit, "ActiveState") == "active", unit)
+        self.assertNotEqual(show(unit, "MainPID"), pid)
+
+    def test_runs_the_cameras_graph_with_a_name_of_its_own(self):
+        unit = self.start("camera", (HERE.parent.parent / "examples/graphs/camera.toml").read_text(),
+                          f"Environment=FENWA_RUN_OPTIONS=--control={CONTROL}%i")
+        self.expect_started(unit)
+        read = lambda port: run("fenwa", "read", "--control", CONTROL + "camera", port).stdout
+        # What the controller grants comes with its SetPower.
+        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
+        self.assertEqual(read("reader.temperature_out"), "36.5\n")
+        shown = json.loads(run(
+            "busctl", "--json=short", "call", CONTROL + "camera", "/com/tarlo/Fenwa/Host1",
+            "com.tarlo.Fenwa.Host1", "Describe").stdout)
+        self.assertNotIn("AccessDenied", str(shown))
+        text = journal(unit)
+        self.assertIn("Adding dbus interface", text)  # log lines are there, values are not
+        self.assertNotIn("temperature_out", text)
+        self.assertNotIn("denied", text.lower())
+        self.assertEqual(systemctl("stop", unit).returncode, 0)
+        self.assertEqual(show(unit, "Result"), "success")
+        self.assertEqual(show(unit, "ExecMainStatus"), "0")
+        self.assertTrue("\nstopped\n" in journal(unit), journal(unit))
+
+    def test_has_a_user_and_no_privileges(self):
+        unit = self.start("plain", TIMER)
+        self.expect_started(unit)
+        pid = show(unit, "MainPID")
+        lines = Path(f"/proc/{pid}/status").read_text().splitlines()
+        status = dict(line.split(":\t", 1) for line in lines if ":\t" in line)
+        user = run("id", "--user", "fenwa").stdout.strip()
+        self.assertEqual(status["Uid"].split(), [user] * 4)
+        self.assertEqual(status["NoNewPrivs"], "1")
+        self.assertEqual(status["Seccomp"], "2")
+        self.assertEqual(show(unit, "WatchdogUSec"), "1min")
+        for capabilities in ("CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"):
+            self.assertEqual(int(status[capabilities], 16), 0, capabilities)
+        for namespace in ("mnt", "net", "user"):
+            self.assertNotEqual(os.readlink(f"/proc/{pid}/ns/{namespace}"),
+                                os.readlink(f"/proc/1/ns/{namespace}"))
+
+    def test_is_kept_from_all_that_a_host_does_not_need(self):
+        script = PREFIX / "attempts.py"
+        shutil.copy(HERE / "attempts.py", script)
+        Path("/var/of-all").mkdir()
+        Path("/var/of-all").chmod(0o1777)
+        for forbidden in ("/home/of-others", "/tmp/of-others", "/dev/of-others"):
+            Path(forbidden).write_text("")
+        # Each of them works where nothing forbids it.
+        free = run("python3", str(script), "/var/of-all", "--expect-all")
+        self.assertEqual(free.returncode, 0, free.stdout)
+        unit = self.start("attempts", None, "Type=oneshot\nRestart=no\nExecReload=\nExecStart=\n"
+                          f"ExecStart=/usr/bin/python3 {script} /var/of-all")
+        self.assertEqual(self.started.returncode, 0, journal(unit))
+        self.assertNotIn("does not hold", journal(unit))
+
+    def test_reloads_its_graph(self):
+        unit = self.start("reload", TIMER)
+        self.expect_started(unit)
+        pid = show(unit, "MainPID")
+        (GRAPHS / "reload.toml").write_text(TIMER + TIMER.replace("tick", "tock"))
+        self.assertEqual(systemctl("reload", unit).returncode, 0)
+        self.wait_until(lambda: "reloaded; added 'tock'" in journal(unit), unit)
+        (GRAPHS / "reload.toml").write_text("blocks = 1\n")
+        systemctl("reload", unit)
+        self.wait_until(lambda: "reload.toml:1" in journal(unit), unit)
+        self.wait_until(lambda: show(unit, "ActiveState") == "active", unit)
+        self.assertEqual(show(unit, "MainPID"), pid)
+
+    def test_restarts_a_host_that_hangs(self):
+        shutil.copy(TEST_PLUGINS / "libprobe.so", PREFIX / "lib/fenwa/plugins")
+        hanging = 'plugins = ["libprobe.so"]\n[blocks.b]\ntype = "Stubborn"\nin = "run"\n'
+        unit = self.start("hang", hanging, "WatchdogSec=2s\nRestartSec=500ms")
+        self.expect_started(unit)
+        pid = show(unit, "MainPID")
+        self.wait_until(lambda: "Watchdog timeout" in journal(unit), unit)
+        (GRAPHS / "hang.toml").write_text(TIMER)
+        self.wait_for_restart(unit, pid)
+        self.assertIn("block 'b' crashed in run (SIGABRT)", journal(unit))
+
+    def test_restarts_a_host_that_is_killed(self):
+        unit = self.start("killed", TIMER, "RestartSec=100ms")
+        self.expect_started(unit)
+        pid = show(unit, "MainPID")
+        os.kill(int(pid), signal.SIGKILL)
+        self.wait_for_restart(unit, pid)
+
+    def test_does_not_restart_what_does_not_mend_itself(self):
+        for name, graph, options, code in (
+                ("wrong", "blocks = 1\n", "", "78"),
+                ("missing", None, "", "66"),
+                ("usage", TIMER, "--no-such-option", "2")):
+            with self.subTest(name):
+                unit = self.start(name, graph, "RestartSec=100ms\n"
+                                  f"Environment=FENWA_RUN_OPTIONS={options}")
+                self.assertNotEqual(self.started.returncode, 0)
+                time.sleep(0.5)
+                self.assertEqual(show(unit, "ActiveState"), "failed", journal(unit))
+                self.assertEqual(show(unit, "ExecMainStatus"), code)
+                self.assertEqual(show(unit, "NRestarts"), "0")
+
+
+setUpModule = set_up_module
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
