@@ -46,15 +46,19 @@ struct MarkdownPage {
 
 constexpr std::string_view fence = "```";
 
+/// For the commands of one block, which may build a project.
+constexpr std::chrono::seconds build_limit{120};
+
 void add_links(const std::string& line, std::vector<std::string>& links) {
     static const Pattern link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
     for (const Groups& found : link.find_all(line))
         links.push_back(found[1]);
 }
 
-/// The file in "`average.cpp`: the mean …", empty where the line begins otherwise.
+/// The file in "`average.cpp`: the mean …", which may be in a folder, empty where the line begins
+/// otherwise.
 std::string named_file(const std::string& line) {
-    static const Pattern name("^`([A-Za-z0-9_-]+\\.[a-z]+)`.*");
+    static const Pattern name("^`([A-Za-z0-9_/-]+\\.[a-z]+)`.*");
     const Groups found = name.match(line);
     return found.empty() ? std::string{} : found[1];
 }
@@ -105,6 +109,8 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
             folder_.write(block.file, block.text);
         if (block.language == "sh")
             run(block.text);
+        else if (block.file.find('/') != std::string::npos)
+            EXPECT_NE(block.language, "") << "a file of a project that commands of the page build";
         else if (block.file.starts_with("lib"))
             check_data_file(fs::path(block.file).replace_extension(".so"));
         else if (block.language == "toml")
@@ -142,6 +148,14 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
         if (only_scripts(text))
             return;
         const std::string script = folder_.write("commands.sh", text);
+        // What the page's readers have installed, for pages that build something against it.
+        const fs::path prefix = here() / "installed";
+        if ((text.find("cmake ") != text.npos || text.find("pkg-config ") != text.npos) &&
+            !fs::exists(prefix)) {
+            const Ended installed =
+                run_program({"cmake", "--install", FENWA_BUILD, "--prefix", prefix.string()});
+            EXPECT_EQ(installed.code, 0) << installed.err;
+        }
         // What the page leaves in the background ends with its block.
         const Ended ended = run_program(
             {"/bin/bash", "-c",
@@ -149,10 +163,14 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
              "./commands.sh",
              "bash", here().string()},
             {{"PATH", std::string(FENWA_SHIMS) + ':' + FENWA_BINARIES + ':' + getenv("PATH")},
+             {"CMAKE_PREFIX_PATH", prefix.string()},
+             {"CMAKE_CXX_COMPILER_LAUNCHER", FENWA_COMPILER_LAUNCHER},
+             {"PKG_CONFIG_PATH", (prefix / FENWA_LIBDIR / "pkgconfig").string()},
              {"FENWA_PROGRAM", std::string(FENWA_BINARIES) + "/fenwa"},
              {"FENWA_CAMERA_PROGRAM", std::string(FENWA_BINARIES) + "/fenwa-camera"},
              {"DBUS_SYSTEM_BUS_ADDRESS", bus_.address()},
-             {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}});
+             {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}},
+            build_limit);
         EXPECT_EQ(ended.code, 0) << ended.out << ended.err;
     }
 

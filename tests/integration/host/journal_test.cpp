@@ -41,10 +41,11 @@ class JournalTest : public HostTest {
                 continue;
             }
             // A value with line ends has its size, in eight bytes, before it.
-            std::uint64_t size = 0;
-            std::memcpy(&size, text.data() + end + 1, sizeof size);
-            fields[text.substr(at, end - at)] = text.substr(end + 1 + sizeof size, size);
-            at = end + 1 + sizeof size + size + 1;
+            std::uint64_t size_field = 0;
+            std::memcpy(&size_field, text.data() + end + 1, sizeof size_field);
+            const auto size = static_cast<std::size_t>(size_field);
+            fields[text.substr(at, end - at)] = text.substr(end + 1 + sizeof size_field, size);
+            at = end + 1 + sizeof size_field + size + 1;
         }
         return fields;
     }
