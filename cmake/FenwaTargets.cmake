@@ -12,9 +12,13 @@ target_compile_options(fenwa_options INTERFACE
 # here; with half a gigabyte before the first time it never does, and takes a seventh more memory.
 target_compile_options(fenwa_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:--param=ggc-min-heapsize=524288>)
-# No path of the machine in what is shipped: a build in another folder gives the same bytes. Coverage
+# What is shipped has no path of the machine: a build in another folder gives the same bytes. Coverage
 # needs whole paths.
-if(NOT CMAKE_BUILD_TYPE STREQUAL Debug AND NOT FENWA_COVERAGE)
+set(FENWA_REPRODUCIBLE ON)
+if(CMAKE_BUILD_TYPE STREQUAL Debug OR FENWA_COVERAGE)
+    set(FENWA_REPRODUCIBLE OFF)
+endif()
+if(FENWA_REPRODUCIBLE)
     target_compile_options(fenwa_options INTERFACE
         -ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
 endif()

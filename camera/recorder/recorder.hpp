@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <string_view>
