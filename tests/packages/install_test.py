@@ -3,8 +3,9 @@
 
     tests/packages/install_test.py PACKAGES
 
-PACKAGES is the folder that script/package has filled. The roots are minimal systems that mmdebstrap
-makes with what the packages depend on, and nothing else; they are kept in build/roots. Needs root.
+PACKAGES is the folder that script/package has filled, for this machine's architecture or for another
+one. The roots are minimal systems of that architecture that mmdebstrap makes with what the packages depend
+on, and nothing else; they are kept in build/roots. Needs root.
 """
 
 import hashlib
@@ -17,7 +18,7 @@ import unittest
 from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
-PACKAGES = Path(sys.argv.pop(1) if len(sys.argv) > 1 else PROJECT / "build/package/packages").resolve()
+PACKAGES = Path(sys.argv.pop(1) if len(sys.argv) > 1 else PROJECT / "build/release/packages").resolve()
 USERS = ["libfenwa0", "libfenwa-temperature", "fenwa", "fenwa-camera", "fenwa-doc"]
 AUTHORS = ["libfenwa-dev"]
 # A plug-in's own project is built with these.
@@ -52,15 +53,26 @@ def dependencies(packages):
     return sorted(name for name in names if "fenwa" not in name)
 
 
+def emulation():
+    """What a command is put behind so that it can run programs of the packages' architecture."""
+    architecture = field("libfenwa0", "Architecture")
+    native = architecture == run("dpkg", "--print-architecture").strip()
+    return [] if native else [PROJECT / "script/emulated", architecture]
+
+
 def make_root(folder, packages):
     """Unpacks a minimal system with these packages, which is made at the first time."""
-    suite = re.search(r"VERSION_CODENAME=(\S+)", Path("/etc/os-release").read_text()).group(1)
-    key = hashlib.sha256(" ".join([suite, *packages]).encode()).hexdigest()[:12]
+    architecture = field("libfenwa0", "Architecture")
+    source = run(PROJECT / "script/sysroot", "--source").strip()
+    key = hashlib.sha256(" ".join([architecture, source, *packages]).encode()).hexdigest()[:12]
     archive = PROJECT / "build/roots" / f"{key}.tar"
     if not archive.exists():
         archive.parent.mkdir(parents=True, exist_ok=True)
         made = archive.with_suffix(".part.tar")
-        run("mmdebstrap", "--quiet", "--variant=minbase", f"--include={','.join(packages)}", suite, made)
+        run(*emulation(), "mmdebstrap", "--quiet", "--mode=root", "--variant=essential",
+            f"--architectures={architecture}", "--skip=check/qemu",
+            f"--include={','.join(['passwd', 'usr-is-merged', *packages])}",
+            "--hook-dir=/usr/share/mmdebstrap/hooks/merged-usr", "", made, source)
         made.rename(archive)
     run("tar", "--extract", "--file", archive, "--directory", folder)
 
@@ -79,10 +91,11 @@ class Root:
     def run(self, *command, user=0):
         """In processes of its own, all of which end with the command."""
         home = "/root" if user == 0 else "/home/desk"
-        return run("unshare", "--mount", "--pid", "--fork", "--kill-child", f"--root={self.path}",
-                   f"--wd={home}", "--mount-proc", f"--setuid={user}", f"--setgid={user}", "--",
-                   *command, env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": home,
-                                  "LC_ALL": "C.UTF-8"})
+        # An emulator's user namespace may not mount /proc itself.
+        return run("unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "--",
+                   "sh", "-c", 'mount --bind /proc "$0/proc" && exec "$@"', self.path, *emulation(),
+                   "chroot", f"--userspec={user}:{user}", self.path, "env", f"--chdir={home}", *command,
+                   env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": home, "LC_ALL": "C.UTF-8"})
 
     def install(self, files):
         for file in files:

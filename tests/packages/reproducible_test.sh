@@ -16,11 +16,11 @@ CCACHE_DISABLE=1 TZ=Pacific/Kiritimati LC_ALL=C script/package >"$other/log" 2>&
 
 failed=0
 for package in "$packages"/*.deb; do
-    again=$other/build/package/packages/$(basename "$package")
+    again=$other/build/release/packages/$(basename "$package")
     cmp "$package" "$again" || failed=1
 done
-[ "$(ls "$packages")" = "$(ls "$other/build/package/packages")" ] || {
-    echo "other packages: $(ls "$other/build/package/packages")" >&2
+[ "$(ls "$packages")" = "$(ls "$other/build/release/packages")" ] || {
+    echo "other packages: $(ls "$other/build/release/packages")" >&2
     failed=1
 }
 [ $failed -eq 0 ] && echo "$(ls "$packages" | wc -l) packages are the same, byte for byte"
