@@ -10,8 +10,8 @@ namespace {
 std::size_t allocations = 0;
 }  // namespace
 
-// Counts allocations, those of the libraries included. Not inlined: an optimising compiler would take
-// malloc() and free() for a mismatched pair of new and delete.
+// Counts allocations, those of the libraries included. Not inlined: an optimising compiler would
+// take malloc() and free() for a mismatched pair of new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* const memory = std::malloc(size != 0 ? size : 1))
