@@ -16,14 +16,18 @@ void Interception::end_next_call(int result, const sd_bus_error& error, Message 
 
 int Interception::record_blocking_call(Sending sending, const std::string& name,
                                        sd_bus_error* error, sd_bus_message** reply) {
-    if (call_endings_.empty()) {
+    CallEnding ending{1, SD_BUS_ERROR_NULL, Message(nullptr)};
+    if (!call_endings_.empty()) {
+        ending = std::move(call_endings_.front());
+        call_endings_.pop_front();
+    } else if (!find_fault_) {
         ADD_FAILURE() << "unexpected " << sending.text;
         return -ENOTCONN;
     }
-    CallEnding ending = std::move(call_endings_.front());
-    call_endings_.pop_front();
     results_.push_front(ending.result);
     const int r = record(std::move(sending), name, nullptr);
+    if (r != ending.result)  // it has failed before it was sent
+        return r;
     if (sd_bus_error_is_set(&ending.error) > 0) {
         EXPECT_EQ(sd_bus_error_is_set(error), 0) << "the error structure is not a fresh one";
         sd_bus_error_copy(error, &ending.error);
@@ -71,6 +75,7 @@ int __wrap_sd_bus_call_method(sd_bus* bus, const char* destination, const char* 
         sending.text = "blocking call" +
                        support::render_address(destination, path, interface, member) + "(" +
                        support::render_arguments(types, arguments) + ")";
+        sending.function = "sd_bus_call_method";
         sending.bus = bus;
         r = interception->record_blocking_call(std::move(sending), member, error, reply);
     } else {

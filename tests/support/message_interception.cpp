@@ -12,11 +12,13 @@ using support::MessageFunction;
 
 /// A step of reading a body: the journal records it, and a test may make up or change its result.
 template <class Function>
-int step(MessageFunction function, const char* name, Function&& really) {
+int step(MessageFunction function, const char* function_name, const char* name, Function&& really) {
     Interception* const interception = Interception::current();
     if (interception == nullptr)
         return really();
     interception->record_reading(name);
+    if (const int error = interception->fault(function_name); error < 0)
+        return error;
     if (const auto result = interception->made_up_result(function))
         return *result;
     return interception->changed_result(function, really());
@@ -36,6 +38,8 @@ void null_a_string(std::va_list targets) {
 int answer(sd_bus_message* message, const char* types, std::va_list arguments) {
     Interception* const interception = Interception::current();
     if (interception != nullptr) {
+        if (const int error = interception->fault("sd_bus_reply_method_return"); error < 0)
+            return error;
         if (const auto result = interception->made_up_result(MessageFunction::reply_method_return))
             return *result;
     }
@@ -52,7 +56,7 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
     va_start(targets, types);
     std::va_list again;
     va_copy(again, targets);
-    const int r = step(MessageFunction::read, "read", [&] {
+    const int r = step(MessageFunction::read, "sd_bus_message_read", "read", [&] {
         const int result = sd_bus_message_readv(message, types, targets);
         null_a_string(again);
         return result;
@@ -65,14 +69,14 @@ int __wrap_sd_bus_message_read(sd_bus_message* message, const char* types, ...) 
 int __real_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target);
 
 int __wrap_sd_bus_message_read_basic(sd_bus_message* message, char type, void* target) {
-    return step(MessageFunction::read_basic, "read_basic",
+    return step(MessageFunction::read_basic, "sd_bus_message_read_basic", "read_basic",
                 [&] { return __real_sd_bus_message_read_basic(message, type, target); });
 }
 
 int __real_sd_bus_message_skip(sd_bus_message* message, const char* types);
 
 int __wrap_sd_bus_message_skip(sd_bus_message* message, const char* types) {
-    return step(MessageFunction::skip, "skip",
+    return step(MessageFunction::skip, "sd_bus_message_skip", "skip",
                 [&] { return __real_sd_bus_message_skip(message, types); });
 }
 
@@ -80,14 +84,14 @@ int __real_sd_bus_message_enter_container(sd_bus_message* message, char type, co
 
 int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type,
                                           const char* contents) {
-    return step(MessageFunction::enter_container, "enter",
+    return step(MessageFunction::enter_container, "sd_bus_message_enter_container", "enter",
                 [&] { return __real_sd_bus_message_enter_container(message, type, contents); });
 }
 
 int __real_sd_bus_message_exit_container(sd_bus_message* message);
 
 int __wrap_sd_bus_message_exit_container(sd_bus_message* message) {
-    return step(MessageFunction::exit_container, "exit",
+    return step(MessageFunction::exit_container, "sd_bus_message_exit_container", "exit",
                 [&] { return __real_sd_bus_message_exit_container(message); });
 }
 

@@ -84,6 +84,8 @@ int Interception::record(Sending sending, const std::string& name, sd_bus_slot**
         sending.result = results_.front();
         results_.pop_front();
     }
+    if (const int error = fault(sending.function, name); error < 0)
+        sending.result = error;
     sending.holds_slot = sending.result >= 0 && slot_field != nullptr;
     sending.release_text = "release #" + std::to_string(sendings_.size() + 1) + " " + name;
     journal_->record(effect::sending, sending.text);
@@ -156,9 +158,12 @@ int __wrap_sd_bus_call_method_async(sd_bus* bus, sd_bus_slot** slot, const char*
                            "(" + support::render_arguments(types, arguments) + ")";
         if (slot == nullptr && callback == nullptr)
             text += " without reply";
-        r = interception->record(
-            {.text = std::move(text), .bus = bus, .callback = callback, .userdata = userdata},
-            member, slot);
+        r = interception->record({.text = std::move(text),
+                                  .function = "sd_bus_call_method_async",
+                                  .bus = bus,
+                                  .callback = callback,
+                                  .userdata = userdata},
+                                 member, slot);
     } else {
         r = sd_bus_call_method_asyncv(bus, slot, destination, path, interface, member, callback,
                                       userdata, types, arguments);
@@ -178,6 +183,7 @@ int __wrap_sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* r
     if (interception == nullptr)
         return __real_sd_bus_add_match_async(bus, slot, rule, callback, install_callback, userdata);
     return interception->record({.text = std::string("match ") + rule,
+                                 .function = "sd_bus_add_match_async",
                                  .bus = bus,
                                  .callback = callback,
                                  .install_callback = install_callback,
@@ -194,6 +200,7 @@ int __wrap_sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* rule,
     if (interception == nullptr)
         return __real_sd_bus_add_match(bus, slot, rule, callback, userdata);
     return interception->record({.text = std::string("blocking match ") + rule,
+                                 .function = "sd_bus_add_match",
                                  .bus = bus,
                                  .callback = callback,
                                  .userdata = userdata},
@@ -215,6 +222,7 @@ int __wrap_sd_bus_match_signal_async(sd_bus* bus, sd_bus_slot** slot, const char
                                                 callback, install_callback, userdata);
     return interception->record(
         {.text = "match signal" + support::render_address(sender, path, interface, member),
+         .function = "sd_bus_match_signal_async",
          .bus = bus,
          .callback = callback,
          .install_callback = install_callback,

@@ -3,10 +3,12 @@
 #include <systemd/sd-bus.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/bus_messages.hpp"
@@ -20,6 +22,7 @@ struct Sending {
     /// "match RULE" or "match signal SENDER PATH INTERFACE MEMBER". "without reply" stands behind
     /// a call that nobody waits for, "blocking" before a call or match that ends at once.
     std::string text;
+    const char* function = nullptr;  ///< of sd-bus, that it was handed to
     sd_bus* bus = nullptr;
     sd_bus_slot** slot_field = nullptr;  ///< where the caller wanted the slot
     sd_bus_message_handler_t callback = nullptr;
@@ -84,6 +87,13 @@ class Interception {
     /// What the next calls of a function return, one each, after the real one has done its work.
     void change_results(MessageFunction function, const std::vector<int>& results);
 
+    /// Asked before each function of sd-bus that a block calls, but for those that release
+    /// something: a negative result is what the function returns, without doing anything.
+    /// Blocking calls then need not be foreseen: they succeed without a reply.
+    /// @param name the member that is called or matched; empty for what is done with a message.
+    using FindFault = std::function<int(const std::string& function, const std::string& name)>;
+    void fail_where(FindFault find_fault) { find_fault_ = std::move(find_fault); }
+
     /// The next read of strings alone leaves a null one in this place, counted from 0.
     void null_string(std::size_t place) { string_to_null_ = place; }
 
@@ -123,6 +133,10 @@ class Interception {
     /// @returns whether the slot is one of ours, or null.
     bool record_release(sd_bus_slot* slot);
     void record_answer(const sd_bus_message* message, const std::string& text, int result);
+    /// @returns the negative errno with which the function fails, or 0.
+    [[nodiscard]] int fault(const std::string& function, const std::string& name = {}) const {
+        return find_fault_ ? find_fault_(function, name) : 0;
+    }
     /// @returns what the function is to return now, or nothing where the real one is to be called.
     std::optional<int> made_up_result(MessageFunction function);
     /// @returns what the function is to return where the real one has returned `result`.
@@ -145,6 +159,7 @@ class Interception {
     std::map<MessageFunction, std::deque<std::optional<int>>> made_up_;
     std::map<MessageFunction, std::deque<int>> changed_;
     std::optional<std::size_t> string_to_null_;
+    FindFault find_fault_;
     const sd_bus_message* answered_ = nullptr;
     std::shared_ptr<EffectJournal> journal_ = EffectJournal::shared();
 };
