@@ -236,15 +236,18 @@ TakeValue into(bool& target) {
     };
 }
 
-int run_command_line(const Program& program, int argc, char** argv) {
+int run_command_line(const char* name,
+                     const std::function<Program(int& argc, char** argv)>& describe, int argc,
+                     char** argv) {
     const auto fail = [](ExitCode code, const std::string& sentence) {
         print_message(Severity::error, sentence);
         return static_cast<int>(code);
     };
     open_closed_streams();
     std::signal(SIGPIPE, SIG_IGN);
-    set_program_name(program.name);
+    set_program_name(name);
     try {
+        const Program program = describe(argc, argv);
         for (const std::string& mistake :
              {unknown_command(program, argc, argv), option_without_value(argc, argv)}) {
             if (!mistake.empty())

@@ -102,6 +102,12 @@ template <class Value>
 /// command or option where one is unknown, and exit code 2. A `Failure` is a message too, and gives
 /// its own code; any other exception gives 70. Done becomes 69 if stdout or stderr takes no more
 /// (common/events/print_text.hpp).
-[[nodiscard]] int run_command_line(const Program& program, int argc, char** argv);
+///
+/// @param name how the process calls itself.
+/// @param describe makes the program, and may take arguments from the end of the line for itself;
+/// what it throws is handled as above.
+[[nodiscard]] int run_command_line(const char* name,
+                                   const std::function<Program(int& argc, char** argv)>& describe,
+                                   int argc, char** argv);
 
 }  // namespace common

@@ -12,7 +12,7 @@ enum class ExitCode : int {
     usage = 2,               ///< the command line is wrong
     unreadable = 66,         ///< a file cannot be read (EX_NOINPUT of sysexits.h)
     unavailable = 69,        ///< bus not reached, name not had, connection lost (EX_UNAVAILABLE)
-    software = 70,           ///< a block or a plug-in threw, crashed or hung (EX_SOFTWARE)
+    software = 70,           ///< a block threw, crashed or hung; no memory is left (EX_SOFTWARE)
     misconfigured = 78,      ///< the graph, configuration or scenario is wrong (EX_CONFIG)
 };
 

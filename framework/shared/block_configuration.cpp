@@ -21,11 +21,34 @@ struct BlockConfiguration::Storage {
     void set(const KeyValue& entry) {
         const std::size_t place = index.find(entry.key(), entries, &KeyValue::key);
         if (place != KeyIndex::none) {
-            entries[place] = entry;
+            entries[place] = copy_of(entry);
             return;
         }
-        entries.push_back(entry);
+        entries.push_back(copy_of(entry));
         index.extend(entries, &KeyValue::key);
+    }
+
+    template <class Entries>
+    void set_all(const Entries& given) {
+        for (const KeyValue& entry : given)
+            set(entry);
+    }
+
+    template <class Entries>
+    static std::shared_ptr<const Storage> of(const Entries& entries) {
+        auto storage = std::make_shared<Storage>();
+        storage->entries.reserve(entries.size());
+        storage->set_all(entries);
+        return storage;
+    }
+
+  private:
+    /// The value is copied before there is a variant for it: a variant that throws in its copy
+    /// constructor, for want of memory, crashes in libstdc++ 12 when no move of its values throws.
+    static KeyValue copy_of(const KeyValue& entry) {
+        return std::visit(
+            [&entry](auto value) { return KeyValue(entry.key(), Value(std::move(value))); },
+            entry.value());
     }
 };
 
@@ -128,15 +151,10 @@ ConfigurationError::~ConfigurationError() = default;
 BlockConfiguration::BlockConfiguration() : storage_(std::make_shared<Storage>()) {}
 
 BlockConfiguration::BlockConfiguration(std::initializer_list<KeyValue> entries)
-    : BlockConfiguration(std::vector<KeyValue>(entries)) {}
+    : BlockConfiguration(Storage::of(entries)) {}
 
-BlockConfiguration::BlockConfiguration(const std::vector<KeyValue>& entries) {
-    auto storage = std::make_shared<Storage>();
-    storage->entries.reserve(entries.size());
-    for (const KeyValue& entry : entries)
-        storage->set(entry);
-    storage_ = std::move(storage);
-}
+BlockConfiguration::BlockConfiguration(const std::vector<KeyValue>& entries)
+    : BlockConfiguration(Storage::of(entries)) {}
 
 BlockConfiguration::BlockConfiguration(std::shared_ptr<const Storage> storage)
     : storage_(std::move(storage)) {}
@@ -216,10 +234,8 @@ BlockConfiguration operator+(const BlockConfiguration& left, const BlockConfigur
     auto storage = std::make_shared<BlockConfiguration::Storage>();
     storage->entries.reserve(left.storage().entries.size() + right.storage().entries.size());
     storage->observer = left.storage().observer;
-    for (const BlockConfiguration::KeyValue& entry : left.storage().entries)
-        storage->set(entry);
-    for (const BlockConfiguration::KeyValue& entry : right.storage().entries)
-        storage->set(entry);
+    storage->set_all(left.storage().entries);
+    storage->set_all(right.storage().entries);
     if (right.storage().observer != nullptr)
         storage->observer = right.storage().observer;
     return BlockConfiguration(std::move(storage));

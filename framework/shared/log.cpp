@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "framework/shared/log_mute.hpp"
@@ -74,7 +75,16 @@ void logger(int level, const char* format, ...) {
         return;
     std::va_list arguments;
     va_start(arguments, format);
-    const std::string message = Fenwa::format_text(format, arguments);
+    std::va_list again;
+    va_copy(again, arguments);
+    try {
+        Fenwa::hand_to_sink(level, Fenwa::format_text(format, arguments));
+    } catch (const std::bad_alloc&) {
+        // Most lines come from destructors, which may not throw. stderr has memory of its own.
+        std::fprintf(stderr, "<%d>", level);
+        std::vfprintf(stderr, format, again);
+        std::fputc('\n', stderr);
+    }
+    va_end(again);
     va_end(arguments);
-    Fenwa::hand_to_sink(level, message);
 }

@@ -139,4 +139,10 @@ bool Activity::notify_at_begin(int eventfd, std::uint32_t number) noexcept {
     return false;
 }
 
+bool in_foreign_code() noexcept {
+    const Activity* const activity = Activity::current();
+    const std::string_view kind = activity == nullptr ? "" : activity->kind();
+    return kind == "block" || kind == "plug-in";
+}
+
 }  // namespace host

@@ -50,4 +50,8 @@ class Activity {
     const Activity* outer_;
 };
 
+/// Whether the calling thread is in an operation of a block or plug-in: whatever throws there, the
+/// host names it and stops the others in order.
+[[nodiscard]] bool in_foreign_code() noexcept;
+
 }  // namespace host

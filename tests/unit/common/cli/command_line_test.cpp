@@ -75,8 +75,9 @@ class CommandLineTest : public ::testing::Test {
         arguments.push_back(nullptr);
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        const int code =
-            run_command_line(program(), static_cast<int>(words.size()), arguments.data());
+        const int code = run_command_line(
+            "tool", [this](int& /*argc*/, char** /*argv*/) { return program(); },
+            static_cast<int>(words.size()), arguments.data());
         out = testing::internal::GetCapturedStdout();
         err = testing::internal::GetCapturedStderr();
         return code;
