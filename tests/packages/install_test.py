@@ -20,7 +20,7 @@ from pathlib import Path
 PROJECT = Path(__file__).resolve().parents[2]
 PACKAGES = Path(sys.argv.pop(1) if len(sys.argv) > 1 else PROJECT / "build/release/packages").resolve()
 USERS = ["libfenwa0", "libfenwa-temperature", "fenwa", "fenwa-camera", "fenwa-doc"]
-AUTHORS = ["libfenwa0", "fenwa", "fenwa-camera", "libfenwa-dev"]
+AUTHORS = ["libfenwa0", "libfenwa-temperature", "fenwa", "fenwa-camera", "libfenwa-dev"]
 # A plug-in's own project is built with these.
 BUILD_TOOLS = ["cmake", "g++", "libgtest-dev", "ninja-build"]
 DESK_USER = 1000
