@@ -3,7 +3,7 @@
 # symbols and no other, and, where IMPORTS is given, that it takes nothing but the symbols that this
 # file allows: an expression a line, without versions. With HARDENED it must have what protects it
 # when it is attacked: a list of the protections that the compiler knows for the target. CONSTRUCTORS
-# are the functions, besides the compiler's own, that may run when it is loaded. NO_RUNPATH forbids
+# are the functions, besides the COMPILERS_OWN (1), that may run when it is loaded. NO_RUNPATH forbids
 # paths to libraries. Lists are separated by commas.
 
 cmake_policy(VERSION 3.25)
@@ -90,10 +90,14 @@ if(DEFINED HARDENED)
 endif()
 
 if(DEFINED CONSTRUCTORS)
-    # Beside the compiler's one entry (frame_dummy) there is one for each source that constructs.
+    # Beside the compiler's entry (frame_dummy) there is one for each source that constructs, and on
+    # 64-bit ARM that which asks for the processor's atomics.
+    if(NOT DEFINED COMPILERS_OWN)
+        set(COMPILERS_OWN 1)
+    endif()
     string(REPLACE "," ";" allowed "${CONSTRUCTORS}")
     list(LENGTH allowed count)
-    math(EXPR size "(${count} + 1) * ${POINTER_SIZE}")
+    math(EXPR size "(${count} + ${COMPILERS_OWN}) * ${POINTER_SIZE}")
     if(NOT dynamic MATCHES "\\(INIT_ARRAYSZ\\) +${size} ")
         string(REGEX MATCH "\\(INIT_ARRAYSZ\\) +[0-9]+" found "${dynamic}")
         string(APPEND mistakes "${found} bytes of functions run at load, not ${size}\n")
