@@ -1,32 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 #include <stdexcept>
 
 #include "fenwa/registry.hpp"
 #include "framework/shared/block_registry.hpp"
+#include "tests/support/allocation_counter.hpp"
 #include "tests/unit/block_fixture.hpp"
-
-namespace {
-thread_local std::size_t allocations = 0;
-}  // namespace
-
-// Counts the allocations of the thread. Not inlined: an optimising compiler would take malloc() and
-// free() for a mismatched pair of new and delete.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size != 0 ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -59,9 +39,9 @@ class CopyingRegistry final : public Fenwa::IRegistry {
   public:
     void register_factory(const std::string& type_name,
                           const Fenwa::BlockFactory& factory) override {
-        const std::size_t before = allocations;
+        const std::size_t before = support::allocations();
         const Fenwa::BlockFactory copy = factory;  // NOLINT(performance-*): the copy is the point
-        EXPECT_EQ(allocations, before) << type_name << "'s factory is on the heap";
+        EXPECT_EQ(support::allocations(), before) << type_name << "'s factory is on the heap";
         EXPECT_TRUE(copy);
         ++registrations;
     }
