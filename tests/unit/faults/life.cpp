@@ -1,11 +1,13 @@
 #include "tests/unit/faults/life.hpp"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "fenwa/sdbus_error.hpp"
+#include "tests/support/sdbus_arguments.hpp"
 
 namespace faults {
 namespace {
@@ -112,15 +114,21 @@ void Life::settle() {
 
 void Life::call_method(const char* destination, const char* path, const char* interface,
                        const char* member, sd_bus_message** reply, const char* types, ...) {
-    recorders_.bus.note(std::string("blocking call ") + destination + " " + path + " " + interface +
-                        " " + member + " " + types);
+    std::va_list arguments;
+    va_start(arguments, types);
+    const std::string text = support::render_arguments(types, arguments);
+    va_end(arguments);
+    recorders_.bus.note("blocking call" +
+                        support::render_address(destination, path, interface, member) + "(" + text +
+                        ")");
     reply_to("call_method", member, reply);
 }
 
 void Life::get_property(const char* destination, const char* path, const char* interface,
                         const char* member, sd_bus_message** reply, const char* type) {
-    recorders_.bus.note(std::string("blocking read ") + destination + " " + path + " " + interface +
-                        " " + member + " " + type);
+    recorders_.bus.note("blocking read" +
+                        support::render_address(destination, path, interface, member) + " as " +
+                        type);
     reply_to("get_property", member, reply);
 }
 
