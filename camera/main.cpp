@@ -6,7 +6,6 @@ int main(int argc, char** argv) {
     const auto describe = [](int& count, char** arguments) {
         std::vector<std::vector<std::string>> children = camera::take_children(count, arguments);
         return common::Program{
-            .name = "fenwa-camera",
             .version = "fenwa-camera " FENWA_VERSION,
             .help = "Plays the services of a camera on D-Bus, for blocks that have no camera",
             .footer =

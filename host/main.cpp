@@ -10,7 +10,6 @@ int main(int argc, char** argv) {
     Fenwa::set_log_sink(host::log_to_stderr);
     const auto describe = [](int& /*argc*/, char** /*argv*/) {
         return common::Program{
-            .name = "fenwa",
             .version = "fenwa " FENWA_VERSION,
             .help = "Runs graphs of Fenwa blocks on any Linux machine",
             .footer =

@@ -247,7 +247,8 @@ int run_command_line(const char* name,
     std::signal(SIGPIPE, SIG_IGN);
     set_program_name(name);
     try {
-        const Program program = describe(argc, argv);
+        Program program = describe(argc, argv);
+        program.name = name;
         for (const std::string& mistake :
              {unknown_command(program, argc, argv), option_without_value(argc, argv)}) {
             if (!mistake.empty())

@@ -52,7 +52,7 @@ struct Command {
 
 /// A program whose first argument is a command. Each level understands `--help` and `--version`.
 struct Program {
-    std::string name{};
+    std::string name{};  ///< set by `run_command_line`
     std::string version{};
     std::string help{};
     std::string footer{};  ///< the end of every help

@@ -14,7 +14,6 @@ class CommandLineTest : public ::testing::Test {
   protected:
     Program program() {
         return {
-            .name = "tool",
             .version = "tool 1.2.3",
             .help = "Does something",
             .footer = "Exit codes: 0 done; 2 the command line is wrong.",
