@@ -8,6 +8,7 @@ one. The roots are minimal systems of that architecture that mmdebstrap makes wi
 on, and nothing else; they are kept in build/roots. Needs root.
 """
 
+import functools
 import hashlib
 import os
 import re
@@ -53,16 +54,22 @@ def dependencies(packages):
     return sorted(name for name in names if "fenwa" not in name)
 
 
+@functools.cache
+def architecture_of_packages():
+    return field("libfenwa0", "Architecture")
+
+
+@functools.cache
 def emulation():
     """What a command is put behind so that it can run programs of the packages' architecture."""
-    architecture = field("libfenwa0", "Architecture")
+    architecture = architecture_of_packages()
     native = architecture == run("dpkg", "--print-architecture").strip()
     return [] if native else [PROJECT / "script/emulated", architecture]
 
 
 def make_root(folder, packages):
     """Unpacks a minimal system with these packages, which is made at the first time."""
-    architecture = field("libfenwa0", "Architecture")
+    architecture = architecture_of_packages()
     source = run(PROJECT / "script/sysroot", "--source").strip()
     key = hashlib.sha256(" ".join([architecture, source, *packages]).encode()).hexdigest()[:12]
     archive = PROJECT / "build/roots" / f"{key}.tar"
