@@ -35,7 +35,7 @@ struct BlockConfiguration::Storage {
     }
 
     template <class Entries>
-    static std::shared_ptr<const Storage> of(const Entries& entries) {
+    static std::shared_ptr<Storage> of(const Entries& entries) {
         auto storage = std::make_shared<Storage>();
         storage->entries.reserve(entries.size());
         storage->set_all(entries);
@@ -245,7 +245,7 @@ ConfigurationObserver::~ConfigurationObserver() = default;
 
 BlockConfiguration ConfigurationAccess::observed(const BlockConfiguration& config,
                                                  std::shared_ptr<ConfigurationObserver> observer) {
-    auto storage = std::make_shared<BlockConfiguration::Storage>(config.storage());
+    auto storage = BlockConfiguration::Storage::of(config.storage().entries);
     storage->observer = std::move(observer);
     return BlockConfiguration(std::move(storage));
 }
