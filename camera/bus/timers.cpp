@@ -11,9 +11,10 @@
 namespace camera {
 namespace {
 
-/// The latest time in microseconds that a timer of the kernel takes with a time_t of 32 bits.
+/// A time in microseconds before the end of a time_t of 32 bits. sd-event refuses its last second,
+/// and fails in the loop, not where a timer is made.
 constexpr std::uint64_t end_of_time =
-    std::uint64_t{std::numeric_limits<std::int32_t>::max()} * 1'000'000;
+    std::uint64_t{std::numeric_limits<std::int32_t>::max() - 1} * 1'000'000;
 
 }  // namespace
 

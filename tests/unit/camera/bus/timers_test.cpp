@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -88,6 +89,14 @@ TEST_F(TimersTest, ActionsDieWithTheirOwner) {
         gone.once({}, [this] { done_.push_back("gone"); });
     }
     run_loop(milliseconds(20));
+    EXPECT_THAT(done_, IsEmpty());
+}
+
+// A time_t of 32 bits, as on ARM, ends before the longest duration of a text does.
+TEST_F(TimersTest, TheLongestDelayDoesNotEndTheLoop) {
+    timers_.once(std::chrono::seconds(UINT32_MAX), [this] { done_.push_back("late"); });
+    timers_.once(std::chrono::microseconds::max(), [this] { done_.push_back("never"); });
+    run_loop(milliseconds(5));
     EXPECT_THAT(done_, IsEmpty());
 }
 
