@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -8,18 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "fenwa/testkit/block_driver.hpp"
-#include "framework/shared/host_access.hpp"
-#include "tests/support/layout_probe.hpp"
+#include "tests/unit/block_fixture.hpp"
 #include "tests/unit/faults/life.hpp"
+#include "tests/unit/faults/surroundings.hpp"
 
 namespace faults {
 namespace {
 
-using blocks::LayoutProbe;
-using support::Message;
-using support::Messages;
-using support::reply_of;
+namespace effect = support::effect;
 
 /// What a failing call leads to.
 struct Consequence {
@@ -34,117 +31,6 @@ struct Case : support::NamedCase {
     Surroundings (*surroundings)();
     std::vector<Consequence> consequences;
 };
-
-template <class T>
-auto build_with(const Fenwa::BlockConfiguration& config) {
-    return [config](const Fenwa::InitTools& tools) -> std::unique_ptr<Fenwa::Block> {
-        return Fenwa::testkit::build_block<T>(tools, std::string("block"), config);
-    };
-}
-
-// The services. Each is at work again after its restart.
-
-constexpr const char* controller = "com.tarlo.TemperatureController";
-constexpr const char* controller_path = "/com/tarlo/TemperatureController";
-
-Surroundings reader() {
-    Surroundings around;
-    around.build =
-        build_with<blocks::TemperatureReader>({{"sensor_name", {"main"}}, {"delta_chg", 0.5}});
-    around.replies = {{"GetNameOwner", reply_of("s", ":1.5")},
-                      {"GetTemperatureIdFromName", reply_of("i", 3)},
-                      {"RegisterForTemperatureChangeSignal", reply_of("i", 12)},
-                      {"GetTemperature", reply_of("d", 36.5)}};
-    around.service = controller;
-    around.traffic = [](Life& life, int turn) {
-        life.signal("TemperatureChangeSignal",
-                    life.messages().signal(controller_path, controller, "TemperatureChangeSignal",
-                                           "id", 12, 40.0 + turn));
-    };
-    return around;
-}
-
-Surroundings temperature_monitor() {
-    Surroundings around;
-    around.build = build_with<blocks::TemperatureMonitor>({{"sensor_name", {"main"}}});
-    // The ids of the limits: low_on, high_on, low_off, high_off.
-    around.replies = {{"GetTemperatureIdFromName", reply_of("i", 3)},
-                      {"GetTemperature", reply_of("d", 20.0)},
-                      {"RegisterForTemperatureSignal", [next = 0](Messages& messages) mutable {
-                           return messages.reply("ib", 10 + next++ % 4, 0);
-                       }}};
-    around.service = controller;
-    around.traffic = [](Life& life, int /*turn*/) {
-        for (const int crossed : {13, 10}) {
-            life.signal("TemperatureSignal",
-                        life.messages().signal(controller_path, controller, "TemperatureSignal",
-                                               "i", crossed));
-            life.settle();
-        }
-    };
-    return around;
-}
-
-Surroundings consumer() {
-    Surroundings around;
-    around.build = build_with<blocks::PowerConsumer>({{"power", 12.5}});
-    around.replies = {{"Register", reply_of("")}, {"RequestPower", reply_of("")}};
-    around.service = "com.tarlo.PowerControl.Consumer";
-    around.traffic = [](Life& life, int turn) {
-        life.call(
-            LayoutProbe::exported_methods()[1].x.method.handler,
-            life.messages().call("/com/tarlo/Vipd/PowerConsumer", "com.tarlo.Vipd.PowerConsumer",
-                                 "SetPower", "d", 5.0 + turn));
-    };
-    return around;
-}
-
-Surroundings power_monitor() {
-    Surroundings around;
-    around.build = build_with<blocks::PowerMonitor>({{"requested_power", 5.0}});
-    around.replies = {{"PowerReceived", reply_of("d", 12.0)}, {"Get", reply_of("v", "d", 12.0)}};
-    around.traffic = [](Life& life, int /*turn*/) {
-        for (const double power : {3.0, 12.0}) {
-            life.signal("PropertiesChanged",
-                        life.messages().signal(
-                            "/com/tarlo/PowerControl/Status", "org.freedesktop.DBus.Properties",
-                            "PropertiesChanged", "sa{sv}as", "com.tarlo.PowerControl.Status", 2,
-                            "PowerUsed", "d", 1.0, "PowerReceived", "d", power, 0));
-            life.settle();
-        }
-    };
-    return around;
-}
-
-Surroundings controls() {
-    Surroundings around;
-    around.build = build_with<blocks::OnScreenControls>({{"channel", 0}, {"wdr", true}});
-    around.replies = {{"GetNameOwner", reply_of("s", ":1.5")},
-                      {"ListAddedFeatures", reply_of("a(sas)", 1, "WDR0", 1, "de")},
-                      {"AddFeatures", reply_of("")},
-                      {"RemoveFeatures", reply_of("")}};
-    around.service = "com.tarlo.Onscreencontrols1";
-    return around;
-}
-
-Surroundings overlay() {
-    Surroundings around;
-    around.build =
-        build_with<blocks::PrioritizedTextOverlaySetter>({{"prio_text_overlay", {"Smoke"}}});
-    around.replies = {{"Set", reply_of("")}};
-    return around;
-}
-
-Surroundings video() {
-    Surroundings around;
-    around.build = build_with<blocks::VideoReady>({{"channel", 0}});
-    around.replies = {{"GetUnitFileState", reply_of("s", "enabled")},
-                      {"SignalVideoReady", reply_of("")}};
-    around.traffic = [](Life& life, int /*turn*/) {
-        Fenwa::HostAccess::notify(*life.block().get_inport("rotation_vip0_in"), life.block());
-    };
-    return around;
-}
 
 // Why a block does not do what it should after a restart of its service.
 const std::string waits_for_match = "it waits for the answer to a match that was never sent";
@@ -298,9 +184,73 @@ std::vector<std::string> with_text_of(int error, std::vector<std::string> lines)
     return lines;
 }
 
+/// One call that fails: the N-th of all, from 1; 0 for none.
+struct Fault {
+    std::size_t number = 0;
+    int error = 0;  ///< a negative errno
+};
+
+/// What a life has left behind.
+struct Traces {
+    std::vector<Call> calls;         ///< of sd-bus that may fail, in their order
+    std::vector<std::string> lines;  ///< errors and warnings, "LEVEL TEXT"
+    /// What the block has sent and answered since the last restart of its service, and what its
+    /// outputs have come to. By then a block that recovers does what it does without a fault.
+    std::vector<std::string> last_deeds;
+};
+
+std::vector<std::string> take_deeds(support::EffectJournal& journal) {
+    std::vector<std::string> deeds = journal.take(effect::sending | effect::answer);
+    // OnScreenControls removes a feature as often as it has added it.
+    deeds.erase(std::unique(deeds.begin(), deeds.end()), deeds.end());
+    std::map<std::string, std::string> outputs;
+    for (const std::string& publication : journal.take(effect::publication))
+        outputs[publication.substr(0, publication.find(" = "))] = publication;
+    for (const auto& [output, publication] : outputs)
+        deeds.push_back(publication);
+    return deeds;
+}
+
+/// Construction, start, traffic, a restart of the service, traffic, another restart, traffic, stop,
+/// destruction. The service answers each call at once, and the block is run until it has nothing to
+/// do. Calls do not fail between the last restart and the stop.
 Traces lead(const Case& block, Fault fault) {
+    Traces traces;
+    bool may_fail = true;
     const Surroundings around = block.surroundings();
-    return Life(around, fault).lead();
+    Life life(around, [&](const Call& call) {
+        if (!may_fail)
+            return 0;
+        traces.calls.push_back(call);
+        return traces.calls.size() == fault.number ? fault.error : 0;
+    });
+    const auto traffic = [&](int turn) {
+        around.traffic(life, turn);
+        life.settle();
+    };
+    support::EffectJournal& journal = *life.recorders().journal;
+
+    life.build();
+    life.start();
+    life.settle();
+    traffic(0);
+    life.restart_service(":1.5", ":1.6");
+    traffic(1);
+    may_fail = false;
+    (void)journal.take(effect::all & ~effect::line);
+    life.restart_service(":1.6", ":1.7");
+    traffic(2);
+    may_fail = true;
+    life.stop();
+    life.destroy();
+
+    traces.last_deeds = take_deeds(journal);
+    (void)journal.take(effect::all & ~effect::line);
+    for (const std::string& line : life.recorders().log.take()) {
+        if (line.front() <= '2')
+            traces.lines.push_back(line);
+    }
+    return traces;
 }
 
 class EachBlockFaultTest : public testing::TestWithParam<Case> {};

@@ -1,6 +1,5 @@
 #include "tests/unit/faults/life.hpp"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 #include <string_view>
@@ -11,8 +10,6 @@
 
 namespace faults {
 namespace {
-
-namespace effect = support::effect;
 
 bool is_about(const support::Sending& sending, std::string_view text) {
     return sending.text.find(text) != std::string::npos;
@@ -28,14 +25,15 @@ std::string member_of(const std::string& text) {
 
 class Life::Driver : public Fenwa::testkit::Driver {
   public:
-    Driver(Fenwa::SDBusTools& tools, const Surroundings& surroundings)
-        : Fenwa::testkit::Driver(tools), block_(surroundings.build(this->tools()).release()) {
+    Driver(Fenwa::SDBusTools& tools, const Surroundings& surroundings,
+           const Fenwa::BlockConfiguration& settings)
+        : Fenwa::testkit::Driver(tools),
+          block_(surroundings.build(this->tools(), settings).release()) {
         adopt(std::unique_ptr<Fenwa::Block>(block_));
     }
 
     Fenwa::Block& block() { return *block_; }
-    /// As a host that has another reason.
-    void run() {
+    void run_for_any_reason() {
         (void)arm();
         (void)block_->run();
         disarm();
@@ -45,56 +43,85 @@ class Life::Driver : public Fenwa::testkit::Driver {
     Fenwa::Block* block_;  ///< owned by the base
 };
 
-Life::Life(const Surroundings& surroundings, Fault fault)
-    : surroundings_(surroundings), fault_(fault) {
+Life::Life(const Surroundings& surroundings, FindFault find_fault)
+    : surroundings_(surroundings), find_fault_(std::move(find_fault)) {
     recorders_.bus.fail_where([this](const std::string& function, const std::string& name) {
         if (!name.empty())
-            return find_fault(function + ": " + name);
+            return find_fault_(function + ": " + name);
         const int count = ++calls_in_it_[function];
-        return find_fault(function + (count > 1 ? " " + std::to_string(count) : "") + ": " +
-                          delivered_);
+        return find_fault_(function + (count > 1 ? " " + std::to_string(count) : "") + ": " +
+                           delivered_);
     });
 }
 
 Life::~Life() = default;
 
-Traces Life::lead() {
-    driver_ = std::make_unique<Driver>(*this, surroundings_);
-    driver_->start();
-    settle();
-    surroundings_.traffic(*this, 0);
-    settle();
-    restart_service(":1.5", ":1.6");
-    surroundings_.traffic(*this, 1);
-    settle();
-    may_fail_ = false;
-    (void)recorders_.journal->take(effect::all & ~effect::line);
-    restart_service(":1.6", ":1.7");
-    surroundings_.traffic(*this, 2);
-    settle();
-    may_fail_ = true;
-    driver_->stop();
+void Life::build(const Fenwa::BlockConfiguration& settings) {
+    driver_ = std::make_unique<Driver>(*this, surroundings_, settings);
+}
+
+void Life::run() {
+    driver_->run_for_any_reason();
+}
+
+void Life::destroy() {
     driver_.reset();
-    traces_.last_deeds = take_deeds();
-    (void)recorders_.journal->take(effect::all & ~effect::line);
-    for (const std::string& line : recorders_.log.take()) {
-        if (line.front() <= '2')
-            traces_.lines.push_back(line);
-    }
-    return std::move(traces_);
+}
+
+Fenwa::testkit::Driver& Life::driver() {
+    return *driver_;
 }
 
 Fenwa::Block& Life::block() {
     return driver_->block();
 }
 
-void Life::signal(const std::string& match, const support::Message& message) {
+std::vector<std::size_t> Life::unanswered() const {
+    std::vector<std::size_t> numbers;
+    for (std::size_t number = 1; number <= recorders_.bus.count(); ++number) {
+        const support::Sending& sending = recorders_.bus.sending(number);
+        const bool asks = sending.install_callback != nullptr ||
+                          (sending.callback != nullptr && !is_about(sending, "match"));
+        if (asks && sending.result >= 0 && !sending.released && !answered_.contains(number))
+            numbers.push_back(number);
+    }
+    return numbers;
+}
+
+void Life::answer(std::size_t number, const support::Message& message) {
+    const support::Sending& sending = recorders_.bus.sending(number);
+    answered_.insert(number);
+    if (sending.install_callback != nullptr)
+        deliver("reply to the match", [&] { (void)sending.install(message); });
+    else
+        deliver("reply to " + member_of(sending.text), [&] { (void)sending.deliver(message); });
+}
+
+support::Message Life::right_answer(std::size_t number) {
+    const support::Sending& sending = recorders_.bus.sending(number);
+    return sending.install_callback != nullptr ? messages().reply("")
+                                               : reply(member_of(sending.text));
+}
+
+std::vector<std::size_t> Life::matches(const std::string& text) const {
+    std::vector<std::size_t> numbers;
     for (std::size_t number = 1; number <= recorders_.bus.count(); ++number) {
         const support::Sending& sending = recorders_.bus.sending(number);
         if (sending.holds_slot && !sending.released && is_about(sending, "match") &&
-            is_about(sending, match))
-            deliver(sd_bus_message_get_member(message), [&] { (void)sending.deliver(message); });
+            is_about(sending, text))
+            numbers.push_back(number);
     }
+    return numbers;
+}
+
+void Life::signal(std::size_t number, const support::Message& message) {
+    deliver(sd_bus_message_get_member(message),
+            [&] { (void)recorders_.bus.sending(number).deliver(message); });
+}
+
+void Life::signal(const std::string& match, const support::Message& message) {
+    for (const std::size_t number : matches(match))
+        signal(number, message);
 }
 
 void Life::call(sd_bus_message_handler_t handler, const support::Message& message) {
@@ -102,14 +129,30 @@ void Life::call(sd_bus_message_handler_t handler, const support::Message& messag
             [&] { (void)support::call_back(handler, message, &block(), SD_BUS_ERROR_NULL); });
 }
 
+void Life::change_owner(const char* from, const char* to) {
+    signal("NameOwnerChanged", messages().owner_change(surroundings_.service, from, to));
+}
+
 void Life::settle() {
     constexpr int many = 40;
     for (int runs = 0; runs < many; ++runs) {
-        driver_->run();
-        if (!answer_sendings() && !driver_->woken())
+        run();
+        const std::vector<std::size_t> waiting = unanswered();
+        for (const std::size_t number : waiting)
+            answer(number, right_answer(number));
+        if (waiting.empty() && !driver_->woken())
             return;
     }
     ADD_FAILURE() << "the block does not come to rest";
+}
+
+void Life::restart_service(const char* from, const char* to) {
+    if (surroundings_.service == nullptr)
+        return;
+    change_owner(from, "");
+    settle();
+    change_owner("", to);
+    settle();
 }
 
 void Life::call_method(const char* destination, const char* path, const char* interface,
@@ -132,16 +175,9 @@ void Life::get_property(const char* destination, const char* path, const char* i
     reply_to("get_property", member, reply);
 }
 
-int Life::find_fault(const Call& call) {
-    if (!may_fail_)
-        return 0;
-    traces_.calls.push_back(call);
-    return traces_.calls.size() == fault_.number ? fault_.error : 0;
-}
-
 void Life::reply_to(const std::string& function, const std::string& member,
                     sd_bus_message** place) {
-    if (const int error = find_fault(function + ": " + member); error < 0)
+    if (const int error = find_fault_(function + ": " + member); error < 0)
         throw Fenwa::SDBusError(SD_BUS_ERROR_FAILED, std::strerror(-error), error);
     if (place != nullptr) {
         delivered_ = "reply to " + member;  // the block reads it before anything else
@@ -154,55 +190,11 @@ support::Message Life::reply(const std::string& member) {
     return surroundings_.replies.at(member)(recorders_.messages);
 }
 
-std::vector<std::string> Life::take_deeds() {
-    std::vector<std::string> deeds = recorders_.journal->take(effect::sending | effect::answer);
-    // OnScreenControls removes a feature as often as it has added it.
-    deeds.erase(std::unique(deeds.begin(), deeds.end()), deeds.end());
-    std::map<std::string, std::string> outputs;
-    for (const std::string& publication : recorders_.journal->take(effect::publication))
-        outputs[publication.substr(0, publication.find(" = "))] = publication;
-    for (const auto& [output, publication] : outputs)
-        deeds.push_back(publication);
-    return deeds;
-}
-
-bool Life::answer_sendings() {
-    bool any = false;
-    for (std::size_t number = 1; number <= recorders_.bus.count(); ++number) {
-        const support::Sending& sending = recorders_.bus.sending(number);
-        const bool asks = sending.install_callback != nullptr ||
-                          (sending.callback != nullptr && !is_about(sending, "match"));
-        if (!asks || sending.result < 0 || sending.released || !answered_.insert(number).second)
-            continue;
-        any = true;
-        if (sending.install_callback != nullptr) {
-            deliver("reply to the match",
-                    [&] { (void)sending.install(recorders_.messages.reply("")); });
-        } else {
-            const std::string member = member_of(sending.text);
-            deliver("reply to " + member, [&] { (void)sending.deliver(reply(member)); });
-        }
-    }
-    return any;
-}
-
 void Life::deliver(const std::string& what, const std::function<void()>& delivery) {
     delivered_ = what;
     calls_in_it_.clear();
     delivery();
     delivered_.clear();
-}
-
-void Life::change_owner(const char* from, const char* to) {
-    signal("NameOwnerChanged", recorders_.messages.owner_change(surroundings_.service, from, to));
-    settle();
-}
-
-void Life::restart_service(const char* from, const char* to) {
-    if (surroundings_.service == nullptr)
-        return;
-    change_owner(from, "");
-    change_owner("", to);
 }
 
 }  // namespace faults

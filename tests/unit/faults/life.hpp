@@ -10,9 +10,8 @@
 
 #include "fenwa/tools.hpp"
 #include "tests/support/block_driver.hpp"
-#include "tests/unit/block_fixture.hpp"
+#include "tests/unit/faults/surroundings.hpp"
 
-/// The whole life of a block, in which one call of sd-bus fails.
 namespace faults {
 
 /// Which function of sd-bus a block calls, and for what: "sd_bus_call_method_async: Register",
@@ -20,58 +19,56 @@ namespace faults {
 /// second read in that message.
 using Call = std::string;
 
-/// One call that fails: the N-th of all, from 1; 0 for none.
-struct Fault {
-    std::size_t number = 0;
-    int error = 0;  ///< a negative errno
-};
-
-class Life;
-
-/// A type of block, and the services around it.
-struct Surroundings {
-    /// Builds the block.
-    std::function<std::unique_ptr<Fenwa::Block>(const Fenwa::InitTools&)> build;
-    /// The replies to its calls, by their members.
-    std::map<std::string, support::MakeMessage> replies;
-    /// The bus name whose owner changes; null where the block follows none.
-    const char* service = nullptr;
-    /// What the services signal and call when they are at work; the turn is 0, 1, …
-    std::function<void(Life&, int turn)> traffic = [](Life& /*life*/, int /*turn*/) {};
-};
-
-/// What a life has left behind.
-struct Traces {
-    std::vector<Call> calls;         ///< of sd-bus that may fail, in their order
-    std::vector<std::string> lines;  ///< errors and warnings, "LEVEL TEXT"
-    /// What the block has sent and answered since the last restart of its service, and what its
-    /// outputs have come to. By then a block that recovers does what it does without a fault.
-    std::vector<std::string> last_deeds;
-};
-
-/// Construction, start, traffic, a restart of the service, traffic, another restart, traffic, stop,
-/// destruction. The service answers each call at once, and the block is run until it has nothing to
-/// do. Calls do not fail between the last restart and the stop.
+/// The life of one block, whose calls of sd-bus may fail, step by step. Fails the test for a slot,
+/// a reply or an error structure that was released twice or never.
 class Life final : public Fenwa::SDBusTools {
   public:
+    /// Asked before each call that may fail. @returns a negative errno with which it fails, or 0.
+    using FindFault = std::function<int(const Call& call)>;
+
     /// @param surroundings outlives it.
-    Life(const Surroundings& surroundings, Fault fault);
+    Life(const Surroundings& surroundings, FindFault find_fault);
     ~Life() override;
 
-    /// Leads the life. To be called once. Fails the test for a slot, a reply or an error structure
-    /// that was released twice or never.
-    [[nodiscard]] Traces lead();
+    // The steps, in the order of a host.
 
-    // For the traffic.
+    /// Builds the block. Throws what its constructor throws.
+    void build() { build(surroundings_.settings); }
+    void build(const Fenwa::BlockConfiguration& settings);
+    void start() { driver().start(); }
+    /// As a host that has another reason than the block's ports.
+    void run();
+    void stop() { driver().stop(); }
+    void destroy();
 
-    [[nodiscard]] support::Messages& messages() { return recorders_.messages; }
+    [[nodiscard]] Fenwa::testkit::Driver& driver();
     [[nodiscard]] Fenwa::Block& block();
-    /// Delivers a signal to the block's matches whose text has this in it.
+    [[nodiscard]] support::Messages& messages() { return recorders_.messages; }
+    [[nodiscard]] support::Recorders& recorders() { return recorders_; }
+
+    // What comes over the bus.
+
+    /// The numbers of the calls, and of the matches to be installed, that wait for an answer.
+    [[nodiscard]] std::vector<std::size_t> unanswered() const;
+    /// Answers one of them.
+    void answer(std::size_t number, const support::Message& message);
+    /// The reply of the service to one of them.
+    [[nodiscard]] support::Message right_answer(std::size_t number);
+    /// The numbers of the matches that the block holds whose text has this in it.
+    [[nodiscard]] std::vector<std::size_t> matches(const std::string& text = {}) const;
+    /// Delivers a signal to one of them.
+    void signal(std::size_t number, const support::Message& message);
+    /// Delivers a signal to all matches whose text has this in it.
     void signal(const std::string& match, const support::Message& message);
     /// Calls a method that the block exports.
     void call(sd_bus_message_handler_t handler, const support::Message& message);
+    /// The owner of the service's name changes; empty for none.
+    void change_owner(const char* from, const char* to);
+
     /// Runs the block, and answers what it sends, until it does nothing any more.
     void settle();
+    /// The service leaves and comes back with another unique name; both times the block settles.
+    void restart_service(const char* from, const char* to);
 
     // For the block: blocking operations, answered by the service.
 
@@ -84,21 +81,13 @@ class Life final : public Fenwa::SDBusTools {
   private:
     class Driver;
 
-    [[nodiscard]] int find_fault(const Call& call);
     void reply_to(const std::string& function, const std::string& member, sd_bus_message** place);
     [[nodiscard]] support::Message reply(const std::string& member);
-    [[nodiscard]] std::vector<std::string> take_deeds();
-    /// @returns whether there was something to answer.
-    bool answer_sendings();
     void deliver(const std::string& what, const std::function<void()>& delivery);
-    void change_owner(const char* from, const char* to);
-    void restart_service(const char* from, const char* to);
 
     const Surroundings& surroundings_;
-    Fault fault_;
-    bool may_fail_ = true;
+    FindFault find_fault_;
     support::Recorders recorders_;
-    Traces traces_;
     std::string delivered_;                   // what the block is handed at this moment
     std::map<std::string, int> calls_in_it_;  // how often it has called each function for that
     std::set<std::size_t> answered_;          // numbers of sendings

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "fenwa/block.hpp"
+#include "fenwa/block_configuration.hpp"
+#include "fenwa/tools.hpp"
+#include "tests/support/bus_messages.hpp"
+
+namespace faults {
+
+class Life;
+
+/// A type of block, and the services around it.
+struct Surroundings {
+    std::unique_ptr<Fenwa::Block> (*build)(const Fenwa::InitTools& tools,
+                                           const Fenwa::BlockConfiguration& settings) = nullptr;
+    Fenwa::BlockConfiguration settings{};
+    /// The replies to its calls, by their members.
+    std::map<std::string, std::function<support::Message(support::Messages&)>> replies{};
+    /// The bus name whose owner changes; null where the block follows none.
+    const char* service = nullptr;
+    /// What the services signal and call when they are at work; the turn is 0, 1, …
+    std::function<void(Life&, int turn)> traffic = [](Life& /*life*/, int /*turn*/) {};
+};
+
+// One of each type of block. Each service is at work again after its restart.
+
+[[nodiscard]] Surroundings reader();
+[[nodiscard]] Surroundings temperature_monitor();
+[[nodiscard]] Surroundings consumer();
+[[nodiscard]] Surroundings power_monitor();
+[[nodiscard]] Surroundings controls();
+[[nodiscard]] Surroundings overlay();
+[[nodiscard]] Surroundings video();
+
+}  // namespace faults
