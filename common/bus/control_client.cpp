@@ -43,13 +43,13 @@ MessagePtr ControlClient::send(const MessagePtr& call) const {
     return reply;
 }
 
-Json ControlClient::json_of(sd_bus_message& reply) const {
+SharedJson ControlClient::json_of(sd_bus_message& reply) const {
     if (const sd_bus_error* const error = sd_bus_message_get_error(&reply))
         fail(*error, text_of(*error));
     const char* text = nullptr;
     if (sd_bus_message_read(&reply, "s", &text) < 0)
         throw JsonError("it is not a string");
-    return parse_json(text, "the answer");
+    return share(parse_json(text, "the answer"));
 }
 
 void ControlClient::refuse_reply() const {

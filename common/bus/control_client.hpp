@@ -72,7 +72,7 @@ class ControlClient {
     template <class Read>
     auto read_json(sd_bus_message& reply, Read&& read) const {
         try {
-            return read(json_of(reply));
+            return read(*json_of(reply));
         } catch (const Failure&) {
             throw;
         } catch (...) {
@@ -84,7 +84,7 @@ class ControlClient {
     [[nodiscard]] const ControlPeer& peer() const noexcept { return peer_; }
 
   private:
-    [[nodiscard]] Json json_of(sd_bus_message& reply) const;
+    [[nodiscard]] SharedJson json_of(sd_bus_message& reply) const;
     /// Rethrows the exception of a reply's reader as a Failure.
     [[noreturn]] void refuse_reply() const;
     [[noreturn]] void fail(const sd_bus_error& error, const std::string& text) const;
