@@ -92,11 +92,29 @@ class LineReader {
     bool anew_ = false;
 };
 
-/// Whether the child has ended; it is still to be waited for.
+/// While one lives, the end of a child stays known until it is waited for. A block may have set
+/// SIGCHLD to be ignored, so that the kernel forgets children at once.
+class KeptChildren {
+  public:
+    KeptChildren() noexcept {
+        struct sigaction plain {};
+        plain.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &plain, &before_);
+    }
+    KeptChildren(const KeptChildren&) = delete;
+    KeptChildren& operator=(const KeptChildren&) = delete;
+    ~KeptChildren() { sigaction(SIGCHLD, &before_, nullptr); }
+
+  private:
+    struct sigaction before_ {};
+};
+
+/// Whether the child has ended; it is still to be waited for, unless a thread of a block has done
+/// so for all children.
 bool has_ended(pid_t child) {
     siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == child;
+    const int r = waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT);
+    return r == 0 ? info.si_pid == child : errno == ECHILD;
 }
 
 /// Hands lines on until the child has ended. @returns false when its time is over.
@@ -131,6 +149,7 @@ ChildEnd run_in_child(const std::function<void(const LineSender& send)>& work,
     Descriptor to_parent(ends[1]);
     // Otherwise the child would write the buffered text a second time.
     std::cout.flush();
+    const KeptChildren kept;
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0)

@@ -62,6 +62,14 @@ TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatCrashes) {
     EXPECT_EQ(end.signal, SIGSEGV);
 }
 
+TEST_F(ChildProcessTest, EndIsKnownThoughTheProcessIgnoresItsChildren) {
+    std::signal(SIGCHLD, SIG_IGN);
+    const ChildEnd end = run([](const LineSender&) { std::raise(SIGSEGV); });
+    EXPECT_FALSE(end.timed_out);
+    EXPECT_EQ(end.signal, SIGSEGV);
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN) << "stays as it was";
+}
+
 TEST_F(ChildProcessTest, KeepsTheLinesOfOneThatEndsMeanwhile) {
     const auto slowly = [this](const std::string& line) {
         lines_.push_back(line);
