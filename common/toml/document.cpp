@@ -17,20 +17,20 @@
 namespace common {
 namespace {
 
-[[noreturn]] void unreadable(const std::string& path, const std::string& reason) {
-    throw Failure(ExitCode::unreadable, fmt::format("cannot read '{}': {}", path, reason));
+[[noreturn]] void unreadable(const std::string& name, const std::string& reason) {
+    throw Failure(ExitCode::unreadable, fmt::format("cannot read '{}': {}", name, reason));
 }
 
 /// The file's text, cut soon after more than is allowed: enough to know that it is too large.
-std::string read_text(const std::string& path) {
+std::string read_text(const std::string& path, const std::string& name) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
-        unreadable(path, std::strerror(errno));
+        unreadable(name, std::strerror(errno));
     if (S_ISDIR(status.st_mode))
-        unreadable(path, std::strerror(EISDIR));
+        unreadable(name, std::strerror(EISDIR));
     std::ifstream file(path, std::ios::binary);
     if (!file)
-        unreadable(path, std::strerror(errno));
+        unreadable(name, std::strerror(errno));
     std::string text;
     std::array<char, 16384> piece;
     while (text.size() <= max_toml_bytes && file.good()) {
@@ -38,7 +38,7 @@ std::string read_text(const std::string& path) {
         text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
     }
     if (file.bad())
-        unreadable(path, std::strerror(errno));
+        unreadable(name, std::strerror(errno));
     return text;
 }
 
@@ -145,7 +145,7 @@ SourceLocation first_definition(const std::string& text, SourceLocation location
 }  // namespace
 
 std::optional<toml::table> read_toml(const std::string& path, Diagnostics& diagnostics) {
-    const std::string text = read_text(path);
+    const std::string text = read_text(path, diagnostics.file());
     if (text.size() > max_toml_bytes) {
         diagnostics.error(
             {}, "the file is larger than " + std::to_string(max_toml_bytes) + " bytes (1 MiB)");

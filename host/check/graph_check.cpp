@@ -29,7 +29,7 @@ constexpr std::size_t max_hung = 3;
 // Messages of a child: arrays, one a line, that begin with one of these words.
 namespace word {
 
-constexpr const char* plugin = "plugin";      // INDEX: its loading begins
+constexpr const char* plugin = "plugin";      // INDEX, PHASE: begins
 constexpr const char* unusable = "unusable";  // INDEX, TEXT, HELP, THREW
 constexpr const char* block = "block";        // INDEX: its probe begins
 constexpr const char* phase = "phase";        // TEXT, DEPTH: begins
@@ -67,9 +67,10 @@ class Worker {
                 job_.types.set_incomplete();
                 continue;
             }
-            send({word::plugin, i});
             try {
-                loader.load(job_.plugins[i].value);
+                loader.load(job_.plugins[i].value, [this, i](const char* phase) {
+                    send({word::plugin, i, phase});
+                });
             } catch (const PluginError& error) {
                 job_.types.set_incomplete();
                 send({word::unusable, i, error.what(), error.help(), error.thrown().has_value()});
@@ -198,7 +199,6 @@ class Prober {
     bool run_child() {
         const Activity waiting("a child process that tries blocks out", "", nullptr);
         enter(At::starting, 0);
-        phase_ = "its entry point";
         const common::ChildEnd end = common::run_in_child(
             [this](const common::LineSender& send) { work(send); }, job_.limit,
             [this](const std::string& line) { return receive(common::parse_line(line)); });
@@ -235,6 +235,7 @@ class Prober {
         }
         if (word == word::plugin) {
             enter(At::plugin, message.at(1));
+            phase_ = message.at(2);
             return true;
         }
         if (word == word::block) {

@@ -48,8 +48,6 @@ struct BlockSeen {
     std::optional<Misbehaviour> misbehaviour;
 };
 
-constexpr const char* loading = "its entry point";
-
 // Messages of a child: one object a line, with one of these members.
 //
 //     {"phase": TEXT}             it begins
@@ -78,25 +76,28 @@ PluginLoader loader_of(const InspectedPlugin& plugin, Fenwa::BlockRegistry& regi
     return PluginLoader(plugin_folders(plugin.plugin_dirs), {}, registry);
 }
 
-void load_types(const InspectedPlugin& plugin, Fenwa::BlockRegistry& registry) {
+void load_types(const InspectedPlugin& plugin, Fenwa::BlockRegistry& registry, const Sender& send) {
     if (plugin.built_in)
         register_built_in_types(registry, nullptr);
     else
-        loader_of(plugin, registry).load(plugin.name);
+        loader_of(plugin, registry).load(plugin.name, [&send](const char* phase) {
+            send.phase(phase);
+        });
 }
 
 void list(const InspectedPlugin& plugin, const Sender& send) {
     Fenwa::BlockRegistry registry;
-    send.phase(loading);
+    std::string file;
     try {
-        load_types(plugin, registry);
+        // Before the plug-in is loaded, which may change the working folder.
+        if (!plugin.built_in)
+            file = loader_of(plugin, registry).find(plugin.name).string();
+        load_types(plugin, registry, send);
     } catch (const PluginError& error) {
         if (!error.thrown())
             return send({{"unusable", error.what()}, {"help", error.help()}});
         send.threw(*error.thrown());
     }
-    const std::string file =
-        plugin.built_in ? "" : loader_of(plugin, registry).find(plugin.name).string();
     send({{"file", file}, {"types", registry.type_names()}});
 }
 
@@ -135,9 +136,8 @@ Json to_json(const std::optional<Fenwa::BlockConfiguration::Value>& value,
 void build(const InspectedPlugin& plugin, const std::string& type,
            const Fenwa::BlockConfiguration& settings, MadeUpValue made_up, const Sender& send) {
     Fenwa::BlockRegistry registry;
-    send.phase(loading);
     try {
-        load_types(plugin, registry);
+        load_types(plugin, registry, send);
     } catch (const PluginError& error) {
         // An entry point that threw is reported with the list of types.
         if (!error.thrown())
@@ -184,7 +184,7 @@ void build(const InspectedPlugin& plugin, const std::string& type,
 std::optional<Misbehaviour> watch(const InspectedPlugin& plugin,
                                   const std::function<void(const Sender&)>& work,
                                   const std::function<void(Json& message)>& on_message) {
-    std::string phase = loading;
+    std::string phase = "its loading";
     std::optional<Misbehaviour> threw;
     bool ended = false;
     const common::ChildEnd end = common::run_in_child(

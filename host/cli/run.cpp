@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,7 +47,8 @@ using common::ExitCode;
 /// The command line of `fenwa run`.
 struct RunOptions {
     std::string graph;
-    std::optional<std::string> bus;  ///< instead of the graph's own address
+    std::filesystem::path graph_file;  ///< absolute: a block may change the working folder
+    std::optional<std::string> bus;    ///< instead of the graph's own address
     std::vector<std::string> plugin_dirs;
     EventOptions lines;
     std::optional<std::chrono::microseconds> duration;  ///< then stops as on SIGTERM
@@ -148,7 +150,7 @@ class Session {
           tools_(&connection_),
           listeners_(events, blocks_),
           blocks_(std::move(graph), types, tools_, loop.get(), events, diagnostics),
-          reconfigurer_(options.graph, blocks_, types, catalog) {
+          reconfigurer_(options.graph, options.graph_file, blocks_, types, catalog) {
         blocks_.follow_bus(interposer_);
     }
 
@@ -314,10 +316,14 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
     const ExitGuard guard;
     EventLoop loop(supervisor);
     BlockTypes types(&loop.get());
-    types.load(*checked.graph, options.plugin_dirs, diagnostics);
+    const std::size_t threw = types.load(*checked.graph, options.plugin_dirs, diagnostics);
+    {
+        const Activity loading("a plug-in", "", "its loading or its entry point");
+        end_without_descriptors();
+    }
     common::print_diagnostics(diagnostics, color);
     if (diagnostics.errors() != 0)
-        return ExitCode::misconfigured;
+        return diagnostics.errors() == threw ? ExitCode::software : ExitCode::misconfigured;
     if (loop.interrupted())
         return ExitCode::done;
     // Blocks do not wait for a reader of stderr, as a list of mistakes does.
@@ -370,7 +376,11 @@ common::Command run_command() {
             .help = "Runs a graph until SIGINT or SIGTERM",
             .arguments = {graph_argument(options->graph)},
             .options = std::move(all),
-            .run = [options] { return run_graph(*options); }};
+            .run = [options] {
+                std::error_code ignored;  // a folder that was removed: the path leads nowhere
+                options->graph_file = std::filesystem::absolute(options->graph, ignored);
+                return run_graph(*options);
+            }};
 }
 
 }  // namespace host

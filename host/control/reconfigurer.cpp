@@ -37,9 +37,9 @@ Json look_at(const Probe& probed) {
 }
 
 /// Refuses a file whose reading could block, such as a pipe.
-void check_regular_file(const std::string& path) {
+void check_regular_file(const std::filesystem::path& file, const std::string& path) {
     std::error_code error;
-    if (std::filesystem::is_other(path, error) && !error)
+    if (std::filesystem::is_other(file, error) && !error)
         throw common::Failure(common::ExitCode::unreadable,
                               fmt::format("cannot read '{}': not a regular file", path));
 }
@@ -101,9 +101,13 @@ bool is_unread(const std::vector<UnreadKey>& unread, const std::string& key) {
 
 }  // namespace
 
-Reconfigurer::Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types,
-                           const TypeCatalog& catalog)
-    : path_(std::move(path)), graph_(graph), types_(types), catalog_(catalog) {}
+Reconfigurer::Reconfigurer(std::string path, std::filesystem::path file, RunningGraph& graph,
+                           BlockTypes& types, const TypeCatalog& catalog)
+    : path_(std::move(path)),
+      file_(std::move(file)),
+      graph_(graph),
+      types_(types),
+      catalog_(catalog) {}
 
 void Reconfigurer::reload(bool color) noexcept {
     std::vector<std::string> built_again;
@@ -146,8 +150,8 @@ void Reconfigurer::reload(bool color) noexcept {
 
 std::optional<std::string> Reconfigurer::reload_from(Diagnostics& diagnostics,
                                                      std::vector<std::string>& built_again) {
-    check_regular_file(path_);
-    std::optional<Graph> next = read_graph(path_, diagnostics);
+    check_regular_file(file_, path_);
+    std::optional<Graph> next = read_graph(file_, diagnostics);
     // Without blocks each running one would count as removed.
     if (!next || next->blocks.empty())
         return std::nullopt;

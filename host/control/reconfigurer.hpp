@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -25,10 +26,11 @@ namespace host {
 /// the host, like one that throws in `run`. Thread of the loop.
 class Reconfigurer {
   public:
-    /// All references outlive this object. @param path of the graph file.
+    /// All references outlive this object. @param path of the graph file, for messages.
+    /// @param file the same, absolute: a block may change the working folder.
     /// @param catalog the data of the graph's block types.
-    Reconfigurer(std::string path, RunningGraph& graph, BlockTypes& types,
-                 const TypeCatalog& catalog);
+    Reconfigurer(std::string path, std::filesystem::path file, RunningGraph& graph,
+                 BlockTypes& types, const TypeCatalog& catalog);
 
     /// Reads the file again and makes the graph what it says: reconfigures, rebuilds, adds and
     /// removes blocks, and changes connections and the rate limit; a client's settings are
@@ -93,6 +95,7 @@ class Reconfigurer {
                                  bool is_rebuilt);
 
     std::string path_;
+    std::filesystem::path file_;
     RunningGraph& graph_;
     BlockTypes& types_;
     const TypeCatalog& catalog_;

@@ -70,6 +70,12 @@ std::vector<fs::path> plugin_folders(const std::vector<std::string>& given) {
     return folders;
 }
 
+PluginLoader::PluginLoader(std::vector<fs::path> folders, fs::path base, Fenwa::IRegistry& registry)
+    : folders_(std::move(folders)), base_(std::move(base)), registry_(registry) {
+    std::error_code ignored;  // a folder that was removed; relative paths lead nowhere then, too
+    start_ = fs::current_path(ignored);
+}
+
 fs::path PluginLoader::find(const std::string& plugin) {
     const fs::path path = look_up(plugin);
     std::error_code ignored;
@@ -83,14 +89,14 @@ fs::path PluginLoader::look_up(const std::string& plugin) {
     std::error_code ignored;
     if (plugin.find('/') != std::string::npos) {
         const fs::path path = base_ / plugin;
-        if (fs::exists(path, ignored))
-            return fs::absolute(path);
+        if (fs::exists(start_ / path, ignored))
+            return start_ / path;
         throw PluginError(fmt::format("no plug-in at '{}'", path.string()));
     }
     std::string looked_in;
     for (const fs::path& folder : folders_) {
-        if (!plugin.empty() && fs::exists(folder / plugin, ignored))
-            return fs::absolute(folder / plugin);
+        if (!plugin.empty() && fs::exists(start_ / folder / plugin, ignored))
+            return start_ / folder / plugin;
         looked_in += (looked_in.empty() ? "" : ", ") + folder.string();
     }
     if (!libraries_)
@@ -99,13 +105,20 @@ fs::path PluginLoader::look_up(const std::string& plugin) {
                       suggester_.did_you_mean(plugin, *libraries_));
 }
 
-void PluginLoader::load(const std::string& plugin) {
+void PluginLoader::load(const std::string& plugin,
+                        const std::function<void(const char* phase)>& on_phase) {
     const fs::path path = find(plugin);
     const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
         throw PluginError(fmt::format("the plug-in '{}' {}", plugin, reason), {},
                           std::move(thrown));
     };
-    std::optional<Activity> activity(std::in_place, "plug-in", plugin.c_str(), "its loading");
+    std::optional<Activity> activity;
+    const auto enter = [&](const char* phase) {
+        if (on_phase)
+            on_phase(phase);
+        activity.emplace("plug-in", plugin.c_str(), phase);
+    };
+    enter("its loading");
     // All symbols at once: a missing one shows here and not in the middle of a run.
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
@@ -113,7 +126,7 @@ void PluginLoader::load(const std::string& plugin) {
     void* const symbol = dlsym(library, entry_point);
     if (symbol == nullptr)
         fail(fmt::format("has no entry point '{}'", entry_point));
-    activity.emplace("plug-in", plugin.c_str(), "its entry point");
+    enter("its entry point");
     int r = 0;
     try {
         r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
@@ -146,17 +159,20 @@ PluginLoader BlockTypes::make_loader(const std::vector<std::string>& plugin_dirs
                         std::filesystem::path(graph_file).parent_path(), registry_);
 }
 
-void BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
-                      common::Diagnostics& diagnostics) {
+std::size_t BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
+                             common::Diagnostics& diagnostics) {
     PluginLoader loader = make_loader(plugin_dirs, diagnostics.file());
+    std::size_t threw = 0;
     for (const auto& [plugin, location] : graph.plugins) {
         try {
             loader.load(plugin);
         } catch (const PluginError& error) {
             set_incomplete();
             diagnostics.error(location, error.what(), error.help());
+            threw += error.thrown() ? 1U : 0U;
         }
     }
+    return threw;
 }
 
 bool BlockTypes::may_be_missing(const BlockEntry& entry) const {

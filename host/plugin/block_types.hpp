@@ -3,6 +3,7 @@
 #include <systemd/sd-event.h>
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -55,19 +56,23 @@ class PluginLoader {
   public:
     /// @param base the folder to which paths of plug-ins are relative.
     PluginLoader(std::vector<std::filesystem::path> folders, std::filesystem::path base,
-                 Fenwa::IRegistry& registry)
-        : folders_(std::move(folders)), base_(std::move(base)), registry_(registry) {}
+                 Fenwa::IRegistry& registry);
 
     /// The file of a plug-in. A name with a slash is a path; any other is looked up in the folders.
     /// @throws PluginError
     [[nodiscard]] std::filesystem::path find(const std::string& plugin);
 
     /// Finds and loads one plug-in and calls its entry point. @throws PluginError
-    void load(const std::string& plugin);
+    /// @param on_phase called before each phase, "its loading" and "its entry point", which may
+    ///        never end; may be empty.
+    void load(const std::string& plugin,
+              const std::function<void(const char* phase)>& on_phase = {});
 
   private:
     [[nodiscard]] std::filesystem::path look_up(const std::string& plugin);
 
+    /// The working folder of the program: a plug-in that is loaded may change it.
+    std::filesystem::path start_;
     std::vector<std::filesystem::path> folders_;
     std::filesystem::path base_;
     Fenwa::IRegistry& registry_;
@@ -82,8 +87,9 @@ class BlockTypes {
     explicit BlockTypes(sd_event* loop);
 
     /// Loads the graph's plug-ins; each mistake becomes a diagnostic.
-    void load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
-              common::Diagnostics& diagnostics);
+    /// @returns how many of them threw.
+    std::size_t load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
+                     common::Diagnostics& diagnostics);
 
     /// Loads plug-ins one by one into this object, which outlives the loader.
     /// @param graph_file relative paths start at its folder.
