@@ -1,5 +1,8 @@
 #include "host/runtime/crash_report.hpp"
 
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +12,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <string_view>
 
 #include "common/process/exit_code.hpp"
@@ -96,17 +100,43 @@ void on_crash(int signal, siginfo_t* info, void* /*context*/) {
 
 pid_t guarded = 0;
 std::atomic<bool> guarding{false};
+std::unique_ptr<const Activity> unloading;
+/// Open as long as nobody closes descriptors that are not his; -1 if there was none left.
+int open_descriptor = -1;
 
-void on_exit_called() {
-    // Not for a child process of a block.
-    if (!guarding || getpid() != guarded)
-        return;
+[[noreturn]] void end_process(int status) noexcept {
+    for (;;)
+        syscall(SYS_exit_group, status);
+}
+
+/// Not for a child process of a block.
+bool is_guarded() noexcept {
+    return guarding && getpid() == guarded;
+}
+
+[[noreturn]] void end_because_it(std::string_view did) {
     Line line;
-    line.who("something outside of the blocks' operations") << " called exit";
+    line.who("something outside of the blocks' operations") << " " << did;
     line.location();
     say_at_once(common::Severity::error, line.text(), block_at_work());
     drain_standard_streams();
-    _exit(static_cast<int>(common::ExitCode::software));
+    end_process(static_cast<int>(common::ExitCode::software));
+}
+
+/// Registered before a plug-in is loaded, and so called after their destructors.
+void on_exit_called() {
+    if (is_guarded())
+        end_because_it("called exit");
+    if (getpid() == guarded)
+        unloading.reset();
+}
+
+[[noreturn]] void on_underscore_exit_called(std::string_view did, int status) {
+    if (is_guarded() && in_foreign_code())
+        end_because_it(did);
+    if (unloading != nullptr && getpid() == guarded)
+        drain_standard_streams();
+    end_process(status);
 }
 
 }  // namespace
@@ -128,12 +158,33 @@ void report_crashes() noexcept {
 
 ExitGuard::ExitGuard() noexcept {
     guarded = getpid();
+    open_descriptor = eventfd(0, EFD_CLOEXEC);
     guarding = true;
     std::atexit(on_exit_called);
 }
 
 ExitGuard::~ExitGuard() {
     guarding = false;
+    close(open_descriptor);
+    unloading = std::make_unique<const Activity>("a plug-in", "", "its unloading");
+}
+
+void end_without_descriptors() noexcept {
+    if (is_guarded() && open_descriptor >= 0 && fcntl(open_descriptor, F_GETFD) < 0)
+        end_because_it("closed the descriptors of the host");
 }
 
 }  // namespace host
+
+// Exported, so that plug-ins call these.
+extern "C" {
+
+void _exit(int status) {
+    host::on_underscore_exit_called("called _exit", status);
+}
+
+void _Exit(int status) noexcept {
+    host::on_underscore_exit_called("called _Exit", status);
+}
+
+}  // extern "C"

@@ -10,6 +10,7 @@
 #include "common/bus/callback.hpp"
 #include "common/events/monotonic_clock.hpp"
 #include "host/output/activity.hpp"
+#include "host/runtime/crash_report.hpp"
 
 namespace host {
 
@@ -73,9 +74,13 @@ void EventLoop::run(std::optional<std::chrono::microseconds> duration) {
         int r = sd_event_prepare(loop);
         if (r == -ESTALE)  // the loop has ended
             return;
-        common::check(r, failed);
         if (r == 0)
-            r = common::check(sd_event_wait(loop, waits ? UINT64_MAX : 0), failed);
+            r = sd_event_wait(loop, waits ? UINT64_MAX : 0);
+        if (r < 0) {
+            const Activity served("a block", "", "run or in a callback");
+            end_without_descriptors();
+        }
+        common::check(r, failed);
         if (r == 0)
             continue;
         // The handler may be a block's; sd-bus does not tell which one's.

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "common/events/message.hpp"
@@ -12,6 +13,7 @@
 #include "framework/shared/configuration_access.hpp"
 #include "host/check/probe.hpp"
 #include "host/output/current_block.hpp"
+#include "host/runtime/crash_report.hpp"
 
 namespace host {
 
@@ -35,6 +37,9 @@ void BlockInstance::call(const char* phase, Call&& body, common::Diagnostics& di
     const CurrentBlock current(name_, phase);
     try {
         body();
+        // In a run, which is frequent, the loop finds out.
+        if (std::string_view(phase) != "run")
+            end_without_descriptors();
     } catch (const Fenwa::ConfigurationError& error) {
         report(error, *entry_, diagnostics);
         throw;
@@ -73,6 +78,7 @@ BlockInstance::BlockInstance(const BlockEntry& entry, GraphContext& context)
 BlockInstance::~BlockInstance() {
     const CurrentBlock current(name_, "its destructor");
     block_.reset();
+    end_without_descriptors();
 }
 
 void BlockInstance::set_up() {
