@@ -20,7 +20,7 @@ constexpr std::uint64_t end_of_time =
 
 common::EventPtr new_event() {
     common::EventPtr event;
-    common::check(sd_event_new(event.out()), "sd_event_new");
+    common::check(sd_event_new(event.out()), "cannot make an event loop");
     return event;
 }
 
@@ -39,7 +39,7 @@ void Timers::once(std::chrono::microseconds delay, std::function<void()> action,
     if (r < 0) {
         alarms_.pop_back();
         actions_.erase(action_at.first);
-        common::check(r, "sd_event_add_time");
+        common::check(r, "cannot make a timer");
     }
     common::check(sd_event_source_set_priority(alarm.source.get(), priority),
                   "sd_event_source_set_priority");

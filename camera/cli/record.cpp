@@ -109,7 +109,7 @@ class Recording {
             timers_.once(*options_.time, [this] { stop(); });
         common::print_message(common::Severity::info,
                               fmt::format("recording the bus at '{}'", options_.bus));
-        const int status = check(sd_event_loop(event_.get()), "sd_event_loop");
+        const int status = check(sd_event_loop(event_.get()), "the event loop failed");
         if (failure_)
             throw Failure(*failure_);
         if (status != 0)
@@ -130,7 +130,7 @@ class Recording {
         for (const int number : signals)
             check(sd_event_add_signal(event_.get(), sources_.emplace_back().out(), number,
                                       common::callback<&Recording::stop>, this),
-                  "sd_event_add_signal");
+                  "cannot serve signals");
     }
 
     void become_monitor() {

@@ -171,7 +171,7 @@ class Session {
         start_children();
         if (player_ != nullptr && !end_)
             player_->start();
-        const int status = check(sd_event_loop(event_.get()), "sd_event_loop");
+        const int status = check(sd_event_loop(event_.get()), "the event loop failed");
         lines_.finish();
         keeper_.notify("STOPPING=1");
         if (status == static_cast<int>(ExitCode::software))
@@ -246,7 +246,7 @@ class Session {
         for (const int number : signals) {
             check(sd_event_add_signal(event_.get(), sources_.emplace_back().out(), number,
                                       common::callback<&Session::stop>, this),
-                  "sd_event_add_signal");
+                  "cannot serve signals");
         }
         reaper_ = std::make_unique<Reaper>(*event_, [this] { child_ended(); });
     }
@@ -260,7 +260,7 @@ class Session {
                                       common::callback<&Session::on_stdout_gone>, this);
         if (r == -EPERM)
             return;
-        check(r, "sd_event_add_io");
+        check(r, "cannot watch the standard output");
         sources_.push_back(std::move(source));
     }
 

@@ -60,7 +60,8 @@ void Keeper::Link::notify(const std::string& state) const noexcept {
 
 std::optional<Keeper::Link> Keeper::fork_camera() {
     std::array<int, 2> ends{};
-    check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), "socketpair");
+    check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()),
+          "cannot make a pair of sockets");
     Descriptor link(ends[0]);
     Descriptor cameras_link(ends[1]);
     // Blocked before the fork, so that no signal is lost while the camera gets ready.
@@ -68,10 +69,10 @@ std::optional<Keeper::Link> Keeper::fork_camera() {
     for (const int number : {SIGCHLD, SIGQUIT, SIGTSTP})
         sigaddset(&all, number);
     sigprocmask(SIG_BLOCK, &all, nullptr);
-    const Descriptor signals(check(signalfd(-1, &all, SFD_CLOEXEC), "signalfd"));
+    const Descriptor signals(check(signalfd(-1, &all, SFD_CLOEXEC), "cannot serve signals"));
     common::adopt_orphans();
     const pid_t keeper = getpid();
-    const pid_t camera = check(fork(), "fork");
+    const pid_t camera = check(fork(), "cannot make a process");
     // In a group of its own, so that signals to the keeper's group reach it through the keeper
     // only.
     setpgid(camera, camera);

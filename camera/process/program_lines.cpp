@@ -54,7 +54,7 @@ ProgramLines::Pipes ProgramLines::connect(const std::string& name) {
 void ProgramLines::connect(const std::string& name, bool is_error_output, common::Descriptor& end) {
     std::array<int, 2> pipe{};
     if (pipe2(pipe.data(), O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe2");
+        throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
     common::Descriptor input(pipe[0]);
     end = common::Descriptor(pipe[1]);
     fcntl(input.get(), F_SETFL, O_NONBLOCK);
@@ -65,7 +65,7 @@ void ProgramLines::connect(const std::string& name, bool is_error_output, common
     stream.input = std::move(input);
     common::check(sd_event_add_io(&event_, stream.source.out(), stream.input.get(), EPOLLIN,
                                   common::callback<&Stream::on_input>, &stream),
-                  "sd_event_add_io");
+                  "cannot read the lines of a program");
 }
 
 void ProgramLines::Stream::on_input(sd_event_source& /*source*/, int /*fd*/) {

@@ -23,7 +23,7 @@ Reaper::Reaper(sd_event& event, std::function<void()> reaped)
     common::adopt_orphans();
     common::check(sd_event_add_signal(&event, source_.out(), SIGCHLD,
                                       common::callback<&Reaper::on_child_ended>, this),
-                  "sd_event_add_signal");
+                  "cannot serve signals");
 }
 
 void Reaper::watch(pid_t child, std::function<void(int status)> ended) {

@@ -15,7 +15,7 @@ Connection::Connection(sd_event& event, const std::string& address, std::functio
     common::check(sd_bus_get_unique_name(bus_.get(), &unique_name), "sd_bus_get_unique_name");
     unique_name_ = unique_name;
     common::check(sd_bus_attach_event(bus_.get(), &event, SD_EVENT_PRIORITY_NORMAL),
-                  "sd_bus_attach_event");
+                  "cannot serve the bus");
 }
 
 int Connection::on_message(sd_bus_message& message) {

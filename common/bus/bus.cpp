@@ -160,6 +160,11 @@ bool finish_sending(sd_bus& bus, Clock::time_point deadline) {
     const int socket = sd_bus_get_fd(&bus);
     if (socket < 0 || sd_bus_is_open(&bus) <= 0)
         return false;
+    std::uint64_t queued = 0;
+    if (sd_bus_get_n_queued_write(&bus, &queued) >= 0 && queued == 0) {
+        shutdown(socket, SHUT_WR);
+        return drop_input(socket, deadline);
+    }
     bool closed_by_daemon = false;
     // A close with unread input makes the daemon drop our output. sd-bus would call handlers if it
     // read, and its flush has no time limit: the shutdown ends it.

@@ -244,7 +244,9 @@ int run_command_line(const char* name,
         return static_cast<int>(code);
     };
     open_closed_streams();
+    // A reader that goes away, and a file that may not grow, are errors of a write.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     set_program_name(name);
     try {
         Program program = describe(argc, argv);

@@ -1,8 +1,11 @@
 #include "common/process/background_thread.hpp"
 
 #include <csignal>
+#include <system_error>
 #include <thread>
 #include <utility>
+
+#include "common/process/exit_code.hpp"
 
 namespace common {
 namespace {
@@ -27,7 +30,11 @@ class BlockedSignals {
 
 void start_background_thread(std::function<void()> body) {
     const BlockedSignals blocked;
-    std::thread(std::move(body)).detach();
+    try {
+        std::thread(std::move(body)).detach();
+    } catch (const std::system_error& error) {
+        throw Failure(ExitCode::software, "cannot start a thread: " + error.code().message());
+    }
 }
 
 }  // namespace common

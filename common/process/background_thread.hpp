@@ -6,7 +6,7 @@ namespace common {
 
 /// Runs `body` on a thread of its own that lives until the process ends. All signals are blocked
 /// there: the handlers of blocks never run on it.
-/// @throws std::system_error if no thread can be started.
+/// @throws Failure (software) if no thread can be started.
 void start_background_thread(std::function<void()> body);
 
 }  // namespace common

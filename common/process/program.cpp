@@ -52,7 +52,8 @@ void reset_signals() {
         _exit(1);  // it ended before the line above
     // Above the standard streams, which may be closed: a stream must not overwrite another's
     // source.
-    const int nothing = fcntl(open("/dev/null", O_RDWR | O_CLOEXEC), F_DUPFD_CLOEXEC, 3);
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int nothing = null < 0 ? null : fcntl(null, F_DUPFD_CLOEXEC, 3);
     const auto lead = [nothing](int from, int stream) {
         return from == stream || dup2(from < 0 ? nothing : from, stream) >= 0;
     };
@@ -81,7 +82,7 @@ std::vector<std::string> inherited_environment() {
 pid_t start_program(const ProgramStart& program) {
     std::array<int, 2> error_pipe{};
     if (pipe2(error_pipe.data(), O_CLOEXEC) != 0)
-        fail("pipe2");
+        fail("cannot make a pipe");
     const Descriptor error_out(error_pipe[0]);
     Descriptor error_in(error_pipe[1]);
     const std::vector<char*> arguments = pointers_to(program.command);
@@ -91,7 +92,7 @@ pid_t start_program(const ProgramStart& program) {
     if (child == 0)
         become(program, arguments.data(), environment.data(), error_in.get(), parent);
     if (child < 0)
-        fail("fork");
+        fail("cannot make a process");
     error_in.close();
     int error = 0;
     ssize_t got = 0;
