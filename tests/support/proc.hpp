@@ -39,4 +39,19 @@ inline std::vector<pid_t> children_of(pid_t parent) {
     return children;
 }
 
+/// The processes that have this, "NAME=VALUE", in their environment: all that descend from one that
+/// was started with it.
+inline std::vector<pid_t> processes_with(const std::string& variable) {
+    std::vector<pid_t> found;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        std::ifstream file(entry.path() / "environ", std::ios::binary);
+        std::stringstream environment;
+        environment << file.rdbuf();
+        if (environment.str().find(variable + '\0') != std::string::npos)
+            found.push_back(std::stoi(entry.path().filename().string()));
+    }
+    return found;
+}
+
 }  // namespace test

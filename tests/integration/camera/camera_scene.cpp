@@ -199,19 +199,12 @@ std::string CameraScene::temporary() const {
 
 Lines CameraScene::left_behind() const {
     // Whatever descends from our programs has their TMPDIR in its environment.
-    const std::string mark = "TMPDIR=" + temporary();
     Lines found;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator("/proc", error)) {
-        std::ifstream file(entry.path() / "environ", std::ios::binary);
-        std::stringstream environment;
-        environment << file.rdbuf();
-        if (environment.str().find(mark + '\0') == std::string::npos)
-            continue;
-        std::ifstream name(entry.path() / "comm");
+    for (const pid_t process : processes_with("TMPDIR=" + temporary())) {
+        std::ifstream name("/proc/" + std::to_string(process) + "/comm");
         std::string command;
         std::getline(name, command);
-        found.push_back(entry.path().filename().string() + ' ' + command);
+        found.push_back(std::to_string(process) + ' ' + command);
     }
     return found;
 }

@@ -81,34 +81,15 @@ INSTANTIATE_TEST_SUITE_P(
         Failure{{"stop"}, starts + "first: run\nsecond: run\nthird: run\n" + stops + destructors}),
     name_of<Failure>);
 
-/// A block that takes the host with it, in this operation.
-class Crash : public HostTest, public testing::WithParamInterface<std::string> {
-  protected:
-    void expect_death(const std::string& does, int code, int signal,
-                      const std::string& sentence) const {
-        const std::string in = "in = \"" + GetParam() + "\", ";
-        const Ended ended =
-            run(block("b", "Stubborn", in + "does = \"" + does + "\""), {"--for", "0.2"});
-        expect_end(ended, code, "fenwa: " + sentence + "\n");
-        EXPECT_EQ(ended.signal, signal);
-        // Earlier log lines are not lost.
-        EXPECT_NE(ended.out.find("b: " + does + " in " + GetParam()), std::string::npos);
-    }
-};
+using Crash = HostTest;
 
-TEST_P(Crash, IsSaidOfTheBlockAndItsOperationBeforeTheHostDiesOfIt) {
-    const std::string phase = GetParam().ends_with("structor") ? "its " + GetParam() : GetParam();
-    expect_death("crashes", -1, SIGSEGV, "block 'b' crashed in " + phase + " (SIGSEGV)");
-    expect_death("aborts", -1, SIGABRT, "block 'b' crashed in " + phase + " (SIGABRT)");
-    expect_death("exits", 70, 0, "block 'b' called exit in " + phase);
-    expect_death("a thread", -1, SIGSEGV,
-                 "something outside of the blocks' operations crashed (SIGSEGV)");
+TEST_F(Crash, OfAThreadIsSaidBeforeTheHostDiesOfIt) {
+    const Ended ended =
+        run(block("b", "Stubborn", "in = \"run\", does = \"a thread\""), {"--for", "0.2"});
+    expect_end(ended, -1, "fenwa: something outside of the blocks' operations crashed (SIGSEGV)\n");
+    EXPECT_EQ(ended.signal, SIGSEGV);
+    EXPECT_EQ(messages(ended.out), "b: a thread in run\n");
 }
-
-INSTANTIATE_TEST_SUITE_P(Operations, Crash,
-                         testing::Values("constructor", "setup", "start", "run", "stop",
-                                         "destructor"),
-                         name_of<std::string>);
 
 }  // namespace
 }  // namespace test
