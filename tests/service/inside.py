@@ -89,11 +89,28 @@ class Service(unittest.TestCase):
                         show(unit, "ActiveState") == "active", unit)
         self.assertNotEqual(show(unit, "MainPID"), pid)
 
-    def test_runs_the_cameras_graph_with_a_name_of_its_own(self):
-        unit = self.start("camera", (HERE.parent.parent / "examples/graphs/camera.toml").read_text(),
-                          f"Environment=FENWA_RUN_OPTIONS=--control={CONTROL}%i")
+    def start_camera(self, name: str, settings: str = ""):
+        """Starts the camera's graph. Returns its unit, and a function that reads a port of it."""
+        unit = self.start(name, (HERE.parent.parent / "examples/graphs/camera.toml").read_text(),
+                          f"Environment=FENWA_RUN_OPTIONS=--control={CONTROL}%i\n{settings}")
         self.expect_started(unit)
-        read = lambda port: run("fenwa", "read", "--control", CONTROL + "camera", port).stdout
+        return unit, lambda port: run("fenwa", "read", "--control", CONTROL + name, port).stdout
+
+    def test_brings_everything_back_after_the_bus_was_lost(self):
+        unit, read = self.start_camera("lost", "RestartSec=500ms")
+        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
+        pid = show(unit, "MainPID")
+        # The next one who connects has systemd start it again. The camera has no Restart=.
+        systemctl("kill", "--signal=SIGKILL", "dbus.service")
+        self.wait_until(lambda: "lost the connection to the bus at" in journal(unit), unit)
+        self.wait_until(lambda: show("camera.service", "ActiveState") == "failed", "camera.service")
+        self.assertEqual(systemctl("start", "camera.service").returncode, 0)
+        self.wait_for_restart(unit, pid)
+        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
+        self.assertEqual(read("reader.temperature_out"), "36.5\n")
+
+    def test_runs_the_cameras_graph_with_a_name_of_its_own(self):
+        unit, read = self.start_camera("camera")
         # What the controller grants comes with its SetPower.
         self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
         self.assertEqual(read("reader.temperature_out"), "36.5\n")

@@ -122,27 +122,6 @@ TEST_F(CameraEnding, WhenBothItsProcessesAreKilledProgramAndDaemonEndAndTheNextS
     expect_nothing_left();
 }
 
-TEST_F(CameraEnding, WithTooFewDescriptorsNothingIsLeft) {
-    bool enough = false;
-    for (int limit = 4; limit <= 40 && !enough; ++limit) {
-        const Ended ended = run_program(
-            // Without those that the test's own starter has left open.
-            {"sh", "-c",
-             R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-
-                ulimit -n "$1"; exec "$0" run --private-bus="$2" -- true)",
-             FENWA_CAMERA_PROGRAM, std::to_string(limit), socket()},
-            environment());
-        EXPECT_EQ(ended.signal, 0) << limit;
-        enough = ended.code == 0;
-        if (!enough) {
-            EXPECT_THAT(ended.code, AnyOf(66, 69, 70)) << limit;
-            EXPECT_THAT(ended.err, StartsWith("fenwa-camera: ")) << limit;
-        }
-        expect_nothing_left();
-    }
-    EXPECT_TRUE(enough);
-}
-
 TEST_F(CameraEnding, AServiceManagerHearsFromTheProcessThatItHasStarted) {
     const std::string path = (folder().path() / "notify").string();
     const common::Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));

@@ -1,0 +1,133 @@
+// The programs at the limits of a process: too few descriptors, too little memory, files that may
+// not grow. Whatever is missing, they end with a documented exit code and a sentence, or go on.
+#include <algorithm>
+#include <csignal>
+#include <future>
+#include <iostream>
+#include <map>
+
+#include "tests/integration/camera/camera_scene.hpp"
+
+namespace test {
+namespace {
+
+/// A limit as prlimit(1) takes it, with its values.
+struct Limit {
+    std::string name;
+    std::string option;
+    std::size_t first;
+    std::size_t last;
+    std::size_t step;
+};
+std::ostream& operator<<(std::ostream& out, const Limit& limit) {
+    return out << limit.name;
+}
+
+constexpr std::size_t mebi = 1024 * 1024;
+
+const std::string graph = FENWA_EXAMPLES "/graphs/temperature.toml";
+
+class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
+  protected:
+    void SetUp() override { open(); }
+
+    /// The commands, with the file FILE for their output; "$0" of each is a program.
+    [[nodiscard]] std::map<std::string, Lines> commands() const {
+        const std::string camera = FENWA_CAMERA_PROGRAM;
+        const std::string fenwa = FENWA_PROGRAM;
+        return {{"fenwa run",
+                 {fenwa, "run", graph, "--bus", address(), "--for", "0.05", "--format", "json"}},
+                {"fenwa check", {fenwa, "check", graph}},
+                {"fenwa inspect", {fenwa, "inspect", "libfenwa-temperature.so"}},
+                {"fenwa graph --output", {fenwa, "graph", graph, "--output", "FILE.svg"}},
+                {"fenwa-camera run", {camera, "run", "--private-bus", "--verbose", "--", "true"}},
+                {"fenwa-camera record",
+                 {camera, "record", "--bus", address(), "--output", "FILE.toml", "--for", "0.05"}}};
+    }
+
+    /// Runs a command to its end, its stdout in a file, because a pipe has no size.
+    [[nodiscard]] Ended run_limited(const std::string& name, Lines command,
+                                    std::size_t value) const {
+        std::string file = name + std::to_string(value);
+        std::ranges::replace(file, ' ', '_');
+        file = (folder().path() / file).string();
+        for (std::string& word : command) {
+            if (word.starts_with("FILE"))
+                word.replace(0, 4, file);
+        }
+        const std::string limit =
+            GetParam().option + '=' + std::to_string(value) + ':' + std::to_string(value);
+        // Without descriptors that the test's own starter has left open.
+        const Lines limited{"sh", "-c",
+                            R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&- > "$0"; exec prlimit "$@")",
+                            file, limit};
+        return run_program(limited + command, environment(), seconds(15));
+    }
+
+    /// Whether the program was not even loaded: what the kernel or the loader does is not ours.
+    static bool was_not_loaded(const Ended& ended) {
+        return (ended.code == 127 &&
+                ended.err.find("error while loading shared libraries: ") != std::string::npos) ||
+               (ended.signal == SIGSEGV && ended.err.empty() && GetParam().option == "--as");
+    }
+
+    static void expect_documented_end(const Ended& ended) {
+        EXPECT_EQ(ended.signal, 0) << ended.err;
+        EXPECT_THAT(ended.code, AnyOf(0, 66, 69, 70, 78)) << ended.err;
+        if (ended.code != 0) {
+            // Not the bare name of an error, such as "Too many open files".
+            EXPECT_THAT(ended.err,
+                        AnyOf(ContainsRegex("(^|\n)fenwa(-camera)?: [^\n]*(cannot |no memory|does "
+                                            "not load|'dot' failed)[^\n]*\n$"),
+                              ContainsRegex(": [0-9]+ errors?\n$")));
+        }
+    }
+};
+
+TEST_P(Limits, EndEachProgramWithADocumentedSentenceOrNotAtAll) {
+    const Limit& limit = GetParam();
+    constexpr std::size_t at_once = 8;
+    for (const auto& [name, command] : commands()) {
+        std::map<std::string, std::size_t> ends;
+        for (std::size_t first = limit.first; first <= limit.last; first += at_once * limit.step) {
+            std::vector<std::pair<std::size_t, std::future<Ended>>> runs;
+            for (std::size_t i = 0; i < at_once && first + i * limit.step <= limit.last; ++i) {
+                const std::size_t value = first + i * limit.step;
+                runs.emplace_back(value, std::async(std::launch::async,
+                                                    [=, this, name = name, command = command] {
+                                                        return run_limited(name, command, value);
+                                                    }));
+            }
+            for (auto& [value, run] : runs) {
+                SCOPED_TRACE(name + " with " + limit.option + ' ' + std::to_string(value));
+                const Ended ended = run.get();
+                if (was_not_loaded(ended)) {
+                    ++ends["not loaded"];
+                    continue;
+                }
+                ++ends[std::to_string(ended.code)];
+                expect_documented_end(ended);
+            }
+        }
+        std::cout << name << " with " << limit.option << ' ' << limit.first << " to " << limit.last
+                  << ':';
+        for (const auto& [end, count] : ends)
+            std::cout << ' ' << count << " x " << end;
+        std::cout << '\n';
+        EXPECT_GT(ends["0"], 0U) << "there is enough at the end";
+        EXPECT_LT(ends["not loaded"], 4U) << name;
+    }
+    close();
+    expect_nothing_left();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, Limits,
+    ::testing::Values(Limit{"Descriptors", "--nofile", 3, 64, 1},
+                      Limit{"LittleMemory", "--as", 4 * mebi, 96 * mebi, 4 * mebi},
+                      Limit{"Memory", "--as", 100 * mebi, 400 * mebi, 50 * mebi},
+                      Limit{"FileSize", "--fsize", 0, 16000, 1000}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace test
