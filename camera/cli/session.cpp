@@ -21,6 +21,7 @@
 #include "camera/camera/camera.hpp"
 #include "camera/camera/configuration.hpp"
 #include "camera/camera/control.hpp"
+#include "camera/cli/buffered_streams.hpp"
 #include "camera/cli/bus_choice.hpp"
 #include "camera/cli/session.hpp"
 #include "camera/process/child.hpp"
@@ -70,7 +71,12 @@ class Session {
           out_([this] { on_output_failure(out_.error()); }),
           lines_(*event_, out_, options.color),
           event_log_(is_text() ? lines_.own() : out_, options.format, options.color,
-                     options.timestamps, options.verbose ? Detail::all : Detail::story) {}
+                     options.timestamps, options.verbose ? Detail::all : Detail::story) {
+        describe_dropped_lines([this](std::size_t lines) { return event_log_.unread(lines); });
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    ~Session() { describe_dropped_lines({}); }
 
     /// Reads the files and prints their mistakes. @returns false if there are any.
     bool prepare() {
@@ -354,6 +360,7 @@ ExitCode run_camera(const RunOptions& options) {
     const std::optional<Keeper::Link> link = keeper.fork_camera();
     if (!link)
         return keeper.code();
+    buffer_streams();
     const ChildrenGuard guard;
     // Programs count their seconds from this start too.
     static std::string start = common::Stopwatch().to_environment();

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "common/events/output_writer.hpp"
 #include "common/text/line_text.hpp"
 #include "common/text/utf8.hpp"
 
@@ -52,6 +53,12 @@ void EventLog::write_exchange(std::string_view event, const std::string& service
     Json fields = {{"service", service}, {"member", member}, {"receiver", receiver}};
     fields.update(details);
     write(event, fields, service, color, sentence);
+}
+
+std::string EventLog::unread(std::size_t lines) const {
+    return lines_.format() == common::EventFormat::json
+               ? lines_.json_event("unread", {{"lines", lines}})
+               : common::dropped_line(lines);
 }
 
 void EventLog::ready(const std::string& bus, const std::vector<std::string>& services) {

@@ -36,6 +36,9 @@ class EventLog {
         : lines_(out, format, color, timestamps),
           brief_(format == common::EventFormat::text && detail == Detail::story) {}
 
+    /// The line in place of so many that nobody has read, line end included. Any thread.
+    [[nodiscard]] std::string unread(std::size_t lines) const;
+
     void ready(const std::string& bus, const std::vector<std::string>& services);
     /// `why` is empty for a service that came or went by itself or by a command.
     void service_up(const std::string& service, const std::vector<std::string>& bus_names,

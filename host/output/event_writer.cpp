@@ -8,10 +8,10 @@
 
 #include "common/events/journal.hpp"
 #include "common/events/message.hpp"
+#include "common/events/output_writer.hpp"
 #include "common/text/line_text.hpp"
 #include "host/output/current_block.hpp"
 #include "host/output/log_level.hpp"
-#include "host/output/output_writer.hpp"
 #include "host/output/repeated_log.hpp"
 #include "host/value/value_text.hpp"
 
@@ -144,7 +144,7 @@ class TextWriter final : public EventWriter {
     void settle() override { repeated_.settle(); }
 
     [[nodiscard]] std::string dropped(std::size_t lines) const override {
-        return dropped_line(lines);
+        return common::dropped_line(lines);
     }
 
     void exit(int status) override {

@@ -2,42 +2,20 @@
 
 #include <fmt/format.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <iostream>
-#include <streambuf>
 
 #include "common/events/journal.hpp"
-#include "common/events/standard_output.hpp"
+#include "common/events/output_writer.hpp"
 #include "host/output/activity.hpp"
-#include "host/output/output_writer.hpp"
 #include "host/output/urgent_message.hpp"
 
 namespace host {
 namespace {
 
-/// Hands all that comes to a writer, which keeps it.
-class WriterBuffer final : public std::streambuf {
-  public:
-    explicit WriterBuffer(OutputWriter& writer) : writer_(writer) {}
-
-  protected:
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
-        writer_.append({text, static_cast<std::size_t>(size)});
-        return size;
-    }
-    int_type overflow(int_type c) override {
-        const char text = traits_type::to_char_type(c);
-        if (!traits_type::eq_int_type(c, traits_type::eof()))
-            writer_.append({&text, 1});
-        return traits_type::not_eof(c);
-    }
-
-  private:
-    OutputWriter& writer_;
-};
+using common::OutputWriter;
 
 // Neither is ever destroyed: their threads live as long as the process.
 OutputWriter* out_writer = nullptr;
@@ -50,19 +28,6 @@ void for_each_writer(Function function) {
         function(*out_writer);
     if (err_writer != nullptr && err_writer != out_writer)
         function(*err_writer);
-}
-
-/// Whether a reader that does not read can make a write wait; a file or a device takes everything
-/// at once, or fails at once.
-bool can_wait(int fd) noexcept {
-    return common::has_reader(fd) || isatty(fd) == 1;
-}
-
-bool lead_to_the_same(int a, int b) {
-    struct stat first {};
-    struct stat second {};
-    return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
 }
 
 void before_fork() {
@@ -88,14 +53,12 @@ void drain(OutputWriter* writer, const char* stream) {
 
 void buffer_standard_streams() {
     std::cout.flush();
-    if (can_wait(STDOUT_FILENO)) {
-        out_writer = new OutputWriter(STDOUT_FILENO);
-        std::cout.rdbuf(new WriterBuffer(*out_writer));
-    }
-    if (can_wait(STDERR_FILENO)) {
-        const bool shared = out_writer != nullptr && lead_to_the_same(STDOUT_FILENO, STDERR_FILENO);
-        err_writer = shared ? out_writer : new OutputWriter(STDERR_FILENO);
-        std::cerr.rdbuf(new WriterBuffer(*err_writer));
+    out_writer = common::buffer_stream(std::cout, STDOUT_FILENO);
+    if (out_writer != nullptr && common::lead_to_the_same(STDOUT_FILENO, STDERR_FILENO)) {
+        err_writer = out_writer;
+        common::write_through(std::cerr, *err_writer);
+    } else {
+        err_writer = common::buffer_stream(std::cerr, STDERR_FILENO);
     }
     pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     std::atexit(drain_standard_streams);

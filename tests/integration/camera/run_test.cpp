@@ -150,5 +150,34 @@ TEST_F(CameraRun, RefusesToPlayOnTheMachinesSystemBus) {
                              "program its own: fenwa-camera run --private-bus -- PROGRAM\n");
 }
 
+using UnreadCamera = ClientScene;
+
+TEST_F(UnreadCamera, ServesAndEndsThoughNobodyReadsItsLines) {
+    open_for(camera::temperature_controller);
+    // More than a pipe and the camera hold.
+    constexpr std::size_t calls = 12000;
+    for (std::size_t i = 0; i < calls; ++i)
+        ASSERT_EQ(call("GetTemperature", "is", 3, "main"), "(36.5)") << i;
+    close();
+    EXPECT_EQ(ended().code, 0);
+    EXPECT_EQ(ended().err, "");
+    // Two lines of each call have come, or are counted.
+    std::size_t dropped = 0;
+    for (const std::string& line : told("unread"))
+        dropped += common::parse_json(line, "the text")["lines"].get<std::size_t>();
+    EXPECT_GT(dropped, 0U);
+    EXPECT_EQ(told("call").size() + told("reply").size() + dropped, 2 * calls);
+}
+
+TEST_F(UnreadCamera, EndsAfterAWhileThoughNobodyEverReads) {
+    const auto begin = steady_clock::now();
+    // The commands print their names and more than the pipe holds.
+    const Ended ended = run_script(
+        R"({ "$0" run --private-bus -- sh -c 'yes | head -c 300000'; echo "code $?" >&2; } |
+           sleep 12)");
+    EXPECT_EQ(ended.err, "fenwa-camera: gave up waiting for the reader of 'stdout'\ncode 0\n");
+    EXPECT_LT(steady_clock::now() - begin, seconds(15));
+}
+
 }  // namespace
 }  // namespace test

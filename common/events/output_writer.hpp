@@ -4,11 +4,12 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
+#include <iosfwd>
 #include <mutex>
 #include <string>
 #include <string_view>
 
-namespace host {
+namespace common {
 
 /// The message that replaces so many lines that were dropped, line end included.
 [[nodiscard]] std::string dropped_line(std::size_t lines);
@@ -83,4 +84,13 @@ class OutputWriter {
     std::atomic<std::size_t> written_{0};
 };
 
-}  // namespace host
+/// Has a stream written by an OutputWriter if its descriptor leads to a reader who may not read: a
+/// pipe, a socket or a terminal. A file or a device takes everything at once, or fails at once.
+/// @returns the writer; null for none.
+[[nodiscard]] OutputWriter* buffer_stream(std::ostream& stream, int fd);
+/// Has the stream written by the writer.
+void write_through(std::ostream& stream, OutputWriter& writer);
+/// Whether two descriptors lead to the same file, so that one writer must serve both.
+[[nodiscard]] bool lead_to_the_same(int a, int b) noexcept;
+
+}  // namespace common

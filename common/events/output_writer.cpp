@@ -1,20 +1,24 @@
-#include "host/output/output_writer.hpp"
+#include "common/events/output_writer.hpp"
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <ostream>
+#include <streambuf>
 #include <utility>
 
 #include "common/events/message.hpp"
+#include "common/events/standard_output.hpp"
 #include "common/process/background_thread.hpp"
 #include "common/text/diagnostics.hpp"
 
-namespace host {
+namespace common {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -30,15 +34,36 @@ std::size_t piece_of(std::string_view text) {
     return end == text.npos ? PIPE_BUF : end + 1;
 }
 
+/// Hands all that comes to a writer, which keeps it.
+class WriterBuffer final : public std::streambuf {
+  public:
+    explicit WriterBuffer(OutputWriter& writer) : writer_(writer) {}
+
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize size) override {
+        writer_.append({text, static_cast<std::size_t>(size)});
+        return size;
+    }
+    int_type overflow(int_type c) override {
+        const char text = traits_type::to_char_type(c);
+        if (!traits_type::eq_int_type(c, traits_type::eof()))
+            writer_.append({&text, 1});
+        return traits_type::not_eof(c);
+    }
+
+  private:
+    OutputWriter& writer_;
+};
+
 }  // namespace
 
 std::string dropped_line(std::size_t lines) {
-    return common::message_line(
-        fmt::format("dropped {} here, because nobody read them", common::counted(lines, "line")));
+    return message_line(
+        fmt::format("dropped {} here, because nobody read them", counted(lines, "line")));
 }
 
 OutputWriter::OutputWriter(int fd) : fd_(fd) {
-    common::start_background_thread([this] { serve(); });
+    start_background_thread([this] { serve(); });
 }
 
 void OutputWriter::append(std::string_view text) {
@@ -184,4 +209,23 @@ void OutputWriter::fail(int error) {
         on_failure_(error);
 }
 
-}  // namespace host
+OutputWriter* buffer_stream(std::ostream& stream, int fd) {
+    if (!has_reader(fd) && isatty(fd) != 1)
+        return nullptr;
+    auto* const writer = new OutputWriter(fd);
+    write_through(stream, *writer);
+    return writer;
+}
+
+void write_through(std::ostream& stream, OutputWriter& writer) {
+    stream.rdbuf(new WriterBuffer(writer));
+}
+
+bool lead_to_the_same(int a, int b) noexcept {
+    struct stat first {};
+    struct stat second {};
+    return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+}  // namespace common
