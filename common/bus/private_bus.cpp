@@ -165,8 +165,10 @@ std::string PrivateBus::read_address(int pipe) {
 std::string PrivateBus::last_log_line() const {
     std::ifstream file(folder_->path() / "daemon.log");
     std::string last;
-    for (std::string line; std::getline(file, line);)
-        last = line;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty())
+            last = line;
+    }
     return last.empty() ? last : ": " + last;
 }
 

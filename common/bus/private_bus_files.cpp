@@ -13,7 +13,7 @@ std::string exec_word(std::string_view word) {
     std::string text = "'";
     for (const char c : word) {
         if (c == '\'')
-            text += R"('\\'')";  // the file's own escapes make one backslash of two
+            text += R"('"'"')";  // without a backslash, which daemons do not read alike
         else if (c == '\\')
             text += R"(\\)";
         else if (c == '\n')

@@ -39,7 +39,7 @@ TEST(PrivateBusFiles, AServiceFileRunsTheProgramForItsService) {
 TEST(PrivateBusFiles, AServiceFileEscapesThePathOfTheProgramTwice) {
     // The file's own escapes go first, the shell-like splitting into words second.
     EXPECT_EQ(service_file("n", "/a b\"$/it's", "s"),
-              "[D-BUS Service]\nName=n\nExec='/a b\"$/it'\\\\''s' activate 's'\n");
+              "[D-BUS Service]\nName=n\nExec='/a b\"$/it'\"'\"'s' activate 's'\n");
     EXPECT_EQ(service_file("n", "/back\\slash", "s"),
               "[D-BUS Service]\nName=n\nExec='/back\\\\slash' activate 's'\n");
     EXPECT_EQ(service_file("n", "/new\nline", "s"),
