@@ -138,12 +138,16 @@ std::string describe_state(const common::Json& state, common::EventFormat format
     return format == common::EventFormat::json ? common::json_line(state) + '\n' : show_text(state);
 }
 
-/// Asks the camera on the bus whose daemon has started this process.
+/// Asks the camera on the bus whose daemon has started this process. dbus-broker has the service
+/// manager start it, which tells it the bus of the session only.
 ExitCode activate(const std::string& service) {
     const char* bus = std::getenv("DBUS_STARTER_ADDRESS");
     if (bus == nullptr)
+        bus = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (bus == nullptr)
         throw Failure(ExitCode::usage,
-                      "'activate' is for the bus daemon to run: DBUS_STARTER_ADDRESS is not set");
+                      "'activate' is for the bus daemon to run: neither DBUS_STARTER_ADDRESS nor "
+                      "DBUS_SESSION_BUS_ADDRESS is set");
     try {
         connect_to_camera(bus).call("Activate", "s", service.c_str());
     } catch (const Failure& failure) {

@@ -19,7 +19,8 @@ void PrintTo(const WrongLine& line, std::ostream* out) {
 class WrongCommandLine : public CameraScene, public ::testing::WithParamInterface<WrongLine> {};
 
 TEST_P(WrongCommandLine, IsOneLineAndExitCode2) {
-    const Ended ended = run(GetParam().arguments, {{"DBUS_STARTER_ADDRESS", ""}});
+    const Ended ended =
+        run(GetParam().arguments, {{"DBUS_SESSION_BUS_ADDRESS", ""}, {"DBUS_STARTER_ADDRESS", ""}});
     EXPECT_EQ(ended.code, 2);
     EXPECT_EQ(ended.out, "");
     EXPECT_EQ(ended.err, "fenwa-camera: " + GetParam().sentence + "\n");
@@ -51,7 +52,8 @@ INSTANTIATE_TEST_SUITE_P(
         WrongLine{{"show", "--formt", "json"},
                   "unknown option '--formt'; did you mean '--format'?"},
         WrongLine{{"activate", "temperature"},
-                  "'activate' is for the bus daemon to run: DBUS_STARTER_ADDRESS is not set"},
+                  "'activate' is for the bus daemon to run: neither DBUS_STARTER_ADDRESS nor "
+                  "DBUS_SESSION_BUS_ADDRESS is set"},
         WrongLine{{"run", "--private-bus", "--", "true", "--"}, no_program},
         WrongLine{{"run", "--private-bus", "--", "--", "true"}, no_program},
         WrongLine{{"run", "--private-bus", "--", "true", "--", "--", "true"}, no_program},
