@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/integration/camera/camera_scene.hpp"
+#include "tests/support/bus_daemon.hpp"
 #include "tests/support/bus_monitor.hpp"
 
 namespace test {
@@ -151,9 +152,13 @@ class BlockScene : public CameraScene {
         return "daemon refuses client: org.freedesktop.DBus.Error.ServiceUnknown(\"" +
                nobody_there() + "\")";
     }
+    /// A call to it, absent, that wants no answer: dbus-broker sends none.
+    [[nodiscard]] Lines in_vain(const std::string& call) const {
+        return on_dbus_broker() ? Lines{call} : Lines{call, refused_by_daemon()};
+    }
     /// The text of that refusal.
     [[nodiscard]] std::string nobody_there() const {
-        return "The name " + cast_.service_name + " was not provided by any .service files";
+        return not_activatable_text(cast_.service_name);
     }
 
     /// The exit code and output of the host.
@@ -185,14 +190,18 @@ inline const std::string owner_rule =
 /// The host installs, and takes back, a match with this rule.
 Lines adds_match(const std::string& rule);
 Lines removes_match(const std::string& rule);
+/// Nobody owns the name that the host has asked for.
+inline Lines has_no_owner(const std::string& name) {
+    return {"daemon refuses client: org.freedesktop.DBus.Error.NameHasNoOwner(\"" +
+            no_owner_text(name) + "\")"};
+}
 /// A call that a fault rule answers with "com.tarlo.Broken".
 inline const std::string broken_text = "A fault rule answers this call.";
 inline const std::string broken =
     "service refuses client: com.tarlo.Broken(\"" + broken_text + "\")";
 /// A call whose service has died.
 inline const std::string died =
-    "daemon refuses client: org.freedesktop.DBus.Error.NoReply(\"Message recipient disconnected "
-    "from message bus without replying\")";
+    "daemon refuses client: org.freedesktop.DBus.Error.NoReply(\"" + receiver_left_text() + "\")";
 /// A fault of an answer, and the line of the traffic in its place: none where it never comes.
 struct Mishap {
     const char* name;
@@ -233,9 +242,18 @@ inline const std::string no_such_device = "No such device or address";
 
 // Settings of the bus.
 
-/// So many matches a connection.
+/// So many matches a connection; on dbus-broker, which counts those of all connections of a user,
+/// so many beside that of the monitor: where no camera is there, the host's.
 inline std::string max_matches(int count) {
-    return "<limit name=\"max_match_rules_per_connection\">" + std::to_string(count) + "</limit>";
+    const auto limit = [](const std::string& name, int value) {
+        return "<limit name=\"" + name + "\">" + std::to_string(value) + "</limit>";
+    };
+    const std::string matches = "max_match_rules_per_connection";
+    return on_dbus_broker() ? limit("max_connections_per_user", 1) + limit(matches, count + 1)
+                            : limit(matches, count);
 }
+/// Why a test with a limit and a camera is skipped.
+inline constexpr const char* matches_of_a_user =
+    "dbus-broker limits the matches of a user, so the camera's would be refused, too";
 
 }  // namespace test

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const Pattern bus_address("unix:path=[^ ,\"]*,guid=[0-9a-f]{32}");
+const Pattern bus_address("unix:path=[^ ,\"\n]*(,guid=[0-9a-f]{32})?");
 
 std::string without_time(const std::string& line) {
     if (!line.starts_with('{'))

@@ -6,13 +6,13 @@
 #include "camera/service/properties.hpp"
 #include "tests/integration/camera/camera_scene.hpp"
 #include "tests/integration/camera/wdr_document.hpp"
+#include "tests/support/bus_daemon.hpp"
 
 namespace test {
 namespace {
 
 const std::string no_reply = "org.freedesktop.DBus.Error.NoReply: ";
-const std::string disconnected =
-    no_reply + "Message recipient disconnected from message bus without replying";
+const std::string disconnected = no_reply + receiver_left_text();
 
 /// A service with one of its methods.
 struct Method {

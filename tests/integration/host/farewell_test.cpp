@@ -6,6 +6,7 @@
 #include "tests/integration/host/asked.hpp"
 #include "tests/integration/host/bus_listener.hpp"
 #include "tests/integration/host/host_test.hpp"
+#include "tests/support/bus_daemon.hpp"
 
 namespace test {
 namespace {
@@ -90,10 +91,11 @@ TEST_F(Farewell, ToADaemonThatStandsStillIsGivenUpAfterAWhile) {
     for (const char* does : {"shouts", "sleeps"}) {
         const common::PrivateBus frozen;
         start(stubborn("stop", does), {"--bus", frozen.address(), "--control"});
-        kill(frozen.pid(), SIGSTOP);
+        const pid_t daemon = serving_process(frozen.pid());
+        kill(daemon, SIGSTOP);
         const auto begin = Clock::now();
         const Ended ended = host().terminate();
-        kill(frozen.pid(), SIGCONT);
+        kill(daemon, SIGCONT);
         EXPECT_EQ(ended.code, 0);
         EXPECT_LT(Clock::now() - begin, std::chrono::seconds(9));
         EXPECT_GE(Clock::now() - begin, std::chrono::seconds(5));
