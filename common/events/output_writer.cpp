@@ -34,17 +34,18 @@ std::size_t piece_of(std::string_view text) {
     return end == text.npos ? PIPE_BUF : end + 1;
 }
 
-/// Hands all that comes to a writer, which keeps it.
+/// Hands all that comes to a writer, which keeps it. Without memory the process ends here: a stream
+/// would swallow the exception, and take nothing from then on.
 class WriterBuffer final : public std::streambuf {
   public:
     explicit WriterBuffer(OutputWriter& writer) : writer_(writer) {}
 
   protected:
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
+    std::streamsize xsputn(const char* text, std::streamsize size) noexcept override {
         writer_.append({text, static_cast<std::size_t>(size)});
         return size;
     }
-    int_type overflow(int_type c) override {
+    int_type overflow(int_type c) noexcept override {
         const char text = traits_type::to_char_type(c);
         if (!traits_type::eq_int_type(c, traits_type::eof()))
             writer_.append({&text, 1});
