@@ -16,6 +16,7 @@ void Interception::end_next_call(int result, const sd_bus_error& error, Message 
 
 int Interception::record_blocking_call(Sending sending, const std::string& name,
                                        sd_bus_error* error, sd_bus_message** reply) {
+    const auto held = lock();
     CallEnding ending{1, SD_BUS_ERROR_NULL, Message(nullptr)};
     if (!call_endings_.empty()) {
         ending = std::move(call_endings_.front());
@@ -39,12 +40,14 @@ int Interception::record_blocking_call(Sending sending, const std::string& name,
 }
 
 void Interception::hand_out(Message reply, sd_bus_message** place, const std::string& name) {
+    const auto held = lock();
     EXPECT_EQ(*place, nullptr) << "the reply is written over what stood there";
     *place = reply.release();
     replies_.emplace(*place, name);
 }
 
 void Interception::record_message_release(sd_bus_message* message) {
+    const auto held = lock();
     if (message == nullptr)
         journal_->record(effect::sending, "unref of no message");
     if (const auto reply = replies_.extract(message))
@@ -52,6 +55,7 @@ void Interception::record_message_release(sd_bus_message* message) {
 }
 
 void Interception::record_error_release(const sd_bus_error* error) {
+    const auto held = lock();
     journal_->record(effect::message, "free the error");
     if (error == filled_error_)
         filled_error_ = nullptr;

@@ -93,6 +93,9 @@ void EffectJournal::append(unsigned kind, const std::string& entry) {
 }
 
 void EffectJournal::record_publications() {
+    const std::thread::id thread = publishing_thread_;
+    if (thread != std::thread::id() && thread != std::this_thread::get_id())
+        return;
     for (const auto& [block, port] : ports_) {
         auto* const output = dynamic_cast<Fenwa::OutPortInternal*>(port);
         if (output == nullptr || !output->is_triggered())

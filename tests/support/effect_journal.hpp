@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fenwa/port.hpp"
@@ -56,6 +58,10 @@ class EffectJournal {
     /// Called with each entry at the moment of its effect; what it returns is put behind it.
     void remark_with(std::function<std::string(const std::string& entry)> remark);
 
+    /// From here on publications are recorded on this thread alone, which runs the block: another
+    /// one may not look at its outputs meanwhile. A default id is for any thread.
+    void publications_on(std::thread::id thread) { publishing_thread_ = thread; }
+
     // The ports of a block, from when it makes them to its destruction.
 
     void add_port(const Fenwa::Block& block, Fenwa::Port& port);
@@ -84,6 +90,7 @@ class EffectJournal {
     std::vector<Entry> entries_;
     std::vector<OwnedPort> ports_;
     std::function<std::string(const std::string& entry)> remark_;
+    std::atomic<std::thread::id> publishing_thread_{};
 };
 
 }  // namespace support

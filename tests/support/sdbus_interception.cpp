@@ -78,6 +78,7 @@ Interception* Interception::current() {
 }
 
 int Interception::record(Sending sending, const std::string& name, sd_bus_slot** slot_field) {
+    const auto held = lock();
     sending.slot_field = slot_field;
     sending.result = 1;
     if (!results_.empty()) {
@@ -96,6 +97,7 @@ int Interception::record(Sending sending, const std::string& name, sd_bus_slot**
 }
 
 bool Interception::record_release(sd_bus_slot* slot) {
+    const auto held = lock();
     if (slot == nullptr) {
         journal_->record(effect::sending, "unref of no slot");
         return true;
@@ -113,15 +115,18 @@ bool Interception::record_release(sd_bus_slot* slot) {
 
 void Interception::record_answer(const sd_bus_message* message, const std::string& text,
                                  int result) {
+    const auto held = lock();
     answered_ = message;
     journal_->record(effect::answer, "answer " + text + " = " + std::to_string(result));
 }
 
 std::optional<std::size_t> Interception::string_to_null() {
+    const auto held = lock();
     return std::exchange(string_to_null_, std::nullopt);
 }
 
 int Interception::changed_result(MessageFunction function, int result) {
+    const auto held = lock();
     std::deque<int>& results = changed_[function];
     if (results.empty())
         return result;
@@ -131,6 +136,7 @@ int Interception::changed_result(MessageFunction function, int result) {
 }
 
 std::optional<int> Interception::made_up_result(MessageFunction function) {
+    const auto held = lock();
     std::deque<std::optional<int>>& results = made_up_[function];
     if (results.empty())
         return std::nullopt;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -114,6 +115,13 @@ class Interception {
     [[nodiscard]] const Sending& last() const { return sending(sendings_.size()); }
     [[nodiscard]] std::size_t count() const { return sendings_.size(); }
 
+    /// Keeps what is sent from changing while it lives, as a connection that serves one thread at a
+    /// time: what stands in for sd-bus takes it, and so does who looks at sendings or delivers to
+    /// them while another thread runs the block.
+    [[nodiscard]] std::unique_lock<std::recursive_mutex> lock() const {
+        return std::unique_lock(mutex_);
+    }
+
     /// How many replies of blocking calls have been handed out and not been released.
     [[nodiscard]] std::size_t replies_held() const { return replies_.size(); }
 
@@ -135,6 +143,7 @@ class Interception {
     void record_answer(const sd_bus_message* message, const std::string& text, int result);
     /// @returns the negative errno with which the function fails, or 0.
     [[nodiscard]] int fault(const std::string& function, const std::string& name = {}) const {
+        const auto held = lock();
         return find_fault_ ? find_fault_(function, name) : 0;
     }
     /// @returns what the function is to return now, or nothing where the real one is to be called.
@@ -151,6 +160,7 @@ class Interception {
         Message reply;
     };
 
+    mutable std::recursive_mutex mutex_;
     std::deque<Sending> sendings_;  // never moves its elements: their addresses are the slots
     std::deque<int> results_;
     std::deque<CallEnding> call_endings_;

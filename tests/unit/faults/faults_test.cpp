@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -199,18 +198,6 @@ struct Traces {
     std::vector<std::string> last_deeds;
 };
 
-std::vector<std::string> take_deeds(support::EffectJournal& journal) {
-    std::vector<std::string> deeds = journal.take(effect::sending | effect::answer);
-    // OnScreenControls removes a feature as often as it has added it.
-    deeds.erase(std::unique(deeds.begin(), deeds.end()), deeds.end());
-    std::map<std::string, std::string> outputs;
-    for (const std::string& publication : journal.take(effect::publication))
-        outputs[publication.substr(0, publication.find(" = "))] = publication;
-    for (const auto& [output, publication] : outputs)
-        deeds.push_back(publication);
-    return deeds;
-}
-
 /// Construction, start, traffic, a restart of the service, traffic, another restart, traffic, stop,
 /// destruction. The service answers each call at once, and the block is run until it has nothing to
 /// do. Calls do not fail between the last restart and the stop.
@@ -244,7 +231,7 @@ Traces lead(const Case& block, Fault fault) {
     life.stop();
     life.destroy();
 
-    traces.last_deeds = take_deeds(journal);
+    traces.last_deeds = life.take_deeds();
     (void)journal.take(effect::all & ~effect::line);
     for (const std::string& line : life.recorders().log.take()) {
         if (line.front() <= '2')

@@ -1,5 +1,6 @@
 #include "tests/unit/faults/life.hpp"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 #include <string_view>
@@ -33,6 +34,13 @@ class Life::Driver : public Fenwa::testkit::Driver {
     }
 
     Fenwa::Block& block() { return *block_; }
+    bool run_where_woken() {
+        if (!arm())
+            return false;
+        (void)block_->run();
+        disarm();
+        return true;
+    }
     void run_for_any_reason() {
         (void)arm();
         (void)block_->run();
@@ -54,7 +62,9 @@ Life::Life(const Surroundings& surroundings, FindFault find_fault)
     });
 }
 
-Life::~Life() = default;
+Life::~Life() {
+    join();
+}
 
 void Life::build(const Fenwa::BlockConfiguration& settings) {
     driver_ = std::make_unique<Driver>(*this, surroundings_, settings);
@@ -62,6 +72,32 @@ void Life::build(const Fenwa::BlockConfiguration& settings) {
 
 void Life::run() {
     driver_->run_for_any_reason();
+}
+
+void Life::run_on_another_thread(Framework framework) {
+    joins_ = false;
+    runner_ = std::thread([this, framework] {
+        recorders_.journal->publications_on(std::this_thread::get_id());
+        while (!joins_) {
+            std::unique_lock<std::recursive_mutex> held;
+            if (framework == Framework::serialised)
+                held = recorders_.bus.lock();
+            const bool ran = driver_->run_where_woken();
+            held = {};
+            if (!ran) {
+                ++rests_;
+                std::this_thread::yield();
+            }
+        }
+    });
+}
+
+void Life::join() {
+    joins_ = true;
+    if (!runner_.joinable())
+        return;
+    runner_.join();
+    recorders_.journal->publications_on({});
 }
 
 void Life::destroy() {
@@ -77,6 +113,7 @@ Fenwa::Block& Life::block() {
 }
 
 std::vector<std::size_t> Life::unanswered() const {
+    const auto held = recorders_.bus.lock();
     std::vector<std::size_t> numbers;
     for (std::size_t number = 1; number <= recorders_.bus.count(); ++number) {
         const support::Sending& sending = recorders_.bus.sending(number);
@@ -89,8 +126,11 @@ std::vector<std::size_t> Life::unanswered() const {
 }
 
 void Life::answer(std::size_t number, const support::Message& message) {
+    const auto held = recorders_.bus.lock();
     const support::Sending& sending = recorders_.bus.sending(number);
     answered_.insert(number);
+    if (sending.released)  // by the other thread
+        return;
     if (sending.install_callback != nullptr)
         deliver("reply to the match", [&] { (void)sending.install(message); });
     else
@@ -98,12 +138,14 @@ void Life::answer(std::size_t number, const support::Message& message) {
 }
 
 support::Message Life::right_answer(std::size_t number) {
+    const auto held = recorders_.bus.lock();
     const support::Sending& sending = recorders_.bus.sending(number);
     return sending.install_callback != nullptr ? messages().reply("")
-                                               : reply(member_of(sending.text));
+                                               : reply(member_of(sending.text), messages());
 }
 
 std::vector<std::size_t> Life::matches(const std::string& text) const {
+    const auto held = recorders_.bus.lock();
     std::vector<std::size_t> numbers;
     for (std::size_t number = 1; number <= recorders_.bus.count(); ++number) {
         const support::Sending& sending = recorders_.bus.sending(number);
@@ -115,8 +157,11 @@ std::vector<std::size_t> Life::matches(const std::string& text) const {
 }
 
 void Life::signal(std::size_t number, const support::Message& message) {
-    deliver(sd_bus_message_get_member(message),
-            [&] { (void)recorders_.bus.sending(number).deliver(message); });
+    deliver(sd_bus_message_get_member(message), [&] {
+        const support::Sending& match = recorders_.bus.sending(number);
+        if (!match.released)
+            (void)match.deliver(message);
+    });
 }
 
 void Life::signal(const std::string& match, const support::Message& message) {
@@ -135,15 +180,25 @@ void Life::change_owner(const char* from, const char* to) {
 
 void Life::settle() {
     constexpr int many = 40;
-    for (int runs = 0; runs < many; ++runs) {
-        run();
-        const std::vector<std::size_t> waiting = unanswered();
-        for (const std::size_t number : waiting)
-            answer(number, right_answer(number));
-        if (waiting.empty() && !driver_->woken())
+    for (int rounds = 0; rounds < many; ++rounds) {
+        if (runner_.joinable()) {
+            // It has looked once more, from beginning to end, since the last message.
+            for (const std::size_t before = rests_; rests_ < before + 2;)
+                std::this_thread::yield();
+        } else {
+            run();
+        }
+        if (!answer_all() && (runner_.joinable() || !driver_->woken()))
             return;
     }
     ADD_FAILURE() << "the block does not come to rest";
+}
+
+bool Life::answer_all() {
+    const std::vector<std::size_t> waiting = unanswered();
+    for (const std::size_t number : waiting)
+        answer(number, right_answer(number));
+    return !waiting.empty();
 }
 
 void Life::restart_service(const char* from, const char* to) {
@@ -153,6 +208,19 @@ void Life::restart_service(const char* from, const char* to) {
     settle();
     change_owner("", to);
     settle();
+}
+
+std::vector<std::string> Life::take_deeds() {
+    namespace effect = support::effect;
+    std::vector<std::string> deeds = recorders_.journal->take(effect::sending | effect::answer);
+    // OnScreenControls removes a feature as often as it has added it.
+    deeds.erase(std::unique(deeds.begin(), deeds.end()), deeds.end());
+    std::map<std::string, std::string> outputs;
+    for (const std::string& publication : recorders_.journal->take(effect::publication))
+        outputs[publication.substr(0, publication.find(" = "))] = publication;
+    for (const auto& [output, publication] : outputs)
+        deeds.push_back(publication);
+    return deeds;
 }
 
 void Life::call_method(const char* destination, const char* path, const char* interface,
@@ -177,20 +245,22 @@ void Life::get_property(const char* destination, const char* path, const char* i
 
 void Life::reply_to(const std::string& function, const std::string& member,
                     sd_bus_message** place) {
+    const auto held = recorders_.bus.lock();
     if (const int error = find_fault_(function + ": " + member); error < 0)
         throw Fenwa::SDBusError(SD_BUS_ERROR_FAILED, std::strerror(-error), error);
     if (place != nullptr) {
         delivered_ = "reply to " + member;  // the block reads it before anything else
         calls_in_it_.clear();
-        recorders_.bus.hand_out(reply(member), place, member);
+        recorders_.bus.hand_out(reply(member, blocking_replies_), place, member);
     }
 }
 
-support::Message Life::reply(const std::string& member) {
-    return surroundings_.replies.at(member)(recorders_.messages);
+support::Message Life::reply(const std::string& member, support::Messages& messages) {
+    return surroundings_.replies.at(member)(messages);
 }
 
 void Life::deliver(const std::string& what, const std::function<void()>& delivery) {
+    const auto held = recorders_.bus.lock();
     delivered_ = what;
     calls_in_it_.clear();
     delivery();

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fenwa/tools.hpp"
@@ -39,6 +41,16 @@ class Life final : public Fenwa::SDBusTools {
     /// As a host that has another reason than the block's ports.
     void run();
     void stop() { driver().stop(); }
+    /// Which framework runs the block on another thread.
+    enum class Framework {
+        parallel,    ///< one that delivers messages meanwhile
+        serialised,  ///< one that runs no block while it delivers a message
+    };
+    /// Runs the block on a thread of its own whenever it is woken, while this one delivers what
+    /// comes over the bus. No step of a host may be taken until `join`.
+    void run_on_another_thread(Framework framework);
+    /// Ends that thread.
+    void join();
     void destroy();
 
     [[nodiscard]] Fenwa::testkit::Driver& driver();
@@ -65,10 +77,15 @@ class Life final : public Fenwa::SDBusTools {
     /// The owner of the service's name changes; empty for none.
     void change_owner(const char* from, const char* to);
 
-    /// Runs the block, and answers what it sends, until it does nothing any more.
+    /// Runs the block, unless another thread does, and answers what it sends, until it does nothing
+    /// any more.
     void settle();
     /// The service leaves and comes back with another unique name; both times the block settles.
     void restart_service(const char* from, const char* to);
+
+    /// What the block has sent and answered since the last time, the same only once in a row, and
+    /// the last value of each output that it has published.
+    [[nodiscard]] std::vector<std::string> take_deeds();
 
     // For the block: blocking operations, answered by the service.
 
@@ -81,8 +98,10 @@ class Life final : public Fenwa::SDBusTools {
   private:
     class Driver;
 
+    /// @returns whether there was something to answer.
+    bool answer_all();
     void reply_to(const std::string& function, const std::string& member, sd_bus_message** place);
-    [[nodiscard]] support::Message reply(const std::string& member);
+    [[nodiscard]] support::Message reply(const std::string& member, support::Messages& messages);
     void deliver(const std::string& what, const std::function<void()>& delivery);
 
     const Surroundings& surroundings_;
@@ -91,7 +110,11 @@ class Life final : public Fenwa::SDBusTools {
     std::string delivered_;                   // what the block is handed at this moment
     std::map<std::string, int> calls_in_it_;  // how often it has called each function for that
     std::set<std::size_t> answered_;          // numbers of sendings
+    support::Messages blocking_replies_;      // sd-bus makes no messages on two threads at once
     std::unique_ptr<Driver> driver_;
+    std::thread runner_;
+    std::atomic<bool> joins_ = false;
+    std::atomic<std::size_t> rests_ = 0;  // how often the runner has found nothing to do
 };
 
 }  // namespace faults

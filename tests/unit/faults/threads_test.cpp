@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/unit/block_fixture.hpp"
+#include "tests/unit/faults/life.hpp"
+#include "tests/unit/faults/surroundings.hpp"
+
+namespace faults {
+namespace {
+
+namespace effect = support::effect;
+
+struct Case : support::NamedCase {
+    Surroundings (*surroundings)();
+    Life::Framework framework = Life::Framework::parallel;
+};
+
+const Case cases[] = {
+    // The state of its client is a plain int.
+    {{"TemperatureReader"}, reader, Life::Framework::serialised},
+    {{"TemperatureMonitor"}, temperature_monitor},
+    {{"PowerConsumer"}, consumer},
+    {{"PowerMonitor"}, power_monitor},
+    // It has no lock of its own.
+    {{"OnScreenControls"}, controls, Life::Framework::serialised},
+    {{"PrioritizedTextOverlaySetter"}, overlay},
+    {{"VideoReady"}, video},
+};
+
+/// What the block sends, answers and publishes from a restart of its service on.
+std::vector<std::string> deeds_after_restart(Life& life, const Surroundings& around) {
+    (void)life.recorders().journal->take(effect::all);
+    life.restart_service(":1.6", ":1.7");
+    around.traffic(life, 2);
+    life.settle();
+    return life.take_deeds();
+}
+
+class EachBlockOnTwoThreadsTest : public testing::TestWithParam<Case> {};
+
+// A race shows under the thread sanitizer; what it leaves behind shows everywhere.
+TEST_P(EachBlockOnTwoThreadsTest, LosesNothingWhereAnotherThreadRunsIt) {
+    constexpr int rounds = 100;
+    const auto journal = support::EffectJournal::shared();
+    const Surroundings around = GetParam().surroundings();
+    std::vector<std::string> alone;
+    {
+        Life life(around, [](const Call& /*call*/) { return 0; });
+        life.build();
+        life.start();
+        life.settle();
+        alone = deeds_after_restart(life, around);
+        life.stop();
+        life.destroy();
+        (void)journal->take(effect::all);
+    }
+    const Surroundings again = GetParam().surroundings();
+    Life life(again, [](const Call& /*call*/) { return 0; });
+    life.build();
+    life.start();
+    life.run_on_another_thread(GetParam().framework);
+    for (int round = 0; round < rounds; ++round) {
+        // Not all of it is awaited: the block runs while the next message comes.
+        again.traffic(life, round);
+        if (round % 10 == 0)
+            life.restart_service(":1.5", ":1.6");
+    }
+    life.settle();
+    life.join();
+    EXPECT_EQ(deeds_after_restart(life, again), alone);
+    life.stop();
+    life.destroy();
+    (void)journal->take(effect::all);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, EachBlockOnTwoThreadsTest, testing::ValuesIn(cases),
+                         support::case_name<Case>);
+
+}  // namespace
+}  // namespace faults
