@@ -4,6 +4,8 @@ target_compile_features(fenwa_options INTERFACE cxx_std_20)
 target_compile_options(fenwa_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${FENWA_WARNINGS_AS_ERRORS}>:-Werror>)
+# The constants of sd-bus.h are compound literals, which clang holds against its users.
+target_compile_options(fenwa_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-c99-extensions>)
 # GCC 12 sees overlaps and bounds in std::string, when optimised, that are not there.
 target_compile_options(fenwa_options INTERFACE
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-error=array-bounds>

@@ -261,7 +261,7 @@ RunningGraph::RunningGraph(Graph graph, const BlockTypes& types, const Fenwa::In
                            sd_event& loop, EventWriter& events, common::Diagnostics& diagnostics)
     : graph_(std::move(graph)),
       context_{types, tools, loop, events, &diagnostics, {}},
-      scheduler_(loop, graph_.rate_limit, [this](Fenwa::Block& block, std::uint64_t now) {
+      scheduler_(loop, graph_.rate_limit, [](Fenwa::Block& block, std::uint64_t now) {
           static_cast<BlockInstance*>(HostAccess::host_data(block))->run(now);
       }) {}
 

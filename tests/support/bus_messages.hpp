@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <functional>
 #include <memory>
 
 #include "framework/testkit/unread_connection.hpp"
@@ -55,6 +56,23 @@ class Messages {
         return finish(new_reply(), types, values...);
     }
 
+    /// Puts values into a message.
+    using Append = std::function<void(sd_bus_message*)>;
+
+    // The same messages with whatever values are appended.
+    [[nodiscard]] Message call_with(const char* path, const char* interface, const char* member,
+                                    const Append& append) {
+        return finish(new_call(path, interface, member), append);
+    }
+    [[nodiscard]] Message reply_with(const Append& append) { return finish(new_reply(), append); }
+    [[nodiscard]] Message error_with(const char* name, const Append& append) {
+        return finish(new_error(name, nullptr), append);
+    }
+    [[nodiscard]] Message signal_with(const char* path, const char* interface, const char* member,
+                                      const Append& append) {
+        return finish(new_signal(path, interface, member), append);
+    }
+
     /// An error reply whose body is its text, as services send it; empty for a null text.
     [[nodiscard]] Message error(const char* name, const char* text);
 
@@ -87,6 +105,10 @@ class Messages {
     template <class... Values>
     [[nodiscard]] Message finish(Message message, const char* types, Values... values) {
         check(sd_bus_message_append(message, types, values...));
+        return seal(std::move(message));
+    }
+    [[nodiscard]] Message finish(Message message, const Append& append) {
+        append(message);
         return seal(std::move(message));
     }
 

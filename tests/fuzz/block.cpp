@@ -1,0 +1,174 @@
+// One block (FENWA_FUZZED, of tests/unit/faults/surroundings.hpp) whose host and whose services do
+// the steps of its life in any order, with any messages, while calls of sd-bus fail.
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "framework/shared/host_access.hpp"
+#include "tests/fuzz/values.hpp"
+#include "tests/support/layout_probe.hpp"
+#include "tests/unit/faults/life.hpp"
+
+namespace fuzz {
+namespace {
+
+using faults::Life;
+using support::Message;
+using support::Messages;
+
+enum class Step : std::uint8_t {
+    run,
+    answer,
+    answer_wrongly,
+    signal,
+    owner_change,
+    traffic,
+    restart,
+    call,
+    wake,
+    fail_call,
+    stop,
+    kMaxValue = stop,  // for ConsumeEnum
+};
+
+/// How many steps one input may have.
+constexpr int max_steps = 200;
+
+class FuzzedLife {
+  public:
+    explicit FuzzedLife(Input& input) : input_(input) {
+        for (auto& [member, make] : around_.replies) {
+            make = [this, right = make](Messages& messages) {
+                return all_is_well_ || input_.ConsumeBool() ? right(messages) : any_reply();
+            };
+        }
+    }
+
+    void lead() {
+        life_.build();
+        life_.start();
+        for (int steps = 0; steps < max_steps && input_.remaining_bytes() > 0; ++steps)
+            take(input_.ConsumeEnum<Step>());
+        if (!stopped_)
+            life_.stop();
+        life_.destroy();
+    }
+
+  private:
+    void take(Step step) {
+        switch (step) {
+            case Step::run:
+                if (!stopped_)
+                    life_.run();
+                break;
+            case Step::answer:
+                if (const auto number = pick(life_.unanswered()); number != 0)
+                    life_.answer(number, life_.right_answer(number));
+                break;
+            case Step::answer_wrongly:
+                if (const auto number = pick(life_.unanswered()); number != 0)
+                    life_.answer(number, any_reply());
+                break;
+            case Step::signal:
+                if (const auto number = pick(life_.matches()); number != 0)
+                    life_.signal(number, any_signal());
+                break;
+            case Step::owner_change:
+                if (around_.service != nullptr)
+                    life_.change_owner(input_.ConsumeBool() ? ":1.5" : "",
+                                       input_.ConsumeBool() ? ":1.6" : "");
+                break;
+            case Step::traffic:
+                undisturbed([this] { around_.traffic(life_, 1); });
+                break;
+            case Step::restart:
+                undisturbed([this] { life_.restart_service(":1.5", ":1.6"); });
+                break;
+            case Step::call:
+                // sd-bus lets a double through and nothing else; the method copes with all.
+                if (around_.build == faults::consumer().build)
+                    life_.call(blocks::LayoutProbe::exported_methods()[1].x.method.handler,
+                               any_call());
+                break;
+            case Step::wake:
+                for (const std::string& name : life_.block().get_inport_names())
+                    Fenwa::HostAccess::notify(*life_.block().get_inport(name), life_.block());
+                break;
+            case Step::fail_call:
+                calls_to_failure_ = input_.ConsumeIntegralInRange(1, 16);
+                break;
+            case Step::stop:
+                if (!stopped_)
+                    life_.stop();
+                stopped_ = true;
+                break;
+        }
+    }
+
+    /// The services are well, and the block runs: it comes to rest.
+    template <class Act>
+    void undisturbed(Act act) {
+        if (stopped_)
+            return;
+        all_is_well_ = true;
+        act();
+        all_is_well_ = false;
+    }
+
+    [[nodiscard]] int find_fault() {
+        if (all_is_well_ || calls_to_failure_ == 0 || --calls_to_failure_ > 0)
+            return 0;
+        return -input_.PickValueInArray({ENOMEM, ENOTCONN, EINVAL, EPERM});
+    }
+
+    /// One of the numbers; 0 where there is none.
+    [[nodiscard]] std::size_t pick(const std::vector<std::size_t>& numbers) {
+        return numbers.empty()
+                   ? 0
+                   : numbers[input_.ConsumeIntegralInRange<std::size_t>(0, numbers.size() - 1)];
+    }
+
+    [[nodiscard]] Messages::Append any_values() {
+        return [this](sd_bus_message* message) { append_values(message, input_); };
+    }
+    [[nodiscard]] Message any_reply() {
+        Messages& messages = life_.messages();
+        return input_.ConsumeBool()
+                   ? messages.reply_with(any_values())
+                   : messages.error_with("org.freedesktop.DBus.Error.Failed", any_values());
+    }
+    [[nodiscard]] Message any_signal() {
+        return life_.messages().signal_with("/com/tarlo/Any", "com.tarlo.Any", "Any", any_values());
+    }
+    [[nodiscard]] Message any_call() {
+        return life_.messages().call_with("/com/tarlo/Any", "com.tarlo.Any", "Any", any_values());
+    }
+
+    Input& input_;
+    faults::Surroundings around_ = faults::FENWA_FUZZED();
+    bool all_is_well_ = false;
+    bool stopped_ = false;
+    int calls_to_failure_ = 0;
+    Life life_{around_, [this](const faults::Call& /*call*/) { return find_fault(); }};
+};
+
+}  // namespace
+}  // namespace fuzz
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    // A slot or a reply that is never released is a failure of the test.
+    GTEST_FLAG_SET(break_on_failure, true);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const auto journal = support::EffectJournal::shared();
+    fuzz::FuzzedLife(input).lead();
+    (void)journal->take(support::effect::all);
+    return 0;
+}
