@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "camera/bus/message_json.hpp"
+#include "tests/support/monitor_connection.hpp"
 
 namespace test {
 namespace {
@@ -58,20 +59,7 @@ void replace_all(std::string& text, const std::string& what, const std::string& 
 
 }  // namespace
 
-BusMonitor::BusMonitor(const std::string& address) {
-    check(sd_bus_new(bus_.out()), "a monitor connection");
-    sd_bus* const bus = bus_.get();
-    check(sd_bus_set_address(bus, address.c_str()), "address of the monitor");
-    check(sd_bus_set_bus_client(bus, 1), "the monitor as a client");
-    check(sd_bus_set_monitor(bus, 1), "monitor mode");
-    check(sd_bus_start(bus), "start of the monitor");
-    common::BusError error;
-    const int r = sd_bus_call_method(bus, daemon_name, "/org/freedesktop/DBus",
-                                     "org.freedesktop.DBus.Monitoring", "BecomeMonitor", &error,
-                                     nullptr, "asu", 0, 0U);
-    if (r < 0)
-        throw std::runtime_error("BecomeMonitor: " + error.text(r));
-}
+BusMonitor::BusMonitor(const std::string& address) : bus_(open_monitor(address)) {}
 
 template <class Done>
 BusMessage BusMonitor::record_until(const Done& done, const std::string& what) {

@@ -153,6 +153,24 @@ std::optional<std::string> Process::wait_for_error_text(const std::string& text)
     });
 }
 
+bool Process::take_lines(std::chrono::milliseconds limit,
+                         const std::function<void(std::string line, bool is_error)>& take) {
+    static_cast<void>(read_more(Clock::now() + limit));
+    bool open = false;
+    for (Stream& stream : streams_) {
+        std::size_t end = 0;
+        while ((end = stream.text.find('\n', stream.looked_at)) != std::string::npos) {
+            take(stream.text.substr(stream.looked_at, end - stream.looked_at),
+                 &stream == &streams_[1]);
+            stream.looked_at = end + 1;
+        }
+        stream.text.erase(0, stream.looked_at);
+        stream.looked_at = 0;
+        open = open || stream.fd >= 0;
+    }
+    return open;
+}
+
 void Process::send_signal(int signal) const {
     if (pid_ != 0)
         check(kill(pid_, signal), "kill");

@@ -47,6 +47,12 @@ class Process {
     std::optional<std::string> wait_for_text(const std::string& text);
     std::optional<std::string> wait_for_error_text(const std::string& text);
 
+    /// Hands over each whole line that no wait has seen, of stdout and of stderr, and forgets it:
+    /// for a program that writes for hours. Waits `limit` at most for something to come.
+    /// @returns false once the program has closed both.
+    bool take_lines(std::chrono::milliseconds limit,
+                    const std::function<void(std::string line, bool is_error)>& take);
+
     void send_signal(int signal) const;
 
     /// Waits until the program has ended and gives everything it wrote.
