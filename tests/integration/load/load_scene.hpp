@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,10 +29,20 @@ class LoadScene : public ::testing::Test {
 
     /// Starts the host with these lines behind the line of plug-ins, as the last words of `tool`.
     void start_host(const std::string& graph, std::vector<std::string> tool = {});
+    /// Sets one of the camera's values, and waits for an output line of the host with `text`.
+    /// @returns how long that took, in milliseconds.
+    double publishing_time(const std::string& name, const std::string& value,
+                           const std::string& text);
+    /// The least that was measured, in up to three rounds that end with one below `limit`: what
+    /// others do on the same machine adds to it and never takes away.
+    static double least_of_rounds(double limit, const std::function<double()>& measure);
     /// Processor time that the host has taken so far.
     [[nodiscard]] std::chrono::milliseconds processor_time() const;
+    /// Memory of the host in kilobytes that is its own: what it has written to.
+    [[nodiscard]] long memory() const;
 
     [[nodiscard]] Process& host() { return *host_; }
+    [[nodiscard]] const std::string& address() const { return bus_->address(); }
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 
   private:

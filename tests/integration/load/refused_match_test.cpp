@@ -1,6 +1,5 @@
 // Blocks whose match is refused for ever: what they keep, and what they cost.
 #include <cstdio>
-#include <fstream>
 #include <thread>
 
 #include "tests/integration/load/load_scene.hpp"
@@ -21,17 +20,6 @@ class RefusedMatches : public LoadScene {
                      "]\ntype = \"TemperatureReader\"\nsensor_name = \"main\"\n"
                      "delta_chg = 0.5\n";
         start_host(graph);
-    }
-
-    /// Memory of the host in kilobytes that is its own: what it has written to.
-    [[nodiscard]] long memory() {
-        std::ifstream file("/proc/" + std::to_string(host().pid()) + "/status");
-        for (std::string line; std::getline(file, line);) {
-            if (line.starts_with("RssAnon:"))
-                return std::stol(line.substr(line.find(':') + 1));
-        }
-        ADD_FAILURE() << "no RssAnon";
-        return 0;
     }
 
     /// Reads so many log lines of the host.

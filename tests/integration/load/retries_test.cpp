@@ -50,15 +50,6 @@ class Retries : public LoadScene, public testing::WithParamInterface<int> {
     /// the 99th, which it prints, is what others do on the machine where that is busy.
     double tight_exchange();
 
-    /// The least that was measured, in up to three rounds that end with one below `limit`: what
-    /// others do on the same machine adds to it and never takes away.
-    static double least_of_rounds(double limit, const std::function<double()>& measure) {
-        double least = measure();
-        for (int round = 1; round < 3 && least >= limit; ++round)
-            least = std::min(least, measure());
-        return least;
-    }
-
     /// Reads all that the host writes in this time.
     void read_for(std::chrono::seconds time) {
         for (const auto end = Clock::now() + time; Clock::now() < end;)
@@ -98,10 +89,7 @@ TEST_F(SpentBudget, DelaysATightExchangeOfSignalsByNoMoreThanItsPace) {
 
 double Retries::publishing_time(int sample) {
     const std::string value = sample % 2 == 0 ? "40" : "50";
-    const auto begin = Clock::now();
-    set("temperature.main", value);
-    EXPECT_TRUE(host().wait_for_text("\"value\":" + value + ".0"));
-    return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    return LoadScene::publishing_time("temperature.main", value, "\"value\":" + value + ".0");
 }
 
 double Retries::tight_exchange() {
