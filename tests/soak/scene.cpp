@@ -11,6 +11,7 @@
 #include "camera/bus/names.hpp"
 #include "camera/camera/control.hpp"
 #include "common/bus/host_control.hpp"
+#include "tests/support/sender.hpp"
 
 namespace soak {
 namespace {
@@ -190,30 +191,10 @@ int Scene::end_host() {
 }
 
 void Scene::change_owners(int times) const {
-    constexpr int portion = 100;  // between two flushes, so that sd-bus's queue stays short
-    constexpr const char* name = "com.tarlo.Elsewhere";
-    const common::BusPtr other = common::open_bus(camera_->peer().bus, limit);
-    const auto send = [&](const char* member, const char* types, auto... arguments) {
-        common::MessagePtr call;
-        check(
-            sd_bus_message_new_method_call(other.get(), call.out(), "org.freedesktop.DBus",
-                                           "/org/freedesktop/DBus", "org.freedesktop.DBus", member),
-            "a call of the daemon");
-        check(sd_bus_message_append(call.get(), types, arguments...), "its arguments");
-        check(sd_bus_message_set_expect_reply(call.get(), 0), "no reply");
-        check(sd_bus_send(other.get(), call.get(), nullptr), "send");
-    };
-    for (int i = 0; i < times; ++i) {
-        send("RequestName", "su", name, 0U);
-        send("ReleaseName", "s", name);
-        if (i % portion == 0)
-            check(sd_bus_flush(other.get()), "flush");
-    }
-    // The daemon takes this call after all of them, and the host answers it after it has served
-    // them: so no two floods wait for a host at the same time.
-    check(sd_bus_call_method(other.get(), host_name_.c_str(), "/", "org.freedesktop.DBus.Peer",
-                             "Ping", nullptr, nullptr, ""),
-          "the host");
+    test::Sender other(camera_->peer().bus);
+    other.change_owners(times);
+    // So no two floods wait for a host at the same time.
+    other.wait_for(host_name_.c_str());
 }
 
 }  // namespace soak

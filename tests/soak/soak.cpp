@@ -187,9 +187,11 @@ bool Soak::print_figures() {
         "{}\n",
         scene_.observer().faults(), scene_.observer().service_ends(), actions_.reloads(),
         actions_.rebuilds(), messages, comparisons_);
-    out_ << fmt::format(
-        "memory {} KiB at the start, {} KiB after {:.0f} s, {} KiB at the end: growth {} KiB\n",
-        at_start_.kibibytes, warm_.kibibytes, warm_at_, now_.kibibytes, growth);
+    out_ << fmt::format("memory {} KiB at the start", at_start_.kibibytes);
+    if (warm_at_ > 0.0)
+        out_ << fmt::format(", {} KiB after {:.0f} s, {} KiB at the end: growth {} KiB",
+                            warm_.kibibytes, warm_at_, now_.kibibytes, growth);
+    out_ << '\n';
     out_ << fmt::format("descriptors {} at the start, {} at the end\n", at_start_.descriptors,
                         now_.descriptors);
     out_ << "excused" << (excused_.empty() ? " nothing\n" : ":\n");
