@@ -172,13 +172,18 @@ void Actions::change_settings() {
             built_anew = "supply";
             break;
         default:
-            settings.text = settings.text == "Good morning" ? "Good evening" : "Good morning";
-            built_anew = "greeting";
+            change_text();
             break;
     }
     settings.interval = 700 + static_cast<int>(draw(600));
     forget_stalls(built_anew, scene_.incidents());
     reload();
+}
+
+void Actions::change_text() {
+    std::string& text = wanted_.settings.text;
+    text = text == "Good morning" ? "Good evening" : "Good morning";
+    forget_stalls("greeting", scene_.incidents());
 }
 
 void Actions::reload() {
@@ -204,6 +209,9 @@ void Actions::leave_alone() {
 }
 
 void Actions::change_everything() {
+    wanted_.settings.fake = false;  // readings show whether the reader works
+    change_text();
+    reload();
     const bool was_hot = wanted_.values.temperature > 70.0;
     const bool had_enough = wanted_.values.received > 18.0;
     set_values({.temperature = was_hot ? cool() : hot(),

@@ -21,13 +21,13 @@ class Actions {
     void do_next();
     /// Removes every fault rule and brings every service up.
     void leave_alone();
-    /// Gives every value of the camera another side of its limit, and turns the picture.
+    /// Gives every value of the camera another side of its limit, the greeting another text, and
+    /// turns the picture.
     void change_everything();
 
     [[nodiscard]] std::uint64_t reloads() const noexcept { return reloads_; }
     [[nodiscard]] std::uint64_t rebuilds() const noexcept { return rebuilds_; }
     void rebuild(const char* block);
-    void reload();
 
   private:
     /// A number from 0 on, below `count`. By hand, because the standard distributions differ
@@ -37,7 +37,10 @@ class Actions {
     [[nodiscard]] const char* draw_service();
 
     void change_value();
+    void reload();
     void change_settings();
+    /// Of the greeting, for the next reload.
+    void change_text();
     void set_fault();
     void crash_with_fault();
     void set_values(const Values& values);

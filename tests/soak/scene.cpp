@@ -62,7 +62,9 @@ Scene::Scene(const Settings& settings) {
     const std::string address = start_camera();
     camera_.emplace(camera_peer(address));
     std::map<std::string, std::string> of_host = environment(folder_);
+    // What the C library keeps of freed memory would pass for a leak, or hide one.
     of_host["LD_PRELOAD"] = FENWA_RETURNED_MEMORY_LIBRARY;
+    of_host["GLIBC_TUNABLES"] = "glibc.malloc.tcache_count=0:glibc.malloc.mxfast=0";
     host_process_.emplace(
         std::vector<std::string>{
             FENWA_PROGRAM, "run", "--control", write_graph(settings), "--bus", address, "--format",

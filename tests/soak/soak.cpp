@@ -72,8 +72,6 @@ void Soak::compare_in_quiet() {
     rest(calm);
     judge(wait_until_right(false), false);
 
-    if (std::exchange(wanted_.settings.fake, false))
-        actions_.reload();  // readings show again whether the reader works
     actions_.change_everything();
     std::map<std::string_view, Remedy> stalled = judge(wait_until_right(true), true);
     // Again where a busy machine has let a call of the new block time out.
