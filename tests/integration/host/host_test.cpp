@@ -31,10 +31,8 @@ Ended fenwa(const Words& arguments, const Environment& environment) {
     return run_program(Words{FENWA_PROGRAM} + arguments, environment);
 }
 
-void expect_end(const Ended& ended, int code, const std::string& err,
-                const std::source_location& caller) {
-    const testing::ScopedTrace trace(caller.file_name(), static_cast<int>(caller.line()),
-                                     ended.out);
+void expect_end(const Ended& ended, int code, const std::string& err, const char* file, int line) {
+    const testing::ScopedTrace trace(file, line, ended.out);
     EXPECT_EQ(ended.code, code);
     EXPECT_EQ(ended.err, err);
 }

@@ -5,7 +5,6 @@
 #include <map>
 #include <optional>
 #include <ostream>
-#include <source_location>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -24,9 +23,10 @@ Words operator+(Words words, const Words& more);
 /// Runs `fenwa` to its end.
 Ended fenwa(const Words& arguments, const Environment& environment = {});
 
-/// Expects an exit code and the whole of stderr.
+/// Expects an exit code and the whole of stderr. A failure names the caller's place; clang 14 has
+/// no std::source_location.
 void expect_end(const Ended& ended, int code = 0, const std::string& err = "",
-                const std::source_location& caller = std::source_location::current());
+                const char* file = __builtin_FILE(), int line = __builtin_LINE());
 
 /// A host that is ready. It is stopped at the end, with exit code 0 unless the test has waited for
 /// another one.

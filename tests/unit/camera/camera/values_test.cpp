@@ -75,11 +75,12 @@ void PrintTo(const Refused& refused, std::ostream* out) {
 class RefusedValues : public CameraTest, public ::testing::WithParamInterface<Refused> {};
 
 TEST_P(RefusedValues, ChangeNothing) {
-    const auto& [name, text, end] = GetParam();
-    const std::string sentence = (end.starts_with(' ') ? "'" + text + "'" : "") + end;
+    const Refused& value = GetParam();
+    const std::string sentence =
+        (value.sentence.starts_with(' ') ? "'" + value.text + "'" : "") + value.sentence;
     const common::Json before = camera_.show();
-    EXPECT_EQ(refusal([&] { camera_.set(name, text); }), sentence);
-    EXPECT_EQ(refusal([&] { (void)camera_.check_value(name, text); }), sentence);
+    EXPECT_EQ(refusal([&] { camera_.set(value.name, value.text); }), sentence);
+    EXPECT_EQ(refusal([&] { (void)camera_.check_value(value.name, value.text); }), sentence);
     EXPECT_EQ(camera_.show(), before);
     EXPECT_EQ(told(), "");
 }

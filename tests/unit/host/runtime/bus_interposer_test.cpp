@@ -338,22 +338,23 @@ TEST_F(NarrowBus, AnswersToMatchesAreToldApart) {
             sd_bus_add_match_async(bus_.get(), slot.out(), rule, on_signal, on_answer, &heard_), 0);
         return slot;
     };
-    const common::SlotPtr first = ask("type='signal',member='A'");
+    std::vector<common::SlotPtr> kept;
+    kept.push_back(ask("type='signal',member='A'"));
     common::SlotPtr second = ask("type='signal',member='B'");
     EXPECT_EQ(interposer_.matches_requested(), 2U);
     settle();
     EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::installed, Answer::installed}));
     for (int i = 0; i < 3; ++i)
-        (void)ask("type='signal',member='C'").release();
-    (void)ask("type='signal',member='D'").release();
+        kept.push_back(ask("type='signal',member='C'"));
+    kept.push_back(ask("type='signal',member='D'"));
     settle();
     EXPECT_EQ(interposer_.matches_requested(), 0U);
     EXPECT_EQ(std::exchange(answers, {}), (std::vector{Answer::refused, Answer::refused_again,
                                                        Answer::refused_again, Answer::refused}));
     second.reset();
-    const common::SlotPtr third = ask("type='signal',member='C'");
-    (void)ask("type='signal',member='C'").release();
+    kept.push_back(ask("type='signal',member='C'"));
+    kept.push_back(ask("type='signal',member='C'"));
     settle();
     EXPECT_EQ(answers, (std::vector{Answer::installed, Answer::refused}));
     EXPECT_EQ(heard_.times, 8);
