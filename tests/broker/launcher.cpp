@@ -35,7 +35,7 @@ std::string_view message_in(std::string_view datagram) {
     if (at == std::string_view::npos || datagram.size() < at + block.size() + sizeof length)
         return datagram;
     std::memcpy(&length, datagram.data() + at + block.size(), sizeof length);
-    return datagram.substr(at + block.size() + sizeof length, length);
+    return datagram.substr(at + block.size() + sizeof length, static_cast<std::size_t>(length));
 }
 
 }  // namespace
