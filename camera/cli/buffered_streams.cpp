@@ -1,7 +1,5 @@
 #include "camera/cli/buffered_streams.hpp"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <iostream>
 #include <utility>
@@ -15,33 +13,25 @@ namespace {
 using common::OutputWriter;
 
 // Neither is ever destroyed: their threads live as long as the process.
-OutputWriter* out_writer = nullptr;
-OutputWriter* err_writer = nullptr;
+common::StreamWriters writers;
 
 void drain() {
-    if (out_writer != nullptr && !out_writer->drain()) {
+    if (writers.out != nullptr && !writers.out->drain()) {
         const std::string line = common::message_line("gave up waiting for the reader of 'stdout'");
-        if (err_writer != nullptr)
-            err_writer->append_at_once(line);
+        if (writers.err != nullptr)
+            writers.err->append_at_once(line);
         else
             std::cerr << line << std::flush;
     }
-    if (err_writer != nullptr && err_writer != out_writer)
-        err_writer->drain();
+    if (writers.err != nullptr && writers.err != writers.out)
+        writers.err->drain();
 }
 
 }  // namespace
 
 void buffer_streams() {
-    std::cout.flush();
-    out_writer = common::buffer_stream(std::cout, STDOUT_FILENO);
-    if (out_writer != nullptr && common::lead_to_the_same(STDOUT_FILENO, STDERR_FILENO)) {
-        err_writer = out_writer;
-        common::write_through(std::cerr, *err_writer);
-    } else {
-        err_writer = common::buffer_stream(std::cerr, STDERR_FILENO);
-    }
-    for (OutputWriter* const writer : {out_writer, err_writer}) {
+    writers = common::buffer_streams();
+    for (OutputWriter* const writer : {writers.out, writers.err}) {
         if (writer != nullptr)
             writer->drop_when_full();
     }
@@ -49,8 +39,8 @@ void buffer_streams() {
 }
 
 void describe_dropped_lines(std::function<std::string(std::size_t lines)> description) {
-    if (out_writer != nullptr)
-        out_writer->describe_dropped(std::move(description));
+    if (writers.out != nullptr)
+        writers.out->describe_dropped(std::move(description));
 }
 
 }  // namespace camera

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <ostream>
+#include <iostream>
 #include <streambuf>
 #include <utility>
 
@@ -55,6 +55,27 @@ class WriterBuffer final : public std::streambuf {
   private:
     OutputWriter& writer_;
 };
+
+void write_through(std::ostream& stream, OutputWriter& writer) {
+    stream.rdbuf(new WriterBuffer(writer));
+}
+
+/// @returns the writer; null where nobody reads who may not.
+OutputWriter* buffer_stream(std::ostream& stream, int fd) {
+    if (!has_reader(fd) && isatty(fd) != 1)
+        return nullptr;
+    auto* const writer = new OutputWriter(fd);
+    write_through(stream, *writer);
+    return writer;
+}
+
+/// Whether two descriptors lead to the same file.
+bool lead_to_the_same(int a, int b) noexcept {
+    struct stat first {};
+    struct stat second {};
+    return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
 
 }  // namespace
 
@@ -210,23 +231,17 @@ void OutputWriter::fail(int error) {
         on_failure_(error);
 }
 
-OutputWriter* buffer_stream(std::ostream& stream, int fd) {
-    if (!has_reader(fd) && isatty(fd) != 1)
-        return nullptr;
-    auto* const writer = new OutputWriter(fd);
-    write_through(stream, *writer);
-    return writer;
-}
-
-void write_through(std::ostream& stream, OutputWriter& writer) {
-    stream.rdbuf(new WriterBuffer(writer));
-}
-
-bool lead_to_the_same(int a, int b) noexcept {
-    struct stat first {};
-    struct stat second {};
-    return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
+StreamWriters buffer_streams() {
+    std::cout.flush();
+    StreamWriters writers;
+    writers.out = buffer_stream(std::cout, STDOUT_FILENO);
+    if (writers.out != nullptr && lead_to_the_same(STDOUT_FILENO, STDERR_FILENO)) {
+        writers.err = writers.out;
+        write_through(std::cerr, *writers.err);
+    } else {
+        writers.err = buffer_stream(std::cerr, STDERR_FILENO);
+    }
+    return writers;
 }
 
 }  // namespace common

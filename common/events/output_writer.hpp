@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <iosfwd>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -84,13 +83,16 @@ class OutputWriter {
     std::atomic<std::size_t> written_{0};
 };
 
-/// Has a stream written by an OutputWriter if its descriptor leads to a reader who may not read: a
-/// pipe, a socket or a terminal. A file or a device takes everything at once, or fails at once.
-/// @returns the writer; null for none.
-[[nodiscard]] OutputWriter* buffer_stream(std::ostream& stream, int fd);
-/// Has the stream written by the writer.
-void write_through(std::ostream& stream, OutputWriter& writer);
-/// Whether two descriptors lead to the same file, so that one writer must serve both.
-[[nodiscard]] bool lead_to_the_same(int a, int b) noexcept;
+/// The writers of stdout and stderr; null for one that is written directly.
+struct StreamWriters {
+    OutputWriter* out = nullptr;
+    OutputWriter* err = nullptr;
+};
+
+/// Has std::cout and std::cerr each written by an OutputWriter if its descriptor leads to a reader
+/// who may not read: a pipe, a socket or a terminal. A file or a device takes everything at once,
+/// or fails at once. One writer serves both if they lead to the same file, so that their order
+/// stays. Once; before other threads write. @throws std::system_error.
+[[nodiscard]] StreamWriters buffer_streams();
 
 }  // namespace common

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -18,16 +17,15 @@ namespace {
 using common::OutputWriter;
 
 // Neither is ever destroyed: their threads live as long as the process.
-OutputWriter* out_writer = nullptr;
-OutputWriter* err_writer = nullptr;
+common::StreamWriters writers;
 
 /// Calls a function for each writer once.
 template <class Function>
 void for_each_writer(Function function) {
-    if (out_writer != nullptr)
-        function(*out_writer);
-    if (err_writer != nullptr && err_writer != out_writer)
-        function(*err_writer);
+    if (writers.out != nullptr)
+        function(*writers.out);
+    if (writers.err != nullptr && writers.err != writers.out)
+        function(*writers.err);
 }
 
 void before_fork() {
@@ -52,26 +50,19 @@ void drain(OutputWriter* writer, const char* stream) {
 }  // namespace
 
 void buffer_standard_streams() {
-    std::cout.flush();
-    out_writer = common::buffer_stream(std::cout, STDOUT_FILENO);
-    if (out_writer != nullptr && common::lead_to_the_same(STDOUT_FILENO, STDERR_FILENO)) {
-        err_writer = out_writer;
-        common::write_through(std::cerr, *err_writer);
-    } else {
-        err_writer = common::buffer_stream(std::cerr, STDERR_FILENO);
-    }
+    writers = common::buffer_streams();
     pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     std::atexit(drain_standard_streams);
 }
 
 void describe_dropped_output(std::function<std::string(std::size_t lines)> description) {
-    if (out_writer != nullptr)
-        out_writer->describe_dropped(std::move(description));
+    if (writers.out != nullptr)
+        writers.out->describe_dropped(std::move(description));
 }
 
 void on_output_failure(std::function<void(int error)> handler) {
-    if (out_writer != nullptr)
-        out_writer->on_failure(std::move(handler));
+    if (writers.out != nullptr)
+        writers.out->on_failure(std::move(handler));
 }
 
 void drop_unread_lines() noexcept {
@@ -79,21 +70,21 @@ void drop_unread_lines() noexcept {
 }
 
 void drain_output() {
-    drain(out_writer, "stdout");
+    drain(writers.out, "stdout");
 }
 
 void drain_standard_streams() {
-    drain(out_writer, "stdout");
-    if (err_writer != out_writer)
-        drain(err_writer, "stderr");
+    drain(writers.out, "stdout");
+    if (writers.err != writers.out)
+        drain(writers.err, "stderr");
 }
 
 void say_at_once(common::Severity severity, std::string_view sentence, std::string_view block) {
     if (common::send_to_journal(severity, sentence, block))
         return;
     const std::string line = common::message_line(sentence);
-    if (err_writer != nullptr)
-        err_writer->append_at_once(line);
+    if (writers.err != nullptr)
+        writers.err->append_at_once(line);
     else
         write_urgently(line);
 }
