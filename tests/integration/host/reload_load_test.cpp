@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <thread>
 
@@ -37,6 +39,7 @@ class ReloadUnderLoad : public HostTest {
                 while (client.read("r.int_out") != value) {
                     if (std::chrono::steady_clock::now() > deadline)
                         return;
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 }
             }
         }
@@ -67,6 +70,24 @@ class ReloadUnderLoad : public HostTest {
         return bytes;
     }
 
+    /// How much the memory of the host grows in each stretch of reloads.
+    class Growth {
+      public:
+        void look(std::size_t memory) {
+            if (last_ != 0)
+                least_ = std::min(least_, static_cast<long>(memory) - static_cast<long>(last_));
+            last_ = memory;
+        }
+
+        /// In bytes. A leak shows in each stretch; what the host keeps of a burst of lines, when
+        /// others have the machine, shows in one.
+        [[nodiscard]] long least() const { return least_; }
+
+      private:
+        std::size_t last_ = 0;
+        long least_ = std::numeric_limits<long>::max();
+    };
+
     static std::string graph(int level) {
         return block("a", "Settled", "level = " + std::to_string(level)) +
                R"(blocks.still = {type = "Settled"}
@@ -78,13 +99,12 @@ class ReloadUnderLoad : public HostTest {
 };
 
 TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
-    constexpr int warm_up = 200;
     constexpr int reloads = 1000;
     // Values that the block takes: 13, 14, 66 and 67 it does not.
     constexpr int first = 100;
     start(graph(first), {"--control"});
     Writer writer;
-    std::size_t memory_before = 0;
+    Growth growth;
     // Every change comes, in its order, and to nobody else.
     std::string expected;
     for (int i = first; i < first + reloads; ++i) {
@@ -93,10 +113,10 @@ TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
         expected.append("a: ").append(now).append(" -> ").append(next).append("\na: ");
         expected.append(next).append(" -> ").append(next).append("\n");
         ASSERT_EQ(reload(graph(i + 1)), "fenwa: graph.toml: reloaded; new settings for 'a'\n");
-        if (i == first + warm_up)
-            memory_before = memory();
+        if ((i + 1 - first) % (reloads / 4) == 0)
+            growth.look(memory());
     }
-    EXPECT_LE(memory(), memory_before + 64 * 1024);
+    EXPECT_LE(growth.least(), 8 * 1024);
     const int written = writer.end();
     const Ended ended = host().terminate();
     EXPECT_EQ(ended.code, 0);
@@ -107,7 +127,6 @@ TEST_F(ReloadUnderLoad, ThousandReloadsLoseNothingAndKeepNothing) {
 }
 
 TEST_F(ReloadUnderLoad, BlocksThatAreBuiltAnewLeaveNothingBehind) {
-    constexpr int warm_up = 100;
     constexpr int reloads = 400;
     // Between the timer and two others, which go on.
     const auto with_counter = [](int i) {
@@ -122,14 +141,14 @@ TEST_F(ReloadUnderLoad, BlocksThatAreBuiltAnewLeaveNothingBehind) {
     };
     start(with_counter(1), {"--control"});
     Writer writer;
-    std::size_t memory_before = 0;
+    Growth growth;
     for (int i = 1; i <= reloads; ++i) {
         ASSERT_NE(reload(with_counter(i + 1)).find("reloaded; rebuilt 'p'; added 'c"),
                   std::string::npos);
-        if (i == warm_up)
-            memory_before = memory();
+        if (i % (reloads / 4) == 0)
+            growth.look(memory());
     }
-    EXPECT_LE(memory(), memory_before + 64 * 1024);
+    EXPECT_LE(growth.least(), 8 * 1024);
     const int written = writer.end();
     const Ended ended = host().terminate();
     EXPECT_EQ(ended.code, 0);
