@@ -1,7 +1,9 @@
-// The programs at the limits of a process: too few descriptors, too little memory, files that may
-// not grow. Whatever is missing, they end with a documented exit code and a sentence, or go on.
+// The programs at the limits of a process and of a disk: too few descriptors, too little memory,
+// files that may not grow, no room for them. Whatever is missing, they end with a documented exit
+// code and a sentence, or go on.
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <future>
 #include <iostream>
 #include <map>
@@ -11,7 +13,7 @@
 namespace test {
 namespace {
 
-/// A limit as prlimit(1) takes it, with its values.
+/// A limit as prlimit(1) takes it, or the size of a disk, with its values.
 struct Limit {
     std::string name;
     std::string option;
@@ -23,13 +25,20 @@ std::ostream& operator<<(std::ostream& out, const Limit& limit) {
     return out << limit.name;
 }
 
-constexpr std::size_t mebi = 1024 * 1024;
+constexpr std::size_t kibi = 1024;
+constexpr std::size_t mebi = 1024 * kibi;
 
 const std::string graph = FENWA_EXAMPLES "/graphs/temperature.toml";
 
 class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
   protected:
-    void SetUp() override { open(); }
+    void SetUp() override {
+        open();
+        std::filesystem::create_directory(disk());
+    }
+
+    /// Where each command has its files.
+    [[nodiscard]] std::filesystem::path disk() const { return folder().path() / "disk"; }
 
     /// The commands, with the file FILE for their output; "$0" of each is a program.
     [[nodiscard]] std::map<std::string, Lines> commands() const {
@@ -50,18 +59,27 @@ class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
                                     std::size_t value) const {
         std::string file = name + std::to_string(value);
         std::ranges::replace(file, ' ', '_');
-        file = (folder().path() / file).string();
+        file = (disk() / file).string();
         for (std::string& word : command) {
             if (word.starts_with("FILE"))
                 word.replace(0, 4, file);
         }
-        const std::string limit =
-            GetParam().option + '=' + std::to_string(value) + ':' + std::to_string(value);
+        Lines limited{"prlimit", GetParam().option + '=' + std::to_string(value) + ':' +
+                                     std::to_string(value)};
+        Lines in_namespace;
+        if (GetParam().option == "disk") {
+            limited = {"env", "TMPDIR=" + disk().string()};
+            // Each command has a disk of its own, which goes with it, and of which 4 KiB are taken.
+            const std::string mount =
+                R"(mount -t tmpfs -o "size=$1" none "$0" && printf x > "$0/x" && shift && exec "$@")";
+            in_namespace = Lines{"unshare", "--map-current-user", "--keep-caps", "--mount"} +
+                           Lines{"sh", "-c", mount, disk().string(), std::to_string(value)};
+        }
         // Without descriptors that the test's own starter has left open.
-        const Lines limited{"sh", "-c",
-                            R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&- > "$0"; exec prlimit "$@")",
-                            file, limit};
-        return run_program(limited + command, environment(), seconds(15));
+        const Lines with_file{"sh", "-c",
+                              R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&- > "$0"; exec "$@")", file};
+        return run_program(in_namespace + with_file + limited + command, environment(),
+                           seconds(15));
     }
 
     /// Whether the program was not even loaded: what the kernel or the loader does is not ours.
@@ -115,6 +133,10 @@ TEST_P(Limits, EndEachProgramWithADocumentedSentenceOrNotAtAll) {
             std::cout << ' ' << count << " x " << end;
         std::cout << '\n';
         EXPECT_GT(ends["0"], 0U) << "there is enough at the end";
+        // All but the check have something to write, and none loses it in silence.
+        if (limit.option == "disk" && name != "fenwa check") {
+            EXPECT_GT(ends["69"], 0U) << name;
+        }
         EXPECT_LT(ends["not loaded"], 4U) << name;
     }
     close();
@@ -126,7 +148,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Limit{"Descriptors", "--nofile", 3, 64, 1},
                       Limit{"LittleMemory", "--as", 4 * mebi, 96 * mebi, 4 * mebi},
                       Limit{"Memory", "--as", 100 * mebi, 400 * mebi, 50 * mebi},
-                      Limit{"FileSize", "--fsize", 0, 16000, 1000}),
+                      Limit{"FileSize", "--fsize", 0, 16000, 1000},
+                      Limit{"Disk", "disk", 4 * kibi, 96 * kibi, 4 * kibi}),
     [](const auto& row) { return row.param.name; });
 
 }  // namespace
