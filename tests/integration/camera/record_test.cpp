@@ -47,7 +47,10 @@ expect = {call = "RegisterForTemperatureSignal", arguments = [3, 70.0, true], wi
 set = {"temperature.main" = 75.0}
 [[steps]]
 after = 0.3
-set = {"power.received" = 25.0, "temperature.main" = 36.5}
+set = {"power.received" = 25.0}
+[[steps]]
+after = 0.3
+set = {"temperature.main" = 36.5}
 [[steps]]
 after = 0.5
 say = "The day is over."
