@@ -150,7 +150,7 @@ TEST_F(ControlInterface, RefusesWithASentence) {
 
 TEST_F(ControlInterface, QuotesALongNameOrValueInPart) {
     start(sink + block("l", "Settled"));
-    const std::string name(1 << 20, 'n');
+    const std::string name(8 << 20, 'n');
     const std::string shown = "'" + std::string(150, 'n') + "…" + std::string(50, 'n') + "'";
     expect_reads(
         {{name, "UnknownPort: " + shown + " is not of the form BLOCK.PORT"},
