@@ -13,8 +13,8 @@ int main(int argc, char** argv) {
                 "not come; 2 the command line or a command's argument is wrong; 66 a file "
                 "cannot be read; 69 the bus or the camera cannot be reached, a name cannot be "
                 "had, the connection was lost, or the standard output takes nothing more; 70 an "
-                "internal error, or there is no memory left; 78 the configuration or scenario is "
-                "wrong; or that of a program that has failed.",
+                "internal error, or the machine lacks memory or descriptors; 78 the configuration "
+                "or scenario is wrong; or that of a program that has failed.",
             .commands = {camera::run_command(std::move(children)), camera::set_command(),
                          camera::start_command(), camera::stop_command(), camera::restart_command(),
                          camera::press_command(), camera::fail_command(), camera::show_command(),

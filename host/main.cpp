@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
                 "Exit codes: 0 done, a stop by signal included; 2 the command line is wrong; 66 "
                 "a file cannot be read; 69 the bus cannot be reached, a name cannot be had, "
                 "the connection was lost, or a file cannot be written; 70 a block or a plug-in "
-                "threw, crashed or hung, or there is no memory left; 78 "
+                "threw, crashed or hung, or the machine lacks memory or descriptors; 78 "
                 "the graph is wrong.",
             .commands = {host::run_command(), host::check_command(), host::read_command(),
                          host::write_command(), host::set_command(), host::watch_command(),

@@ -51,7 +51,7 @@ struct Configuration {
 ///
 /// The defaults stand in for missing parts. Each mistake becomes a diagnostic; the readable rest is
 /// returned, so that a scenario can be checked against it.
-/// @throws common::Failure (unreadable) when the file cannot be read.
+/// @throws common::Failure as `common::read_toml`.
 [[nodiscard]] Configuration read_configuration(const std::string& path,
                                                common::Diagnostics& diagnostics);
 

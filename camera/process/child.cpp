@@ -70,7 +70,7 @@ Child::Child(const ProgramPlace& place, const std::vector<std::string>& command,
         pid_ = common::start_program(start);
     } catch (const std::system_error& error) {
         throw common::Failure(
-            common::ExitCode::unreadable,
+            common::exit_code_of_unreadable(error.code().value()),
             fmt::format("cannot start '{}': {}", command.front(), error.code().message()));
     }
     reaper_.watch(pid_, [this, ended = std::move(ended)](int status) {

@@ -28,7 +28,7 @@ class Child {
     /// group of its own, so that Ctrl-C in a terminal reaches it through the camera only.
     /// @param name in front of its lines.
     /// @param ended called once, from the loop, with the exit code (128 + N after signal N).
-    /// @throws common::Failure (unreadable) when the program cannot be started.
+    /// @throws common::Failure, with `exit_code_of_unreadable`, when the program cannot be started.
     Child(const ProgramPlace& place, const std::vector<std::string>& command,
           const std::string& name, std::function<void(int status)> ended);
     Child(const Child&) = delete;

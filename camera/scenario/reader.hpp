@@ -26,7 +26,7 @@ namespace camera {
 /// expect = {output = BLOCK.PORT, …}, reply = {call = …, values = […]}, signal = {member = …, …},
 /// call = {member = …, to = NAME, …}. Besides the steps: timeout = SECONDS, down = [SERVICE, …],
 /// activatable = [SERVICE, …].
-/// @throws common::Failure (unreadable) when the file cannot be read.
+/// @throws common::Failure as `common::read_toml`.
 [[nodiscard]] Scenario read_scenario(const std::string& path, const Camera& camera,
                                      common::Diagnostics& diagnostics);
 

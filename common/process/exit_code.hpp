@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 
@@ -12,9 +13,23 @@ enum class ExitCode : int {
     usage = 2,               ///< the command line is wrong
     unreadable = 66,         ///< a file cannot be read (EX_NOINPUT of sysexits.h)
     unavailable = 69,        ///< bus not reached, name not had, connection lost (EX_UNAVAILABLE)
-    software = 70,           ///< a block threw, crashed or hung; no memory is left (EX_SOFTWARE)
+    software = 70,           ///< a block threw, crashed or hung; the machine lacks memory or
+                             ///< descriptors (EX_SOFTWARE)
     misconfigured = 78,      ///< the graph, configuration or scenario is wrong (EX_CONFIG)
 };
+
+/// Whether an error says that the machine lacks memory or descriptors: nothing is wrong with the
+/// file that was to be opened, and a later try may find them.
+/// @param error an errno.
+[[nodiscard]] constexpr bool is_shortage(int error) noexcept {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+/// The exit code of a command that cannot read or start a file.
+/// @param error an errno.
+[[nodiscard]] constexpr ExitCode exit_code_of_unreadable(int error) noexcept {
+    return is_shortage(error) ? ExitCode::software : ExitCode::unreadable;
+}
 
 /// Ends a command: `what()` is the sentence for the user, without the program's name before it.
 class Failure : public std::runtime_error {

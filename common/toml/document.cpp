@@ -17,20 +17,21 @@
 namespace common {
 namespace {
 
-[[noreturn]] void unreadable(const std::string& name, const std::string& reason) {
-    throw Failure(ExitCode::unreadable, fmt::format("cannot read '{}': {}", name, reason));
+[[noreturn]] void unreadable(const std::string& name, int error) {
+    throw Failure(exit_code_of_unreadable(error),
+                  fmt::format("cannot read '{}': {}", name, std::strerror(error)));
 }
 
 /// The file's text, cut soon after more than is allowed: enough to know that it is too large.
 std::string read_text(const std::string& path, const std::string& name) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
-        unreadable(name, std::strerror(errno));
+        unreadable(name, errno);
     if (S_ISDIR(status.st_mode))
-        unreadable(name, std::strerror(EISDIR));
+        unreadable(name, EISDIR);
     std::ifstream file(path, std::ios::binary);
     if (!file)
-        unreadable(name, std::strerror(errno));
+        unreadable(name, errno);
     std::string text;
     std::array<char, 16384> piece;
     while (text.size() <= max_toml_bytes && file.good()) {
@@ -38,7 +39,7 @@ std::string read_text(const std::string& path, const std::string& name) {
         text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
     }
     if (file.bad())
-        unreadable(name, std::strerror(errno));
+        unreadable(name, errno);
     return text;
 }
 

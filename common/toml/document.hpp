@@ -22,7 +22,7 @@ inline constexpr std::size_t max_toml_key_parts = 16;
 
 /// Reads and parses a TOML file. A syntax error, a file that is too large or nested too deeply is
 /// an error in `diagnostics` (whose source is set) and gives an empty result.
-/// @throws Failure (unreadable) when the file is missing, is a folder or may not be read.
+/// @throws Failure with `exit_code_of_unreadable` when the file cannot be read.
 [[nodiscard]] std::optional<toml::table> read_toml(const std::string& path,
                                                    Diagnostics& diagnostics);
 

@@ -30,7 +30,7 @@ constexpr std::size_t max_hung = 3;
 namespace word {
 
 constexpr const char* plugin = "plugin";      // INDEX, PHASE: begins
-constexpr const char* unusable = "unusable";  // INDEX, TEXT, HELP, THREW
+constexpr const char* unusable = "unusable";  // INDEX, TEXT, HELP, MISTAKE
 constexpr const char* block = "block";        // INDEX: its probe begins
 constexpr const char* phase = "phase";        // TEXT, DEPTH: begins
 constexpr const char* made_up = "made up";    // the block has been given a made-up value
@@ -73,7 +73,8 @@ class Worker {
                 });
             } catch (const PluginError& error) {
                 job_.types.set_incomplete();
-                send({word::unusable, i, error.what(), error.help(), error.thrown().has_value()});
+                send({word::unusable, i, error.what(), error.help(),
+                      error.cause() == PluginError::Cause::mistake});
             }
         }
     }
@@ -167,11 +168,11 @@ class Prober {
     }
 
     ProbeResult run() {
-        while (!run_child()) {
+        while (!run_child() && !cannot_begin_) {
             if (lost_ == max_lost || hung_ == max_hung) {
-                diagnostics_.error({},
-                                   "the rest of the graph is not checked, because too much of it "
-                                   "has crashed or hung");
+                fail_to_check(
+                    "the rest of the graph is not checked, because too much of it has crashed or "
+                    "hung");
                 break;
             }
         }
@@ -192,7 +193,7 @@ class Prober {
     struct Unusable {
         std::string text;
         std::string help;
-        bool threw;
+        bool is_mistake;  ///< of the graph
     };
 
     /// @returns whether nothing is left to do.
@@ -265,7 +266,7 @@ class Prober {
         else if (word == word::missing)
             is_type_missing_ = true;
         else if (word == word::threw)
-            ++probe_.throws;
+            ++probe_.not_mistakes;
         else if (word == word::unusable)
             unusable_.at(message.at(1)) = Unusable{message.at(2), message.at(3), message.at(4)};
         else if (word == word::end)
@@ -309,6 +310,12 @@ class Prober {
                                                                           : Depth::reconfigure;
     }
 
+    /// Reports what is no mistake of the graph.
+    void fail_to_check(const std::string& sentence) {
+        diagnostics_.error({}, sentence);
+        ++probe_.not_mistakes;
+    }
+
     /// A child did not come to its end.
     void lose(const common::ChildEnd& end) {
         if (at_ == At::exploring && depth_ == Depth::toggle) {
@@ -327,14 +334,14 @@ class Prober {
                 unusable_.at(index_) =
                     Unusable{fmt::format("the plug-in '{}' {}", job_.plugins.at(index_).value, did),
                              {},
-                             true};
+                             false};
                 break;
             case At::block:
                 next_block_ = index_ + 1;
                 explore_ = true;
                 if (!made_up_) {
                     diagnostics_.error(entry().location, display_name(entry()) + " " + did);
-                    ++probe_.throws;
+                    ++probe_.not_mistakes;
                 }
                 break;
             case At::exploring:
@@ -343,8 +350,11 @@ class Prober {
                 diagnostics_.warning(entry().location, display_name(entry()) + " " + did);
                 break;
             case At::starting:
+                fail_to_check("the check of the graph " +
+                              common::misbehaviour(end, "its start", job_.limit));
+                cannot_begin_ = true;
+                break;
             case At::end:
-                lost_ = max_lost;  // it could not even begin
                 break;
         }
     }
@@ -353,7 +363,7 @@ class Prober {
         for (std::size_t i = 0; i < unusable_.size(); ++i) {
             if (!unusable_[i])
                 continue;
-            probe_.throws += unusable_[i]->threw ? 1U : 0U;
+            probe_.not_mistakes += unusable_[i]->is_mistake ? 0U : 1U;
             diagnostics_.error(
                 job_.plugins[i].location,
                 unusable_[i]->text +
@@ -373,6 +383,7 @@ class Prober {
     bool is_type_missing_ = false;
     std::size_t lost_ = 0;
     std::size_t hung_ = 0;
+    bool cannot_begin_ = false;
 
     At at_ = At::starting;
     std::size_t index_ = 0;  ///< of that plug-in or block
@@ -456,10 +467,10 @@ CheckedGraph read_and_check(const std::string& path, const std::vector<std::stri
     check_graph(*checked.graph, checked.probe.blocks, diagnostics);
     checked.types = read_data_files(job, diagnostics);
     check_types(*checked.graph, checked.probe.blocks, checked.types, diagnostics);
-    // A throw is an error too; it gives the exit code only if it is the only kind of mistake.
+    // They give the exit code only where there is no mistake.
     if (diagnostics.errors() == 0)
         checked.code = ExitCode::done;
-    else if (diagnostics.errors() == checked.probe.throws)
+    else if (diagnostics.errors() == checked.probe.not_mistakes)
         checked.code = ExitCode::software;
     return checked;
 }

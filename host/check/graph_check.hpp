@@ -53,9 +53,10 @@ using BlockReports = std::map<std::string, BlockReport>;  ///< by the blocks' na
 /// The findings about all blocks, apart from the diagnostics.
 struct ProbeResult {
     BlockReports blocks;  ///< each one of the job
-    /// Plug-ins and blocks that threw something other than a ConfigurationError, crashed, hung or
-    /// ended the process; each is an error.
-    std::size_t throws = 0;
+    /// Errors that are no mistake of the graph: a plug-in or a block threw something other than a
+    /// ConfigurationError, crashed, hung, ended the process, or could not be loaded because the
+    /// machine lacks memory or descriptors; or the rest is not checked.
+    std::size_t not_mistakes = 0;
 };
 
 /// Loads plug-ins and builds blocks without a bus, in a child process, so that this one is safe
@@ -82,8 +83,7 @@ struct CheckedGraph {
 /// what does not fit the data files of its plug-ins. Mistakes in those are in
 /// `diagnostics.other_file`.
 /// @param look as in a ProbeJob.
-/// @throws common::Failure (unreadable) if the file cannot be read; std::system_error if no process
-///         can be made.
+/// @throws common::Failure as `common::read_toml`; std::system_error if no process can be made.
 [[nodiscard]] CheckedGraph read_and_check(const std::string& path,
                                           const std::vector<std::string>& plugin_dirs,
                                           common::Diagnostics& diagnostics, Strictness strictness,

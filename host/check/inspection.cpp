@@ -51,7 +51,8 @@ struct BlockSeen {
 // Messages of a child: one object a line, with one of these members.
 //
 //     {"phase": TEXT}             it begins
-//     {"unusable": TEXT, "help"}  the file is not a plug-in
+//     {"unusable": TEXT, "help", "shortage": BOOL}  the file is not a plug-in, or the machine lacks
+//                                                   what its loading needs
 //     {"file", "types"}           the plug-in was loaded
 //     {"key", "type", "fallback", "found", "live"}
 //     {"block": {…}}              after the setup
@@ -94,9 +95,11 @@ void list(const InspectedPlugin& plugin, const Sender& send) {
             file = loader_of(plugin, registry).find(plugin.name).string();
         load_types(plugin, registry, send);
     } catch (const PluginError& error) {
-        if (!error.thrown())
-            return send({{"unusable", error.what()}, {"help", error.help()}});
-        send.threw(*error.thrown());
+        if (error.cause() != PluginError::Cause::thrown)
+            return send({{"unusable", error.what()},
+                         {"help", error.help()},
+                         {"shortage", error.cause() == PluginError::Cause::shortage}});
+        send.threw(error.thrown());
     }
     send({{"file", file}, {"types", registry.type_names()}});
 }
@@ -140,7 +143,7 @@ void build(const InspectedPlugin& plugin, const std::string& type,
         load_types(plugin, registry, send);
     } catch (const PluginError& error) {
         // An entry point that threw is reported with the list of types.
-        if (!error.thrown())
+        if (error.cause() != PluginError::Cause::thrown)
             return send.did(std::string("cannot be built: ") + error.what());
     }
     const Fenwa::BlockFactory* const factory = registry.find(type);
@@ -354,20 +357,22 @@ Explorer::Toggled toggle_booleans(const std::vector<KeySeen>& keys) {
 
 PluginTypes list_types(const InspectedPlugin& plugin) {
     PluginTypes types;
-    std::optional<std::string> unusable;
+    std::optional<common::Failure> unusable;
     types.misbehaviour = watch(
         plugin, [&plugin](const Sender& send) { list(plugin, send); },
         [&](const Json& message) {
             if (message.contains("unusable")) {
-                unusable = common::with_help(message["unusable"].get<std::string>(),
-                                             message["help"].get<std::string>());
+                unusable.emplace(
+                    message["shortage"] ? common::ExitCode::software : common::ExitCode::unreadable,
+                    common::with_help(message["unusable"].get<std::string>(),
+                                      message["help"].get<std::string>()));
             } else {
                 types.file = message["file"];
                 types.types = message["types"].get<std::vector<std::string>>();
             }
         });
     if (unusable)
-        throw common::Failure(common::ExitCode::unreadable, *unusable);
+        throw *unusable;
     return types;
 }
 

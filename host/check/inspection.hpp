@@ -33,7 +33,8 @@ struct PluginTypes {
     std::optional<Misbehaviour> misbehaviour;  ///< of its entry point
 };
 
-/// @throws common::Failure (unreadable) if there is no such plug-in, or it cannot be used.
+/// @throws common::Failure: unreadable if there is no such plug-in, or it cannot be used; software
+///         if the machine lacks memory or descriptors.
 [[nodiscard]] PluginTypes list_types(const InspectedPlugin& plugin);
 
 /// Explores one type of a plug-in in child processes:

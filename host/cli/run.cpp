@@ -316,14 +316,14 @@ ExitCode check_and_run(const RunOptions& options, Supervisor& supervisor, EventW
     const ExitGuard guard;
     EventLoop loop(supervisor);
     BlockTypes types(&loop.get());
-    const std::size_t threw = types.load(*checked.graph, options.plugin_dirs, diagnostics);
+    const std::size_t not_mistakes = types.load(*checked.graph, options.plugin_dirs, diagnostics);
     {
         const Activity loading("a plug-in", "", "its loading or its entry point");
         end_without_descriptors();
     }
     common::print_diagnostics(diagnostics, color);
     if (diagnostics.errors() != 0)
-        return diagnostics.errors() == threw ? ExitCode::software : ExitCode::misconfigured;
+        return diagnostics.errors() == not_mistakes ? ExitCode::software : ExitCode::misconfigured;
     if (loop.interrupted())
         return ExitCode::done;
     // Blocks do not wait for a reader of stderr, as a list of mistakes does.

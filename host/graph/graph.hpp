@@ -110,7 +110,7 @@ struct Graph {
 /// without a type, a connection that is not "BLOCK.PORT") becomes a diagnostic; the rest of the
 /// file is returned, so that its names can be checked too.
 /// @returns nothing if the file cannot be parsed.
-/// @throws common::Failure (unreadable) if the file cannot be read.
+/// @throws common::Failure as `common::read_toml`.
 [[nodiscard]] std::optional<Graph> read_graph(const std::string& path,
                                               common::Diagnostics& diagnostics);
 

@@ -108,7 +108,7 @@ std::string read_file(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(file)), {});
     if (!file)
-        throw Failure(ExitCode::unreadable,
+        throw Failure(common::exit_code_of_unreadable(errno),
                       fmt::format("cannot read '{}': {}", path.string(), std::strerror(errno)));
     return text;
 }

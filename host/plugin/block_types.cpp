@@ -4,8 +4,11 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 #include "host/output/activity.hpp"
@@ -26,6 +29,14 @@ std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
         }
     }
     return names;
+}
+
+/// Whether the machine lacks something that the loader needs: its sentence ends with the text of
+/// the errno, which it does not give otherwise.
+bool tells_shortage(std::string_view sentence) {
+    constexpr int errors[] = {EMFILE, ENFILE, ENOMEM};
+    return std::any_of(std::begin(errors), std::end(errors),
+                       [&](int error) { return sentence.ends_with(std::strerror(error)); });
 }
 
 constexpr const char* entry_point = "lib_register_cpp";
@@ -108,9 +119,10 @@ fs::path PluginLoader::look_up(const std::string& plugin) {
 void PluginLoader::load(const std::string& plugin,
                         const std::function<void(const char* phase)>& on_phase) {
     const fs::path path = find(plugin);
-    const auto fail = [&](const std::string& reason, std::optional<std::string> thrown = {}) {
-        throw PluginError(fmt::format("the plug-in '{}' {}", plugin, reason), {},
-                          std::move(thrown));
+    using Cause = PluginError::Cause;
+    const auto fail = [&](const std::string& reason, Cause cause = Cause::mistake,
+                          const std::string& thrown = {}) {
+        throw PluginError(fmt::format("the plug-in '{}' {}", plugin, reason), {}, cause, thrown);
     };
     std::optional<Activity> activity;
     const auto enter = [&](const char* phase) {
@@ -121,8 +133,11 @@ void PluginLoader::load(const std::string& plugin,
     enter("its loading");
     // All symbols at once: a missing one shows here and not in the middle of a run.
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr)
-        fail(std::string("does not load: ") + dlerror());
+    if (library == nullptr) {
+        const std::string sentence = dlerror();
+        fail("does not load: " + sentence,
+             tells_shortage(sentence) ? Cause::shortage : Cause::mistake);
+    }
     void* const symbol = dlsym(library, entry_point);
     if (symbol == nullptr)
         fail(fmt::format("has no entry point '{}'", entry_point));
@@ -131,10 +146,10 @@ void PluginLoader::load(const std::string& plugin,
     try {
         r = reinterpret_cast<decltype(&lib_register_cpp)>(symbol)(&registry_);
     } catch (const std::exception& error) {
-        fail(std::string("threw in its entry point: ") + error.what(), error.what());
+        fail(std::string("threw in its entry point: ") + error.what(), Cause::thrown, error.what());
     } catch (...) {
         const std::string something = "something that is not a std::exception";
-        fail("threw in its entry point " + something, something);
+        fail("threw in its entry point " + something, Cause::thrown, something);
     }
     if (r != 0)
         fail("cannot be used: its entry point returned " + std::to_string(r));
@@ -162,17 +177,17 @@ PluginLoader BlockTypes::make_loader(const std::vector<std::string>& plugin_dirs
 std::size_t BlockTypes::load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                              common::Diagnostics& diagnostics) {
     PluginLoader loader = make_loader(plugin_dirs, diagnostics.file());
-    std::size_t threw = 0;
+    std::size_t not_mistakes = 0;
     for (const auto& [plugin, location] : graph.plugins) {
         try {
             loader.load(plugin);
         } catch (const PluginError& error) {
             set_incomplete();
             diagnostics.error(location, error.what(), error.help());
-            threw += error.thrown() ? 1U : 0U;
+            not_mistakes += error.cause() == PluginError::Cause::mistake ? 0U : 1U;
         }
     }
-    return threw;
+    return not_mistakes;
 }
 
 bool BlockTypes::may_be_missing(const BlockEntry& entry) const {

@@ -35,19 +35,31 @@ void register_built_in_types(Fenwa::IRegistry& registry, sd_event* loop);
 /// A plug-in cannot be used; `what()` is the reason.
 class PluginError : public std::runtime_error {
   public:
+    /// Why it cannot be used.
+    enum class Cause {
+        mistake,   ///< it is not there, or not a plug-in
+        thrown,    ///< its entry point threw
+        shortage,  ///< the machine lacks memory or descriptors
+    };
+
     explicit PluginError(const std::string& sentence, std::string help = {},
-                         std::optional<std::string> thrown = {})
-        : std::runtime_error(sentence), help_(std::move(help)), thrown_(std::move(thrown)) {}
+                         Cause cause = Cause::mistake, std::string thrown = {})
+        : std::runtime_error(sentence),
+          help_(std::move(help)),
+          cause_(cause),
+          thrown_(std::move(thrown)) {}
 
     /// "did you mean 'NAME'?", or empty.
     [[nodiscard]] const std::string& help() const noexcept { return help_; }
+    [[nodiscard]] Cause cause() const noexcept { return cause_; }
     /// The text of what its entry point threw, if it did; the types that it registered before stay
     /// registered.
-    [[nodiscard]] const std::optional<std::string>& thrown() const noexcept { return thrown_; }
+    [[nodiscard]] const std::string& thrown() const noexcept { return thrown_; }
 
   private:
     std::string help_;
-    std::optional<std::string> thrown_;
+    Cause cause_;
+    std::string thrown_;
 };
 
 /// Loads plug-ins into a registry. They stay loaded until the process ends, because blocks,
@@ -87,7 +99,9 @@ class BlockTypes {
     explicit BlockTypes(sd_event* loop);
 
     /// Loads the graph's plug-ins; each mistake becomes a diagnostic.
-    /// @returns how many of them threw.
+    /// @returns how many of them are no mistake of the graph: the plug-in threw, or the machine
+    /// lacks
+    ///          what it needs.
     std::size_t load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                      common::Diagnostics& diagnostics);
 

@@ -57,7 +57,11 @@ def set_up_module() -> None:
     (UNITS / "camera.service").write_text(
         "[Service]\nType=dbus\nBusName=com.tarlo.VideoReady1\n"
         f"ExecStart={PREFIX}/bin/fenwa-camera run --system --without init\n")
+    # The platform delays video, so that VideoReady reports it.
+    (UNITS / "video-ready.service").write_text(
+        "[Service]\nExecStart=/bin/true\n[Install]\nWantedBy=multi-user.target\n")
     systemctl("daemon-reload")
+    systemctl("enable", "--runtime", "video-ready.service")
     started = systemctl("start", "camera.service")
     assert started.returncode == 0, journal("camera.service")
 
@@ -96,9 +100,21 @@ class Service(unittest.TestCase):
         self.expect_started(unit)
         return unit, lambda port: run("fenwa", "read", "--control", CONTROL + name, port).stdout
 
+    def wait_until_all_blocks_work(self, unit: str, read) -> None:
+        outputs = {"reader.temperature_out": "36.5", "guard.temperature_ok_out": "true",
+                   "power.power_out": "12.0", "supply.power_ok_out": "true"}
+        for port, value in outputs.items():
+            self.wait_until(lambda: read(port) == value + "\n", unit)
+        registered = {"temperature", "power-consumer", "controls", "overlay", "video"}
+        self.wait_until(lambda: registered <= self.registered_services(), unit)
+
+    def registered_services(self) -> set[str]:
+        shown = run("fenwa-camera", "show", "--format", "json").stdout
+        return {each["name"] for each in json.loads(shown)["services"] if each["registrations"]}
+
     def test_brings_everything_back_after_the_bus_was_lost(self):
         unit, read = self.start_camera("lost", "RestartSec=500ms")
-        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
+        self.wait_until_all_blocks_work(unit, read)
         pid = show(unit, "MainPID")
         # The next one who connects has systemd start it again. The camera has no Restart=.
         systemctl("kill", "--signal=SIGKILL", "dbus.service")
@@ -106,14 +122,21 @@ class Service(unittest.TestCase):
         self.wait_until(lambda: show("camera.service", "ActiveState") == "failed", "camera.service")
         self.assertEqual(systemctl("start", "camera.service").returncode, 0)
         self.wait_for_restart(unit, pid)
-        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
-        self.assertEqual(read("reader.temperature_out"), "36.5\n")
+        self.wait_until_all_blocks_work(unit, read)
+
+    def test_starts_again_once_the_machine_has_descriptors_for_it(self):
+        unit = self.start("limited", f'plugins = ["libfenwa-temperature.so"]\n{TIMER}',
+                          "RestartSec=100ms\nLimitNOFILE=11")
+        self.assertNotEqual(self.started.returncode, 0)
+        self.wait_until(lambda: journal(unit).count("status=70") > 1, unit)
+        self.assertIn("Too many open files", journal(unit))
+        (UNITS / f"{unit}.d/test.conf").write_text("[Service]\nRestartSec=100ms\n")
+        systemctl("daemon-reload")
+        self.wait_until(lambda: show(unit, "ActiveState") == "active", unit)
 
     def test_runs_the_cameras_graph_with_a_name_of_its_own(self):
         unit, read = self.start_camera("camera")
-        # What the controller grants comes with its SetPower.
-        self.wait_until(lambda: read("power.power_out") == "12.0\n", unit)
-        self.assertEqual(read("reader.temperature_out"), "36.5\n")
+        self.wait_until_all_blocks_work(unit, read)
         shown = json.loads(run(
             "busctl", "--json=short", "call", CONTROL + "camera", "/com/tarlo/Fenwa/Host1",
             "com.tarlo.Fenwa.Host1", "Describe").stdout)

@@ -133,7 +133,7 @@ TEST_F(GraphForm, AfterTooManyCrashesTheRestIsNotTried) {
     for (char name = 'a'; name <= 't'; ++name)
         graph += block(std::string(1, name), "HalfBuilt", "then = \"aborts\"");
     const Ended ended = check(graph + "connections = [{from = \"t.out\", to = \"t.in\"}]");
-    EXPECT_EQ(ended.code, 78);
+    EXPECT_EQ(ended.code, 70);
     EXPECT_TRUE(ended.err.starts_with(
         "graph.toml: error: the rest of the graph is not checked, because too much of it has "
         "crashed or hung\n"))

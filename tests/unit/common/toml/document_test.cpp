@@ -1,8 +1,10 @@
 #include "common/toml/document.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -93,6 +95,22 @@ TEST_F(TomlDocument, MissingFileIsUnreadable) {
     } catch (const Failure& failure) {
         EXPECT_EQ(failure.code(), ExitCode::unreadable);
     }
+}
+
+TEST_F(TomlDocument, FileThatCannotBeOpenedForLackOfDescriptorsIsNotUnreadable) {
+    struct rlimit before {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const struct rlimit none { 0, before.rlim_max };
+    const std::string file = folder_.write("there.toml", "a = 1\n");
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::optional<ExitCode> code;
+    try {
+        static_cast<void>(read_toml(file, diagnostics_));
+    } catch (const Failure& failure) {
+        code = failure.code();
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(code, ExitCode::software);
 }
 
 TEST_F(TomlDocument, ZeroBytesAreReportedInKeysAndStringsHoweverDeep) {
