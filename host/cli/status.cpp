@@ -34,23 +34,13 @@ struct StatusOptions {
 
 constexpr std::chrono::seconds watch_period{1};
 
-/// {"blocks": [{"name", "type", …the members of its "status"}, …]}
-Json status_of(const common::ControlClient& host) {
-    return host.read_json("Describe", [](const Json& description) {
-        Json blocks = Json::array();
-        for (const Json& block : description.at("blocks")) {
-            Json status = {{"name", block.at("name")}, {"type", block.at("type")}};
-            status.update(block.at("status"));
-            blocks.push_back(std::move(status));
-        }
-        return Json{{"blocks", std::move(blocks)}};
+std::string status_text(const StatusOptions& options, const common::ControlClient& host) {
+    return host.read_json("Describe", [&options](const Json& description) {
+        const Json status = status_in(description);
+        if (options.format == common::EventFormat::json)
+            return common::json_line(status) + '\n';
+        return status_as_text(status, common::Palette(common::use_color(options.color, stdout)));
     });
-}
-
-std::string status_text(const StatusOptions& options, const Json& status) {
-    if (options.format == common::EventFormat::json)
-        return common::json_line(status) + '\n';
-    return status_as_text(status, common::Palette(common::use_color(options.color, stdout)));
 }
 
 /// A text that takes the place of the one before it on a terminal, without a flicker.
@@ -75,14 +65,14 @@ ExitCode print_status(const StatusOptions& options) {
                       "--watch redraws at a terminal; use --format json for a stream of objects");
     const common::ControlClient host = connect_to_host(options.target);
     if (!options.watch) {
-        common::print_text(status_text(options, status_of(host)));
+        common::print_text(status_text(options, host));
         return ExitCode::done;
     }
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         std::signal(signal, [](int) { _exit(static_cast<int>(ExitCode::done)); });
     common::StandardOutput out([] {});
     while (out.error() == 0) {
-        const std::string text = status_text(options, status_of(host));
+        const std::string text = status_text(options, host);
         out.write(redraws ? redrawn(text) : text);
         std::this_thread::sleep_for(watch_period);
     }

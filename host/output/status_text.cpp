@@ -65,6 +65,16 @@ std::string log_text(const Json& line, const common::Palette& colors) {
 
 }  // namespace
 
+Json status_in(const Json& description) {
+    Json blocks = Json::array();
+    for (const Json& block : description.at("blocks")) {
+        Json status = {{"name", block.at("name")}, {"type", block.at("type")}};
+        status.update(block.at("status"));
+        blocks.push_back(std::move(status));
+    }
+    return {{"blocks", std::move(blocks)}};
+}
+
 std::string status_as_text(const Json& status, const common::Palette& colors) {
     std::string text;
     for (const Json& block : status.at("blocks")) {

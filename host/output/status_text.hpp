@@ -7,8 +7,14 @@
 
 namespace host {
 
+/// The status of each block of a host.
+/// @param description the reply of `Describe`.
+/// @returns {"blocks": [{"name", "type", …the members of `status_json`}, …]}.
+/// @throws common::Json::exception if the description has another form.
+[[nodiscard]] common::Json status_in(const common::Json& description);
+
 /// The status of blocks for people, a paragraph a block; what is normal and silent has no line.
-/// @param status {"blocks": [{"name", "type", …the members of `status_json`}, …]}.
+/// @param status as `status_in` gives it.
 /// @throws common::Json::exception if it has another form.
 [[nodiscard]] std::string status_as_text(const common::Json& status, const common::Palette& colors);
 

@@ -1,10 +1,11 @@
-// One block (FENWA_FUZZED, of tests/unit/faults/surroundings.hpp) whose host and whose services do
-// the steps of its life in any order, with any messages, while calls of sd-bus fail.
+// One block (of FENWA_FUZZED, from tests/unit/faults/surroundings.hpp) whose host and whose
+// services do the steps of its life in any order, with any messages, while calls of sd-bus fail.
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -38,6 +39,8 @@ enum class Step : std::uint8_t {
 
 /// How many steps one input may have.
 constexpr int max_steps = 200;
+
+constexpr faults::Surroundings (*fuzzed[])() = {FENWA_FUZZED};
 
 class FuzzedLife {
   public:
@@ -91,7 +94,7 @@ class FuzzedLife {
                 break;
             case Step::call:
                 // sd-bus lets a double through and nothing else; the method copes with all.
-                if (around_.build == faults::consumer().build)
+                if (fuzzed[0] == faults::consumer)
                     life_.call(blocks::LayoutProbe::exported_methods()[1].x.method.handler,
                                any_call());
                 break;
@@ -117,6 +120,7 @@ class FuzzedLife {
             return;
         all_is_well_ = true;
         act();
+        life_.settle();
         all_is_well_ = false;
     }
 
@@ -163,7 +167,8 @@ class FuzzedLife {
     }
 
     Input& input_;
-    faults::Surroundings around_ = faults::FENWA_FUZZED();
+    faults::Surroundings around_ =
+        fuzzed[input_.ConsumeIntegralInRange<std::size_t>(0, std::size(fuzzed) - 1)]();
     bool all_is_well_ = false;
     bool stopped_ = false;
     int calls_to_failure_ = 0;

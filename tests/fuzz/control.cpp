@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <system_error>
 
 #include "host/control/bus_setting.hpp"
@@ -28,43 +29,46 @@ Message any_call(Messages& messages, const char* likely_types, fuzz::Input& inpu
     });
 }
 
-/// What the host does about arguments that it cannot read: it refuses them.
+/// Refuses arguments as the host does. @returns nothing for them.
 template <class Read>
-void read_or_refuse(Read read) {
+auto read_or_refuse(Read read) -> std::optional<decltype(read())> {
     try {
-        read();
+        return read();
     } catch (const host::ControlError&) {
     } catch (const std::system_error&) {
     }
+    return std::nullopt;
 }
 
 void read_settings(Messages& messages, fuzz::Input& input) {
-    const Message call = any_call(messages, "a{sv}", input);
-    const host::SettingList settings = host::settings_from_message(*call);
+    const auto settings = read_or_refuse(
+        [&] { return host::settings_from_message(*any_call(messages, "a{sv}", input)); });
+    if (!settings)
+        return;
     const host::SettingList again =
         host::settings_from_message(*call_with(messages, [&](sd_bus_message* message) {
-            support::check(host::append_settings(*message, settings));
+            support::check(host::append_settings(*message, *settings));
         }));
-    if (again.size() != settings.size())
+    if (again.size() != settings->size())
         std::abort();
-    for (std::size_t i = 0; i < settings.size(); ++i) {
-        if (again[i].key() != settings[i].key() ||
-            !host::same_value(again[i].value(), settings[i].value()))
+    for (std::size_t i = 0; i < again.size(); ++i) {
+        if (again[i].key() != (*settings)[i].key() ||
+            !host::same_value(again[i].value(), (*settings)[i].value()))
             std::abort();
     }
 }
 
 void read_value(Messages& messages, fuzz::Input& input, const Fenwa::Datatype& datatype) {
-    const Message call = any_call(messages, "v", input);
-    const std::optional<host::PortValue> value = host::value_from_variant(*call, datatype);
-    if (!value)
+    const auto read = read_or_refuse(
+        [&] { return host::value_from_variant(*any_call(messages, "v", input), datatype); });
+    if (!read || !*read)
         return;
+    const host::PortValue& value = **read;
     const Message again = call_with(messages, [&](sd_bus_message* message) {
-        support::check(host::append_variant(*message, *value));
+        support::check(host::append_variant(*message, value));
     });
     const auto same = host::value_from_variant(*again, datatype);
-    if (!same ||
-        common::json_line(host::to_json(*same)) != common::json_line(host::to_json(*value)))
+    if (!same || common::json_line(host::to_json(*same)) != common::json_line(host::to_json(value)))
         std::abort();
 }
 
@@ -73,8 +77,8 @@ void read_value(Messages& messages, fuzz::Input& input, const Fenwa::Datatype& d
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     Messages messages;
-    read_or_refuse([&] { read_settings(messages, input); });
+    read_settings(messages, input);
     for (const std::string& path : host::known_datatypes())
-        read_or_refuse([&] { read_value(messages, input, Fenwa::Datatype(path)); });
+        read_value(messages, input, Fenwa::Datatype(path));
     return 0;
 }

@@ -10,6 +10,7 @@
 #include "host/draw/diagram.hpp"
 #include "host/draw/dot.hpp"
 #include "host/output/status_text.hpp"
+#include "host/value/port_value.hpp"
 
 namespace {
 
@@ -36,8 +37,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     read_or_refuse([&] {
         for (const host::DescribedPort& port :
              host::ports_in(description, {"inputs", "terminated_inputs", "outputs"}))
-            (void)common::json_line(*port.value);
+            (void)host::value_from_json(host::datatype_named(port.type), *port.value);
     });
-    read_or_refuse([&] { (void)host::status_as_text(description, common::Palette(false)); });
+    read_or_refuse([&] {
+        const common::Json status = host::status_in(description);
+        (void)common::json_line(status);
+        (void)host::status_as_text(status, common::Palette(false));
+    });
     return 0;
 }

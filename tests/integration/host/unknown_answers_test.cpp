@@ -81,7 +81,11 @@ TEST_F(UnknownAnswer, OfAnotherFormIsRefused) {
           R"({"blocks":[{"name":5}],"connections":[]})",
           R"({"blocks":[{"type":"T"}],"connections":[]})", R"({"blocks":[[]],"connections":[]})",
           R"({"blocks":[7],"connections":[]})"})
-        expect_refused(answer);
+        expect_refused(answer, {{"graph", "--control"}, {"watch"}, {"status"}});
+    for (const char* status : {"7", "{}", R"({"runs":1})", R"({"runs":"many"})"})
+        expect_refused(
+            R"({"blocks":[{"name":"b","type":"T","status":)" + std::string(status) + "}]}",
+            {{"status"}});
     for (const char* value : {R"({"ticks":1})", R"({"ticks":[]})"})
         expect_refused(with_value(value), {{"graph", "--control"}}, "it has an unknown form\n");
 }
