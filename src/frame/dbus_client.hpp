@@ -26,12 +26,13 @@ enum class OwnerState : int {
 /// has an owner, calls the derived block once for each new owner, and from then on calls its work
 /// operation on every run until the owner goes away.
 ///
-/// A match or call that cannot be sent stalls the block for good; a refused one is tried again.
+/// A match that cannot be sent stalls the block for good, a call until the next owner change; a
+/// refused one is tried again.
 /// Every owner change on the bus wakes a running client, so derived blocks must tolerate runs
 /// without work.
 ///
-/// The state is a plain int, written by the callbacks and read by `run()`: the host dispatches both
-/// on one thread, or accepts a run that sees the state a moment late.
+/// The state is a plain int, written by the callbacks and read by `run()`: the framework delivers
+/// no message while the block runs.
 ///
 /// Appends to the virtual operations of `Block`, ABI: 19 `on_service_appeared`;
 /// 20 `run_with_service`.

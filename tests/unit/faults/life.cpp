@@ -24,6 +24,14 @@ std::string member_of(const std::string& text) {
 
 }  // namespace
 
+std::string error_name(int error) {
+    sd_bus_error named = SD_BUS_ERROR_NULL;
+    (void)sd_bus_error_set_errno(&named, error);
+    std::string name = named.name;
+    sd_bus_error_free(&named);
+    return name;
+}
+
 class Life::Driver : public Fenwa::testkit::Driver {
   public:
     Driver(Fenwa::SDBusTools& tools, const Surroundings& surroundings,
@@ -185,8 +193,10 @@ void Life::settle() {
             // It has looked once more, from beginning to end, since the last message.
             for (const std::size_t before = rests_; rests_ < before + 2;)
                 std::this_thread::yield();
-        } else {
+        } else if (rounds == 0 && surroundings_.is_ticked) {
             run();
+        } else {
+            (void)driver_->run_where_woken();
         }
         if (!answer_all() && (runner_.joinable() || !driver_->woken()))
             return;
@@ -247,7 +257,7 @@ void Life::reply_to(const std::string& function, const std::string& member,
                     sd_bus_message** place) {
     const auto held = recorders_.bus.lock();
     if (const int error = find_fault_(function + ": " + member); error < 0)
-        throw Fenwa::SDBusError(SD_BUS_ERROR_FAILED, std::strerror(-error), error);
+        throw Fenwa::SDBusError(error_name(error), std::strerror(-error), error);
     if (place != nullptr) {
         delivered_ = "reply to " + member;  // the block reads it before anything else
         calls_in_it_.clear();

@@ -21,6 +21,10 @@ namespace faults {
 /// second read in that message.
 using Call = std::string;
 
+/// The name that sd-bus gives an error of the system.
+/// @param error a negative errno.
+[[nodiscard]] std::string error_name(int error);
+
 /// The life of one block, whose calls of sd-bus may fail, step by step. Fails the test for a slot,
 /// a reply or an error structure that was released twice or never.
 class Life final : public Fenwa::SDBusTools {
@@ -77,8 +81,8 @@ class Life final : public Fenwa::SDBusTools {
     /// The owner of the service's name changes; empty for none.
     void change_owner(const char* from, const char* to);
 
-    /// Runs the block, unless another thread does, and answers what it sends, until it does nothing
-    /// any more.
+    /// Runs the block where something has woken it, unless another thread does, and answers what it
+    /// sends, until it does nothing any more.
     void settle();
     /// The service leaves and comes back with another unique name; both times the block settles.
     void restart_service(const char* from, const char* to);

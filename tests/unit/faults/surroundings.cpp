@@ -58,13 +58,11 @@ Surroundings temperature_monitor() {
                            return messages.reply("ib", 10 + next++ % 4, 0);
                        }}};
     around.service = controller;
-    around.traffic = [](Life& life, int /*turn*/) {
-        for (const int crossed : {13, 10}) {
-            life.signal("TemperatureSignal",
-                        life.messages().signal(controller_path, controller, "TemperatureSignal",
-                                               "i", crossed));
-            life.settle();
-        }
+    // Too hot, and as it should be, in turn.
+    around.traffic = [](Life& life, int turn) {
+        life.signal("TemperatureSignal",
+                    life.messages().signal(controller_path, controller, "TemperatureSignal", "i",
+                                           turn % 2 == 0 ? 13 : 10));
     };
     return around;
 }
@@ -75,6 +73,7 @@ Surroundings consumer() {
     around.settings = {{"power", 12.5}};
     around.replies = {{"Register", reply_of("")}, {"RequestPower", reply_of("")}};
     around.service = "com.tarlo.PowerControl.Consumer";
+    around.is_ticked = true;
     around.traffic = [](Life& life, int turn) {
         life.call(
             LayoutProbe::exported_methods()[1].x.method.handler,
@@ -89,15 +88,14 @@ Surroundings power_monitor() {
     around.build = build<blocks::PowerMonitor>;
     around.settings = {{"requested_power", 5.0}};
     around.replies = {{"PowerReceived", reply_of("d", 12.0)}, {"Get", reply_of("v", "d", 12.0)}};
-    around.traffic = [](Life& life, int /*turn*/) {
-        for (const double power : {3.0, 12.0}) {
-            life.signal("PropertiesChanged",
-                        life.messages().signal(
-                            "/com/tarlo/PowerControl/Status", "org.freedesktop.DBus.Properties",
-                            "PropertiesChanged", "sa{sv}as", "com.tarlo.PowerControl.Status", 2,
-                            "PowerUsed", "d", 1.0, "PowerReceived", "d", power, 0));
-            life.settle();
-        }
+    // Too little, and enough, in turn.
+    around.traffic = [](Life& life, int turn) {
+        life.signal(
+            "PropertiesChanged",
+            life.messages().signal("/com/tarlo/PowerControl/Status",
+                                   "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                   "sa{sv}as", "com.tarlo.PowerControl.Status", 2, "PowerUsed", "d",
+                                   1.0, "PowerReceived", "d", turn % 2 == 0 ? 3.0 : 12.0, 0));
     };
     return around;
 }
@@ -111,6 +109,12 @@ Surroundings controls() {
                       {"AddFeatures", reply_of("")},
                       {"RemoveFeatures", reply_of("")}};
     around.service = "com.tarlo.Onscreencontrols1";
+    return around;
+}
+
+Surroundings controls_without_buttons() {
+    Surroundings around = controls();
+    around.settings = {{"channel", 0}};
     return around;
 }
 

@@ -23,6 +23,8 @@ struct Surroundings {
     std::map<std::string, std::function<support::Message(support::Messages&)>> replies{};
     /// The bus name whose owner changes; null where the block follows none.
     const char* service = nullptr;
+    /// Whether an input wakes it every now and then, which a block without inputs cannot expect.
+    bool is_ticked = false;
     /// What the services signal and call when they are at work; the turn is 0, 1, …
     std::function<void(Life&, int turn)> traffic = [](Life& /*life*/, int /*turn*/) {};
 };
@@ -34,6 +36,8 @@ struct Surroundings {
 [[nodiscard]] Surroundings consumer();
 [[nodiscard]] Surroundings power_monitor();
 [[nodiscard]] Surroundings controls();
+/// Without buttons of its own: it takes away what is there.
+[[nodiscard]] Surroundings controls_without_buttons();
 [[nodiscard]] Surroundings overlay();
 [[nodiscard]] Surroundings video();
 
