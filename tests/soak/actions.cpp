@@ -1,7 +1,9 @@
 #include "tests/soak/actions.hpp"
 
+#include <algorithm>
 #include <array>
 #include <iterator>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -44,17 +46,30 @@ constexpr Target targets[] = {
     {"init.GetUnitFileState", true},
 };
 
+std::vector<Target> targets_of(const std::string& service) {
+    std::vector<Target> found;
+    std::ranges::copy_if(targets, std::back_inserter(found), [&](const Target& target) {
+        return std::string_view(target.member).starts_with(service + '.');
+    });
+    return found;
+}
+
 constexpr const char* blocks[] = {"video", "greeting", "buttons", "reader",
                                   "guard", "power",    "supply"};
 
 }  // namespace
 
-const char* Actions::draw_service() {
-    return services[draw(std::size(services))];
-}
-
 void Actions::begin_round() {
-    random_.seed(seed_ + ++rounds_);
+    ++rounds_;
+    std::seed_seq seeds{seed_, seed_ >> 32, rounds_};
+    random_.seed(seeds);
+    disturbed_.clear();
+    while (disturbed_.empty()) {
+        for (const char* const service : services) {
+            if (one_in(2))
+                disturbed_.push_back(service);
+        }
+    }
     set_values({.temperature = cool(), .received = enough(), .budget = 20.0});
 }
 
@@ -121,7 +136,8 @@ void Actions::set_values(const Values& values) {
 }
 
 void Actions::set_fault() {
-    const Target& target = targets[draw(std::size(targets))];
+    const std::vector<Target> possible = targets_of(draw_service());
+    const Target& target = possible[draw(possible.size())];
     Fault fault{target.member, Effect::late, 1 + static_cast<int>(draw(3)),
                 std::chrono::milliseconds(1 + draw(longest_delay))};
     constexpr std::array effects{Effect::late, Effect::malformed, Effect::silent, Effect::drop,
@@ -136,15 +152,15 @@ void Actions::set_fault() {
 
 void Actions::crash_with_fault() {
     // What its clients do after the loss meets the fault.
-    const std::string_view service = draw_service();
-    for (const Target& target : targets) {
-        if (target.is_answer && std::string_view(target.member).starts_with(service) && one_in(2)) {
+    const char* const service = draw_service();
+    for (const Target& target : targets_of(service)) {
+        if (target.is_answer && one_in(2)) {
             constexpr std::array effects{Effect::late, Effect::malformed, Effect::error};
             scene_.fail({target.member, effects.at(draw(effects.size())), 1,
                          std::chrono::milliseconds(1 + draw(longest_delay))});
         }
     }
-    scene_.stop(service.data());
+    scene_.stop(service);
 }
 
 void Actions::change_settings() {

@@ -33,13 +33,8 @@ void Observer::read_host(const std::stop_token& stop, test::Process& host) {
             take_host_event(event);
         changed_.notify_all();
     };
-    while (!stop.stop_requested()) {
-        if (host.take_lines(between_looks, take))
-            continue;
-        const std::lock_guard lock(mutex_);
-        host_ended_ = true;
-        return;
-    }
+    while (!stop.stop_requested() && host.take_lines(between_looks, take))
+        continue;
 }
 
 void Observer::read_camera(const std::stop_token& stop, test::Process& camera) {
@@ -74,8 +69,6 @@ void Observer::take_host_event(const Json& event) {
         incidents_.add("disabled " + block);
     } else if (kind == "ready") {
         ready_ = true;
-    } else if (kind == "dropped") {
-        incidents_.add("dropped lines");
     }
 }
 
@@ -136,11 +129,6 @@ std::string Observer::last_messages() const {
     for (const std::string& message : messages_)
         text += message + '\n';
     return text;
-}
-
-bool Observer::host_ended() const {
-    const std::lock_guard lock(mutex_);
-    return host_ended_;
 }
 
 }  // namespace soak

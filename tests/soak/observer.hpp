@@ -46,8 +46,6 @@ class Observer {
     [[nodiscard]] std::uint64_t service_ends() const;
     /// The last messages of the host.
     [[nodiscard]] std::string last_messages() const;
-    /// Whether the host has closed its output.
-    [[nodiscard]] bool host_ended() const;
 
   private:
     void read_host(const std::stop_token& stop, test::Process& host);
@@ -70,7 +68,6 @@ class Observer {
     std::uint64_t faults_ = 0;
     std::uint64_t service_ends_ = 0;
     bool ready_ = false;
-    bool host_ended_ = false;
     std::jthread host_reader_;
     std::jthread camera_reader_;
 };

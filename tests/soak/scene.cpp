@@ -1,6 +1,7 @@
 #include "tests/soak/scene.hpp"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,7 +12,7 @@
 #include "camera/bus/names.hpp"
 #include "camera/camera/control.hpp"
 #include "common/bus/host_control.hpp"
-#include "tests/support/sender.hpp"
+#include "tests/support/proc.hpp"
 
 namespace soak {
 namespace {
@@ -64,6 +65,9 @@ Scene::Scene(const Settings& settings) {
     std::map<std::string, std::string> of_host = environment(folder_);
     // What the C library keeps of freed memory would pass for a leak, or hide one.
     of_host["LD_PRELOAD"] = FENWA_RETURNED_MEMORY_LIBRARY;
+    // A library that breaks the host, so that a test sees the soak find it.
+    if (const char* const breaks = std::getenv("FENWA_SOAK_PRELOAD"))
+        of_host["LD_PRELOAD"] += std::string(":") + breaks;
     of_host["GLIBC_TUNABLES"] = "glibc.malloc.tcache_count=0:glibc.malloc.mxfast=0";
     host_process_.emplace(
         std::vector<std::string>{
@@ -171,15 +175,10 @@ Json Scene::describe() const {
 }
 
 Footprint Scene::footprint() const {
-    const std::string proc = "/proc/" + std::to_string(host_process_->pid());
     Footprint found;
-    std::ifstream rollup(proc + "/smaps_rollup");
-    for (std::string word; rollup >> word;) {
-        long kibibytes = 0;
-        if (word == "Private_Dirty:" && rollup >> kibibytes)
-            found.kibibytes += kibibytes;
-    }
-    const std::filesystem::directory_iterator descriptors(proc + "/fd");
+    found.kibibytes = test::own_memory(host_process_->pid());
+    const std::filesystem::directory_iterator descriptors(
+        "/proc/" + std::to_string(host_process_->pid()) + "/fd");
     found.descriptors = std::distance(begin(descriptors), end(descriptors));
     if (found.kibibytes == 0)
         throw std::runtime_error("the kernel does not give the memory of the host");
@@ -192,11 +191,12 @@ int Scene::end_host() {
     return ended.signal == 0 ? ended.code : 128 + ended.signal;
 }
 
-void Scene::change_owners(int times) const {
-    test::Sender other(camera_->peer().bus);
-    other.change_owners(times);
-    // So no two floods wait for a host at the same time.
-    other.wait_for(host_name_.c_str());
+void Scene::change_owners(int times) {
+    if (other_)
+        other_->wait_for(host_name_.c_str());
+    else
+        other_.emplace(camera_->peer().bus);
+    other_->change_owners(times);
 }
 
 }  // namespace soak

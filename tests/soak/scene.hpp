@@ -12,6 +12,7 @@
 #include "tests/soak/settings.hpp"
 #include "tests/soak/traffic.hpp"
 #include "tests/support/process.hpp"
+#include "tests/support/sender.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 namespace soak {
@@ -67,9 +68,9 @@ class Scene {
     /// Stops it and waits for its end. @returns its exit code, 128 + N after signal N.
     int end_host();
 
-    /// Lets a name that concerns nobody come and go so many times, and waits until the host has
-    /// heard all of it.
-    void change_owners(int times) const;
+    /// Lets a name that concerns nobody come and go so many times. Waits only until the host has
+    /// heard all of the flood before: it meets what comes next.
+    void change_owners(int times);
 
     [[nodiscard]] Incidents& incidents() noexcept { return incidents_; }
     [[nodiscard]] const Observer& observer() const noexcept { return *observer_; }
@@ -92,6 +93,7 @@ class Scene {
     std::string host_name_;
     std::optional<Observer> observer_;
     std::optional<Traffic> traffic_;
+    std::optional<test::Sender> other_;  ///< a client that concerns nobody
 };
 
 }  // namespace soak

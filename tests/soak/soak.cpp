@@ -23,6 +23,9 @@ constexpr milliseconds longest_wait{15'000};
 constexpr std::chrono::seconds warm_up{60};
 constexpr long most_growth = 100;  // KiB
 constexpr int most_rebuilds = 3;   // of one stalled block
+/// As a `Difference` names them.
+constexpr const char* compared_blocks[] = {
+    "reader", "guard", "power", "supply", "buttons", "greeting", "earlier greeting", "video"};
 
 }  // namespace
 
@@ -40,12 +43,12 @@ bool Soak::run() {
         compare_in_quiet();
         take_footprint();
         at_start_ = now_;
-        while (!interrupted_ && Clock::now() - begin_ < time_) {
+        do {
             play_round();
             compare_in_quiet();
             take_footprint();
             print_progress();
-        }
+        } while (!interrupted_ && Clock::now() - begin_ < time_);
     } catch (const std::exception& error) {
         // In a terminal Ctrl-C ends the programs too.
         if (!interrupted_)
@@ -70,6 +73,8 @@ void Soak::compare_in_quiet() {
     wanted_.ticks = scene_.observer().lines_of("tick.out") + 1;
     actions_.leave_alone();
     rest(calm);
+    for (const char* const block : compared_blocks)
+        without_excuse_ += find_stall(block, scene_.incidents(), false) == nullptr ? 1U : 0U;
     judge(wait_until_right(false), false);
 
     actions_.change_everything();
@@ -148,10 +153,19 @@ void Soak::take_footprint() {
     if (interrupted_)
         return;
     now_ = scene_.footprint();
-    if (warm_at_ == 0.0 && Clock::now() - begin_ >= std::min(warm_up, time_ / 2)) {
-        warm_ = now_;
+    if (warm_at_ == 0.0 && Clock::now() - begin_ >= std::min(warm_up, time_ / 2))
         warm_at_ = seconds();
-    }
+    if (warm_at_ > 0.0)
+        warm_.push_back(now_.kibibytes);
+}
+
+std::optional<std::pair<long, long>> Soak::memory_since_warm_up() const {
+    constexpr std::size_t looks = 3;
+    const auto count = static_cast<std::ptrdiff_t>(std::min(looks, warm_.size() / 2));
+    if (count == 0)
+        return std::nullopt;
+    return std::pair(*std::min_element(warm_.begin(), warm_.begin() + count),
+                     *std::min_element(warm_.end() - count, warm_.end()));
 }
 
 double Soak::seconds() const {
@@ -177,18 +191,22 @@ bool Soak::print_figures() {
     const double time = seconds();
     const std::uint64_t messages = scene_.messages();
     const int code = interrupted_ ? 0 : scene_.end_host();
-    const long growth = warm_at_ > 0.0 ? now_.kibibytes - warm_.kibibytes : 0;
+    const auto memory = memory_since_warm_up();
+    const long growth = memory ? memory->second - memory->first : 0;
     const long more_descriptors = now_.descriptors - at_start_.descriptors;
     out_ << fmt::format("seed {}, {:.0f} s{}\n", seed_, time, interrupted_ ? ", interrupted" : "");
     out_ << fmt::format(
-        "faults {}, restarts of services {}, reloads {}, rebuilds {}, messages {}, comparisons "
-        "{}\n",
+        "faults {}, restarts of services {}, reloads {}, rebuilds {}, messages {}\n",
         scene_.observer().faults(), scene_.observer().service_ends(), actions_.reloads(),
-        actions_.rebuilds(), messages, comparisons_);
+        actions_.rebuilds(), messages);
+    out_ << fmt::format("comparisons {}; left alone, {} of {} outputs without anything to excuse\n",
+                        comparisons_, without_excuse_, comparisons_ * std::size(compared_blocks));
     out_ << fmt::format("memory {} KiB at the start", at_start_.kibibytes);
-    if (warm_at_ > 0.0)
+    if (memory)
         out_ << fmt::format(", {} KiB after {:.0f} s, {} KiB at the end: growth {} KiB",
-                            warm_.kibibytes, warm_at_, now_.kibibytes, growth);
+                            memory->first, warm_at_, memory->second, growth);
+    else
+        out_ << "; the run is too short for a growth";
     out_ << '\n';
     out_ << fmt::format("descriptors {} at the start, {} at the end\n", at_start_.descriptors,
                         now_.descriptors);

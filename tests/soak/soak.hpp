@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/soak/actions.hpp"
@@ -47,6 +49,9 @@ class Soak {
     [[nodiscard]] double seconds() const;
     void print_progress();
     [[nodiscard]] bool print_figures();
+    /// What the host has after the warm-up and at the end, in KiB: the least of some comparisons
+    /// each, because a single one may see a burst. Nothing in a run that is too short.
+    [[nodiscard]] std::optional<std::pair<long, long>> memory_since_warm_up() const;
     /// Rests, in short pieces.
     void rest(std::chrono::milliseconds time) const;
 
@@ -59,10 +64,11 @@ class Soak {
     Actions actions_;
     Clock::time_point begin_ = Clock::now();
     Footprint at_start_;
-    Footprint warm_;
-    double warm_at_ = 0.0;  ///< seconds; 0 before it is taken
     Footprint now_;
+    double warm_at_ = 0.0;    ///< seconds; 0 before
+    std::vector<long> warm_;  ///< KiB of memory since then, at each comparison
     std::uint64_t comparisons_ = 0;
+    std::uint64_t without_excuse_ = 0;               ///< blocks of them that nothing excused
     std::map<const Stall*, std::uint64_t> excused_;  ///< comparisons with such a difference
     std::set<const Stall*> excused_here_;            ///< of this comparison
     std::vector<std::string> lost_;

@@ -9,6 +9,7 @@
 #include "tests/integration/host/control_client.hpp"
 #include "tests/integration/host/host_test.hpp"
 #include "tests/support/json_printing.hpp"
+#include "tests/support/proc.hpp"
 
 namespace test {
 namespace {
@@ -60,14 +61,9 @@ class ReloadUnderLoad : public HostTest {
 
     /// Memory that the host has for itself alone, in bytes.
     std::size_t memory() {
-        std::ifstream file("/proc/" + std::to_string(host().pid()) + "/smaps_rollup");
-        std::size_t bytes = 0;
-        for (std::string line; std::getline(file, line);) {
-            if (line.starts_with("Private_Dirty:"))
-                bytes = std::stoul(line.substr(14)) * 1024;
-        }
-        EXPECT_NE(bytes, 0U);
-        return bytes;
+        const long kibibytes = own_memory(host().pid());
+        EXPECT_NE(kibibytes, 0);
+        return static_cast<std::size_t>(kibibytes) * 1024;
     }
 
     /// How much the memory of the host grows in each stretch of reloads.

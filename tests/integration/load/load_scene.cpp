@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "camera/bus/names.hpp"
+#include "tests/support/proc.hpp"
 
 namespace test {
 
@@ -90,13 +91,9 @@ double LoadScene::least_of_rounds(double limit, const std::function<double()>& m
 }
 
 long LoadScene::memory() const {
-    std::ifstream file("/proc/" + std::to_string(host_->pid()) + "/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("RssAnon:"))
-            return std::stol(line.substr(line.find(':') + 1));
-    }
-    ADD_FAILURE() << "no RssAnon";
-    return 0;
+    const long kibibytes = own_memory(host_->pid());
+    EXPECT_NE(kibibytes, 0);
+    return kibibytes;
 }
 
 std::chrono::milliseconds LoadScene::processor_time() const {

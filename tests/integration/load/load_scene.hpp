@@ -38,7 +38,7 @@ class LoadScene : public ::testing::Test {
     static double least_of_rounds(double limit, const std::function<double()>& measure);
     /// Processor time that the host has taken so far.
     [[nodiscard]] std::chrono::milliseconds processor_time() const;
-    /// Memory of the host in kilobytes that is its own: what it has written to.
+    /// Memory of the host that is its own, in KiB.
     [[nodiscard]] long memory() const;
 
     [[nodiscard]] Process& host() { return *host_; }
