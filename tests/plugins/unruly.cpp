@@ -19,6 +19,7 @@
 //     UNRULY_IN      the phase: "loading", "constructor", "run" …
 //     UNRULY_WHERE   "everywhere", "host": not in a child in which the host tries it out, or
 //                    "rebuilt": in the host and, up to its stop, not in the first block
+//     UNRULY_FOLDER  where it leaves a file "done" when it does so
 
 namespace probe {
 namespace {
@@ -140,6 +141,7 @@ void enter(std::string_view phase, int number = 0) {
         return;
     const std::string what = variable("UNRULY_DOES");
     logger(4, "%s", (what + " in " + std::string(phase)).c_str());
+    std::ofstream(variable("UNRULY_FOLDER") + "/done");
     const auto* const found =
         std::find_if(behaviours.begin(), behaviours.end(),
                      [&what](const Behaviour& each) { return each.name == what; });

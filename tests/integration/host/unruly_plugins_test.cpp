@@ -1,5 +1,5 @@
-// What becomes of the host when a plug-in misbehaves: every behaviour in every phase, as the tables
-// of docs/reliability.md have it.
+// The host and a plug-in that misbehaves: every behaviour in every phase, as the tables of
+// docs/reliability.md have it.
 #include <csignal>
 #include <cstring>
 #include <fstream>
@@ -57,8 +57,8 @@ Words split(const std::string& text, const std::string& separator) {
     return parts;
 }
 
-/// The outcome of a command: in a line of its own each, how it ends, what becomes of the other
-/// block of a run, and what it says.
+/// The outcome of a command: in a line of its own each, how it ends, the fate of the other block of
+/// a run, and what it says.
 using Outcome = std::string;
 
 /// The outcomes on the page, by behaviour and phase.
@@ -164,6 +164,7 @@ class Trial {
         wait_for_end(program);
         const std::size_t left = end_children();
         const Ended ended = program.wait();
+        EXPECT_EQ(fs::exists(folder_.path() / "done"), is_reached());
         if (command_ == "check" || command_ == "inspect") {
             EXPECT_EQ(left, 0U);
             return end_of(ended) + '\n' + sentences(ended);
@@ -172,6 +173,8 @@ class Trial {
         // Without them the host may or may not have said something.
         if (!has_streams && phase_ != "unloading")
             return end_of(ended) + "\nnot seen\n";
+        if (behaviour_ == "changes the locale")
+            expect_no_comma_in_numbers(ended.out);
         // The block's own line before its misdeed is not lost.
         EXPECT_TRUE(!has_streams || is_in(ended.out + ended.err, behaviour_ + " in " + phase_))
             << ended.out;
@@ -179,6 +182,18 @@ class Trial {
     }
 
   private:
+    /// Whether the command comes to the phase: a check and an inspection start nothing.
+    [[nodiscard]] bool is_reached() const {
+        return command_ == "run" || command_ == "reload" || phase_ == "loading" ||
+               phase_ == "entry point" || phase_ == "constructor" || phase_ == "setup" ||
+               phase_ == "reconfigure" || phase_ == "destructor";
+    }
+
+    /// A value of JSON that has a comma in it.
+    static void expect_no_comma_in_numbers(const std::string& lines) {
+        EXPECT_EQ(Pattern(":[0-9.]+,[0-9]").find(lines), Groups{}) << lines;
+    }
+
     [[nodiscard]] std::string where() const {
         if (command_ == "check" || command_ == "inspect")
             return "everywhere";
