@@ -2,7 +2,9 @@
 # FENWA_ARCHITECTURE in Debian's word, CMAKE_LIBRARY_ARCHITECTURE as the compiler's triplet. The
 # libraries are those that script/sysroot has unpacked. With another sysroot, set FENWA_SYSROOT.
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
+if(NOT CMAKE_CXX_COMPILER)  # given on the command line
+    set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
+endif()
 set(CMAKE_STRIP ${CMAKE_LIBRARY_ARCHITECTURE}-strip)
 
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES FENWA_SYSROOT)
@@ -17,7 +19,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(libraries ${FENWA_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE})
-set(ENV{PKG_CONFIG_LIBDIR} ${libraries}/pkgconfig:${FENWA_SYSROOT}/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_LIBDIR}
+    ${libraries}/pkgconfig:${FENWA_SYSROOT}/usr/lib/pkgconfig:${FENWA_SYSROOT}/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${FENWA_SYSROOT})
 
 # Where Debian keeps libraries of several architectures apart.

@@ -227,8 +227,15 @@ class GuideTest : public ::testing::TestWithParam<std::string> {
 TEST_P(GuideTest, SaysWhatIsTrue) {
     const fs::path path = project / GetParam();
     const MarkdownPage page = read_page(path);
-    for (const std::string& link : page.links)
-        EXPECT_TRUE(fs::exists(path.parent_path() / link)) << "leads nowhere: " << link;
+    for (const std::string& link : page.links) {
+        const fs::path target = (path.parent_path() / link).lexically_normal();
+        EXPECT_TRUE(fs::exists(target)) << "leads nowhere: " << link;
+        // What an installation has of the project.
+        EXPECT_THAT(
+            (target.lexically_relative(project).begin())->string(),
+            testing::AnyOf("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "docs", "examples"))
+            << "leads nowhere where it is installed: " << link;
+    }
     for (const CodeBlock& block : page.blocks) {
         SCOPED_TRACE(GetParam() + ':' + std::to_string(block.line));
         check(block);
