@@ -1,6 +1,7 @@
 #include "common/process/background_thread.hpp"
 
 #include <csignal>
+#include <future>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -30,8 +31,16 @@ class BlockedSignals {
 
 void start_background_thread(std::function<void()> body) {
     const BlockedSignals blocked;
+    // A process that is copied while a thread begins keeps the locks that the thread holds just
+    // then: a sanitizer's allocator does not look after them, as the C library's does.
+    std::promise<void> begun;
+    std::future<void> begins = begun.get_future();
     try {
-        std::thread(std::move(body)).detach();
+        std::thread([begun = std::move(begun), body = std::move(body)]() mutable {
+            begun.set_value();
+            body();
+        }).detach();
+        begins.wait();
     } catch (const std::system_error& error) {
         throw Failure(ExitCode::software, "cannot start a thread: " + error.code().message());
     }
