@@ -1,4 +1,4 @@
-// One block (of FENWA_FUZZED, from tests/unit/faults/surroundings.hpp) whose host and whose
+// One block (of FENWA_FUZZED, from tests/unit/faults/block_context.hpp) whose host and whose
 // services do the steps of its life in any order, with any messages, while calls of sd-bus fail.
 
 #include <gtest/gtest.h>
@@ -40,12 +40,12 @@ enum class Step : std::uint8_t {
 /// How many steps one input may have.
 constexpr int max_steps = 200;
 
-constexpr faults::Surroundings (*fuzzed[])() = {FENWA_FUZZED};
+constexpr faults::BlockContext (*fuzzed[])() = {FENWA_FUZZED};
 
 class FuzzedLife {
   public:
     explicit FuzzedLife(Input& input) : input_(input) {
-        for (auto& [member, make] : around_.replies) {
+        for (auto& [member, make] : context_.replies) {
             make = [this, right = make](Messages& messages) {
                 return all_is_well_ || input_.ConsumeBool() ? right(messages) : any_reply();
             };
@@ -82,12 +82,12 @@ class FuzzedLife {
                     life_.signal(number, any_signal());
                 break;
             case Step::owner_change:
-                if (around_.service != nullptr)
+                if (context_.service != nullptr)
                     life_.change_owner(input_.ConsumeBool() ? ":1.5" : "",
                                        input_.ConsumeBool() ? ":1.6" : "");
                 break;
             case Step::traffic:
-                undisturbed([this] { around_.traffic(life_, 1); });
+                undisturbed([this] { context_.traffic(life_, 1); });
                 break;
             case Step::restart:
                 undisturbed([this] { life_.restart_service(":1.5", ":1.6"); });
@@ -167,12 +167,12 @@ class FuzzedLife {
     }
 
     Input& input_;
-    faults::Surroundings around_ =
+    faults::BlockContext context_ =
         fuzzed[input_.ConsumeIntegralInRange<std::size_t>(0, std::size(fuzzed) - 1)]();
     bool all_is_well_ = false;
     bool stopped_ = false;
     int calls_to_failure_ = 0;
-    Life life_{around_, [this](const faults::Call& /*call*/) { return find_fault(); }};
+    Life life_{context_, [this](const faults::Call& /*call*/) { return find_fault(); }};
 };
 
 }  // namespace

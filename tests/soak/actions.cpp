@@ -74,7 +74,7 @@ void Actions::begin_round() {
 }
 
 void Actions::do_next() {
-    // Of 100: what a camera sees most often first.
+    // Out of 100; the most frequent events of a camera come first.
     const std::uint64_t kind = draw(100);
     if (kind < 28)
         change_value();
@@ -151,7 +151,7 @@ void Actions::set_fault() {
 }
 
 void Actions::crash_with_fault() {
-    // What its clients do after the loss meets the fault.
+    // Its clients meet the fault in what they do after the loss.
     const char* const service = draw_service();
     for (const Target& target : targets_of(service)) {
         if (target.is_answer && one_in(2)) {
@@ -233,7 +233,7 @@ void Actions::change_everything() {
     set_values({.temperature = was_hot ? cool() : hot(),
                 .received = had_enough ? too_little() : enough(),
                 .budget = other_budget()});
-    // Before the picture is turned, so that the report can be told from earlier ones.
+    // Before the picture is turned, so that the report differs from earlier ones.
     wanted_.video_times = video_times(scene_.show()) + 1;
     turn();
 }

@@ -9,7 +9,7 @@
 
 namespace soak {
 
-/// What a soak does to host and camera. The seed alone decides what is done and in which order:
+/// The actions of a soak on host and camera. The seed alone decides on their kinds and order:
 /// nothing that is drawn depends on the time or on what the programs do.
 class Actions {
   public:
@@ -41,7 +41,7 @@ class Actions {
     void change_value();
     void reload();
     void change_settings();
-    /// Of the greeting, for the next reload.
+    /// Changes the text of the greeting, for the next reload.
     void change_text();
     void set_fault();
     void crash_with_fault();

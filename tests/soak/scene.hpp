@@ -29,7 +29,7 @@ struct Fault {
     std::chrono::milliseconds delay;  ///< of a late one
 };
 
-/// Of a process, from the kernel.
+/// The resources of a process, from the kernel.
 struct Footprint {
     long kibibytes = 0;  ///< that it has written to: nobody else's
     long descriptors = 0;

@@ -8,7 +8,7 @@
 
 namespace soak {
 
-/// What makes a block right again that has to stay behind its service.
+/// The remedy for a block that has lost its service for good.
 enum class Remedy {
     change,   ///< the next change of the value
     rebuild,  ///< building the block anew

@@ -11,14 +11,14 @@
 
 namespace soak {
 
-/// What the camera was set to.
+/// The values that the camera was set to.
 struct Values {
     double temperature = 36.5;
     double received = 25.0;
     double budget = 20.0;
 };
 
-/// What must be true once everything is quiet.
+/// The state that must be reached once everything is quiet.
 struct Wanted {
     Settings settings;
     Values values;
@@ -38,10 +38,10 @@ struct Difference {
 /// graph should have made.
 [[nodiscard]] std::vector<Difference> differences(const Scene& scene, const Wanted& wanted);
 
-/// What the host says of a block, for a report.
+/// The host's status of a block, for a report.
 [[nodiscard]] std::string status_of(const Scene& scene, const std::string& block);
 
-/// How often the video of channel 0 was reported since its service came up.
+/// The number of times that the video of channel 0 was reported since its service came up.
 [[nodiscard]] std::uint64_t video_times(const common::Json& camera);
 
 }  // namespace soak

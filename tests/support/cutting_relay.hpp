@@ -17,7 +17,7 @@ namespace test {
 /// File descriptors are not passed on.
 class CuttingRelay {
   public:
-    /// Where in the traffic to cut; never by default.
+    /// The place in the traffic to cut at; none by default.
     struct Cut {
         std::size_t unit = 0;    ///< from 1; 0 for none
         bool is_inside = false;  ///< half of the unit still passes

@@ -26,7 +26,7 @@ std::ostream& operator<<(std::ostream& out, const Life& life) {
     return out << life.name;
 }
 
-/// How a host ended whose bus was cut.
+/// The end of a host whose bus was cut.
 struct Outcome {
     std::size_t units = 0;       ///< of traffic
     bool was_cut_early = false;  ///< before the host was asked to stop
@@ -125,7 +125,7 @@ class CutBus : public CameraScene, public ::testing::WithParamInterface<Life> {
 
     static void expect_documented_end(const Outcome& outcome) {
         const Ended& ended = outcome.ended;
-        // What the host says of its end comes last.
+        // The reason of its end comes last.
         static const Pattern lost(
             "(?:.*\n)*fenwa: (lost the connection to the bus at|cannot reach the bus at|cannot own "
             "the bus name) '[^']*'(?!: another connection owns it).*\n");
@@ -168,7 +168,7 @@ TEST_P(CutBus, EndsTheHostWithADocumentedSentenceAtEachMessage) {
     }
     std::cout << GetParam().name << ": " << units << " units of traffic, " << 2 * units
               << " cuts, the bus lost in " << lost << '\n';
-    // Those at the very end come too late.
+    // Cuts at the very end come too late.
     EXPECT_GT(lost, units);
     close();
     expect_nothing_left();

@@ -39,7 +39,7 @@ class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
   protected:
     void SetUp() override { open(); }
 
-    /// How a program ended, and what its folder holds then.
+    /// The end of a program, and the files in its folder then.
     struct Outcome {
         Ended ended;
         Lines files;
@@ -141,7 +141,7 @@ TEST_P(Limits, EndEachProgramWithADocumentedSentenceOrNotAtAll) {
             for (auto& [value, run] : runs) {
                 SCOPED_TRACE(name + " with " + limit.option + ' ' + std::to_string(value));
                 const auto [ended, files] = run.get();
-                // What was begun and cannot be finished is taken away.
+                // A file that cannot be finished is removed.
                 EXPECT_THAT(files, Each(AnyOf("out", "x", "graph.svg", "record.toml")));
                 if (was_not_loaded(ended)) {
                     EXPECT_EQ(ends.size(), ends.count("not loaded")) << "it was, with less";

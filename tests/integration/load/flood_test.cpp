@@ -19,7 +19,7 @@ using common::check;
 using Clock = std::chrono::steady_clock;
 
 /// The daemon reads no more of a client that has so many bytes under way to slower receivers. With
-/// its default, 127 MiB, a flood stands in front of everybody's messages for seconds.
+/// its default, 127 MiB, a flood delays everybody's messages by seconds.
 constexpr const char* back_pressure = "<limit name=\"max_incoming_bytes\">65536</limit>";
 
 /// A temperature controller whose sensor changes without a pause.

@@ -36,10 +36,10 @@ void LoadScene::open_bus(const std::string& bus_xml) {
 void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>& camera_options) {
     open_bus(bus_xml);
     // Into a file: nobody reads along, and a full pipe would stop the camera.
-    const std::string told = folder_.write("camera.out", "");
+    const std::string output = folder_.write("camera.out", "");
     std::vector<std::string> words{"sh",
                                    "-c",
-                                   R"(exec "$0" "$@" >>")" + told + '"',
+                                   R"(exec "$0" "$@" >>")" + output + '"',
                                    FENWA_CAMERA_PROGRAM,
                                    "run",
                                    "--bus",
@@ -47,11 +47,11 @@ void LoadScene::open(const std::string& bus_xml, const std::vector<std::string>&
                                    "--no-activation"};
     words.insert(words.end(), camera_options.begin(), camera_options.end());
     camera_ = std::make_unique<Process>(words);
-    ASSERT_TRUE(comes_to_hold(told, "ready on"));
+    ASSERT_TRUE(comes_to_hold(output, "ready on"));
     client_ = common::open_bus(bus_->address(), Process::wait_limit);
 }
 
-void LoadScene::order(std::vector<std::string> arguments) const {
+void LoadScene::handle(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), FENWA_CAMERA_PROGRAM);
     arguments.insert(arguments.end(), {"--bus", bus_->address()});
     const Ended ended = run_program(arguments);

@@ -22,12 +22,12 @@ class LoadScene : public ::testing::Test {
     void open_bus(const std::string& bus_xml);
     /// ... and the camera.
     void open(const std::string& bus_xml, const std::vector<std::string>& camera_options = {});
-    /// Gives the camera an order on its command line, such as {"fail", "Add", "--drop"}.
-    void order(std::vector<std::string> arguments) const;
+    /// Has the camera handle a command, such as {"fail", "Add", "--drop"}.
+    void handle(std::vector<std::string> arguments) const;
     /// Sets one of the camera's values, without a program in between.
     void set(const std::string& name, const std::string& value);
 
-    /// Starts the host with these lines behind the line of plug-ins, as the last words of `tool`.
+    /// Starts the host with these lines after the line of plug-ins, as the last words of `tool`.
     void start_host(const std::string& graph, std::vector<std::string> tool = {});
     /// Sets one of the camera's values, and waits for an output line of the host with `text`.
     /// @returns how long that took, in milliseconds.

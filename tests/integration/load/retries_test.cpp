@@ -20,7 +20,7 @@ class Retries : public LoadScene, public testing::WithParamInterface<int> {
     /// ever, beside a reader that has published already.
     void start(int pairs) {
         open("<limit name=\"max_match_rules_per_connection\">4096</limit>", {"--without", "video"});
-        order({"fail", "AddFeatures", "--error", "com.example.Refused"});
+        handle({"fail", "AddFeatures", "--error", "com.example.Refused"});
         // So few runs at once that they are over soon, however many blocks there are.
         std::string graph = "[host]\nrun_burst = 16\n";
         for (int i = 0; i < pairs; ++i) {

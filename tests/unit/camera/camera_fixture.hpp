@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "camera/bus/timers.hpp"
 #include "camera/camera/camera.hpp"
 #include "camera/models/command_error.hpp"
 #include "camera/service/event_log.hpp"
@@ -16,12 +17,6 @@ namespace camera {
 /// A camera that is not on any bus, with its event log in a string.
 class CameraTest : public ::testing::Test {
   protected:
-    static common::EventPtr new_event() {
-        sd_event* event = nullptr;
-        common::check(sd_event_new(&event), "sd_event_new");
-        return common::EventPtr(event);
-    }
-
     /// The event log so far, without the times in front of the lines.
     std::string told() {
         std::string text;

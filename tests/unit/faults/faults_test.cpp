@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tests/unit/block_fixture.hpp"
+#include "tests/unit/faults/block_context.hpp"
 #include "tests/unit/faults/life.hpp"
-#include "tests/unit/faults/surroundings.hpp"
 
 namespace faults {
 namespace {
@@ -28,7 +28,7 @@ struct Consequence {
 };
 
 struct Case : support::NamedCase {
-    Surroundings (*surroundings)();
+    BlockContext (*context)();
     std::vector<Consequence> consequences;
 };
 
@@ -221,8 +221,8 @@ struct Traces {
 Traces lead(const Case& block, const Faults& faults) {
     Traces traces;
     bool may_fail = true;
-    const Surroundings around = block.surroundings();
-    Life life(around, [&](const Call& call) {
+    const BlockContext context = block.context();
+    Life life(context, [&](const Call& call) {
         if (!may_fail)
             return 0;
         traces.calls.push_back(call);
@@ -230,7 +230,7 @@ Traces lead(const Case& block, const Faults& faults) {
         return fault == faults.end() ? 0 : fault->second;
     });
     const auto traffic = [&](int turn) {
-        around.traffic(life, turn);
+        context.traffic(life, turn);
         life.settle();
     };
     support::EffectJournal& journal = *life.recorders().journal;

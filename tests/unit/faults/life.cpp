@@ -34,10 +34,9 @@ std::string error_name(int error) {
 
 class Life::Driver : public Fenwa::testkit::Driver {
   public:
-    Driver(Fenwa::SDBusTools& tools, const Surroundings& surroundings,
-           const Fenwa::BlockConfiguration& settings)
+    Driver(Fenwa::SDBusTools& tools, const BlockContext& context)
         : Fenwa::testkit::Driver(tools),
-          block_(surroundings.build(this->tools(), settings).release()) {
+          block_(context.build(this->tools(), context.settings).release()) {
         adopt(std::unique_ptr<Fenwa::Block>(block_));
     }
 
@@ -59,8 +58,8 @@ class Life::Driver : public Fenwa::testkit::Driver {
     Fenwa::Block* block_;  ///< owned by the base
 };
 
-Life::Life(const Surroundings& surroundings, FindFault find_fault)
-    : surroundings_(surroundings), find_fault_(std::move(find_fault)) {
+Life::Life(const BlockContext& context, FindFault find_fault)
+    : context_(context), find_fault_(std::move(find_fault)) {
     recorders_.bus.fail_where([this](const std::string& function, const std::string& name) {
         if (!name.empty())
             return find_fault_(function + ": " + name);
@@ -74,8 +73,8 @@ Life::~Life() {
     join();
 }
 
-void Life::build(const Fenwa::BlockConfiguration& settings) {
-    driver_ = std::make_unique<Driver>(*this, surroundings_, settings);
+void Life::build() {
+    driver_ = std::make_unique<Driver>(*this, context_);
 }
 
 void Life::run() {
@@ -183,7 +182,7 @@ void Life::call(sd_bus_message_handler_t handler, const support::Message& messag
 }
 
 void Life::change_owner(const char* from, const char* to) {
-    signal("NameOwnerChanged", messages().owner_change(surroundings_.service, from, to));
+    signal("NameOwnerChanged", messages().owner_change(context_.service, from, to));
 }
 
 void Life::settle() {
@@ -193,7 +192,7 @@ void Life::settle() {
             // It has looked once more, from beginning to end, since the last message.
             for (const std::size_t before = rests_; rests_ < before + 2;)
                 std::this_thread::yield();
-        } else if (rounds == 0 && surroundings_.is_ticked) {
+        } else if (rounds == 0 && context_.is_ticked) {
             run();
         } else {
             (void)driver_->run_where_woken();
@@ -212,7 +211,7 @@ bool Life::answer_all() {
 }
 
 void Life::restart_service(const char* from, const char* to) {
-    if (surroundings_.service == nullptr)
+    if (context_.service == nullptr)
         return;
     change_owner(from, "");
     settle();
@@ -266,7 +265,7 @@ void Life::reply_to(const std::string& function, const std::string& member,
 }
 
 support::Message Life::reply(const std::string& member, support::Messages& messages) {
-    return surroundings_.replies.at(member)(messages);
+    return context_.replies.at(member)(messages);
 }
 
 void Life::deliver(const std::string& what, const std::function<void()>& delivery) {

@@ -12,7 +12,7 @@
 
 #include "fenwa/tools.hpp"
 #include "tests/support/block_driver.hpp"
-#include "tests/unit/faults/surroundings.hpp"
+#include "tests/unit/faults/block_context.hpp"
 
 namespace faults {
 
@@ -32,15 +32,14 @@ class Life final : public Fenwa::SDBusTools {
     /// Asked before each call that may fail. @returns a negative errno with which it fails, or 0.
     using FindFault = std::function<int(const Call& call)>;
 
-    /// @param surroundings outlives it.
-    Life(const Surroundings& surroundings, FindFault find_fault);
+    /// @param context outlives it.
+    Life(const BlockContext& context, FindFault find_fault);
     ~Life() override;
 
     // The steps, in the order of a host.
 
     /// Builds the block. Throws what its constructor throws.
-    void build() { build(surroundings_.settings); }
-    void build(const Fenwa::BlockConfiguration& settings);
+    void build();
     void start() { driver().start(); }
     /// As a host that has another reason than the block's ports.
     void run();
@@ -108,7 +107,7 @@ class Life final : public Fenwa::SDBusTools {
     [[nodiscard]] support::Message reply(const std::string& member, support::Messages& messages);
     void deliver(const std::string& what, const std::function<void()>& delivery);
 
-    const Surroundings& surroundings_;
+    const BlockContext& context_;
     FindFault find_fault_;
     support::Recorders recorders_;
     std::string delivered_;                   // what the block is handed at this moment

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "tests/unit/block_fixture.hpp"
+#include "tests/unit/faults/block_context.hpp"
 #include "tests/unit/faults/life.hpp"
-#include "tests/unit/faults/surroundings.hpp"
 
 namespace faults {
 namespace {
@@ -13,7 +13,7 @@ namespace {
 namespace effect = support::effect;
 
 struct Case : support::NamedCase {
-    Surroundings (*surroundings)();
+    BlockContext (*context)();
     Life::Framework framework = Life::Framework::parallel;
 };
 
@@ -30,10 +30,10 @@ const Case cases[] = {
 };
 
 /// What the block sends, answers and publishes from a restart of its service on.
-std::vector<std::string> deeds_after_restart(Life& life, const Surroundings& around) {
+std::vector<std::string> deeds_after_restart(Life& life, const BlockContext& context) {
     (void)life.recorders().journal->take(effect::all);
     life.restart_service(":1.6", ":1.7");
-    around.traffic(life, 2);
+    context.traffic(life, 2);
     life.settle();
     return life.take_deeds();
 }
@@ -44,20 +44,20 @@ class EachBlockOnTwoThreadsTest : public testing::TestWithParam<Case> {};
 TEST_P(EachBlockOnTwoThreadsTest, LosesNothingWhereAnotherThreadRunsIt) {
     constexpr int rounds = 100;
     const auto journal = support::EffectJournal::shared();
-    const Surroundings around = GetParam().surroundings();
+    const BlockContext context = GetParam().context();
     std::vector<std::string> alone;
     {
-        Life life(around, [](const Call& /*call*/) { return 0; });
+        Life life(context, [](const Call& /*call*/) { return 0; });
         life.build();
         life.start();
         life.settle();
-        alone = deeds_after_restart(life, around);
+        alone = deeds_after_restart(life, context);
         EXPECT_NE(alone, std::vector<std::string>{});
         life.stop();
         life.destroy();
         (void)journal->take(effect::all);
     }
-    const Surroundings again = GetParam().surroundings();
+    const BlockContext again = GetParam().context();
     Life life(again, [](const Call& /*call*/) { return 0; });
     life.build();
     life.start();

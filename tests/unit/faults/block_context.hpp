@@ -14,8 +14,8 @@ namespace faults {
 
 class Life;
 
-/// A type of block, and the services around it.
-struct Surroundings {
+/// A type of block, and the services that it needs.
+struct BlockContext {
     std::unique_ptr<Fenwa::Block> (*build)(const Fenwa::InitTools& tools,
                                            const Fenwa::BlockConfiguration& settings) = nullptr;
     Fenwa::BlockConfiguration settings{};
@@ -31,14 +31,14 @@ struct Surroundings {
 
 // One of each type of block. Each service is at work again after its restart.
 
-[[nodiscard]] Surroundings reader();
-[[nodiscard]] Surroundings temperature_monitor();
-[[nodiscard]] Surroundings consumer();
-[[nodiscard]] Surroundings power_monitor();
-[[nodiscard]] Surroundings controls();
+[[nodiscard]] BlockContext reader();
+[[nodiscard]] BlockContext temperature_monitor();
+[[nodiscard]] BlockContext consumer();
+[[nodiscard]] BlockContext power_monitor();
+[[nodiscard]] BlockContext controls();
 /// Without buttons of its own: it takes away what is there.
-[[nodiscard]] Surroundings controls_without_buttons();
-[[nodiscard]] Surroundings overlay();
-[[nodiscard]] Surroundings video();
+[[nodiscard]] BlockContext controls_without_buttons();
+[[nodiscard]] BlockContext overlay();
+[[nodiscard]] BlockContext video();
 
 }  // namespace faults
