@@ -18,17 +18,18 @@ enum class ExitCode : int {
     misconfigured = 78,      ///< the graph, configuration or scenario is wrong (EX_CONFIG)
 };
 
-/// Whether an error says that the machine lacks memory or descriptors: nothing is wrong with the
-/// file that was to be opened, and a later try may find them.
-/// @param error an errno.
-[[nodiscard]] constexpr bool is_shortage(int error) noexcept {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
+/// The errnos for a lack of memory or descriptors: nothing is wrong with the file that was to be
+/// opened, and a later try may succeed.
+inline constexpr int shortages[] = {EMFILE, ENFILE, ENOMEM};
 
 /// The exit code of a command that cannot read or start a file.
 /// @param error an errno.
 [[nodiscard]] constexpr ExitCode exit_code_of_unreadable(int error) noexcept {
-    return is_shortage(error) ? ExitCode::software : ExitCode::unreadable;
+    for (const int shortage : shortages) {
+        if (error == shortage)
+            return ExitCode::software;
+    }
+    return ExitCode::unreadable;
 }
 
 /// Ends a command: `what()` is the sentence for the user, without the program's name before it.

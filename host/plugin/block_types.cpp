@@ -4,13 +4,13 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string_view>
 #include <system_error>
 
+#include "common/process/exit_code.hpp"
 #include "host/output/activity.hpp"
 #include "host/plugin/timer_block.hpp"
 
@@ -33,10 +33,9 @@ std::vector<std::string> libraries_in(const std::vector<fs::path>& folders) {
 
 /// Whether the machine lacks something that the loader needs: its sentence ends with the text of
 /// the errno, which it does not give otherwise.
-bool tells_shortage(std::string_view sentence) {
-    constexpr int errors[] = {EMFILE, ENFILE, ENOMEM};
-    return std::any_of(std::begin(errors), std::end(errors),
-                       [&](int error) { return sentence.ends_with(std::strerror(error)); });
+bool reports_shortage(std::string_view sentence) {
+    return std::ranges::any_of(common::shortages,
+                               [&](int error) { return sentence.ends_with(std::strerror(error)); });
 }
 
 constexpr const char* entry_point = "lib_register_cpp";
@@ -136,7 +135,7 @@ void PluginLoader::load(const std::string& plugin,
     if (library == nullptr) {
         const std::string sentence = dlerror();
         fail("does not load: " + sentence,
-             tells_shortage(sentence) ? Cause::shortage : Cause::mistake);
+             reports_shortage(sentence) ? Cause::shortage : Cause::mistake);
     }
     void* const symbol = dlsym(library, entry_point);
     if (symbol == nullptr)
