@@ -168,7 +168,7 @@ class Prober {
     }
 
     ProbeResult run() {
-        while (!run_child() && !cannot_begin_) {
+        while (!run_child() && at_ != At::starting) {
             if (lost_ == max_lost || hung_ == max_hung) {
                 fail_to_check(
                     "the rest of the graph is not checked, because too much of it has crashed or "
@@ -352,7 +352,6 @@ class Prober {
             case At::starting:
                 fail_to_check("the check of the graph " +
                               common::misbehaviour(end, "its start", job_.limit));
-                cannot_begin_ = true;
                 break;
             case At::end:
                 break;
@@ -383,7 +382,6 @@ class Prober {
     bool is_type_missing_ = false;
     std::size_t lost_ = 0;
     std::size_t hung_ = 0;
-    bool cannot_begin_ = false;
 
     At at_ = At::starting;
     std::size_t index_ = 0;  ///< of that plug-in or block

@@ -99,9 +99,8 @@ class BlockTypes {
     explicit BlockTypes(sd_event* loop);
 
     /// Loads the graph's plug-ins; each mistake becomes a diagnostic.
-    /// @returns how many of them are no mistake of the graph: the plug-in threw, or the machine
-    /// lacks
-    ///          what it needs.
+    /// @returns how many of the errors are no mistake of the graph: the plug-in threw, or the
+    ///          machine lacks what its loading needs.
     std::size_t load(const Graph& graph, const std::vector<std::string>& plugin_dirs,
                      common::Diagnostics& diagnostics);
 

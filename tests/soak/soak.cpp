@@ -23,9 +23,14 @@ constexpr milliseconds longest_wait{15'000};
 constexpr std::chrono::seconds warm_up{60};
 constexpr long most_growth = 100;  // KiB
 constexpr int most_rebuilds = 3;   // of one stalled block
-/// As a `Difference` names them.
-constexpr const char* compared_blocks[] = {
-    "reader", "guard", "power", "supply", "buttons", "greeting", "earlier greeting", "video"};
+
+/// The blocks, each of which can stall in some way.
+std::set<std::string_view> blocks() {
+    std::set<std::string_view> names;
+    for (const Stall& stall : stalls())
+        names.insert(stall.block);
+    return names;
+}
 
 }  // namespace
 
@@ -73,7 +78,7 @@ void Soak::compare_in_quiet() {
     wanted_.ticks = scene_.observer().lines_of("tick.out") + 1;
     actions_.leave_alone();
     rest(calm);
-    for (const char* const block : compared_blocks)
+    for (const std::string_view block : blocks())
         without_excuse_ += find_stall(block, scene_.incidents(), false) == nullptr ? 1U : 0U;
     judge(wait_until_right(false), false);
 
@@ -200,7 +205,7 @@ bool Soak::print_figures() {
         scene_.observer().faults(), scene_.observer().service_ends(), actions_.reloads(),
         actions_.rebuilds(), messages);
     out_ << fmt::format("comparisons {}; left alone, {} of {} outputs without anything to excuse\n",
-                        comparisons_, without_excuse_, comparisons_ * std::size(compared_blocks));
+                        comparisons_, without_excuse_, comparisons_ * blocks().size());
     out_ << fmt::format("memory {} KiB at the start", at_start_.kibibytes);
     if (memory)
         out_ << fmt::format(", {} KiB after {:.0f} s, {} KiB at the end: growth {} KiB",

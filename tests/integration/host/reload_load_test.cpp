@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <fstream>
 #include <limits>
 #include <sstream>
 #include <thread>
