@@ -154,7 +154,7 @@ bool OutputWriter::drain() {
     wake_.notify_one();
     std::size_t seen = written_;
     auto since = Clock::now();
-    while (unwritten_ != 0 && error_ == 0 && !on_callers_thread_ && !gave_up_) {
+    while (unwritten_ != 0 && error_ == 0 && !gave_up_) {
         changed_.wait_for(lock, std::chrono::milliseconds(100));
         // Before lines may be dropped, others wait for room, and so does this.
         if (written_ != seen || !drops_) {
@@ -172,6 +172,7 @@ void OutputWriter::after_fork(bool in_child) {
     if (in_child) {
         on_callers_thread_ = true;
         pending_.clear();
+        unwritten_ = 0;
     }
     mutex_.unlock();
 }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <string_view>
 
@@ -98,6 +99,15 @@ void on_crash(int signal, siginfo_t* info, void* /*context*/) {
         raise(signal);
 }
 
+std::terminate_handler terminate_otherwise = nullptr;
+
+/// The C++ runtime writes about the exception past the writers, and in pieces: lines on their way
+/// would come in between.
+void on_terminate() {
+    let_output_through();
+    terminate_otherwise();
+}
+
 pid_t guarded = 0;
 std::atomic<bool> guarding{false};
 std::unique_ptr<const Activity> unloading;
@@ -154,6 +164,7 @@ void report_crashes() noexcept {
         action.sa_flags = SA_SIGINFO | SA_ONSTACK;
         sigaction(crash.signal, &action, &crash.before);
     }
+    terminate_otherwise = std::set_terminate(on_terminate);
 }
 
 ExitGuard::ExitGuard() noexcept {

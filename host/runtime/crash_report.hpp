@@ -3,8 +3,8 @@
 namespace host {
 
 /// From here on a crash (SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL) writes a line on stderr that
-/// names the block and its operation; then it takes its course. Thread of the loop, whose stack may
-/// be full.
+/// names the block and its operation; then it takes its course. What was logged before comes first.
+/// Once; thread of the loop, whose stack may be full.
 void report_crashes() noexcept;
 
 /// While one lives, an end of the process by exit(3), or by _exit(2) in an operation of a block or

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/plugins/probe.hpp"
@@ -10,8 +11,9 @@ namespace probe {
 namespace {
 
 /// Does what a block should not do: in the operation "in" it "hangs", "sleeps" for "ms", "crashes",
-/// "aborts", "exits", "shouts" on the bus, logs "lines" and "floods" with them, "repeats" one that
-/// many times, "ms" apart, or crashes in "a thread". It behaves where there is no bus.
+/// "aborts", "exits", "shouts" on the bus, logs "lines" and "floods" with them, "floods and
+/// throws", "repeats" one that many times, "ms" apart, or crashes in "a thread". It behaves where
+/// there is no bus.
 class Stubborn : public Fenwa::Block {
   public:
     Stubborn(std::string name, const Fenwa::BlockConfiguration& config,
@@ -80,12 +82,14 @@ class Stubborn : public Fenwa::Block {
         for (int i = 0; does_ == "shouts" && i < 3000; ++i)
             sd_bus_emit_signal(bus_, "/com/example/Leaver", "com.example.Leaver1", "Farewell", "ss",
                                get_name().c_str(), std::string(500, 's').c_str());
-        for (int i = 0; does_ == "floods" && i < lines_; ++i)
+        for (int i = 0; does_.starts_with("floods") && i < lines_; ++i)
             say(*this, std::to_string(i) + ' ' + std::string(200, '-'));
         for (int i = 0; does_ == "repeats" && i < lines_; ++i) {
             say(*this, "no answer");
             std::this_thread::sleep_for(time_);
         }
+        if (does_ == "floods and throws")
+            throw std::runtime_error("thrown on purpose");
         if (does_ == "a thread")
             std::thread([] { std::raise(SIGSEGV); }).join();
         if (does_ == "crashes")

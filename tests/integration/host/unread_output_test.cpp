@@ -16,9 +16,11 @@ const std::string waits =
 /// A block that writes more than anybody reads.
 class UnreadOutput : public HostTest {
   protected:
-    static std::string flood(int lines, const std::string& in = "start") {
-        return block("b", "Stubborn",
-                     "in = \"" + in + "\", does = \"floods\", lines = " + std::to_string(lines));
+    static std::string flood(int lines, const std::string& in = "start",
+                             const std::string& does = "floods") {
+        return block(
+            "b", "Stubborn",
+            "in = \"" + in + "\", does = \"" + does + "\", lines = " + std::to_string(lines));
     }
 
     /// Runs it until it is ready and nobody has read a line.
@@ -98,6 +100,19 @@ TEST_F(UnreadOutput, KeepsItsOrderWhereBothStreamsLeadToTheSamePlace) {
     EXPECT_EQ(Pattern("(^|\n) *[0-9.]+  (p[0-9]+: info: )?")
                   .replace(stops.substr(0, stops.find("fenwa: stopped")), "$1"),
               wanted);
+}
+
+TEST_F(UnreadOutput, ComesBeforeTheExceptionThatTheHostDiesOf) {
+    const Ended ended = run_in_shell(
+        // So slow that many lines wait when the C++ runtime writes its own.
+        R"(exec "$@" 2>&1 >&- | { sleep 0.5; cat; })",
+        flood(2000, "destructor", "floods and throws"), {"--format", "text", "--for", "0.1"});
+    EXPECT_EQ(count_lines(ended.out, " b: info: "), 2001);
+    const std::size_t last = ended.out.rfind(" b: info: ");
+    EXPECT_EQ(ended.out.substr(ended.out.find('\n', last) + 1),
+              "terminate called after throwing an instance of 'std::runtime_error'\n"
+              "  what():  thrown on purpose\n"
+              "fenwa: block 'b' crashed in its destructor (SIGABRT)\n");
 }
 
 TEST_F(UnreadOutput, WhoseReaderHasGoneEndsTheHostThoughItWritesNothing) {
