@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "common/text/number_text.hpp"
 
 namespace common {
 
@@ -50,6 +53,17 @@ class JsonError : public std::runtime_error {
 ///         or holds a number beyond the range of a double.
 template <class AnyJson = Json>
 [[nodiscard]] AnyJson parse_json(std::string_view text, const std::string& what);
+
+/// The number that a value is, exactly; of a double also what `json_number` makes of one.
+/// @throws JsonError when it is not one, or `Number` cannot hold it.
+template <class Number>
+[[nodiscard]] Number number_from_json(const Json& value) {
+    const std::string text = plain_text(value);
+    const std::optional<Number> number = parse_number<Number>(text);
+    if (!number)
+        throw JsonError(text + " is not a number of its type");
+    return *number;
+}
 
 /// Parses a line of a child process, which may hold anything.
 /// @returns a discarded value, neither an object nor an array, if it is not JSON.

@@ -230,7 +230,7 @@ class Prober {
     bool take(const std::string& word, const Json& message) {
         if (word == word::phase) {
             phase_ = message.at(1);
-            depth_ = static_cast<Depth>(message.at(2).get<int>());
+            depth_ = static_cast<Depth>(common::number_from_json<int>(message.at(2)));
             enter(depth_ == Depth::build ? At::block : At::exploring, index_);
             return true;
         }

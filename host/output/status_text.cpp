@@ -25,8 +25,8 @@ std::string age_text(const Json& seconds) {
 }
 
 std::string work_text(const Json& block) {
-    const auto runs = block.at("runs").get<std::uint64_t>();
-    const auto values = block.at("published").get<std::uint64_t>();
+    const auto runs = common::number_from_json<std::uint64_t>(block.at("runs"));
+    const auto values = common::number_from_json<std::uint64_t>(block.at("published"));
     std::string text =
         runs == 0 ? "not run yet"
                   : fmt::format("{}, {} a second, the last {}", common::counted(runs, "run"),
@@ -57,7 +57,7 @@ std::string call_text(const Json& call, const common::Palette& colors) {
 }
 
 std::string log_text(const Json& line, const common::Palette& colors) {
-    const common::Severity severity = severity_of(line.at("level").get<int>());
+    const common::Severity severity = severity_of(common::number_from_json<int>(line.at("level")));
     return fmt::format("  logged {}: {}{}:{} {}\n", age_text(line.at("age")),
                        color_of(severity, colors), severity_name(severity), colors.reset,
                        text_of(line.at("message")));

@@ -15,7 +15,7 @@ namespace host {
 
 /// The status of blocks for people, a paragraph a block; what is normal and silent has no line.
 /// @param status as `status_in` gives it.
-/// @throws common::Json::exception if it has another form.
+/// @throws common::Json::exception, common::JsonError if it has another form.
 [[nodiscard]] std::string status_as_text(const common::Json& status, const common::Palette& colors);
 
 }  // namespace host

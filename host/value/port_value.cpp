@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <type_traits>
 
 #include "common/text/number_text.hpp"
@@ -110,21 +109,16 @@ struct FromJson {
     PortValue operator()(std::monostate) const { return {}; }
     PortValue operator()(const Fenwa::datatype_timersource&) const {
         return Fenwa::datatype_timersource{
-            json.at("ticks").get<std::uint64_t>(),
-            std::chrono::milliseconds(json.at("period_ms").get<std::int64_t>())};
+            common::number_from_json<std::uint64_t>(json.at("ticks")),
+            std::chrono::milliseconds(
+                common::number_from_json<std::int64_t>(json.at("period_ms")))};
     }
     template <class T>
     PortValue operator()(const T&) const {
-        if constexpr (std::is_floating_point_v<T>) {
-            // "nan", "inf" and "-inf" are strings.
-            const std::string text = common::plain_text(json);
-            const std::optional<double> number = common::parse_number<double>(text);
-            if (!number)
-                throw common::JsonError(text + " is not a number");
-            return static_cast<T>(*number);
-        } else {
-            return json.get<T>();
-        }
+        if constexpr (std::is_same_v<T, bool>)
+            return json.get<bool>();
+        else
+            return common::number_from_json<T>(json);
     }
 };
 

@@ -90,5 +90,16 @@ TEST_F(UnknownAnswer, OfAnotherFormIsRefused) {
         expect_refused(with_value(value), {{"graph", "--control"}}, "it has an unknown form\n");
 }
 
+TEST_F(UnknownAnswer, WithANumberThatIsNoneOfItsTypeIsRefused) {
+    for (const char* value : {"5.555e+38", "2147483648", "-2147483649", "36.6", "true", R"("7 ")"})
+        expect_refused(with_value(value), {{"watch"}});
+    expect_refused(with_value("2147483648"), {{"watch"}},
+                   "2147483648 is not a number of its type\n");
+    for (const char* runs : {"-1", "18446744073709551616", "0.5"})
+        expect_refused(R"({"blocks":[{"name":"b","type":"T","status":{"runs":)" +
+                           std::string(runs) + R"(,"published":0}}]})",
+                       {{"status"}});
+}
+
 }  // namespace
 }  // namespace test

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -33,6 +34,24 @@ TEST(JsonText, EveryTextIsOneLine) {
     EXPECT_EQ(json_line("two\nlines\r\t\"\\\x01"), R"("two\nlines\r\t\"\\\u0001")");
     EXPECT_EQ(json_line("ü ☂"), "\"ü ☂\"");
     EXPECT_EQ(json_line("\xFF\xC3"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\"");
+}
+
+TEST(JsonText, NumbersAreReadExactlyOrNotAtAll) {
+    constexpr auto largest = std::numeric_limits<std::uint64_t>::max();
+    EXPECT_EQ(number_from_json<std::uint64_t>(largest), largest);
+    EXPECT_EQ(number_from_json<int>(std::numeric_limits<int>::min()),
+              std::numeric_limits<int>::min());
+    EXPECT_EQ(number_from_json<float>(json_number(36.6F)), 36.6F);
+    EXPECT_EQ(number_from_json<float>(json_number(std::numeric_limits<float>::denorm_min())),
+              std::numeric_limits<float>::denorm_min());
+    EXPECT_EQ(number_from_json<double>(3), 3.0);
+    EXPECT_EQ(number_from_json<double>("-inf"), -std::numeric_limits<double>::infinity());
+    EXPECT_THROW((void)number_from_json<std::int64_t>(largest), JsonError);
+    EXPECT_THROW((void)number_from_json<std::int64_t>(5.555e+38), JsonError);
+    EXPECT_THROW((void)number_from_json<int>(2.5), JsonError);
+    EXPECT_THROW((void)number_from_json<int>("two"), JsonError);
+    EXPECT_THROW((void)number_from_json<int>(nullptr), JsonError);
+    EXPECT_THROW((void)number_from_json<double>(Json::array({1})), JsonError);
 }
 
 std::string mistake(const std::string& text) {
