@@ -57,6 +57,10 @@ class Sender {
         common::check(sd_bus_call_method(bus(), client, "/", "org.freedesktop.DBus.Peer", "Ping",
                                          nullptr, nullptr, ""),
                       "a client that answers");
+        // The daemon tells this client of each name that it gains and loses. sd-bus keeps that
+        // until it is served, and takes nothing any more from 65,536 messages on.
+        while (common::check(sd_bus_process(bus(), nullptr), "what has come") > 0) {
+        }
     }
 
   private:
