@@ -46,6 +46,14 @@ class CameraTerminal : public CameraScene {
         }
     }
 
+    /// The process is stopped, or goes on, in time: it takes the signal when it next runs.
+    static void expect_stopped(pid_t process, bool stopped) {
+        const auto deadline = steady_clock::now() + Process::wait_limit;
+        while ((state_of(process).state == 'T') != stopped && steady_clock::now() < deadline)
+            std::this_thread::sleep_for(milliseconds(5));
+        ASSERT_EQ(state_of(process).state == 'T', stopped);
+    }
+
     void type(char key) const { ASSERT_EQ(write(terminal_.get(), &key, 1), 1); }
     void hang_up() { terminal_.close(); }
 
@@ -95,12 +103,9 @@ TEST_F(CameraTerminal, StopsItAtCtrlZUntilItGoesOn) {
     ASSERT_EQ(cameras.size(), 1U);
     type('\x1a');
     expect_on_screen("is stopped");
-    EXPECT_EQ(state_of(cameras[0]).state, 'T');
+    expect_stopped(cameras[0], true);
     type('\n');
-    const auto deadline = steady_clock::now() + Process::wait_limit;
-    while (state_of(cameras[0]).state == 'T' && steady_clock::now() < deadline)
-        std::this_thread::sleep_for(milliseconds(5));
-    EXPECT_NE(state_of(cameras[0]).state, 'T');
+    expect_stopped(cameras[0], false);
     type('\x03');
     expect_on_screen("the end, with exit code 0");
     expect_well_ended();
