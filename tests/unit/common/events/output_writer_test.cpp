@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <string>
+
 namespace common {
 namespace {
 
@@ -14,7 +16,8 @@ TEST(OutputWriterTest, HasNothingToWaitForInAChildOfItsProcess) {
     // Its thread never ends, and so it must not be destroyed.
     auto& writer = *new OutputWriter(ends[1]);
     // More than the pipe takes.
-    writer.append(std::string(100'000, 'x') + '\n');
+    const std::string line = std::string(100'000, 'x') + '\n';
+    writer.append(line);
     writer.before_fork();
     const pid_t child = fork();
     writer.after_fork(child == 0);
@@ -24,8 +27,13 @@ TEST(OutputWriterTest, HasNothingToWaitForInAChildOfItsProcess) {
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    for (char read_piece[4096]; writer.unwritten() != 0;)
-        ASSERT_GT(read(ends[0], read_piece, sizeof read_piece), 0);
+    std::string text(line.size(), ' ');
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t n = read(ends[0], text.data() + done, text.size() - done);
+        ASSERT_GT(n, 0);
+        done += static_cast<std::size_t>(n);
+    }
+    EXPECT_EQ(text, line);
 }
 
 }  // namespace
