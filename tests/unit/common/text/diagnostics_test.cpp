@@ -16,6 +16,7 @@ std::string printed(Diagnostics& diagnostics, bool color = false) {
 
 /// One mistake in a source, and all that is printed of it but the count at the end.
 struct Quoted {
+    const char* name;
     const char* source;
     SourceLocation place;
     const char* text;
@@ -35,28 +36,37 @@ TEST_P(QuotedTest, IsPrintedWithItsLineAndACaret) {
 INSTANTIATE_TEST_SUITE_P(
     Mistake, QuotedTest,
     testing::Values(
-        Quoted{"one\ntwo\n", {2, 3}, "t", "h", "f:2:3: error: t\ntwo\n  ^\nhelp: h\n"},
-        Quoted{"one\n", {}, "all of it", "", "f: error: all of it\n"},
-        // The caret counts code points and keeps tabs.
-        Quoted{"\tä\t☂x\r\n", {1, 5}, "t", "", "f:1:5: error: t\n\tä\t☂x\n\t \t ^\n"},
-        // Places that are not in the source are harmless.
-        Quoted{"ab", {1, 9}, "t", "", "f:1:9: error: t\nab\n  ^\n"},
-        Quoted{"ab", {1, 0}, "t", "", "f:1:0: error: t\nab\n^\n"},
-        Quoted{"ab", {2, 1}, "t", "", "f:2:1: error: t\n"},
-        // A byte order mark is not quoted.
-        Quoted{"\xEF\xBB\xBFxy", {1, 2}, "t", "", "f:1:2: error: t\nxy\n ^\n"},
-        // Control characters stay in the file.
-        Quoted{"a\x1b[2Jb\x7f\t",
+        Quoted{"with_help", "one\ntwo\n", {2, 3}, "t", "h", "f:2:3: error: t\ntwo\n  ^\nhelp: h\n"},
+        Quoted{"of_the_whole_file", "one\n", {}, "all of it", "", "f: error: all of it\n"},
+        Quoted{"caret_counts_code_points_and_keeps_tabs",
+               "\tä\t☂x\r\n",
+               {1, 5},
+               "t",
+               "",
+               "f:1:5: error: t\n\tä\t☂x\n\t \t ^\n"},
+        Quoted{"behind_the_line", "ab", {1, 9}, "t", "", "f:1:9: error: t\nab\n  ^\n"},
+        Quoted{"before_the_line", "ab", {1, 0}, "t", "", "f:1:0: error: t\nab\n^\n"},
+        Quoted{"behind_the_last_line", "ab", {2, 1}, "t", "", "f:2:1: error: t\n"},
+        Quoted{"byte_order_mark_is_not_quoted",
+               "\xEF\xBB\xBFxy",
+               {1, 2},
+               "t",
+               "",
+               "f:1:2: error: t\nxy\n ^\n"},
+        Quoted{"control_characters_stay_in_the_file",
+               "a\x1b[2Jb\x7f\t",
                {1, 1},
                "a\x1b[2J\nb\x7f",
                "c\r",
                "f:1:1: error: a\\x1b[2J\\nb\\u007f\na\\x1b[2Jb\\u007f\t\n^\nhelp: c\\r\n"},
-        // The caret is below the place in the escaped line; an invalid byte is one column.
-        Quoted{"\t\x1b[2J\xe2\x80\xae \xff x",
+        // An invalid byte is one column.
+        Quoted{"caret_is_below_the_place_in_the_escaped_line",
+               "\t\x1b[2J\xe2\x80\xae \xff x",
                {1, 8},
                "t",
                "",
-               "f:1:8: error: t\n\t\\x1b[2J\\u202e \\xff x\n\t              ^\n"}));
+               "f:1:8: error: t\n\t\\x1b[2J\\u202e \\xff x\n\t              ^\n"}),
+    [](const auto& mistake) { return mistake.param.name; });
 
 TEST(Diagnostics, ArePrintedOnceInFileOrderAndCounted) {
     Diagnostics diagnostics("f");

@@ -602,7 +602,12 @@ TEST_P(UnbrakedScheduler, BlockRunsAsOftenAsItLikes) {
 
 INSTANTIATE_TEST_SUITE_P(ZeroInEither, UnbrakedScheduler,
                          testing::Values(RateLimit{0, 200.0}, RateLimit{64, 0.0},
-                                         RateLimit{0, 0.0}));
+                                         RateLimit{0, 0.0}),
+                         [](const auto& limit) {
+                             return limit.param.burst == 0
+                                        ? limit.param.rate == 0.0 ? "both" : "burst"
+                                        : "rate";
+                         });
 
 }  // namespace
 }  // namespace host
