@@ -31,7 +31,9 @@ int main(int argc, char** argv) {
     std::uint64_t seed = std::random_device()();
     app.add_option("SECONDS", seconds, "How long")->required()->check(CLI::Range(1, 7 * 24 * 3600));
     app.add_option("--seed", seed, "Repeats the actions of a run; random if not given");
-    app.footer("Exit codes: 0 all is right, 1 something is not, 2 the command line is wrong.");
+    app.footer(
+        "Exit codes: 0 all is right, 1 something is not or was not compared, 2 the command line is "
+        "wrong.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

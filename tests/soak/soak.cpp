@@ -231,7 +231,8 @@ bool Soak::print_figures() {
     if (code != 0)
         out_ << fmt::format("the host has ended with {}\n", code);
     out_ << std::flush;
-    return lost_.empty() && growth < most_growth && more_descriptors <= 0 && code == 0;
+    return !interrupted_ && lost_.empty() && growth < most_growth && more_descriptors <= 0 &&
+           code == 0;
 }
 
 }  // namespace soak
