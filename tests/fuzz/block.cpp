@@ -171,7 +171,8 @@ class FuzzedLife {
         fuzzed[input_.ConsumeIntegralInRange<std::size_t>(0, std::size(fuzzed) - 1)]();
     bool all_is_well_ = false;
     bool stopped_ = false;
-    int calls_to_failure_ = 0;
+    /// 0 for no failure; a block's construction has up to some ten calls.
+    int calls_to_failure_ = input_.ConsumeIntegralInRange(0, 32);
     Life life_{context_, [this](const faults::Call& /*call*/) { return find_fault(); }};
 };
 

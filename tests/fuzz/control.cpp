@@ -1,5 +1,5 @@
-// The arguments of a host's control interface, which any client may send: settings, and values of
-// inputs. What was read is written and read again: it is the same.
+// The arguments of a host's control interface, which any client may send: names of blocks and
+// ports, settings, and values of inputs. What was read is written and read again: it is the same.
 
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -8,6 +8,7 @@
 
 #include "host/control/bus_setting.hpp"
 #include "host/control/names.hpp"
+#include "host/control/port_access.hpp"
 #include "host/graph/diff.hpp"
 #include "host/value/bus_value.hpp"
 #include "tests/fuzz/values.hpp"
@@ -38,6 +39,22 @@ auto read_or_refuse(Read read) -> std::optional<decltype(read())> {
     } catch (const std::system_error&) {
     }
     return std::nullopt;
+}
+
+void read_name(fuzz::Input& input) {
+    static const host::Graph graph = [] {
+        host::Graph some;
+        for (const char* name : {"reader", "guard", "main", "Grad °C"})
+            some.blocks.emplace_back().name = name;
+        return some;
+    }();
+    const std::string name = fuzz::text(input);
+    if (const auto port = host::parse_endpoint(name); port && port->text() != name)
+        std::abort();
+    try {
+        host::refuse_unknown_block(graph, name);
+    } catch (const host::ControlError&) {
+    }
 }
 
 void read_settings(Messages& messages, fuzz::Input& input) {
@@ -77,6 +94,7 @@ void read_value(Messages& messages, fuzz::Input& input, const Fenwa::Datatype& d
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     Messages messages;
+    read_name(input);
     read_settings(messages, input);
     for (const std::string& path : host::known_datatypes())
         read_value(messages, input, Fenwa::Datatype(path));

@@ -1,8 +1,11 @@
 #include "tests/fuzz/values.hpp"
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string_view>
 
 #include "tests/support/bus_messages.hpp"
 
@@ -45,15 +48,24 @@ constexpr double known_numbers[] = {0.0,
 
 constexpr std::int32_t known_ids[] = {0, -1, 1, 3, 10, 11, 12, 13};
 
+// The keys of dictionaries are of a basic type.
+constexpr std::string_view basic_types = "ybnqiuxtdsogh";
+constexpr std::string_view types = "ybnqiuxtdsoghva({";
+
+char pick_of(std::string_view kinds, Input& input) {
+    return kinds[input.ConsumeIntegralInRange<std::size_t>(0, kinds.size() - 1)];
+}
+
 /// One complete type.
 std::string type(Input& input, int depth) {
-    constexpr const char* types = "ybnqiuxtdsogva({";
-    const char kind = types[input.ConsumeIntegralInRange<std::size_t>(0, depth > 0 ? 15 : 11)];
+    const char kind = pick_of(depth > 0 ? types : basic_types, input);
     switch (kind) {
         case 'a':
             return 'a' + type(input, depth - 1);
-        case '{':
-            return "a{s" + type(input, depth - 1) + '}';
+        case '{': {
+            const char key = pick_of(basic_types, input);
+            return std::string("a{") + key + type(input, depth - 1) + '}';
+        }
         case '(': {
             std::string inside;
             for (int left = input.ConsumeIntegralInRange(1, 3); left > 0; --left)
@@ -110,6 +122,11 @@ void append_basic(sd_bus_message* message, char kind, Input& input) {
             const auto value = input.ConsumeBool() ? input.PickValueInArray(known_ids)
                                                    : input.ConsumeIntegral<std::int32_t>();
             check(sd_bus_message_append_basic(message, kind, &value));
+            return;
+        }
+        case 'h': {
+            const int descriptor = STDERR_FILENO;  // sd-bus sends a copy
+            check(sd_bus_message_append_basic(message, kind, &descriptor));
             return;
         }
         default: {
