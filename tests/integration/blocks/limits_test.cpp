@@ -1,12 +1,14 @@
 // The programs at the limits of a process and of a disk: too few descriptors, too little memory,
 // files that may not grow, no room for them. Whatever is missing, they end with a documented exit
 // code and a sentence, or go on.
+#include <toml++/toml.h>
 #include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -39,10 +41,11 @@ class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
   protected:
     void SetUp() override { open(); }
 
-    /// The end of a program, and the files in its folder then.
+    /// The end of a program, the files in its folder then, and what is recorded in them.
     struct Outcome {
         Ended ended;
         Lines files;
+        std::string recording;
     };
 
     /// The commands, with the folder FOLDER for their output.
@@ -85,14 +88,17 @@ class Limits : public CameraScene, public ::testing::WithParamInterface<Limit> {
         // Without descriptors that the test's own starter has left open.
         const Lines in_folder{"sh", "-c",
                               R"(exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-
-                                 "$@" > "$0/out"; code=$?; ls -A "$0"; exit $code)",
+                                 "$@" > "$0/out"; code=$?
+                                 ls -A "$0"; echo --; cat "$0/record.toml" 2>&-; exit $code)",
                               output};
         Outcome outcome{
             run_program(in_namespace + in_folder + limited + command, environment(), seconds(15)),
+            {},
             {}};
-        std::istringstream list(outcome.ended.out);
-        for (std::string file; std::getline(list, file);)
+        std::istringstream out(outcome.ended.out);
+        for (std::string file; std::getline(out, file) && file != "--";)
             outcome.files.push_back(file);
+        outcome.recording.assign(std::istreambuf_iterator<char>(out), {});
         return outcome;
     }
 
@@ -140,9 +146,13 @@ TEST_P(Limits, EndEachProgramWithADocumentedSentenceOrNotAtAll) {
             }
             for (auto& [value, run] : runs) {
                 SCOPED_TRACE(name + " with " + limit.option + ' ' + std::to_string(value));
-                const auto [ended, files] = run.get();
-                // A file that cannot be finished is removed.
+                const auto [ended, files, recording] = run.get();
+                // A picture that cannot be finished is removed, a recording has the steps so far.
                 EXPECT_THAT(files, Each(AnyOf("out", "x", "graph.svg", "record.toml")));
+                if (ended.code != 0) {
+                    EXPECT_THAT(files, Each(AnyOf("out", "x", "record.toml")));
+                }
+                EXPECT_NO_THROW(toml::parse(recording)) << recording;
                 if (was_not_loaded(ended)) {
                     EXPECT_EQ(ends.size(), ends.count("not loaded")) << "it was, with less";
                     ++ends["not loaded"];

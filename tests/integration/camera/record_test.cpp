@@ -1,4 +1,5 @@
 // What a camera does, recorded from its bus and played again.
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -87,6 +88,13 @@ class Recording : public ScenarioScene {
                                  event["port"].get<std::string>() + " = " + event["value"].dump());
         }
         return values;
+    }
+
+    /// The recording can be played, whatever it holds.
+    void expect_no_mistakes() const {
+        EXPECT_EQ(
+            run({"run", "--private-bus", "--scenario", file(), "--", "sh", "-c", "exit 3"}).code, 3)
+            << text();
     }
 
     /// Plays the recording again to its end, which must be well, and nobody may have to wait.
@@ -217,13 +225,27 @@ TEST_F(Recording, IsWholeHoweverItEnds) {
         recorder->send_signal(signal);
         const Ended ended = recorder->wait();
         EXPECT_EQ(signal == SIGKILL ? ended.signal : ended.code, signal == SIGKILL ? SIGKILL : 0);
-        EXPECT_EQ(
-            run({"run", "--private-bus", "--scenario", file(), "--", "sh", "-c", "exit 3"}).code, 3)
-            << "the scenario has no mistakes: " << text();
+        expect_no_mistakes();
     }
     const Ended timed = record({"--for", "0.2"})->wait();
     EXPECT_EQ(timed.code, 0);
     EXPECT_THAT(timed.err, EndsWith("has 0 steps\n"));
+}
+
+TEST_F(Recording, HasTheStepsForWhichThereIsRoom) {
+    open();
+    for (const rlim_t room : {0, 1, 20, 60}) {
+        const auto recorder = record();
+        const rlim_t size = text().size() + room;
+        const rlimit limit{size, size};
+        ASSERT_EQ(prlimit(recorder->pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+        BusClient client(address());
+        EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "main"), "(3)");
+        const Ended full = recorder->wait();
+        EXPECT_EQ(full.code, 69);
+        EXPECT_THAT(full.err, EndsWith("recorded.toml': File too large\n"));
+        expect_no_mistakes();
+    }
 }
 
 TEST_F(Recording, EndsWithItsBus) {
