@@ -90,6 +90,20 @@ class Recording : public ScenarioScene {
         return values;
     }
 
+    /// Waits until a call with its answer is recorded.
+    void wait_for_reply() const {
+        const auto deadline = steady_clock::now() + seconds(20);
+        while (replies() == 0 && steady_clock::now() < deadline)
+            usleep(5000);
+    }
+    [[nodiscard]] int replies() const {
+        const std::string all = text();
+        int count = 0;
+        for (std::size_t at = 0; (at = all.find("\nreply = ", at)) != std::string::npos; ++at)
+            ++count;
+        return count;
+    }
+
     /// The recording can be played, whatever it holds.
     void expect_no_mistakes() const {
         EXPECT_EQ(
@@ -219,9 +233,7 @@ TEST_F(Recording, IsWholeHoweverItEnds) {
         const auto recorder = record();
         BusClient client(address());
         EXPECT_EQ(client.call("GetTemperatureIdFromName", "s", "main"), "(3)");
-        const auto deadline = steady_clock::now() + seconds(20);
-        while (text().find("reply") == std::string::npos && steady_clock::now() < deadline)
-            usleep(5000);
+        wait_for_reply();
         recorder->send_signal(signal);
         const Ended ended = recorder->wait();
         EXPECT_EQ(signal == SIGKILL ? ended.signal : ended.code, signal == SIGKILL ? SIGKILL : 0);
@@ -236,6 +248,9 @@ TEST_F(Recording, HasTheStepsForWhichThereIsRoom) {
     open();
     for (const rlim_t room : {0, 1, 20, 60}) {
         const auto recorder = record();
+        BusClient early(address());
+        EXPECT_EQ(early.call("GetTemperatureIdFromName", "s", "main"), "(3)");
+        wait_for_reply();
         const rlim_t size = text().size() + room;
         const rlimit limit{size, size};
         ASSERT_EQ(prlimit(recorder->pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
@@ -244,6 +259,7 @@ TEST_F(Recording, HasTheStepsForWhichThereIsRoom) {
         const Ended full = recorder->wait();
         EXPECT_EQ(full.code, 69);
         EXPECT_THAT(full.err, EndsWith("recorded.toml': File too large\n"));
+        EXPECT_EQ(replies(), 1) << text();
         expect_no_mistakes();
     }
 }

@@ -93,9 +93,10 @@ class LostBus : public BusBlocks {
 };
 
 TEST_F(LostBus, EndsTheRunAndStopsTheBlocks) {
-    const Ended ended = lose(block("one", "Probe"), "one: run");
+    const Ended ended = lose(block("one", "Probe") + block("two", "Probe"), "two: run");
     EXPECT_EQ(ended.err, lost());
-    EXPECT_TRUE(messages(ended.out).ends_with("one: run\none: stop\none: destructor\n"));
+    EXPECT_TRUE(messages(ended.out).ends_with(
+        "two: run\ntwo: stop\none: stop\ntwo: destructor\none: destructor\n"));
 }
 
 TEST_F(LostBus, IsTheReasonOfTheEndWhenABlockThrowsOverIt) {
