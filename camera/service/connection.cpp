@@ -18,6 +18,10 @@ Connection::Connection(sd_event& event, const std::string& address, std::functio
                   "cannot serve the bus");
 }
 
+void Connection::close() {
+    (void)common::finish_sending(*bus_, std::chrono::steady_clock::now() + bus_timeout);
+}
+
 int Connection::on_message(sd_bus_message& message) {
     if (sd_bus_message_is_signal(&message, "org.freedesktop.DBus.Local", "Disconnected") > 0)
         lost_();

@@ -21,6 +21,11 @@ class Connection {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    /// Ends the connection and waits, 10 s at most, until the daemon has seen the end: its bus
+    /// names are free then, while those of a connection that is merely closed are free some time
+    /// later. Afterwards it can only be destroyed.
+    void close();
+
     [[nodiscard]] sd_bus& bus() const noexcept { return *bus_; }
     /// ":1.7", valid as long as the connection.
     [[nodiscard]] const std::string& unique_name() const noexcept { return unique_name_; }

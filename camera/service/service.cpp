@@ -44,6 +44,7 @@ void Service::take_down(const std::string& why) {
     context_.script.forget(name_);
     clients_.clear();
     slots_.clear();
+    connection_->close();
     connection_.reset();
     forget();
     context_.event_log.service_down(name_, why);

@@ -74,8 +74,9 @@ class Service {
     /// for a name finds everything in place. Does nothing when the service is up.
     /// @throws common::Failure (unavailable) when the bus cannot be reached or a name not owned.
     void bring_up(const std::string& address);
-    /// Leaves the bus: names are lost, late replies discarded, registrations forgotten. Must not be
-    /// called from a callback of this service's own connection.
+    /// Leaves the bus: names are lost, late replies discarded, registrations forgotten. The daemon
+    /// has seen it on return, so that the service can come up again at once. Must not be called
+    /// from a callback of this service's own connection.
     /// @param why for the event log.
     void take_down(const std::string& why);
 

@@ -49,10 +49,12 @@ bool send_all(int socket, const char* text, std::size_t size) {
 
 }  // namespace
 
-CuttingRelay::CuttingRelay(const std::string& address, std::filesystem::path socket, Cut cut)
+CuttingRelay::CuttingRelay(const std::string& address, std::filesystem::path socket, Cut cut,
+                           std::chrono::milliseconds end_delay)
     : daemon_(path_of(address)),
       socket_(std::move(socket)),
       cut_(cut),
+      end_delay_(end_delay),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_un name = socket_address(socket_);
     if (bind(listener_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
@@ -71,20 +73,29 @@ void CuttingRelay::serve() {
     while (!is_over_ && !has_cut_) {
         std::vector<pollfd> polled{{listener_.get(), POLLIN, 0}};
         for (const Flow& flow : flows_)
-            polled.push_back({flow.is_over ? -1 : flow.from.get(), POLLIN, 0});
+            polled.push_back({flow.end ? -1 : flow.from.get(), POLLIN, 0});
         poll(polled.data(), polled.size(), 20);
         for (std::size_t i = 0; i + 1 < polled.size() && !has_cut_; ++i) {
-            if (polled[i + 1].revents == 0 || pass(flows_[i]))
-                continue;
-            // The end of one direction; the rest of the other one may still come.
-            shutdown(flows_[i].to, SHUT_WR);
-            flows_[i].is_over = true;
+            if (polled[i + 1].revents != 0 && !pass(flows_[i]))
+                flows_[i].end = std::chrono::steady_clock::now();
         }
+        pass_ends();
         if (!has_cut_ && polled[0].revents != 0)
             accept_client();
     }
     listener_.close();
     flows_.clear();
+}
+
+void CuttingRelay::pass_ends() {
+    const auto now = std::chrono::steady_clock::now();
+    for (Flow& flow : flows_) {
+        if (!flow.end || flow.is_end_passed || now < *flow.end + end_delay_)
+            continue;
+        // The end of one direction; the rest of the other one may still come.
+        shutdown(flow.to, SHUT_WR);
+        flow.is_end_passed = true;
+    }
 }
 
 void CuttingRelay::accept_client() {

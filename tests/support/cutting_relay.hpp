@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,7 +26,9 @@ class CuttingRelay {
 
     /// @param address of the daemon, "unix:path=…".
     /// @param socket the path at which the relay listens; short enough for a socket.
-    CuttingRelay(const std::string& address, std::filesystem::path socket, Cut cut);
+    /// @param end_delay how much later than its messages the end of a connection passes.
+    CuttingRelay(const std::string& address, std::filesystem::path socket, Cut cut,
+                 std::chrono::milliseconds end_delay = {});
     CuttingRelay(const CuttingRelay&) = delete;
     CuttingRelay& operator=(const CuttingRelay&) = delete;
     ~CuttingRelay();
@@ -42,11 +45,14 @@ class CuttingRelay {
         int to;            ///< owned by the other direction
         std::string text;  ///< not passed on yet
         bool in_messages = false;
-        bool is_over = false;
+        /// When it ended.
+        std::optional<std::chrono::steady_clock::time_point> end{};
+        bool is_end_passed = false;
     };
 
     void serve();
     void accept_client();
+    void pass_ends();
     /// @returns false at the end of the connection.
     bool pass(Flow& flow);
     [[nodiscard]] static std::size_t unit_in(Flow& flow);
@@ -54,6 +60,7 @@ class CuttingRelay {
     std::filesystem::path daemon_;
     std::filesystem::path socket_;
     Cut cut_;
+    std::chrono::milliseconds end_delay_;
     common::Descriptor listener_;
     std::vector<Flow> flows_;  ///< two for each connection
     std::atomic<std::size_t> units_{0};

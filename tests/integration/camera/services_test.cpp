@@ -3,6 +3,7 @@
 
 #include "tests/integration/camera/camera_scene.hpp"
 #include "tests/support/bus_daemon.hpp"
+#include "tests/support/cutting_relay.hpp"
 
 namespace test {
 namespace {
@@ -55,6 +56,20 @@ TEST_F(ControllerLife, ARestartKeepsValuesAndForgetsRegistrations) {
                             "owner none -> " + after));
     close();
     EXPECT_THAT(with("restarting", told()), SizeIs(1));
+}
+
+// A daemon may read of the end of a connection later than of the beginning of the next one.
+TEST_F(ControllerLife, AServiceIsBackAtOnceHoweverLateTheDaemonSeesItsEnd) {
+    open_bus({});
+    const CuttingRelay relay(address(), folder().path() / "late", {}, milliseconds(60));
+    const std::unique_ptr<Process> late_camera =
+        start({"run", "--bus", relay.address(), "--format", "json"});
+    late_camera->wait_for_text("\"ready\"");
+    handle({"restart", "temperature"});
+    handle({"stop", "temperature"});
+    handle({"start", "temperature"});
+    EXPECT_EQ(service("temperature")["state"], "up");
+    EXPECT_EQ(late_camera->terminate().code, 0);
 }
 
 TEST_F(ControllerLife, ACallBringsAStoppedServiceBackAndIsAnswered) {
