@@ -1,12 +1,15 @@
-// One block (of FENWA_FUZZED, from tests/unit/faults/block_context.hpp) whose host and whose
-// services do the steps of its life in any order, with any messages, while calls of sd-bus fail.
+// One block, of the type that stands in the program's name, whose host and whose services do the
+// steps of its life in any order, with any messages, while calls of sd-bus fail.
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <iterator>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -40,7 +43,18 @@ enum class Step : std::uint8_t {
 /// How many steps one input may have.
 constexpr int max_steps = 200;
 
-constexpr faults::BlockContext (*fuzzed[])() = {FENWA_FUZZED};
+/// What a program may lead through its life, by the end of its name.
+const std::map<std::string_view, std::vector<faults::BlockContext (*)()>> programs{
+    {"reader", {faults::reader}},
+    {"temperature_monitor", {faults::temperature_monitor}},
+    {"consumer", {faults::consumer}},
+    {"power_monitor", {faults::power_monitor}},
+    {"controls", {faults::controls, faults::controls_without_buttons}},
+    {"overlay", {faults::overlay}},
+    {"video", {faults::video}},
+};
+/// That of this program.
+const std::vector<faults::BlockContext (*)()>* fuzzed = nullptr;
 
 class FuzzedLife {
   public:
@@ -94,7 +108,7 @@ class FuzzedLife {
                 break;
             case Step::call:
                 // sd-bus lets a double through and nothing else; the method copes with all.
-                if (fuzzed[0] == faults::consumer)
+                if (fuzzed->front() == faults::consumer)
                     life_.call(blocks::LayoutProbe::exported_methods()[1].x.method.handler,
                                any_call());
                 break;
@@ -168,7 +182,7 @@ class FuzzedLife {
 
     Input& input_;
     faults::BlockContext context_ =
-        fuzzed[input_.ConsumeIntegralInRange<std::size_t>(0, std::size(fuzzed) - 1)]();
+        fuzzed->at(input_.ConsumeIntegralInRange<std::size_t>(0, fuzzed->size() - 1))();
     bool all_is_well_ = false;
     bool stopped_ = false;
     /// 0 for no failure; a block's construction has up to some ten calls.
@@ -179,7 +193,14 @@ class FuzzedLife {
 }  // namespace
 }  // namespace fuzz
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** argv) {
+    const std::string_view program = (*argv)[0];
+    const auto found = fuzz::programs.find(program.substr(program.rfind('-') + 1));
+    if (found == fuzz::programs.end()) {
+        std::fputs("this program is run by the name fuzz-TARGET, as script/fuzz does\n", stderr);
+        std::exit(1);
+    }
+    fuzz::fuzzed = &found->second;
     // A slot or a reply that is never released is a failure of the test.
     GTEST_FLAG_SET(break_on_failure, true);
     return 0;
